@@ -1,0 +1,43 @@
+# The compiler flags of everything that is built here, as the interface library qrt_build_flags.
+
+# A flag that opens an instruction set for all files would make the whole library need that processor,
+# and a flag that reorders arithmetic would change results that are documented bit for bit.
+set(refused_flags "-march=|-mavx|-mfma|-mf16c|-mbmi|-ffast-math|-Ofast|-funsafe-math|-fassociative-math")
+string(APPEND refused_flags "|-freciprocal-math|-ffinite-math|-ffp-contract=(fast|on)|-mfpmath=387")
+set(given_flags "${CMAKE_CXX_FLAGS}")
+if(CMAKE_BUILD_TYPE)
+  string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
+  string(APPEND given_flags " ${CMAKE_CXX_FLAGS_${build_type}}")
+endif()
+string(REGEX REPLACE "-march=x86-64( |$)" "" given_flags "${given_flags}")
+if(given_flags MATCHES "(^| )((${refused_flags})[^ ]*)")
+  message(FATAL_ERROR
+    "qrt_core can't be built with ${CMAKE_MATCH_2} in CMAKE_CXX_FLAGS: the files that need an "
+    "instruction set get its flags from the build, and results are documented bit for bit.")
+endif()
+if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+  message(FATAL_ERROR "qrt_core is for x86-64, not for ${CMAKE_SYSTEM_PROCESSOR}.")
+endif()
+
+add_library(qrt_build_flags INTERFACE)
+target_compile_features(qrt_build_flags INTERFACE cxx_std_20)
+# Both GCC and Clang fuse a multiplication and an addition of their own accord, even separate intrinsics.
+target_compile_options(qrt_build_flags INTERFACE -ffp-contract=off)
+target_compile_options(qrt_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(QRT_WARNINGS_AS_ERRORS)
+  target_compile_options(qrt_build_flags INTERFACE -Werror)
+endif()
+
+if(QRT_SANITIZE)
+  target_compile_options(qrt_build_flags INTERFACE
+    -fsanitize=${QRT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_definitions(qrt_build_flags INTERFACE _GLIBCXX_ASSERTIONS)
+  target_link_options(qrt_build_flags INTERFACE -fsanitize=${QRT_SANITIZE})
+endif()
+
+if(QRT_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "QRT_BUILD_FUZZ needs Clang; the preset `fuzz` chooses it.")
+  endif()
+  target_compile_options(qrt_build_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()

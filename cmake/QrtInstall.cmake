@@ -1,0 +1,48 @@
+# Headers, both libraries, the tool, a CMake package and a pkg-config file.
+# Everything is found relative to the installed files, so that the tree may be moved.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/qrt_core")
+
+foreach(target qrt_core qrt_core_static)
+  target_include_directories(${target} PUBLIC "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+endforeach()
+install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets)
+if(TARGET qrt)
+  install(TARGETS qrt)
+endif()
+
+# *_internal.h and *_cores.h serve the library's own sources only.
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/qrt_core" "${QRT_GENERATED_INCLUDE_DIR}/qrt_core"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+  COMPONENT qrt_core_headers
+  FILES_MATCHING PATTERN "*.h"
+  PATTERN "*_internal.h" EXCLUDE
+  PATTERN "*_cores.h" EXCLUDE)
+
+install(EXPORT qrt_core_targets
+  FILE qrt_coreTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}")
+configure_package_config_file(
+  "${PROJECT_SOURCE_DIR}/cmake/qrt_coreConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/qrt_coreConfig.cmake"
+  INSTALL_DESTINATION "${package_dir}")
+write_basic_package_version_file(
+  "${PROJECT_BINARY_DIR}/qrt_coreConfigVersion.cmake" COMPATIBILITY SameMajorVersion)
+install(FILES
+  "${PROJECT_BINARY_DIR}/qrt_coreConfig.cmake"
+  "${PROJECT_BINARY_DIR}/qrt_coreConfigVersion.cmake"
+  DESTINATION "${package_dir}")
+
+set(pc_dir "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig")
+file(RELATIVE_PATH pc_prefix "${pc_dir}" "${CMAKE_INSTALL_PREFIX}")
+file(RELATIVE_PATH pc_libdir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+file(RELATIVE_PATH pc_includedir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+set(pc_extra_cflags "")
+if(QRT_HALF_INCLUDE_DIR)
+  set(pc_extra_cflags " -I${QRT_HALF_INCLUDE_DIR} -DHALF_ROUND_STYLE=-1")
+endif()
+configure_file(
+  "${PROJECT_SOURCE_DIR}/cmake/qrt_core.pc.in" "${PROJECT_BINARY_DIR}/qrt_core.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/qrt_core.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")

@@ -1,0 +1,118 @@
+# libqrt_core.a and libqrt_core.so, made of the same objects.
+#
+# The name of a source file says how it is compiled, so that a new kernel needs no edit here:
+#   *_sse.cpp    baseline x86-64 (SSE2), left out with QRT_WITH_SSE=OFF
+#   *_avx.cpp    AVX without AVX2, FMA and F16C, left out with QRT_WITH_AVX=OFF
+#   *_fma.cpp    AVX and FMA, left out with QRT_WITH_AVX=OFF
+#   *_sgemm.cpp  baseline, left out with QRT_WITH_SGEMM=OFF
+#   others       baseline
+
+find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED DOC "Folder that holds rapidjson/")
+mark_as_advanced(RAPIDJSON_INCLUDE_DIR)
+
+if(QRT_HALF_INCLUDE_DIR AND NOT EXISTS "${QRT_HALF_INCLUDE_DIR}/half.hpp")
+  message(FATAL_ERROR "QRT_HALF_INCLUDE_DIR: there is no ${QRT_HALF_INCLUDE_DIR}/half.hpp")
+endif()
+foreach(switch WITH_SSE WITH_AVX WITH_SGEMM)
+  if(QRT_${switch})
+    set(QRT_${switch}_VALUE 1)
+  else()
+    set(QRT_${switch}_VALUE 0)
+  endif()
+endforeach()
+if(QRT_HALF_INCLUDE_DIR)
+  set(QRT_USE_INSTALLED_HALF_VALUE 1)
+else()
+  set(QRT_USE_INSTALLED_HALF_VALUE 0)
+endif()
+set(QRT_GENERATED_INCLUDE_DIR "${PROJECT_BINARY_DIR}/generated")
+configure_file(
+  "${PROJECT_SOURCE_DIR}/qrt_core/utility/build_options.h.in"
+  "${QRT_GENERATED_INCLUDE_DIR}/qrt_core/utility/build_options.h" @ONLY)
+
+# What code that includes our headers needs, inside this build and in a project that embeds it.
+function(qrt_set_usage target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  target_include_directories(${target} PUBLIC
+    "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+    "$<BUILD_INTERFACE:${QRT_GENERATED_INCLUDE_DIR}>")
+  if(QRT_HALF_INCLUDE_DIR)
+    target_compile_definitions(${target} PUBLIC HALF_ROUND_STYLE=-1)
+    target_include_directories(${target} SYSTEM PUBLIC "$<BUILD_INTERFACE:${QRT_HALF_INCLUDE_DIR}>")
+  endif()
+endfunction()
+
+file(GLOB_RECURSE library_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/qrt_core/*.cpp")
+set(sse_sources ${library_sources})
+set(avx_sources ${library_sources})
+set(fma_sources ${library_sources})
+set(sgemm_sources ${library_sources})
+list(FILTER sse_sources INCLUDE REGEX "_sse\\.cpp$")
+list(FILTER avx_sources INCLUDE REGEX "_avx\\.cpp$")
+list(FILTER fma_sources INCLUDE REGEX "_fma\\.cpp$")
+list(FILTER sgemm_sources INCLUDE REGEX "_sgemm\\.cpp$")
+set(base_sources ${library_sources})
+list(FILTER base_sources EXCLUDE REGEX "_(sse|avx|fma|sgemm)\\.cpp$")
+
+set(QRT_OBJECT_SETS "")
+# One set of objects: qrt_add_objects(<name> <sources> [flags...])
+function(qrt_add_objects name sources)
+  if(NOT ${sources})
+    return()
+  endif()
+  add_library(qrt_objects_${name} OBJECT ${${sources}})
+  qrt_set_usage(qrt_objects_${name})
+  target_link_libraries(qrt_objects_${name} PRIVATE qrt_build_flags)
+  target_include_directories(qrt_objects_${name} SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
+  target_compile_options(qrt_objects_${name} PRIVATE ${ARGN})
+  set_target_properties(qrt_objects_${name} PROPERTIES
+    CXX_STANDARD 20
+    CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  set(QRT_OBJECT_SETS ${QRT_OBJECT_SETS} ${name} PARENT_SCOPE)
+endfunction()
+
+qrt_add_objects(base base_sources)
+if(QRT_WITH_SSE)
+  qrt_add_objects(sse sse_sources)
+endif()
+if(QRT_WITH_SGEMM)
+  qrt_add_objects(sgemm sgemm_sources)
+endif()
+if(QRT_WITH_AVX)
+  # Fenced from above as from below, and kept out of link-time optimisation, which would mix the sets.
+  # Cores throw nothing; without exception tables their objects need no shared helper functions.
+  set(core_fence -mno-avx2 -mno-f16c -fno-exceptions -fno-lto)
+  qrt_add_objects(avx avx_sources -mavx -mno-fma ${core_fence})
+  qrt_add_objects(fma fma_sources -mavx -mfma ${core_fence})
+endif()
+
+set(library_objects "")
+foreach(name IN LISTS QRT_OBJECT_SETS)
+  list(APPEND library_objects $<TARGET_OBJECTS:qrt_objects_${name}>)
+endforeach()
+
+add_library(qrt_core SHARED ${library_objects})
+add_library(qrt_core::qrt_core ALIAS qrt_core)
+set(export_map "${PROJECT_SOURCE_DIR}/cmake/qrt_core.map")
+target_link_options(qrt_core PRIVATE "LINKER:--version-script=${export_map}")
+if(NOT QRT_SANITIZE AND NOT QRT_BUILD_FUZZ)
+  target_link_options(qrt_core PRIVATE LINKER:--no-undefined)
+endif()
+set_target_properties(qrt_core PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINK_DEPENDS "${export_map}")
+
+add_library(qrt_core_static STATIC ${library_objects})
+add_library(qrt_core::qrt_core_static ALIAS qrt_core_static)
+set_target_properties(qrt_core_static PROPERTIES OUTPUT_NAME qrt_core)
+
+foreach(target qrt_core qrt_core_static)
+  qrt_set_usage(${target})
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+  target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:qrt_build_flags>")
+endforeach()

@@ -1,0 +1,64 @@
+"""Compiles every installed header on its own as C++17, with warnings as errors.
+
+usage: check_headers.py CMAKE BUILD_DIR COMPILER [FLAG...]
+
+The headers are those that the install rules take, in a folder with nothing else beside them, so that a
+public header that includes a private one or a dependency of the sources fails here.
+"""
+
+import os
+import subprocess
+import sys
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+
+FLAGS = ["-std=c++17", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Werror",
+         "-x", "c++"]
+PRIVATE_DEPENDENCIES = ("rapidjson/", "cblas", "CLI/", "stb")
+
+
+def headers_below(root):
+    for folder, _, files in os.walk(root):
+        for name in files:
+            if name.endswith(".h"):
+                yield os.path.relpath(os.path.join(folder, name), root)
+
+
+def included_dependencies(path):
+    with open(path, encoding="ascii") as lines:
+        for line in lines:
+            if line.startswith("#include"):
+                target = line.split()[1].strip('<>"')
+                if target.startswith(PRIVATE_DEPENDENCIES):
+                    yield target
+
+
+def check(compiler, flags, root, header):
+    problems = [f"{header} includes {name}, which consumers don't have"
+                for name in included_dependencies(os.path.join(root, header))]
+    # Included twice, so that a missing include guard shows as well.
+    source = f'#include "{header}"\n#include "{header}"\n'
+    result = subprocess.run([compiler, *FLAGS, *flags, "-I", root, "-"], input=source,
+                            capture_output=True, text=True, check=False)
+    if result.returncode != 0:
+        problems.append(f"{header} doesn't compile on its own:\n{result.stderr}")
+    return problems
+
+
+def main():
+    cmake, build_dir, compiler, *flags = sys.argv[1:]
+    with tempfile.TemporaryDirectory(prefix="qrt_headers_") as prefix:
+        subprocess.run([cmake, "--install", build_dir, "--prefix", prefix,
+                        "--component", "qrt_core_headers"], check=True, stdout=subprocess.DEVNULL)
+        root = os.path.join(prefix, "include")
+        headers = sorted(headers_below(root))
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            results = list(pool.map(lambda h: check(compiler, flags, root, h), headers))
+    problems = [problem for result in results for problem in result]
+    print("\n".join(problems))
+    print(f"{len(headers)} headers, {len(problems)} problems")
+    return 1 if problems or not headers else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

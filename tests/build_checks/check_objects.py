@@ -1,0 +1,81 @@
+"""Looks into object files for what would make the library fail on a processor without AVX.
+
+usage: check_objects.py avx|fma|baseline OBJECT...
+
+Objects compiled for AVX or FMA may define no symbol that the linker could choose for all files (weak,
+unique or common) and may hold no initialiser, which would run when the library is loaded. Objects of
+the baseline hold no AVX instruction, those of the AVX set no fused multiply-add.
+"""
+
+import re
+import subprocess
+import sys
+
+WEAK = set("WVuC")
+INITIALISERS = re.compile(r"\s(\.(?:init_array|preinit_array|ctors|init)[.\w]*)\s")
+# An instruction as objdump prints it: address, tab, mnemonic, operands.
+INSTRUCTION = re.compile(r"^\s*[0-9a-f]+:\t(?:(?:lock|rep|repz|repnz|data16|cs|ds|es|fs|gs|bnd) )*(\S+)\s*(.*)$")
+FUSED = re.compile(r"^vfn?m(add|sub|addsub|subadd)")
+# These begin with a v and are no vector instructions.
+OLD_V = {"verr", "verw"}
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def shared_definitions(path):
+    for line in run("nm", "--defined-only", "--demangle", path).splitlines():
+        parts = line.split(" ", 2)
+        if len(parts) == 3 and parts[1] in WEAK:
+            yield f"weak definition: {parts[1]} {parts[2]}"
+
+
+def initialisers(path):
+    for section in INITIALISERS.findall(run("readelf", "--sections", "--wide", path)):
+        yield f"initialiser section: {section}"
+
+
+def forbidden_instructions(path, is_forbidden):
+    """Yields the first forbidden instruction of each function."""
+    function, reported = "?", None
+    for line in run("objdump", "-d", "--no-show-raw-insn", "--demangle", path).splitlines():
+        if line.endswith(">:"):
+            function = line[line.index("<") + 1:-2]
+            continue
+        match = INSTRUCTION.match(line)
+        if match and function != reported and is_forbidden(match[1], match[2]):
+            reported = function
+            yield f"instruction {match[1]} {match[2]} in {function}"
+
+
+def is_avx(mnemonic, operands):
+    return (mnemonic.startswith("v") and mnemonic not in OLD_V) or "%ymm" in operands
+
+
+def is_fused(mnemonic, _):
+    return FUSED.match(mnemonic) is not None
+
+
+def check(path, kind):
+    if kind == "baseline":
+        yield from forbidden_instructions(path, is_avx)
+        return
+    yield from shared_definitions(path)
+    yield from initialisers(path)
+    if kind == "avx":
+        yield from forbidden_instructions(path, is_fused)
+
+
+def main():
+    kind, objects = sys.argv[1], sys.argv[2:]
+    if kind not in ("avx", "fma", "baseline") or not objects:
+        sys.exit(__doc__)
+    problems = [f"{path}: {problem}" for path in objects for problem in check(path, kind)]
+    print("\n".join(problems))
+    print(f"{len(objects)} {kind} objects, {len(problems)} problems")
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,64 @@
+"""House rules that can be seen in the text of the sources.
+
+usage: check_sources.py ROOT
+
+Sources are ASCII with Unix line ends, no file is longer than 600 lines, nothing is left "to do", and the
+files for AVX and FMA include only the intrinsics, <cstddef>, <cstdint> and the core headers.
+"""
+
+import os
+import re
+import sys
+
+FOLDERS = ("qrt_core", "tools", "tests", "bench", "examples", "fuzz", "models", "cmake")
+SUFFIXES = (".h", ".cpp", ".py", ".cmake", ".in", ".sh", ".txt", ".map")
+CODE = (".h", ".cpp", ".py", ".sh")
+LONGEST_FILE = 600
+LEFT_TO_DO = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
+CORE_INCLUDES = re.compile(r'^(<immintrin\.h>|<cstddef>|<cstdint>|"qrt_core/.*_(cores|internal)\.h")$')
+
+
+def sources_below(root):
+    for top in FOLDERS:
+        for folder, folders, files in os.walk(os.path.join(root, top)):
+            folders[:] = [name for name in folders if name not in ("corpus", "data", "__pycache__")]
+            for name in sorted(files):
+                if name.endswith(SUFFIXES):
+                    yield os.path.relpath(os.path.join(folder, name), root)
+
+
+def check(root, path):
+    with open(os.path.join(root, path), "rb") as file:
+        content = file.read()
+    lines = content.split(b"\n")
+    for number, line in enumerate(lines, 1):
+        if not line.isascii():
+            yield f"{path}:{number}: not ASCII"
+        if line.endswith((b"\r", b" ", b"\t")):
+            yield f"{path}:{number}: blanks or a carriage return at the end of the line"
+        if LEFT_TO_DO.search(line.decode("ascii", "replace")):
+            yield f"{path}:{number}: left to do: {line.decode('ascii', 'replace').strip()}"
+    if content and not content.endswith(b"\n"):
+        yield f"{path}: no newline at the end"
+    if path.endswith(CODE) and len(lines) - 1 > LONGEST_FILE:
+        yield f"{path}: {len(lines) - 1} lines, {LONGEST_FILE} at most"
+    if re.search(r"_(avx|fma)\.cpp$", path) and path.startswith("qrt_core"):
+        text = content.decode("ascii", "replace")
+        for include in re.findall(r"^#include\s+(\S+)", text, re.M):
+            if not CORE_INCLUDES.match(include):
+                yield f"{path}: includes {include}, which may bring in shared inline functions"
+        if "#error" not in text:
+            yield f"{path}: no #error where the instruction set is missing"
+
+
+def main():
+    root = sys.argv[1]
+    paths = list(sources_below(root))
+    problems = [problem for path in paths for problem in check(root, path)]
+    print("\n".join(problems))
+    print(f"{len(paths)} files, {len(problems)} problems")
+    return 1 if problems or not paths else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
