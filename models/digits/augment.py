@@ -1,4 +1,4 @@
-"""From masters to 28 x 28 pictures as a camera or a scanner might give them: random in place, stroke, light and noise."""
+"""From masters to 28 x 28 pictures that differ in place, stroke, light and noise, at random."""
 
 import math
 
@@ -12,14 +12,19 @@ MASTER_HEIGHT = 40.0
 
 
 class Strength:
-    """How far pictures are changed. Angles in degrees, lengths in pixels of the 28 x 28 picture, grey levels 0..1."""
+    """How far pictures are changed: 0 not at all, 1 as in training.
+
+    Angles are in degrees, lengths in pixels of the 28 x 28 picture, grey levels 0..1.
+    """
 
     def __init__(self, factor):
         self.turn = 16.0 * factor
         self.shear = 0.25 * factor
         self.aspect = 0.25 * factor
         self.bend = 0.8 * factor
-        self.stroke = 0.35 * factor  # share of the pictures that get thicker, and of those that get thinner
+        self.stroke = (
+            0.35 * factor
+        )  # share of the pictures that get thicker, and of those that get thinner
         self.noise = 0.12 * factor
         self.shift = 3.5 * factor
         self.heights = (20.0 - 7.0 * factor, 20.0 + 5.0 * factor)
@@ -50,7 +55,9 @@ def sampling_grid(count, strength, generator):
     dy = uniform(-1, 1, count, generator) * reach
     rows = torch.stack(
         [
-            torch.stack([zoom / aspect * (cos + shear * sin), zoom / aspect * (sin - shear * cos)], 1),
+            torch.stack(
+                [zoom / aspect * (cos + shear * sin), zoom / aspect * (sin - shear * cos)], 1
+            ),
             torch.stack([-zoom * sin, zoom * cos], 1),
         ],
         1,
@@ -74,7 +81,9 @@ def change_stroke(ink, strength, generator):
     result = ink + pick * amount * (thick - ink)
     thin = -F.max_pool2d(-ink, 3, 1, 1)
     left = thin.sum((1, 2, 3), keepdim=True) > 0.5 * ink.sum((1, 2, 3), keepdim=True)
-    return result + (1 - pick) * chosen(strength.stroke, count, generator) * left * amount * (thin - ink)
+    return result + (1 - pick) * chosen(strength.stroke, count, generator) * left * amount * (
+        thin - ink
+    )
 
 
 def blurred(picture, strength, generator):
@@ -88,20 +97,27 @@ def blurred(picture, strength, generator):
 
 
 def make_pictures(masters, strength, generator):
-    """Pictures float32 [n, 1, 28, 28], 0..1, from masters uint8 [n, 64, 64]; half of them dark on light."""
+    """Pictures float32 [n, 1, 28, 28], 0..1, from masters uint8 [n, 64, 64].
+
+    Half of them are dark on light.
+    """
     count = masters.shape[0]
     ink = masters[:, None].float() / 255
-    ink = F.grid_sample(ink, sampling_grid(count, strength, generator), mode="bilinear", align_corners=False)
+    ink = F.grid_sample(
+        ink, sampling_grid(count, strength, generator), mode="bilinear", align_corners=False
+    )
     ink = F.avg_pool2d(change_stroke(ink, strength, generator), 2)
     ink = blurred(ink, strength, generator)
     ink = ink / ink.amax((1, 2, 3), keepdim=True).clamp(min=0.1)
 
-    # The ground lies at one grey level, with a slope across the picture; the ink reaches up towards 1 from there.
+    # The ground lies at a grey level, with a slope across the picture, and the ink above it.
     level = uniform(0, 1, count, generator)[:, None, None, None] * strength.background
     contrast = 1 - uniform(0, 1, count, generator)[:, None, None, None] * strength.background
     ramp = torch.linspace(-0.5, 0.5, SIDE)
     slope = torch.randn(count, 2, 1, 1, generator=generator) * strength.background * 0.2
-    ground = level + slope[:, :1] * ramp[None, None, :, None] + slope[:, 1:] * ramp[None, None, None, :]
+    ground = (
+        level + slope[:, :1] * ramp[None, None, :, None] + slope[:, 1:] * ramp[None, None, None, :]
+    )
     picture = ground + ink * contrast * (1 - level)
     sigma = uniform(0, 1, count, generator)[:, None, None, None] * strength.noise
     picture = picture + torch.randn(picture.shape, generator=generator) * sigma

@@ -1,4 +1,5 @@
-"""Digits out of the fonts that Debian packages: which files there are, and one clean picture per face and digit."""
+#!/usr/bin/python3
+"""Digits out of the fonts that Debian packages: one clean picture per face and digit."""
 
 import os
 import subprocess
@@ -24,7 +25,7 @@ NOT_DIGITS = {
     "Wargames.ttf",
 }
 
-Face = namedtuple("Face", "package family path masters")  # masters: uint8 [10, MASTER, MASTER], ink bright
+Face = namedtuple("Face", "package family path masters")  # masters: uint8 [10, side, side]
 
 
 def packages(role):
@@ -38,13 +39,15 @@ def files_of(package):
     """TrueType and OpenType files of an installed package, sorted, links left out."""
     answer = subprocess.run(["dpkg", "-L", package], capture_output=True, text=True, check=False)
     if answer.returncode != 0:
-        sys.exit(f"{package} is not installed; README.md has the command that installs all font packages")
+        sys.exit(
+            f"{package} is not installed; README.md has the command that installs all font packages"
+        )
     paths = [path for path in answer.stdout.splitlines() if path.lower().endswith((".ttf", ".otf"))]
     return sorted(path for path in paths if not os.path.islink(path))
 
 
 def fit_into_master(picture):
-    """Crops a grey picture (ink bright, numpy) to its ink and centres that in a master; None without ink."""
+    """The ink of a grey picture (bright, numpy) centred in a master; None if there is no ink."""
     rows, columns = np.where(picture > 24)
     if len(rows) == 0:
         return None
@@ -88,3 +91,21 @@ def load_faces(role):
             known.add(masters.tobytes())
             faces.append(Face(package, family, path, masters))
     return faces
+
+
+def main():
+    """Writes families.txt, the families behind the packages of fonts.txt."""
+    with open(os.path.join(HERE, "families.txt"), "w", encoding="utf-8", newline="\n") as text:
+        text.write(
+            "# The families whose digits are used, by package of fonts.txt: role, package, families.\n"
+        )
+        for role in ("unseen", "seen"):
+            families = {}
+            for face in load_faces(role):
+                families.setdefault(face.package, set()).add(face.family)
+            for package in sorted(families):
+                text.write(f"{role}\t{package}\t{', '.join(sorted(families[package]))}\n")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,4 +1,4 @@
-"""Writes folded weights as a JSON model of qrt_core: the whole tree, members in the order in which the library writes."""
+"""Writes folded weights as a JSON model of qrt_core, members in the order the library writes."""
 
 import base64
 import json
@@ -84,7 +84,14 @@ def layers_of(weights):
 
 def extra_info(summary, made):
     time = {"serializable_type": "TimeInfo"}
-    time.update(year=made.year, moon=made.month, day=made.day, hour=made.hour, min=made.minute, sec=made.second)
+    time.update(
+        year=made.year,
+        moon=made.month,
+        day=made.day,
+        hour=made.hour,
+        min=made.minute,
+        sec=made.second,
+    )
     return {
         "serializable_type": "NetExtraInfo",
         "version": 1,
@@ -109,9 +116,21 @@ def configuration(layers):
             "kernel": {"kernel_type": KERNELS[layer["type"]], "infer_param_type": ""},
             "output_converters": {"kernel_ids": []},
         }
-    sse = {"summary": "portable convolutions, SSE rectifiers", "squential_ids": list(table), **table}
+    sse = {
+        "summary": "portable convolutions, SSE rectifiers",
+        "squential_ids": list(table),
+        **table,
+    }
     empty = {"summary": "", "squential_ids": []}
-    others = ["cpu_avx", "cpu_armv7", "cpu_armv8", "gpu_opengl", "gpu_metal", "gpu_cuda", "cpu_armv82"]
+    others = [
+        "cpu_avx",
+        "cpu_armv7",
+        "cpu_armv8",
+        "gpu_opengl",
+        "gpu_metal",
+        "gpu_cuda",
+        "cpu_armv82",
+    ]
     return {"cpu_sse": sse, **{name: empty for name in others}}
 
 
@@ -133,7 +152,11 @@ def write_model(path, weights, summary, made):
         "core_minor_ver": 0,
         "sdk_major_ver": 1,
         "sdk_minor_ver": 0,
-        "model_arr": {"serializable_type": "QRModelInfoArr", "squential_ids": [NETWORK], NETWORK: network},
+        "model_arr": {
+            "serializable_type": "QRModelInfoArr",
+            "squential_ids": [NETWORK],
+            NETWORK: network,
+        },
         "config_arr": {"squential_ids": [NETWORK], NETWORK: configuration(layers)},
     }
     with open(path, "w", encoding="ascii", newline="\n") as text:

@@ -4,7 +4,8 @@ import numpy as np
 import torch
 from torch import nn
 
-# Input channels, output channels, window, stride, padding of each convolution; all but the last are followed by a ReLU.
+# Input channels, output channels, window, stride and padding of each convolution. A ReLU follows
+# each but the last.
 LAYERS = [
     (1, 16, 5, 2, 2),
     (16, 32, 3, 1, 1),
@@ -35,7 +36,7 @@ class Digits(nn.Module):
 
 
 def folded(model):
-    """A list of (weight, bias) as float32 arrays, one per convolution, batch normalisation worked in (in double)."""
+    """(weight, bias) of each convolution as float32 arrays, batch normalisation worked in."""
     result, convolution = [], None
     for part in model.parts:
         if isinstance(part, nn.Conv2d):
@@ -45,12 +46,17 @@ def folded(model):
         elif isinstance(part, nn.BatchNorm2d):
             scale = part.weight.detach().double() / torch.sqrt(part.running_var.double() + part.eps)
             weight = convolution.weight.detach().double() * scale[:, None, None, None]
-            result.append((weight, part.bias.detach().double() - part.running_mean.double() * scale))
+            result.append(
+                (weight, part.bias.detach().double() - part.running_mean.double() * scale)
+            )
     return [(weight.float().numpy(), bias.float().numpy()) for weight, bias in result]
 
 
 def truncated(values):
-    """float32 values cut toward zero to what binary16 can hold, as float32. Range is checked, not saturated."""
+    """float32 values cut toward zero to what binary16 can hold, as float32.
+
+    Raises ValueError for a value that is out of range.
+    """
     half = values.astype(np.float16)
     if not np.isfinite(half).all():
         raise ValueError("a weight is outside the range of half precision")
@@ -64,7 +70,11 @@ def logits(weights, pictures, dtype=torch.float32):
     values = pictures.to(dtype)
     for i, ((weight, bias), (_, _, _, stride, padding)) in enumerate(zip(weights, LAYERS)):
         values = nn.functional.conv2d(
-            values, torch.from_numpy(weight).to(dtype), torch.from_numpy(bias).to(dtype), stride, padding
+            values,
+            torch.from_numpy(weight).to(dtype),
+            torch.from_numpy(bias).to(dtype),
+            stride,
+            padding,
         )
         if i + 1 < len(LAYERS):
             values = torch.relu(values)

@@ -23,7 +23,10 @@ DRAWN_SHARE = 0.25  # of a batch; the rest comes from fonts
 
 
 class Masters:
-    """All training masters, and the drawing of random ones: packages with many faces count more, by the square root."""
+    """All training masters, drawn from at random.
+
+    A package with many faces counts more than one with few, but only by the square root.
+    """
 
     def __init__(self, faces, drawn):
         self.fonts = torch.from_numpy(np.stack([face.masters for face in faces]))
@@ -37,7 +40,9 @@ class Masters:
         count = int(BATCH * DRAWN_SHARE)
         digits = torch.randint(10, (BATCH,), generator=generator)
         which = torch.randint(self.drawn.shape[1], (count,), generator=generator)
-        faces = torch.multinomial(self.weights, BATCH - count, replacement=True, generator=generator)
+        faces = torch.multinomial(
+            self.weights, BATCH - count, replacement=True, generator=generator
+        )
         masters = torch.cat([self.drawn[digits[:count], which], self.fonts[faces, digits[count:]]])
         return masters, digits
 
@@ -45,32 +50,41 @@ class Masters:
 def train(masters, steps, generator):
     model = Digits()
     optimizer = torch.optim.AdamW(model.parameters(), lr=1e-3, weight_decay=0.02)
-    schedule = torch.optim.lr_scheduler.OneCycleLR(optimizer, max_lr=4e-3, total_steps=steps, pct_start=0.15)
+    schedule = torch.optim.lr_scheduler.OneCycleLR(
+        optimizer, max_lr=4e-3, total_steps=steps, pct_start=0.15
+    )
     start, running = time.monotonic(), None
     strength = Strength(1.0)
     for step in range(1, steps + 1):
         glyphs, digits = masters.batch(generator)
-        loss = F.cross_entropy(model(make_pictures(glyphs, strength, generator)), digits, label_smoothing=0.02)
+        loss = F.cross_entropy(
+            model(make_pictures(glyphs, strength, generator)), digits, label_smoothing=0.02
+        )
         optimizer.zero_grad()
         loss.backward()
         optimizer.step()
         schedule.step()
         running = loss.item() if running is None else 0.98 * running + 0.02 * loss.item()
         if step % 100 == 0 or step == steps:
-            print(f"step {step} of {steps}, loss {running:.4f}, {time.monotonic() - start:.0f} s", flush=True)
+            print(
+                f"step {step} of {steps}, loss {running:.4f}, {time.monotonic() - start:.0f} s",
+                flush=True,
+            )
     return model.eval()
 
 
 def pictures_of_faces(faces, factor, generator, rounds):
-    """Every digit of every face `rounds` times: a list of (pictures, digits, number of the face)."""
+    """Every digit of every face `rounds` times: (pictures, digits, numbers of the faces) each."""
     masters = torch.from_numpy(np.stack([face.masters for face in faces])).flatten(0, 1)
     digits = torch.arange(10).repeat(len(faces))
     owner = torch.arange(len(faces)).repeat_interleave(10)
-    return [(make_pictures(masters, Strength(factor), generator), digits, owner) for _ in range(rounds)]
+    return [
+        (make_pictures(masters, Strength(factor), generator), digits, owner) for _ in range(rounds)
+    ]
 
 
 def drawn_pictures(rounds, seed):
-    """The shapes of make_samples.py with other tremors, `rounds` pictures of each; as pictures_of_faces."""
+    """`rounds` pictures of each shape of make_samples.py, given as by pictures_of_faces."""
     rng = np.random.default_rng(seed)
     pictures, digits = [], []
     for _ in range(rounds):
@@ -86,7 +100,10 @@ def drawn_pictures(rounds, seed):
 def hits(weights, sets):
     """Whether each picture is recognised, and its owner."""
     with torch.no_grad():
-        found = [(logits(weights, pictures).argmax(1) == digits, owner) for pictures, digits, owner in sets]
+        found = [
+            (logits(weights, pictures).argmax(1) == digits, owner)
+            for pictures, digits, owner in sets
+        ]
     return torch.cat([hit for hit, _ in found]).float(), torch.cat([owner for _, owner in found])
 
 
@@ -99,10 +116,9 @@ def package_scores(hit, owner, faces):
 
 
 def score(full, half, report):
-    """Scores float32 and truncated weights on unseen fonts and shapes; returns the headline pair."""
+    """Reports what is recognised of unseen fonts and shapes; the share that the model states."""
     faces = load_faces("unseen")
     generator = torch.Generator().manual_seed(77)
-    headline = None
     report(f"unseen: {len({face.package for face in faces})} packages, {len(faces)} faces")
     report(f"{'pictures of':34}{'number':>8}{'float32':>10}{'half':>10}{'by package':>12}")
     cases = [
@@ -120,16 +136,22 @@ def score(full, half, report):
             row += f"{100 * sum(value for value, _ in packages) / len(packages):>11.2f}%"
         report(row)
         if "half as far" in name:
-            headline = exact.mean().item(), hit.mean().item()
+            headline = hit.mean().item()
             worst = packages[:5]
-    report("worst packages, changed half as far: " + ", ".join(f"{p} {100 * v:.1f}%" for v, p in worst))
+    report(
+        "worst packages, changed half as far: " + ", ".join(f"{p} {100 * v:.1f}%" for v, p in worst)
+    )
     return headline
 
 
 def main():
     arguments = argparse.ArgumentParser(description=__doc__)
-    arguments.add_argument("--json", default=os.path.join(HERE, "digits.json"), help="model to write")
-    arguments.add_argument("--scores", default=os.path.join(HERE, "scores.txt"), help="scores to write")
+    arguments.add_argument(
+        "--json", default=os.path.join(HERE, "digits.json"), help="model to write"
+    )
+    arguments.add_argument(
+        "--scores", default=os.path.join(HERE, "scores.txt"), help="scores to write"
+    )
     arguments.add_argument("--steps", type=int, default=4500, help=f"batches of {BATCH} pictures")
     arguments.add_argument("--seed", type=int, default=1)
     options = arguments.parse_args()
@@ -140,7 +162,7 @@ def main():
     start = time.monotonic()
     faces = load_faces("seen")
     masters = Masters(faces, drawn_masters(1500, np.random.default_rng(options.seed)))
-    print(f"{len(faces)} faces of {len({face.package for face in faces})} packages, {time.monotonic() - start:.0f} s")
+    print(f"{len(faces)} faces to train on, {time.monotonic() - start:.0f} s")
     model = train(masters, options.steps, generator)
     minutes = (time.monotonic() - start) / 60
 
@@ -152,12 +174,16 @@ def main():
         print(line)
         lines.append(line + "\n")
 
-    report(f"trained on {len(faces)} faces and drawn shapes, {options.steps} x {BATCH} pictures, {minutes:.1f} minutes")
-    _, accuracy = score(full, half, report)
+    report(f"trained on {options.steps} x {BATCH} pictures in {minutes:.1f} minutes")
+    report(f"seen: {len({face.package for face in faces})} packages, {len(faces)} faces")
+    accuracy = score(full, half, report)
     with open(options.scores, "w", encoding="utf-8") as text:
         text.writelines(lines)
-    summary = f"Digits 0 to 9 in 28 x 28 grey pictures (grey / 255); {100 * accuracy:.1f} % on fonts not trained on."
-    # What is written has half precision already, so that the JSON and the binary model give the same numbers.
+    summary = (
+        "Digits 0 to 9 in 28 x 28 grey pictures (grey / 255); "
+        f"{100 * accuracy:.1f} % right on fonts not trained on."
+    )
+    # Cut to half precision already, so that the JSON and the binary model give the same numbers.
     write_model(options.json, half, summary, datetime.datetime.now(datetime.timezone.utc))
 
 
