@@ -1,0 +1,55 @@
+#pragma once
+
+#include "qrt_core/kernel/kernel_class.h"
+#include "qrt_core/kernel/tensor_checks.h"
+
+// Kernels that hand their inputs on: the same tensor objects come out.
+
+namespace marlo::kernel {
+
+class PassThrough;
+
+/// One kernel that hands its inputs on.
+struct PassThroughRow : KernelRow {
+  using Family = PassThrough;
+
+  bool (*acceptable)(const runtime::IKernel::Tensors&);  ///< what the tensor checks demand
+};
+
+/// See `PassThroughRow`.
+class PassThrough : public KernelFamily {
+ public:
+  explicit PassThrough(const PassThroughRow& row) : row_(row) {}
+
+  int CheckInputs(const Tensors& tensors) const { return tensor_verdict(row_.acceptable(tensors)); }
+  int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
+
+  int Forward(const Tensors& inputs, Tensors& outputs, const Context&) const {
+    outputs = inputs;
+    return runtime::KERNEL_OK;
+  }
+
+ private:
+  const PassThroughRow& row_;
+};
+
+/// Whether a vector holds exactly one tensor, of whatever kind.
+inline bool is_one_tensor(const runtime::IKernel::Tensors& tensors) { return tensors.size() == 1; }
+
+/// A row whose kernel accepts any layer description.
+constexpr PassThroughRow pass_through(bool (*acceptable)(const runtime::IKernel::Tensors&)) {
+  return {{nullptr, ConfigTest::inverted}, acceptable};
+}
+
+// Input_Fallback_M1 is the kernel of input layers, Straight_Through_Fallback_M1 a layer without
+// effect.
+#define QRT_PASS_THROUGH_KERNELS(KERNEL)                  \
+  KERNEL(Input_Fallback_M1, pass_through(&is_one_tensor)) \
+  KERNEL(Straight_Through_Fallback_M1, pass_through(&is_one_in_main_memory))
+
+QRT_PASS_THROUGH_KERNELS(QRT_KERNEL)
+
+inline constexpr const PassThroughRow* pass_through_rows[] = {
+    QRT_PASS_THROUGH_KERNELS(QRT_KERNEL_ROW)};
+
+}  // namespace marlo::kernel

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "qrt_core/kernel/conv/conv_params.h"
+#include "qrt_core/runtime/model/conv_info.h"
+#include "qrt_core/runtime/tensor/tensor_shape.h"
+
+namespace marlo::kernel {
+
+// What sets plane, transposed and one-dimensional convolutions apart: their description, their
+// parameter record, the shapes of weights and output, and how a core sees them.
+
+/// A two-dimensional convolution over [C, H, W].
+struct PlaneGeometry {
+  using Info = runtime::Conv2dInfo;
+  using Params = Conv2dParams;
+
+  /// Dimensions of an input tensor that isn't blocked.
+  static constexpr size_t kDims = 3;
+
+  static Params params_of(const Info& info);
+  static runtime::TensorShape weight_shape(const Params& params);
+
+  /// [out_channels, H_out, W_out], in 32-bit arithmetic: the division floors, and a window larger
+  /// than the padded input wraps.
+  static std::vector<uint32_t> output_dims(const Params& params,
+                                           const std::vector<uint32_t>& input);
+
+  /// Whether each window lies inside the padded input.
+  static bool window_fits(const Params& params, const std::vector<uint32_t>& input);
+
+  static ConvTask task_of(const Params& params, const std::vector<uint32_t>& padded,
+                          const std::vector<uint32_t>& output);
+};
+
+/// A transposed two-dimensional convolution over [C, H, W].
+struct TransposedGeometry {
+  using Info = runtime::ConvTranspose2dInfo;
+  using Params = Conv2dParams;
+
+  static constexpr size_t kDims = 3;
+
+  static Params params_of(const Info& info);
+  static runtime::TensorShape weight_shape(const Params& params);
+
+  /// [out_channels, H * stride - (kernel - 1) * dilation + padding, ...], in 32-bit arithmetic. The
+  /// stored paddings are signed and hold (kernel - 1) * dilation - p, which turns the minus sign
+  /// into the usual size.
+  static std::vector<uint32_t> output_dims(const Params& params,
+                                           const std::vector<uint32_t>& input);
+
+  /// A gather over the output reads no input outside the plane, whatever the sizes.
+  static bool window_fits(const Params&, const std::vector<uint32_t>&) { return true; }
+
+  static ConvTask task_of(const Params& params, const std::vector<uint32_t>& input,
+                          const std::vector<uint32_t>& output);
+};
+
+/// A one-dimensional convolution over [C, L].
+struct LineGeometry {
+  using Info = runtime::Conv1dInfo;
+  using Params = Conv1dParams;
+
+  static constexpr size_t kDims = 2;
+
+  static Params params_of(const Info& info);
+  static runtime::TensorShape weight_shape(const Params& params);
+
+  /// [out_channels, L_out], in 32-bit arithmetic.
+  static std::vector<uint32_t> output_dims(const Params& params,
+                                           const std::vector<uint32_t>& input);
+
+  static bool window_fits(const Params& params, const std::vector<uint32_t>& input);
+
+  /// A line is a plane of height 1.
+  static ConvTask task_of(const Params& params, const std::vector<uint32_t>& padded,
+                          const std::vector<uint32_t>& output);
+};
+
+}  // namespace marlo::kernel

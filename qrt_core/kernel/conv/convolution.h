@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+
+#include "qrt_core/kernel/conv/conv_cores.h"
+#include "qrt_core/kernel/conv/conv_geometry.h"
+#include "qrt_core/kernel/conv/fill.h"
+#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/kernel_class.h"
+
+// What all convolution kernels share: parameters, weights, tensor checks and the steps of a pass.
+// A convolution adds onto bias or zero and has no activation of its own.
+
+namespace marlo::kernel {
+
+template <typename Geometry>
+class Convolution;
+
+/// One convolution kernel: what it accepts, and the functions that its steps call.
+template <typename Geometry>
+struct ConvolutionRow : KernelRow {
+  using Family = Convolution<Geometry>;
+  using Params = typename Geometry::Params;
+  using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
+
+  /// Whether the kernel can run these parameters.
+  bool (*accepts)(const Params& params) = nullptr;
+  runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of input and output
+  /// The padded copy of the input, made on every pass; null for a core that needs none.
+  TensorPointer (*pad)(const TensorPointer& input, const Params& params,
+                       const std::shared_ptr<runtime::DeviceCPU>& device) = nullptr;
+  /// Gives an output the bias of its channels.
+  int (*fill_bias)(TensorPointer bias, TensorPointer output) = nullptr;
+  conv::Core core = nullptr;  ///< adds the products onto the output
+};
+
+/// See `ConvolutionRow`. Immutable once configured.
+template <typename Geometry>
+class Convolution : public KernelFamily {
+ public:
+  using Row = ConvolutionRow<Geometry>;
+  using Params = typename Geometry::Params;
+
+  explicit Convolution(const Row& row) : row_(row) {}
+
+  int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
+  Shapes InferOutputShapes(const Shapes& shapes) const;
+  int CheckInputs(const Tensors& tensors) const;
+  int CheckOutputs(const Tensors& tensors) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+
+ private:
+  using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
+
+  bool is_plane_of(const Tensors& tensors, uint32_t channels) const;
+  TensorPointer prepared_input(const Tensors& inputs, const Context& context) const;
+  TensorPointer initial_output(const runtime::TensorShape& input, const Context& context) const;
+
+  const Row& row_;
+  Params params_;
+  TensorPointer weight_;
+  TensorPointer bias_;  // empty without a bias
+};
+
+extern template class Convolution<PlaneGeometry>;
+extern template class Convolution<TransposedGeometry>;
+extern template class Convolution<LineGeometry>;
+
+}  // namespace marlo::kernel

@@ -1,0 +1,102 @@
+#include "qrt_core/kernel/conv/fill.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "qrt_core/kernel/conv/fill_cores.h"
+#include "qrt_core/runtime/engine/kernel.h"
+#include "qrt_core/utility/build_options.h"
+
+namespace marlo::kernel {
+
+using runtime::DataType;
+using runtime::LayoutType;
+using runtime::LocationType;
+using runtime::TensorCPU;
+
+namespace {
+
+bool is_float(const TensorCPU& tensor) {
+  return tensor.shape.data_type == DataType::FLOAT32 &&
+         tensor.shape.location == LocationType::MainMemory;
+}
+
+bool is_float_of(const TensorCPU& tensor, LayoutType layout) {
+  return is_float(tensor) && tensor.shape.layout == layout;
+}
+
+// Fills each plane with the values of its `block` channels, repeated. A plane beyond the bias is
+// left alone where the block is 1.
+int fill_bias(const TensorCPU& bias, TensorCPU& output, LayoutType layout, size_t block,
+              fill::Core repeat) {
+  const bool fits = is_float_of(bias, LayoutType::GN) && is_float_of(output, layout) &&
+                    !output.shape.dims.empty();
+  if (!fits) return runtime::KERNEL_BAD_TENSOR;
+  const auto* values = static_cast<const float*>(bias.RawPointer());
+  const size_t channels = runtime::ElementCount(bias.shape);
+  const size_t plane_floats = output.strides[0];
+  auto* plane = static_cast<float*>(output.RawPointer());
+
+  size_t planes = output.shape.dims[0];
+  if (block == 1) planes = std::min(planes, channels);
+  for (size_t first = 0; planes-- > 0; first += block, plane += plane_floats) {
+    float pattern[fill::kPatternFloats];
+    for (size_t k = 0; k < fill::kPatternFloats; ++k) {
+      const size_t channel = first + k % block;
+      pattern[k] = channel < channels ? values[channel] : 0.0f;
+    }
+    repeat(plane, plane_floats, pattern);
+  }
+  return runtime::KERNEL_OK;
+}
+
+}  // namespace
+
+void fill::repeat_portable(float* output, size_t count, const float* pattern) noexcept {
+  for (size_t i = 0; i < count; ++i) output[i] = pattern[i % kPatternFloats];
+}
+
+int FillBias_CHW_Float_Fallback(std::shared_ptr<TensorCPU> bias,
+                                std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::repeat_portable);
+}
+
+int FillBias_CL_Float_Fallback(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::CL, 1, fill::repeat_portable);
+}
+
+#if QRT_WITH_SSE
+
+int FillBias_CHW_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::repeat_sse);
+}
+
+int FillBias_C4HW4_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::C4HW4, 4, fill::repeat_sse);
+}
+
+int FillBias_C8HW8_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::C8HW8, 8, fill::repeat_sse);
+}
+
+#endif
+
+#if QRT_WITH_AVX
+
+int FillBias_CHW_Float_AVX(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::repeat_avx);
+}
+
+int FillBias_C8HW8_Float_AVX(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::C8HW8, 8, fill::repeat_avx);
+}
+
+#endif
+
+int FillZero_Float(std::shared_ptr<TensorCPU> output) {
+  if (!is_float(*output)) return runtime::KERNEL_BAD_TENSOR;
+  std::memset(output->RawPointer(), 0, runtime::ByteSize(output->shape));
+  return runtime::KERNEL_OK;
+}
+
+}  // namespace marlo::kernel

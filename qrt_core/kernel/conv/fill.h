@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+
+#include "qrt_core/runtime/tensor/tensor.h"
+
+// The initial state of a convolution's output, onto which its core adds.
+
+namespace marlo::kernel {
+
+/// @name Bias
+/// Gives every element of channel c of `output` the c-th value of `bias`, a [groups, channels per
+/// group] tensor of layout GN. A blocked form takes 0 for a channel beyond the bias.
+/// @return 0, or -2 unless both are FLOAT32 in main memory and of these layouts
+/// @{
+int FillBias_CHW_Float_Fallback(std::shared_ptr<runtime::TensorCPU> bias,
+                                std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_CL_Float_Fallback(std::shared_ptr<runtime::TensorCPU> bias,
+                               std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_CHW_Float_SSE(std::shared_ptr<runtime::TensorCPU> bias,
+                           std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_C4HW4_Float_SSE(std::shared_ptr<runtime::TensorCPU> bias,
+                             std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_C8HW8_Float_SSE(std::shared_ptr<runtime::TensorCPU> bias,
+                             std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_CHW_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
+                           std::shared_ptr<runtime::TensorCPU> output);
+int FillBias_C8HW8_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
+                             std::shared_ptr<runtime::TensorCPU> output);
+/// @}
+
+/// Clears a tensor.
+/// @return 0, or -2 unless it is FLOAT32 in main memory
+int FillZero_Float(std::shared_ptr<runtime::TensorCPU> output);
+
+}  // namespace marlo::kernel

@@ -1,0 +1,108 @@
+#include "qrt_core/kernel/conv/padding.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace marlo::kernel {
+
+using runtime::DataType;
+using runtime::DeviceCPU;
+using runtime::LayoutType;
+using runtime::LocationType;
+using runtime::TensorCPU;
+using runtime::TensorShape;
+
+namespace {
+
+struct Margins {
+  uint32_t left;
+  uint32_t right;
+  uint32_t top;
+  uint32_t bottom;
+};
+
+// Copies `planes` pictures of `height` rows of `width` floats into a frame; `margins` count floats
+// in the horizontal direction. Rows are copied whole and only the margins are filled.
+void frame_planes(const float* from, size_t planes, size_t height, size_t width,
+                  const Margins& margins, float value, float* to) noexcept {
+  const size_t framed_width = width + margins.left + margins.right;
+  for (size_t plane = 0; plane < planes; ++plane) {
+    to = std::fill_n(to, margins.top * framed_width, value);
+    for (size_t row = 0; row < height; ++row) {
+      to = std::fill_n(to, margins.left, value);
+      to = std::copy_n(from, width, to);
+      to = std::fill_n(to, margins.right, value);
+      from += width;
+    }
+    to = std::fill_n(to, margins.bottom * framed_width, value);
+  }
+}
+
+bool is_float_of(const TensorCPU& tensor, LayoutType layout, size_t dims) {
+  const TensorShape& shape = tensor.shape;
+  return shape.layout == layout && shape.data_type == DataType::FLOAT32 &&
+         shape.location == LocationType::MainMemory && shape.dims.size() == dims;
+}
+
+// Pads [planes, H, W] or [planes, H, W, block]; a copy of whole rows is as fast as memory allows
+// whatever the block.
+std::shared_ptr<TensorCPU> pad_planes(const TensorCPU& input, LayoutType layout, Margins margins,
+                                      float value, DeviceCPU& device) {
+  const bool blocked = layout != LayoutType::CHW;
+  if (!is_float_of(input, layout, blocked ? 4 : 3)) return nullptr;
+  const std::vector<uint32_t>& dims = input.shape.dims;
+  const uint32_t block = blocked ? dims[3] : 1;
+
+  TensorShape shape = input.shape;
+  shape.dims[1] += margins.top + margins.bottom;
+  shape.dims[2] += margins.left + margins.right;
+  auto padded = device.CreateTensor(std::move(shape), nullptr);
+  margins.left *= block;
+  margins.right *= block;
+  frame_planes(static_cast<const float*>(input.RawPointer()), dims[0], dims[1],
+               static_cast<size_t>(dims[2]) * block, margins, value,
+               static_cast<float*>(padded->RawPointer()));
+  return padded;
+}
+
+}  // namespace
+
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_CHW_Float_Fallback_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    float value, std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::CHW, {left, right, top, bottom}, value, *device);
+}
+
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    float value, std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::C4HW4, {left, right, top, bottom}, value, *device);
+}
+
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    float value, std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::C8HW8, {left, right, top, bottom}, value, *device);
+}
+
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    float value, std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::C8HW8, {left, right, top, bottom}, value, *device);
+}
+
+std::shared_ptr<TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t front, uint32_t back, float value,
+    std::shared_ptr<DeviceCPU> device) {
+  if (!is_float_of(*input, LayoutType::CL, 2)) return nullptr;
+  const std::vector<uint32_t>& dims = input->shape.dims;
+  TensorShape shape = input->shape;
+  shape.dims[1] += front + back;
+  auto padded = device->CreateTensor(std::move(shape), nullptr);
+  frame_planes(static_cast<const float*>(input->RawPointer()), dims[0], 1, dims[1],
+               {front, back, 0, 0}, value, static_cast<float*>(padded->RawPointer()));
+  return padded;
+}
+
+}  // namespace marlo::kernel

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/tensor.h"
+#include "qrt_core/utility/export.h"
+
+namespace marlo::kernel {
+
+/// @name Padding of planes
+/// A new tensor from `device` with the picture of `input` inside a margin of `left`, `right`, `top`
+/// and `bottom` pixels that holds `value`: [C, H, W] becomes [C, H + top + bottom, W + left +
+/// right], and blocked forms likewise. Also without any margin it is a copy.
+/// @return null unless `input` is a FLOAT32 tensor of the layout in the name, in main memory
+/// @{
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_Fallback_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+/// @}
+
+/// Padding of rows: [C, L] becomes [C, front + L + back].
+/// @return null unless `input` is a FLOAT32 tensor of layout CL in main memory
+std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t front, uint32_t back, float value,
+    std::shared_ptr<runtime::DeviceCPU> device);
+
+}  // namespace marlo::kernel

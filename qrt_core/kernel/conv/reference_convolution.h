@@ -1,0 +1,77 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/convolution.h"
+
+// The portable convolutions: any kernel, stride, dilation and groups. They define what every faster
+// kernel computes.
+
+namespace marlo::kernel {
+
+/// @name Acceptance
+/// Kernels, strides, dilations, channels and groups above zero; paddings are not tested, nor
+/// whether the groups divide the channels.
+/// @{
+bool accepts_any_plane(const Conv2dParams& params);
+bool accepts_any_line(const Conv1dParams& params);
+/// @}
+
+std::shared_ptr<runtime::TensorCPU> pad_chw(const std::shared_ptr<runtime::TensorCPU>& input,
+                                            const Conv2dParams& params,
+                                            const std::shared_ptr<runtime::DeviceCPU>& device);
+std::shared_ptr<runtime::TensorCPU> pad_cl(const std::shared_ptr<runtime::TensorCPU>& input,
+                                           const Conv1dParams& params,
+                                           const std::shared_ptr<runtime::DeviceCPU>& device);
+
+/// The portable convolution over planes.
+constexpr ConvolutionRow<PlaneGeometry> reference_convolution() {
+  ConvolutionRow<PlaneGeometry> row;
+  row.accepts = accepts_any_plane;
+  row.pad = pad_chw;
+  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.core = conv::direct_portable;
+  return row;
+}
+
+/// The portable transposed convolution.
+constexpr ConvolutionRow<TransposedGeometry> reference_transposed_convolution() {
+  ConvolutionRow<TransposedGeometry> row;
+  row.accepts = accepts_any_plane;
+  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.core = conv::transposed_portable;
+  return row;
+}
+
+/// The portable convolution over lines.
+constexpr ConvolutionRow<LineGeometry> reference_line_convolution() {
+  ConvolutionRow<LineGeometry> row;
+  row.accepts = accepts_any_line;
+  row.layout = runtime::LayoutType::CL;
+  row.pad = pad_cl;
+  row.fill_bias = FillBias_CL_Float_Fallback;
+  row.core = conv::direct_portable;
+  return row;
+}
+
+#define QRT_PLANE_REFERENCE_KERNELS(KERNEL) \
+  KERNEL(Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1, reference_convolution())
+
+#define QRT_TRANSPOSED_REFERENCE_KERNELS(KERNEL)                  \
+  KERNEL(ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1, \
+         reference_transposed_convolution())
+
+#define QRT_LINE_REFERENCE_KERNELS(KERNEL) \
+  KERNEL(Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1, reference_line_convolution())
+
+QRT_PLANE_REFERENCE_KERNELS(QRT_KERNEL)
+QRT_TRANSPOSED_REFERENCE_KERNELS(QRT_KERNEL)
+QRT_LINE_REFERENCE_KERNELS(QRT_KERNEL)
+
+/// The rows of the kernels over planes, transposed planes and lines that this build contains.
+inline constexpr const ConvolutionRow<PlaneGeometry>* plane_convolution_rows[] = {
+    QRT_PLANE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr const ConvolutionRow<TransposedGeometry>* transposed_convolution_rows[] = {
+    QRT_TRANSPOSED_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr const ConvolutionRow<LineGeometry>* line_convolution_rows[] = {
+    QRT_LINE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+
+}  // namespace marlo::kernel

@@ -1,0 +1,40 @@
+#pragma once
+
+/// @file
+/// Everything that an application needs: load a model, fill its input tensors, run it.
+///
+/// @code
+/// std::shared_ptr<marlo::runtime::Context> context;
+/// marlo::utility::create_context(context, 32);
+/// marlo::runtime::KernelRegistry kernels;
+/// marlo::runtime::InferenceParamRegistry params;
+/// marlo::utility::init_register_operators(kernels, params);
+///
+/// std::map<std::string, std::shared_ptr<marlo::utility::_NetworkPackage>> nets;
+/// marlo::utility::load_model("digits.qrtmodel", nets, context, kernels, params, "qrt", 1, 0);
+/// auto& package = *nets.at("digits");
+/// package.input_tensors[0] = context->cpu->CreateF32CHWMainMem({1, 28, 28}, pixels);
+/// auto outputs = package.net->Forward(package.input_tensors, package.output_ids, context, nullptr,
+///                                     nullptr);
+/// @endcode
+
+#include "qrt_core/kernel/basic/sigmoid.h"
+#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/runtime/engine/class_registry.h"
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/engine/kernel.h"
+#include "qrt_core/runtime/engine/net.h"
+#include "qrt_core/runtime/model/base64.h"
+#include "qrt_core/runtime/model/inference_config.h"
+#include "qrt_core/runtime/model/json_visitor.h"
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/runtime/model/serializable.h"
+#include "qrt_core/runtime/tensor/align_up_pool.h"
+#include "qrt_core/runtime/tensor/aligned_pool.h"
+#include "qrt_core/runtime/tensor/context.h"
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/tensor.h"
+#include "qrt_core/utility/application.h"
+#include "qrt_core/utility/log.h"
+#include "qrt_core/utility/time_metrics.h"

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace marlo::runtime {
+
+/// A table from class names to factories.
+///
+/// Fill it first and read it afterwards: reading is safe from several threads as long as nobody
+/// registers.
+///
+/// @code
+/// ClassRegistry<std::shared_ptr<IKernel>> kernels;
+/// kernels.Register("MyKernel", [] { return std::make_shared<MyKernel>(); }, false);
+/// std::shared_ptr<IKernel> kernel = kernels.Create("MyKernel");
+/// @endcode
+///
+/// @tparam T what a factory makes; a default-constructed `T` stands for nothing
+template <typename T>
+class ClassRegistry {
+ public:
+  using Factory = std::function<T()>;
+
+  /// Enters a factory. An existing key is replaced only if `overwrite` is set.
+  /// @return whether the factory was entered
+  bool Register(const std::string& key, Factory factory, bool overwrite) {
+    if (!overwrite && factories_.count(key) != 0) return false;
+    factories_[key] = std::move(factory);
+    return true;
+  }
+
+  /// What the factory of `key` makes, or an empty `T` for an unknown key. Keys compare exactly.
+  T Create(const std::string& key) const {
+    const auto found = factories_.find(key);
+    return found == factories_.end() ? T() : found->second();
+  }
+
+  /// All keys, in no particular order.
+  std::vector<std::string> Keys() const {
+    std::vector<std::string> keys;
+    keys.reserve(factories_.size());
+    for (const auto& [key, factory] : factories_) keys.push_back(key);
+    return keys;
+  }
+
+ private:
+  std::unordered_map<std::string, Factory> factories_;
+};
+
+}  // namespace marlo::runtime

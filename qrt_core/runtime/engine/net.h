@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "qrt_core/runtime/engine/kernel.h"
+#include "qrt_core/utility/export.h"
+
+namespace marlo::runtime {
+
+/// One step of a network: a kernel, where its inputs come from, and who reads its result.
+struct Layer {
+  /// Printed name of the layer's type. A layer named "Input" takes its tensor from the caller.
+  std::string name;
+  /// Per input position: source layer, and output of that layer.
+  std::vector<std::pair<uint32_t, uint32_t>> inputs;
+  /// Every reader of this layer's result: layer, and input position there.
+  std::vector<std::pair<uint32_t, uint32_t>> consumers;
+  /// Per input position: a kernel applied to that input first.
+  std::map<uint32_t, std::shared_ptr<IKernel>> input_converters;
+  std::shared_ptr<IKernel> kernel;
+  /// Per output position: a kernel applied to that output afterwards.
+  std::map<uint32_t, std::shared_ptr<IKernel>> output_converters;
+};
+
+/// The executable form of a model: layers in the order in which they run.
+///
+/// A layer's index is its number everywhere. One pass at a time may run on a context, and one
+/// thread at a time may run a network.
+class QRT_API Net {
+ public:
+  using Tensors = std::vector<std::shared_ptr<Tensor>>;
+
+  Net(const std::vector<std::shared_ptr<Layer>>& layers,
+      const std::map<std::string, unsigned int>& inputs);
+
+  /// Runs the layers in order until everything asked for is there.
+  ///
+  /// A tensor is given back to the device's pool as soon as its last reader has run, unless the
+  /// caller supplied it or asked for it.
+  ///
+  /// @param inputs the tensor of each input layer, by layer index
+  /// @param output_ids indices of the layers whose outputs are wanted; without any, nothing runs
+  /// @param context holds the device that the tensors are made on
+  /// @param cpu_times may be null; else receives, per layer that ran, its time in milliseconds
+  /// @param gpu_times may be null; else receives 0 per layer that ran
+  /// @return per wanted layer, its outputs after its output converters
+  /// @throws std::runtime_error for a missing input or a kernel that can't run. The device's
+  /// dynamic
+  ///   mode then stays on until the end of the next pass.
+  std::unordered_map<unsigned int, Tensors> Forward(
+      const std::unordered_map<unsigned int, std::shared_ptr<Tensor>>& inputs,
+      const std::vector<unsigned int>& output_ids, std::shared_ptr<Context> context,
+      std::vector<float>* cpu_times, std::vector<float>* gpu_times) const;
+
+  std::vector<std::shared_ptr<Layer>> layers;
+  /// Index of each input layer by its id. `Forward` doesn't read it.
+  std::map<std::string, unsigned int> input_map;
+};
+
+}  // namespace marlo::runtime

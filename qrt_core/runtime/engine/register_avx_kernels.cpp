@@ -1,0 +1,22 @@
+#include "qrt_core/kernel/kernels.h"
+#include "qrt_core/runtime/engine/registration.h"
+#include "qrt_core/utility/build_options.h"
+
+#if QRT_WITH_AVX
+
+namespace marlo::runtime {
+
+using namespace kernel;
+
+void register_avx_kernels(KernelRegistry& kernels) {
+  add_kernel<ReLU_AVX_Float_M1>(kernels);
+  add_kernel<ReLU6_AVX_Float_M1>(kernels);
+  add_kernel<Sigmoid_AVX_Float_M1>(kernels);
+  add_kernel<HSwish_AVX_Float_M1>(kernels);
+  add_kernel<Leaky_AVX_Float_M1>(kernels);
+  add_kernel<PReLU_AVX_Float_M1>(kernels);
+}
+
+}  // namespace marlo::runtime
+
+#endif

@@ -1,0 +1,24 @@
+#include "qrt_core/runtime/engine/registration.h"
+#include "qrt_core/runtime/model/inference_param.h"
+
+namespace marlo::runtime {
+namespace {
+
+template <typename Param>
+void add_param(InferenceParamRegistry& params, const char* name) {
+  const auto make = []() -> std::shared_ptr<InferenceParam> { return std::make_shared<Param>(); };
+  params.Register(name, make, false);
+}
+
+}  // namespace
+
+void register_quantisation_params(InferenceParamRegistry& params) {
+  register_convolution_quantisation_param(params);
+  add_param<InferenceParamUpsampling2DQuant>(params, "InferenceParamUpsampling2DQuant");
+}
+
+void register_convolution_quantisation_param(InferenceParamRegistry& params) {
+  add_param<InferenceParamConv2DQuant>(params, "InferenceParamConv2DQuant");
+}
+
+}  // namespace marlo::runtime

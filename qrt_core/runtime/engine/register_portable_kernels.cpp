@@ -1,0 +1,31 @@
+#include "qrt_core/kernel/kernels.h"
+#include "qrt_core/runtime/engine/registration.h"
+
+namespace marlo::runtime {
+
+using namespace kernel;
+
+void register_common_kernels(KernelRegistry& kernels) {
+  add_kernel<Input_Fallback_M1>(kernels);
+  add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
+  add_kernel<HSwish_Fallback_Float_M1>(kernels);
+}
+
+void register_portable_kernels(KernelRegistry& kernels) {
+  add_kernel<Input_Fallback_M1>(kernels);
+  add_kernel<Straight_Through_Fallback_M1>(kernels);
+  add_kernel<Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1>(kernels);
+  add_kernel<ReLU_Fallback_Float_M1>(kernels);
+  add_kernel<ReLU6_Fallback_Float_M1>(kernels);
+  add_kernel<Sigmoid_Fallback_Float_M1>(kernels);
+  add_kernel<TanH_Fallback_Float_M1>(kernels);
+  add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
+  add_kernel<HSwish_Fallback_Float_M1>(kernels);
+  add_kernel<Leaky_Fallback_Float_M1>(kernels);
+  add_kernel<PReLU_Fallback_Float_M1>(kernels);
+  add_kernel<ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<Linear_Fallback_Float_M1>(kernels);
+}
+
+}  // namespace marlo::runtime

@@ -1,0 +1,26 @@
+#include "qrt_core/kernel/kernels.h"
+#include "qrt_core/runtime/engine/registration.h"
+#include "qrt_core/utility/build_options.h"
+
+#if QRT_WITH_SSE
+
+namespace marlo::runtime {
+
+using namespace kernel;
+
+void register_sse_kernels(KernelRegistry& kernels) {
+  add_kernel<ReLU_SSE_Float_M1>(kernels);
+  add_kernel<ReLU6_SSE_Float_M1>(kernels);
+  add_kernel<Sigmoid_SSE_Float_M1>(kernels);
+  add_kernel<HSigmoid_SSE_Float_M1>(kernels);
+  add_kernel<HSwish_SSE_Float_M1>(kernels);
+  add_kernel<TanH_SSE_Float_M1>(kernels);
+  add_kernel<Leaky_SSE_Float_M1>(kernels);
+  add_kernel<PReLU_SSE_Float_M1>(kernels);
+  add_kernel<HSigmoid_Inplace_SSE_Float_M1>(kernels);
+  add_kernel<ReLU_Inplace_SSE_Float_M1>(kernels);
+}
+
+}  // namespace marlo::runtime
+
+#endif

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/model/inference_config.h"
+
+namespace marlo::runtime {
+
+// One function per group, so that a build can leave a group out. A kernel that several groups name
+// is entered once: the first registration of a key stays.
+
+void register_common_kernels(KernelRegistry& kernels);
+void register_portable_kernels(KernelRegistry& kernels);
+void register_sse_kernels(KernelRegistry& kernels);
+void register_avx_kernels(KernelRegistry& kernels);
+void register_sgemm_kernels(KernelRegistry& kernels);
+
+/// "InferenceParamConv2DQuant" and "InferenceParamUpsampling2DQuant".
+void register_quantisation_params(InferenceParamRegistry& params);
+
+/// "InferenceParamConv2DQuant".
+void register_convolution_quantisation_param(InferenceParamRegistry& params);
+
+/// Enters kernel class `Kernel` under its name.
+template <typename Kernel>
+void add_kernel(KernelRegistry& kernels) {
+  const auto make = []() -> std::shared_ptr<IKernel> { return std::make_shared<Kernel>(); };
+  kernels.Register(Kernel::name, make, false);
+}
+
+}  // namespace marlo::runtime

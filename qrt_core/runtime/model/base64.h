@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "qrt_core/utility/export.h"
+
+namespace marlo::runtime {
+
+/// The Base64 text (RFC 4648, with padding) of `size` bytes.
+QRT_API std::string Base64Encode(const unsigned char* data, size_t size);
+
+/// The bytes of a Base64 text, up to the first character outside the alphabet: padding, white space
+/// and anything invalid end the text. A last group of k characters gives k - 1 bytes.
+QRT_API std::string Base64Decode(const std::string& text);
+
+}  // namespace marlo::runtime

@@ -1,0 +1,55 @@
+#pragma once
+
+// Every use of RapidJSON goes through this header: its assertions throw instead of aborting, so
+// that no text that a document holds can end the process.
+
+#include "qrt_core/utility/log.h"
+
+#define RAPIDJSON_ASSERT(condition) \
+  ::marlo::utility::Assert(static_cast<bool>(condition), "JSON: %s", #condition)
+// Assertions inside functions that can't throw concern RapidJSON's own state, not a document's.
+#define RAPIDJSON_NOEXCEPT_ASSERT(condition) static_cast<void>(0)
+#define RAPIDJSON_HAS_STDSTRING 0
+
+#include <rapidjson/document.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/stringbuffer.h>
+
+#include <string>
+
+namespace marlo::runtime::json {
+
+using Value = rapidjson::Value;
+using Document = rapidjson::Document;
+using Allocator = rapidjson::Document::AllocatorType;
+
+/// Parses NUL-terminated text. A text that isn't JSON leaves a null document.
+///
+/// The parser is the iterative one: nesting costs heap and not stack, so that a file of brackets
+/// can't overflow the stack.
+inline void parse(Document& document, const char* text) {
+  document.Parse<rapidjson::kParseIterativeFlag>(text);
+  if (document.HasParseError()) document.SetNull();
+}
+
+/// What kind of value this is, for messages.
+inline const char* kind_of(const Value& value) {
+  switch (value.GetType()) {
+    case rapidjson::kNullType:
+      return "null";
+    case rapidjson::kFalseType:
+    case rapidjson::kTrueType:
+      return "a boolean";
+    case rapidjson::kObjectType:
+      return "an object";
+    case rapidjson::kArrayType:
+      return "an array";
+    case rapidjson::kStringType:
+      return "a string";
+    case rapidjson::kNumberType:
+      return "a number";
+  }
+  return "unknown";
+}
+
+}  // namespace marlo::runtime::json

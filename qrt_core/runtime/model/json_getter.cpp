@@ -1,0 +1,201 @@
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "qrt_core/runtime/model/json_document.h"
+#include "qrt_core/runtime/model/json_visitor.h"
+#include "qrt_core/runtime/model/serializable.h"
+#include "qrt_core/utility/log.h"
+
+namespace marlo::runtime {
+
+using utility::Assert;
+
+namespace {
+
+constexpr char kVersionKey[] = "serialization_protocol_version";
+
+// The integer in a number's own representation, before it is cut to an attribute's width.
+uint64_t integer_in(const JSONValue& value) {
+  return value.IsUint64() ? value.GetUint64() : static_cast<uint64_t>(value.GetInt64());
+}
+
+}  // namespace
+
+JSONNodeGetter::JSONNodeGetter(JSONValue& value, uint32_t version) : value_(value) {
+  if (version != 0) {
+    _serialization_protocol_version = version;
+    return;
+  }
+  const JSONValue* found = find(kVersionKey);
+  if (found == nullptr) return;
+  _serialization_protocol_version = number_in<uint32_t>(*found, kVersionKey);
+  Assert(_serialization_protocol_version <= __SERIALIZATION_PROTOCOL_VERSION__,
+         "_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__.");
+}
+
+JSONNodeGetter::JSONNodeGetter(JSONValue& value, const JSONNodeGetter& parent, const char* key)
+    : JSONNodeGetter(value, parent._serialization_protocol_version) {
+  parent_ = &parent;
+  key_ = key;
+  elements_left_ = parent.elements_left_;
+}
+
+uint32_t JSONNodeGetter::MemberCount() const {
+  return value_.IsObject() ? value_.MemberCount() : 0;
+}
+
+void JSONNodeGetter::LimitElements(uint64_t elements) {
+  elements_left_ = std::make_shared<uint64_t>(elements);
+}
+
+// The value of a key, or null where it is absent.
+JSONValue* JSONNodeGetter::find(const char* key) const {
+  if (key == nullptr || !value_.IsObject()) return nullptr;
+  const auto member = value_.FindMember(key);
+  if (member == value_.MemberEnd() || member->value.IsNull()) return nullptr;
+  return &member->value;
+}
+
+const JSONValue* JSONNodeGetter::array_at(const char* key) const {
+  const JSONValue* found = find(key);
+  if (found == nullptr) return nullptr;
+  if (!found->IsArray()) refuse(*found, key, "an array");
+  if (elements_left_ != nullptr) {
+    Assert(found->Size() <= *elements_left_,
+           "\"%s\" in %s: the arrays of this document are read again too often", key,
+           path().c_str());
+    *elements_left_ -= found->Size();
+  }
+  return found;
+}
+
+void JSONNodeGetter::refuse(const JSONValue& value, const char* key, const char* expected) const {
+  Assert(false, "\"%s\" in %s: expected %s, found %s", key, path().c_str(), expected,
+         json::kind_of(value));
+  std::abort();
+}
+
+// The object's place in the document, for messages.
+std::string JSONNodeGetter::path() const {
+  if (parent_ == nullptr) return "the document";
+  if (parent_->parent_ == nullptr) return key_;
+  return parent_->path() + "." + key_;
+}
+
+const char* JSONNodeGetter::text_in(const JSONValue& value, const char* key) const {
+  if (!value.IsString()) refuse(value, key, "a string");
+  return value.GetString();
+}
+
+template <typename T>
+T JSONNodeGetter::number_in(const JSONValue& value, const char* key) const {
+  if (value.IsNull()) return T();
+  if constexpr (std::is_integral_v<T>) {
+    if (!value.IsInt64() && !value.IsUint64()) refuse(value, key, "an integer");
+    return static_cast<T>(integer_in(value));
+  } else {
+    if (!value.IsNumber()) refuse(value, key, "a number");
+    if constexpr (std::is_same_v<T, half_float::half>) {
+      return half_float::half(static_cast<float>(value.GetDouble()));
+    } else {
+      return static_cast<T>(value.GetDouble());
+    }
+  }
+}
+
+template <typename T>
+void JSONNodeGetter::read_number(T& value, const char* key) const {
+  const JSONValue* found = find(key);
+  value = found == nullptr ? T() : number_in<T>(*found, key);
+}
+
+template <typename T>
+void JSONNodeGetter::read_numbers(std::vector<T>& values, const char* key) const {
+  const JSONValue* array = array_at(key);
+  if (array == nullptr) return;
+  for (const JSONValue& element : array->GetArray()) values.push_back(number_in<T>(element, key));
+}
+
+// Each inner vector begins with as many zeros as it has numbers; readers rely on the doubled
+// length.
+void JSONNodeGetter::Visit(std::vector<std::vector<uint16_t>>* value, const char* key) {
+  const JSONValue* array = array_at(key);
+  if (array == nullptr) return;
+  for (const JSONValue& element : array->GetArray()) {
+    if (!element.IsArray()) refuse(element, key, "an array of arrays");
+    std::vector<uint16_t> inner(element.Size());
+    for (const JSONValue& number : element.GetArray()) {
+      inner.push_back(number_in<uint16_t>(number, key));
+    }
+    value->push_back(std::move(inner));
+  }
+}
+
+void JSONNodeGetter::Visit(std::vector<std::string>* value, const char* key) {
+  value->clear();
+  const JSONValue* array = array_at(key);
+  if (array == nullptr) return;
+  value->reserve(array->Size());
+  for (const JSONValue& element : array->GetArray()) value->emplace_back(text_in(element, key));
+}
+
+void JSONNodeGetter::Visit(Serializable* value, const char* key) {
+  JSONValue* found = find(key);
+  if (found == nullptr) return;
+  Assert(found->IsObject() || found->IsArray(), "Created node is a unkown value.");
+  value->VisitAttr(std::shared_ptr<JSONNodeGetter>(new JSONNodeGetter(*found, *this, key)));
+}
+
+void JSONNodeGetter::Visit(std::string* value, const char* key) {
+  const JSONValue* found = find(key);
+  if (found == nullptr) {
+    Assert(false, "\"%s\" is missing in %s: expected a string", key == nullptr ? "" : key,
+           path().c_str());
+    return;
+  }
+  *value = text_in(*found, key);
+}
+
+// A char attribute is a text without a terminator: the caller's storage has room for it.
+void JSONNodeGetter::Visit(char* value, const char* key) {
+  std::string text;
+  Visit(&text, key);
+  std::memcpy(value, text.data(), text.size());
+}
+
+void JSONNodeGetter::Visit(bool* value, const char* key) {
+  const JSONValue* found = find(key);
+  *value = found != nullptr && found->IsTrue();
+}
+
+#define QRT_READ_NUMBERS(type)                                            \
+  void JSONNodeGetter::Visit(std::vector<type>* value, const char* key) { \
+    read_numbers(*value, key);                                            \
+  }
+QRT_READ_NUMBERS(uint64_t)
+QRT_READ_NUMBERS(uint32_t)
+QRT_READ_NUMBERS(int64_t)
+QRT_READ_NUMBERS(int32_t)
+QRT_READ_NUMBERS(int16_t)
+QRT_READ_NUMBERS(uint16_t)
+QRT_READ_NUMBERS(half_float::half)
+QRT_READ_NUMBERS(float)
+#undef QRT_READ_NUMBERS
+
+#define QRT_READ_NUMBER(type) \
+  void JSONNodeGetter::Visit(type* value, const char* key) { read_number(*value, key); }
+QRT_READ_NUMBER(uint64_t)
+QRT_READ_NUMBER(int64_t)
+QRT_READ_NUMBER(uint32_t)
+QRT_READ_NUMBER(int32_t)
+QRT_READ_NUMBER(uint16_t)
+QRT_READ_NUMBER(int16_t)
+QRT_READ_NUMBER(uint8_t)
+QRT_READ_NUMBER(int8_t)
+QRT_READ_NUMBER(double)
+QRT_READ_NUMBER(half_float::half)
+QRT_READ_NUMBER(float)
+#undef QRT_READ_NUMBER
+
+}  // namespace marlo::runtime

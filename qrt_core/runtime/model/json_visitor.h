@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/model/visitor.h"
+#include "qrt_core/utility/export.h"
+
+namespace rapidjson {
+class CrtAllocator;
+template <typename CharType>
+struct UTF8;
+template <typename BaseAllocator>
+class MemoryPoolAllocator;
+template <typename Encoding, typename Allocator>
+class GenericValue;
+}  // namespace rapidjson
+
+namespace marlo::runtime {
+
+using JSONAllocator = rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>;
+using JSONValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JSONAllocator>;
+
+/// Reads attributes from a RapidJSON object.
+///
+/// An absent key, or one whose value is null, sets a number to 0 and a bool to false, empties a
+/// vector of strings, and leaves other vectors and nested objects as they are. A number that
+/// doesn't fit its attribute is cut to the attribute's width. Vectors of numbers are appended to.
+/// An absent string, and a value of another kind than its attribute, throw std::runtime_error.
+class QRT_API JSONNodeGetter final : public Visitor {
+ public:
+  /// @param value the object to read, which must outlive the visitor
+  /// @param version protocol version of the data; 0 takes it from the object's member
+  ///   "serialization_protocol_version", or the current one without such a member
+  /// @throws std::runtime_error for a version that is newer than this library
+  JSONNodeGetter(JSONValue& value, uint32_t version);
+
+  QRT_FOR_EACH_ATTRIBUTE_TYPE(QRT_DECLARE_VISIT)
+
+  /// Members of the object being read; 0 for an array.
+  uint32_t MemberCount() const;
+
+  /// Lets the walk read at most `elements` array elements in all, nested objects included.
+  ///
+  /// An id that a document lists many times is read as many times, arrays and all; the limit keeps
+  /// a small text from growing into gigabytes.
+  void LimitElements(uint64_t elements);
+
+ private:
+  JSONNodeGetter(JSONValue& value, const JSONNodeGetter& parent, const char* key);
+
+  JSONValue* find(const char* key) const;
+  const JSONValue* array_at(const char* key) const;
+  [[noreturn]] void refuse(const JSONValue& value, const char* key, const char* expected) const;
+  std::string path() const;
+  const char* text_in(const JSONValue& value, const char* key) const;
+
+  template <typename T>
+  T number_in(const JSONValue& value, const char* key) const;
+  template <typename T>
+  void read_number(T& value, const char* key) const;
+  template <typename T>
+  void read_numbers(std::vector<T>& values, const char* key) const;
+
+  JSONValue& value_;
+  const JSONNodeGetter* parent_ = nullptr;
+  const char* key_ = nullptr;
+  std::shared_ptr<uint64_t> elements_left_;
+};
+
+/// Appends attributes to a RapidJSON object.
+class JSONNodeSetter final : public Visitor {
+ public:
+  /// @param object the object to fill
+  /// @param allocator of the document that `object` belongs to
+  /// @param write_version whether the protocol version becomes the first member
+  JSONNodeSetter(JSONValue& object, JSONAllocator& allocator, bool write_version);
+
+  QRT_FOR_EACH_ATTRIBUTE_TYPE(QRT_DECLARE_VISIT)
+
+ private:
+  void append(const char* key, JSONValue& value);
+  template <typename T>
+  void append_number(const char* key, T value);
+  template <typename T>
+  void append_numbers(const char* key, const std::vector<T>& values);
+
+  JSONValue& object_;
+  JSONAllocator& allocator_;
+};
+
+}  // namespace marlo::runtime

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/runtime/model/serializable.h"
+#include "qrt_core/utility/export.h"
+
+namespace marlo::runtime {
+
+/// When a model was made.
+class QRT_API TimeInfo : public Serializable {
+ public:
+  TimeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint32_t year = 0;
+  uint32_t moon = 0;  ///< month
+  uint32_t day = 0;
+  uint32_t hour = 0;
+  uint32_t min = 0;
+  uint32_t sec = 0;
+};
+
+/// The header of a network. The library keeps it and reads none of it.
+class QRT_API NetExtraInfo : public Serializable {
+ public:
+  NetExtraInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint32_t version = 0;       ///< model version
+  uint32_t app_type = 0;      ///< application kind
+  uint32_t model_id = 0;      ///< model identifier
+  uint32_t model_base_h = 0;  ///< base input height
+  uint32_t model_base_w = 0;  ///< base input width
+  uint64_t fmlas = 0;         ///< multiply-adds; 32 bits wide before version 20007
+  TimeInfo time;              ///< when the model was made
+  std::string device;         ///< device name
+  std::string summary;        ///< free text; since version 20004
+};
+
+/// One network: its header and its layers in execution order.
+class QRT_API QRModelInfo : public Serializable {
+ public:
+  QRModelInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  /// Ids of the layers whose type code is 0, in execution order.
+  std::vector<std::string> GetInputIDs();
+
+  /// Ids of the layers that no other layer reads, in the order of the table. Counts the readers of
+  /// every layer into `read_count`.
+  /// @throws std::runtime_error for a layer that reads one that isn't in the table
+  std::vector<std::string> GetOutputIDs();
+
+  std::vector<std::string> squential_output_ids;  ///< layers whose results the network returns
+  NetExtraInfo extra_info;
+  std::vector<std::string> squential_ids;  ///< layer ids in execution order
+  std::vector<uint16_t> squential_types;   ///< layer type code of each id
+  std::unordered_map<std::string, std::shared_ptr<LayerInfo>> layers;  ///< by id
+};
+
+/// The networks of a model file.
+class QRT_API QRModelInfoArr : public Serializable {
+ public:
+  QRModelInfoArr();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::vector<std::string> squential_ids;                     ///< network ids in file order
+  std::map<std::string, std::shared_ptr<QRModelInfo>> infos;  ///< by id
+};
+
+class QRModelMultiBackendCfgsArr;
+
+/// A model file: networks, and how to run them.
+class QRT_API QRTModel : public Serializable {
+ public:
+  QRTModel();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::string sdk_type;         ///< kind of SDK that the file was made for
+  uint16_t core_major_ver = 0;  ///< core version required
+  uint16_t core_minor_ver = 0;
+  uint16_t sdk_major_ver = 0;  ///< SDK version required
+  uint16_t sdk_minor_ver = 0;
+  std::shared_ptr<QRModelInfoArr> model_arr;               ///< the networks
+  std::shared_ptr<QRModelMultiBackendCfgsArr> config_arr;  ///< their configurations, by network id
+};
+
+}  // namespace marlo::runtime

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/runtime/model/weight_blob.h"
+#include "qrt_core/utility/half.h"
+
+namespace marlo::runtime {
+
+/// The sizes that every recurrent layer has.
+class RecurrentInfo : public LayerInfo {
+ public:
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint16_t in_size = 0;      ///< input length
+  uint16_t hidden_size = 0;  ///< hidden length
+  bool if_bias = false;      ///< biases are present
+
+ protected:
+  using LayerInfo::LayerInfo;
+};
+
+/// The activation of a simple recurrent layer.
+struct RecurrentActivation {
+  void Visit(Visitor& visitor);
+
+  uint16_t activation_type = 0;  ///< 2 rectifier, 5 tanh
+  half_float::half activation_alpha;
+  half_float::half activation_beta;
+};
+
+/// The weights of one step.
+struct RecurrentCellWeights {
+  void Visit(const std::shared_ptr<Visitor>& visitor);
+
+  WeightBlob weight_ih;  ///< input to hidden weights
+  WeightBlob weight_hh;  ///< hidden to hidden weights
+  WeightBlob bias_ih;    ///< input bias
+  WeightBlob bias_hh;    ///< hidden bias
+};
+
+/// The structure and weights of a layer over a sequence. Lists hold one entry per stacked layer.
+struct RecurrentSequenceWeights {
+  void Visit(const std::shared_ptr<Visitor>& visitor);
+
+  uint16_t num_layers = 0;        ///< stacked layers
+  bool bidirectional = false;     ///< both directions
+  uint16_t complex_rnn_type = 0;  ///< how layers and directions are ordered
+  std::vector<WeightBlob> weight_ih_forward;
+  std::vector<WeightBlob> weight_hh_forward;
+  std::vector<WeightBlob> bias_ih_forward;
+  std::vector<WeightBlob> bias_hh_forward;
+  std::vector<WeightBlob> weight_ih_reverse;
+  std::vector<WeightBlob> weight_hh_reverse;
+  std::vector<WeightBlob> bias_ih_reverse;
+  std::vector<WeightBlob> bias_hh_reverse;
+};
+
+/// One step of a simple recurrent network.
+class RNNCellInfo : public RecurrentInfo, public RecurrentActivation, public RecurrentCellWeights {
+ public:
+  RNNCellInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+/// A simple recurrent network over a sequence.
+class RNNInfo : public RecurrentInfo, public RecurrentActivation, public RecurrentSequenceWeights {
+ public:
+  RNNInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+/// One step of an LSTM.
+class LSTMCellInfo : public RecurrentInfo, public RecurrentCellWeights {
+ public:
+  LSTMCellInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+/// An LSTM over a sequence.
+class LSTMInfo : public RecurrentInfo, public RecurrentSequenceWeights {
+ public:
+  LSTMInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+/// One step of a GRU.
+class GRUCellInfo : public RecurrentInfo, public RecurrentCellWeights {
+ public:
+  GRUCellInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+/// A GRU over a sequence.
+class GRUInfo : public RecurrentInfo, public RecurrentSequenceWeights {
+ public:
+  GRUInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+};
+
+}  // namespace marlo::runtime

@@ -1,0 +1,162 @@
+#include "qrt_core/runtime/model/serializable.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <typeinfo>
+#include <vector>
+
+#include "qrt_core/runtime/model/file_visitor.h"
+#include "qrt_core/runtime/model/json_document.h"
+#include "qrt_core/runtime/model/json_visitor.h"
+#include "qrt_core/runtime/model/type_name.h"
+#include "qrt_core/utility/log.h"
+
+namespace marlo::runtime {
+
+using utility::Assert;
+using utility::Log;
+
+namespace {
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+constexpr char kJsonType[] = "json";
+constexpr char kBinaryType[] = "bin";
+
+File open_file(const char* path, const char* mode) {
+  return File(std::fopen(path, mode), &std::fclose);
+}
+
+bool has_suffix(const std::string& path, const std::string& suffix) {
+  return path.substr(path.size() - suffix.size()) == suffix;
+}
+
+void read_json_text(Serializable& object, const std::string& text) {
+  json::Document document;
+  json::parse(document, text.c_str());
+  Assert(document.IsObject(), nullptr);
+  auto getter = std::make_shared<JSONNodeGetter>(document, 0);
+  // An element takes two characters at least, so a document read once stays far below this.
+  getter->LimitElements(8 * static_cast<uint64_t>(text.size()));
+  object.VisitAttr(getter);
+}
+
+bool write_json_file(Serializable& object, const char* path) {
+  json::Document document(rapidjson::kObjectType);
+  object.VisitAttr(std::make_shared<JSONNodeSetter>(document, document.GetAllocator(), true));
+  rapidjson::StringBuffer buffer;
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  writer.SetIndent(' ', 4);
+  if (!document.Accept(writer)) {
+    Log(utility::LOG_ERROR, "Infinite or not-a-number value has no JSON form, file path: %s.",
+        path);
+    return false;
+  }
+  std::ofstream stream(path, std::ios::binary);
+  stream.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
+  return true;
+}
+
+bool read_binary_file(Serializable& object, const char* path) {
+  const File file = open_file(path, "rb");
+  if (file == nullptr) {
+    Log(utility::LOG_ERROR, "Failed to open model file, file path: %s.", path);
+    return false;
+  }
+  object.VisitAttr(std::make_shared<FILEReader>(file.get(), 0));
+  return true;
+}
+
+bool write_binary_file(Serializable& object, const char* path) {
+  File file = open_file(path, "wb+");
+  if (file == nullptr) {
+    Log(utility::LOG_ERROR, "Failed to open model file, file path: %s.", path);
+    return false;
+  }
+  object.VisitAttr(std::make_shared<FILEWriter>(file.get(), true));
+  if (std::fclose(file.release()) != 0) {
+    Log(utility::LOG_ERROR, "Failed to write model file, file path: %s.", path);
+    return false;
+  }
+  return true;
+}
+
+bool refuse_type(const char* path) {
+  Log(utility::LOG_ERROR, "Unknow file type, file path: %s.", path);
+  return false;
+}
+
+}  // namespace
+
+Serializable::Serializable() : serializable_type("Serializable") {}
+Serializable::Serializable(const Serializable&) = default;
+Serializable::Serializable(Serializable&&) noexcept = default;
+Serializable& Serializable::operator=(const Serializable&) = default;
+Serializable& Serializable::operator=(Serializable&&) noexcept = default;
+Serializable::~Serializable() = default;
+
+void Serializable::VisitAttr(std::shared_ptr<Visitor> visitor) {
+  serializable_type = GetClassTypeName();
+  visitor->Visit(&serializable_type, "serializable_type");
+}
+
+std::string Serializable::GetClassTypeName() {
+  serializable_type = GetClassTypeNameWithNamespace();
+  return serializable_type.substr(serializable_type.rfind(':') + 1);
+}
+
+std::string Serializable::GetClassTypeNameWithNamespace() {
+  return demangled(typeid(*this).name());
+}
+
+bool Serializable::FromFile(const char* path, const char* type) {
+  if (std::strcmp(type, kJsonType) == 0) {
+    read_json_text(*this, ReadJsonFile2StrStream(path).str());
+    return true;
+  }
+  if (std::strcmp(type, kBinaryType) == 0) return read_binary_file(*this, path);
+  return refuse_type(path);
+}
+
+bool Serializable::FromFile(const char* path) {
+  const std::string name = path;
+  if (has_suffix(name, ".json")) return FromFile(path, kJsonType);
+  if (has_suffix(name, ".qrmod") || has_suffix(name, ".qrcfg") || has_suffix(name, ".qrmods") ||
+      has_suffix(name, ".qrcfgs")) {
+    return FromFile(path, kBinaryType);
+  }
+  Assert(false, "Unknow nets file type, file path: %s.", path);
+  return false;
+}
+
+bool Serializable::FromJsonString(const char* text) {
+  read_json_text(*this, text);
+  return true;
+}
+
+bool Serializable::ToFile(const char* path, const char* type) {
+  if (std::strcmp(type, kJsonType) == 0) return write_json_file(*this, path);
+  if (std::strcmp(type, kBinaryType) == 0) return write_binary_file(*this, path);
+  return refuse_type(path);
+}
+
+std::stringstream ReadJsonFile2StrStream(const char* path) {
+  const File file = open_file(path, "rb");
+  Assert(file != nullptr, "Error in opening the file [%s].", path);
+  long size = -1;
+  if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
+  // A directory opens, and reports a size that no file has.
+  const bool sized = size >= 0 && size != std::numeric_limits<long>::max() &&
+                     std::fseek(file.get(), 0, SEEK_SET) == 0;
+  Assert(sized, "Error in read the whole file [%s].", path);
+  std::vector<char> text(static_cast<size_t>(size) + 1, '\0');
+  const size_t count = std::fread(text.data(), 1, static_cast<size_t>(size), file.get());
+  Assert(count == static_cast<size_t>(size), "Error in read the whole file [%s].", path);
+  std::stringstream stream;
+  stream << text.data();
+  return stream;
+}
+
+}  // namespace marlo::runtime

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "qrt_core/runtime/model/visitor.h"
+#include "qrt_core/utility/export.h"
+
+namespace marlo::runtime {
+
+/// Base of every persisted object.
+///
+/// A derived class sets its members' defaults and `serializable_type` in its constructor and lists
+/// its attributes once in `VisitAttr`; reading and writing, as JSON and as binary, follow.
+///
+/// @code
+/// struct Point : Serializable {
+///   Point() { serializable_type = "Point"; }
+///   void VisitAttr(std::shared_ptr<Visitor> visitor) override {
+///     Serializable::VisitAttr(visitor);
+///     visitor->Visit(&x, "x");
+///     visitor->Visit(&y, "y");
+///   }
+///   float x = 0, y = 0;
+/// };
+/// Point point;
+/// point.ToFile("point.json", "json");
+/// @endcode
+class QRT_API Serializable {
+ public:
+  Serializable();
+  Serializable(const Serializable&);
+  Serializable(Serializable&&) noexcept;
+  Serializable& operator=(const Serializable&);
+  Serializable& operator=(Serializable&&) noexcept;
+  virtual ~Serializable();
+
+  /// Walks the attributes in their fixed order. The base sets `serializable_type` to the class's
+  /// short name and visits it.
+  virtual void VisitAttr(std::shared_ptr<Visitor> visitor);
+
+  /// The class name without namespaces. Leaves the whole name in `serializable_type`.
+  virtual std::string GetClassTypeName();
+
+  /// The class name with its namespaces.
+  virtual std::string GetClassTypeNameWithNamespace();
+
+  /// Reads the object from a file.
+  /// @param type "json" or "bin"
+  /// @return false, after an error line in the log, for another type or a binary file that can't be
+  ///   opened
+  /// @throws std::runtime_error for a file that can't be read or doesn't hold this object; what was
+  ///   read up to the fault stays in the object
+  virtual bool FromFile(const char* path, const char* type);
+
+  /// Reads the object from a file whose type follows from its suffix: .json is JSON; .qrmod,
+  /// .qrcfg, .qrmods and .qrcfgs are binary.
+  /// @throws std::runtime_error for another suffix; std::out_of_range for a path shorter than the
+  ///   suffix it is compared with
+  virtual bool FromFile(const char* path);
+
+  /// Reads the object from JSON text. @return true
+  /// @throws std::runtime_error for a text that isn't an object of this class
+  virtual bool FromJsonString(const char* text);
+
+  /// Writes the object to a file.
+  /// @param type "json" or "bin"
+  /// @return false, after an error line in the log, for another type, a binary file that can't be
+  ///   created, or a value that JSON can't hold
+  virtual bool ToFile(const char* path, const char* type);
+
+  /// The class's short name, or whatever name the object was read with.
+  std::string serializable_type;
+};
+
+/// The text of a file up to its first NUL byte.
+/// @throws std::runtime_error if the file can't be opened or read whole
+QRT_API std::stringstream ReadJsonFile2StrStream(const char* path);
+
+}  // namespace marlo::runtime

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "qrt_core/runtime/model/layer_info.h"
+
+namespace marlo::runtime {
+
+/// Upsampling of planes.
+class Upsample2dInfo : public LayerInfo {
+ public:
+  Upsample2dInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  float scale_factor_y = 0;    ///< vertical scale
+  float scale_factor_x = 0;    ///< horizontal scale
+  bool align_corner = false;   ///< align corners
+  uint16_t unsample_type = 0;  ///< see UpsampleWord
+};
+
+/// Concatenation along an axis.
+class ConcatenateInfo : public LayerInfo {
+ public:
+  ConcatenateInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint16_t dim = 0;  ///< axis
+};
+
+/// A change of dims.
+class TensorReshapeInfo : public LayerInfo {
+ public:
+  TensorReshapeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::vector<int16_t> new_shape;  ///< target shape
+};
+
+/// A permutation of axes.
+class TensorTransposeInfo : public LayerInfo {
+ public:
+  TensorTransposeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::vector<uint16_t> axes;  ///< permutation of the axes
+};
+
+/// Removal of an axis of size 1.
+class TensorSqueezeInfo : public LayerInfo {
+ public:
+  TensorSqueezeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  int16_t dim = 0;  ///< axis
+};
+
+/// Insertion of an axis of size 1.
+///
+/// A fresh object carries the code of TensorSqueezeInfo, as writers of model files have always had
+/// it; reading a model corrects it, and a description made by hand must set 16 itself.
+class TensorUnSqueezeInfo : public LayerInfo {
+ public:
+  TensorUnSqueezeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  int16_t dim = 0;  ///< axis
+};
+
+/// Exchange of channels for pixels.
+class PixelShuffleInfo : public LayerInfo {
+ public:
+  PixelShuffleInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  float upscale_factor = 0;  ///< scale
+};
+
+/// Repetition along axes of size 1.
+class TensorExpandInfo : public LayerInfo {
+ public:
+  TensorExpandInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::vector<int16_t> new_shape;  ///< target shape
+};
+
+/// Sampling at given positions.
+class GridSampleInfo : public LayerInfo {
+ public:
+  GridSampleInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint16_t mode = 0;           ///< see GridSampleWord
+  uint16_t padding_mode = 0;   ///< see GridSamplePaddingWord
+  bool align_corners = false;  ///< align corners
+};
+
+/// A part of a tensor.
+class TensorSliceInfo : public LayerInfo {
+ public:
+  TensorSliceInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  std::vector<int16_t> slice_dims;  ///< slice description
+};
+
+/// How one axis is sampled.
+class TensorDimemsionSamplingInfo : public Serializable {
+ public:
+  TensorDimemsionSamplingInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint16_t sampling_type = 0;  ///< how this axis is sampled
+  std::vector<int16_t> data;   ///< the numbers of that sampling
+};
+
+/// Sampling of a tensor along its axes.
+class TensorGetItemInfo : public LayerInfo {
+ public:
+  TensorGetItemInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint16_t num_sampling_infos = 0;                          ///< axes described
+  std::vector<TensorDimemsionSamplingInfo> sampling_infos;  ///< one per axis
+};
+
+}  // namespace marlo::runtime

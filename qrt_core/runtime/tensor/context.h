@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/utility/export.h"
+
+namespace marlo::runtime {
+
+class DeviceOpenGL;
+class DeviceMetalCompute;
+class DeviceCUDAStream;
+class DeviceVulkan;
+class Profiler;
+
+/// The devices that a network may use. Only `cpu` is ever filled by this library.
+struct Context {
+  std::shared_ptr<DeviceCPU> cpu;
+  std::shared_ptr<DeviceOpenGL> opengl;
+  std::shared_ptr<DeviceMetalCompute> metal;
+  std::shared_ptr<DeviceCUDAStream> cuda;
+  std::shared_ptr<DeviceVulkan> vulkan;
+  std::shared_ptr<Profiler> profiler;
+};
+
+/// A context of the given devices, any of which may be empty.
+QRT_API std::shared_ptr<Context> CreateContext(std::shared_ptr<DeviceCPU> cpu,
+                                               std::shared_ptr<DeviceOpenGL> opengl,
+                                               std::shared_ptr<DeviceMetalCompute> metal,
+                                               std::shared_ptr<DeviceVulkan> vulkan,
+                                               std::shared_ptr<DeviceCUDAStream> cuda,
+                                               std::shared_ptr<Profiler> profiler);
+
+}  // namespace marlo::runtime

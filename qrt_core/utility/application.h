@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "qrt_core/runtime/engine/class_registry.h"
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/engine/net.h"
+#include "qrt_core/runtime/model/inference_config.h"
+#include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/runtime/tensor/context.h"
+#include "qrt_core/utility/export.h"
+#include "qrt_core/utility/status.h"
+
+// The functions with which an application begins.
+
+namespace marlo::utility {
+
+/// One network, ready to run: fill `input_tensors` and pass it, with `output_ids`, to
+/// `net->Forward`.
+struct _NetworkPackage {
+  /// The registries given to `load_model`; not owned.
+  runtime::KernelRegistry* kernels = nullptr;
+  runtime::InferenceParamRegistry* params = nullptr;
+  std::shared_ptr<runtime::Context> context;
+  std::shared_ptr<runtime::Net> net;
+  runtime::NetExtraInfo extra_info;  ///< the model's header
+  /// One entry per input layer, by layer index. Key 0 is there even if layer 0 is no input.
+  std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> input_tensors{{0, nullptr}};
+  /// For the application's use; the loader doesn't fill it.
+  std::unordered_map<unsigned int, runtime::TensorShape> input_shapes{{0, {}}};
+  std::vector<unsigned int> output_ids{0};  ///< indices of the output layers, in the model's order
+};
+
+/// What a model says about the versions that it needs.
+struct _QRTModelVerInfo {
+  std::string sdk_type;
+  uint16_t core_major = 0;
+  uint16_t core_minor = 0;
+  uint16_t sdk_major = 0;
+  uint16_t sdk_minor = 0;
+};
+
+/// Makes a context with a CPU device on two new pools, one for tensors that last and one for those
+/// of a pass.
+/// @param alignment of tensors, in bytes: a power of two
+QRT_API void create_context(std::shared_ptr<runtime::Context>& context, unsigned int alignment);
+
+/// Enters every kernel and every inference parameter that this build has. Call it once, before
+/// `load_model`; a second call changes nothing.
+QRT_API void init_register_operators(runtime::KernelRegistry& kernels,
+                                     runtime::InferenceParamRegistry& params);
+
+/// Whether a model belongs to this SDK and version: the SDK's name and version must match exactly,
+/// and the core version must be 0.0 or 1.0.
+/// @return 0, or -2 after an error line in the log
+QRT_API _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major,
+                                  unsigned short sdk_minor, _QRTModelVerInfo info);
+
+/// Reads a model file and makes one package per network in it.
+///
+/// @param path ends in ".json" or ".qrtmodel"
+/// @param nets receives the packages by network id; an id that is already there keeps its package
+/// @param context outlives the packages
+/// @param kernels, params outlive the packages, which point at them
+/// @param sdk_type, sdk_major, sdk_minor what the model must have been made for
+/// @return 0; -2 after an error line in the log for a file that can't be opened or another version.
+///   Packages made before a failure stay in `nets`.
+/// @throws std::runtime_error for another suffix, a malformed file, or a network that can't be
+///   built; std::out_of_range for a path shorter than the suffix it is compared with
+QRT_API _QRT_Result load_model(std::string path,
+                               std::map<std::string, std::shared_ptr<_NetworkPackage>>& nets,
+                               std::shared_ptr<runtime::Context>& context,
+                               runtime::KernelRegistry& kernels,
+                               runtime::InferenceParamRegistry& params, std::string sdk_type,
+                               unsigned short sdk_major, unsigned short sdk_minor);
+
+/// Builds the network of a package whose registries and context are set.
+/// @param platform "x86" takes the configuration `cpu_sse`, "metal" `gpu_metal`
+/// @throws std::runtime_error for a platform without a configuration, and as `CreateNet`
+QRT_API void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
+                             const std::shared_ptr<runtime::QRModelInfo>& info,
+                             const std::shared_ptr<runtime::QRModelMultiBackendCfgs>& cfgs,
+                             const char* platform);
+
+}  // namespace marlo::utility
+
+/// The core version of this library: 1.0. @return 0
+QRT_API marlo::utility::_QRT_Result QRT_Get_Core_Version(unsigned int& major, unsigned int& minor);

@@ -1,0 +1,100 @@
+#include "qrt_core/utility/log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <stdexcept>
+
+namespace marlo::utility {
+namespace {
+
+constexpr std::size_t kMessageCapacity = 2048;
+constexpr unsigned int kDefaultMask = LOG_TRACE | LOG_INFO | LOG_WARNING | LOG_ERROR;
+
+int print_line(const char* line) {
+  std::fputs(line, stdout);
+  std::fputc('\n', stdout);
+  std::fflush(stdout);
+  return 0;
+}
+
+unsigned int log_mask = kDefaultMask;
+LogCallback log_callback = print_line;
+char message_buffer[kMessageCapacity] = "";
+
+// A function-local object, so that the tag is there for a log call made by another static
+// initialiser.
+std::string& log_tag() {
+  static std::string tag = "QRT";
+  return tag;
+}
+
+// The text between the tag and the message; null for a level that never prints.
+const char* level_prefix(int level) {
+  switch (level) {
+    case LOG_VERBOSE:
+      return "] (Verbose): ";
+    case LOG_INFO:
+      return "] (Info): ";
+    case LOG_WARNING:
+      return "] (Warnning): ";
+    case LOG_ERROR:
+      return "]: ";
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+std::string Log(int level, const char* format, ...) {
+  const char* prefix = level_prefix(level);
+  if (prefix != nullptr && (log_mask & static_cast<unsigned int>(level)) != 0) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(message_buffer, kMessageCapacity, format, arguments);
+    va_end(arguments);
+    std::string line = "[" + log_tag() + prefix + message_buffer;
+    if (level == LOG_ERROR) line += '\n';
+    log_callback(line.c_str());
+  }
+  return message_buffer;
+}
+
+QR_STATUS Assert(bool condition, const char* format, ...) {
+  if (condition) return QR_STATUS_OK;
+  std::string text = "[" + log_tag() + "]: ";
+  if (format != nullptr) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(message_buffer, kMessageCapacity, format, arguments);
+    va_end(arguments);
+    text += message_buffer;
+    text += '\n';
+    log_callback(text.c_str());
+  }
+  throw std::runtime_error(text);
+}
+
+QR_STATUS SetLogLevel(unsigned int mask) {
+  log_mask = mask;
+  return QR_STATUS_OK;
+}
+
+QR_STATUS GetLogLevel(unsigned int* mask) {
+  *mask = log_mask;
+  return QR_STATUS_OK;
+}
+
+QR_STATUS SetLogTag(const char* tag) {
+  if (*tag == '\0') return QR_STATUS_REFUSED;
+  log_tag() = tag;
+  return QR_STATUS_OK;
+}
+
+QR_STATUS SetLogCallback(int (*callback)(const char*)) {
+  if (callback == nullptr) return QR_STATUS_REFUSED;
+  log_callback = callback;
+  return QR_STATUS_OK;
+}
+
+}  // namespace marlo::utility
