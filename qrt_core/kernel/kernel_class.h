@@ -74,6 +74,12 @@ class KernelFamily {
   int ResetState() { return runtime::KERNEL_HAS_NO_STATE; }
 };
 
+/// What a context pointer points at, or a context without devices: not every kernel needs one.
+inline const runtime::Context& context_or_none(const std::shared_ptr<runtime::Context>& context) {
+  static const runtime::Context none;
+  return context != nullptr ? *context : none;
+}
+
 /// The kernel class of one row of a family: the slots of `IKernel`, carried out by the family with
 /// that row. The row's type names its family as `Family`. See `QRT_KERNEL`.
 template <const auto& row>
@@ -95,9 +101,7 @@ class KernelClass final : public runtime::IKernel {
   bool Config(Info info, Param param, Context context) override {
     configured = false;
     if (!passes(CheckConfig(info, param))) return false;
-    // A kernel whose row passes every verdict may be called without a context.
-    static const runtime::Context no_context;
-    configured = family_.Configure(info.get(), param.get(), context ? *context : no_context);
+    configured = family_.Configure(info.get(), param.get(), context_or_none(context));
     return configured;
   }
 
@@ -111,7 +115,7 @@ class KernelClass final : public runtime::IKernel {
   int CheckInputs(const Tensors& tensors) override { return family_.CheckInputs(tensors); }
 
   int Forward(const Tensors& inputs, Tensors& outputs, Context context) override {
-    return family_.Forward(inputs, outputs, *context);
+    return family_.Forward(inputs, outputs, context_or_none(context));
   }
 
   int CheckOutputs(const Tensors& tensors) override { return family_.CheckOutputs(tensors); }

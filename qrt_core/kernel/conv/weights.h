@@ -14,7 +14,7 @@ inline runtime::TensorShape bias_shape(uint32_t groups, uint32_t channels_per_gr
 }
 
 /// A FLOAT32 tensor of the numbers in a Base64 text.
-/// @return null if the text holds fewer numbers than the shape needs
+/// @return null if the text holds fewer numbers than the shape needs, or without a CPU device
 std::shared_ptr<runtime::TensorCPU> decode_weights(const std::string& text,
                                                    const runtime::TensorShape& shape,
                                                    const runtime::Context& context);

@@ -40,7 +40,7 @@ void NetExtraInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
     visitor->Visit(&narrow, "fmlas");
     fmlas = narrow;
   }
-  visitor->Visit(static_cast<Serializable*>(&time), "time");
+  QRT_VISIT(visitor, time);
   QRT_VISIT(visitor, device);
   if (protocol >= 20004) QRT_VISIT(visitor, summary);
 }
@@ -51,7 +51,7 @@ void QRModelInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
   Assert(visitor->_serialization_protocol_version <= __SERIALIZATION_PROTOCOL_VERSION__, nullptr);
   Serializable::VisitAttr(visitor);
   QRT_VISIT(visitor, squential_output_ids);
-  visitor->Visit(static_cast<Serializable*>(&extra_info), "extra_info");
+  QRT_VISIT(visitor, extra_info);
   QRT_VISIT(visitor, squential_ids);
   QRT_VISIT(visitor, squential_types);
   Assert(squential_ids.size() == squential_types.size(), "Length of layer id and type mismatch.");
@@ -64,7 +64,7 @@ void QRModelInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
       layers.emplace(id, MakeLayerInfo(code));
     }
     const std::shared_ptr<LayerInfo> layer = layers[id];
-    visitor->Visit(static_cast<Serializable*>(layer.get()), id.c_str());
+    visitor->Visit(layer.get(), id.c_str());
     if (layer->type != code) {
       utility::Log(utility::LOG_WARNING,
                    "This QRModelInfo may be a old vesion file, please verify it.");

@@ -121,7 +121,7 @@ void TensorGetItemInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
     sampling_infos.resize(num_sampling_infos);
   }
   for (size_t i = 0; i < sampling_infos.size(); ++i) {
-    visitor->Visit(static_cast<Serializable*>(&sampling_infos[i]), std::to_string(i).c_str());
+    visitor->Visit(&sampling_infos[i], std::to_string(i).c_str());
   }
 }
 

@@ -47,7 +47,7 @@ class TensorShape : public Serializable {
     visit_code(*visitor, data_type, "data_type");
     visit_code(*visitor, layout, "layout");
     visit_code(*visitor, location, "location");
-    visitor->Visit(static_cast<Serializable*>(&extra), "extra");
+    visitor->Visit(&extra, "extra");
   }
 
   /// Compares the five public fields.
