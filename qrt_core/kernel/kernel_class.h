@@ -20,6 +20,9 @@ enum class ConfigTest {
   /// that a layer description or a parameter passes and a call without either is refused. Model
   /// files depend on it: it is what makes an input layer configurable.
   inverted,
+  /// Configured whatever the verdict, as far as the description can be read. Callers of
+  /// `CheckConfig` see refusals that `Config` doesn't share; that is meant.
+  ignored,
 };
 
 /// What every row of a kernel family begins with.
@@ -127,6 +130,8 @@ class KernelClass final : public runtime::IKernel {
         return verdict == runtime::KERNEL_OK;
       case ConfigTest::inverted:
         return verdict != runtime::KERNEL_OK;
+      case ConfigTest::ignored:
+        return true;
       default:
         return verdict != runtime::KERNEL_REFUSED;
     }

@@ -18,6 +18,16 @@ inline bool is_one_float(const runtime::IKernel::Tensors& tensors) {
          tensors[0]->shape.data_type == runtime::DataType::FLOAT32;
 }
 
+/// Whether a vector holds exactly one FLOAT32 tensor of a layout in main memory.
+inline bool is_one_float_of(const runtime::IKernel::Tensors& tensors, runtime::LayoutType layout) {
+  return is_one_float(tensors) && tensors[0]->shape.layout == layout;
+}
+
+/// A kernel's `CheckConfig` for a verdict.
+inline int config_verdict(bool acceptable) {
+  return acceptable ? runtime::KERNEL_OK : runtime::KERNEL_REFUSED;
+}
+
 /// The result of `CheckInputs` and `CheckOutputs` for a verdict.
 inline int tensor_verdict(bool acceptable) {
   return acceptable ? runtime::KERNEL_OK : runtime::KERNEL_BAD_TENSOR;
