@@ -21,7 +21,6 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/qrt_core" "${QRT_GENERATED_INCLUDE_DIR}
   COMPONENT qrt_core_headers
   FILES_MATCHING PATTERN "*.h"
   PATTERN "*_internal.h" EXCLUDE
-  PATTERN "*_cores.h" EXCLUDE
   PATTERN "json_document.h" EXCLUDE)
 
 install(EXPORT qrt_core_targets

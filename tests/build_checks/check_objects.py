@@ -39,14 +39,14 @@ def initialisers(path):
 def forbidden_instructions(path, is_forbidden):
     """Yields the first forbidden instruction of each function."""
     function, reported = "?", None
-    for line in run("objdump", "-d", "--no-show-raw-insn", "--demangle", path).splitlines():
+    for line in run("objdump", "-d", "--no-show-raw-insn", path).splitlines():
         if line.endswith(">:"):
             function = line[line.index("<") + 1:-2]
             continue
         match = INSTRUCTION.match(line)
         if match and function != reported and is_forbidden(match[1], match[2]):
             reported = function
-            yield f"instruction {match[1]} {match[2]} in {function}"
+            yield f"instruction {match[1]} {match[2]} in {run('c++filt', function).strip()}"
 
 
 def is_avx(mnemonic, operands):

@@ -79,8 +79,11 @@ say "add_subdirectory"
 "$cmake" --build "$scratch/embedded" -- --quiet
 expect_run "$scratch/embedded/app"
 expect_run "$scratch/embedded/app_static"
-if grep -qE '^build [^:]*(qrt_test|qrt_bench|install)' "$scratch/embedded/build.ninja"; then
-  fail "an embedding project gets our tests, benchmarks or install rules"
+if grep -nE '^build [^:]*(qrt_test|qrt_bench|qrt_example)' "$scratch/embedded/build.ninja"; then
+  fail "an embedding project gets our tests, benchmarks or examples"
+fi
+if grep -n 'file(INSTALL' "$scratch/embedded/qrt_core/cmake_install.cmake"; then
+  fail "an embedding project installs our files with its own"
 fi
 
 echo "The application runs in every way."
