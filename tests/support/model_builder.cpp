@@ -5,7 +5,7 @@
 
 #include "qrt_core/runtime/model/base64.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 using runtime::ActivationInfo;
 using runtime::Conv1dInfo;
@@ -247,4 +247,4 @@ LayerCfg& ModelBuilder::last_layer_cfg() {
   return *configuration()->layer_cfgs[ids.back()];
 }
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

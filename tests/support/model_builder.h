@@ -8,7 +8,7 @@
 #include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// The weight text of floats.
 std::string weight_text(const std::vector<float>& numbers);
@@ -120,4 +120,4 @@ class ModelBuilder {
   std::string network_;  // id of the current network; empty before the first
 };
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

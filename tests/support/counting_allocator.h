@@ -1,0 +1,102 @@
+#pragma once
+
+// Counts every call to the system allocator that the running thread makes, and can make the
+// operators new fail. It replaces allocation functions of the whole program: include it in exactly
+// one file of a test program.
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QRT_UNDER_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QRT_UNDER_SANITIZER 1
+#endif
+
+namespace marlo::test {
+
+namespace counting {
+inline thread_local uint64_t calls = 0;
+inline thread_local uint64_t calls_to_failure = 0;
+}  // namespace counting
+
+/// Calls to the allocator so far, whichever function made them.
+inline uint64_t allocator_calls() { return counting::calls; }
+
+/// Lets the n-th call of an operator new from now on throw, counted from 1; 0 lets none throw.
+inline void fail_new_at(uint64_t call) { counting::calls_to_failure = call; }
+
+namespace counting {
+
+inline void* allocate(size_t size) {
+  if (calls_to_failure != 0 && --calls_to_failure == 0) throw std::bad_alloc();
+  void* address = std::malloc(size);
+  if (address == nullptr) throw std::bad_alloc();
+  return address;
+}
+
+}  // namespace counting
+}  // namespace marlo::test
+
+void* operator new(size_t size) { return marlo::test::counting::allocate(size); }
+void* operator new[](size_t size) { return marlo::test::counting::allocate(size); }
+void operator delete(void* address) noexcept { std::free(address); }
+void operator delete[](void* address) noexcept { std::free(address); }
+void operator delete(void* address, size_t) noexcept { std::free(address); }
+void operator delete[](void* address, size_t) noexcept { std::free(address); }
+
+#ifdef QRT_UNDER_SANITIZER
+
+// The sanitizer's own allocator reports each block that it hands out.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*malloc_hook)(const volatile void*,
+                                                                             size_t),
+                                                         void (*free_hook)(const volatile void*));
+
+namespace marlo::test::counting {
+inline const int hooks = __sanitizer_install_malloc_and_free_hooks(
+    [](const volatile void*, size_t) { ++calls; }, [](const volatile void*) {});
+}
+
+#else
+
+extern "C" {
+
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* address, size_t size);
+void* __libc_memalign(size_t alignment, size_t size);
+
+void* malloc(size_t size) noexcept {
+  ++marlo::test::counting::calls;
+  return __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size) noexcept {
+  ++marlo::test::counting::calls;
+  return __libc_calloc(count, size);
+}
+
+void* realloc(void* address, size_t size) noexcept {
+  ++marlo::test::counting::calls;
+  return __libc_realloc(address, size);
+}
+
+void* aligned_alloc(size_t alignment, size_t size) noexcept {
+  ++marlo::test::counting::calls;
+  return __libc_memalign(alignment, size);
+}
+
+int posix_memalign(void** address, size_t alignment, size_t size) noexcept {
+  ++marlo::test::counting::calls;
+  *address = __libc_memalign(alignment, size);
+  return *address == nullptr ? ENOMEM : 0;
+}
+}
+
+#endif
