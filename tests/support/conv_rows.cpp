@@ -1,0 +1,48 @@
+#include "tests/support/conv_rows.h"
+
+#include <type_traits>
+
+#include "tests/support/conv_setup.h"
+
+namespace marlo::test {
+
+using kernel::ConvolutionRow;
+using kernel::LineGeometry;
+using kernel::TransposedGeometry;
+
+namespace {
+
+template <typename Geometry>
+ConvRow any_row(const ConvolutionRow<Geometry>& row) {
+  ConvRow any;
+  any.name = row.name;
+  any.layout = row.layout;
+  any.is_line = std::is_same_v<Geometry, LineGeometry>;
+  any.is_transposed = std::is_same_v<Geometry, TransposedGeometry>;
+  any.is_reference = any.name.find("_Fallback_") != std::string::npos;
+  any.test = [&row](const ConvTester& tester) { return tester.test(row); };
+  any.output = [&row](const ConvTester& tester, const ConvData& data) {
+    return tester.output(row, data);
+  };
+  any.describe = describe<Geometry>;
+  any.dims = dims_of<Geometry>;
+  return any;
+}
+
+}  // namespace
+
+std::vector<ConvRow> all_convolution_rows() {
+  std::vector<ConvRow> rows;
+  for (const auto* row : kernel::plane_convolution_rows) rows.push_back(any_row(*row));
+  for (const auto* row : kernel::transposed_convolution_rows) rows.push_back(any_row(*row));
+  for (const auto* row : kernel::line_convolution_rows) rows.push_back(any_row(*row));
+  return rows;
+}
+
+std::vector<ConvRow> reference_convolution_rows() {
+  std::vector<ConvRow> rows = all_convolution_rows();
+  std::erase_if(rows, [](const ConvRow& row) { return !row.is_reference; });
+  return rows;
+}
+
+}  // namespace marlo::test

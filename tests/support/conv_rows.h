@@ -1,0 +1,41 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/model/layer_info.h"
+#include "tests/support/conv_case.h"
+#include "tests/support/conv_tester.h"
+
+namespace marlo::test {
+
+/// A convolution kernel of any geometry, as the parameter of a test.
+struct ConvRow {
+  std::string name;
+  runtime::LayoutType layout;
+  bool is_line = false;
+  bool is_transposed = false;
+  bool is_reference = false;  ///< one of the portable kernels, which take every size
+
+  /// Runs `ConvTester::test`.
+  std::function<bool(const ConvTester&)> test;
+  /// Runs `ConvTester::output`.
+  std::function<std::vector<float>(const ConvTester&, const ConvData&)> output;
+  /// The description of a layer of these sizes.
+  std::function<std::shared_ptr<runtime::LayerInfo>(const ConvCase&, const ConvData&)> describe;
+  /// Dims of an input or output.
+  std::function<std::vector<uint32_t>(uint32_t channels, int height, int width)> dims;
+};
+
+/// Every convolution kernel of this build.
+std::vector<ConvRow> all_convolution_rows();
+
+/// The portable kernels, which define what the others compute.
+std::vector<ConvRow> reference_convolution_rows();
+
+inline void PrintTo(const ConvRow& row, std::ostream* out) { *out << row.name; }
+
+}  // namespace marlo::test

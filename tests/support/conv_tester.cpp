@@ -1,0 +1,145 @@
+#include "tests/support/conv_tester.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/compare.h"
+#include "tests/support/conv_setup.h"
+#include "tests/support/kernels.h"
+#include "tests/support/test_context.h"
+
+namespace marlo::test {
+
+using kernel::ConvolutionRow;
+using kernel::LineGeometry;
+using kernel::PlaneGeometry;
+using kernel::TransposedGeometry;
+using runtime::DataType;
+using runtime::IKernel;
+using runtime::TensorShape;
+
+namespace {
+
+enum class Buffer { from_pool, unaligned };
+
+// One configured kernel with its input: everything of a run but the comparison.
+template <typename Geometry>
+class ConvRun {
+ public:
+  ConvRun(const ConvolutionRow<Geometry>& row, const ConvCase& sizes, const ConvData& data,
+          Buffer buffer)
+      : kernel_(make_kernel(row.name)) {
+    EXPECT_TRUE(kernel_->Config(describe<Geometry>(sizes, data), nullptr, context_));
+    EXPECT_TRUE(kernel_->IsConfigured());
+    const auto dims = dims_of<Geometry>(sizes.in_channels, static_cast<int>(sizes.height),
+                                        static_cast<int>(sizes.width));
+    input_ = buffer == Buffer::from_pool ? context_.floats(dims, row.layout, data.input)
+                                         : context_.external_floats(dims, row.layout, data.input);
+    EXPECT_EQ(kernel_->CheckInputs({input_}), 0);
+  }
+
+  IKernel& kernel() { return *kernel_; }
+  const TensorShape& input_shape() const { return input_->shape; }
+  std::vector<float> input() const { return values_of(*input_); }
+
+  std::vector<float> forward(const TensorShape& expected) {
+    IKernel::Tensors outputs;
+    EXPECT_EQ(kernel_->Forward({input_}, outputs, context_), 0);
+    EXPECT_EQ(outputs.size(), 1u);
+    EXPECT_EQ(outputs[0]->shape.dims, expected.dims);
+    EXPECT_TRUE(outputs[0]->shape == expected);
+    EXPECT_EQ(kernel_->CheckOutputs(outputs), 0);
+    context_.pool().check();
+    return values_of(*outputs[0]);
+  }
+
+ private:
+  TestContext context_;
+  std::shared_ptr<IKernel> kernel_;
+  std::shared_ptr<runtime::TensorCPU> input_;
+};
+
+template <typename Geometry>
+TensorShape output_shape(const ConvolutionRow<Geometry>& row, const ConvCase& sizes,
+                         const ConvOracle& oracle) {
+  return TensorShape(dims_of<Geometry>(sizes.out_channels, oracle.height, oracle.width),
+                     DataType::FLOAT32, row.layout);
+}
+
+template <typename Geometry, typename Agrees>
+void run_and_compare(const ConvolutionRow<Geometry>& row, const ConvCase& sizes,
+                     const ConvData& data, Buffer buffer, Agrees agrees) {
+  const ConvOracle oracle = oracle_of<Geometry>(sizes, data);
+  const TensorShape shape = output_shape(row, sizes, oracle);
+  ConvRun<Geometry> run(row, sizes, data, buffer);
+  const auto inferred = run.kernel().InferOutputShapes({run.input_shape()});
+  ASSERT_EQ(inferred.size(), 1u);
+  EXPECT_EQ(inferred[0].dims, shape.dims);
+  const std::vector<float> output = run.forward(shape);
+  EXPECT_TRUE(agrees(output, oracle.sums));
+  EXPECT_TRUE(same_bits(run.input(), data.input)) << "the input changed";
+  EXPECT_TRUE(same_bits(run.forward(shape), output)) << "a second run differs";
+}
+
+template <typename Geometry>
+void expect_refusal(const ConvolutionRow<Geometry>& row, const ConvCase& sizes) {
+  TestContext context;
+  const auto kernel = make_kernel(row.name);
+  const auto info = describe<Geometry>(sizes, integer_data(sizes, 1));
+  EXPECT_EQ(kernel->CheckConfig(info, nullptr), -1);
+  EXPECT_FALSE(kernel->Config(info, nullptr, context));
+  EXPECT_FALSE(kernel->IsConfigured());
+}
+
+}  // namespace
+
+template <typename Geometry>
+bool ConvTester::test(const ConvolutionRow<Geometry>& row) const {
+  const testing::ScopedTrace trace("", 0, "repeat with " + sentence(row.name));
+  const ConvCase sizes = fitted<Geometry>(sizes_);
+  const ConvData integers = integer_data(sizes, seed_);
+  if (!row.accepts(Geometry::params_of(*describe<Geometry>(sizes, integers)))) {
+    expect_refusal(row, sizes);
+    return false;
+  }
+  if (!has_output<Geometry>(sizes)) return false;
+  run_and_compare(row, sizes, integers, Buffer::from_pool, exactly);
+  const ConvData floats = float_data(sizes, seed_);
+  const auto bounded = [](const auto& found, const auto& sums) {
+    return within_bounds(found, sums);
+  };
+  run_and_compare(row, sizes, floats, Buffer::from_pool, bounded);
+  run_and_compare(row, sizes, floats, Buffer::unaligned, bounded);
+  return true;
+}
+
+template <typename Geometry>
+std::vector<float> ConvTester::output(const ConvolutionRow<Geometry>& row,
+                                      const ConvData& data) const {
+  const ConvCase sizes = fitted<Geometry>(sizes_);
+  ConvRun<Geometry> run(row, sizes, data, Buffer::from_pool);
+  return run.forward(output_shape(row, sizes, oracle_of<Geometry>(sizes, data)));
+}
+
+std::string ConvTester::sentence(const std::string& kernel) const {
+  const ConvCase& s = sizes_;
+  std::ostringstream text;
+  text << "ConvTester().channels(" << s.in_channels << ", " << s.out_channels << ").size("
+       << s.height << ", " << s.width << ").kernel(" << s.kernel_y << ", " << s.kernel_x
+       << ").stride(" << s.stride_y << ", " << s.stride_x << ").dilation(" << s.dilation_y << ", "
+       << s.dilation_x << ").padding(" << s.padding_l << ", " << s.padding_r << ", " << s.padding_t
+       << ", " << s.padding_b << ").groups(" << s.groups << ").bias(" << (s.bias ? "true" : "false")
+       << ").seed(" << seed_ << ").test(kernel::rows::" << kernel << ")";
+  return text.str();
+}
+
+#define QRT_CONV_TESTER_OF(Geometry)                                                               \
+  template bool ConvTester::test(const ConvolutionRow<Geometry>&) const;                           \
+  template std::vector<float> ConvTester::output(const ConvolutionRow<Geometry>&, const ConvData&) \
+      const;
+QRT_CONV_TESTER_OF(PlaneGeometry)
+QRT_CONV_TESTER_OF(TransposedGeometry)
+QRT_CONV_TESTER_OF(LineGeometry)
+
+}  // namespace marlo::test

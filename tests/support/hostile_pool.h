@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "qrt_core/runtime/tensor/memory_pool.h"
+
+namespace marlo::test {
+
+/// Bits of the quiet NaNs that a fresh block is filled with: memory that was never written shows in
+/// every result that it reaches.
+constexpr uint32_t kFreshBits = 0x7FC0DEAD;
+
+/// Bits of the quiet NaNs that stand around a block.
+constexpr uint32_t kCanaryBits = 0x7FC0CA9A;
+
+/// Bytes behind a block that may be read but not written.
+constexpr size_t kReadableBehind = 64;
+
+/// A pool that makes life hard for kernels.
+///
+/// Each block is new from the system, filled with NaNs and aligned to `alignment` but to nothing
+/// more. Canaries stand in front of it and in the 64 bytes behind the size that was asked for; they
+/// are checked when the block comes back and when the pool ends. An overrun, a block that never
+/// comes back and one that comes back twice are failures of the running test.
+class HostilePool final : public runtime::MemoryPool {
+ public:
+  /// @param alignment of the blocks in bytes: a power of two of 4 or more
+  explicit HostilePool(size_t alignment = 16);
+  HostilePool(const HostilePool&) = delete;
+  HostilePool& operator=(const HostilePool&) = delete;
+  ~HostilePool() override;
+
+  /// @return null for the call that `fail_at` chose
+  void* Allocate(uint64_t size) override;
+  void Free(void* address) override;
+  void ReleaseFreeBlocks() override {}
+
+  /// Bytes that were asked for and are in use.
+  uint64_t TotalBytes() override;
+
+  /// Lets the n-th call of `Allocate` from now on fail, counted from 1; 0 lets none fail.
+  void fail_at(size_t call) { calls_to_failure_ = call; }
+
+  size_t allocations() const { return allocations_; }
+  size_t blocks_in_use() const { return blocks_.size(); }
+
+  /// Checks the canaries of all blocks in use.
+  void check() const;
+
+ private:
+  struct Block {
+    std::vector<unsigned char> memory;
+    size_t offset;  // of the block in `memory`
+    size_t size;
+  };
+
+  static void check(const Block& block);
+
+  size_t alignment_;
+  size_t allocations_ = 0;
+  size_t calls_to_failure_ = 0;
+  std::unordered_map<void*, Block> blocks_;
+};
+
+}  // namespace marlo::test
