@@ -1,7 +1,5 @@
 #include "tests/support/conv_setup.h"
 
-#include "qrt_core/runtime/model/base64.h"
-
 namespace marlo::test {
 
 using kernel::LineGeometry;
@@ -48,11 +46,6 @@ ConvData data_from(const ConvCase& sizes, Fill fill) {
 }
 
 }  // namespace
-
-std::string weight_text(const std::vector<float>& numbers) {
-  return runtime::Base64Encode(reinterpret_cast<const unsigned char*>(numbers.data()),
-                               numbers.size() * sizeof(float));
-}
 
 template <>
 ConvCase fitted<PlaneGeometry>(const ConvCase& sizes) {

@@ -2,20 +2,17 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "qrt_core/kernel/conv/conv_geometry.h"
 #include "tests/support/conv_case.h"
+#include "tests/support/model_builder.h"
 #include "tests/support/numbers.h"
 #include "tests/support/oracle.h"
 
 // From the sizes of a convolution to what its kernels take, for each geometry.
 
 namespace marlo::test {
-
-/// The Base64 text of floats, as descriptions hold weights.
-std::string weight_text(const std::vector<float>& numbers);
 
 /// What a geometry makes of sizes: a line has height 1, and nothing else in that direction.
 template <typename Geometry>
