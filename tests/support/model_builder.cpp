@@ -30,15 +30,22 @@ Info with_weights(Info info, const std::vector<float>& weights, const std::vecto
   return info;
 }
 
+void set_param(KernelCfg& cfg, std::shared_ptr<runtime::InferenceParam> param) {
+  cfg.infer_param_type = param->GetClassTypeName();
+  cfg.infer_param = std::move(param);
+}
+
 std::shared_ptr<KernelCfg> kernel_cfg(const std::string& kernel) {
   auto cfg = std::make_shared<KernelCfg>();
   cfg->kernel_type = kernel;
   return cfg;
 }
 
-void add_converter(KernelCfgArr& converters, const std::string& index, const std::string& kernel) {
+void add_converter(KernelCfgArr& converters, const std::string& index, const std::string& kernel,
+                   std::shared_ptr<runtime::InferenceParam> param) {
   converters.kernel_ids.push_back(index);
   converters.kernel_cfgs[index] = kernel_cfg(kernel);
+  if (param != nullptr) set_param(*converters.kernel_cfgs[index], std::move(param));
 }
 
 std::shared_ptr<runtime::KernelInferenceConfig> inference_form(const KernelCfg& cfg) {
@@ -188,20 +195,20 @@ ModelBuilder& ModelBuilder::conv1d(const std::string& id, const std::string& sou
   return layer(id, {source}, std::make_shared<Conv1dInfo>(description), kernel);
 }
 
-ModelBuilder& ModelBuilder::input_converter(const std::string& index, const std::string& kernel) {
-  add_converter(*last_layer_cfg().input_converters, index, kernel);
+ModelBuilder& ModelBuilder::input_converter(const std::string& index, const std::string& kernel,
+                                            std::shared_ptr<runtime::InferenceParam> param) {
+  add_converter(*last_layer_cfg().input_converters, index, kernel, std::move(param));
   return *this;
 }
 
-ModelBuilder& ModelBuilder::output_converter(const std::string& index, const std::string& kernel) {
-  add_converter(*last_layer_cfg().output_converters, index, kernel);
+ModelBuilder& ModelBuilder::output_converter(const std::string& index, const std::string& kernel,
+                                             std::shared_ptr<runtime::InferenceParam> param) {
+  add_converter(*last_layer_cfg().output_converters, index, kernel, std::move(param));
   return *this;
 }
 
 ModelBuilder& ModelBuilder::kernel_param(std::shared_ptr<runtime::InferenceParam> param) {
-  KernelCfg& cfg = *last_layer_cfg().kernel;
-  cfg.infer_param_type = param->GetClassTypeName();
-  cfg.infer_param = std::move(param);
+  set_param(*last_layer_cfg().kernel, std::move(param));
   return *this;
 }
 

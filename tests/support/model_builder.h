@@ -41,7 +41,7 @@ runtime::Conv1dInfo line_convolution(uint16_t in_channels, uint16_t out_channels
 ///                  .network("net")
 ///                  .input("x")
 ///                  .conv2d("c", "x", plane_convolution(1, 2, 3, ramp(18)))
-///                  .output_converter("0", "Straight_Through_Fallback_M1")
+///                  .output_converter("0", "my_layout_transform")
 ///                  .activation("y", "c", "ReLU_Fallback_Float_M1")
 ///                  .outputs({"y"})
 ///                  .build();
@@ -90,9 +90,13 @@ class ModelBuilder {
                        const runtime::Conv1dInfo& info,
                        const std::string& kernel = "Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1");
 
-  /// A converter of the layer added last. @param index the converter's id, an index as text
-  ModelBuilder& input_converter(const std::string& index, const std::string& kernel);
-  ModelBuilder& output_converter(const std::string& index, const std::string& kernel);
+  /// A converter of the layer added last.
+  /// @param index the converter's id, an index as text
+  /// @param param most converters refuse one; those of the inverted check need one
+  ModelBuilder& input_converter(const std::string& index, const std::string& kernel,
+                                std::shared_ptr<runtime::InferenceParam> param = nullptr);
+  ModelBuilder& output_converter(const std::string& index, const std::string& kernel,
+                                 std::shared_ptr<runtime::InferenceParam> param = nullptr);
 
   /// The parameter object of the kernel of the layer added last. Files name its class.
   ModelBuilder& kernel_param(std::shared_ptr<runtime::InferenceParam> param);
