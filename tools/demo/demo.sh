@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Reads the digits of the sample pictures with the model that ships, and counts the right answers.
+#
+# usage: demo.sh QRT    the built command-line tool
+set -euo pipefail
+
+if (($# != 1)) || [[ ! -x $1 ]]; then
+  echo "usage: demo.sh QRT, where QRT is the built command-line tool" >&2
+  exit 2
+fi
+readonly qrt=$1
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+readonly root
+readonly digits=$root/models/digits
+readonly model=$digits/digits.qrtmodel
+readonly passes=20
+
+# Block characters need UTF-8; a bare environment has a locale that doesn't say so.
+if [[ $(locale charmap 2>/dev/null) != UTF-8 ]] && [[ ${TERM:-dumb} != linux ]] &&
+  locale -a 2>/dev/null | grep -qix 'c\.utf-\?8'; then
+  export LC_ALL=C.UTF-8
+fi
+
+right=0
+wrong=()
+while IFS=$'\t' read -r picture digit; do
+  [[ -n $picture && $picture != \#* ]] || continue
+  shown=$("$qrt" run "$model" --input "$digits/samples/$picture" \
+    --top 3 --labels "$digits/labels.txt" --preview --preview-width 20 --repeat "$passes")
+  # The best answer stands behind the rank " 1. ".
+  answer=$(sed -n 's/^\(.*[^0-9]\)\{0,1\} 1\. \([^ ]*\) .*/\2/p' <<<"$shown")
+  if [[ -z $answer ]]; then
+    echo "demo.sh: no answer for $picture in the output of qrt run" >&2
+    exit 1
+  fi
+  if [[ $answer == "$digit" ]]; then
+    verdict="right: $answer"
+    right=$((right + 1))
+  else
+    verdict="WRONG: $answer, it shows $digit"
+    wrong+=("$picture")
+  fi
+  printf '%s  --  %s\n%s\n\n' "$picture" "$verdict" "$shown"
+done <"$digits/samples/labels.txt"
+
+if ((right + ${#wrong[@]} == 0)); then
+  echo "demo.sh: there are no samples in $digits/samples/labels.txt" >&2
+  exit 1
+fi
+echo "$((right + ${#wrong[@]})) pictures: $right right, ${#wrong[@]} wrong"
+if ((${#wrong[@]} > 0)); then
+  printf 'wrong: %s\n' "${wrong[*]}"
+fi

@@ -1,0 +1,199 @@
+#include "tools/qrt/app.h"
+
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <cstdio>
+#include <new>
+
+#include "qrt_core/qrt_core.h"
+#include "tools/qrt/commands.h"
+#include "tools/qrt/errors.h"
+#include "tools/qrt/messages.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+namespace {
+
+constexpr char kDescription[] =
+    "qrt looks into neural networks in model files, runs them, and converts the files.";
+
+constexpr char kFooter[] =
+    "Examples:\n"
+    "  qrt info digits.qrtmodel                      what is in the file\n"
+    "  qrt run digits.qrtmodel --input seven.png --top 3 --labels labels.txt --preview\n"
+    "  qrt run digits.qrtmodel --input seven.png --profile --repeat 100\n"
+    "  qrt run net.qrtmodel --input x.npy --output y.npy\n"
+    "  qrt convert digits.json digits.qrtmodel\n"
+    "  qrt kernels relu\n"
+    "\n"
+    "`qrt COMMAND --help` tells more about a command.\n"
+    "\n"
+    "Data goes to standard output, messages to standard error. Exit codes:\n"
+    "  0  success\n"
+    "  2  the command line makes no sense\n"
+    "  3  an input (picture, .npy, labels) can't be read, or doesn't fit the network\n"
+    "  4  a model file can't be read or loaded\n"
+    "  5  a pass failed, a result can't be written, or nothing was found";
+
+constexpr char kModelHelp[] = "Model file: .qrtmodel or .json";
+constexpr char kSdkHelp[] = "Demand a model for SDK NAME:MAJOR.MINOR";
+constexpr char kWidthHelp[] = "Width of tables";
+
+std::string version_text() {
+  unsigned int major = 0;
+  unsigned int minor = 0;
+  QRT_Get_Core_Version(major, minor);
+  return "qrt (qrt_core " + std::to_string(major) + "." + std::to_string(minor) + ")";
+}
+
+void add_info(CLI::App& app, InfoOptions& options) {
+  CLI::App* command = app.add_subcommand("info", "Show the networks and layers of a model file");
+  command->add_option("MODEL", options.model, "Model file, or a single object of one")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x28x28, once per input layer")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Show this network only")->type_name("ID");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N")->capture_default_str();
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Besides models (.qrtmodel, .json) it takes networks (.qrmod, .qrmods) and configurations\n"
+      "(.qrcfg, .qrcfgs). Without --input the sizes are those of the model's header.\n"
+      "Output sizes come from the kernels themselves. Multiply-adds are counted for convolutions\n"
+      "and full connections. A kernel marked with \"!\" can't run here; the reason is on standard\n"
+      "error, and the exit code is 4.");
+  command->callback([&options] { run_info(options); });
+}
+
+void add_run(CLI::App& app, RunOptions& options) {
+  CLI::App* command = app.add_subcommand("run", "Run a network on pictures or arrays");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Picture or .npy file, once per input layer")
+      ->take_all()
+      ->expected(1)
+      ->type_name("FILE");
+  command->add_option("-n,--network", options.network, "Network to run where there are several")
+      ->type_name("ID");
+  command->add_option("-o,--output", options.output, "Write to this .npy file instead of printing")
+      ->type_name("FILE");
+  command->add_option("-t,--top", options.top, "Print the K best values as probabilities")
+      ->type_name("K")
+      ->check(CLI::Range(1, 1000000));
+  command->add_option("-l,--labels", options.labels, "Names of the values for --top, one a line")
+      ->type_name("FILE");
+  command->add_flag("--no-softmax", options.no_softmax, "Print the values for --top as they are");
+  command->add_flag("-p,--preview", options.preview, "Draw the picture in characters");
+  command->add_option("--preview-width", options.preview_width, "Width of that drawing")
+      ->type_name("N")
+      ->check(CLI::Range(1, 400))
+      ->capture_default_str();
+  command->add_option("-r,--repeat", options.repeat, "Time N passes after one to warm up")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000));
+  command->add_flag("--profile", options.profile, "Print each layer's time and share");
+  command->add_flag("--any-size", options.any_size, "Let pictures of another size through");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N")->capture_default_str();
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Pictures are PNG, JPEG, BMP or PGM. They become FLOAT32 planes (CHW), each sample divided\n"
+      "by 255: one grey plane, or red, green and blue, as the network's first convolution "
+      "demands.\n"
+      "They are not resized.\n"
+      "Arrays of any integer or floating-point type become FLOAT32 as they are: 3 dimensions are\n"
+      "CHW (a leading 1 is dropped from 4), 2 are channels by length or a single plane.\n"
+      "Several inputs are given in the order of their layers, or each as LAYER=FILE; several\n"
+      "outputs are written as NAME-LAYER.npy.\n"
+      "--top shows softmax probabilities. --repeat and --profile show medians of the passes.");
+  command->callback([&options] { run_network(options); });
+}
+
+void add_convert(CLI::App& app, ConvertOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("convert", "Convert a model file between JSON and the binary form");
+  command->add_option("IN", options.input, "File to read")->required()->type_name("FILE");
+  command->add_option("OUT", options.output, "File to write; an existing one is replaced")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-k,--kind", options.kind, "What a .json file holds")->type_name("KIND");
+  command->footer(
+      "KIND is one of model, network, networks, config, configs; it is needed only where neither\n"
+      "name nor contents say it. Suffixes: .json for the JSON form of anything; binary: .qrtmodel\n"
+      "for a model, .qrmod for one network, .qrmods for several, .qrcfg for the configuration of\n"
+      "one network on one back end, .qrcfgs for those of a model.\n"
+      "The binary form holds weights in half precision.");
+  command->callback([&options] { run_convert(options); });
+}
+
+void add_kernels(CLI::App& app, KernelsOptions& options) {
+  CLI::App* command = app.add_subcommand("kernels", "List the kernels of this build");
+  command
+      ->add_option("FILTER", options.filters,
+                   "Part of a name, or a pattern with * ? [];\nall of them must match")
+      ->type_name("TEXT");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer("Case doesn't matter. Kernels that this processor can't run are marked.");
+  command->callback([&options] { run_kernels(options); });
+}
+
+// Commands run inside parse(), so every failure ends up here.
+int parse_and_run(CLI::App& app, int argc, char** argv) {
+  try {
+    app.parse(argc, argv);
+    return kSuccess;
+  } catch (const CLI::CallForHelp& help) {
+    return app.exit(help);
+  } catch (const CLI::CallForVersion& version) {
+    return app.exit(version);
+  } catch (const CLI::ParseError& error) {
+    say(printable(error.what()));
+    std::fprintf(stderr, "Run `qrt --help` or `qrt COMMAND --help` for what there is.\n");
+    return kUsageError;
+  } catch (const ToolError& error) {
+    take_library_errors();
+    say(error.what());
+    return error.exit_code();
+  } catch (const std::bad_alloc&) {
+    say("out of memory");
+    return kRunError;
+  } catch (const std::exception& failure) {
+    const std::string fault = take_fault(failure);
+    say(fault.empty() ? "the library gave up without a reason" : fault);
+    return kRunError;
+  }
+}
+
+}  // namespace
+
+void print(const std::string& text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (std::fflush(stdout) != 0 || !written) {
+    throw ToolError(kRunError, "standard output can't be written");
+  }
+}
+
+int run_app(int argc, char** argv) {
+  std::setlocale(LC_CTYPE, "");
+  catch_library_log();
+  InfoOptions info;
+  RunOptions run;
+  ConvertOptions convert;
+  KernelsOptions kernels;
+  CLI::App app(kDescription, "qrt");
+  app.get_formatter()->column_width(36);
+  app.footer(kFooter);
+  app.set_version_flag("--version", version_text());
+  app.require_subcommand(1);
+  add_info(app, info);
+  add_run(app, run);
+  add_convert(app, convert);
+  add_kernels(app, kernels);
+  const int result = parse_and_run(app, argc, argv);
+  show_library_errors();
+  return result;
+}
+
+}  // namespace qrt_tool

@@ -1,0 +1,144 @@
+#include <algorithm>
+
+#include "tools/qrt/commands.h"
+#include "tools/qrt/errors.h"
+#include "tools/qrt/info_text.h"
+#include "tools/qrt/messages.h"
+#include "tools/qrt/model_file.h"
+#include "tools/qrt/network.h"
+#include "tools/qrt/shapes.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+
+using marlo::runtime::QRModelCfg;
+using marlo::runtime::QRModelInfo;
+using marlo::runtime::QRModelInfoArr;
+using marlo::runtime::QRModelMultiBackendCfgsArr;
+using marlo::runtime::QRTModel;
+
+namespace {
+
+/// Inspects networks, and collects what is wrong with them.
+class Inspector {
+ public:
+  explicit Inspector(const InfoOptions& options) : options_(options) {}
+
+  // A network that comes without configurations has no kernels, and that is no fault.
+  ShownNetwork inspect(const std::string& id, const QRModelInfo& info, const QRModelCfg* config,
+                       bool has_configs) {
+    ShownNetwork shown;
+    shown.has_kernels = has_configs;
+    shown.report = inspect_network(id, info, config, library_.kernels, library_.context);
+    if (!has_configs) return shown;
+    const std::string prefix = printable(options_.model) + ": network " + quoted(id) + ", ";
+    for (const std::string& warning : shown.report.warnings) say(prefix + warning);
+    const std::string problem = shown.report.problem();
+    if (!problem.empty()) problems_.push_back(prefix + problem);
+
+    const std::string misfit =
+        infer_shapes(shown.report, given_shapes(shown.report), *library_.context->cpu);
+    if (!misfit.empty()) {
+      const std::string text = prefix + "with the input given or known, " + misfit;
+      if (!options_.inputs.empty()) throw ToolError(kInputError, text);
+      problems_.push_back(text);
+    }
+    return shown;
+  }
+
+  const std::vector<std::string>& problems() const { return problems_; }
+
+ private:
+  InputShapes given_shapes(const NetworkReport& report) const {
+    if (options_.inputs.empty()) return known_input_shapes(report);
+    const std::vector<uint32_t> inputs = report.inputs();
+    if (inputs.size() != options_.inputs.size()) {
+      throw ToolError(kUsageError, "network " + quoted(report.id) + " has " +
+                                       counted(inputs.size(), "input") + "; found " +
+                                       counted(options_.inputs.size(), "--input"));
+    }
+    InputShapes shapes;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+      shapes.emplace(inputs[i], float_shape(parse_sizes_option(options_.inputs[i])));
+    }
+    return shapes;
+  }
+
+  const InfoOptions& options_;
+  Library library_;
+  std::vector<std::string> problems_;
+};
+
+void show_networks(const std::vector<ShownNetwork>& networks, const QRTModel* model,
+                   const InfoOptions& options) {
+  print(options.json ? networks_json(options.model, model, networks)
+                     : networks_text(options.model, model, networks, options.width));
+}
+
+void inspect_model(const InfoOptions& options, Inspector& inspector) {
+  std::optional<Sdk> sdk;
+  if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
+  const auto model = read_model(options.model, sdk);
+  std::vector<std::string> ids = model->model_arr->squential_ids;
+  if (!options.network.empty()) ids = {choose_network(*model, options.model, options.network)};
+  std::vector<ShownNetwork> networks;
+  for (const std::string& id : ids) {
+    networks.push_back(
+        inspector.inspect(id, *model->model_arr->infos.at(id), config_of(*model, id), true));
+  }
+  show_networks(networks, model.get(), options);
+}
+
+void inspect_networks(const InfoOptions& options, Inspector& inspector,
+                      const QRModelInfoArr& infos) {
+  std::vector<ShownNetwork> networks;
+  for (const std::string& id : infos.squential_ids) {
+    if (!options.network.empty() && options.network != id) continue;
+    networks.push_back(inspector.inspect(id, *infos.infos.at(id), nullptr, false));
+  }
+  show_networks(networks, nullptr, options);
+}
+
+void inspect_configs(const InfoOptions& options, const QRModelMultiBackendCfgsArr& configs) {
+  std::vector<NamedConfig> named;
+  for (const std::string& id : configs.squential_ids) {
+    const auto& cfgs = *configs.cfgs.at(id);
+    if (!options.network.empty() && options.network != id) continue;
+    named.push_back({id + " cpu_sse", cfgs.cpu_sse.get()});
+  }
+  print(options.json ? configs_json(options.model, named)
+                     : configs_text(options.model, named, options.width));
+}
+
+}  // namespace
+
+void run_info(const InfoOptions& options) {
+  const FileFormat format = format_of_name(options.model, kModelError);
+  const ObjectKind kind = format.kind ? *format.kind : kind_of_json(options.model);
+  Inspector inspector(options);
+  if (kind == ObjectKind::model) {
+    inspect_model(options, inspector);
+  } else {
+    const auto object = make_object(kind);
+    read_object(*object, options.model, format.is_json);
+    if (kind == ObjectKind::network) {
+      const auto& info = dynamic_cast<const QRModelInfo&>(*object);
+      show_networks({inspector.inspect("", info, nullptr, false)}, nullptr, options);
+    } else if (kind == ObjectKind::networks) {
+      inspect_networks(options, inspector, dynamic_cast<const QRModelInfoArr&>(*object));
+    } else if (kind == ObjectKind::config) {
+      const auto& config = dynamic_cast<const QRModelCfg&>(*object);
+      const std::vector<NamedConfig> named{{"", &config}};
+      print(options.json ? configs_json(options.model, named)
+                         : configs_text(options.model, named, options.width));
+    } else {
+      inspect_configs(options, dynamic_cast<const QRModelMultiBackendCfgsArr&>(*object));
+    }
+  }
+  const std::vector<std::string>& problems = inspector.problems();
+  if (problems.empty()) return;
+  for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i]);
+  throw ToolError(kModelError, problems.back());
+}
+
+}  // namespace qrt_tool

@@ -1,0 +1,55 @@
+#include "tools/qrt/commands.h"
+#include "tools/qrt/errors.h"
+#include "tools/qrt/files.h"
+#include "tools/qrt/messages.h"
+#include "tools/qrt/run_output.h"
+#include "tools/qrt/scores.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+namespace {
+
+void check_options(const RunOptions& options) {
+  const auto refuse = [](const std::string& text) { throw ToolError(kUsageError, text); };
+  const std::string& output = options.output;
+  if (!output.empty() && (output.size() < 5 || output.compare(output.size() - 4, 4, ".npy") != 0)) {
+    refuse("--output " + printable(output) + ": expected a name that ends in .npy");
+  }
+  if (options.top == 0 && (!options.labels.empty() || options.no_softmax)) {
+    refuse("--labels and --no-softmax go with --top");
+  }
+}
+
+}  // namespace
+
+void run_network(const RunOptions& options) {
+  check_options(options);
+  std::optional<Sdk> sdk;
+  if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
+
+  Library library;
+  const auto model = read_model(options.model, sdk);
+  const std::string id = choose_network(*model, options.model, options.network);
+  LoadedNetwork network = load_network(library, *model, options.model, id);
+  const std::vector<InputData> inputs =
+      read_inputs(network.report, options.inputs, options.any_size, *library.context->cpu);
+
+  const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
+  PassResult result;
+  try {
+    result = run_passes(network, inputs, repeat, options.profile);
+  } catch (const ToolError& error) {
+    throw ToolError(error.exit_code(), printable(options.model) + ": " + error.what());
+  }
+  std::vector<Score> scores;
+  if (options.top != 0) scores = best_scores(result, options);
+  if (!options.output.empty()) {
+    for (const std::string& path : write_outputs(result, options.output)) {
+      say("wrote " + printable(path));
+    }
+  }
+  print(options.json ? run_json(network, inputs, result, scores, options)
+                     : run_text(network, inputs, result, scores, options));
+}
+
+}  // namespace qrt_tool

@@ -1,0 +1,108 @@
+#include "tools/qrt/files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr size_t kMostBytes = size_t{1} << 30;
+
+std::string reason() { return std::strerror(errno); }
+
+[[noreturn]] void fail_to_write(const std::string& path, const std::string& why) {
+  throw ToolError(kRunError, printable(path) + ": can't be written: " + why);
+}
+
+// The file that a chain of symbolic links ends at, so that the links stay.
+fs::path target_of(const std::string& path) {
+  std::error_code error;
+  fs::path target = fs::weakly_canonical(path, error);
+  return error ? fs::path(path) : target;
+}
+
+/// A new file that goes away unless it is renamed.
+class NewFile {
+ public:
+  explicit NewFile(const fs::path& target)
+      : path_(target.string() + ".new-" + std::to_string(getpid())) {
+    const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
+    if (file < 0) fail_to_write(target.string(), reason());
+    close(file);
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+  ~NewFile() {
+    if (!path_.empty()) unlink(path_.c_str());
+  }
+
+  const std::string& path() const { return path_; }
+
+  void rename_to(const fs::path& target) {
+    if (std::rename(path_.c_str(), target.c_str()) != 0) fail_to_write(target.string(), reason());
+    path_.clear();
+  }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace
+
+std::string read_file(const std::string& path, ExitCode exit_code) {
+  const auto refuse = [&](const std::string& why) {
+    throw ToolError(exit_code, printable(path) + ": can't be read: " + why);
+  };
+  std::error_code error;
+  if (fs::is_directory(path, error)) refuse("it is a folder");
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                             &std::fclose);
+  if (file == nullptr) refuse(reason());
+  std::string bytes;
+  char buffer[1 << 16];
+  for (size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) != 0;) {
+    bytes.append(buffer, count);
+    if (bytes.size() > kMostBytes) refuse("it is larger than 1 GiB");
+  }
+  if (std::ferror(file.get()) != 0) refuse(reason());
+  if (bytes.empty()) refuse("the file is empty");
+  return bytes;
+}
+
+bool is_same_file(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return fs::equivalent(a, b, error) && !error;
+}
+
+void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+  const fs::path target = target_of(path);
+  std::error_code error;
+  if (fs::exists(target, error) && !fs::is_regular_file(target, error)) {
+    fail_to_write(path, "it is not a regular file");
+  }
+  NewFile file(target);
+  write(file.path());
+  file.rename_to(target);
+}
+
+void write_file(const std::string& path, const std::string& bytes) {
+  replace_file(path, [&](const std::string& temporary) {
+    std::FILE* file = std::fopen(temporary.c_str(), "wb");
+    if (file == nullptr) fail_to_write(path, reason());
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+    if (std::fclose(file) != 0 || !written) fail_to_write(path, reason());
+  });
+}
+
+}  // namespace qrt_tool

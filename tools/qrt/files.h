@@ -1,0 +1,26 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "tools/qrt/errors.h"
+
+namespace qrt_tool {
+
+/// The bytes of a file.
+/// @throws ToolError with `exit_code`, naming the file, if it can't be read or is a folder, too
+///   large or empty
+std::string read_file(const std::string& path, ExitCode exit_code);
+
+/// Whether both paths lead to one existing file.
+bool is_same_file(const std::string& a, const std::string& b);
+
+/// Makes a file whole or not at all: `write` fills a new file beside it, which then takes its name.
+/// @param write receives the path of the new file; what it throws goes on, and nothing is left
+/// @throws ToolError (kRunError), naming the file, if it can't be made
+void replace_file(const std::string& path, const std::function<void(const std::string&)>& write);
+
+/// Writes `bytes` as by `replace_file`.
+void write_file(const std::string& path, const std::string& bytes);
+
+}  // namespace qrt_tool

@@ -1,0 +1,97 @@
+#include "tools/qrt/messages.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+#include "qrt_core/utility/log.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+namespace {
+
+constexpr char kErrorMark[] = "]: ";
+constexpr size_t kMostKept = 8;
+
+std::vector<std::string>& kept_errors() {
+  static std::vector<std::string> errors;
+  return errors;
+}
+
+// "[tag]: text" marks errors; other levels have their name behind the bracket.
+bool is_error(const std::string& line) {
+  const size_t bracket = line.find(']');
+  return bracket != std::string::npos && line.compare(bracket, 3, kErrorMark) == 0;
+}
+
+std::string without_tag(std::string line) {
+  if (is_error(line)) line.erase(0, line.find(kErrorMark) + 3);
+  line.erase(line.find_last_not_of("\r\n") + 1);
+  return line;
+}
+
+int receive(const char* text) {
+  const std::string line = text;
+  if (!is_error(line)) {
+    say(printable(line.substr(line.find(']') + 1 + (line.find(']') + 1 < line.size() ? 1 : 0))));
+  } else if (kept_errors().size() < kMostKept) {
+    kept_errors().push_back(printable(without_tag(line)));
+  }
+  return 0;
+}
+
+int64_t now_ms() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+}  // namespace
+
+void say(const std::string& text) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "qrt: %s\n", text.c_str());
+}
+
+void catch_library_log() { marlo::utility::SetLogCallback(receive); }
+
+std::string take_library_errors() {
+  const std::string text = joined(kept_errors(), "; ");
+  kept_errors().clear();
+  return text;
+}
+
+void show_library_errors() {
+  for (const std::string& error : kept_errors()) say(error);
+  kept_errors().clear();
+}
+
+std::string take_fault(const std::exception& failure) {
+  const std::string text = printable(without_tag(failure.what()));
+  std::vector<std::string>& errors = kept_errors();
+  if (!errors.empty() && errors.back() == text) errors.pop_back();
+  return text;
+}
+
+Progress::Progress(std::string what, uint64_t count) : what_(std::move(what)), count_(count) {
+  if (isatty(STDERR_FILENO) == 0) count_ = 0;
+  last_shown_ms_ = now_ms();
+}
+
+Progress::~Progress() {
+  if (shown_) std::fputs("\r\033[K", stderr);
+}
+
+void Progress::step() {
+  ++done_;
+  constexpr int64_t kInterval = 200;
+  if (count_ == 0 || now_ms() - last_shown_ms_ < kInterval) return;
+  last_shown_ms_ = now_ms();
+  shown_ = true;
+  std::fprintf(stderr, "\r%s %llu of %llu\033[K", what_.c_str(),
+               static_cast<unsigned long long>(done_), static_cast<unsigned long long>(count_));
+  std::fflush(stderr);
+}
+
+}  // namespace qrt_tool

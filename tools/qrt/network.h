@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "qrt_core/qrt_core.h"
+#include "tools/qrt/network_report.h"
+
+// Loading networks, with messages that say what is wrong.
+
+namespace qrt_tool {
+
+/// The library as it is set up once: every kernel of this build, and a context.
+struct Library {
+  Library();
+
+  std::shared_ptr<marlo::runtime::Context> context;
+  marlo::runtime::KernelRegistry kernels;
+  marlo::runtime::InferenceParamRegistry params;
+};
+
+/// The SDK that a model must have been made for.
+struct Sdk {
+  std::string name;
+  uint16_t major = 0;
+  uint16_t minor = 0;
+};
+
+/// Reads "NAME:MAJOR.MINOR".
+/// @throws ToolError (kUsageError)
+Sdk parse_sdk(const std::string& text);
+
+/// Reads a model, and checks that this library and the demanded SDK can run it.
+/// @param sdk without it, that of the file
+/// @throws ToolError (kModelError), naming the file
+std::shared_ptr<marlo::runtime::QRTModel> read_model(const std::string& path,
+                                                     const std::optional<Sdk>& sdk);
+
+/// The id to use: `wanted`, or the only one there is.
+/// @throws ToolError: kUsageError where the choice is open, kModelError where there is none
+std::string choose_network(const marlo::runtime::QRTModel& model, const std::string& path,
+                           const std::string& wanted);
+
+/// The configuration that this library runs; null if the model has none for the network.
+const marlo::runtime::QRModelCfg* config_of(const marlo::runtime::QRTModel& model,
+                                            const std::string& network);
+
+/// A network that is ready to run.
+struct LoadedNetwork {
+  std::shared_ptr<marlo::utility::_NetworkPackage> package;
+  NetworkReport report;
+};
+
+/// Builds one network of a model.
+/// @throws ToolError (kModelError), naming the file and the layer that can't be built
+LoadedNetwork load_network(Library& library, const marlo::runtime::QRTModel& model,
+                           const std::string& path, const std::string& network);
+
+}  // namespace qrt_tool

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/qrt/inputs.h"
+#include "tools/qrt/network.h"
+#include "tools/qrt/profile.h"
+
+namespace qrt_tool {
+
+/// One tensor that a network returned.
+struct OutputData {
+  uint32_t layer = 0;
+  std::string id;         ///< of the layer
+  uint32_t position = 0;  ///< among the layer's outputs
+  std::shared_ptr<marlo::runtime::Tensor> tensor;
+
+  /// Its numbers as doubles.
+  std::vector<double> values() const;
+};
+
+/// What the passes gave.
+struct PassResult {
+  std::vector<OutputData> outputs;  ///< of the last pass
+  double median_ms = 0.0;           ///< of a whole pass
+  std::vector<Profiler::Row> rows;  ///< where kernels were timed
+};
+
+/// Runs a network `repeat` times; when that is more than once, after one pass to warm up.
+/// @throws ToolError (kRunError), naming the layer where that is known
+PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,
+                      uint64_t repeat, bool profile);
+
+}  // namespace qrt_tool

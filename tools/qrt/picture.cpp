@@ -1,0 +1,82 @@
+#include "tools/qrt/picture.h"
+
+#include <memory>
+
+#include "tools/qrt/errors.h"
+
+#define STBI_MAX_DIMENSIONS 32768
+#define STBI_ONLY_BMP
+#define STBI_ONLY_JPEG
+#define STBI_ONLY_PNG
+#define STBI_ONLY_PNM
+#define STBI_NO_STDIO
+#define STB_IMAGE_STATIC
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb_image.h>
+
+namespace qrt_tool {
+namespace {
+
+constexpr int64_t kMostPixels = int64_t{1} << 26;
+
+[[noreturn]] void refuse(const std::string& text) { throw ToolError(kInputError, text); }
+
+[[noreturn]] void refuse_format() {
+  const char* reason = stbi_failure_reason();
+  refuse(std::string("not a picture that can be read (") +
+         (reason == nullptr ? "unknown reason" : reason) + "); expected PNG, JPEG, BMP or PGM");
+}
+
+}  // namespace
+
+Picture parse_picture(const std::string& bytes, uint32_t channels) {
+  const auto* data = reinterpret_cast<const stbi_uc*>(bytes.data());
+  const int length = static_cast<int>(bytes.size());
+  int width = 0;
+  int height = 0;
+  int present = 0;
+  // The size is looked at first: a small file can promise a huge picture.
+  if (stbi_info_from_memory(data, length, &width, &height, &present) == 0) refuse_format();
+  if (width <= 0 || height <= 0) refuse("the picture is empty");
+  if (int64_t{width} * height > kMostPixels) {
+    refuse("the picture is " + std::to_string(width) + " x " + std::to_string(height) +
+           "; expected at most " + std::to_string(kMostPixels) + " pixels");
+  }
+  if (channels == 0) channels = present >= 3 ? 3 : 1;
+  const std::unique_ptr<stbi_uc, void (*)(void*)> samples(
+      stbi_load_from_memory(data, length, &width, &height, &present, static_cast<int>(channels)),
+      &stbi_image_free);
+  if (samples == nullptr) refuse_format();
+
+  Picture picture;
+  picture.width = static_cast<uint32_t>(width);
+  picture.height = static_cast<uint32_t>(height);
+  picture.channels = channels;
+  const size_t count = size_t{picture.width} * picture.height * channels;
+  picture.samples.assign(samples.get(), samples.get() + count);
+  return picture;
+}
+
+std::vector<float> planes_of(const Picture& picture) {
+  const size_t pixels = size_t{picture.width} * picture.height;
+  std::vector<float> planes(pixels * picture.channels);
+  for (size_t channel = 0; channel < picture.channels; ++channel) {
+    for (size_t i = 0; i < pixels; ++i) {
+      planes[channel * pixels + i] =
+          static_cast<float>(picture.samples[i * picture.channels + channel]) / 255.0f;
+    }
+  }
+  return planes;
+}
+
+std::vector<uint8_t> grey_levels(const Picture& picture) {
+  if (picture.channels == 1) return picture.samples;
+  std::vector<uint8_t> levels(size_t{picture.width} * picture.height);
+  for (size_t i = 0; i < levels.size(); ++i) {
+    const uint8_t* rgb = &picture.samples[3 * i];
+    levels[i] = static_cast<uint8_t>((77 * rgb[0] + 150 * rgb[1] + 29 * rgb[2]) >> 8);
+  }
+  return levels;
+}
+
+}  // namespace qrt_tool

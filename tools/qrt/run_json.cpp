@@ -1,0 +1,67 @@
+#include "tools/qrt/json_text.h"
+#include "tools/qrt/run_output.h"
+
+namespace qrt_tool {
+
+std::string run_json(const LoadedNetwork& network, const std::vector<InputData>& inputs,
+                     const PassResult& result, const std::vector<Score>& scores,
+                     const RunOptions& options) {
+  JsonText json;
+  json.begin_object();
+  json.text("file", options.model);
+  json.text("network", network.report.id);
+  json.begin_array("inputs");
+  for (const InputData& input : inputs) {
+    json.begin_object();
+    json.text("layer", network.report.layers[input.layer].id);
+    json.text("file", input.path);
+    json.sizes("sizes", input.shape.dims);
+    json.end_object();
+  }
+  json.end_array();
+  json.begin_array("outputs");
+  for (const OutputData& output : result.outputs) {
+    const auto& shape = output.tensor->shape;
+    json.begin_object();
+    json.text("layer", output.id);
+    json.integer("position", output.position);
+    json.sizes("sizes", shape.dims);
+    const char* type = PrintedName(shape.data_type);
+    const char* layout = PrintedName(shape.layout);
+    if (type != nullptr) json.text("data_type", type);
+    if (layout != nullptr) json.text("layout", layout);
+    if (options.output.empty()) json.numbers("values", output.values());
+    json.end_object();
+  }
+  json.end_array();
+  if (options.top != 0) {
+    json.begin_array("top");
+    for (const Score& score : scores) {
+      json.begin_object();
+      json.integer("index", score.index);
+      json.text("label", score.label);
+      json.number(options.no_softmax ? "value" : "probability", score.value);
+      json.end_object();
+    }
+    json.end_array();
+  }
+  json.integer("passes", options.repeat == 0 ? 1 : options.repeat);
+  json.number("pass_ms", result.median_ms);
+  if (options.profile) {
+    json.begin_array("profile");
+    for (const Profiler::Row& row : result.rows) {
+      json.begin_object();
+      json.integer("layer", row.layer);
+      json.text("id", network.report.layers[row.layer].id);
+      json.text("role", row.role.empty() ? "kernel" : row.role);
+      json.text("kernel", row.kernel);
+      json.number("median_ms", row.median_ms);
+      json.end_object();
+    }
+    json.end_array();
+  }
+  json.end_object();
+  return json.finish();
+}
+
+}  // namespace qrt_tool

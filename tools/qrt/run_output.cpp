@@ -1,0 +1,214 @@
+#include "tools/qrt/run_output.h"
+
+#include <algorithm>
+#include <set>
+
+#include "tools/qrt/errors.h"
+#include "tools/qrt/files.h"
+#include "tools/qrt/npy.h"
+#include "tools/qrt/preview.h"
+#include "tools/qrt/scores.h"
+#include "tools/qrt/shapes.h"
+#include "tools/qrt/table.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+namespace {
+
+constexpr size_t kBarWidth = 24;
+constexpr size_t kMostPrinted = 1000;
+constexpr size_t kMostLabelWidth = 20;
+
+std::string score_lines_text(const Score& score, size_t rank, size_t label_width, bool softmax,
+                             bool utf8) {
+  const std::string label = shortened(printable(score.label), label_width);
+  std::string text = (rank < 10 ? " " : "") + std::to_string(rank) + ". " + label +
+                     std::string(label_width - width_of(label), ' ') + "  ";
+  if (!softmax) return text + float_text(score.value);
+  const std::string percent = decimal(100.0 * score.value, 2);
+  text += std::string(percent.size() < 6 ? 6 - percent.size() : 0, ' ') + percent + " %  " +
+          bar(score.value, kBarWidth, utf8);
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+std::vector<std::string> score_lines(const std::vector<Score>& scores, bool softmax) {
+  size_t label_width = 1;
+  for (const Score& score : scores) {
+    label_width = std::max(label_width, width_of(printable(score.label)));
+  }
+  label_width = std::min(label_width, kMostLabelWidth);
+  std::vector<std::string> lines;
+  for (const Score& score : scores) {
+    lines.push_back(
+        score_lines_text(score, lines.size() + 1, label_width, softmax, locale_is_utf8()));
+  }
+  return lines;
+}
+
+// Two columns of lines; what is shorter is centred beside the other.
+std::string side_by_side(const std::vector<std::string>& left,
+                         const std::vector<std::string>& right) {
+  size_t left_width = 0;
+  for (const std::string& line : left) left_width = std::max(left_width, width_of(line));
+  const size_t count = std::max(left.size(), right.size());
+  const size_t left_top = (count - left.size()) / 2;
+  const size_t right_top = (count - right.size()) / 2;
+  std::string text;
+  for (size_t i = 0; i < count; ++i) {
+    const bool has_left = i >= left_top && i - left_top < left.size();
+    const bool has_right = i >= right_top && i - right_top < right.size();
+    std::string line = has_left ? left[i - left_top] : "";
+    if (has_right && !right[i - right_top].empty()) {
+      line += std::string(left_width - width_of(line) + 3, ' ') + right[i - right_top];
+    }
+    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+  }
+  return text;
+}
+
+std::string values_text(const OutputData& output, size_t width) {
+  const std::vector<double> values = output.values();
+  std::string text = printable(output.id);
+  if (output.position != 0) text += " output " + std::to_string(output.position);
+  text += "  " + shape_text(output.tensor->shape) + '\n';
+  std::string line;
+  for (size_t i = 0; i < std::min(values.size(), kMostPrinted); ++i) {
+    const std::string value = float_text(values[i]);
+    if (!line.empty() && line.size() + value.size() + 1 > width) {
+      text += line + '\n';
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + value;
+  }
+  if (!line.empty()) text += line + '\n';
+  if (values.size() > kMostPrinted) {
+    text += "... and " + std::to_string(values.size() - kMostPrinted) +
+            " more; --output writes them all to a file\n";
+  }
+  return text;
+}
+
+std::string profile_text(const LoadedNetwork& network, const PassResult& result, size_t width) {
+  double in_kernels = 0.0;
+  for (const Profiler::Row& row : result.rows) in_kernels += row.median_ms;
+  // A pass can't be shorter than its kernels, but medians of each can add up to more.
+  const double whole = std::max(result.median_ms, in_kernels);
+  const auto share = [&](double ms) {
+    return whole > 0.0 ? decimal(100.0 * ms / whole, 1) + " %" : "";
+  };
+  Table table({{"#", true},
+               {"layer", false, true},
+               {"kernel", false, true},
+               {"output"},
+               {"ms", true},
+               {"share", true}});
+  for (const Profiler::Row& row : result.rows) {
+    const LayerReport& layer = network.report.layers[row.layer];
+    const bool is_own = row.role.empty();
+    const std::string sizes = layer.outputs.empty() ? "" : sizes_text(layer.outputs[0].dims);
+    table.add({std::to_string(row.layer), is_own ? layer.id : layer.id + " " + row.role, row.kernel,
+               is_own ? sizes : "", decimal(row.median_ms, 4), share(row.median_ms)});
+  }
+  table.add_rule();
+  const double between = whole - in_kernels;
+  table.add({"", "between the kernels", "", "", decimal(between, 4), share(between)});
+  table.add({"", "pass", "", "", decimal(whole, 4), share(whole)});
+  return table.text(width);
+}
+
+}  // namespace
+
+std::vector<Score> best_scores(const PassResult& result, const RunOptions& options) {
+  const std::string model = printable(options.model);
+  if (result.outputs.size() != 1) {
+    throw ToolError(kRunError, model + ": --top expects one output, found " +
+                                   std::to_string(result.outputs.size()));
+  }
+  const OutputData& output = result.outputs[0];
+  const std::vector<uint32_t>& sizes = output.tensor->shape.dims;
+  const auto axes = std::count_if(sizes.begin(), sizes.end(), [](uint32_t n) { return n != 1; });
+  if (axes > 1) {
+    throw ToolError(kRunError, model + ": --top expects one value per label, but output " +
+                                   quoted(output.id) + " is " + shape_text(output.tensor->shape));
+  }
+  const std::vector<double> values = output.values();
+  std::vector<std::string> labels;
+  if (!options.labels.empty()) {
+    const std::string text = read_file(options.labels, kInputError);
+    try {
+      labels = parse_labels(text);
+    } catch (const ToolError& error) {
+      throw ToolError(kInputError, printable(options.labels) + ": " + error.what());
+    }
+    if (labels.size() != values.size()) {
+      throw ToolError(kInputError, printable(options.labels) + ": expected " +
+                                       counted(values.size(), "label") + ", one per value of " +
+                                       quoted(output.id) + "; found " +
+                                       std::to_string(labels.size()));
+    }
+  }
+  const std::vector<double> shown = options.no_softmax ? values : softmax(values);
+  std::vector<Score> scores;
+  for (const size_t index : best_indices(shown, options.top)) {
+    scores.push_back({index, labels.empty() ? std::to_string(index) : labels[index], shown[index]});
+  }
+  return scores;
+}
+
+std::string run_text(const LoadedNetwork& network, const std::vector<InputData>& inputs,
+                     const PassResult& result, const std::vector<Score>& scores,
+                     const RunOptions& options) {
+  std::vector<std::string> lines = score_lines(scores, !options.no_softmax);
+  if (options.repeat != 0) {
+    if (!lines.empty()) lines.emplace_back();
+    lines.push_back(
+        "one pass: " + decimal(result.median_ms, 3) + " ms" +
+        (options.repeat > 1 ? " (median of " + std::to_string(options.repeat) + ")" : ""));
+  }
+  std::string values;
+  if (scores.empty() && options.output.empty()) {
+    for (const OutputData& output : result.outputs) values += values_text(output, options.width);
+  }
+  std::vector<std::string> pictures;
+  if (options.preview) {
+    for (const InputData& input : inputs) {
+      if (!input.picture) continue;
+      const auto rows = render_preview(*input.picture, options.preview_width, locale_is_utf8());
+      pictures.insert(pictures.end(), rows.begin(), rows.end());
+    }
+  }
+  std::string text;
+  if (!pictures.empty() || !lines.empty()) {
+    text += pictures.empty() ? joined(lines, "\n") + '\n' : side_by_side(pictures, lines);
+  }
+  text += values;
+  if (options.profile) {
+    text += (text.empty() ? "" : "\n") + profile_text(network, result, options.width);
+  }
+  return text;
+}
+
+std::vector<std::string> write_outputs(const PassResult& result, const std::string& path) {
+  if (result.outputs.size() == 1) {
+    write_file(path, npy_bytes(*result.outputs[0].tensor));
+    return {path};
+  }
+  const std::string stem = path.substr(0, path.size() - 4);
+  std::vector<std::string> written;
+  std::set<std::string> taken;
+  for (const OutputData& output : result.outputs) {
+    // An id comes out of a file: it must not lead to another folder.
+    std::string id = output.id;
+    std::replace_if(
+        id.begin(), id.end(),
+        [](unsigned char c) { return !std::isalnum(c) && c != '-' && c != '_' && c != '.'; }, '_');
+    std::string name = stem + "-" + id;
+    if (output.position != 0) name += "-" + std::to_string(output.position);
+    if (!taken.insert(name).second) name += "-layer" + std::to_string(output.layer);
+    written.push_back(name + ".npy");
+    write_file(written.back(), npy_bytes(*output.tensor));
+  }
+  return written;
+}
+
+}  // namespace qrt_tool

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/qrt/commands.h"
+#include "tools/qrt/inputs.h"
+#include "tools/qrt/passes.h"
+
+// How `qrt run` shows what came out.
+
+namespace qrt_tool {
+
+/// One of the best values of an output.
+struct Score {
+  size_t index;
+  std::string label;  ///< the index where there are no labels
+  double value;       ///< a share of 1, or the output itself without softmax
+};
+
+/// The best values of a network's only output.
+/// @throws ToolError: kRunError for an output that has no one value per label, kInputError for
+///   another number of labels
+std::vector<Score> best_scores(const PassResult& result, const RunOptions& options);
+
+/// Everything as text for people.
+std::string run_text(const LoadedNetwork& network, const std::vector<InputData>& inputs,
+                     const PassResult& result, const std::vector<Score>& scores,
+                     const RunOptions& options);
+
+/// Everything as JSON.
+std::string run_json(const LoadedNetwork& network, const std::vector<InputData>& inputs,
+                     const PassResult& result, const std::vector<Score>& scores,
+                     const RunOptions& options);
+
+/// Writes the outputs as .npy files: FILE, or FILE with the layer's id before the suffix where
+/// there are several. Returns their names.
+std::vector<std::string> write_outputs(const PassResult& result, const std::string& path);
+
+}  // namespace qrt_tool
