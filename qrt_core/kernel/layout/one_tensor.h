@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "qrt_core/kernel/kernel_class.h"
+#include "qrt_core/kernel/tensor_checks.h"
+#include "qrt_core/runtime/tensor/device_cpu.h"
+
+// Steps of the kernels that make one tensor of one tensor and compute nothing.
+
+namespace marlo::kernel {
+
+/// The input of a kernel that takes tensors of any data type.
+/// @throws std::runtime_error unless there is one
+inline const runtime::TensorCPU& any_input(const char* kernel,
+                                           const runtime::IKernel::Tensors& inputs) {
+  utility::Assert(!inputs.empty() && inputs[0] != nullptr, "%s: the input is missing", kernel);
+  return static_cast<const runtime::TensorCPU&>(*inputs[0]);
+}
+
+/// The shape that a kernel infers from.
+/// @throws std::runtime_error unless there is one
+inline const runtime::TensorShape& any_shape(const char* kernel,
+                                             const KernelFamily::Shapes& shapes) {
+  utility::Assert(!shapes.empty(), "%s: the shape of the input is missing", kernel);
+  return shapes[0];
+}
+
+/// A new tensor from the device of a context.
+/// @throws std::runtime_error without a device
+inline std::shared_ptr<runtime::TensorCPU> create_output(const char* kernel,
+                                                         const runtime::Context& context,
+                                                         runtime::TensorShape shape) {
+  utility::Assert(context.cpu != nullptr, "%s: needs a context with a CPU device", kernel);
+  return context.cpu->CreateTensor(std::move(shape), nullptr);
+}
+
+/// @throws std::runtime_error if an output of `shape` would need more bytes than its input has
+inline void refuse_growth(const char* kernel, const runtime::TensorShape& input,
+                          const runtime::TensorShape& shape) {
+  uint64_t count = 1;
+  for (const uint32_t size : shape.dims) {
+    if (size == 0) return;
+    if (count <= runtime::ElementCount(input)) count *= size;
+  }
+  utility::Assert(count <= runtime::ElementCount(input),
+                  "%s: the new shape has more elements than the %u of the input", kernel,
+                  runtime::ElementCount(input));
+}
+
+/// Appends an output of `shape` that holds the first bytes of the input.
+inline void append_copy(const char* kernel, const runtime::TensorCPU& input,
+                        runtime::TensorShape shape, const runtime::Context& context,
+                        runtime::IKernel::Tensors& outputs) {
+  refuse_growth(kernel, input.shape, shape);
+  auto output = create_output(kernel, context, std::move(shape));
+  const uint32_t bytes = runtime::ByteSize(output->shape);
+  if (bytes != 0) std::memcpy(output->RawPointer(), input.RawPointer(), bytes);
+  outputs.push_back(std::move(output));
+}
+
+}  // namespace marlo::kernel
