@@ -1,6 +1,7 @@
 #include "qrt_core/utility/application.h"
 
 #include <cstring>
+#include <set>
 
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/tensor/align_up_pool.h"
@@ -99,7 +100,10 @@ _QRT_Result load_model(std::string path,
       check_version(std::move(sdk_type), sdk_major, sdk_minor, versions_of(model));
   if (checked != QRT_RESULT_OK) return checked;
 
+  std::set<std::string> built;
   for (const std::string& id : model.model_arr->squential_ids) {
+    // An id listed again stands for the same network.
+    if (!built.insert(id).second) continue;
     auto package = std::make_shared<_NetworkPackage>();
     package->kernels = &kernels;
     package->params = &params;

@@ -14,8 +14,10 @@ namespace {
 
 constexpr char kInputName[] = "Input";
 
-// Far more than any network has, and few enough that a file that repeats ids can't exhaust memory.
-constexpr uint64_t kMaxConnections = 1 << 20;
+// Far more than any network has, and few enough that a file that repeats ids can't exhaust memory
+// or time.
+constexpr uint64_t kMaxConnections = 1 << 18;
+constexpr uint64_t kMaxKernels = 1 << 16;
 
 /// Makes the layers of a network one by one. The two forms of configuration differ only in where a
 /// layer's kernels are looked up and in what a refusal leads to.
@@ -43,7 +45,9 @@ class NetBuilder {
   // Null if the kernel refused; `Cfg` is KernelCfg or KernelInferenceConfig.
   template <typename Cfg>
   std::shared_ptr<IKernel> make_kernel(uint32_t position, const std::shared_ptr<Cfg>& cfg,
-                                       const std::shared_ptr<LayerInfo>& info) const {
+                                       const std::shared_ptr<LayerInfo>& info) {
+    Assert(++kernel_count_ <= kMaxKernels, "the network has more than %llu kernels",
+           static_cast<unsigned long long>(kMaxKernels));
     Assert(cfg != nullptr, "layer %u \"%s\" has no kernel in the configuration", position,
            id(position).c_str());
     const char* name = cfg->kernel_type.c_str();
@@ -88,12 +92,13 @@ class NetBuilder {
   std::map<std::string, unsigned int> input_map_;
   std::vector<std::shared_ptr<Layer>> layers_;
   uint64_t connections_ = 0;
+  uint64_t kernel_count_ = 0;
 };
 
 using Converters = std::map<uint32_t, std::shared_ptr<IKernel>>;
 
 // Converters are configured without a description. One that refuses leaves an empty entry.
-Converters make_converters(const NetBuilder& builder, uint32_t position,
+Converters make_converters(NetBuilder& builder, uint32_t position,
                            const std::shared_ptr<KernelCfgArr>& cfgs) {
   Converters converters;
   if (cfgs == nullptr) return converters;
@@ -108,7 +113,7 @@ Converters make_converters(const NetBuilder& builder, uint32_t position,
   return converters;
 }
 
-Converters make_converters(const NetBuilder& builder, uint32_t position,
+Converters make_converters(NetBuilder& builder, uint32_t position,
                            const std::map<int, std::shared_ptr<KernelInferenceConfig>>& cfgs) {
   Converters converters;
   for (const auto& [index, cfg] : cfgs) {

@@ -48,6 +48,10 @@ FILEReader::FILEReader(std::FILE* stream, uint32_t version) : stream_(stream) {
          "_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__.");
 }
 
+// Of a nested object, which has no header in any version.
+FILEReader::FILEReader(const FILEReader& parent)
+    : Visitor(parent), stream_(parent.stream_), size_(parent.size_) {}
+
 FILEReader::~FILEReader() {
   if (!borrowed_) std::fclose(stream_);
 }
@@ -131,7 +135,7 @@ void FILEReader::Visit(std::vector<std::string>* value, const char*) {
 }
 
 void FILEReader::Visit(Serializable* value, const char*) {
-  value->VisitAttr(std::make_shared<FILEReader>(stream_, _serialization_protocol_version));
+  value->VisitAttr(std::shared_ptr<FILEReader>(new FILEReader(*this)));
 }
 
 void FILEReader::Visit(std::string* value, const char*) {

@@ -28,6 +28,8 @@ class FILEReader final : public Visitor {
   void Require(uint64_t count, uint64_t bytes) const;
 
  private:
+  explicit FILEReader(const FILEReader& parent);
+
   template <typename T>
   void read(T* value);
   template <typename T>

@@ -11,6 +11,18 @@
 #define RAPIDJSON_NOEXCEPT_ASSERT(condition) static_cast<void>(0)
 #define RAPIDJSON_HAS_STDSTRING 0
 
+#include <rapidjson/allocators.h>
+#include <rapidjson/internal/swap.h>
+
+// An empty stack is a null pointer that offsets are added to, which a sanitizer would report.
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((no_sanitize("pointer-overflow"))), apply_to = function)
+#endif
+#include <rapidjson/internal/stack.h>
+#if defined(__clang__)
+#pragma clang attribute pop
+#endif
+
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>

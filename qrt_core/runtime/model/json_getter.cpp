@@ -1,6 +1,8 @@
 #include <cstring>
 #include <limits>
+#include <string_view>
 #include <type_traits>
+#include <unordered_map>
 
 #include "qrt_core/runtime/model/json_document.h"
 #include "qrt_core/runtime/model/json_visitor.h"
@@ -15,12 +17,45 @@ namespace {
 
 constexpr char kVersionKey[] = "serialization_protocol_version";
 
+// Objects of no more members are searched one by one.
+constexpr uint32_t kScannedMembers = 32;
+
 // The integer in a number's own representation, before it is cut to an attribute's width.
 uint64_t integer_in(const JSONValue& value) {
   return value.IsUint64() ? value.GetUint64() : static_cast<uint64_t>(value.GetInt64());
 }
 
 }  // namespace
+
+// What the getters of one document share: the steps left to them, and where the members of its
+// large objects are. An object is scanned once however often it is read.
+class JSONNodeGetter::Walk {
+ public:
+  explicit Walk(uint64_t steps) : steps_left_(steps) {}
+
+  bool take(uint64_t steps) {
+    if (steps > steps_left_) return false;
+    steps_left_ -= steps;
+    return true;
+  }
+
+  // The first member of that name, or null.
+  JSONValue* find(JSONValue& object, const char* key) {
+    auto [entry, is_new] = members_.try_emplace(&object);
+    if (is_new) {
+      for (auto& member : object.GetObject()) {
+        const std::string_view name(member.name.GetString(), member.name.GetStringLength());
+        entry->second.emplace(name, &member.value);
+      }
+    }
+    const auto found = entry->second.find(key);
+    return found == entry->second.end() ? nullptr : found->second;
+  }
+
+ private:
+  uint64_t steps_left_;
+  std::unordered_map<const JSONValue*, std::unordered_map<std::string_view, JSONValue*>> members_;
+};
 
 JSONNodeGetter::JSONNodeGetter(JSONValue& value, uint32_t version) : value_(value) {
   if (version != 0) {
@@ -34,24 +69,31 @@ JSONNodeGetter::JSONNodeGetter(JSONValue& value, uint32_t version) : value_(valu
          "_serialization_protocol_version > __SERIALIZATION_PROTOCOL_VERSION__.");
 }
 
+// A nested object carries no version of its own.
 JSONNodeGetter::JSONNodeGetter(JSONValue& value, const JSONNodeGetter& parent, const char* key)
-    : JSONNodeGetter(value, parent._serialization_protocol_version) {
-  parent_ = &parent;
-  key_ = key;
-  elements_left_ = parent.elements_left_;
+    : value_(value), parent_(&parent), key_(key), walk_(parent.walk_) {
+  _serialization_protocol_version = parent._serialization_protocol_version;
 }
 
 uint32_t JSONNodeGetter::MemberCount() const {
   return value_.IsObject() ? value_.MemberCount() : 0;
 }
 
-void JSONNodeGetter::LimitElements(uint64_t elements) {
-  elements_left_ = std::make_shared<uint64_t>(elements);
+void JSONNodeGetter::LimitSteps(uint64_t steps) { walk_ = std::make_shared<Walk>(steps); }
+
+void JSONNodeGetter::take_steps(uint64_t steps, const char* key) const {
+  if (walk_ == nullptr || walk_->take(steps)) return;
+  Assert(false, "\"%s\" in %s: the parts of this document are read again too often",
+         key == nullptr ? "" : key, path().c_str());
 }
 
 // The value of a key, or null where it is absent.
 JSONValue* JSONNodeGetter::find(const char* key) const {
   if (key == nullptr || !value_.IsObject()) return nullptr;
+  if (walk_ != nullptr && value_.MemberCount() > kScannedMembers) {
+    JSONValue* const found = walk_->find(value_, key);
+    return found == nullptr || found->IsNull() ? nullptr : found;
+  }
   const auto member = value_.FindMember(key);
   if (member == value_.MemberEnd() || member->value.IsNull()) return nullptr;
   return &member->value;
@@ -61,12 +103,7 @@ const JSONValue* JSONNodeGetter::array_at(const char* key) const {
   const JSONValue* found = find(key);
   if (found == nullptr) return nullptr;
   if (!found->IsArray()) refuse(*found, key, "an array");
-  if (elements_left_ != nullptr) {
-    Assert(found->Size() <= *elements_left_,
-           "\"%s\" in %s: the arrays of this document are read again too often", key,
-           path().c_str());
-    *elements_left_ -= found->Size();
-  }
+  take_steps(found->Size(), key);
   return found;
 }
 
@@ -124,6 +161,7 @@ void JSONNodeGetter::Visit(std::vector<std::vector<uint16_t>>* value, const char
   if (array == nullptr) return;
   for (const JSONValue& element : array->GetArray()) {
     if (!element.IsArray()) refuse(element, key, "an array of arrays");
+    take_steps(element.Size(), key);
     std::vector<uint16_t> inner(element.Size());
     for (const JSONValue& number : element.GetArray()) {
       inner.push_back(number_in<uint16_t>(number, key));
@@ -141,6 +179,7 @@ void JSONNodeGetter::Visit(std::vector<std::string>* value, const char* key) {
 }
 
 void JSONNodeGetter::Visit(Serializable* value, const char* key) {
+  take_steps(1, key);
   JSONValue* found = find(key);
   if (found == nullptr) return;
   Assert(found->IsObject() || found->IsArray(), "Created node is a unkown value.");

@@ -42,17 +42,21 @@ class QRT_API JSONNodeGetter final : public Visitor {
   /// Members of the object being read; 0 for an array.
   uint32_t MemberCount() const;
 
-  /// Lets the walk read at most `elements` array elements in all, nested objects included.
+  /// Lets the walk take at most `steps` steps in all; one step is an array element or a nested
+  /// object.
   ///
   /// An id that a document lists many times is read as many times, arrays and all; the limit keeps
-  /// a small text from growing into gigabytes.
-  void LimitElements(uint64_t elements);
+  /// a small text from growing into gigabytes or hours.
+  void LimitSteps(uint64_t steps);
 
  private:
+  class Walk;
+
   JSONNodeGetter(JSONValue& value, const JSONNodeGetter& parent, const char* key);
 
   JSONValue* find(const char* key) const;
   const JSONValue* array_at(const char* key) const;
+  void take_steps(uint64_t steps, const char* key) const;
   [[noreturn]] void refuse(const JSONValue& value, const char* key, const char* expected) const;
   std::string path() const;
   const char* text_in(const JSONValue& value, const char* key) const;
@@ -67,7 +71,7 @@ class QRT_API JSONNodeGetter final : public Visitor {
   JSONValue& value_;
   const JSONNodeGetter* parent_ = nullptr;
   const char* key_ = nullptr;
-  std::shared_ptr<uint64_t> elements_left_;
+  std::shared_ptr<Walk> walk_;
 };
 
 /// Appends attributes to a RapidJSON object.

@@ -25,6 +25,9 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 constexpr char kJsonType[] = "json";
 constexpr char kBinaryType[] = "bin";
 
+// For the objects that an empty document stands for.
+constexpr uint64_t kSpareSteps = 1000;
+
 File open_file(const char* path, const char* mode) {
   return File(std::fopen(path, mode), &std::fclose);
 }
@@ -38,8 +41,8 @@ void read_json_text(Serializable& object, const std::string& text) {
   json::parse(document, text.c_str());
   Assert(document.IsObject(), nullptr);
   auto getter = std::make_shared<JSONNodeGetter>(document, 0);
-  // An element takes two characters at least, so a document read once stays far below this.
-  getter->LimitElements(8 * static_cast<uint64_t>(text.size()));
+  // A document whose parts are each read once stays below this.
+  getter->LimitSteps(kSpareSteps + 2 * static_cast<uint64_t>(text.size()));
   object.VisitAttr(getter);
 }
 
