@@ -7,6 +7,7 @@ using namespace kernel;
 
 void register_common_kernels(KernelRegistry& kernels) {
   add_kernel<Input_Fallback_M1>(kernels);
+  add_kernel<Concatenate_MainMemory_Fallback>(kernels);
   add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
 }
@@ -14,6 +15,7 @@ void register_common_kernels(KernelRegistry& kernels) {
 void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<Input_Fallback_M1>(kernels);
   add_kernel<Straight_Through_Fallback_M1>(kernels);
+  add_kernel<LayerPlaceholder_Fallback_Float_M1>(kernels);
   add_kernel<Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Conv1D_Kn_Sn_Dn_Gn_Fallback_CL_Float_M1>(kernels);
   add_kernel<ReLU_Fallback_Float_M1>(kernels);
@@ -24,8 +26,16 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
   add_kernel<Leaky_Fallback_Float_M1>(kernels);
   add_kernel<PReLU_Fallback_Float_M1>(kernels);
+  add_kernel<Softmax_Fallback_Float_M1>(kernels);
+  add_kernel<Concatenate_MainMemory_Fallback>(kernels);
+  add_kernel<Concatenate_C_Fallback_CnHWn_M1>(kernels);
+  add_kernel<Upsampling2D_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<Pixelshuffle_Fallback_CHW_Float_M1>(kernels);
   add_kernel<ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<Expand_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<GridSample_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Linear_Fallback_Float_M1>(kernels);
+  add_kernel<Slice_Fallback_CHW_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime
