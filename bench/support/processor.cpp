@@ -1,0 +1,48 @@
+#include "bench/support/processor.h"
+
+#include <sched.h>
+#include <time.h>
+
+#include <fstream>
+
+namespace marlo::bench {
+
+bool has_avx() { return __builtin_cpu_supports("avx") != 0; }
+
+bool has_fma() { return has_avx() && __builtin_cpu_supports("fma") != 0; }
+
+std::string processor_name() {
+  std::ifstream lines("/proc/cpuinfo");
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("model name")) return line.substr(line.find(": ") + 2);
+  }
+  return "unknown processor";
+}
+
+bool can_run(std::string_view kernel) {
+  if (kernel.find("_FMA_") != std::string_view::npos) return has_fma();
+  return kernel.find("_AVX_") == std::string_view::npos || has_avx();
+}
+
+Width width_of(std::string_view kernel) {
+  const bool wide = kernel.find("_AVX_") != std::string_view::npos ||
+                    kernel.find("_FMA_") != std::string_view::npos;
+  return wide ? Width::avx : Width::sse;
+}
+
+int pin_to_one_core() {
+  const int core = sched_getcpu();
+  if (core < 0) return -1;
+  cpu_set_t cores;
+  CPU_ZERO(&cores);
+  CPU_SET(static_cast<size_t>(core), &cores);
+  return sched_setaffinity(0, sizeof cores, &cores) == 0 ? core : -1;
+}
+
+double thread_seconds() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+}  // namespace marlo::bench

@@ -1,0 +1,80 @@
+#include "bench/support/shapes.h"
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+namespace marlo::bench {
+namespace {
+
+using Kind = ConvShape::Kind;
+
+constexpr char kPath[] = QRT_SOURCE_DIR "/bench/shapes.txt";
+
+[[noreturn]] void fail(size_t number, const std::string& what) {
+  throw std::runtime_error(std::string(kPath) + ":" + std::to_string(number) + ": " + what);
+}
+
+ConvShape parse(const std::string& line, size_t number) {
+  static const std::map<std::string, Kind> kinds = {
+      {"plane", Kind::plane}, {"transposed", Kind::transposed}, {"line", Kind::line}};
+  std::istringstream words(line);
+  ConvShape shape;
+  std::string network, layer, kind;
+  test::ConvCase& sizes = shape.sizes;
+  uint32_t kernel = 0, stride = 0;
+  int padding = 0;
+  words >> network >> layer >> kind >> sizes.in_channels >> sizes.out_channels >> sizes.height >>
+      sizes.width >> kernel >> stride >> padding >> sizes.groups;
+  if (!words || !(words >> std::ws).eof()) fail(number, "not a layer: " + line);
+  const auto found = kinds.find(kind);
+  if (found == kinds.end()) fail(number, "no such kind: " + kind);
+  if (kernel == 0 || stride == 0 || sizes.groups == 0) fail(number, "zero size: " + line);
+
+  shape.name = network + "/" + layer;
+  shape.kind = found->second;
+  sizes.kernel_x = kernel;
+  sizes.stride_x = stride;
+  // The description of a transposed layer holds what its gather adds, not what it cuts off.
+  if (shape.kind == Kind::transposed) padding = sizes.extent_x() - 1 - padding;
+  sizes.padding_l = sizes.padding_r = padding;
+  if (shape.kind != Kind::line) {
+    sizes.kernel_y = kernel;
+    sizes.stride_y = stride;
+    sizes.padding_t = sizes.padding_b = padding;
+  }
+  return shape;
+}
+
+std::vector<ConvShape> read_shapes() {
+  std::ifstream file(kPath);
+  if (!file) throw std::runtime_error(std::string("can't read ") + kPath);
+  std::vector<ConvShape> shapes;
+  size_t number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (!line.empty() && line[0] != '#') shapes.push_back(parse(line, number));
+  }
+  return shapes;
+}
+
+}  // namespace
+
+double ConvShape::multiply_adds() const {
+  const double taps = static_cast<double>(sizes.weight_size());
+  if (kind == Kind::transposed) return taps * sizes.height * sizes.width;
+  const auto places = [](uint32_t size, int padding, int extent, uint32_t stride) {
+    return (static_cast<int>(size) + padding - extent) / static_cast<int>(stride) + 1;
+  };
+  return taps *
+         places(sizes.height, sizes.padding_t + sizes.padding_b, sizes.extent_y(), sizes.stride_y) *
+         places(sizes.width, sizes.padding_l + sizes.padding_r, sizes.extent_x(), sizes.stride_x);
+}
+
+const std::vector<ConvShape>& conv_shapes() {
+  static const std::vector<ConvShape> shapes = read_shapes();
+  return shapes;
+}
+
+}  // namespace marlo::bench
