@@ -13,4 +13,6 @@
 #include "qrt_core/kernel/layout/layout_transform.h"
 #include "qrt_core/kernel/layout/pixel_shuffle.h"
 #include "qrt_core/kernel/layout/placeholder.h"
+#include "qrt_core/kernel/layout/ranked_reshape.h"
+#include "qrt_core/kernel/layout/reshape.h"
 #include "qrt_core/kernel/layout/slice.h"

@@ -22,14 +22,14 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<Upsampling2D_Bilinear_AVX_CHW_Float_M1>(kernels);
   add_kernel<Upsampling2D_Bilinear_AVX_CHW_Float_M2>(kernels);
   add_kernel<Upsampling2D_Bilinear_AVX_CHW_Float_M3>(kernels);
-  add_kernel<PixelShuffle_Downscale2_AVX_C8HW8_Float_M1>(kernels);
-  add_kernel<PixelShuffle_Upscale2_AVX_C8HW8_Float_M1>(kernels);
-  add_kernel<Expand_AVX_CHW_Float_M1>(kernels);
-  add_kernel<Expand_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M2>(kernels);
   add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2>(kernels);
+  add_kernel<PixelShuffle_Downscale2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<PixelShuffle_Upscale2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Expand_AVX_CHW_Float_M1>(kernels);
+  add_kernel<Expand_AVX_C8HW8_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

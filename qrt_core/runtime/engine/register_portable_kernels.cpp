@@ -8,6 +8,7 @@ using namespace kernel;
 void register_common_kernels(KernelRegistry& kernels) {
   add_kernel<Input_Fallback_M1>(kernels);
   add_kernel<Concatenate_MainMemory_Fallback>(kernels);
+  add_kernel<Transform_MainMemory_Reshape_Fallback>(kernels);
   add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
 }
@@ -26,6 +27,13 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
   add_kernel<Leaky_Fallback_Float_M1>(kernels);
   add_kernel<PReLU_Fallback_Float_M1>(kernels);
+  add_kernel<Transform_MainMemory_Reshape_Fallback>(kernels);
+  add_kernel<Reshape_Fallback_CnHWn_To_C_M1>(kernels);
+  add_kernel<Reshape_Fallback_CnHWn_To_CL_M1>(kernels);
+  add_kernel<Reshape_Fallback_CL_To_CHW_M1>(kernels);
+  add_kernel<Reshape_Fallback_To_CHW_M1>(kernels);
+  add_kernel<Reshape_Fallback_To_SC_M1>(kernels);
+  add_kernel<Reshape_Fallback_To_C_M1>(kernels);
   add_kernel<Softmax_Fallback_Float_M1>(kernels);
   add_kernel<Concatenate_MainMemory_Fallback>(kernels);
   add_kernel<Concatenate_C_Fallback_CnHWn_M1>(kernels);

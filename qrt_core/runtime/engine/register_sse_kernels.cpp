@@ -19,6 +19,14 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<PReLU_SSE_Float_M1>(kernels);
   add_kernel<HSigmoid_Inplace_SSE_Float_M1>(kernels);
   add_kernel<ReLU_Inplace_SSE_Float_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2>(kernels);
+  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2>(kernels);
+  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1>(kernels);
+  add_kernel<LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1>(kernels);
   add_kernel<PixelShuffle_Downscale2_SSE_C4HW4_Float_M1>(kernels);
   add_kernel<PixelShuffle_Upscale2_SSE_C4HW4_Float_M1>(kernels);
   add_kernel<Upsampling2D_Nearest_SSE_C4HW4_Float_M1>(kernels);
@@ -30,14 +38,6 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<Upsampling2D_Bilinear_SSE_CHW_Float_M3>(kernels);
   add_kernel<Expand_SSE_CHW_Float_M1>(kernels);
   add_kernel<Expand_SSE_C4HW4_Float_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2>(kernels);
-  add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_CHW_SSE_M2>(kernels);
-  add_kernel<LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1>(kernels);
-  add_kernel<LayoutTransform_MainMemory_C4HW4_Float_To_C8HW8_SSE_M1>(kernels);
 }
 
 }  // namespace marlo::runtime
