@@ -8,6 +8,7 @@ using namespace kernel;
 void register_common_kernels(KernelRegistry& kernels) {
   add_kernel<Input_Fallback_M1>(kernels);
   add_kernel<Concatenate_MainMemory_Fallback>(kernels);
+  add_kernel<Transform_MainMemory_Permute_Fallback>(kernels);
   add_kernel<Transform_MainMemory_Reshape_Fallback>(kernels);
   add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
@@ -43,6 +44,7 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<Expand_Fallback_CHW_Float_M1>(kernels);
   add_kernel<GridSample_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Linear_Fallback_Float_M1>(kernels);
+  add_kernel<UnSqueeze_Fallback_M1>(kernels);
   add_kernel<Slice_Fallback_CHW_Float_M1>(kernels);
 }
 

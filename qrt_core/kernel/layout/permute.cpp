@@ -1,0 +1,67 @@
+#include "qrt_core/kernel/layout/permute.h"
+
+#include <utility>
+
+#include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/runtime/model/shape_info.h"
+
+namespace marlo::kernel {
+
+using runtime::TensorCPU;
+using runtime::TensorShape;
+using runtime::TensorTransposeInfo;
+using utility::Assert;
+
+int Permute::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
+  return config_verdict(param == nullptr &&
+                        dynamic_cast<const TensorTransposeInfo*>(info) != nullptr);
+}
+
+bool Permute::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
+  const auto& axes = static_cast<const TensorTransposeInfo&>(*info).axes;
+  axes_.assign(axes.begin(), axes.end());
+  return true;
+}
+
+KernelFamily::Shapes Permute::InferOutputShapes(const Shapes& shapes) const {
+  const TensorShape& input = any_shape(row_.name, shapes);
+  TensorShape shape = input;
+  shape.dims.clear();
+  for (const uint32_t axis : axes_) {
+    Assert(axis < input.dims.size(), "%s: axis %u is not below %zu, the number of dims", row_.name,
+           axis, input.dims.size());
+    shape.dims.push_back(input.dims[axis]);
+  }
+  shape.layout = runtime::LayoutType::FLEXIABLE;
+  return {std::move(shape)};
+}
+
+int Permute::CheckInputs(const Tensors& tensors) const {
+  return tensor_verdict(is_one_in_main_memory(tensors));
+}
+
+int Permute::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+  Assert(!inputs.empty() && inputs[0] != nullptr, "Input shared pointer is null.");
+  const auto& input = static_cast<const TensorCPU&>(*inputs[0]);
+  const uint32_t element_size = runtime::ElementSize(input.shape.data_type);
+  Assert(element_size != 0, "bytes per element must be >= 1.");
+  Assert(input.shape.dims.size() == axes_.size(),
+         "dimensions of shape must be equal to tranpose axes's.");
+  Shapes shapes = InferOutputShapes({input.shape});
+
+  const bool given = !outputs.empty();
+  if (given) {
+    Assert(outputs[0] != nullptr, "Output shared pointer is null.");
+    const uint32_t needed = runtime::ByteSize(shapes[0]);
+    const uint32_t available = runtime::ByteSize(outputs[0]->shape);
+    Assert(available >= needed, "%s: the output has %u bytes and needs %u", row_.name, available,
+           needed);
+  } else {
+    outputs.push_back(create_output(row_.name, context, std::move(shapes[0])));
+  }
+  runtime::TransposeBuffer(input.RawPointer(), input.shape.dims, element_size, axes_,
+                           outputs[0]->handle.cpu);
+  return runtime::KERNEL_OK;
+}
+
+}  // namespace marlo::kernel
