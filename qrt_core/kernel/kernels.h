@@ -3,8 +3,10 @@
 // Every kernel class.
 
 #include "qrt_core/kernel/basic/activation.h"
+#include "qrt_core/kernel/basic/adaptive_pooling.h"
 #include "qrt_core/kernel/basic/grid_sample.h"
 #include "qrt_core/kernel/basic/pass_through.h"
+#include "qrt_core/kernel/basic/pooling.h"
 #include "qrt_core/kernel/basic/softmax.h"
 #include "qrt_core/kernel/basic/upsampling.h"
 #include "qrt_core/kernel/conv/reference_convolution.h"

@@ -15,6 +15,14 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_AVX_Float_M1>(kernels);
   add_kernel<Leaky_AVX_Float_M1>(kernels);
   add_kernel<PReLU_AVX_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K4x4_S1x1_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K7x7_S1x1_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K8x8_S1x1_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K3x3_S2x2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K2x2_S2x2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Max_K2x2_S2x2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Max_K3x3_S2x2_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K4x4_S4x4_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<Upsampling2D_Bilinear_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<Upsampling2D_Bilinear_AVX_C8HW8_Float_M2>(kernels);
   add_kernel<Upsampling2D_Bilinear_AVX_C8HW8_Float_M3>(kernels);

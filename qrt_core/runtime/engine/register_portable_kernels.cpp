@@ -28,6 +28,9 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
   add_kernel<Leaky_Fallback_Float_M1>(kernels);
   add_kernel<PReLU_Fallback_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_Fallback_Float_M1>(kernels);
+  add_kernel<AdaptivePooling2D_Avg_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Max_Fallback_Float_M1>(kernels);
   add_kernel<Transform_MainMemory_Reshape_Fallback>(kernels);
   add_kernel<Reshape_Fallback_CnHWn_To_C_M1>(kernels);
   add_kernel<Reshape_Fallback_CnHWn_To_CL_M1>(kernels);

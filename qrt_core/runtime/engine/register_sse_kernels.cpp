@@ -19,6 +19,13 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<PReLU_SSE_Float_M1>(kernels);
   add_kernel<HSigmoid_Inplace_SSE_Float_M1>(kernels);
   add_kernel<ReLU_Inplace_SSE_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K2x2_S2x2_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K3x3_S2x2_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K7x7_S1x1_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K4x4_S4x4_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Avg_K4x4_S4x4_SSE_C4HW4_Float_M1>(kernels);
+  add_kernel<Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1>(kernels);
   add_kernel<LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M2>(kernels);
