@@ -149,5 +149,14 @@ TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
   EXPECT_THAT(none.err, HasSubstr("no kernel matches imaginary"));
 }
 
+TEST_F(CommandLineTest, KernelsThatThisProcessorCannotRunAreMarked) {
+  const bool has_avx = __builtin_cpu_supports("avx") != 0;
+  std::istringstream lines(qrt({"kernels"}).out);
+  for (std::string line; std::getline(lines, line);) {
+    const bool is_marked = line.find("(not on this processor: no AVX)") != std::string::npos;
+    EXPECT_EQ(is_marked, line.find("_AVX_") != std::string::npos && !has_avx) << line;
+  }
+}
+
 }  // namespace
 }  // namespace qrt_tool_test

@@ -82,6 +82,7 @@ void inspect_model(const InfoOptions& options, Inspector& inspector) {
   std::vector<std::string> ids = model->model_arr->squential_ids;
   if (!options.network.empty()) ids = {choose_network(*model, options.model, options.network)};
   std::vector<ShownNetwork> networks;
+  networks.reserve(ids.size());
   for (const std::string& id : ids) {
     networks.push_back(
         inspector.inspect(id, *model->model_arr->infos.at(id), config_of(*model, id), true));

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -30,6 +31,29 @@ fs::path target_of(const std::string& path) {
   std::error_code error;
   fs::path target = fs::weakly_canonical(path, error);
   return error ? fs::path(path) : target;
+}
+
+// The first bytes of a file, up to `most`; at least one.
+std::string read_bytes(const std::string& path, ExitCode exit_code, size_t most) {
+  const auto refuse = [&](const std::string& why) {
+    throw ToolError(exit_code, printable(path) + ": can't be read: " + why);
+  };
+  std::error_code error;
+  if (fs::is_directory(path, error)) refuse("it is a folder");
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
+                                                             &std::fclose);
+  if (file == nullptr) refuse(reason());
+  std::string bytes;
+  char buffer[1 << 16];
+  while (bytes.size() < most) {
+    const size_t wanted = std::min(sizeof buffer, most - bytes.size());
+    const size_t count = std::fread(buffer, 1, wanted, file.get());
+    bytes.append(buffer, count);
+    if (count < wanted) break;
+  }
+  if (std::ferror(file.get()) != 0) refuse(reason());
+  if (bytes.empty()) refuse("the file is empty");
+  return bytes;
 }
 
 /// A new file that goes away unless it is renamed.
@@ -61,24 +85,14 @@ class NewFile {
 }  // namespace
 
 std::string read_file(const std::string& path, ExitCode exit_code) {
-  const auto refuse = [&](const std::string& why) {
-    throw ToolError(exit_code, printable(path) + ": can't be read: " + why);
-  };
-  std::error_code error;
-  if (fs::is_directory(path, error)) refuse("it is a folder");
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
-                                                             &std::fclose);
-  if (file == nullptr) refuse(reason());
-  std::string bytes;
-  char buffer[1 << 16];
-  for (size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, file.get())) != 0;) {
-    bytes.append(buffer, count);
-    if (bytes.size() > kMostBytes) refuse("it is larger than 1 GiB");
+  std::string bytes = read_bytes(path, exit_code, kMostBytes + 1);
+  if (bytes.size() > kMostBytes) {
+    throw ToolError(exit_code, printable(path) + ": can't be read: it is larger than 1 GiB");
   }
-  if (std::ferror(file.get()) != 0) refuse(reason());
-  if (bytes.empty()) refuse("the file is empty");
   return bytes;
 }
+
+void check_readable(const std::string& path, ExitCode exit_code) { read_bytes(path, exit_code, 1); }
 
 bool is_same_file(const std::string& a, const std::string& b) {
   std::error_code error;

@@ -12,6 +12,10 @@ namespace qrt_tool {
 ///   large or empty
 std::string read_file(const std::string& path, ExitCode exit_code);
 
+/// Opens a file and reads its first byte, for functions that don't say what keeps them from it.
+/// @throws ToolError as `read_file`, which a large file doesn't offend here
+void check_readable(const std::string& path, ExitCode exit_code);
+
 /// Whether both paths lead to one existing file.
 bool is_same_file(const std::string& a, const std::string& b);
 

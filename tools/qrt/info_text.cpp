@@ -135,8 +135,9 @@ std::string configs_text(const std::string& path, const std::vector<NamedConfig>
       const LayerCfg& layer = *config->layer_cfgs.at(id);
       const auto add_converters = [&](const KernelCfgArr& converters, const std::string& role) {
         for (const std::string& position : converters.kernel_ids) {
-          table.add(
-              {"", "", role + " " + position, converters.kernel_cfgs.at(position)->kernel_type});
+          std::string place = role;
+          place.append(" ").append(position);
+          table.add({"", "", place, converters.kernel_cfgs.at(position)->kernel_type});
         }
       };
       add_converters(*layer.input_converters, "in");

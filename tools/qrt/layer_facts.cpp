@@ -111,7 +111,7 @@ std::string blob_fault(const char* key, const std::string& blob, int64_t needed)
 }  // namespace
 
 std::string kind_of(const LayerInfo& info) {
-  const std::string name = marlo::runtime::LayerTypeName(info.type);
+  std::string name = marlo::runtime::LayerTypeName(info.type);
   if (name != "UnKnown" && name != "Blob") return name;
   // The class's own name, without changing the object.
   std::string own = const_cast<LayerInfo&>(info).GetClassTypeNameWithNamespace();

@@ -57,7 +57,7 @@ void say(const std::string& text) {
 void catch_library_log() { marlo::utility::SetLogCallback(receive); }
 
 std::string take_library_errors() {
-  const std::string text = joined(kept_errors(), "; ");
+  std::string text = joined(kept_errors(), "; ");
   kept_errors().clear();
   return text;
 }
@@ -68,7 +68,7 @@ void show_library_errors() {
 }
 
 std::string take_fault(const std::exception& failure) {
-  const std::string text = printable(without_tag(failure.what()));
+  std::string text = printable(without_tag(failure.what()));
   std::vector<std::string>& errors = kept_errors();
   if (!errors.empty() && errors.back() == text) errors.pop_back();
   return text;

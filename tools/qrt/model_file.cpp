@@ -73,10 +73,10 @@ std::string place_of_damage(const Serializable& object) {
 
 // The library's words for a failed read, or our own where it has none.
 std::string read_fault(const std::string& path, bool is_json, const std::exception& failure) {
-  const std::string fault = take_fault(failure);
+  std::string fault = take_fault(failure);
   if (!fault.empty()) return fault;
   if (is_json) {
-    const std::string json = json_fault(read_file(path, kModelError));
+    std::string json = json_fault(read_file(path, kModelError));
     if (!json.empty()) return json;
   }
   return "the file is malformed";
@@ -139,8 +139,8 @@ ObjectKind kind_of_json(const std::string& path) {
 }
 
 void read_object(Serializable& object, const std::string& path, bool is_json) {
-  // Here, for a file that isn't there, the reason is known; the library doesn't tell it.
-  read_file(path, kModelError);
+  // The library doesn't say why a file can't be opened.
+  check_readable(path, kModelError);
   bool read = false;
   try {
     read = object.FromFile(path.c_str(), is_json ? kJsonForm : kBinaryForm);

@@ -10,7 +10,6 @@
 namespace qrt_tool {
 
 using marlo::runtime::QRModelCfg;
-using marlo::runtime::QRModelMultiBackendCfgs;
 using marlo::runtime::QRTModel;
 
 namespace {

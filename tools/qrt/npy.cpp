@@ -62,7 +62,7 @@ class HeaderParser {
     if (quote != '\'' && quote != '"') refuse("the header is malformed: expected a quoted name");
     const size_t end = text_.find(quote, at_ + 1);
     if (end == std::string::npos) refuse("the header is malformed: a quoted name has no end");
-    const std::string found = text_.substr(at_ + 1, end - at_ - 1);
+    std::string found = text_.substr(at_ + 1, end - at_ - 1);
     at_ = end + 1;
     return found;
   }
@@ -76,7 +76,7 @@ class HeaderParser {
     const size_t end = bracketed ? text_.find(first == '(' ? ')' : ']', at_)
                                  : text_.find_first_of(",} \t\r\n", at_);
     if (end == std::string::npos) refuse("the header is malformed: a value has no end");
-    const std::string found = text_.substr(at_, end - at_ + (bracketed ? 1 : 0));
+    std::string found = text_.substr(at_, end - at_ + (bracketed ? 1 : 0));
     at_ = end + (bracketed ? 1 : 0);
     return found;
   }

@@ -38,6 +38,7 @@ std::vector<std::string> score_lines(const std::vector<Score>& scores, bool soft
   }
   label_width = std::min(label_width, kMostLabelWidth);
   std::vector<std::string> lines;
+  lines.reserve(scores.size());
   for (const Score& score : scores) {
     lines.push_back(
         score_lines_text(score, lines.size() + 1, label_width, softmax, locale_is_utf8()));
@@ -202,7 +203,8 @@ std::vector<std::string> write_outputs(const PassResult& result, const std::stri
     std::replace_if(
         id.begin(), id.end(),
         [](unsigned char c) { return !std::isalnum(c) && c != '-' && c != '_' && c != '.'; }, '_');
-    std::string name = stem + "-" + id;
+    std::string name = stem;
+    name.append("-").append(id);
     if (output.position != 0) name += "-" + std::to_string(output.position);
     if (!taken.insert(name).second) name += "-layer" + std::to_string(output.layer);
     written.push_back(name + ".npy");
