@@ -18,7 +18,8 @@ class LogCapture {
   /// The lines handed to the callback, as they came.
   const std::vector<std::string>& lines() const { return lines_; }
 
-  void clear() { lines_.clear(); }
+  /// Forgets the lines and the memory that held them.
+  void clear() { std::vector<std::string>().swap(lines_); }
 
  private:
   static int receive(const char* line);

@@ -1,5 +1,6 @@
 #include "qrt_core/runtime/tensor/tensor.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -153,6 +154,12 @@ void TransposeBuffer(const void* source, const std::vector<uint32_t>& source_dim
   Assert(element_size != 0, "bytes per element must be >= 1.");
   Assert(source_dims.size() == axes.size(),
          "dimensions of shape must be equal to tranpose axes's.");
+  for (size_t k = 0; k < axes.size(); ++k) {
+    // Elements of the target would be left unset.
+    const auto here = axes.begin() + static_cast<std::ptrdiff_t>(k);
+    Assert(std::find(axes.begin(), here, axes[k]) == here, "axis %u stands twice in a permutation",
+           axes[k]);
+  }
   const std::vector<uint32_t> target_dims = permuted(source_dims, axes);
   const std::vector<uint32_t> source_strides = row_major_strides(source_dims);
   const std::vector<uint32_t> target_strides = row_major_strides(target_dims);

@@ -81,8 +81,8 @@ class QRT_API TensorCPU final : public Tensor {
   std::shared_ptr<TensorCPU> Reshape(std::vector<int32_t> dims);
 
   /// A copy with transposed axes: dims[i] of the result is dims[axes[i]]. Its layout is FLEXIABLE.
-  /// @throws std::runtime_error if `axes` isn't as long as the dims or names an axis that isn't
-  /// there
+  /// @throws std::runtime_error if `axes` isn't as long as the dims, or names an axis twice or
+  ///   one that isn't there
   std::shared_ptr<TensorCPU> Permute(std::vector<uint32_t> axes);
 
   /// Elements from one index to the next, per dimension: the last is 1.
