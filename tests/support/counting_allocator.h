@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "tests/support/allocator_counts.h"
+
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define QRT_UNDER_SANITIZER 1
@@ -20,25 +22,19 @@
 #endif
 
 namespace marlo::test {
-
-namespace counting {
-inline thread_local uint64_t calls = 0;
-inline thread_local uint64_t calls_to_failure = 0;
-}  // namespace counting
-
-/// Calls to the allocator so far, whichever function made them.
-inline uint64_t allocator_calls() { return counting::calls; }
-
-/// Lets the n-th call of an operator new from now on throw, counted from 1; 0 lets none throw.
-inline void fail_new_at(uint64_t call) { counting::calls_to_failure = call; }
-
 namespace counting {
 
 inline void* allocate(size_t size) {
   if (calls_to_failure != 0 && --calls_to_failure == 0) throw std::bad_alloc();
   void* address = std::malloc(size);
   if (address == nullptr) throw std::bad_alloc();
+  ++objects;
   return address;
+}
+
+inline void release(void* address) noexcept {
+  if (address != nullptr) --objects;
+  std::free(address);
 }
 
 }  // namespace counting
@@ -46,10 +42,10 @@ inline void* allocate(size_t size) {
 
 void* operator new(size_t size) { return marlo::test::counting::allocate(size); }
 void* operator new[](size_t size) { return marlo::test::counting::allocate(size); }
-void operator delete(void* address) noexcept { std::free(address); }
-void operator delete[](void* address) noexcept { std::free(address); }
-void operator delete(void* address, size_t) noexcept { std::free(address); }
-void operator delete[](void* address, size_t) noexcept { std::free(address); }
+void operator delete(void* address) noexcept { marlo::test::counting::release(address); }
+void operator delete[](void* address) noexcept { marlo::test::counting::release(address); }
+void operator delete(void* address, size_t) noexcept { marlo::test::counting::release(address); }
+void operator delete[](void* address, size_t) noexcept { marlo::test::counting::release(address); }
 
 #ifdef QRT_UNDER_SANITIZER
 

@@ -78,6 +78,28 @@ class FakeKernel final : public runtime::IKernel {
   std::shared_ptr<KernelCalls> calls_;
 };
 
+/// A registry of fake kernels that share one record of their calls.
+class FakeRegistry {
+ public:
+  using Tweak = std::function<void(FakeKernel&)>;
+
+  /// Enters a kernel; `tweak` is applied to each one made.
+  FakeRegistry& add(const std::string& name, Tweak tweak = {}) {
+    kernels.Register(
+        name,
+        [name, tweak, record = calls] {
+          auto kernel = std::make_shared<FakeKernel>(name, record);
+          if (tweak) tweak(*kernel);
+          return kernel;
+        },
+        false);
+    return *this;
+  }
+
+  runtime::KernelRegistry kernels;
+  std::shared_ptr<KernelCalls> calls = std::make_shared<KernelCalls>();
+};
+
 /// The names of the kernels whose slot was called, in order.
 inline std::vector<std::string> called(const KernelCalls& calls, KernelCall::Slot slot) {
   std::vector<std::string> names;

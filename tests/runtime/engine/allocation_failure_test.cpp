@@ -1,0 +1,145 @@
+// Memory that runs out at any point of loading or of a pass: an exception, and nothing is lost.
+
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "qrt_core/qrt_core.h"
+#include "tests/runtime/engine/all_layers.h"
+#include "tests/support/allocator_counts.h"
+#include "tests/support/counting_pool.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temporary_folder.h"
+
+namespace marlo::runtime {
+namespace {
+
+using Nets = std::map<std::string, std::shared_ptr<utility::_NetworkPackage>>;
+
+class AllocationFailureTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  AllocationFailureTest() {
+    utility::init_register_operators(kernels_, params_);
+    auto model = test::all_layers();
+    model.network("second").input("x").conv2d("c", "x", test::plane_convolution(1, 1, 1, {1.0f}));
+    path_ = model.save(folder_.file(GetParam()));
+  }
+
+  void load(test::CountingContext& counting, Nets& nets) {
+    ASSERT_EQ(utility::load_model(path_, nets, counting.context, kernels_, params_, "sdk", 1, 0),
+              0);
+  }
+
+  static void pass(test::CountingContext& counting, Nets& nets) {
+    utility::_NetworkPackage& package = *nets.at("net");
+    package.input_tensors = test::all_layers_inputs(counting.device());
+    const auto result = package.net->Forward(package.input_tensors, package.output_ids,
+                                             counting.context, nullptr, nullptr);
+    EXPECT_EQ(result.size(), 3u);
+  }
+
+  // Everything that came out of a failed attempt has gone.
+  static void expect_nothing_in_use(const test::CountingContext& counting, uint64_t call) {
+    ASSERT_EQ(counting.static_pool->blocks_in_use(), 0u) << "call " << call;
+    ASSERT_EQ(counting.dynamic_pool->blocks_in_use(), 0u) << "call " << call;
+  }
+
+  test::TemporaryFolder folder_;
+  std::string path_;
+  KernelRegistry kernels_;
+  InferenceParamRegistry params_;
+  test::LogCapture log_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Formats, AllocationFailureTest,
+                         ::testing::Values("model.json", "model.qrtmodel"), [](const auto& form) {
+                           return form.param[6] == 'j' ? std::string("Json")
+                                                       : std::string("Binary");
+                         });
+
+TEST_P(AllocationFailureTest, StaticPoolThatFailsAtTheNthCall) {
+  uint64_t failures = 0;
+  for (uint64_t call = 1;; ++call) {
+    test::CountingContext counting;
+    bool failed = false;
+    {
+      Nets nets;
+      counting.static_pool->fail_at(call);
+      try {
+        load(counting, nets);
+        pass(counting, nets);
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+    }
+    expect_nothing_in_use(counting, call);
+    if (!failed) break;
+    ++failures;
+  }
+  // Weights and biases of four convolutions, and two inputs.
+  EXPECT_EQ(failures, 9u);
+}
+
+TEST_P(AllocationFailureTest, DynamicPoolThatFailsAtTheNthCallOfAPass) {
+  test::CountingContext counting;
+  uint64_t failures = 0;
+  {
+    Nets nets;
+    load(counting, nets);
+    const size_t weights = counting.static_pool->blocks_in_use();
+    for (uint64_t call = 1;; ++call) {
+      counting.dynamic_pool->fail_at(call);
+      bool failed = false;
+      try {
+        pass(counting, nets);
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      ASSERT_EQ(counting.dynamic_pool->blocks_in_use(), 0u) << "call " << call;
+      ASSERT_EQ(counting.device().dynamic_mode, failed) << "call " << call;
+      counting.device().dynamic_mode = false;
+      if (!failed) break;
+      ++failures;
+    }
+    nets["net"]->input_tensors.clear();
+    EXPECT_EQ(counting.static_pool->blocks_in_use(), weights);
+  }
+  expect_nothing_in_use(counting, 0);
+  EXPECT_GT(failures, 10u);
+}
+
+// Any object at all: a string of the model, a node of a table, a vector of a pass.
+TEST_P(AllocationFailureTest, OperatorNewThatFailsAtTheNthCall) {
+  const auto attempt = [this](uint64_t call) {
+    test::CountingContext counting;
+    bool threw = false;
+    {
+      Nets nets;
+      test::fail_new_at(call);
+      try {
+        load(counting, nets);
+        pass(counting, nets);
+      } catch (const std::exception&) {
+        threw = true;
+      }
+    }
+    const bool failed = call != 0 && !test::new_failure_is_pending();
+    test::fail_new_at(0);
+    expect_nothing_in_use(counting, call);
+    EXPECT_EQ(threw, failed) << "call " << call;
+    return failed;
+  };
+  attempt(0);  // makes what the run-time library makes once
+  log_.clear();
+  uint64_t call = 1;
+  for (bool failed = true; failed && !HasFatalFailure(); ++call) {
+    const int64_t objects = test::live_objects();
+    failed = attempt(call);
+    log_.clear();
+    ASSERT_LE(test::live_objects(), objects) << "call " << call;
+  }
+  EXPECT_GT(call, 500u);
+}
+
+}  // namespace
+}  // namespace marlo::runtime

@@ -1,0 +1,153 @@
+// One context per thread, with registries that all threads read.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "qrt_core/qrt_core.h"
+#include "tests/runtime/engine/all_layers.h"
+#include "tests/support/kernels.h"
+#include "tests/support/model_builder.h"
+#include "tests/support/temporary_folder.h"
+
+namespace marlo::runtime {
+namespace {
+
+constexpr int kThreads = 6;
+constexpr int kPasses = 20;
+
+// Bytes of all outputs of a network, by layer.
+using Results = std::map<unsigned int, std::vector<unsigned char>>;
+
+Results bytes_of(const std::unordered_map<unsigned int, Net::Tensors>& outputs) {
+  Results results;
+  for (const auto& [index, tensors] : outputs) {
+    for (const auto& tensor : tensors) {
+      const auto* bytes = static_cast<const unsigned char*>(tensor->handle.cpu);
+      auto& all = results[index];
+      all.insert(all.end(), bytes, bytes + ByteSize(tensor->shape));
+    }
+  }
+  return results;
+}
+
+// Threads that begin together, so that they overlap.
+template <typename Work>
+void run_threads(Work work) {
+  std::atomic<int> ready = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      ++ready;
+      while (ready.load() < kThreads) std::this_thread::yield();
+      work(i);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+class ContextsThreadTest : public ::testing::Test {
+ protected:
+  ContextsThreadTest() {
+    utility::init_register_operators(kernels_, params_);
+    all_ = test::all_layers();
+    all_.save(folder_.file("all.json"));
+    all_.save(folder_.file("all.qrtmodel"));
+  }
+
+  // Loads a model on a context of its own and runs it on the inputs of number `seed`.
+  Results load_and_run(const std::string& file, int seed) const {
+    std::shared_ptr<Context> context;
+    utility::create_context(context, 16);
+    std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
+    // The library wants registries that it could change, and only reads them.
+    auto& kernels = const_cast<KernelRegistry&>(kernels_);
+    auto& params = const_cast<InferenceParamRegistry&>(params_);
+    if (utility::load_model(folder_.file(file), nets, context, kernels, params, "sdk", 1, 0) != 0) {
+      return {};
+    }
+    utility::_NetworkPackage& package = *nets.at("net");
+    Results results;
+    for (int pass = 0; pass < kPasses; ++pass) {
+      package.input_tensors = test::all_layers_inputs(*context->cpu, static_cast<float>(seed));
+      results = bytes_of(package.net->Forward(package.input_tensors, package.output_ids, context,
+                                              nullptr, nullptr));
+    }
+    return results;
+  }
+
+  test::TemporaryFolder folder_;
+  KernelRegistry kernels_;
+  InferenceParamRegistry params_;
+  test::ModelBuilder all_;
+};
+
+TEST_F(ContextsThreadTest, ModelsLoadedAndRunAtOnceGiveTheResultsOfOneThread) {
+  const auto file = [](int i) { return i % 2 == 0 ? "all.json" : "all.qrtmodel"; };
+  Results expected[kThreads];
+  for (int i = 0; i < kThreads; ++i) {
+    expected[i] = load_and_run(file(i), i - 2);
+    ASSERT_EQ(expected[i].size(), 3u);
+  }
+  Results found[kThreads];
+  run_threads([&](int i) { found[i] = load_and_run(file(i), i - 2); });
+  for (int i = 0; i < kThreads; ++i) EXPECT_EQ(found[i], expected[i]) << "thread " << i;
+}
+
+TEST_F(ContextsThreadTest, DifferentNetworksFromOneRegistryGiveTheirOwnResults) {
+  // Thread i has i + 1 convolutions, each of which doubles and adds one.
+  float found[kThreads] = {};
+  run_threads([&](int i) {
+    std::shared_ptr<Context> context;
+    utility::create_context(context, 32);
+    test::ModelBuilder model;
+    model.input("0");
+    for (int k = 0; k <= i; ++k) {
+      model.conv2d(std::to_string(k + 1), std::to_string(k),
+                   test::plane_convolution(1, 1, 1, {2.0f}, {1.0f}));
+    }
+    const auto net = CreateNet(model.info(), model.configuration(), kernels_, context);
+    const auto last = static_cast<unsigned int>(i + 1);
+    for (int pass = 0; pass < 50 * kPasses; ++pass) {
+      const float x = 1.0f;
+      const auto result = net->Forward({{0, context->cpu->CreateF32CHWMainMem({1, 1, 1}, &x)}},
+                                       {last}, context, nullptr, nullptr);
+      found[i] = *static_cast<const float*>(result.at(last).at(0)->handle.cpu);
+    }
+  });
+  for (int i = 0; i < kThreads; ++i) {
+    EXPECT_EQ(found[i], static_cast<float>((2 << (i + 1)) - 1)) << "thread " << i;
+  }
+}
+
+TEST_F(ContextsThreadTest, ThreadsMayCreateKernelsFromOneRegistry) {
+  std::atomic<int> wrong = 0;
+  run_threads([&](int) {
+    for (const std::string& key : kernels_.Keys()) {
+      const auto kernel = kernels_.Create(key);
+      if (kernel == nullptr || kernel->GetKernelName() != key) ++wrong;
+      if (kernels_.Create(key + "?") != nullptr) ++wrong;
+    }
+  });
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST_F(ContextsThreadTest, TwoThreadsMayReadOneTensor) {
+  std::shared_ptr<Context> context;
+  utility::create_context(context, 16);
+  const std::vector<float> numbers = test::ramp(1000);
+  const std::shared_ptr<const TensorCPU> tensor =
+      context->cpu->CreateF32CMainMemory(1000, numbers.data());
+  float sums[kThreads] = {};
+  run_threads([&, tensor](int i) {
+    const std::shared_ptr<const TensorCPU> own = tensor;
+    for (uint32_t k = 0; k < 1000; ++k) {
+      sums[i] += *static_cast<const float*>(own->Locate1D(k));
+    }
+  });
+  for (const float sum : sums) EXPECT_EQ(sum, 500500.0f);
+}
+
+}  // namespace
+}  // namespace marlo::runtime
