@@ -91,9 +91,9 @@ uint64_t numbers_in(const std::vector<std::string>& blobs) {
   return count;
 }
 
-uint64_t product(const std::vector<uint32_t>& sizes, size_t first) {
+uint64_t product(const std::vector<uint32_t>& sizes, size_t first, size_t end) {
   uint64_t count = 1;
-  for (size_t i = first; i < sizes.size(); ++i) count *= sizes[i];
+  for (size_t i = first; i < end; ++i) count *= sizes[i];
   return count;
 }
 
@@ -157,13 +157,16 @@ std::optional<uint64_t> multiply_adds(const LayerInfo& info, const std::vector<u
                                       const std::vector<uint32_t>& output) {
   if (const auto window = window_of(info)) {
     if (!window->is_usable() || input.empty() || output.empty()) return std::nullopt;
-    // Every weight meets every pixel of the plane that the window walks over.
-    return static_cast<uint64_t>(window->weights()) *
-           product(window->is_transposed ? input : output, 1);
+    // Every weight meets every pixel of the plane that the window walks over. A last dimension
+    // beyond the plane's own is a block of channels.
+    const std::vector<uint32_t>& walked = window->is_transposed ? input : output;
+    const size_t dims = window->is_line ? 2 : 3;
+    if (walked.size() < dims) return std::nullopt;
+    return static_cast<uint64_t>(window->weights()) * product(walked, 1, dims);
   }
   if (const auto* full = dynamic_cast<const FullConnectionInfo*>(&info)) {
     if (output.empty()) return std::nullopt;
-    return uint64_t{full->in_features} * product(output, 0);
+    return uint64_t{full->in_features} * product(output, 0, output.size());
   }
   return std::nullopt;
 }
@@ -187,6 +190,15 @@ std::string description_fault(const LayerInfo& info) {
     if (activation->weight.empty()) return "expected a slope in \"weight\", found no text";
   }
   return "expected a layer of another kind than " + kind_of(info) + ", or with other settings";
+}
+
+bool keeps_channels(const LayerInfo& info) {
+  return dynamic_cast<const ActivationInfo*>(&info) != nullptr ||
+         dynamic_cast<const marlo::runtime::AvgPool2dInfo*>(&info) != nullptr ||
+         dynamic_cast<const marlo::runtime::MaxPool2dInfo*>(&info) != nullptr ||
+         dynamic_cast<const marlo::runtime::Upsample2dInfo*>(&info) != nullptr ||
+         dynamic_cast<const InstanceNorm2dInfo*>(&info) != nullptr ||
+         dynamic_cast<const marlo::runtime::BatchNorm2dInfo*>(&info) != nullptr;
 }
 
 std::optional<ExpectedInput> expected_input(const LayerInfo& info) {

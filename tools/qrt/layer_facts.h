@@ -34,6 +34,9 @@ struct ExpectedInput {
 };
 std::optional<ExpectedInput> expected_input(const marlo::runtime::LayerInfo& info);
 
+/// Whether such a layer gives as many planes as it reads.
+bool keeps_channels(const marlo::runtime::LayerInfo& info);
+
 /// Why the layer's window doesn't fit into an input of these sizes; empty if it does.
 std::string window_fault(const marlo::runtime::LayerInfo& info, const std::vector<uint32_t>& input);
 

@@ -80,8 +80,11 @@ void infer_layer(LayerReport& layer, std::vector<TensorShape> inputs, DeviceCPU&
   }
   std::string expected = "a tensor that the kernel takes";
   if (const auto demanded = expected_input(*layer.info)) {
-    expected = std::string("FLOAT32 ") + (demanded->dims == 3 ? "CHW" : "CL") + " with " +
-               counted(demanded->channels, "channel");
+    // A kernel on blocks of channels has its layout in its name.
+    const bool is_blocked = layer.kernel.name.find("HW4") != std::string::npos ||
+                            layer.kernel.name.find("HW8") != std::string::npos;
+    const std::string layout = demanded->dims == 3 ? "FLOAT32 CHW" : "FLOAT32 CL";
+    expected = (is_blocked ? expected : layout) + " with " + counted(demanded->channels, "channel");
   }
   if (!inputs.empty()) {
     const std::string fault = window_fault(*layer.info, inputs[0].dims);
@@ -173,7 +176,6 @@ std::string DemandedInput::text() const {
 }
 
 std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_t input) {
-  // Layers of other kinds than convolutions keep the channels, as far as there are kernels.
   std::vector<bool> reached(report.layers.size(), false);
   reached.at(input) = true;
   for (const LayerReport& layer : report.layers) {
@@ -191,7 +193,7 @@ std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_
       }
       return demanded;
     }
-    if (layer.kind != "Activation") return std::nullopt;
+    if (!keeps_channels(*layer.info)) return std::nullopt;
     reached[layer.index] = true;
   }
   return std::nullopt;
