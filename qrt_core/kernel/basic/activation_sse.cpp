@@ -43,7 +43,7 @@ __m128 floats_of_upper_words(__m128i words) { return _mm_cvtpd_ps(_mm_castsi128_
 // A number scaled to the exponent of a double and rounded to an integer is the upper half of that
 // double. The conversion gives the least integer for what doesn't fit, and nothing clamps it.
 __m128 fast_exp(__m128 v) {
-  const __m128 scale = _mm_set1_ps(0x1.715510p+20f);   // 2^20 / ln 2, bits 0x49B8AA38
+  const __m128 scale = _mm_set1_ps(0x1.715470p+20f);   // 2^20 / ln 2, bits 0x49B8AA38
   const __m128 offset = _mm_set1_ps(0x1.ff7894p+29f);  // bits 0x4E7FBC4A
   const __m128i upper = _mm_cvtps_epi32(_mm_add_ps(_mm_mul_ps(v, scale), offset));
   const __m128i zero = _mm_setzero_si128();
