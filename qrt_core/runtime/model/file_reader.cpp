@@ -71,6 +71,12 @@ template void FILEReader::Require<half_float::half>(uint64_t, uint64_t) const;
 template void FILEReader::Require<Serializable>(uint64_t, uint64_t) const;
 template void FILEReader::Require<std::string>(uint64_t, uint64_t) const;
 
+void FILEReader::ReadHalves(half_float::half* values, uint64_t count) {
+  if (std::fread(values, sizeof *values, count, stream_) != count) {
+    fail_to_read<half_float::half>(stream_);
+  }
+}
+
 template <typename T>
 void FILEReader::read(T* value) {
   if (std::fread(value, sizeof(T), 1, stream_) != 1) fail_to_read<T>(stream_);

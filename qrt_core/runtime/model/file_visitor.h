@@ -27,13 +27,15 @@ class FILEReader final : public Visitor {
   template <typename T>
   void Require(uint64_t count, uint64_t bytes) const;
 
+  /// Reads `count` halves that stand back to back, without a count of their own. Weights are most of
+  /// a model, and one call per number would be most of the time to load it.
+  void ReadHalves(half_float::half* values, uint64_t count);
+
  private:
   explicit FILEReader(const FILEReader& parent);
 
   template <typename T>
   void read(T* value);
-  template <typename T>
-  void read_elements(T* values, uint64_t count);
   template <typename T>
   void read_vector(std::vector<T>* values);
   uint64_t read_count();

@@ -1,5 +1,6 @@
 #include "qrt_core/runtime/model/weight_blob.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "qrt_core/runtime/model/base64.h"
@@ -13,6 +14,8 @@ using utility::Assert;
 
 namespace {
 
+constexpr uint64_t kChunkNumbers = 1 << 14;
+
 // An empty count leaves the blob as it is.
 void read_half_weights(FILEReader& reader, WeightBlob& blob) {
   uint64_t count = 0;
@@ -20,10 +23,12 @@ void read_half_weights(FILEReader& reader, WeightBlob& blob) {
   if (count == 0) return;
   reader.Require<half_float::half>(count, sizeof(half_float::half));
   std::vector<float> numbers;
-  for (uint64_t i = 0; i < count; ++i) {
-    half_float::half number;
-    reader.Visit(&number, nullptr);
-    numbers.push_back(number);
+  std::vector<half_float::half> chunk;
+  // A stream of unknown size may hold less than it says: memory follows what has come.
+  for (uint64_t done = 0; done < count; done += chunk.size()) {
+    chunk.resize(std::min(kChunkNumbers, count - done));
+    reader.ReadHalves(chunk.data(), chunk.size());
+    numbers.insert(numbers.end(), chunk.begin(), chunk.end());
   }
   blob = Base64Encode(reinterpret_cast<const unsigned char*>(numbers.data()),
                       numbers.size() * sizeof(float));
