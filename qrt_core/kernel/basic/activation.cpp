@@ -57,7 +57,7 @@ int Activation::Forward(const Tensors& inputs, Tensors& outputs, const Context& 
   if (row_.output == ActivationOutput::input_tensor) {
     outputs = inputs;
   } else {
-    std::shared_ptr<runtime::TensorCPU> output = context.cpu->CreateTensor(input.shape, nullptr);
+    auto output = device_of(row_.name, context).CreateTensor(input.shape, nullptr);
     to = static_cast<float*>(output->RawPointer());
     outputs.clear();
     outputs.push_back(std::move(output));

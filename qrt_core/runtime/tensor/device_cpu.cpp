@@ -82,8 +82,8 @@ std::shared_ptr<TensorCPU> DeviceCPU::create(TensorShape&& shape, const void* da
   refuse_wrapped_size(shape);
   const uint32_t bytes = ByteSize(shape);
   void* address = pool->Allocate(bytes);
-  BlockGuard guard(pool, address);
   if (address == nullptr) throw std::bad_alloc();
+  BlockGuard guard(pool, address);
   if (data != nullptr) std::memcpy(address, data, bytes);
   auto* tensor = new TensorCPU(std::move(shape), TensorHandle{address}, this);
   // From here on the deleter owns the block: a shared pointer that can't be made calls it.
