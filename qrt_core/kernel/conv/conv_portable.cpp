@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -36,32 +35,38 @@ void for_each_plane_pair(const ConvTask& task, bool input_channel_first, AddPlan
   }
 }
 
-// Outputs whose sums are kept at a time. They are independent, so the compiler may compute them
-// side by side while each still adds its window in order.
-constexpr size_t kTile = 64;
-
-void add_window_sums(const ConvTask& task, const PlanePair& planes) noexcept {
+// Sums the windows of `count` outputs of a row side by side, each in its own order, and adds them.
+// The count is a constant so that the sums stay in registers.
+template <size_t count>
+void add_window_sums(const ConvTask& task, const PlanePair& planes, size_t row,
+                     size_t first) noexcept {
   const Conv2dParams& p = task.params;
-  for (size_t row = 0; row < task.out_height; ++row) {
-    for (size_t first = 0; first < task.out_width; first += kTile) {
-      const size_t count = std::min(kTile, task.out_width - first);
-      float sums[kTile] = {};
-      for (size_t ky = 0; ky < p.kernel_y; ++ky) {
-        const size_t in_row = p.stride_y * row + p.dilation_y * ky;
-        const float* input = planes.input + in_row * task.in_width + p.stride_x * first;
-        for (size_t kx = 0; kx < p.kernel_x; ++kx) {
-          const float weight = planes.filter[ky * p.kernel_x + kx];
-          const float* in = input + p.dilation_x * kx;
-          if (p.stride_x == 1) {
-            for (size_t i = 0; i < count; ++i) sums[i] += in[i] * weight;
-          } else {
-            for (size_t i = 0; i < count; ++i) sums[i] += in[p.stride_x * i] * weight;
-          }
-        }
+  const size_t stride = p.stride_x;
+  const float* weight = planes.filter;
+  float sums[count] = {};
+  for (size_t ky = 0; ky < p.kernel_y; ++ky) {
+    const size_t in_row = p.stride_y * row + p.dilation_y * ky;
+    const float* in = planes.input + in_row * task.in_width + stride * first;
+    for (size_t kx = 0; kx < p.kernel_x; ++kx, in += p.dilation_x, ++weight) {
+      if (stride == 1) {
+        for (size_t i = 0; i < count; ++i) sums[i] += in[i] * *weight;
+      } else {
+        for (size_t i = 0; i < count; ++i) sums[i] += in[stride * i] * *weight;
       }
-      float* output = planes.output + row * task.out_width + first;
-      for (size_t i = 0; i < count; ++i) output[i] += sums[i];
     }
+  }
+  float* output = planes.output + row * task.out_width + first;
+  for (size_t i = 0; i < count; ++i) output[i] += sums[i];
+}
+
+void add_plane(const ConvTask& task, const PlanePair& planes) noexcept {
+  for (size_t row = 0; row < task.out_height; ++row) {
+    size_t first = 0;
+    for (; first + 16 <= task.out_width; first += 16) {
+      add_window_sums<16>(task, planes, row, first);
+    }
+    for (; first + 4 <= task.out_width; first += 4) add_window_sums<4>(task, planes, row, first);
+    for (; first < task.out_width; ++first) add_window_sums<1>(task, planes, row, first);
   }
 }
 
@@ -91,8 +96,7 @@ void gather_one(const ConvTask& task, const PlanePair& planes, int64_t first_y, 
 }  // namespace
 
 void direct_portable(const ConvTask& task) noexcept {
-  for_each_plane_pair(task, false,
-                      [&task](const PlanePair& planes) { add_window_sums(task, planes); });
+  for_each_plane_pair(task, false, [&task](const PlanePair& planes) { add_plane(task, planes); });
 }
 
 void transposed_portable(const ConvTask& task) noexcept {
