@@ -11,18 +11,20 @@ namespace {
 
 constexpr size_t kBlock = 8;
 
-// Writes four rows of the transpose of an 8 x 8 square. A vector holds half a row of the square,
-// and above it the same half of the row four below: joined by their loads, halves need no exchange
-// of 128-bit lanes afterwards.
-void transpose_half(__m256 a, __m256 b, __m256 c, __m256 d, float* to, size_t to_step) {
+struct Rows {
+  __m256 rows[4];
+};
+
+// The transposes of two squares of 4 x 4, one in each 128-bit lane. Of a square of 8 x 8, a vector
+// holds half a row and the same half of the row four below: joined by their loads, halves need no
+// exchange of lanes afterwards.
+Rows transposed(__m256 a, __m256 b, __m256 c, __m256 d) {
   const __m256 ab_low = _mm256_unpacklo_ps(a, b);
   const __m256 ab_high = _mm256_unpackhi_ps(a, b);
   const __m256 cd_low = _mm256_unpacklo_ps(c, d);
   const __m256 cd_high = _mm256_unpackhi_ps(c, d);
-  _mm256_storeu_ps(to, _mm256_shuffle_ps(ab_low, cd_low, 0x44));
-  _mm256_storeu_ps(to + to_step, _mm256_shuffle_ps(ab_low, cd_low, 0xEE));
-  _mm256_storeu_ps(to + 2 * to_step, _mm256_shuffle_ps(ab_high, cd_high, 0x44));
-  _mm256_storeu_ps(to + 3 * to_step, _mm256_shuffle_ps(ab_high, cd_high, 0xEE));
+  return {{_mm256_shuffle_ps(ab_low, cd_low, 0x44), _mm256_shuffle_ps(ab_low, cd_low, 0xEE),
+           _mm256_shuffle_ps(ab_high, cd_high, 0x44), _mm256_shuffle_ps(ab_high, cd_high, 0xEE)}};
 }
 
 // Writes the transpose of 8 x 8 floats. `row(k, i)` is floats i to i + 3 of row k.
@@ -32,8 +34,8 @@ void transpose_square(Row row, float* to, size_t to_step) {
     return _mm256_insertf128_ps(_mm256_castps128_ps256(row(k, i)), row(k + 4, i), 1);
   };
   for (size_t i = 0; i < 8; i += 4) {
-    transpose_half(joined(0, i), joined(1, i), joined(2, i), joined(3, i), to + i * to_step,
-                   to_step);
+    const Rows half = transposed(joined(0, i), joined(1, i), joined(2, i), joined(3, i));
+    for (size_t k = 0; k < 4; ++k) _mm256_storeu_ps(to + (i + k) * to_step, half.rows[k]);
   }
 }
 
@@ -61,6 +63,16 @@ void unpack_block(const float* source, float* planes, size_t pixels) {
     const float* const square = source + i * kBlock;
     const auto row = [square](size_t k, size_t j) { return _mm_loadu_ps(square + k * kBlock + j); };
     transpose_square(row, planes + i, pixels);
+  }
+  for (; i + 4 <= pixels; i += 4) {
+    const float* const pixel = source + i * kBlock;
+    const Rows rows =
+        transposed(_mm256_loadu_ps(pixel), _mm256_loadu_ps(pixel + kBlock),
+                   _mm256_loadu_ps(pixel + 2 * kBlock), _mm256_loadu_ps(pixel + 3 * kBlock));
+    for (size_t k = 0; k < 4; ++k) {
+      _mm_storeu_ps(planes + k * pixels + i, _mm256_castps256_ps128(rows.rows[k]));
+      _mm_storeu_ps(planes + (k + 4) * pixels + i, _mm256_extractf128_ps(rows.rows[k], 1));
+    }
   }
   for (; i < pixels; ++i) {
     for (size_t k = 0; k < kBlock; ++k) planes[k * pixels + i] = source[i * kBlock + k];
