@@ -11,15 +11,7 @@
 #include <new>
 
 #include "tests/support/allocator_counts.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define QRT_UNDER_SANITIZER 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define QRT_UNDER_SANITIZER 1
-#endif
+#include "tests/support/sanitizer.h"
 
 namespace marlo::test {
 namespace counting {

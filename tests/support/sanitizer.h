@@ -1,0 +1,13 @@
+#pragma once
+
+// Defines QRT_UNDER_SANITIZER where a sanitizer has replaced the allocator: it counts blocks
+// itself, and ends the program over a request that no system could serve.
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QRT_UNDER_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QRT_UNDER_SANITIZER 1
+#endif
