@@ -18,6 +18,7 @@
 ///                                     nullptr);
 /// @endcode
 
+#include "qrt_core/kernel/basic/elementwise_functions.h"
 #include "qrt_core/kernel/basic/sigmoid.h"
 #include "qrt_core/kernel/conv/padding.h"
 #include "qrt_core/kernel/layout/layout_functions.h"

@@ -4,9 +4,13 @@
 
 #include "qrt_core/kernel/basic/activation.h"
 #include "qrt_core/kernel/basic/adaptive_pooling.h"
+#include "qrt_core/kernel/basic/broadcast.h"
+#include "qrt_core/kernel/basic/channel_multiply.h"
+#include "qrt_core/kernel/basic/elementwise.h"
 #include "qrt_core/kernel/basic/grid_sample.h"
 #include "qrt_core/kernel/basic/pass_through.h"
 #include "qrt_core/kernel/basic/pooling.h"
+#include "qrt_core/kernel/basic/reduction.h"
 #include "qrt_core/kernel/basic/softmax.h"
 #include "qrt_core/kernel/basic/upsampling.h"
 #include "qrt_core/kernel/conv/reference_convolution.h"

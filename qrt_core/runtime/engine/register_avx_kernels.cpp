@@ -15,6 +15,14 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_AVX_Float_M1>(kernels);
   add_kernel<Leaky_AVX_Float_M1>(kernels);
   add_kernel<PReLU_AVX_Float_M1>(kernels);
+  add_kernel<BroadcastOperator_C4114_Mul_C4HW4_AVX_Float_M1>(kernels);
+  add_kernel<BroadcastOperator_C8118_Mul_C8HW8_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Add_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Sub_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Mul_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Div_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Max_AVX_Float_M1>(kernels);
+  add_kernel<Elementwise_Min_AVX_Float_M1>(kernels);
   add_kernel<Pooling2D_Avg_K4x4_S1x1_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<Pooling2D_Avg_K7x7_S1x1_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<Pooling2D_Avg_K8x8_S1x1_AVX_C8HW8_Float_M1>(kernels);

@@ -10,6 +10,7 @@ void register_common_kernels(KernelRegistry& kernels) {
   add_kernel<Concatenate_MainMemory_Fallback>(kernels);
   add_kernel<Transform_MainMemory_Permute_Fallback>(kernels);
   add_kernel<Transform_MainMemory_Reshape_Fallback>(kernels);
+  add_kernel<BroadcastOperator_Fallback_Float_M1>(kernels);
   add_kernel<HSigmoid_Fallback_Float_M1>(kernels);
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
 }
@@ -28,6 +29,8 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<HSwish_Fallback_Float_M1>(kernels);
   add_kernel<Leaky_Fallback_Float_M1>(kernels);
   add_kernel<PReLU_Fallback_Float_M1>(kernels);
+  add_kernel<Elementwise_Fallback_Float_M1>(kernels);
+  add_kernel<BroadcastOperator_Fallback_Float_M1>(kernels);
   add_kernel<Pooling2D_Avg_Fallback_Float_M1>(kernels);
   add_kernel<AdaptivePooling2D_Avg_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Pooling2D_Max_Fallback_Float_M1>(kernels);
@@ -46,6 +49,7 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Expand_Fallback_CHW_Float_M1>(kernels);
   add_kernel<GridSample_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<TensorArithmetic_Fallback_M1>(kernels);
   add_kernel<Linear_Fallback_Float_M1>(kernels);
   add_kernel<UnSqueeze_Fallback_M1>(kernels);
   add_kernel<Slice_Fallback_CHW_Float_M1>(kernels);

@@ -9,6 +9,12 @@ namespace marlo::runtime {
 using namespace kernel;
 
 void register_sse_kernels(KernelRegistry& kernels) {
+  add_kernel<Elementwise_Add_SSE_Float_M1>(kernels);
+  add_kernel<Elementwise_Sub_SSE_Float_M1>(kernels);
+  add_kernel<Elementwise_Mul_SSE_Float_M1>(kernels);
+  add_kernel<Elementwise_Div_SSE_Float_M1>(kernels);
+  add_kernel<Elementwise_Max_SSE_Float_M1>(kernels);
+  add_kernel<Elementwise_Min_SSE_Float_M1>(kernels);
   add_kernel<ReLU_SSE_Float_M1>(kernels);
   add_kernel<ReLU6_SSE_Float_M1>(kernels);
   add_kernel<Sigmoid_SSE_Float_M1>(kernels);
