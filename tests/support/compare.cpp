@@ -1,12 +1,20 @@
 #include "tests/support/compare.h"
 
 #include <cmath>
-#include <ios>
+#include <sstream>
+#include <string>
 
 #include "tests/support/numbers.h"
 
 namespace marlo::test {
 namespace {
+
+// "2 (bits 40000000)"
+std::string with_bits(float number) {
+  std::ostringstream text;
+  text << number << " (bits " << std::hex << bits_of(number) << ")";
+  return text.str();
+}
 
 // Compares element by element; `describe` adds to the message what was expected of the first one
 // that is wrong.
@@ -28,8 +36,7 @@ testing::AssertionResult compare(const std::vector<float>& found,
   if (wrong == 0) return testing::AssertionSuccess();
   testing::AssertionResult failure = testing::AssertionFailure();
   failure << wrong << " of " << found.size() << " elements are wrong, the first at " << first
-          << ": " << found[first] << " (bits " << std::hex << bits_of(found[first]) << std::dec
-          << ") instead of ";
+          << ": " << with_bits(found[first]) << " instead of ";
   describe(failure, expected[first]);
   return failure;
 }
@@ -40,9 +47,7 @@ testing::AssertionResult same_bits(const std::vector<float>& found,
                                    const std::vector<float>& expected) {
   return compare(
       found, expected, [](float a, float b) { return same_bits(a, b); },
-      [](testing::AssertionResult& message, float number) {
-        message << number << " (bits " << std::hex << bits_of(number) << std::dec << ")";
-      });
+      [](testing::AssertionResult& message, float number) { message << with_bits(number); });
 }
 
 testing::AssertionResult exactly(const std::vector<float>& found,

@@ -43,7 +43,7 @@ void leaky_sse(const float*, float*, size_t, const float*) noexcept;
 
 // By the fast exponential, which is a line through the bits of a double: N. N. Schraudolph, "A
 // Fast, Compact Approximation of the Exponential Function", Neural Computation 11(4), 1999. Off by
-// up to some 3 percent, and without a clamp.
+// up to 4 percent, and without a clamp.
 void sigmoid_fast_sse(const float*, float*, size_t, const float*) noexcept;
 void tanh_fast_sse(const float*, float*, size_t, const float*) noexcept;
 

@@ -10,7 +10,7 @@ namespace marlo::kernel::functional {
 /// The sigmoid 1 / (1 + exp(-x)) of `count` floats. Input and output may be the same array.
 QRT_API void sigmoid_f32(const float* input, const unsigned int& count, float* output);
 
-/// The sigmoid with a fast exponential for whole blocks of 16 floats, off by up to some 3 percent,
+/// The sigmoid with a fast exponential for whole blocks of 16 floats, off by up to 4 percent,
 /// and the accurate one for the rest. Input and output may be the same array.
 ///
 /// The exponential is a line through the bits of a double: N. N. Schraudolph, "A Fast, Compact
