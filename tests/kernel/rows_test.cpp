@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "qrt_core/kernel/basic/activation.h"
+#include "qrt_core/kernel/basic/pass_through.h"
+#include "tests/support/conv_rows.h"
+#include "tests/support/kernels.h"
+
+// A family is tested by the rows of its list. These tests hold lists, registry and tests together,
+// so that no kernel can be registered untested.
+
+namespace marlo::test {
+namespace {
+
+using runtime::IKernel;
+
+namespace fs = std::filesystem;
+
+std::string text_of(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// The texts of the sources below a folder, without this one.
+std::vector<std::string> sources_below(const std::string& folder) {
+  std::vector<std::string> texts;
+  for (const auto& entry : fs::recursive_directory_iterator(fs::path(QRT_SOURCE_DIR) / folder)) {
+    const std::string extension = entry.path().extension().string();
+    if (extension != ".h" && extension != ".cpp") continue;
+    if (entry.path().filename() != "rows_test.cpp") texts.push_back(text_of(entry.path()));
+  }
+  return texts;
+}
+
+bool any_contains(const std::vector<std::string>& texts, const std::string& part) {
+  return std::any_of(texts.begin(), texts.end(), [&part](const std::string& text) {
+    return text.find(part) != std::string::npos;
+  });
+}
+
+// Whether a header lists its kernels in an array "..._rows" that some test walks.
+bool has_walked_list(const std::string& header, const std::vector<std::string>& tests) {
+  static const std::regex list("inline constexpr [^;=]*\\b([a-z0-9_]+_rows)\\b");
+  for (std::sregex_iterator found(header.begin(), header.end(), list), end; found != end; ++found) {
+    if (any_contains(tests, (*found)[1].str())) return true;
+  }
+  return false;
+}
+
+// A kernel stands in a list that a test walks, or a test calls it by its name.
+TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
+  const auto headers = sources_below("qrt_core/kernel");
+  const auto named_in = sources_below("tests/kernel");
+  auto walked_in = named_in;
+  for (std::string& text : sources_below("tests/support")) walked_in.push_back(std::move(text));
+  ASSERT_FALSE(headers.empty());
+  ASSERT_FALSE(named_in.empty());
+  for (const std::string& key : all_kernels().Keys()) {
+    const bool tested =
+        any_contains(named_in, key) ||
+        std::any_of(headers.begin(), headers.end(), [&](const std::string& header) {
+          return header.find(key) != std::string::npos && has_walked_list(header, walked_in);
+        });
+    EXPECT_TRUE(tested) << key << " is registered, and no test runs it";
+  }
+}
+
+TEST(KernelRows, AreAllRegistered) {
+  std::multiset<std::string> names;
+  for (const auto* row : kernel::activation_rows) names.insert(row->name);
+  for (const auto* row : kernel::pass_through_rows) names.insert(row->name);
+  for (const ConvRow& row : all_convolution_rows()) names.insert(row.name);
+  for (const std::string& name : names) {
+    EXPECT_NE(all_kernels().Create(name), nullptr) << name << " isn't registered";
+    EXPECT_EQ(names.count(name), 1u) << name << " has several rows";
+  }
+}
+
+std::vector<std::string> keys() {
+  std::vector<std::string> keys = all_kernels().Keys();
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+// What holds for every kernel, whatever its family.
+class AnyKernel : public testing::TestWithParam<std::string> {
+ protected:
+  std::shared_ptr<IKernel> kernel_ = make_kernel(GetParam());
+};
+
+TEST_P(AnyKernel, AnswersByItsKey) { EXPECT_EQ(kernel_->GetKernelName(), GetParam()); }
+
+TEST_P(AnyKernel, IsNewAndNotConfigured) {
+  EXPECT_FALSE(kernel_->IsConfigured());
+  EXPECT_NE(kernel_, make_kernel(GetParam()));
+}
+
+TEST_P(AnyKernel, PreparesForNothing) {
+  IKernel::Tensors inputs;
+  IKernel::Tensors outputs;
+  bool transient = true;
+  EXPECT_EQ(kernel_->PrepareForward(nullptr, inputs, transient, outputs), 0);
+  EXPECT_TRUE(transient);
+  EXPECT_TRUE(outputs.empty());
+}
+
+// Recurrent kernels carry a state from pass to pass, all others answer that they have none.
+TEST_P(AnyKernel, ResetsAStateIfItIsRecurrent) {
+  const std::regex recurrent("^(RNN|LSTM|GRU)(Cell)?_");
+  EXPECT_EQ(kernel_->ResetState(), std::regex_search(GetParam(), recurrent) ? 0 : -4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Registered, AnyKernel, testing::ValuesIn(keys()),
+                         [](const auto& test) { return test.param; });
+
+TEST(KernelKeys, CompareExactly) {
+  EXPECT_EQ(all_kernels().Create("relu_Fallback_Float_M1"), nullptr);
+  EXPECT_EQ(all_kernels().Create("ReLU_Fallback_Float_M1 "), nullptr);
+  EXPECT_EQ(all_kernels().Create(""), nullptr);
+}
+
+}  // namespace
+}  // namespace marlo::test
