@@ -29,8 +29,6 @@ target_compile_options(qrt_build_flags INTERFACE -fno-trapping-math)
 target_compile_options(qrt_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 # GCC 12 sees overlapping copies in plain concatenations of strings at -O3 (its bug 105651).
 target_compile_options(qrt_build_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
-# GCC 12 sees overlapping copies where a literal and a temporary string are joined.
-target_compile_options(qrt_build_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 if(QRT_WARNINGS_AS_ERRORS)
   target_compile_options(qrt_build_flags INTERFACE -Werror)
 endif()
