@@ -41,6 +41,8 @@ void FILEWriter::write_count(uint64_t count) {
 template <typename T>
 void FILEWriter::write_vector(const std::vector<T>& values) {
   write_count(values.size());
+  // An empty vector may have no buffer, which fwrite must not be given.
+  if (values.empty()) return;
   if (std::fwrite(values.data(), sizeof(T), values.size(), stream_) != values.size()) {
     fail_to_write<std::vector<T>>(stream_);
   }
