@@ -27,8 +27,8 @@ class FILEReader final : public Visitor {
   template <typename T>
   void Require(uint64_t count, uint64_t bytes) const;
 
-  /// Reads `count` halves that stand back to back, without a count of their own. Weights are most of
-  /// a model, and one call per number would be most of the time to load it.
+  /// Reads `count` halves that stand back to back, without a count of their own. Weights are most
+  /// of a model, and one call per number would be most of the time to load it.
   void ReadHalves(half_float::half* values, uint64_t count);
 
  private:

@@ -37,7 +37,7 @@ TEST_P(ActivationKernel, ComputesEveryCountUpTo300) {
 }
 
 TEST_P(ActivationKernel, TakesUnalignedBuffers) {
-  for (const size_t count : {0, 1, 15, 16, 17, 63, 131}) {
+  for (const size_t count : std::vector<size_t>{0, 1, 15, 16, 17, 63, 131}) {
     ActivationTester().count(count).unaligned().test(row());
   }
 }
