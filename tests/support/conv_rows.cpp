@@ -16,7 +16,7 @@ template <typename Geometry>
 ConvRow any_row(const ConvolutionRow<Geometry>& row) {
   ConvRow any;
   any.name = row.name;
-  any.layout = row.layout;
+  any.layout = row.input.layout;
   any.is_line = std::is_same_v<Geometry, LineGeometry>;
   any.is_transposed = std::is_same_v<Geometry, TransposedGeometry>;
   any.is_reference = any.name.find("_Fallback_") != std::string::npos;

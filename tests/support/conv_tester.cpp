@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "tests/support/blocked_layout.h"
 #include "tests/support/compare.h"
 #include "tests/support/conv_setup.h"
 #include "tests/support/kernels.h"
@@ -29,19 +30,25 @@ class ConvRun {
  public:
   ConvRun(const ConvolutionRow<Geometry>& row, const ConvCase& sizes, const ConvData& data,
           Buffer buffer)
-      : kernel_(make_kernel(row.name)) {
+      : row_(row), sizes_(sizes), kernel_(make_kernel(row.name)) {
     EXPECT_TRUE(kernel_->Config(describe<Geometry>(sizes, data), nullptr, context_));
     EXPECT_TRUE(kernel_->IsConfigured());
-    const auto dims = dims_of<Geometry>(sizes.in_channels, static_cast<int>(sizes.height),
-                                        static_cast<int>(sizes.width));
-    input_ = buffer == Buffer::from_pool ? context_.floats(dims, row.layout, data.input)
-                                         : context_.external_floats(dims, row.layout, data.input);
+    const auto layout = row.input.layout;
+    const auto dims =
+        dims_in_layout(dims_of<Geometry>(sizes.in_channels, static_cast<int>(sizes.height),
+                                         static_cast<int>(sizes.width)),
+                       layout);
+    const auto values = to_layout(data.input, sizes.in_channels, layout);
+    input_ = buffer == Buffer::from_pool ? context_.floats(dims, layout, values)
+                                         : context_.external_floats(dims, layout, values);
     EXPECT_EQ(kernel_->CheckInputs({input_}), 0);
   }
 
   IKernel& kernel() { return *kernel_; }
   const TensorShape& input_shape() const { return input_->shape; }
-  std::vector<float> input() const { return values_of(*input_); }
+  std::vector<float> input() const {
+    return from_layout(values_of(*input_), sizes_.in_channels, row_.input.layout);
+  }
 
   std::vector<float> forward(const TensorShape& expected) {
     IKernel::Tensors outputs;
@@ -51,10 +58,12 @@ class ConvRun {
     EXPECT_TRUE(outputs[0]->shape == expected);
     EXPECT_EQ(kernel_->CheckOutputs(outputs), 0);
     context_.pool().check();
-    return values_of(*outputs[0]);
+    return from_layout(values_of(*outputs[0]), sizes_.out_channels, row_.output.layout);
   }
 
  private:
+  const ConvolutionRow<Geometry>& row_;
+  const ConvCase sizes_;
   TestContext context_;
   std::shared_ptr<IKernel> kernel_;
   std::shared_ptr<runtime::TensorCPU> input_;
@@ -63,8 +72,8 @@ class ConvRun {
 template <typename Geometry>
 TensorShape output_shape(const ConvolutionRow<Geometry>& row, const ConvCase& sizes,
                          const ConvOracle& oracle) {
-  return TensorShape(dims_of<Geometry>(sizes.out_channels, oracle.height, oracle.width),
-                     DataType::FLOAT32, row.layout);
+  const auto dims = dims_of<Geometry>(sizes.out_channels, oracle.height, oracle.width);
+  return TensorShape(dims_in_layout(dims, row.output.layout), DataType::FLOAT32, row.output.layout);
 }
 
 template <typename Geometry, typename Agrees>

@@ -45,11 +45,16 @@ struct Conv1dParams {
 /// One run of a convolution core: pointers to dense arrays, and their sizes.
 ///
 /// `input` is the padded copy where the kernel makes one. `output` holds the bias or zeros, onto
-/// which the core adds.
+/// which the core adds, unless the kernel has no step that fills it. A core that knows no groups
+/// runs over `in_blocks` and `out_blocks`, the counts that the packed weights have: channels that
+/// don't fill a block have no weights, and the tensors may have more blocks than that.
 struct ConvTask {
-  const float* input = nullptr;   ///< [in_channels, in_height, in_width]
+  const float* input = nullptr;   ///< [channels or blocks, in_height, in_width, block]
   const float* weight = nullptr;  ///< as the kernel packed it
-  float* output = nullptr;        ///< [out_channels, out_height, out_width]
+  const float* bias = nullptr;    ///< one for each output channel; null without a bias
+  float* output = nullptr;        ///< [channels or blocks, out_height, out_width, block]
+  uint32_t in_blocks = 0;         ///< channels of a group, in blocks of the input's layout
+  uint32_t out_blocks = 0;        ///< channels of a group, in blocks of the output's layout
   uint32_t in_height = 0;
   uint32_t in_width = 0;
   uint32_t out_height = 0;

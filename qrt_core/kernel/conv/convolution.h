@@ -16,6 +16,14 @@ namespace marlo::kernel {
 template <typename Geometry>
 class Convolution;
 
+/// What a kernel demands of the tensor on one of its sides. Data types that a check lets pass are
+/// not always computed: a pass refuses FLOAT16, so that a configuration can fall back before it.
+struct ConvolutionSide {
+  runtime::LayoutType layout = runtime::LayoutType::CHW;
+  bool passes_half = false;    ///< the check accepts FLOAT16 beside FLOAT32
+  bool tests_channels = true;  ///< the check compares the channels with the description
+};
+
 /// One convolution kernel: what it accepts, and the functions that its steps call.
 template <typename Geometry>
 struct ConvolutionRow : KernelRow {
@@ -25,13 +33,28 @@ struct ConvolutionRow : KernelRow {
 
   /// Whether the kernel can run these parameters.
   bool (*accepts)(const Params& params) = nullptr;
-  runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of input and output
+  ConvolutionSide input;
+  ConvolutionSide output;
   /// The padded copy of the input, made on every pass; null for a core that needs none.
   TensorPointer (*pad)(const TensorPointer& input, const Params& params,
                        const std::shared_ptr<runtime::DeviceCPU>& device) = nullptr;
-  /// Gives an output the bias of its channels.
+  /// The weights in the order in which the core reads them; null for a core that reads them as they
+  /// come.
+  TensorPointer (*pack)(TensorPointer weight, std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
+  /// Gives an output the bias of its channels; without a bias it is cleared.
   int (*fill_bias)(TensorPointer bias, TensorPointer output) = nullptr;
-  conv::Core core = nullptr;  ///< adds the products onto the output
+  /// The core starts from `ConvTask::bias` itself and writes every output that has weights, so that
+  /// the step above is left out where all have.
+  bool starts_from_bias = false;
+  conv::Core core = nullptr;      ///< adds the products onto the output
+  conv::Method method = nullptr;  ///< takes the place of `core` where scratch memory is needed
+
+  /// The same kernel with one layout on both sides.
+  constexpr ConvolutionRow in_layout(runtime::LayoutType layout) const {
+    ConvolutionRow row = *this;
+    row.input.layout = row.output.layout = layout;
+    return row;
+  }
 };
 
 /// See `ConvolutionRow`. Immutable once configured.
@@ -53,9 +76,10 @@ class Convolution : public KernelFamily {
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
 
-  bool is_plane_of(const Tensors& tensors, uint32_t channels) const;
+  runtime::TensorShape output_shape(const runtime::TensorShape& input) const;
   TensorPointer prepared_input(const Tensors& inputs, const Context& context) const;
   TensorPointer initial_output(const runtime::TensorShape& input, const Context& context) const;
+  ConvTask task_of(const runtime::TensorCPU& input, runtime::TensorCPU& output) const;
 
   const Row& row_;
   Params params_;

@@ -45,11 +45,10 @@ constexpr ConvolutionRow<TransposedGeometry> reference_transposed_convolution() 
 constexpr ConvolutionRow<LineGeometry> reference_line_convolution() {
   ConvolutionRow<LineGeometry> row;
   row.accepts = accepts_any_line;
-  row.layout = runtime::LayoutType::CL;
   row.pad = pad_cl;
   row.fill_bias = FillBias_CL_Float_Fallback;
   row.core = conv::direct_portable;
-  return row;
+  return row.in_layout(runtime::LayoutType::CL);
 }
 
 #define QRT_PLANE_REFERENCE_KERNELS(KERNEL) \

@@ -55,8 +55,9 @@ void move(const LayoutTransformRow& row, const TensorCPU& input, TensorCPU& outp
            channels, pixels);
 }
 
-void move(const LayoutTransformRow& row, const std::shared_ptr<TensorCPU>& input,
-          const std::shared_ptr<TensorCPU>& output) {
+// Every caller is a free function of a vector kernel, and a build may have none of these.
+[[maybe_unused]] void move(const LayoutTransformRow& row, const std::shared_ptr<TensorCPU>& input,
+                           const std::shared_ptr<TensorCPU>& output) {
   Assert(input != nullptr && output != nullptr, "%s: input and output must be tensors", row.name);
   move(row, *input, *output);
 }

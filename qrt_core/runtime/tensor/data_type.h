@@ -29,6 +29,10 @@ enum class LayoutType : uint32_t {
   GNCHW = 11,        ///< [G, N, C, H, W]: convolution weights as they come from a model
   GN4C4HW4n4c = 12,  ///< [G, N/4, C/4, H, W, 4, 4]: packed convolution weights
   GN8C8HW8n8c = 16,  ///< name only
+  G4NCHWg4 = 17,     ///< [G/4, N, C, H, W, 4]: packed weights of a depthwise convolution
+  G8NCHWg8 = 18,     ///< [G/8, N, C, H, W, 8]: the same in blocks of 8
+  GN4CHWn4 = 19,     ///< [G, N/4, C, H, W, 4] or [G, N, C/4, H, W, 4]: packed weights
+  GN8CHWn8 = 20,     ///< [G, N/8, C, H, W, 8] or [G, N, C/8, H, W, 8]: packed weights
   GN = 21,           ///< [G, N]: bias of a convolution
   NHWC = 22,         ///< name only
   FLEXIABLE = 23,    ///< no layout meaning
@@ -37,6 +41,11 @@ enum class LayoutType : uint32_t {
   SC = 30,           ///< [S, C]: sequence of vectors
   GNCL = 32,         ///< [G, N, C, L]: weights of a one-dimensional convolution
   CL = 33,           ///< [C, L]: channels by length
+  NC = 34,           ///< [N, C]: weights of a full connection
+  N8C8c8n8 = 35,     ///< [N/8, C/8, 8, 8]: packed weights of a full connection
+  GN8C8HWc8n8 = 36,  ///< [G, N/8, C/8, H, W, 8, 8]: packed weights, output channels innermost
+  GN4C8HWn4c8 = 37,  ///< [G, N/4, C/8, H, W, 4, 8]: packed weights, input channels innermost
+  GN8C4HWn8c4 = 38,  ///< [G, N/8, C/4, H, W, 8, 4]: packed weights, input channels innermost
 };
 
 /// Where the bytes of a tensor are. Only `MainMemory` is allocated by this library.
@@ -71,6 +80,13 @@ constexpr uint32_t ElementSize(DataType type) {
       return 1;
   }
   return 0;
+}
+
+/// Channels of a pixel that lie side by side in an activation tensor of this layout: 4 or 8 for the
+/// blocked forms, 1 for planes.
+constexpr uint32_t BlockSize(LayoutType layout) {
+  if (layout == LayoutType::C4HW4) return 4;
+  return layout == LayoutType::C8HW8 ? 8 : 1;
 }
 
 /// Printed name of a data type; null for a code without one.
