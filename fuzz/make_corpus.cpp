@@ -10,6 +10,7 @@
 
 #include "qrt_core/qrt_core.h"
 #include "tests/runtime/model/object_forms.h"
+#include "tests/support/legacy_writer.h"
 
 namespace {
 
@@ -98,6 +99,40 @@ void keep_models() {
   model.config_arr->cfgs["net"]->cpu_sse->ToFile((corpus / "qrcfg_fuzz" / "small").c_str(), "bin");
 }
 
+// A network of the earlier generation with every record, and one of the first version.
+void keep_legacy() {
+  using namespace marlo::test;
+  LegacyConvolution convolution;
+  convolution.activation = 2;
+  convolution.in = convolution.out = {1, 2};
+  convolution.groups = 2;
+  convolution.weights = convolution.biases = {1, 2};
+  LegacyConvolution depthwise = convolution;
+  depthwise.code = 3;
+  depthwise.id = 2;
+  LegacyConvolution transposed = convolution;
+  transposed.code = 2;
+  transposed.id = 3;
+  LegacyPooling pooling;
+  pooling.id = 4;
+  LegacyLSTM lstm;
+  lstm.id = 14;
+  lstm.bidirectional = 1;
+  lstm.arrays.assign(8, {1, 2, 3, 4});
+  LegacyWriter all;
+  all.input(0).convolution(convolution).convolution(depthwise).convolution(transposed);
+  all.pooling(pooling).pixel_shuffle(5, 4, 2).batch_normalization(6, 5, 1, {1, 2, 3, 4});
+  all.activation(7, 6, 6, 0.5f, 0).element_wise(8, {7, 6}, 0, 1).concatenate(9, {8, 7}, 0);
+  all.upsampling(10, 9, 2, 2, 0, 1).tensor_reshape(11, 10, {4}).tensor_transpose(12, 11, {0});
+  all.tensor_squeeze(13, 12, 0).lstm(lstm).full_connection(15, 14, 2, 1, 1, {1, 2}, {3});
+  all.tensor_activation(16, 15, 3, 1, 0).tensor_input(17, 1).record(27);
+  keep("legacy_fuzz", "all", all.text());
+  depthwise.in.channels = depthwise.out.channels = 1;
+  depthwise.weights = depthwise.biases = {1};
+  keep("legacy_fuzz", "first_version", LegacyWriter(10000).input(0).convolution(depthwise).text());
+  keep("legacy_fuzz", "refused", LegacyWriter().record(9).text());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -110,5 +145,6 @@ int main(int argc, char** argv) {
   keep_parameters();
   keep_trees();
   keep_models();
+  keep_legacy();
   return 0;
 }

@@ -134,4 +134,13 @@ inline void read_qrcfg(const uint8_t* data, size_t size) {
   accepted([&] { runtime::QRModelMultiBackendCfgsArr().FromFile(several.path().c_str()); });
 }
 
+inline void read_legacy(const uint8_t* data, size_t size) {
+  static const ScratchFile file(".qrm");
+  Library::get();
+  file.write(data, size);
+  runtime::QRModelInfo info;
+  accepted([&] { info.LoadFromQRModel1(file.path().c_str()); });
+  accepted([&] { info.GetOutputIDs(); });
+}
+
 }  // namespace marlo::fuzz

@@ -51,9 +51,9 @@ double TimeMetrics::toc() {
   return now;
 }
 
-double TimeMetrics::avg() { return count_ == 0 ? 0.0 : sum_ / static_cast<double>(count_); }
+double TimeMetrics::avg() const { return count_ == 0 ? 0.0 : sum_ / static_cast<double>(count_); }
 
-double TimeMetrics::var() {
+double TimeMetrics::var() const {
   if (count_ == 0) return 0.0;
   const double mean = avg();
   double squares = 0.0;
@@ -61,17 +61,17 @@ double TimeMetrics::var() {
   return squares / static_cast<double>(count_);
 }
 
-double TimeMetrics::std() { return std::sqrt(var()); }
+double TimeMetrics::std() const { return std::sqrt(var()); }
 
-double TimeMetrics::sum() { return sum_; }
+double TimeMetrics::sum() const { return sum_; }
 
-uint64_t TimeMetrics::cnt() { return count_; }
+uint64_t TimeMetrics::cnt() const { return count_; }
 
-double TimeMetrics::tmin() { return minimum_; }
+double TimeMetrics::tmin() const { return minimum_; }
 
-double TimeMetrics::tmax() { return maximum_; }
+double TimeMetrics::tmax() const { return maximum_; }
 
-double TimeMetrics::feq() { return getTickFrequency(); }
+double TimeMetrics::feq() const { return getTickFrequency(); }
 
 void TimeMetrics::clear() {
   last_tick_ = 0.0;

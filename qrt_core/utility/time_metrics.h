@@ -39,21 +39,21 @@ class QRT_API TimeMetrics {
   double toc();
 
   /// Mean of the samples; 0 without samples.
-  double avg();
+  double avg() const;
   /// Population variance of the samples; 0 without samples.
-  double var();
+  double var() const;
   /// Square root of `var`.
-  double std();
+  double std() const;
   /// Sum of the samples.
-  double sum();
+  double sum() const;
   /// Number of samples.
-  uint64_t cnt();
+  uint64_t cnt() const;
   /// Smallest sample; 3.4028234663852886e38 without samples.
-  double tmin();
+  double tmin() const;
   /// Largest sample; 1.1754943508222875e-38 without samples.
-  double tmax();
+  double tmax() const;
   /// Ticks per second of the counter, read afresh.
-  double feq();
+  double feq() const;
   /// Forgets all samples and keeps the memory that held them.
   void clear();
 

@@ -139,11 +139,11 @@ std::unordered_map<unsigned int, Tensors> Net::Forward(const TensorMap& inputs,
     if (requested) {
       pass.results[index] = out;
       pending.erase(wanted);
+      outputs_by_id.emplace(index, std::move(out));
     } else {
       pass.results[index] = std::move(out);
     }
     release_inputs(pass, index);
-    if (requested) outputs_by_id.emplace(index, std::move(out));
 
     if (cpu_times != nullptr) {
       cpu_times->push_back(static_cast<float>(utility::get_time_in_ms() - start));

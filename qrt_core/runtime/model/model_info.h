@@ -58,6 +58,14 @@ class QRT_API QRModelInfo : public Serializable {
   /// @throws std::runtime_error for a layer that reads one that isn't in the table
   std::vector<std::string> GetOutputIDs();
 
+  /// Takes the place of what the object held with a network from a file of the earlier generation.
+  /// Layers are named "layer-12"; one with an activation of its own becomes two, "layer-12!" and
+  /// "layer-12". Transposed convolutions keep the weights and paddings of those files, which are
+  /// those that the SSE and AVX kernels read.
+  /// @throws std::runtime_error for a file that can't be read whole, and for layers that have no
+  ///   counterpart; the object is then as before
+  void LoadFromQRModel1(const char* path);
+
   std::vector<std::string> squential_output_ids;  ///< layers whose results the network returns
   NetExtraInfo extra_info;
   std::vector<std::string> squential_ids;  ///< layer ids in execution order

@@ -302,7 +302,8 @@ INSTANTIATE_TEST_SUITE_P(AllHarnesses, KeptInputs,
                          ::testing::Values(Harness{"json_fuzz", fuzz::read_json},
                                            Harness{"qrtmodel_fuzz", fuzz::read_qrtmodel},
                                            Harness{"qrmod_fuzz", fuzz::read_qrmod},
-                                           Harness{"qrcfg_fuzz", fuzz::read_qrcfg}),
+                                           Harness{"qrcfg_fuzz", fuzz::read_qrcfg},
+                                           Harness{"legacy_fuzz", fuzz::read_legacy}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace
