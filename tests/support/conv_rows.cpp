@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "qrt_core/kernel/conv/point_convolution.h"
 #include "tests/support/conv_setup.h"
 
 namespace marlo::test {
@@ -20,6 +21,7 @@ ConvRow any_row(const ConvolutionRow<Geometry>& row) {
   any.is_line = std::is_same_v<Geometry, LineGeometry>;
   any.is_transposed = std::is_same_v<Geometry, TransposedGeometry>;
   any.is_reference = any.name.find("_Fallback_") != std::string::npos;
+  any.takes_any_shape = any.name.find("_Kn") != std::string::npos;
   any.test = [&row](const ConvTester& tester) { return tester.test(row); };
   any.output = [&row](const ConvTester& tester, const ConvData& data) {
     return tester.output(row, data);
@@ -36,6 +38,15 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::plane_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::transposed_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::line_convolution_rows) rows.push_back(any_row(*row));
+#if QRT_WITH_SSE || QRT_WITH_AVX
+  for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
+#endif
+  return rows;
+}
+
+std::vector<ConvRow> any_shape_convolution_rows() {
+  std::vector<ConvRow> rows = all_convolution_rows();
+  std::erase_if(rows, [](const ConvRow& row) { return !row.takes_any_shape; });
   return rows;
 }
 

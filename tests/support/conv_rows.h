@@ -18,7 +18,8 @@ struct ConvRow {
   runtime::LayoutType layout;
   bool is_line = false;
   bool is_transposed = false;
-  bool is_reference = false;  ///< one of the portable kernels, which take every size
+  bool is_reference = false;     ///< one of the portable kernels, which take every size
+  bool takes_any_shape = false;  ///< any filter, stride, dilation and padding
 
   /// Runs `ConvTester::test`.
   std::function<bool(const ConvTester&)> test;
@@ -32,6 +33,9 @@ struct ConvRow {
 
 /// Every convolution kernel of this build.
 std::vector<ConvRow> all_convolution_rows();
+
+/// The kernels that aren't made for one filter.
+std::vector<ConvRow> any_shape_convolution_rows();
 
 /// The portable kernels, which define what the others compute.
 std::vector<ConvRow> reference_convolution_rows();

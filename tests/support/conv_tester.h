@@ -71,7 +71,8 @@ class ConvTester {
 
   /// Tests the row's kernel: small integers exactly, floats within their bound, tensors from a
   /// hostile pool and an input in an unaligned buffer of its own. A kernel that doesn't take these
-  /// sizes must refuse them in `CheckConfig`.
+  /// sizes must refuse them in `CheckConfig`. What a kernel accepts and leaves partly uncomputed,
+  /// groups that it doesn't know and channels that don't fill a block, isn't run.
   /// @return whether the kernel ran
   template <typename Geometry>
   bool test(const kernel::ConvolutionRow<Geometry>& row) const;

@@ -65,14 +65,23 @@ int FillBias_CL_Float_Fallback(std::shared_ptr<TensorCPU> bias, std::shared_ptr<
   return fill_bias(*bias, *output, LayoutType::CL, 1, fill::repeat_portable);
 }
 
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+// AVX kernels use it as well, also in a build without those for SSE.
+int FillBias_C4HW4_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+#if QRT_WITH_SSE
+  return fill_bias(*bias, *output, LayoutType::C4HW4, 4, fill::repeat_sse);
+#else
+  return fill_bias(*bias, *output, LayoutType::C4HW4, 4, fill::repeat_avx);
+#endif
+}
+
+#endif
+
 #if QRT_WITH_SSE
 
 int FillBias_CHW_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
   return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::repeat_sse);
-}
-
-int FillBias_C4HW4_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
-  return fill_bias(*bias, *output, LayoutType::C4HW4, 4, fill::repeat_sse);
 }
 
 int FillBias_C8HW8_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {

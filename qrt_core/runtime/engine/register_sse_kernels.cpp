@@ -51,6 +51,13 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<Upsampling2D_Bilinear_SSE_CHW_Float_M3>(kernels);
   add_kernel<Expand_SSE_CHW_Float_M1>(kernels);
   add_kernel<Expand_SSE_C4HW4_Float_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

@@ -1,0 +1,177 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/product_vectors_internal.h"
+
+// The product of a matrix of weights with whole planes: a 1x1 convolution of tensors that aren't
+// blocked, whose vectors are neighbouring pixels. Internal to the file that includes it.
+
+namespace marlo::kernel::conv {
+namespace {
+
+/// One product: plane n = bias n, or zero, plus the sum over k of weight [n][k] times plane k.
+/// Distances are in floats.
+struct PlaneProduct {
+  const float* input = nullptr;
+  size_t in_plane = 0;
+  size_t in_row = 0;
+  size_t in_planes = 0;
+  const float* weight = nullptr;  ///< [out_planes, in_planes]
+  const float* bias = nullptr;    ///< null for none
+  float* output = nullptr;
+  size_t out_plane = 0;
+  size_t out_row = 0;
+  size_t out_planes = 0;
+  size_t rows = 1;
+  size_t pixels = 0;  ///< of a row
+};
+
+/// Pixels that stand side by side.
+template <typename Vector>
+struct EachPixel {
+  static constexpr size_t kStep = 1;
+  static typename Vector::Register load(const float* from) noexcept { return Vector::load(from); }
+};
+
+/// Every other pixel: the even lanes of eight floats.
+struct EvenPixels {
+  static constexpr size_t kStep = 2;
+  static __m128 load(const float* from) noexcept {
+    return _mm_shuffle_ps(_mm_loadu_ps(from), _mm_loadu_ps(from + 4), _MM_SHUFFLE(2, 0, 2, 0));
+  }
+};
+
+/// Computes products in tiles of four planes by three vectors, 12 sums in registers. Each sum
+/// begins with the bias and runs over the planes in order, whatever its tile. The last vector of a
+/// row may load up to a vector past its end, and stores what is in the row.
+template <typename Vector, typename Pixels>
+class PlaneProductTiles {
+  using Register = typename Vector::Register;
+  static constexpr size_t kLanes = Vector::kLanes;
+  static constexpr size_t kMostPlanes = 4;
+  static constexpr size_t kMostVectors = 3;
+  // So many planes of so many tiles stay in L1 while all output planes pass over them.
+  static constexpr size_t kDepth = 128;
+  static constexpr size_t kPanelTiles = 24 / kLanes;
+
+  struct Tile {
+    const float* input;
+    const float* weight;
+    const float* bias;
+    float* output;
+    size_t depth;
+    size_t pixels;  // to the end of the row
+    bool is_first;
+  };
+
+ public:
+  explicit PlaneProductTiles(const PlaneProduct& product) noexcept : product_(product) {}
+
+  void run() const noexcept {
+    size_t first = 0;
+    do {
+      const size_t depth = smaller_of(product_.in_planes - first, kDepth);
+      for (size_t row = 0; row < product_.rows; ++row) run_row(row, first, depth);
+      first += depth;
+    } while (first < product_.in_planes);
+  }
+
+ private:
+  void run_row(size_t row, size_t first, size_t depth) const noexcept {
+    const size_t vectors = parts_of(product_.pixels, kLanes);
+    const size_t tiles = parts_of(vectors, kMostVectors);
+    const size_t groups = parts_of(product_.out_planes, kMostPlanes);
+    for (size_t panel = 0; panel < tiles; panel += kPanelTiles) {
+      const size_t end_tile = smaller_of(panel + kPanelTiles, tiles);
+      for (size_t group = 0; group < groups; ++group) {
+        const size_t plane = part_begin(group, groups, product_.out_planes);
+        const size_t planes = part_begin(group + 1, groups, product_.out_planes) - plane;
+        for (size_t index = panel; index < end_tile; ++index) {
+          const size_t begin = part_begin(index, tiles, vectors);
+          const size_t end = part_begin(index + 1, tiles, vectors);
+          with_planes<kMostPlanes>(planes, end - begin,
+                                   tile_at(row, begin * kLanes, plane, first, depth));
+        }
+      }
+    }
+  }
+
+  Tile tile_at(size_t row, size_t pixel, size_t plane, size_t first, size_t depth) const noexcept {
+    const PlaneProduct& p = product_;
+    return {p.input + first * p.in_plane + row * p.in_row + pixel * Pixels::kStep,
+            p.weight + plane * p.in_planes + first,
+            p.bias == nullptr ? nullptr : p.bias + plane,
+            p.output + plane * p.out_plane + row * p.out_row + pixel,
+            depth,
+            p.pixels - pixel,
+            first == 0};
+  }
+
+  template <size_t planes>
+  void with_planes(size_t count, size_t vectors, const Tile& tile) const noexcept {
+    if constexpr (planes > 1) {
+      if (count < planes) return with_planes<planes - 1>(count, vectors, tile);
+    }
+    with_vectors<planes, kMostVectors>(vectors, tile);
+  }
+
+  template <size_t planes, size_t vectors>
+  void with_vectors(size_t count, const Tile& tile) const noexcept {
+    if constexpr (vectors > 1) {
+      if (count < vectors) return with_vectors<planes, vectors - 1>(count, tile);
+    }
+    run_tile<planes, vectors>(tile);
+  }
+
+  template <size_t planes, size_t vectors>
+  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
+    const size_t out_plane = product_.out_plane;
+    const size_t weight_row = product_.in_planes;
+    Register sums[planes][vectors];
+    unrolled<planes>(QRT_UNROLLED(n) {
+      const Register bias = tile.bias == nullptr ? Vector::zero() : Vector::splat(tile.bias + n);
+      unrolled<vectors>(
+          QRT_UNROLLED(v) { sums[n][v] = tile.is_first ? bias : load_output(tile, n, v); });
+    });
+    const float* input = tile.input;
+    const float* weight = tile.weight;
+    for (size_t k = 0; k < tile.depth; ++k) {
+      Register x[vectors];
+      unrolled<vectors>(
+          QRT_UNROLLED(v) { x[v] = Pixels::load(input + v * kLanes * Pixels::kStep); });
+      unrolled<planes>(QRT_UNROLLED(n) {
+        const Register w = Vector::splat(weight + n * weight_row);
+        unrolled<vectors>(
+            QRT_UNROLLED(v) { sums[n][v] = Vector::plus_product(sums[n][v], x[v], w); });
+      });
+      input += product_.in_plane;
+      ++weight;
+    }
+    unrolled<planes>(QRT_UNROLLED(n) {
+      float* output = tile.output + n * out_plane;
+      unrolled<vectors>(QRT_UNROLLED(v) {
+        const size_t before = v * kLanes;
+        const bool whole = v + 1 < vectors || tile.pixels >= vectors * kLanes;
+        if (whole) {
+          Vector::store(output + before, sums[n][v]);
+        } else {
+          store_some(output + before, tile.pixels - before, sums[n][v]);
+        }
+      });
+    });
+  }
+
+  Register load_output(const Tile& tile, size_t plane, size_t vector) const noexcept {
+    return Vector::load(tile.output + plane * product_.out_plane + vector * kLanes);
+  }
+
+  [[gnu::noinline]] static void store_some(float* to, size_t count, Register x) noexcept {
+    float lanes[kLanes];
+    Vector::store(lanes, x);
+    for (size_t i = 0; i < count; ++i) to[i] = lanes[i];
+  }
+
+  const PlaneProduct& product_;
+};
+
+}  // namespace
+}  // namespace marlo::kernel::conv

@@ -1,0 +1,149 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/convolution.h"
+#include "qrt_core/kernel/conv/point_convolution_cores.h"
+#include "qrt_core/kernel/conv/weight_packing.h"
+#include "qrt_core/utility/build_options.h"
+
+// 1x1 convolutions: products of a matrix of weights with the pixels. They read their input
+// directly, as there is no padding, and know no groups.
+
+namespace marlo::kernel {
+
+/// @name Acceptance
+/// Filters of 1 x 1 without dilation and padding, at least one group, and the stride in the name.
+/// Members over planes want channels above zero as well.
+/// @{
+bool accepts_point(const Conv2dParams& params);
+bool accepts_point_stride2(const Conv2dParams& params);
+bool accepts_point_planes(const Conv2dParams& params);
+bool accepts_point_planes_stride2(const Conv2dParams& params);
+/// @}
+
+using PlaneRow = ConvolutionRow<PlaneGeometry>;
+
+/// A 1x1 convolution at stride 1 between two layouts.
+constexpr PlaneRow point_convolution(runtime::LayoutType input, runtime::LayoutType output,
+                                     decltype(PlaneRow::pack) pack,
+                                     decltype(PlaneRow::fill_bias) fill_bias, conv::Core core) {
+  PlaneRow row;
+  row.accepts = accepts_point;
+  row.input = {input, true, input != runtime::LayoutType::CHW};
+  row.output = {output, false, false};
+  row.pack = pack;
+  row.fill_bias = fill_bias;
+  row.starts_from_bias = true;
+  row.core = core;
+  return row;
+}
+
+/// The same in one blocked layout.
+constexpr PlaneRow point_blocks(runtime::LayoutType layout, decltype(PlaneRow::pack) pack,
+                                decltype(PlaneRow::fill_bias) fill_bias, conv::Core core) {
+  return point_convolution(layout, layout, pack, fill_bias, core);
+}
+
+/// The same over planes, whose weights stay as they come.
+constexpr PlaneRow point_planes(decltype(PlaneRow::fill_bias) fill_bias, conv::Core core) {
+  PlaneRow row = point_blocks(runtime::LayoutType::CHW, nullptr, fill_bias, core);
+  row.accepts = accepts_point_planes;
+  return row;
+}
+
+/// The same at stride 2.
+constexpr PlaneRow at_stride2(PlaneRow row) {
+  const bool planes = row.input.layout == runtime::LayoutType::CHW;
+  row.accepts = planes ? accepts_point_planes_stride2 : accepts_point_stride2;
+  return row;
+}
+
+#if QRT_WITH_SSE
+
+/// The one member that copies its input, as padding of nothing does.
+std::shared_ptr<runtime::TensorCPU> copy_of_planes(
+    const std::shared_ptr<runtime::TensorCPU>& input, const Conv2dParams& params,
+    const std::shared_ptr<runtime::DeviceCPU>& device);
+
+constexpr PlaneRow point_planes_of_copy(conv::Core core) {
+  PlaneRow row = at_stride2(point_planes(FillBias_CHW_Float_Fallback, core));
+  row.pad = copy_of_planes;
+  return row;
+}
+
+constexpr PlaneRow point_c4_sse(conv::Core core) {
+  return point_blocks(runtime::LayoutType::C4HW4,
+                      functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_SSE,
+                      FillBias_C4HW4_Float_SSE, core);
+}
+
+constexpr PlaneRow point_c8_sse(conv::Core core) {
+  return point_blocks(runtime::LayoutType::C8HW8, functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,
+                      FillBias_C8HW8_Float_SSE, core);
+}
+
+#define QRT_POINT_CONVOLUTION_KERNELS_SSE(KERNEL)                                          \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1,                                        \
+         point_planes(FillBias_CHW_Float_Fallback, conv::point_chw_sse))                   \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1, point_c4_sse(conv::point_c4_m1_sse)) \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2, point_c4_sse(conv::point_c4_m2_sse)) \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1, point_c8_sse(conv::point_c8_sse))    \
+  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1,                                        \
+         point_planes_of_copy(conv::point_stride2_chw_sse))                                \
+  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1,                                      \
+         at_stride2(point_c4_sse(conv::point_stride2_c4_sse)))                             \
+  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1,                                      \
+         at_stride2(point_c8_sse(conv::point_stride2_c8_sse)))
+
+QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL)
+
+#else
+#define QRT_POINT_CONVOLUTION_KERNELS_SSE(KERNEL)
+#endif
+
+#if QRT_WITH_AVX
+
+constexpr PlaneRow point_c8_avx(conv::Core core) {
+  return point_blocks(runtime::LayoutType::C8HW8, functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,
+                      FillBias_C8HW8_Float_AVX, core);
+}
+
+#define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)                                                 \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1,                                               \
+         point_planes(FillBias_CHW_Float_AVX, conv::point_chw_fma))                               \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1,                                             \
+         point_blocks(runtime::LayoutType::C4HW4,                                                 \
+                      functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_AVX,                       \
+                      FillBias_C4HW4_Float_SSE, conv::point_c4_fma))                              \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, point_c8_avx(conv::point_c8_m1_fma))        \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M2, point_c8_avx(conv::point_c8_m2_fma))        \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M3, point_c8_avx(conv::point_c8_m3_fma))        \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_CHW_FLOAT_M1,                                      \
+         point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::CHW,                  \
+                           functional::Function_Weight_GNCHW_To_GNC8HWc8, FillBias_CHW_Float_AVX, \
+                           conv::point_c8_to_chw_avx))                                            \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_C4HW4_FLOAT_M1,                                    \
+         point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::C4HW4,                \
+                           functional::Function_Weight_GNCHW_To_GN4C8HW8,                         \
+                           FillBias_C4HW4_Float_SSE, conv::point_c8_to_c4_fma))                   \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_TO_C8HW8_FLOAT_M1,                                    \
+         point_convolution(runtime::LayoutType::C4HW4, runtime::LayoutType::C8HW8,                \
+                           functional::Function_Weight_GNCHW_To_GN8C4HW4,                         \
+                           FillBias_C8HW8_Float_AVX, conv::point_c4_to_c8_fma))                   \
+  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1,                                             \
+         at_stride2(point_c8_avx(conv::point_stride2_c8_avx)))
+
+QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
+
+#else
+#define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)
+#endif
+
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+/// The rows of the 1x1 convolutions that this build contains.
+inline constexpr const PlaneRow* point_convolution_rows[] = {QRT_POINT_CONVOLUTION_KERNELS_SSE(
+    QRT_KERNEL_ROW) QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)};
+
+#endif
+
+}  // namespace marlo::kernel

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <immintrin.h>
+
+#include <cstddef>
+
+// The vectors that the products of matrices are written with. Everything here is internal to the
+// file that includes it, since each such file is compiled for an instruction set of its own.
+
+namespace marlo::kernel::conv {
+namespace {
+
+/// Calls `body(0)` to `body(count - 1)` without a loop, so that arrays that are indexed by the
+/// argument can be registers.
+template <size_t count, typename Body>
+[[gnu::always_inline]] inline void unrolled(Body body) noexcept {
+  if constexpr (count > 0) {
+    unrolled<count - 1>(body);
+    body(count - 1);
+  }
+}
+
+/// What `unrolled` calls must be inlined as well.
+#define QRT_UNROLLED(index) [&](size_t index) __attribute__((always_inline))
+
+/// Keeps a sum where it is computed. GCC otherwise puts off a chain of separate products and sums
+/// to its end, loads all its factors before, and has to keep them in memory.
+template <typename Register>
+[[gnu::always_inline]] inline Register in_order(Register sum) noexcept {
+  asm("" : "+x"(sum));
+  return sum;
+}
+
+/// Four lanes, products rounded before they are added.
+struct SseVector {
+  using Register = __m128;
+  static constexpr size_t kLanes = 4;
+
+  static Register zero() noexcept { return _mm_setzero_ps(); }
+  static Register load(const float* from) noexcept { return _mm_loadu_ps(from); }
+  static Register splat(const float* from) noexcept { return _mm_load1_ps(from); }
+  static void store(float* to, Register x) noexcept { _mm_storeu_ps(to, x); }
+  static Register plus_product(Register sum, Register a, Register b) noexcept {
+    return in_order(_mm_add_ps(sum, _mm_mul_ps(a, b)));
+  }
+};
+
+#ifdef __AVX__
+
+/// Eight lanes, products rounded before they are added.
+struct AvxVector {
+  using Register = __m256;
+  static constexpr size_t kLanes = 8;
+
+  static Register zero() noexcept { return _mm256_setzero_ps(); }
+  static Register load(const float* from) noexcept { return _mm256_loadu_ps(from); }
+  static Register splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
+  static void store(float* to, Register x) noexcept { _mm256_storeu_ps(to, x); }
+  static Register plus_product(Register sum, Register a, Register b) noexcept {
+    return in_order(_mm256_add_ps(sum, _mm256_mul_ps(a, b)));
+  }
+};
+
+#endif
+
+#ifdef __FMA__
+
+/// Eight lanes, products fused with their sums.
+struct FusedVector : AvxVector {
+  static Register plus_product(Register sum, Register a, Register b) noexcept {
+    return _mm256_fmadd_ps(a, b, sum);
+  }
+};
+
+#endif
+
+/// Where part `index` of `parts` begins that share `total` as evenly as can be.
+inline size_t part_begin(size_t index, size_t parts, size_t total) noexcept {
+  return index * total / parts;
+}
+
+inline size_t parts_of(size_t total, size_t most) noexcept { return (total + most - 1) / most; }
+
+inline size_t smaller_of(size_t a, size_t b) noexcept { return a < b ? a : b; }
+
+}  // namespace
+}  // namespace marlo::kernel::conv
