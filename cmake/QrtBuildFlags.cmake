@@ -36,6 +36,8 @@ endif()
 if(QRT_SANITIZE)
   target_compile_options(qrt_build_flags INTERFACE
     -fsanitize=${QRT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(qrt_build_flags INTERFACE
+    $<$<CXX_COMPILER_ID:Clang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizer_ignorelist.txt>)
   target_compile_definitions(qrt_build_flags INTERFACE _GLIBCXX_ASSERTIONS)
   target_link_options(qrt_build_flags INTERFACE -fsanitize=${QRT_SANITIZE})
 endif()

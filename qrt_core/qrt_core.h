@@ -38,5 +38,6 @@
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 #include "qrt_core/utility/application.h"
+#include "qrt_core/utility/check_shapes.h"
 #include "qrt_core/utility/log.h"
 #include "qrt_core/utility/time_metrics.h"

@@ -23,6 +23,7 @@ constexpr char kFooter[] =
     "  qrt run digits.qrtmodel --input seven.png --top 3 --labels labels.txt --preview\n"
     "  qrt run digits.qrtmodel --input seven.png --profile --repeat 100\n"
     "  qrt run net.qrtmodel --input x.npy --output y.npy\n"
+    "  qrt check net.qrtmodel --input 1x3x224x224    does every layer fit?\n"
     "  qrt convert digits.json digits.qrtmodel\n"
     "  qrt kernels relu\n"
     "\n"
@@ -111,6 +112,27 @@ void add_run(CLI::App& app, RunOptions& options) {
   command->callback([&options] { run_network(options); });
 }
 
+void add_check(CLI::App& app, CheckOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("check", "Ask every layer whether it fits, without running any");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Network to check where there are several")
+      ->type_name("ID");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N")->capture_default_str();
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Shapes are walked from the inputs through every kernel and converter: each says whether it\n"
+      "takes its inputs, what it makes of them, and whether that is right. Without --input the\n"
+      "sizes are those of the model's header; a leading 1 is dropped from 4 sizes. Faults go to\n"
+      "standard error, and the exit code is then 3.");
+  command->callback([&options] { run_check(options); });
+}
+
 void add_convert(CLI::App& app, ConvertOptions& options) {
   CLI::App* command =
       app.add_subcommand("convert", "Convert a model file between JSON and the binary form");
@@ -180,6 +202,7 @@ int run_app(int argc, char** argv) {
   catch_library_log();
   InfoOptions info;
   RunOptions run;
+  CheckOptions check;
   ConvertOptions convert;
   KernelsOptions kernels;
   CLI::App app(kDescription, "qrt");
@@ -189,6 +212,7 @@ int run_app(int argc, char** argv) {
   app.require_subcommand(1);
   add_info(app, info);
   add_run(app, run);
+  add_check(app, check);
   add_convert(app, convert);
   add_kernels(app, kernels);
   const int result = parse_and_run(app, argc, argv);

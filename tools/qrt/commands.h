@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// The four commands. Each prints its data on standard output and throws ToolError on failure.
+// The commands. Each prints its data on standard output and throws ToolError on failure.
 
 namespace qrt_tool {
 
@@ -37,6 +37,15 @@ struct RunOptions {
   bool json = false;
 };
 
+struct CheckOptions {
+  std::string model;
+  std::string network;
+  std::vector<std::string> inputs;  ///< sizes, one per input layer
+  std::string sdk;
+  size_t width = kDefaultWidth;
+  bool json = false;
+};
+
 struct ConvertOptions {
   std::string input;
   std::string output;
@@ -50,6 +59,7 @@ struct KernelsOptions {
 
 void run_info(const InfoOptions& options);
 void run_network(const RunOptions& options);
+void run_check(const CheckOptions& options);
 void run_convert(const ConvertOptions& options);
 void run_kernels(const KernelsOptions& options);
 

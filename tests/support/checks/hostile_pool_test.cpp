@@ -21,7 +21,7 @@ TEST(HostilePool, FillsBlocksWithNaNs) {
 }
 
 TEST(HostilePool, AlignsAsPromisedAndNoMore) {
-  for (const size_t alignment : {4, 16, 32}) {
+  for (const size_t alignment : {size_t{4}, size_t{16}, size_t{32}}) {
     HostilePool pool(alignment);
     for (size_t size = 0; size < 100; ++size) {
       void* const block = pool.Allocate(size);

@@ -1,0 +1,111 @@
+#include "qrt_core/utility/check_shapes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/log_capture.h"
+#include "tests/support/model_builder.h"
+
+namespace marlo::utility {
+namespace {
+
+using runtime::DataType;
+using runtime::LayoutType;
+using runtime::TensorShape;
+using test::ModelBuilder;
+using ::testing::HasSubstr;
+
+using Dims = std::vector<uint32_t>;
+
+class CheckShapes : public ::testing::Test {
+ protected:
+  CheckShapes() {
+    create_context(context_, 16);
+    init_register_operators(kernels_, params_);
+  }
+
+  std::vector<LayerShapes> check(const ModelBuilder& model, const TensorShape& input) {
+    auto builder = model;
+    const auto net =
+        runtime::CreateNet(builder.info(), builder.configuration(), kernels_, context_);
+    return check_shapes(*net, {{0, input}}, context_);
+  }
+
+  static TensorShape chw(const Dims& dims) {
+    return TensorShape(dims, DataType::FLOAT32, LayoutType::CHW);
+  }
+
+  std::shared_ptr<runtime::Context> context_;
+  runtime::KernelRegistry kernels_;
+  runtime::InferenceParamRegistry params_;
+  test::LogCapture log_;
+};
+
+// A 3x3 convolution from 2 channels to 4, then a rectifier.
+ModelBuilder two_layers() {
+  return ModelBuilder()
+      .input("x")
+      .conv2d("c", "x", test::plane_convolution(2, 4, 3, test::ramp(72)))
+      .activation("y", "c", "ReLU_Fallback_Float_M1")
+      .outputs({"y"});
+}
+
+TEST_F(CheckShapes, WalksShapesThatFit) {
+  const auto layers = check(two_layers(), chw({2, 7, 5}));
+  ASSERT_EQ(layers.size(), 3u);
+  for (const LayerShapes& layer : layers) EXPECT_EQ(layer.fault, "");
+  EXPECT_EQ(layers[0].outputs.at(0).dims, (Dims{2, 7, 5}));
+  EXPECT_EQ(layers[1].inputs.at(0).dims, (Dims{2, 7, 5}));
+  EXPECT_EQ(layers[1].outputs.at(0).dims, (Dims{4, 5, 3}));
+  EXPECT_EQ(layers[2].outputs.at(0).dims, (Dims{4, 5, 3}));
+}
+
+TEST_F(CheckShapes, NamesTheKernelAndWhatItRefuses) {
+  const auto layers = check(two_layers(), chw({3, 7, 5}));
+  EXPECT_EQ(layers[0].fault, "");
+  EXPECT_EQ(layers[1].fault,
+            "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1 refuses FLOAT32 CHW [3, 7, 5]");
+  EXPECT_TRUE(layers[1].outputs.empty());
+  EXPECT_EQ(layers[2].fault, "it reads layer 1, which gives nothing");
+}
+
+TEST_F(CheckShapes, FindsAWindowThatIsLargerThanItsInput) {
+  EXPECT_THAT(check(two_layers(), chw({2, 2, 2}))[1].fault, HasSubstr("which is empty"));
+  EXPECT_THAT(check(two_layers(), chw({2, 1, 1}))[1].fault, HasSubstr("which no tensor can hold"));
+}
+
+TEST_F(CheckShapes, TakesTheTextOfAKernelThatThrows) {
+  const TensorShape flat({4}, DataType::FLOAT32, LayoutType::CHW);
+  const auto layers = check(two_layers(), flat);
+  EXPECT_NE(layers[1].fault, "");
+}
+
+TEST_F(CheckShapes, AsksForTheShapeOfEveryInput) {
+  auto model = two_layers();
+  const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
+  const auto layers = check_shapes(*net, {}, context_);
+  EXPECT_EQ(layers[0].fault, "no shape is given for this input");
+  EXPECT_EQ(layers[1].fault, "it reads layer 0, which gives nothing");
+}
+
+#if QRT_WITH_SSE
+TEST_F(CheckShapes, GoesThroughConverters) {
+  auto model = ModelBuilder()
+                   .input("x")
+                   .activation("y", "x", "ReLU_SSE_Float_M1")
+                   .input_converter("0", "LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1")
+                   .output_converter("0", "LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1")
+                   .outputs({"y"});
+  const auto layers = check(model, chw({8, 3, 3}));
+  EXPECT_EQ(layers[1].fault, "");
+  EXPECT_EQ(layers[1].inputs.at(0).dims, (Dims{2, 3, 3, 4}));
+  EXPECT_EQ(layers[1].outputs.at(0).dims, (Dims{8, 3, 3}));
+  const TensorShape hwc({3, 3, 8}, DataType::FLOAT32, LayoutType::HWC);
+  EXPECT_THAT(
+      check(model, hwc)[1].fault,
+      HasSubstr("LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1 refuses FLOAT32 HWC"));
+}
+#endif
+
+}  // namespace
+}  // namespace marlo::utility
