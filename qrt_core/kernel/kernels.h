@@ -25,3 +25,4 @@
 #include "qrt_core/kernel/layout/reshape.h"
 #include "qrt_core/kernel/layout/slice.h"
 #include "qrt_core/kernel/layout/unsqueeze.h"
+#include "qrt_core/kernel/matrix/full_connection.h"

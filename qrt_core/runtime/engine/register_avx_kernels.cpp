@@ -55,6 +55,11 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_C4HW4_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_TO_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1>(kernels);
+  add_kernel<FullConnection_AVX_C_Float_M1>(kernels);
+  add_kernel<FullConnection_AVX_C_Float_M2>(kernels);
+  add_kernel<FullConnection_AVX_C_Float_M3>(kernels);
+  add_kernel<FullConnection_AVX_C88_Float_M1>(kernels);
+  add_kernel<FullConnection_AVX_C8HW8_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

@@ -53,6 +53,7 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<Linear_Fallback_Float_M1>(kernels);
   add_kernel<UnSqueeze_Fallback_M1>(kernels);
   add_kernel<Slice_Fallback_CHW_Float_M1>(kernels);
+  add_kernel<FullConnection_Fallback_C_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

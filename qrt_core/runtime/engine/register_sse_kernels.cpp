@@ -58,6 +58,10 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1>(kernels);
+  add_kernel<FullConnection_SSE_C_Float_M1>(kernels);
+  add_kernel<FullConnection_SSE_C44_Float_M1>(kernels);
+  add_kernel<FullConnection_SSE_BC_Float_M1>(kernels);
+  add_kernel<FullConnection_SSE_C4HW4_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

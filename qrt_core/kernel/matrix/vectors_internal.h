@@ -4,10 +4,10 @@
 
 #include <cstddef>
 
-// The vectors that the products of matrices are written with. Everything here is internal to the
+// The vectors that products of matrices are written with. Everything here is internal to the
 // file that includes it, since each such file is compiled for an instruction set of its own.
 
-namespace marlo::kernel::conv {
+namespace marlo::kernel {
 namespace {
 
 /// Calls `body(0)` to `body(count - 1)` without a loop, so that arrays that are indexed by the
@@ -19,6 +19,12 @@ template <size_t count, typename Body>
     body(count - 1);
   }
 }
+
+/// A number as a type, for the argument of a generic lambda.
+template <size_t number>
+struct Count {
+  static constexpr size_t value = number;
+};
 
 /// What `unrolled` calls must be inlined as well.
 #define QRT_UNROLLED(index) [&](size_t index) __attribute__((always_inline))
@@ -40,6 +46,8 @@ struct SseVector {
   static Register load(const float* from) noexcept { return _mm_loadu_ps(from); }
   static Register splat(const float* from) noexcept { return _mm_load1_ps(from); }
   static void store(float* to, Register x) noexcept { _mm_storeu_ps(to, x); }
+  static Register plus(Register a, Register b) noexcept { return _mm_add_ps(a, b); }
+  static Register times(Register a, Register b) noexcept { return _mm_mul_ps(a, b); }
   static Register plus_product(Register sum, Register a, Register b) noexcept {
     return in_order(_mm_add_ps(sum, _mm_mul_ps(a, b)));
   }
@@ -56,6 +64,8 @@ struct AvxVector {
   static Register load(const float* from) noexcept { return _mm256_loadu_ps(from); }
   static Register splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
   static void store(float* to, Register x) noexcept { _mm256_storeu_ps(to, x); }
+  static Register plus(Register a, Register b) noexcept { return _mm256_add_ps(a, b); }
+  static Register times(Register a, Register b) noexcept { return _mm256_mul_ps(a, b); }
   static Register plus_product(Register sum, Register a, Register b) noexcept {
     return in_order(_mm256_add_ps(sum, _mm256_mul_ps(a, b)));
   }
@@ -84,4 +94,4 @@ inline size_t parts_of(size_t total, size_t most) noexcept { return (total + mos
 inline size_t smaller_of(size_t a, size_t b) noexcept { return a < b ? a : b; }
 
 }  // namespace
-}  // namespace marlo::kernel::conv
+}  // namespace marlo::kernel
