@@ -78,7 +78,7 @@ TEST(Compare, SeesOneWrongElement) {
   EXPECT_FALSE(within_bounds({1, kNaN, 1}, sums));
   EXPECT_FALSE(exactly({1, 1}, sums));
   EXPECT_TRUE(same_bits({kNaN, 1.0f}, {-kNaN, 1.0f}));
-  EXPECT_FALSE(same_bits({0.0f}, {-0.0f}));
+  EXPECT_FALSE(same_bits(std::vector<float>{0.0f}, std::vector<float>{-0.0f}));
   EXPECT_FALSE(same_bits({1.0f}, {1.0f, 1.0f}));
 }
 
