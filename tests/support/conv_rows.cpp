@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "tests/support/conv_setup.h"
 
@@ -18,6 +19,8 @@ ConvRow any_row(const ConvolutionRow<Geometry>& row) {
   ConvRow any;
   any.name = row.name;
   any.layout = row.input.layout;
+  any.in_block = runtime::BlockSize(row.input.layout);
+  any.out_block = runtime::BlockSize(row.output.layout);
   any.is_line = std::is_same_v<Geometry, LineGeometry>;
   any.is_transposed = std::is_same_v<Geometry, TransposedGeometry>;
   any.is_reference = any.name.find("_Fallback_") != std::string::npos;
@@ -40,6 +43,7 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::line_convolution_rows) rows.push_back(any_row(*row));
 #if QRT_WITH_SSE || QRT_WITH_AVX
   for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
+  for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
 #endif
   return rows;
 }

@@ -16,6 +16,8 @@ namespace marlo::test {
 struct ConvRow {
   std::string name;
   runtime::LayoutType layout;
+  uint32_t in_block = 1;   ///< channels that stand together in the input
+  uint32_t out_block = 1;  ///< channels that stand together in the output
   bool is_line = false;
   bool is_transposed = false;
   bool is_reference = false;     ///< one of the portable kernels, which take every size

@@ -41,7 +41,7 @@ TensorShape weights(std::vector<uint32_t> dims, LayoutType layout) {
 }
 
 uint32_t output_size(uint32_t padded, uint32_t kernel, uint32_t dilation, uint32_t stride) {
-  return (padded - window_extent(kernel, dilation)) / stride + 1;
+  return stride == 0 ? 0 : (padded - window_extent(kernel, dilation)) / stride + 1;
 }
 
 uint32_t transposed_size(uint32_t input, uint32_t kernel, uint32_t dilation, uint32_t stride,

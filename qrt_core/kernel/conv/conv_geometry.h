@@ -23,8 +23,13 @@ struct PlaneGeometry {
   static Params params_of(const Info& info);
   static runtime::TensorShape weight_shape(const Params& params);
 
+  /// Whether outputs can be counted at all: not at a stride of 0.
+  static bool has_strides(const Params& params) {
+    return params.stride_x != 0 && params.stride_y != 0;
+  }
+
   /// [out_channels, H_out, W_out], in 32-bit arithmetic: the division floors, and a window larger
-  /// than the padded input wraps.
+  /// than the padded input wraps. Without strides there is no output.
   static std::vector<uint32_t> output_dims(const Params& params,
                                            const std::vector<uint32_t>& input);
 
@@ -51,6 +56,9 @@ struct TransposedGeometry {
   static std::vector<uint32_t> output_dims(const Params& params,
                                            const std::vector<uint32_t>& input);
 
+  /// A stride of 0 multiplies the input away, which is a size like any other.
+  static bool has_strides(const Params&) { return true; }
+
   /// A gather over the output reads no input outside the plane, whatever the sizes.
   static bool window_fits(const Params&, const std::vector<uint32_t>&) { return true; }
 
@@ -67,6 +75,8 @@ struct LineGeometry {
 
   static Params params_of(const Info& info);
   static runtime::TensorShape weight_shape(const Params& params);
+
+  static bool has_strides(const Params& params) { return params.stride != 0; }
 
   /// [out_channels, L_out], in 32-bit arithmetic.
   static std::vector<uint32_t> output_dims(const Params& params,

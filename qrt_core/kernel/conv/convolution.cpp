@@ -54,6 +54,8 @@ bool Convolution<Geometry>::Configure(const LayerInfo* info, const InferencePara
                                       const Context& context) {
   const auto& description = static_cast<const typename Geometry::Info&>(*info);
   params_ = Geometry::params_of(description);
+  weight_ = nullptr;
+  if (!Geometry::has_strides(params_)) return false;
   weight_ = decode_weights(description.weight, Geometry::weight_shape(params_), context);
   bias_ = nullptr;
   if (weight_ != nullptr && row_.pack != nullptr) weight_ = row_.pack(weight_, context.cpu);

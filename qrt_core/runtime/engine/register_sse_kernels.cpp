@@ -62,6 +62,9 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<FullConnection_SSE_C44_Float_M1>(kernels);
   add_kernel<FullConnection_SSE_BC_Float_M1>(kernels);
   add_kernel<FullConnection_SSE_C4HW4_Float_M1>(kernels);
+  add_kernel<Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1>(kernels);
+  add_kernel<Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1>(kernels);
+  add_kernel<Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

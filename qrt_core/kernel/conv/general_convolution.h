@@ -1,0 +1,100 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/convolution.h"
+#include "qrt_core/kernel/conv/weight_packing.h"
+#include "qrt_core/utility/build_options.h"
+
+// Convolutions of any filter, stride and dilation at the speed of a 1x1 product: the windows are
+// written out as columns (im2col), and the product of the weights with them is the result. Packed
+// weights stand in the order of these columns already.
+
+namespace marlo::kernel {
+
+/// @name Acceptance
+/// Anything; the AVX form wants whole blocks of eight channels. A description that has no output,
+/// because its stride is 0, is refused by `Config`.
+/// @{
+bool accepts_everything(const Conv2dParams& params);
+bool accepts_whole_blocks_of_8(const Conv2dParams& params);
+/// @}
+
+namespace conv {
+
+/// @name Methods
+/// The columns of a pass are a tensor that lives as long as the pass.
+/// @{
+void general_chw_sse(const ConvTask& task, runtime::DeviceCPU& device);  ///< the one with groups
+void general_c4_sse(const ConvTask& task, runtime::DeviceCPU& device);
+void general_c8_sse(const ConvTask& task, runtime::DeviceCPU& device);
+void general_c8_fma(const ConvTask& task, runtime::DeviceCPU& device);
+/// @}
+
+}  // namespace conv
+
+/// The padded copy of a tensor in planes or in blocks, by its layout.
+std::shared_ptr<runtime::TensorCPU> pad_any_layout(
+    const std::shared_ptr<runtime::TensorCPU>& input, const Conv2dParams& params,
+    const std::shared_ptr<runtime::DeviceCPU>& device);
+
+/// A convolution over columns.
+constexpr ConvolutionRow<PlaneGeometry> general_convolution(
+    runtime::LayoutType layout, decltype(ConvolutionRow<PlaneGeometry>::pack) pack,
+    decltype(ConvolutionRow<PlaneGeometry>::fill_bias) fill_bias, conv::Method method) {
+  ConvolutionRow<PlaneGeometry> row;
+  row.accepts = accepts_everything;
+  row.input = {layout, true, layout != runtime::LayoutType::CHW};
+  row.output = {layout, false, false};
+  row.pad = pad_any_layout;
+  row.pack = pack;
+  row.fill_bias = fill_bias;
+  row.starts_from_bias = true;
+  row.method = method;
+  return row;
+}
+
+constexpr ConvolutionRow<PlaneGeometry> in_whole_blocks_of_8(ConvolutionRow<PlaneGeometry> row) {
+  row.accepts = accepts_whole_blocks_of_8;
+  return row;
+}
+
+// clang-format off
+#if QRT_WITH_SSE
+#define QRT_GENERAL_CONVOLUTION_KERNELS_SSE(KERNEL)                                                \
+  KERNEL(Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1,                                                \
+         general_convolution(runtime::LayoutType::CHW, nullptr,                                    \
+                             FillBias_CHW_Float_SSE, conv::general_chw_sse))                       \
+  KERNEL(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1,                                              \
+         general_convolution(runtime::LayoutType::C4HW4,                                           \
+                             functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_SSE,                 \
+                             FillBias_C4HW4_Float_SSE, conv::general_c4_sse))                      \
+  KERNEL(Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1,                                              \
+         general_convolution(runtime::LayoutType::C8HW8,                                           \
+                             functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,                     \
+                             FillBias_C8HW8_Float_SSE, conv::general_c8_sse))
+QRT_GENERAL_CONVOLUTION_KERNELS_SSE(QRT_KERNEL)
+#else
+#define QRT_GENERAL_CONVOLUTION_KERNELS_SSE(KERNEL)
+#endif
+
+#if QRT_WITH_AVX
+#define QRT_GENERAL_CONVOLUTION_KERNELS_AVX(KERNEL)                                                \
+  KERNEL(Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1,                                              \
+         in_whole_blocks_of_8(general_convolution(                                                 \
+             runtime::LayoutType::C8HW8, functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,         \
+             FillBias_C8HW8_Float_AVX, conv::general_c8_fma)))
+QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
+#else
+#define QRT_GENERAL_CONVOLUTION_KERNELS_AVX(KERNEL)
+#endif
+// clang-format on
+
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+/// The rows of the convolutions over columns that this build contains.
+inline constexpr const ConvolutionRow<PlaneGeometry>* general_convolution_rows[] = {
+    QRT_GENERAL_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW)
+        QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)};
+
+#endif
+
+}  // namespace marlo::kernel
