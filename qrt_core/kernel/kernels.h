@@ -16,6 +16,7 @@
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "qrt_core/kernel/conv/reference_convolution.h"
+#include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/kernel/layout/concatenate.h"
 #include "qrt_core/kernel/layout/expand.h"
 #include "qrt_core/kernel/layout/layout_transform.h"

@@ -4,6 +4,7 @@
 
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
+#include "qrt_core/kernel/conv/strassen.h"
 #include "tests/support/conv_setup.h"
 
 namespace marlo::test {
@@ -44,6 +45,9 @@ std::vector<ConvRow> all_convolution_rows() {
 #if QRT_WITH_SSE || QRT_WITH_AVX
   for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
+#endif
+#if QRT_WITH_AVX
+  for (const auto* row : kernel::strassen_convolution_rows) rows.push_back(any_row(*row));
 #endif
   return rows;
 }

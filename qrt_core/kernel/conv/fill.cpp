@@ -25,8 +25,8 @@ bool is_float_of(const TensorCPU& tensor, LayoutType layout) {
   return is_float(tensor) && tensor.shape.layout == layout;
 }
 
-// Fills each plane with the values of its `block` channels, repeated. A plane beyond the bias is
-// left alone where the block is 1.
+// Fills each plane with the values of its `block` channels, repeated, or adds them. A plane beyond
+// the bias is left alone where the block is 1.
 int fill_bias(const TensorCPU& bias, TensorCPU& output, LayoutType layout, size_t block,
               fill::Core repeat) {
   const bool fits = is_float_of(bias, LayoutType::GN) && is_float_of(output, layout) &&
@@ -56,6 +56,14 @@ void fill::repeat_portable(float* output, size_t count, const float* pattern) no
   for (size_t i = 0; i < count; ++i) output[i] = pattern[i % kPatternFloats];
 }
 
+void fill::add_portable(float* output, size_t count, const float* pattern) noexcept {
+  size_t i = 0;
+  for (; i + kPatternFloats <= count; i += kPatternFloats) {
+    for (size_t k = 0; k < kPatternFloats; ++k) output[i + k] += pattern[k];
+  }
+  for (size_t k = 0; i < count; ++i, ++k) output[i] += pattern[k];
+}
+
 int FillBias_CHW_Float_Fallback(std::shared_ptr<TensorCPU> bias,
                                 std::shared_ptr<TensorCPU> output) {
   return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::repeat_portable);
@@ -63,6 +71,12 @@ int FillBias_CHW_Float_Fallback(std::shared_ptr<TensorCPU> bias,
 
 int FillBias_CL_Float_Fallback(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
   return fill_bias(*bias, *output, LayoutType::CL, 1, fill::repeat_portable);
+}
+
+// The kernels on matrix products use it, also in a build without those for SSE: every processor has
+// what it needs.
+int AddBias_CHW_Float_SSE(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::CHW, 1, fill::add_portable);
 }
 
 #if QRT_WITH_SSE || QRT_WITH_AVX
@@ -98,6 +112,10 @@ int FillBias_CHW_Float_AVX(std::shared_ptr<TensorCPU> bias, std::shared_ptr<Tens
 
 int FillBias_C8HW8_Float_AVX(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
   return fill_bias(*bias, *output, LayoutType::C8HW8, 8, fill::repeat_avx);
+}
+
+int AddBias_C8HW8_Float_AVX(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output) {
+  return fill_bias(*bias, *output, LayoutType::C8HW8, 8, fill::add_avx);
 }
 
 #endif

@@ -4,7 +4,7 @@
 
 #include "qrt_core/runtime/tensor/tensor.h"
 
-// The initial state of a convolution's output, onto which its core adds.
+// The bias of a convolution's output: its initial state, onto which a core adds, or a last step.
 
 namespace marlo::kernel {
 
@@ -27,6 +27,16 @@ int FillBias_CHW_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
                            std::shared_ptr<runtime::TensorCPU> output);
 int FillBias_C8HW8_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
                              std::shared_ptr<runtime::TensorCPU> output);
+/// @}
+
+/// @name Bias after the sum
+/// As above, but adds the bias to what the output holds: for kernels whose product leaves no room
+/// for an initial state.
+/// @{
+int AddBias_CHW_Float_SSE(std::shared_ptr<runtime::TensorCPU> bias,
+                          std::shared_ptr<runtime::TensorCPU> output);
+int AddBias_C8HW8_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
+                            std::shared_ptr<runtime::TensorCPU> output);
 /// @}
 
 /// Clears a tensor.

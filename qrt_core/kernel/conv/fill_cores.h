@@ -14,4 +14,8 @@ void repeat_portable(float* output, size_t count, const float* pattern) noexcept
 void repeat_sse(float* output, size_t count, const float* pattern) noexcept;
 void repeat_avx(float* output, size_t count, const float* pattern) noexcept;
 
+/// The same, added onto what is there.
+void add_portable(float* output, size_t count, const float* pattern) noexcept;
+void add_avx(float* output, size_t count, const float* pattern) noexcept;
+
 }  // namespace marlo::kernel::fill

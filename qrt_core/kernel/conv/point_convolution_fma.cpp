@@ -5,6 +5,7 @@
 #include "qrt_core/kernel/conv/dot_product_internal.h"
 #include "qrt_core/kernel/conv/point_convolution_cores.h"
 #include "qrt_core/kernel/conv/point_products_internal.h"
+#include "qrt_core/kernel/conv/strassen_cores.h"
 
 namespace marlo::kernel::conv {
 namespace {
@@ -52,5 +53,20 @@ void point_c4_fma(const ConvTask& task) noexcept { run_dot<4, 4>(task); }
 void point_c8_to_c4_fma(const ConvTask& task) noexcept { run_dot<8, 4>(task); }
 
 void point_c4_to_c8_fma(const ConvTask& task) noexcept { run_dot<4, 8>(task); }
+
+void product_of_blocks_fma(const float* a, const float* b, float* c, size_t rows, size_t inner,
+                           size_t columns, size_t lda, size_t ldb, size_t ldc) noexcept {
+  BlockedProduct product;
+  product.input = b;
+  product.in_plane = ldb * 8;
+  product.in_blocks = inner;
+  product.weight = a;
+  product.weight_plane = lda * 64;
+  product.output = c;
+  product.out_plane = ldc * 8;
+  product.out_blocks = rows;
+  product.pixels = columns;
+  BlockedProductTiles<FusedVector, 8, 1, 2>(product).run();
+}
 
 }  // namespace marlo::kernel::conv

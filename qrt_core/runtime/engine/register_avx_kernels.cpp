@@ -61,6 +61,7 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<FullConnection_AVX_C88_Float_M1>(kernels);
   add_kernel<FullConnection_AVX_C8HW8_Float_M1>(kernels);
   add_kernel<Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_Strassen_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

@@ -163,5 +163,60 @@ TEST(FillZero, RefusesOtherTensors) {
   EXPECT_TRUE(same_bits(values_of(*tensor), {1.0f, 2.0f}));
 }
 
+struct BiasAddition {
+  std::string name;
+  LayoutType layout;
+  uint32_t block;
+  int (*add)(std::shared_ptr<TensorCPU> bias, std::shared_ptr<TensorCPU> output);
+};
+
+void PrintTo(const BiasAddition& addition, std::ostream* out) { *out << addition.name; }
+
+class AddBias : public testing::TestWithParam<BiasAddition> {
+ protected:
+  void SetUp() override { QRT_SKIP_WHERE_MISSING(GetParam().name); }
+};
+
+TEST_P(AddBias, AddsOntoEveryPixelOfEachChannel) {
+  const auto& [name, layout, block, add] = GetParam();
+  for (uint32_t width = 1; width <= 35; ++width) {
+    TestContext context;
+    std::vector<uint32_t> dims = {2, 1, width};
+    if (block > 1) dims.push_back(block);
+    Random random(width);
+    const std::vector<float> before = random.floats(size_t{2} * width * block);
+    const std::vector<float> biases = random.floats(size_t{2} * block);
+    const auto output = context.floats(dims, layout, before);
+    const auto bias = context.floats({1, 2 * block}, LayoutType::GN, biases);
+    ASSERT_EQ(add(bias, output), 0);
+    context.pool().check();
+    std::vector<float> expected = before;
+    for (size_t i = 0; i < expected.size(); ++i) {
+      expected[i] += biases[i / (width * block) * block + i % block];
+    }
+    EXPECT_TRUE(same_bits(values_of(*output), expected)) << width << " pixels";
+  }
+}
+
+TEST_P(AddBias, RefusesOtherLayouts) {
+  const auto& [name, layout, block, add] = GetParam();
+  TestContext context;
+  const auto bias = context.floats({1, 8}, LayoutType::GN, std::vector<float>(8));
+  const auto output = context.floats({1, 1, 1, 8}, layout, std::vector<float>(8));
+  const auto other = context.floats({1, 1, 1, 8}, LayoutType::FLEXIABLE, std::vector<float>(8));
+  EXPECT_EQ(add(other, output), -2);
+  EXPECT_EQ(add(bias, other), -2);
+}
+
+const BiasAddition kBiasAdditions[] = {
+    {"AddBias_CHW_Float_SSE", LayoutType::CHW, 1, kernel::AddBias_CHW_Float_SSE},
+#if QRT_WITH_AVX
+    {"AddBias_C8HW8_Float_AVX", LayoutType::C8HW8, 8, kernel::AddBias_C8HW8_Float_AVX},
+#endif
+};
+
+INSTANTIATE_TEST_SUITE_P(Functions, AddBias, testing::ValuesIn(kBiasAdditions),
+                         [](const auto& test) { return test.param.name; });
+
 }  // namespace
 }  // namespace marlo::test
