@@ -9,8 +9,11 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/qrt_core")
 foreach(target qrt_core qrt_core_static)
   target_include_directories(${target} PUBLIC "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 endforeach()
+# The folder of the serial OpenBLAS stays in the run path; no other library stands outside of the usual ones.
+set_target_properties(qrt_core PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets)
 if(TARGET qrt)
+  set_target_properties(qrt PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   install(TARGETS qrt)
 endif()
 
@@ -25,6 +28,10 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/qrt_core" "${QRT_GENERATED_INCLUDE_DIR}
 
 install(EXPORT qrt_core_targets
   FILE qrt_coreTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}")
+if(QRT_WITH_SGEMM)
+  get_filename_component(openblas_dir "${QRT_OPENBLAS_LIBRARY}" DIRECTORY)
+  install(FILES "${PROJECT_SOURCE_DIR}/cmake/QrtOpenBlas.cmake" DESTINATION "${package_dir}")
+endif()
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/qrt_coreConfig.cmake.in"
   "${PROJECT_BINARY_DIR}/qrt_coreConfig.cmake"
@@ -43,6 +50,10 @@ file(RELATIVE_PATH pc_includedir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL
 set(pc_extra_cflags "")
 if(QRT_HALF_INCLUDE_DIR)
   set(pc_extra_cflags " -I${QRT_HALF_INCLUDE_DIR} -DHALF_ROUND_STYLE=-1")
+endif()
+set(pc_private_libs "")
+if(QRT_WITH_SGEMM)
+  set(pc_private_libs "-L${openblas_dir} -Wl,-rpath,${openblas_dir} -lopenblas ")
 endif()
 configure_file(
   "${PROJECT_SOURCE_DIR}/cmake/qrt_core.pc.in" "${PROJECT_BINARY_DIR}/qrt_core.pc" @ONLY)

@@ -22,6 +22,7 @@
 #include "qrt_core/kernel/basic/sigmoid.h"
 #include "qrt_core/kernel/conv/padding.h"
 #include "qrt_core/kernel/layout/layout_functions.h"
+#include "qrt_core/kernel/matrix/sgemm.h"
 #include "qrt_core/runtime/engine/class_registry.h"
 #include "qrt_core/runtime/engine/create_net.h"
 #include "qrt_core/runtime/engine/kernel.h"
