@@ -5,6 +5,7 @@
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
+#include "tests/support/conv_acceptance.h"
 #include "tests/support/conv_setup.h"
 
 namespace marlo::test {
@@ -20,6 +21,9 @@ ConvRow any_row(const ConvolutionRow<Geometry>& row) {
   ConvRow any;
   any.name = row.name;
   any.layout = row.input.layout;
+  any.output_layout = row.output.layout;
+  any.accepts =
+      accepted_in_words(std::function<bool(const typename Geometry::Params&)>(row.accepts));
   any.in_block = runtime::BlockSize(row.input.layout);
   any.out_block = runtime::BlockSize(row.output.layout);
   any.is_line = std::is_same_v<Geometry, LineGeometry>;

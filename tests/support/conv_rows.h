@@ -16,7 +16,9 @@ namespace marlo::test {
 struct ConvRow {
   std::string name;
   runtime::LayoutType layout;
-  uint32_t in_block = 1;   ///< channels that stand together in the input
+  uint32_t in_block = 1;  ///< channels that stand together in the input
+  runtime::LayoutType output_layout;
+  std::string accepts;     ///< in words
   uint32_t out_block = 1;  ///< channels that stand together in the output
   bool is_line = false;
   bool is_transposed = false;

@@ -44,4 +44,7 @@ class GridSample : public KernelFamily {
 
 QRT_GRID_SAMPLE_KERNELS(QRT_KERNEL)
 
+inline constexpr const GridSampleRow* grid_sample_rows[] = {
+    QRT_GRID_SAMPLE_KERNELS(QRT_KERNEL_ROW)};
+
 }  // namespace marlo::kernel

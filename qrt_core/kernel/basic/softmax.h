@@ -38,4 +38,6 @@ class Softmax : public KernelFamily {
 
 QRT_SOFTMAX_KERNELS(QRT_KERNEL)
 
+inline constexpr const SoftmaxRow* softmax_rows[] = {QRT_SOFTMAX_KERNELS(QRT_KERNEL_ROW)};
+
 }  // namespace marlo::kernel

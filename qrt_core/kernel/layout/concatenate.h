@@ -67,4 +67,9 @@ class AxisConcatenate : public KernelFamily {
 QRT_CHANNEL_CONCATENATE_KERNELS(QRT_KERNEL)
 QRT_AXIS_CONCATENATE_KERNELS(QRT_KERNEL)
 
+inline constexpr const ChannelConcatenateRow* channel_concatenate_rows[] = {
+    QRT_CHANNEL_CONCATENATE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr const AxisConcatenateRow* axis_concatenate_rows[] = {
+    QRT_AXIS_CONCATENATE_KERNELS(QRT_KERNEL_ROW)};
+
 }  // namespace marlo::kernel

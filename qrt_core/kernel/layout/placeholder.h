@@ -39,4 +39,7 @@ class Placeholder : public KernelFamily {
 
 QRT_PLACEHOLDER_KERNELS(QRT_KERNEL)
 
+inline constexpr const PlaceholderRow* placeholder_rows[] = {
+    QRT_PLACEHOLDER_KERNELS(QRT_KERNEL_ROW)};
+
 }  // namespace marlo::kernel

@@ -44,4 +44,6 @@ class Slice : public KernelFamily {
 
 QRT_SLICE_KERNELS(QRT_KERNEL)
 
+inline constexpr const SliceRow* slice_rows[] = {QRT_SLICE_KERNELS(QRT_KERNEL_ROW)};
+
 }  // namespace marlo::kernel

@@ -1,0 +1,303 @@
+#include "tests/support/kernel_catalogue.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "qrt_core/kernel/kernels.h"
+#include "tests/support/conv_rows.h"
+#include "tests/support/kernel_remarks.h"
+#include "tests/support/kernels.h"
+
+namespace marlo::test {
+
+using runtime::LayoutType;
+
+namespace {
+
+// Classes of agreement; the document explains them.
+constexpr char kMoves[] = "moves";
+constexpr char kDefines[] = "defines";
+constexpr char kSameBits[] = "same bits";
+constexpr char kFreeOrder[] = "free order";
+
+using Table = std::map<std::string, KernelFacts>;
+
+std::string layout_name(LayoutType layout) {
+  switch (layout) {
+    case LayoutType::C:
+      return "C";
+    case LayoutType::BC:
+      return "BC";
+    case LayoutType::CL:
+      return "CL";
+    case LayoutType::SC:
+      return "SC";
+    default:
+      return PrintedName(layout);
+  }
+}
+
+bool is_portable(const std::string& name) { return name.find("_Fallback") != std::string::npos; }
+
+std::string portable_defines(const std::string& name, const char* otherwise) {
+  return is_portable(name) ? kDefines : otherwise;
+}
+
+KernelFacts in_one_layout(std::string accepts, LayoutType layout, std::string agreement) {
+  const std::string name = layout_name(layout);
+  return {std::move(accepts), name, name, "", std::move(agreement)};
+}
+
+KernelFacts facts_of(const kernel::ActivationRow& row) {
+  using Reads = kernel::ActivationParameters;
+  KernelFacts facts{"", "any", "any", "", portable_defines(row.name, kSameBits)};
+  facts.accepts =
+      row.check == kernel::ActivationCheck::nothing ? "any description" : "an activation";
+  if (row.parameters == Reads::alpha) facts.accepts += "; reads alpha";
+  if (row.parameters == Reads::alpha_and_beta) facts.accepts += "; reads alpha and beta";
+  if (row.parameters == Reads::slope) facts.accepts += "; reads one slope";
+  if (row.output == kernel::ActivationOutput::input_tensor) facts.difference = "writes in place";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::PassThroughRow&) {
+  return {"any description", "any", "any", "hands its inputs on", kMoves};
+}
+
+KernelFacts facts_of(const kernel::FullConnectionRow& row) {
+  KernelFacts facts;
+  facts.accepts = "no features";
+  if (row.accepts(24, 24)) facts.accepts = "features in blocks of 8";
+  if (row.accepts(12, 12)) facts.accepts = "features in blocks of 4";
+  if (row.accepts(5, 5)) facts.accepts = "any features";
+  if (row.accepts(24, 24) && !row.accepts(24, 48)) facts.accepts += ", as many out as in";
+  facts.input = row.takes_any_layout ? "any" : layout_name(row.layout);
+  facts.output = layout_name(row.layout);
+  facts.agreement = portable_defines(row.name, kFreeOrder);
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::ElementwiseRow& row) {
+  std::string accepts = "all four operators";
+  if (row.word != nullptr) accepts = row.word;
+  return {accepts, "any", "any", "", portable_defines(row.name, kSameBits)};
+}
+
+KernelFacts facts_of(const kernel::ChannelMultiplyRow& row) {
+  return in_one_layout("any operator", row.layout, kSameBits);
+}
+
+KernelFacts facts_of(const kernel::BroadcastRow&) {
+  return {"all four operators", "any", "any", "", kDefines};
+}
+
+KernelFacts facts_of(const kernel::ReductionRow&) {
+  return {"sum or mean over any axes", "any", "any", "", kDefines};
+}
+
+KernelFacts facts_of(const kernel::PoolingRow& row) {
+  std::string accepts = "any window and stride";
+  if (row.kernel != 0) {
+    accepts = std::to_string(row.kernel) + "x" + std::to_string(row.kernel) + ", stride " +
+              std::to_string(row.stride);
+  }
+  const bool average = row.kind == kernel::PoolingKind::average;
+  KernelFacts facts = in_one_layout(accepts, row.layout,
+                                    portable_defines(row.name, average ? kFreeOrder : kSameBits));
+  if (row.kernel != 0) {
+    facts.difference = average ? "divides by the window, padding or not" : "pads with zeros";
+  }
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::AdaptivePoolingRow&) {
+  return in_one_layout("any output size", LayoutType::CHW, kDefines);
+}
+
+KernelFacts facts_of(const kernel::UpsamplingRow& row) {
+  using Modes = kernel::UpsamplingModes;
+  using Factors = kernel::UpsamplingFactors;
+  using Method = kernel::UpsamplingMethod;
+  std::string accepts = row.modes == Modes::both      ? "nearest or bilinear"
+                        : row.modes == Modes::nearest ? "nearest"
+                                                      : "bilinear";
+  if (row.factors == Factors::at_least_one) accepts += ", factors of at least 1";
+  if (row.factors == Factors::not_negative) accepts += ", factors of at least 0";
+  if (row.channel_multiple > 1) {
+    accepts += ", channels in blocks of " + std::to_string(row.channel_multiple);
+  }
+  KernelFacts facts = in_one_layout(accepts, row.layout, portable_defines(row.name, kSameBits));
+  if (row.method == Method::doubling) {
+    facts.difference = "a factor of 4 is two of 2, rounded in between";
+    facts.agreement = "same bits but for factors of 4";
+  }
+  if (row.method == Method::by_sizes) {
+    facts.difference =
+        "positions from the sizes; the output size truncates; extrapolates "
+        "before the first pixel";
+    facts.agreement = kDefines;
+  }
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::SoftmaxRow&) {
+  return {"any axis", "any", "any", "doesn't subtract the maximum", kDefines};
+}
+
+KernelFacts facts_of(const kernel::GridSampleRow&) {
+  return in_one_layout("nearest or bilinear", LayoutType::CHW, kDefines);
+}
+
+KernelFacts facts_of(const kernel::LayoutTransformRow& row) {
+  return {"no description: a converter", layout_name(row.source.layout),
+          layout_name(row.target.layout), "", kMoves};
+}
+
+KernelFacts facts_of(const kernel::ReshapeRow& row) {
+  return {"a reshape", "any", layout_name(row.layout), "copies bytes as they stand", kMoves};
+}
+
+KernelFacts facts_of(const kernel::RankedReshapeRow& row) {
+  const bool gathers = row.source != kernel::ReshapeSource::anything;
+  return {"a reshape to " + std::to_string(row.rank) + (row.rank == 1 ? " dim" : " dims"),
+          gathers ? "CHW, C4HW4, C8HW8" : "any", layout_name(row.layout),
+          gathers ? "gathers blocks into planes" : "copies bytes as they stand", kMoves};
+}
+
+KernelFacts facts_of(const kernel::PermuteRow&) {
+  return {"any axes", "any", "FLEXIABLE", "", kMoves};
+}
+
+KernelFacts facts_of(const kernel::UnSqueezeRow&) { return {"any axis", "any", "any", "", kMoves}; }
+
+KernelFacts facts_of(const kernel::ChannelConcatenateRow&) {
+  return {"the channel axis", "CHW, C4HW4, C8HW8", "the same", "", kMoves};
+}
+
+KernelFacts facts_of(const kernel::AxisConcatenateRow&) {
+  return {"any axis", "any", "that of input 0", "", kMoves};
+}
+
+KernelFacts facts_of(const kernel::SliceRow&) {
+  return in_one_layout("three triples", LayoutType::CHW, kMoves);
+}
+
+KernelFacts facts_of(const kernel::ExpandRow& row) {
+  return in_one_layout("one pixel to a plane", row.layout, kMoves);
+}
+
+KernelFacts facts_of(const kernel::PlaceholderRow&) {
+  return {"declared shapes", "any", "as declared", "", kMoves};
+}
+
+KernelFacts facts_of(const kernel::PixelShuffleRow& row) {
+  std::string accepts = "any factor";
+  if (row.factor == 2.0f) accepts = "factor 2";
+  if (row.factor == 0.5f) accepts = "factor 0.5";
+  return in_one_layout(accepts, row.layout, kMoves);
+}
+
+KernelFacts facts_of(const ConvRow& row) {
+  return {row.accepts, layout_name(row.layout), layout_name(row.output_layout), "",
+          row.is_reference ? kDefines : kFreeOrder};
+}
+
+template <typename Rows>
+void add_rows(const Rows& rows, Table& table) {
+  for (const auto* row : rows) table[row->name] = facts_of(*row);
+}
+
+// The families, in the order of their folders.
+Table facts_of_rows() {
+  using namespace kernel;
+  Table table;
+  add_rows(layout_transform_rows, table);
+  add_rows(reshape_rows, table);
+  add_rows(ranked_reshape_rows, table);
+  add_rows(permute_rows, table);
+  add_rows(unsqueeze_rows, table);
+  add_rows(channel_concatenate_rows, table);
+  add_rows(axis_concatenate_rows, table);
+  add_rows(slice_rows, table);
+  add_rows(expand_rows, table);
+  add_rows(placeholder_rows, table);
+  add_rows(pixel_shuffle_rows, table);
+  for (const ConvRow& row : all_convolution_rows()) table[row.name] = facts_of(row);
+  add_rows(full_connection_rows, table);
+  add_rows(pass_through_rows, table);
+  add_rows(activation_rows, table);
+  add_rows(elementwise_rows, table);
+  add_rows(broadcast_rows, table);
+#if QRT_WITH_AVX
+  add_rows(channel_multiply_rows, table);
+#endif
+  add_rows(reduction_rows, table);
+  add_rows(pooling_rows, table);
+  add_rows(adaptive_pooling_rows, table);
+  add_rows(upsampling_rows, table);
+  add_rows(softmax_rows, table);
+  add_rows(grid_sample_rows, table);
+  return table;
+}
+
+std::string family_of(const std::string& name) { return name.substr(0, name.find('_')); }
+
+constexpr char kIntroduction[] = R"(# Kernel catalogue
+
+Every kernel that a full build registers: what of a description it accepts, its layouts, what sets it apart from
+its siblings, and how its results agree with the portable kernel for the same layer. `./dev catalogue` writes this
+page from the kernels' rows; a test compares the two.
+
+| agreement | meaning |
+|---|---|
+| defines | portable, or the only kernel of its kind: its results are what the others are measured by |
+| moves | values are moved unchanged |
+| same bits | equal to the portable kernel in every bit |
+| free order | the order of a sum is the kernel's own, with or without fused multiply-adds: off by at most n eps S from the exact value, n the number of terms, S the sum of their magnitudes, eps 2^-23 |
+
+Other texts in that column state an error of their own. [numerics.md](numerics.md) tells more.
+)";
+
+}  // namespace
+
+Table kernel_facts() {
+  Table table = facts_of_rows();
+  for (const KernelRemark& remark : kernel_remarks()) {
+    const auto found = table.find(remark.name);
+    if (found == table.end()) continue;
+    KernelFacts& facts = found->second;
+    if (!remark.difference.empty()) {
+      facts.difference += (facts.difference.empty() ? "" : "; ") + remark.difference;
+    }
+    if (!remark.agreement.empty()) facts.agreement = remark.agreement;
+  }
+  return table;
+}
+
+std::string stale_remarks() {
+  const Table table = facts_of_rows();
+  std::string names;
+  for (const KernelRemark& remark : kernel_remarks()) {
+    if (table.count(remark.name) == 0) names += remark.name + " ";
+  }
+  return names;
+}
+
+std::string kernel_catalogue() {
+  std::string text = kIntroduction;
+  std::string family;
+  const Table table = kernel_facts();
+  for (const auto& [name, facts] : table) {
+    if (family_of(name) != family) {
+      family = family_of(name);
+      text +=
+          "\n## " + family +
+          "\n\n| kernel | accepts | in | out | differs | agreement |\n|---|---|---|---|---|---|\n";
+    }
+    text += "| `" + name + "` | " + facts.accepts + " | " + facts.input + " | " + facts.output +
+            " | " + facts.difference + " | " + facts.agreement + " |\n";
+  }
+  return text + "\n" + std::to_string(table.size()) + " kernels.\n";
+}
+
+}  // namespace marlo::test
