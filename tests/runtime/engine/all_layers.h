@@ -6,6 +6,7 @@
 
 #include "qrt_core/kernel/kernels.h"
 #include "qrt_core/qrt_core.h"
+#include "tests/runtime/engine/moving_layers.h"
 #include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 
@@ -13,8 +14,10 @@ namespace marlo::test {
 
 /// A network with every kind of layer: an input of planes and one of lines, each convolution, every
 /// activation that this processor runs, a layer that hands its input on, and converters on both
-/// sides. Its outputs are the ends of both paths and a tensor from the middle.
-/// @param window of the convolutions: 3, or 1 to give all tensors one size
+/// sides, and what `MovingLayers` has. Its outputs are the ends of all paths and a tensor from the
+/// middle.
+/// @param window of the convolutions: 3, or 1 to give all tensors one size, without the layers that
+///   would make others
 inline ModelBuilder all_layers(uint16_t window = 3) {
   const auto any = std::make_shared<runtime::InferenceParamConv2DQuant>();
   const auto weights = [window](size_t dims) {
@@ -38,9 +41,14 @@ inline ModelBuilder all_layers(uint16_t window = 3) {
   model.straight_through("through", {last})
       .transposed_conv2d("grown", "through",
                          transposed_convolution(2, 2, window, weights(2), {0.5f, -0.5f}));
+  // These make tensors of many sizes.
+  std::vector<std::string> outputs = {"grown", "through", "end of line"};
+  if (window != 1) {
+    for (const std::string& end : MovingLayers(model, "through").add()) outputs.push_back(end);
+  }
   model.conv1d("line", "lines", line_convolution(2, 2, window, weights(1), {1.0f, 2.0f}))
       .activation("end of line", "line", "TanH_Fallback_Float_M1");
-  model.outputs({"grown", "through", "end of line"});
+  model.outputs(outputs);
   return model;
 }
 

@@ -88,7 +88,7 @@ TEST_F(ContextsThreadTest, ModelsLoadedAndRunAtOnceGiveTheResultsOfOneThread) {
   Results expected[kThreads];
   for (int i = 0; i < kThreads; ++i) {
     expected[i] = load_and_run(file(i), i - 2);
-    ASSERT_EQ(expected[i].size(), 3u);
+    ASSERT_EQ(expected[i].size(), expected[0].size());
   }
   Results found[kThreads];
   run_threads([&](int i) { found[i] = load_and_run(file(i), i - 2); });

@@ -140,18 +140,19 @@ TEST_F(SteadyStateTest, AThousandPassesAfterTheFirstAskTheSystemForNothing) {
 }
 
 // A request takes the block freed last, however large, so with tensors of several sizes a small one
-// may take the block that a large one had in the pass before. That can cost another block in a few
-// early passes, until there are enough for every order.
+// may take the block that a large one had in the pass before. That can cost another block in an
+// early pass, until there are enough for every order.
 TEST_F(SteadyStateTest, TensorsOfSeveralSizesSettleWithinAFewPasses) {
   make(3);
   int passes = 0;
-  for (uint64_t before = ~uint64_t{0}; before != pool_calls(); ++passes) {
-    before = pool_calls();
+  for (int quiet = 0; quiet < 20; ++passes) {
+    const uint64_t before = pool_calls();
     pass();
-    ASSERT_LT(passes, 5);
+    quiet = pool_calls() == before ? quiet + 1 : 0;
+    ASSERT_LT(passes, 60);
   }
   expect_a_thousand_passes_without_a_call();
-  RecordProperty("passes_to_settle", passes);
+  RecordProperty("passes_to_settle", passes - 20);
 }
 
 }  // namespace
