@@ -1,0 +1,77 @@
+#pragma once
+
+#include <memory>
+
+#include "qrt_core/runtime/tensor/tensor.h"
+#include "qrt_core/utility/export.h"
+
+// Colour conversion and normalisation as functions, with checks that say what is wrong. All throw
+// std::runtime_error; what they check is named by the message.
+
+namespace marlo::kernel {
+
+/// How to make red, green and blue of a luminance and two chrominance values p and q (u and v, or v
+/// and u, as the picture has them): red = (Y - 256 * y_offset) * y_scale +
+/// (p - 256 * u_offset) * r_u + (q - 256 * v_offset) * r_v, and so on.
+///
+/// Factors are used with 5 fractional bits and offsets as integers, both truncated toward zero.
+struct YUVCvtMatrix {
+  float y_scale;
+  float r_u, r_v;
+  float g_u, g_v;
+  float b_u, b_v;
+  float y_offset, u_offset, v_offset;  ///< as fractions of 256
+};
+
+namespace functional {
+
+using kernel::YUVCvtMatrix;
+using ImageTensor = std::shared_ptr<runtime::Tensor>;
+
+/// @name Gray
+/// 0.299 * byte 0 + 0.587 * byte 1 + 0.114 * byte 2, in double precision and truncated, of
+/// interleaved pixels [H, W, 3] or [H, W, 4] of UINT8. The weights go by the place of the bytes:
+/// `ConvertBGR2Gray` of `ImageProcessFallback` weighs blue and red the other way round.
+/// @{
+QRT_API void F_ColorCvt_BGR888_To_Gray8_Fallback(const ImageTensor& i_img, ImageTensor& o_img);
+QRT_API void F_ColorCvt_BGRA8888_To_Gray8_Fallback(const ImageTensor& i_img, ImageTensor& o_img);
+/// @}
+
+/// @name Planes of red, green and blue
+/// [H, W, 4] of UINT8 and layout HWC to [3, H, W] of layout CHW; the fourth byte is dropped.
+/// @{
+QRT_API void F_ColorCvt_BGRA2RGB_HWC_UInt8_To_CHW_UInt8_Fallback(const ImageTensor& i_img,
+                                                                 ImageTensor& o_img);
+QRT_API void F_ColorCvt_RGBA2RGB_HWC_UInt8_To_CHW_UInt8_Fallback(const ImageTensor& i_img,
+                                                                 ImageTensor& o_img);
+/// @}
+
+/// @name YUV pictures by a matrix
+/// A luminance of [H, W, 1] and chrominance of half its height and width to planes [3, H, W] of
+/// red, green and blue. Results keep their low 8 bits: nothing is clamped to 0 or 255.
+/// @param i_chrominancePlane [H / 2, W / 2, 2]: pairs, p and then q
+/// @param i_chrominanceBPlane, i_chrominanceRPlane [H / 2, W / 2, 1]: p and q
+/// @{
+QRT_API void F_ColorCvt_YUV_2Plane_UInt8_To_CHW_UInt8_Fallback(
+    const ImageTensor& i_luminancePlane, const ImageTensor& i_chrominancePlane,
+    const std::shared_ptr<YUVCvtMatrix>& i_cvtMat, ImageTensor& o_img);
+QRT_API void F_ColorCvt_YUV_3Plane_UInt8_To_CHW_UInt8_Fallback(
+    const ImageTensor& i_luminancePlane, const ImageTensor& i_chrominanceBPlane,
+    const ImageTensor& i_chrominanceRPlane, const std::shared_ptr<YUVCvtMatrix>& i_cvtMat,
+    ImageTensor& o_img);
+/// @}
+
+/// (float(byte) - i_sub[c]) * i_mul[c] of planes [C, H, W] of UINT8, to FLOAT32.
+/// @param i_sub, i_mul FLOAT32 of one dim, C numbers each
+QRT_API void F_Normalize_CHW_U8_To_CHW_F32_Fallback(const ImageTensor& i_img,
+                                                    const ImageTensor& i_sub,
+                                                    const ImageTensor& i_mul, ImageTensor& o_img);
+
+/// (x - subtrahend[c]) * multiplier[c] of planes [C, H, W] of FLOAT32. Either pointer may be null,
+/// and its step is then left out; with both null nothing is written. Input and output may be one
+/// tensor.
+void Normalize_CHW_Float_SSE(ImageTensor& input, ImageTensor& output, const float* multiplier,
+                             const float* subtrahend);
+
+}  // namespace functional
+}  // namespace marlo::kernel

@@ -1,0 +1,345 @@
+#include <algorithm>
+#include <array>
+
+#include "qrt_core/kernel/image/byte_vectors_internal.h"
+#include "qrt_core/kernel/image/color_cores.h"
+
+// Loops that compilers turn into vectors of baseline x86-64: arithmetic in no more bits than it
+// needs, and strips that stay in the cache between two simple loops instead of one that is not.
+
+namespace marlo::kernel::image {
+namespace {
+
+constexpr size_t kStrip = 512;  // pixels
+using Strip = std::array<uint8_t, kStrip>;
+
+template <typename Function>
+void for_each_strip(size_t count, Function&& function) {
+  for (size_t begin = 0; begin < count; begin += kStrip) {
+    function(begin, std::min(kStrip, count - begin));
+  }
+}
+
+// Byte 0, 1 and 2 of pixels of `channels` bytes.
+template <size_t channels>
+void split_each(const uint8_t* __restrict pixels, size_t count, uint8_t* __restrict plane0,
+                uint8_t* __restrict plane1, uint8_t* __restrict plane2) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    plane0[i] = pixels[channels * i];
+    plane1[i] = pixels[channels * i + 1];
+    plane2[i] = pixels[channels * i + 2];
+  }
+}
+
+// What a pair of chrominance values adds to four luminances, each value twice.
+struct ByteDifferences {
+  Strip red, green, blue;
+};
+
+template <size_t step>
+void byte_differences(const uint8_t* __restrict u_values, const uint8_t* __restrict v_values,
+                      size_t pairs, ByteDifferences& differences) noexcept {
+  for (size_t i = 0; i < pairs; ++i) {
+    const auto u = static_cast<int16_t>(u_values[step * i] - 128);
+    const auto v = static_cast<int16_t>(v_values[step * i] - 128);
+    const auto red = static_cast<uint8_t>(static_cast<int16_t>(90 * v) >> 6);
+    const auto green = static_cast<uint8_t>(static_cast<int16_t>(-22 * u - 46 * v) >> 6);
+    const auto blue = static_cast<uint8_t>(static_cast<int16_t>(113 * u) >> 6);
+    differences.red[2 * i] = differences.red[2 * i + 1] = red;
+    differences.green[2 * i] = differences.green[2 * i + 1] = green;
+    differences.blue[2 * i] = differences.blue[2 * i + 1] = blue;
+  }
+}
+
+void add_bytes(const uint8_t* __restrict a, const uint8_t* __restrict b, size_t count,
+               uint8_t* __restrict sums) noexcept {
+  for (size_t i = 0; i < count; ++i) sums[i] = static_cast<uint8_t>(a[i] + b[i]);
+}
+
+// Sums that are taken in 16 bits: of the shifted sum only the low 8 bits count, so that what
+// overflows 16 bits never shows.
+constexpr size_t kWideStrip = 256;
+using WideStrip = std::array<uint16_t, kWideStrip>;
+
+uint16_t product(uint32_t a, int16_t factor) noexcept {
+  return static_cast<uint16_t>(a * static_cast<uint16_t>(factor));
+}
+
+struct WideDifferences {
+  WideStrip red, green, blue;
+};
+
+template <size_t step>
+void wide_differences(const uint8_t* __restrict u_values, const uint8_t* __restrict v_values,
+                      const YuvFactors& factors, size_t pairs,
+                      WideDifferences& differences) noexcept {
+  const YuvFactors f = factors;
+  for (size_t i = 0; i < pairs; ++i) {
+    const auto u = static_cast<uint16_t>(u_values[step * i] - f.u_offset);
+    const auto v = static_cast<uint16_t>(v_values[step * i] - f.v_offset);
+    const auto red = static_cast<uint16_t>(product(u, f.r_u) + product(v, f.r_v));
+    const auto green = static_cast<uint16_t>(product(u, f.g_u) + product(v, f.g_v));
+    const auto blue = static_cast<uint16_t>(product(u, f.b_u) + product(v, f.b_v));
+    differences.red[2 * i] = differences.red[2 * i + 1] = red;
+    differences.green[2 * i] = differences.green[2 * i + 1] = green;
+    differences.blue[2 * i] = differences.blue[2 * i + 1] = blue;
+  }
+}
+
+void add_wide(const uint8_t* __restrict luminance, const uint16_t* __restrict differences,
+              const YuvFactors& factors, size_t count, uint8_t* __restrict sums) noexcept {
+  const YuvFactors f = factors;
+  for (size_t i = 0; i < count; ++i) {
+    const auto y = static_cast<uint16_t>(luminance[i] - f.y_offset);
+    const auto sum = static_cast<uint16_t>(product(y, f.y) + differences[i]);
+    sums[i] = static_cast<uint8_t>(sum >> 5);
+  }
+}
+
+template <typename T, size_t channels>
+void planes_of(const T* __restrict pixels, size_t count, T* __restrict planes) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < channels; ++c) planes[c * count + i] = pixels[channels * i + c];
+  }
+}
+
+template <typename T, size_t channels>
+void pixels_of(const T* __restrict planes, size_t count, T* __restrict pixels) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t c = 0; c < channels; ++c) pixels[channels * i + c] = planes[c * count + i];
+  }
+}
+
+// Any number of channels, in strips so that pixels are read from the cache.
+template <typename T>
+void planes_of(const T* pixels, size_t channels, size_t count, T* planes) noexcept {
+  for_each_strip(count, [&](size_t begin, size_t size) {
+    for (size_t c = 0; c < channels; ++c) {
+      for (size_t i = begin; i < begin + size; ++i) {
+        planes[c * count + i] = pixels[channels * i + c];
+      }
+    }
+  });
+}
+
+template <typename T>
+void pixels_of(const T* planes, size_t channels, size_t count, T* pixels) noexcept {
+  for_each_strip(count, [&](size_t begin, size_t size) {
+    for (size_t c = 0; c < channels; ++c) {
+      for (size_t i = begin; i < begin + size; ++i) {
+        pixels[channels * i + c] = planes[c * count + i];
+      }
+    }
+  });
+}
+
+void join_bytes(const uint8_t* planes, size_t count, uint8_t* pixels) noexcept {
+  size_t i = 0;
+  for (; i + kVectorBytes <= count; i += kVectorBytes) {
+    ByteTriple v;
+    std::memcpy(&v.a, planes + i, kVectorBytes);
+    std::memcpy(&v.b, planes + count + i, kVectorBytes);
+    std::memcpy(&v.c, planes + 2 * count + i, kVectorBytes);
+    join(v, pixels + 3 * i);
+  }
+  for (; i < count; ++i) {
+    for (size_t c = 0; c < 3; ++c) pixels[3 * i + c] = planes[c * count + i];
+  }
+}
+
+template <typename T>
+void move_to_planes(const void* from, size_t channels, size_t count, void* to) noexcept {
+  const auto* const pixels = static_cast<const T*>(from);
+  auto* const planes = static_cast<T*>(to);
+  switch (channels) {
+    case 1:
+      return static_cast<void>(std::memmove(to, from, count * sizeof(T)));
+    case 2:
+      return planes_of<T, 2>(pixels, count, planes);
+    case 3:
+      if constexpr (sizeof(T) == 1) {
+        return split_pixels(pixels, 3, count, planes, planes + count, planes + 2 * count);
+      }
+      return planes_of<T, 3>(pixels, count, planes);
+    case 4:
+      return planes_of<T, 4>(pixels, count, planes);
+    default:
+      return planes_of(pixels, channels, count, planes);
+  }
+}
+
+template <typename T>
+void move_to_pixels(const void* from, size_t channels, size_t count, void* to) noexcept {
+  const auto* const planes = static_cast<const T*>(from);
+  auto* const pixels = static_cast<T*>(to);
+  switch (channels) {
+    case 1:
+      return static_cast<void>(std::memmove(to, from, count * sizeof(T)));
+    case 2:
+      return pixels_of<T, 2>(planes, count, pixels);
+    case 3:
+      if constexpr (sizeof(T) == 1) return join_bytes(planes, count, pixels);
+      return pixels_of<T, 3>(planes, count, pixels);
+    case 4:
+      return pixels_of<T, 4>(planes, count, pixels);
+    default:
+      return pixels_of(planes, channels, count, pixels);
+  }
+}
+
+}  // namespace
+
+void split_pixels(const uint8_t* pixels, size_t channels, size_t count, uint8_t* plane0,
+                  uint8_t* plane1, uint8_t* plane2) noexcept {
+  if (channels == 4) return split_each<4>(pixels, count, plane0, plane1, plane2);
+  size_t i = 0;
+  for (; i + kVectorBytes <= count; i += kVectorBytes) {
+    const ByteTriple v = split(pixels + 3 * i);
+    std::memcpy(plane0 + i, &v.a, kVectorBytes);
+    std::memcpy(plane1 + i, &v.b, kVectorBytes);
+    std::memcpy(plane2 + i, &v.c, kVectorBytes);
+  }
+  for (; i < count; ++i) {
+    plane0[i] = pixels[3 * i];
+    plane1[i] = pixels[3 * i + 1];
+    plane2[i] = pixels[3 * i + 2];
+  }
+}
+
+void gray_of_planes(const uint8_t* __restrict blue, const uint8_t* __restrict green,
+                    const uint8_t* __restrict red, size_t count,
+                    uint8_t* __restrict gray) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    gray[i] = static_cast<uint8_t>((29u * blue[i] + 150u * green[i] + 77u * red[i]) >> 8);
+  }
+}
+
+void gray_of_pixels(const uint8_t* pixels, size_t channels, bool red_first, size_t count,
+                    uint8_t* gray) noexcept {
+  Strip first, second, third;
+  for_each_strip(count, [&](size_t begin, size_t size) {
+    split_pixels(pixels + channels * begin, channels, size, first.data(), second.data(),
+                 third.data());
+    const uint8_t* const blue = red_first ? third.data() : first.data();
+    const uint8_t* const red = red_first ? first.data() : third.data();
+    gray_of_planes(blue, second.data(), red, size, gray + begin);
+  });
+}
+
+void gray_by_weights(const uint8_t* pixels, size_t channels, size_t count, uint8_t* gray) noexcept {
+  Strip first, second, third;
+  for_each_strip(count, [&](size_t begin, size_t size) {
+    split_pixels(pixels + channels * begin, channels, size, first.data(), second.data(),
+                 third.data());
+    for (size_t i = 0; i < size; ++i) {
+      const double value = 0.299 * first[i] + 0.587 * second[i] + 0.114 * third[i];
+      gray[begin + i] = static_cast<uint8_t>(std::min(static_cast<int>(value), 255));
+    }
+  });
+}
+
+void yuv_to_planes(const uint8_t* luminance, const Chrominance& chrominance, size_t height,
+                   size_t width, const Planes& planes) noexcept {
+  ByteDifferences differences;
+  const size_t row_of_chrominance = chrominance.step * (width / 2);
+  for (size_t y = 0; y < height; y += 2) {
+    const uint8_t* const u = chrominance.u + y / 2 * row_of_chrominance;
+    const uint8_t* const v = chrominance.v + y / 2 * row_of_chrominance;
+    for_each_strip(width, [&](size_t begin, size_t size) {
+      const size_t first = chrominance.step * (begin / 2);
+      // 64 * y is a multiple of 64, so what is added to y can be shifted alone.
+      if (chrominance.step == 1) {
+        byte_differences<1>(u + first, v + first, size / 2, differences);
+      } else {
+        byte_differences<2>(u + first, v + first, size / 2, differences);
+      }
+      for (size_t row = y; row < y + 2; ++row) {
+        const size_t at = row * width + begin;
+        add_bytes(luminance + at, differences.red.data(), size, planes.red + at);
+        add_bytes(luminance + at, differences.green.data(), size, planes.green + at);
+        add_bytes(luminance + at, differences.blue.data(), size, planes.blue + at);
+      }
+    });
+  }
+}
+
+void yuv_to_planes(const uint8_t* luminance, const Chrominance& chrominance,
+                   const YuvFactors& factors, size_t height, size_t width,
+                   const Planes& planes) noexcept {
+  WideDifferences differences;
+  const size_t row_of_chrominance = chrominance.step * (width / 2);
+  for (size_t y = 0; y < height; y += 2) {
+    const uint8_t* const u = chrominance.u + y / 2 * row_of_chrominance;
+    const uint8_t* const v = chrominance.v + y / 2 * row_of_chrominance;
+    for (size_t begin = 0; begin < width; begin += kWideStrip) {
+      const size_t size = std::min(kWideStrip, width - begin);
+      const size_t first = chrominance.step * (begin / 2);
+      if (chrominance.step == 1) {
+        wide_differences<1>(u + first, v + first, factors, size / 2, differences);
+      } else {
+        wide_differences<2>(u + first, v + first, factors, size / 2, differences);
+      }
+      for (size_t row = y; row < y + 2; ++row) {
+        const size_t at = row * width + begin;
+        add_wide(luminance + at, differences.red.data(), factors, size, planes.red + at);
+        add_wide(luminance + at, differences.green.data(), factors, size, planes.green + at);
+        add_wide(luminance + at, differences.blue.data(), factors, size, planes.blue + at);
+      }
+    }
+  }
+}
+
+void bytes_to_floats(const uint8_t* __restrict bytes, size_t count,
+                     float* __restrict floats) noexcept {
+  for (size_t i = 0; i < count; ++i) floats[i] = static_cast<float>(bytes[i]);
+}
+
+void normalize_bytes(const uint8_t* __restrict bytes, size_t count, float subtrahend,
+                     float multiplier, float* __restrict floats) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    floats[i] = (static_cast<float>(bytes[i]) - subtrahend) * multiplier;
+  }
+}
+
+void scale_floats(const float* input, size_t count, float multiplier, float* output) noexcept {
+  for (size_t i = 0; i < count; ++i) output[i] = multiplier * input[i];
+}
+
+void shift_floats(const float* input, size_t count, float subtrahend, float* output) noexcept {
+  for (size_t i = 0; i < count; ++i) output[i] = input[i] - subtrahend;
+}
+
+void shift_and_scale_floats(const float* input, size_t count, float subtrahend, float multiplier,
+                            float* output) noexcept {
+  for (size_t i = 0; i < count; ++i) output[i] = (input[i] - subtrahend) * multiplier;
+}
+
+bool pixels_to_planes(const void* pixels, size_t element_size, size_t channels, size_t count,
+                      void* planes) noexcept {
+  switch (element_size) {
+    case 1:
+      return move_to_planes<uint8_t>(pixels, channels, count, planes), true;
+    case 2:
+      return move_to_planes<uint16_t>(pixels, channels, count, planes), true;
+    case 4:
+      return move_to_planes<uint32_t>(pixels, channels, count, planes), true;
+    default:
+      return false;
+  }
+}
+
+bool planes_to_pixels(const void* planes, size_t element_size, size_t channels, size_t count,
+                      void* pixels) noexcept {
+  switch (element_size) {
+    case 1:
+      return move_to_pixels<uint8_t>(planes, channels, count, pixels), true;
+    case 2:
+      return move_to_pixels<uint16_t>(planes, channels, count, pixels), true;
+    case 4:
+      return move_to_pixels<uint32_t>(planes, channels, count, pixels), true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace marlo::kernel::image

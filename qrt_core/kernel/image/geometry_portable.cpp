@@ -1,0 +1,240 @@
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "qrt_core/kernel/image/geometry_cores.h"
+
+namespace marlo::kernel::image {
+namespace {
+
+// A pixel of so many bytes, moved as one.
+template <size_t bytes>
+struct Pixel {
+  std::array<uint8_t, bytes> values;
+};
+
+// Sixteen bytes as lanes of one pixel each, in the compiler's own vectors.
+template <typename T>
+struct Lanes {
+  static constexpr size_t kCount = 16 / sizeof(T);
+  typedef T Vector __attribute__((vector_size(16)));
+
+  // Lane 0 of a, lane 0 of b, lane 1 of a, ... from lane `first` on.
+  template <size_t first, size_t... lane>
+  static Vector merge(const Vector& a, const Vector& b, std::index_sequence<lane...>) {
+    return __builtin_shufflevector(a, b, (first + lane / 2 + lane % 2 * kCount)...);
+  }
+
+  static Vector low(const Vector& a, const Vector& b) {
+    return merge<0>(a, b, std::make_index_sequence<kCount>());
+  }
+  static Vector high(const Vector& a, const Vector& b) {
+    return merge<kCount / 2>(a, b, std::make_index_sequence<kCount>());
+  }
+};
+
+struct Plane {
+  const uint8_t* input;
+  ptrdiff_t input_stride;  // bytes from one row to the next, negative to read upwards
+  uint8_t* output;
+  ptrdiff_t output_stride;
+};
+
+// Transposes a square of as many pixels as a vector has lanes. Merging row i with row i + n / 2
+// rotates the bits of an element's index by one; after log2(n) times row and column have changed
+// places.
+template <typename T>
+void transpose_square(const uint8_t* input, ptrdiff_t input_stride, uint8_t* output,
+                      ptrdiff_t output_stride) noexcept {
+  using L = Lanes<T>;
+  constexpr size_t n = L::kCount;
+  std::array<typename L::Vector, n> rows;
+  for (size_t i = 0; i < n; ++i) {
+    std::memcpy(&rows[i], input + static_cast<ptrdiff_t>(i) * input_stride, 16);
+  }
+  for (size_t step = 1; step < n; step *= 2) {
+    std::array<typename L::Vector, n> merged;
+    for (size_t i = 0; i < n / 2; ++i) {
+      merged[2 * i] = L::low(rows[i], rows[i + n / 2]);
+      merged[2 * i + 1] = L::high(rows[i], rows[i + n / 2]);
+    }
+    rows = merged;
+  }
+  for (size_t i = 0; i < n; ++i) {
+    std::memcpy(output + static_cast<ptrdiff_t>(i) * output_stride, &rows[i], 16);
+  }
+}
+
+// Pixel by pixel: rows from `y` to `y_end`, columns from `x` to `x_end`.
+template <typename P>
+void transpose_part(const Plane& plane, size_t y, size_t y_end, size_t x, size_t x_end) noexcept {
+  for (size_t row = x; row < x_end; ++row) {
+    const uint8_t* from = plane.input + static_cast<ptrdiff_t>(y) * plane.input_stride +
+                          static_cast<ptrdiff_t>(row * sizeof(P));
+    uint8_t* to = plane.output + static_cast<ptrdiff_t>(row) * plane.output_stride +
+                  static_cast<ptrdiff_t>(y * sizeof(P));
+    for (size_t column = y; column < y_end; ++column) {
+      std::memcpy(to, from, sizeof(P));
+      from += plane.input_stride;
+      to += sizeof(P);
+    }
+  }
+}
+
+// Squares of vectors, and the borders pixel by pixel.
+template <typename T>
+void transpose_vectors(const Plane& plane, size_t height, size_t width) noexcept {
+  constexpr size_t n = Lanes<T>::kCount;
+  const size_t whole_rows = height - height % n;
+  const size_t whole_columns = width - width % n;
+  // Square by square down a column, so that outputs go on where the last one ended.
+  for (size_t x = 0; x < whole_columns; x += n) {
+    for (size_t y = 0; y < whole_rows; y += n) {
+      transpose_square<T>(plane.input + static_cast<ptrdiff_t>(y) * plane.input_stride +
+                              static_cast<ptrdiff_t>(x * sizeof(T)),
+                          plane.input_stride,
+                          plane.output + static_cast<ptrdiff_t>(x) * plane.output_stride +
+                              static_cast<ptrdiff_t>(y * sizeof(T)),
+                          plane.output_stride);
+    }
+  }
+  transpose_part<T>(plane, 0, whole_rows, whole_columns, width);
+  transpose_part<T>(plane, whole_rows, height, 0, width);
+}
+
+// Pixels that are no lanes, in squares that stay in the cache.
+template <typename P>
+void transpose_tiles(const Plane& plane, size_t height, size_t width) noexcept {
+  constexpr size_t kTile = 16;
+  for (size_t y = 0; y < height; y += kTile) {
+    for (size_t x = 0; x < width; x += kTile) {
+      transpose_part<P>(plane, y, std::min(y + kTile, height), x, std::min(x + kTile, width));
+    }
+  }
+}
+
+void transpose_any(const Plane& plane, size_t height, size_t width, size_t pixel_bytes) noexcept {
+  for (size_t y = 0; y < height; ++y) {
+    for (size_t x = 0; x < width; ++x) {
+      std::memcpy(plane.output + static_cast<ptrdiff_t>(x) * plane.output_stride +
+                      static_cast<ptrdiff_t>(y * pixel_bytes),
+                  plane.input + static_cast<ptrdiff_t>(y) * plane.input_stride +
+                      static_cast<ptrdiff_t>(x * pixel_bytes),
+                  pixel_bytes);
+    }
+  }
+}
+
+void transpose(const Plane& plane, size_t height, size_t width, size_t pixel_bytes) noexcept {
+  switch (pixel_bytes) {
+    case 1:
+      return transpose_vectors<uint8_t>(plane, height, width);
+    case 2:
+      return transpose_vectors<uint16_t>(plane, height, width);
+    case 3:
+      return transpose_tiles<Pixel<3>>(plane, height, width);
+    case 4:
+      return transpose_vectors<uint32_t>(plane, height, width);
+    case 12:
+      return transpose_tiles<Pixel<12>>(plane, height, width);
+    default:
+      return transpose_any(plane, height, width, pixel_bytes);
+  }
+}
+
+void reverse_bytes(const uint8_t* input, size_t count, uint8_t* output) noexcept {
+  const uint8_t* end = input + count;
+  for (; count >= sizeof(uint64_t); count -= sizeof(uint64_t)) {
+    end -= sizeof(uint64_t);
+    uint64_t word;
+    std::memcpy(&word, end, sizeof word);
+    word = __builtin_bswap64(word);
+    std::memcpy(output, &word, sizeof word);
+    output += sizeof word;
+  }
+  while (count-- > 0) *output++ = *--end;
+}
+
+template <typename P>
+void reverse(const uint8_t* __restrict input, size_t count, uint8_t* __restrict output) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    std::memcpy(output + i * sizeof(P), input + (count - 1 - i) * sizeof(P), sizeof(P));
+  }
+}
+
+// Four bytes move as fast as three. The fourth is overwritten by the pixel that follows, so only
+// the first pixel, behind which the input may end, and the last one are moved by themselves.
+void reverse_triples(const uint8_t* __restrict input, size_t count,
+                     uint8_t* __restrict output) noexcept {
+  if (count == 0) return;
+  const uint8_t* from = input + (count - 1) * 3;
+  std::memcpy(output, from, 3);
+  for (size_t i = 1; i + 1 < count; ++i) {
+    from -= 3;
+    output += 3;
+    std::memcpy(output, from, 4);
+  }
+  if (count > 1) std::memcpy(output + 3, input, 3);
+}
+
+}  // namespace
+
+void turn_clockwise(const void* input, size_t height, size_t width, size_t pixel_bytes,
+                    void* output) noexcept {
+  if (height == 0 || width == 0) return;
+  const auto stride = static_cast<ptrdiff_t>(width * pixel_bytes);
+  const auto* const last = static_cast<const uint8_t*>(input) + (height - 1) * width * pixel_bytes;
+  transpose(
+      {last, -stride, static_cast<uint8_t*>(output), static_cast<ptrdiff_t>(height * pixel_bytes)},
+      height, width, pixel_bytes);
+}
+
+void turn_counterclockwise(const void* input, size_t height, size_t width, size_t pixel_bytes,
+                           void* output) noexcept {
+  if (height == 0 || width == 0) return;
+  const auto stride = static_cast<ptrdiff_t>(height * pixel_bytes);
+  auto* const last = static_cast<uint8_t*>(output) + (width - 1) * height * pixel_bytes;
+  transpose({static_cast<const uint8_t*>(input), static_cast<ptrdiff_t>(width * pixel_bytes), last,
+             -stride},
+            height, width, pixel_bytes);
+}
+
+void reverse_pixels(const void* input, size_t count, size_t pixel_bytes, void* output) noexcept {
+  const auto* const from = static_cast<const uint8_t*>(input);
+  auto* const to = static_cast<uint8_t*>(output);
+  switch (pixel_bytes) {
+    case 1:
+      return reverse_bytes(from, count, to);
+    case 2:
+      return reverse<Pixel<2>>(from, count, to);
+    case 3:
+      return reverse_triples(from, count, to);
+    case 4:
+      return reverse<Pixel<4>>(from, count, to);
+    case 12:
+      return reverse<Pixel<12>>(from, count, to);
+    default:
+      for (size_t i = 0; i < count; ++i) {
+        std::memcpy(to + i * pixel_bytes, from + (count - 1 - i) * pixel_bytes, pixel_bytes);
+      }
+  }
+}
+
+void copy_rows(const void* input, size_t input_stride, size_t rows, size_t row_bytes, void* output,
+               size_t output_stride) noexcept {
+  if (row_bytes == 0) return;
+  for (size_t y = 0; y < rows; ++y) {
+    std::memcpy(static_cast<uint8_t*>(output) + y * output_stride,
+                static_cast<const uint8_t*>(input) + y * input_stride, row_bytes);
+  }
+}
+
+void reverse_rows(const void* input, size_t height, size_t row_bytes, void* output) noexcept {
+  for (size_t y = 0; y < height; ++y) {
+    copy_rows(static_cast<const uint8_t*>(input) + (height - 1 - y) * row_bytes, 0, 1, row_bytes,
+              static_cast<uint8_t*>(output) + y * row_bytes, 0);
+  }
+}
+
+}  // namespace marlo::kernel::image

@@ -1,0 +1,232 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "qrt_core/kernel/image/resize_cores.h"
+
+namespace marlo::kernel::image {
+namespace {
+
+constexpr float kWeightOne = 2048.0f;
+
+// Rounds half away from zero, and keeps to 16 bits.
+int16_t fixed_weight(float weight) {
+  const float scaled = kWeightOne * weight;
+  const auto rounded = static_cast<int>(scaled + (scaled < 0.0f ? -0.5f : 0.5f));
+  return static_cast<int16_t>(std::clamp<int>(rounded, std::numeric_limits<int16_t>::min(),
+                                              std::numeric_limits<int16_t>::max()));
+}
+
+// The horizontal pass over a picture's columns: gathers the bytes at the left and at the right of
+// each output element, and weighs them in a loop that compilers turn into vectors.
+class RowScaler {
+ public:
+  RowScaler(const BytePicture& from, const BytePicture& to)
+      : axis_(static_cast<uint32_t>(from.width), static_cast<uint32_t>(to.width)),
+        channels_(from.channels),
+        width_(to.width),
+        left_(to.width * from.channels + kSpare),
+        right_(to.width * from.channels + kSpare),
+        weights0_(to.width * from.channels),
+        weights1_(to.width * from.channels) {
+    for (size_t i = 0; i < width_ * channels_; ++i) {
+      weights0_[i] = axis_.weights0[i / channels_];
+      weights1_[i] = axis_.weights1[i / channels_];
+    }
+    // Four bytes are read for a pixel of fewer, up to the last column that four bytes fit behind.
+    const size_t row_bytes = from.width * channels_;
+    wide_ = width_;
+    while (wide_ > 0 && (axis_.first[wide_ - 1] + axis_.step) * channels_ + kWord > row_bytes) {
+      --wide_;
+    }
+  }
+
+  void scale(const uint8_t* row, int16_t* scaled) {
+    switch (channels_) {
+      case 1:
+        gather<1>(row);
+        break;
+      case 2:
+        gather<2>(row);
+        break;
+      case 3:
+        gather<3>(row);
+        break;
+      default:
+        gather<4>(row);
+    }
+    weigh(left_.data(), right_.data(), weights0_.data(), weights1_.data(), width_ * channels_,
+          scaled);
+  }
+
+ private:
+  static constexpr size_t kWord = 4;
+  static constexpr size_t kSpare = kWord;
+
+  template <size_t channels>
+  void gather(const uint8_t* __restrict row) noexcept {
+    uint8_t* __restrict left = left_.data();
+    uint8_t* __restrict right = right_.data();
+    const uint32_t* const first = axis_.first.data();
+    const size_t step = axis_.step * channels;
+    size_t i = 0;
+    if constexpr (channels > 1) {
+      for (; i < wide_; ++i) {
+        const uint8_t* const pixel = row + first[i] * channels;
+        std::memcpy(left + i * channels, pixel, kWord);
+        std::memcpy(right + i * channels, pixel + step, kWord);
+      }
+    }
+    for (; i < width_; ++i) {
+      const uint8_t* const pixel = row + first[i] * channels;
+      std::memcpy(left + i * channels, pixel, channels);
+      std::memcpy(right + i * channels, pixel + step, channels);
+    }
+  }
+
+  static void weigh(const uint8_t* __restrict left, const uint8_t* __restrict right,
+                    const int16_t* __restrict weights0, const int16_t* __restrict weights1,
+                    size_t count, int16_t* __restrict scaled) noexcept {
+    for (size_t i = 0; i < count; ++i) {
+      const int16_t a = left[i];
+      const int16_t b = right[i];
+      scaled[i] = static_cast<int16_t>((a * weights0[i] + b * weights1[i]) >> 4);
+    }
+  }
+
+  BilinearAxis axis_;
+  size_t channels_;
+  size_t width_;
+  size_t wide_;  // columns that are gathered by whole words
+  std::vector<uint8_t> left_;
+  std::vector<uint8_t> right_;
+  std::vector<int16_t> weights0_;
+  std::vector<int16_t> weights1_;
+};
+
+void mix_rows(const int16_t* __restrict upper, const int16_t* __restrict lower,
+              int16_t upper_weight, int16_t lower_weight, size_t count,
+              uint8_t* __restrict output) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    const int sum = ((upper[i] * upper_weight) >> 16) + ((lower[i] * lower_weight) >> 16);
+    output[i] = static_cast<uint8_t>((sum + 2) >> 2);
+  }
+}
+
+template <size_t pixel_bytes>
+void copy_row(const uint8_t* __restrict input, const uint32_t* __restrict columns, size_t count,
+              uint8_t* __restrict output) noexcept {
+  for (size_t x = 0; x < count; ++x) {
+    std::memcpy(output + x * pixel_bytes, input + columns[x] * size_t{pixel_bytes}, pixel_bytes);
+  }
+}
+
+void copy_row(const uint8_t* input, const uint32_t* columns, size_t count, size_t pixel_bytes,
+              uint8_t* output) noexcept {
+  switch (pixel_bytes) {
+    case 1:
+      return copy_row<1>(input, columns, count, output);
+    case 2:
+      return copy_row<2>(input, columns, count, output);
+    case 3:
+      return copy_row<3>(input, columns, count, output);
+    default:
+      return copy_row<4>(input, columns, count, output);
+  }
+}
+
+}  // namespace
+
+BilinearAxis::BilinearAxis(uint32_t in, uint32_t out)
+    : first(out), weights0(out), weights1(out), step(in > 1 ? 1 : 0) {
+  const double scale = static_cast<double>(in) / out;
+  for (uint32_t i = 0; i < out; ++i) {
+    const auto place = static_cast<float>((i + 0.5) * scale - 0.5);
+    auto whole = static_cast<int64_t>(std::floor(place));
+    float fraction = place - static_cast<float>(whole);
+    if (whole < 0) {
+      whole = 0;
+      fraction = 0.0f;
+    }
+    if (whole >= int64_t{in} - 1) {
+      whole = in > 1 ? int64_t{in} - 2 : 0;
+      fraction = 1.0f;
+    }
+    first[i] = static_cast<uint32_t>(whole);
+    weights0[i] = fixed_weight(1.0f - fraction);
+    weights1[i] = fixed_weight(fraction);
+  }
+}
+
+void resize_bilinear(const uint8_t* input, const BytePicture& from, uint8_t* output,
+                     const BytePicture& to) {
+  const BilinearAxis rows(static_cast<uint32_t>(from.height), static_cast<uint32_t>(to.height));
+  RowScaler scaler(from, to);
+  const size_t in_row = from.width * from.channels;
+  const size_t out_row = to.width * to.channels;
+  std::vector<int16_t> upper(out_row);
+  std::vector<int16_t> lower(out_row);
+  int64_t last = -2;  // the input row in `upper`; the one below it is in `lower`
+  for (size_t y = 0; y < to.height; ++y) {
+    const int64_t row = rows.first[y];
+    if (row != last) {
+      if (row == last + 1) {
+        upper.swap(lower);
+      } else {
+        scaler.scale(input + static_cast<size_t>(row) * in_row, upper.data());
+      }
+      scaler.scale(input + (static_cast<size_t>(row) + rows.step) * in_row, lower.data());
+      last = row;
+    }
+    mix_rows(upper.data(), lower.data(), rows.weights0[y], rows.weights1[y], out_row,
+             output + y * out_row);
+  }
+}
+
+std::vector<uint32_t> nearest_places(uint32_t in, uint32_t out) {
+  std::vector<uint32_t> places(out);
+  const float scale = static_cast<float>(in) / static_cast<float>(out);
+  for (uint32_t i = 0; i < out; ++i) {
+    const auto place = static_cast<float>((i + 0.5) * static_cast<double>(scale) - 0.5);
+    auto whole = static_cast<int64_t>(place);
+    const float fraction = place - static_cast<float>(whole);
+    if (whole < 0) {
+      whole = 0;
+    } else if (whole >= int64_t{in} - 1) {
+      whole = int64_t{in} - 1;
+    } else if (fraction >= 0.5f) {
+      ++whole;
+    }
+    places[i] = static_cast<uint32_t>(whole);
+  }
+  return places;
+}
+
+std::vector<uint32_t> accumulated_places(uint32_t in, uint32_t out) {
+  std::vector<uint32_t> places(out);
+  const float scale = static_cast<float>(in) / static_cast<float>(out);
+  float place = 0.0f;
+  for (uint32_t& here : places) {
+    // The rounding of a very long sum may lead past the end.
+    here = static_cast<uint32_t>(std::min(static_cast<int64_t>(place), int64_t{in} - 1));
+    place += scale;
+  }
+  return places;
+}
+
+void copy_places(const uint8_t* input, size_t input_stride, const uint32_t* rows, size_t row_count,
+                 const uint32_t* columns, size_t column_count, size_t pixel_bytes, uint8_t* output,
+                 size_t output_stride) noexcept {
+  const size_t row_bytes = column_count * pixel_bytes;
+  for (size_t y = 0; y < row_count; ++y) {
+    uint8_t* const to = output + y * output_stride;
+    if (y > 0 && rows[y] == rows[y - 1]) {
+      std::memcpy(to, to - output_stride, row_bytes);
+    } else {
+      copy_row(input + rows[y] * input_stride, columns, column_count, pixel_bytes, to);
+    }
+  }
+}
+
+}  // namespace marlo::kernel::image
