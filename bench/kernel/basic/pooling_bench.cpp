@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/peer.h"
 #include "bench/support/probe.h"
 #include "bench/support/probe_cores.h"
 #include "bench/support/reporting.h"
@@ -74,6 +75,15 @@ void run_forward(benchmark::State& state, const PoolingRow& row, uint32_t channe
     kernel->Forward(inputs, outputs, context);
   }
   report_bandwidth(state, moved * sizeof(float), limit);
+  if (row.layout != runtime::LayoutType::C8HW8) return;
+  const auto peer = peer_pooling(row.kind == kernel::PoolingKind::maximum, channels, size,
+                                 sizes.kernel_y, sizes.stride_y, static_cast<uint32_t>(padding));
+  if (peer == nullptr) return;
+  const auto ours = [&] {
+    outputs.clear();
+    kernel->Forward(inputs, outputs, context);
+  };
+  report_peer(state, ours, *peer);
 }
 
 const bool registered = [] {
