@@ -28,3 +28,4 @@
 #include "qrt_core/kernel/layout/slice.h"
 #include "qrt_core/kernel/layout/unsqueeze.h"
 #include "qrt_core/kernel/matrix/full_connection.h"
+#include "qrt_core/kernel/recurrent/recurrent.h"

@@ -8,6 +8,7 @@
 
 #include "qrt_core/kernel/basic/activation.h"
 #include "qrt_core/kernel/basic/pass_through.h"
+#include "qrt_core/kernel/recurrent/recurrent.h"
 #include "tests/support/conv_rows.h"
 #include "tests/support/kernels.h"
 
@@ -81,6 +82,8 @@ TEST(KernelRows, AreAllRegistered) {
   for (const auto* row : kernel::activation_rows) names.insert(row->name);
   for (const auto* row : kernel::pass_through_rows) names.insert(row->name);
   for (const ConvRow& row : all_convolution_rows()) names.insert(row.name);
+  for (const auto* row : kernel::recurrent_cell_rows) names.insert(row->name);
+  for (const auto* row : kernel::recurrent_sequence_rows) names.insert(row->name);
   for (const std::string& name : names) {
     EXPECT_NE(all_kernels().Create(name), nullptr) << name << " isn't registered";
     EXPECT_EQ(names.count(name), 1u) << name << " has several rows";

@@ -197,6 +197,29 @@ KernelFacts facts_of(const kernel::PixelShuffleRow& row) {
   return in_one_layout(accepts, row.layout, kMoves);
 }
 
+KernelFacts facts_of_recurrent(const kernel::RecurrentNetwork& network, const std::string& name,
+                               const std::string& accepts) {
+  KernelFacts facts{accepts, "", "", "", portable_defines(name, kFreeOrder)};
+  if (network.has_activation) facts.accepts += ", rectifier or tanh";
+  if (name.find("SGEMM") != std::string::npos) facts.difference = "products of a BLAS";
+  if (name.find("SSE_SGEMM") != std::string::npos) facts.difference += ", SSE between them";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::RecurrentCellRow& row) {
+  KernelFacts facts = facts_of_recurrent(row.network, row.name, "one step");
+  facts.input = facts.output = "C";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::RecurrentSequenceRow& row) {
+  KernelFacts facts =
+      facts_of_recurrent(row.network, row.name, "any layers, one or two directions");
+  facts.input = "any";
+  facts.output = "SC";
+  return facts;
+}
+
 KernelFacts facts_of(const ConvRow& row) {
   return {row.accepts, layout_name(row.layout), layout_name(row.output_layout), "",
           row.is_reference ? kDefines : kFreeOrder};
@@ -224,6 +247,8 @@ Table facts_of_rows() {
   add_rows(pixel_shuffle_rows, table);
   for (const ConvRow& row : all_convolution_rows()) table[row.name] = facts_of(row);
   add_rows(full_connection_rows, table);
+  add_rows(recurrent_cell_rows, table);
+  add_rows(recurrent_sequence_rows, table);
   add_rows(pass_through_rows, table);
   add_rows(activation_rows, table);
   add_rows(elementwise_rows, table);

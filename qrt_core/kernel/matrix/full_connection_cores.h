@@ -25,6 +25,9 @@ using FullConnectionCore = void (*)(const FullConnectionTask& task) noexcept;
 /// Adds each product to the output in turn.
 void dot_portable(const FullConnectionTask& task) noexcept;
 
+/// Adds the product of a BLAS, whose order of summation is its own.
+void dot_sgemm(const FullConnectionTask& task) noexcept;
+
 /// Adds (s3 + s2) + (s1 + s0), its lanes summed from first to last, plus a scalar sum of what
 /// doesn't fill a vector. Blocks of 16 go to four sums of four lanes; of the rest 8 go to the first
 /// two if there are as many, then 4 to the first.

@@ -54,6 +54,12 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<UnSqueeze_Fallback_M1>(kernels);
   add_kernel<Slice_Fallback_CHW_Float_M1>(kernels);
   add_kernel<FullConnection_Fallback_C_Float_M1>(kernels);
+  add_kernel<RNNCell_Fallback_C_F32_M1>(kernels);
+  add_kernel<RNN_Fallback_SC_F32_M1>(kernels);
+  add_kernel<LSTMCell_Fallback_C_F32_M1>(kernels);
+  add_kernel<LSTM_Fallback_SC_F32_M1>(kernels);
+  add_kernel<GRUCell_Fallback_C_F32_M1>(kernels);
+  add_kernel<GRU_Fallback_SC_F32_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

@@ -1,3 +1,4 @@
+#include "qrt_core/kernel/kernels.h"
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/utility/build_options.h"
 
@@ -5,9 +6,16 @@
 
 namespace marlo::runtime {
 
-// The group of matrix products is part of the order of registration; its kernels come with the
-// products themselves.
-void register_sgemm_kernels(KernelRegistry& kernels) { (void)kernels; }
+using namespace kernel;
+
+void register_sgemm_kernels(KernelRegistry& kernels) {
+  add_kernel<RNNCell_SGEMM_C_F32_M1>(kernels);
+  add_kernel<RNN_SGEMM_SC_F32_M1>(kernels);
+  add_kernel<LSTMCell_SGEMM_C_F32_M1>(kernels);
+  add_kernel<LSTM_SGEMM_SC_F32_M1>(kernels);
+  add_kernel<GRUCell_SGEMM_C_F32_M1>(kernels);
+  add_kernel<GRU_SGEMM_SC_F32_M1>(kernels);
+}
 
 }  // namespace marlo::runtime
 

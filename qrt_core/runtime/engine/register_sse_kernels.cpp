@@ -62,6 +62,16 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<FullConnection_SSE_C44_Float_M1>(kernels);
   add_kernel<FullConnection_SSE_BC_Float_M1>(kernels);
   add_kernel<FullConnection_SSE_C4HW4_Float_M1>(kernels);
+  add_kernel<RNNCell_SSE_C_F32_M1>(kernels);
+  add_kernel<RNN_SSE_SC_F32_M1>(kernels);
+  add_kernel<LSTMCell_SSE_C_F32_M1>(kernels);
+  add_kernel<LSTM_SSE_SC_F32_M1>(kernels);
+  add_kernel<GRUCell_SSE_C_F32_M1>(kernels);
+  add_kernel<GRU_SSE_SC_F32_M1>(kernels);
+#if QRT_WITH_SGEMM
+  add_kernel<GRUCell_SSE_SGEMM_C_F32_M2>(kernels);
+  add_kernel<GRU_SSE_SGEMM_SC_F32_M2>(kernels);
+#endif
   add_kernel<Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1>(kernels);
   add_kernel<Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C4HW4_Float_M1>(kernels);
   add_kernel<Conv2D_Knxm_Snxm_Dnxm_G1_SSE_C8HW8_Float_M1>(kernels);
