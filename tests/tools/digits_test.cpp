@@ -134,5 +134,17 @@ TEST_F(DigitsTest, TheToolNamesTheDigit) {
   EXPECT_THAT(outcome.out, ::testing::StartsWith(" 1. 3  "));
 }
 
+// A photograph of 1280 x 960 with one digit in it, wherever the window is put around the digit.
+TEST_F(DigitsTest, TheToolReadsAPhotograph) {
+  for (const char* const window : {"560x560+540+220", "480x480+580+260", "640x640+500+180"}) {
+    const Outcome outcome =
+        qrt({"run", std::string(kDigits) + "digits.qrtmodel", "--input",
+             std::string(kDigits) + "samples/photo.jpg", "--crop", window, "--resize", "model",
+             "--top", "1", "--labels", std::string(kDigits) + "labels.txt"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_THAT(outcome.out, ::testing::StartsWith(" 1. 5  ")) << window;
+  }
+}
+
 }  // namespace
 }  // namespace qrt_tool_test

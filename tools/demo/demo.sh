@@ -23,9 +23,10 @@ fi
 
 right=0
 wrong=()
-while IFS=$'\t' read -r picture digit; do
-  [[ -n $picture && $picture != \#* ]] || continue
-  shown=$("$qrt" run "$model" --input "$digits/samples/$picture" \
+# read_picture PICTURE DIGIT [OPTION...]: runs the model, and compares its answer
+read_picture() {
+  local picture=$1 digit=$2 shown answer verdict
+  shown=$("$qrt" run "$model" --input "$digits/samples/$picture" "${@:3}" \
     --top 3 --labels "$digits/labels.txt" --preview --preview-width 20 --repeat "$passes")
   # The best answer stands behind the rank " 1. ".
   answer=$(sed -n 's/^\(.*[^0-9]\)\{0,1\} 1\. \([^ ]*\) .*/\2/p' <<<"$shown")
@@ -41,7 +42,14 @@ while IFS=$'\t' read -r picture digit; do
     wrong+=("$picture")
   fi
   printf '%s  --  %s\n%s\n\n' "$picture" "$verdict" "$shown"
+}
+
+while IFS=$'\t' read -r picture digit; do
+  [[ -n $picture && $picture != \#* ]] || continue
+  read_picture "$picture" "$digit"
 done <"$digits/samples/labels.txt"
+# A photograph: the window around its digit is cut out and resized to what the model reads.
+read_picture photo.jpg 5 --crop 560x560+540+220 --resize model
 
 if ((right + ${#wrong[@]} == 0)); then
   echo "demo.sh: there are no samples in $digits/samples/labels.txt" >&2

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <clocale>
 #include <cstdio>
+#include <map>
 #include <new>
 
 #include "qrt_core/qrt_core.h"
@@ -24,6 +25,7 @@ constexpr char kFooter[] =
     "  qrt run digits.qrtmodel --input seven.png --profile --repeat 100\n"
     "  qrt run net.qrtmodel --input x.npy --output y.npy\n"
     "  qrt check net.qrtmodel --input 1x3x224x224    does every layer fit?\n"
+    "  qrt image photo.jpg small.png --resize 320x240 --rotate 90 --gray\n"
     "  qrt convert digits.json digits.qrtmodel\n"
     "  qrt kernels relu\n"
     "\n"
@@ -36,6 +38,8 @@ constexpr char kFooter[] =
     "  4  a model file can't be read or loaded\n"
     "  5  a pass failed, a result can't be written, or nothing was found";
 
+constexpr char kCropHelp[] = "Cut out WxH+LEFT+TOP, or WxH of the middle; black outside";
+constexpr char kOperations[] = "Operations";
 constexpr char kModelHelp[] = "Model file: .qrtmodel or .json";
 constexpr char kSdkHelp[] = "Demand a model for SDK NAME:MAJOR.MINOR";
 constexpr char kWidthHelp[] = "Width of tables";
@@ -95,7 +99,18 @@ void add_run(CLI::App& app, RunOptions& options) {
       ->type_name("N")
       ->check(CLI::Range(1, 1000000));
   command->add_flag("--profile", options.profile, "Print each layer's time and share");
-  command->add_flag("--any-size", options.any_size, "Let pictures of another size through");
+  PictureOptions& pictures = options.pictures;
+  command->add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
+  command
+      ->add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
+      ->type_name("SIZE");
+  command->add_option("--color", pictures.color, "Planes of pictures: rgb, bgr or gray")
+      ->type_name("ORDER");
+  command->add_option("--mean", pictures.mean, "Subtract M, or R,G,B, from samples of 0 to 255")
+      ->type_name("M");
+  command->add_option("--scale", pictures.scale, "Then multiply by S, or R,G,B (default 1/255)")
+      ->type_name("S");
+  command->add_flag("--any-size", pictures.any_size, "Let pictures of another size through");
   command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
   command->add_option("--width", options.width, kWidthHelp)->type_name("N")->capture_default_str();
   command->add_flag("--json", options.json, "Print JSON");
@@ -103,7 +118,8 @@ void add_run(CLI::App& app, RunOptions& options) {
       "Pictures are PNG, JPEG, BMP or PGM. They become FLOAT32 planes (CHW), each sample divided\n"
       "by 255: one grey plane, or red, green and blue, as the network's first convolution "
       "demands.\n"
-      "They are not resized.\n"
+      "Before that they are cropped, resized, and put into another order of colours, in this\n"
+      "order, where an option says so; --mean and --scale replace the division.\n"
       "Arrays of any integer or floating-point type become FLOAT32 as they are: 3 dimensions are\n"
       "CHW (a leading 1 is dropped from 4), 2 are channels by length or a single plane.\n"
       "Several inputs are given in the order of their layers, or each as LAYER=FILE; several\n"
@@ -131,6 +147,54 @@ void add_check(CLI::App& app, CheckOptions& options) {
       "sizes are those of the model's header; a leading 1 is dropped from 4 sizes. Faults go to\n"
       "standard error, and the exit code is then 3.");
   command->callback([&options] { run_check(options); });
+}
+
+// The values of the operations in the order of the command line. An option that was given several
+// times stands there as often.
+std::vector<ImageStep> steps_in_order(const CLI::App& command) {
+  std::vector<ImageStep> steps;
+  std::map<const CLI::Option*, size_t> used;
+  for (const CLI::Option* option : command.parse_order()) {
+    if (option->get_group() != kOperations) continue;
+    const size_t occurrence = used[option]++;
+    const bool takes_value = option->get_expected_max() > 0;
+    steps.push_back(
+        {option->get_lnames().at(0), takes_value ? option->results().at(occurrence) : ""});
+  }
+  return steps;
+}
+
+void add_image(CLI::App& app, ImageOptions& options) {
+  CLI::App* command = app.add_subcommand("image", "Change a picture as an input is prepared");
+  command->add_option("IN", options.input, "Picture to read")->required()->type_name("FILE");
+  command->add_option("OUT", options.output, "Picture to write; an existing one is replaced")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--yuv", options.yuv, "IN is a raw nv12, nv21 or iyuv picture of WxH")
+      ->type_name("FORMAT:WxH");
+  const auto add = [&](const char* name, const char* type, const char* help) {
+    command->add_option(name)->description(help)->take_all()->expected(1)->type_name(type)->group(
+        kOperations);
+  };
+  add("--resize", "WxH", "Resize, bilinear");
+  add("--nearest", "WxH", "Resize to the nearest pixels");
+  add("--crop", "RECT", kCropHelp);
+  add("--rotate", "DEGREES", "Turn clockwise by 90, 180 or 270");
+  add("--flip", "DIRECTION", "Flip horizontal or vertical");
+  add("--affine", "MATRIX",
+      "Warp by A,B,C,D,E,F: pixel (x, y) comes from\n(Ax + By + C, Dx + Ey + F)");
+  add("--warp", "MATRIX", "The same with x and y from -1 to 1");
+  command->add_flag("--gray")->description("Make it gray")->group(kOperations);
+  command->add_flag("--swap")->description("Exchange red and blue")->group(kOperations);
+  command->footer(
+      "Operations are applied in the order of the command line, each as often as it is given, by\n"
+      "the functions that prepare a network's input. IN is PNG, JPEG, BMP, PGM or PPM, and OUT\n"
+      "what its name says: .png, .jpg, .bmp, .pgm or .ppm.\n"
+      "  qrt image photo.jpg small.png --crop 800x600 --resize 320x240 --rotate 90 --gray");
+  command->callback([command, &options] {
+    options.steps = steps_in_order(*command);
+    run_image(options);
+  });
 }
 
 void add_convert(CLI::App& app, ConvertOptions& options) {
@@ -203,6 +267,7 @@ int run_app(int argc, char** argv) {
   InfoOptions info;
   RunOptions run;
   CheckOptions check;
+  ImageOptions image;
   ConvertOptions convert;
   KernelsOptions kernels;
   CLI::App app(kDescription, "qrt");
@@ -213,6 +278,7 @@ int run_app(int argc, char** argv) {
   add_info(app, info);
   add_run(app, run);
   add_check(app, check);
+  add_image(app, image);
   add_convert(app, convert);
   add_kernels(app, kernels);
   const int result = parse_and_run(app, argc, argv);

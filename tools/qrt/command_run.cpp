@@ -32,7 +32,7 @@ void run_network(const RunOptions& options) {
   const std::string id = choose_network(*model, options.model, options.network);
   LoadedNetwork network = load_network(library, *model, options.model, id);
   const std::vector<InputData> inputs =
-      read_inputs(network.report, options.inputs, options.any_size, *library.context->cpu);
+      read_inputs(network.report, options.inputs, options.pictures, library.context);
 
   const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
   PassResult result;

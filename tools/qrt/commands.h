@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "tools/qrt/image_steps.h"
+#include "tools/qrt/inputs.h"
+
 // The commands. Each prints its data on standard output and throws ToolError on failure.
 
 namespace qrt_tool {
@@ -33,7 +36,7 @@ struct RunOptions {
   bool no_softmax = false;
   bool profile = false;
   bool preview = false;
-  bool any_size = false;
+  PictureOptions pictures;
   bool json = false;
 };
 
@@ -44,6 +47,13 @@ struct CheckOptions {
   std::string sdk;
   size_t width = kDefaultWidth;
   bool json = false;
+};
+
+struct ImageOptions {
+  std::string input;
+  std::string output;
+  std::string yuv;               ///< "FORMAT:WIDTHxHEIGHT" of a raw picture; empty for a file
+  std::vector<ImageStep> steps;  ///< in the order in which they are applied
 };
 
 struct ConvertOptions {
@@ -60,6 +70,7 @@ struct KernelsOptions {
 void run_info(const InfoOptions& options);
 void run_network(const RunOptions& options);
 void run_check(const CheckOptions& options);
+void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);
 void run_kernels(const KernelsOptions& options);
 

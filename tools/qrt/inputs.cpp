@@ -4,6 +4,7 @@
 
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
+#include "tools/qrt/image_steps.h"
 #include "tools/qrt/npy.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/text.h"
@@ -64,23 +65,81 @@ void fit_dims(std::vector<uint32_t>& sizes, const std::optional<DemandedInput>& 
   if (sizes.size() + 1 == demanded->dims && demanded->channels == 1) sizes.insert(sizes.begin(), 1);
 }
 
+void check_options(const PictureOptions& options) {
+  for (const char* const known : {"", "rgb", "bgr", "gray"}) {
+    if (options.color == known) return;
+  }
+  throw ToolError(kUsageError, "--color " + quoted(options.color) + ": expected rgb, bgr or gray");
+}
+
+// The size that `--resize model` stands for.
+PictureSize size_of_model(const std::optional<DemandedInput>& demanded) {
+  if (!demanded || demanded->height == 0 || demanded->width == 0) {
+    throw ToolError(
+        kInputError,
+        "the model's header gives no size to resize to; expected --resize WIDTHxHEIGHT");
+  }
+  return {demanded->height, demanded->width};
+}
+
+// Channels to read a picture in: as the network demands, and where that is gray, in colours if they
+// are wanted first.
+uint32_t channels_to_read(const PictureOptions& options, uint32_t demanded) {
+  if (options.color.empty() || options.color == "gray") return options.color.empty() ? demanded : 3;
+  if (demanded == 1) {
+    throw ToolError(kUsageError,
+                    "--color " + options.color + ": the network expects one plane; expected gray");
+  }
+  return 3;
+}
+
+Picture prepared(Picture picture, const PictureOptions& options,
+                 const std::optional<DemandedInput>& demanded, const ImageSteps& steps) {
+  if (!options.crop.empty()) picture = steps.apply(picture, {"crop", options.crop});
+  if (!options.resize.empty()) {
+    picture = steps.resized(picture, options.resize == "model"
+                                         ? size_of_model(demanded)
+                                         : parse_picture_size("--resize", options.resize));
+  }
+  if (options.color == "gray") picture = steps.gray(picture);
+  if (options.color == "bgr") picture = steps.with_red_and_blue_swapped(picture);
+  if (options.color == "gray" && demanded && demanded->channels == 3) {
+    throw ToolError(kUsageError, "--color gray: the network expects 3 planes; expected rgb or bgr");
+  }
+  return picture;
+}
+
 void take_picture(InputData& input, Picture picture, const std::optional<DemandedInput>& demanded,
-                  bool any_size) {
+                  const PictureOptions& options, const ImageSteps& steps) {
   const bool has_size = demanded && demanded->height != 0 && demanded->width != 0;
-  if (has_size && !any_size &&
+  picture = prepared(std::move(picture), options, demanded, steps);
+  if (has_size && !options.any_size &&
       (picture.height != demanded->height || picture.width != demanded->width)) {
-    throw ToolError(kInputError, "the picture is " + sizes_text({picture.width, picture.height}) +
-                                     " (width by height); the model expects " +
-                                     sizes_text({demanded->width, demanded->height}) +
-                                     ". Pictures are not resized; --any-size runs this one as it "
-                                     "is, if the layers can take it");
+    throw ToolError(
+        kInputError,
+        "the picture is " + sizes_text({picture.width, picture.height}) +
+            " (width by height); the model expects " +
+            sizes_text({demanded->width, demanded->height}) +
+            ". --resize model resizes it, --crop cuts a part out first; --any-size runs "
+            "it as it is, if the layers can take it");
   }
   input.shape = float_shape({picture.channels, picture.height, picture.width});
-  input.values = planes_of(picture);
+  if (options.mean.empty() && options.scale.empty()) {
+    input.values = planes_of(picture);
+  } else {
+    const std::vector<size_t> counts =
+        picture.channels == 1 ? std::vector<size_t>{1} : std::vector<size_t>{1, 3};
+    const auto numbers = [&](const char* name, const std::string& text, float standard) {
+      return text.empty() ? std::vector<float>{standard} : parse_numbers(name, text, counts);
+    };
+    input.values = steps.normalized(picture, numbers("--mean", options.mean, 0.0f),
+                                    numbers("--scale", options.scale, 1.0f / 255.0f));
+  }
   input.picture = std::move(picture);
 }
 
-InputData read_input(const NetworkReport& report, const InputFile& file, bool any_size) {
+InputData read_input(const NetworkReport& report, const InputFile& file,
+                     const PictureOptions& options, const ImageSteps& steps) {
   InputData input;
   input.layer = file.layer;
   input.path = file.path;
@@ -104,7 +163,8 @@ InputData read_input(const NetworkReport& report, const InputFile& file, bool an
                                          ", which a picture can't give; expected an .npy file");
       }
     }
-    take_picture(input, parse_picture(bytes, channels), demanded, any_size);
+    take_picture(input, parse_picture(bytes, channels_to_read(options, channels)), demanded,
+                 options, steps);
   } catch (const ToolError& error) {
     throw ToolError(error.exit_code(), printable(file.path) + ": " + error.what());
   }
@@ -114,12 +174,15 @@ InputData read_input(const NetworkReport& report, const InputFile& file, bool an
 }  // namespace
 
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
-                                   bool any_size, marlo::runtime::DeviceCPU& device) {
+                                   const PictureOptions& pictures,
+                                   const std::shared_ptr<marlo::runtime::Context>& context) {
+  check_options(pictures);
+  const ImageSteps steps(context);
   std::vector<InputData> inputs;
   InputShapes shapes;
   std::vector<std::string> described;
   for (const InputFile& file : assign_files(report, options)) {
-    inputs.push_back(read_input(report, file, any_size));
+    inputs.push_back(read_input(report, file, pictures, steps));
     shapes.emplace(file.layer, inputs.back().shape);
     std::string text = printable(file.path) + " (" + shape_text(inputs.back().shape);
     if (const auto demanded = demanded_input(report, file.layer)) {
@@ -127,7 +190,7 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
     }
     described.push_back(text + ")");
   }
-  const std::string problem = infer_shapes(report, shapes, device);
+  const std::string problem = infer_shapes(report, shapes, *context->cpu);
   if (!problem.empty()) {
     throw ToolError(kInputError,
                     joined(described, ", ") + ": the network can't take this input: " + problem);

@@ -18,11 +18,21 @@ struct InputData {
   std::optional<Picture> picture;  ///< where the file was one
 };
 
+/// What is done to pictures before a network sees them; empty texts leave a step out.
+struct PictureOptions {
+  std::string crop;       ///< as `ImageSteps` reads it
+  std::string resize;     ///< "WIDTHxHEIGHT", or "model" for the size of the model's header
+  std::string color;      ///< "rgb", "bgr" or "gray"
+  std::string mean;       ///< one number for all channels, or one for each
+  std::string scale;      ///< the same
+  bool any_size = false;  ///< lets pictures of another size than the model's own through
+};
+
 /// Reads the files of `--input`, each "FILE" or "LAYER=FILE", for the inputs of a network, and
 /// checks that every layer can take what comes of them; `report` receives the shapes.
-/// @param any_size lets pictures of another size than the model's own through
 /// @throws ToolError: kUsageError where files and inputs don't match, kInputError naming the file
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
-                                   bool any_size, marlo::runtime::DeviceCPU& device);
+                                   const PictureOptions& pictures,
+                                   const std::shared_ptr<marlo::runtime::Context>& context);
 
 }  // namespace qrt_tool

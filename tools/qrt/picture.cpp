@@ -17,8 +17,6 @@
 namespace qrt_tool {
 namespace {
 
-constexpr int64_t kMostPixels = int64_t{1} << 26;
-
 [[noreturn]] void refuse(const std::string& text) { throw ToolError(kInputError, text); }
 
 [[noreturn]] void refuse_format() {
@@ -38,9 +36,9 @@ Picture parse_picture(const std::string& bytes, uint32_t channels) {
   // The size is looked at first: a small file can promise a huge picture.
   if (stbi_info_from_memory(data, length, &width, &height, &present) == 0) refuse_format();
   if (width <= 0 || height <= 0) refuse("the picture is empty");
-  if (int64_t{width} * height > kMostPixels) {
+  if (int64_t{width} * height > kMostPicturePixels) {
     refuse("the picture is " + std::to_string(width) + " x " + std::to_string(height) +
-           "; expected at most " + std::to_string(kMostPixels) + " pixels");
+           "; expected at most " + std::to_string(kMostPicturePixels) + " pixels");
   }
   if (channels == 0) channels = present >= 3 ? 3 : 1;
   const std::unique_ptr<stbi_uc, void (*)(void*)> samples(

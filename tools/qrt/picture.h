@@ -16,6 +16,9 @@ struct Picture {
   std::vector<uint8_t> samples;
 };
 
+/// The most pixels that a picture may have.
+constexpr int64_t kMostPicturePixels = int64_t{1} << 26;
+
 /// Reads a PNG, JPEG, BMP or PNM (PGM, PPM) picture out of the bytes of a file. Samples of 16 bits
 /// are cut to 8, transparency is dropped, and colours become grey or the other way round.
 /// @param channels 1 for grey, 3 for red, green and blue, 0 for what the file holds
