@@ -24,10 +24,10 @@ Coordinates coordinates(__m128 place, __m128i last) noexcept {
   return {whole, fraction};
 }
 
-// Two neighbours of each of two pixels.
+// Two neighbours of each of two pixels, at any address.
 __m128 neighbours(const float* a, const float* b) noexcept {
-  const __m128d low = _mm_load_sd(reinterpret_cast<const double*>(a));
-  return _mm_castpd_ps(_mm_loadh_pd(low, reinterpret_cast<const double*>(b)));
+  const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(a));
+  return _mm_loadh_pi(_mm_castsi128_ps(low), reinterpret_cast<const __m64*>(b));
 }
 
 struct Weights {
