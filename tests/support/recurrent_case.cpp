@@ -235,10 +235,15 @@ void RecurrentOracle::step(uint32_t cell, const Vector& x) {
 }
 
 std::vector<Approximate> RecurrentOracle::run(const std::vector<float>& input) {
+  Vector exact;
+  for (const float number : input) exact.push_back({number, 0.0});
+  return run_on(exact);
+}
+
+std::vector<Approximate> RecurrentOracle::run_on(const std::vector<Approximate>& input) {
   std::vector<Vector> vectors;
-  for (size_t i = 0; i < input.size(); i += layer_.ins) {
-    Vector& x = vectors.emplace_back();
-    for (size_t k = 0; k < layer_.ins; ++k) x.push_back({input[i + k], 0.0});
+  for (auto x = input.begin(); x != input.end(); x += layer_.ins) {
+    vectors.emplace_back(x, x + layer_.ins);
   }
   for (uint32_t layer = 0; layer < layer_.layers; ++layer) {
     std::vector<Vector> outputs(vectors.size());

@@ -80,6 +80,9 @@ class RecurrentOracle {
   /// The outputs [steps, out_size] of the vectors of an input.
   std::vector<Approximate> run(const std::vector<float>& input);
 
+  /// The same of vectors that are results themselves.
+  std::vector<Approximate> run_on(const std::vector<Approximate>& input);
+
  private:
   using Vector = std::vector<Approximate>;
   struct State {
