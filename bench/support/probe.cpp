@@ -98,6 +98,14 @@ double arithmetic_limit(Width width) {
   return width == Width::avx ? gigaflops(peak_avx, 8) : gigaflops(peak_sse, 4);
 }
 
+double fused_limit() { return has_fma() ? gigaflops(peak_fma, 8) : 0.0; }
+
+double read_limit(Width width, const float* from, size_t count) {
+  const ReadCore read = width == Width::avx ? read_avx : read_sse;
+  const double seconds = seconds_per_call([&] { read(from, count); });
+  return 1e-9 * static_cast<double>(count * sizeof(float)) / seconds;
+}
+
 double clock_now() {
   constexpr uint64_t kCycles = 1 << 16;
   return 1e-9 * static_cast<double>(kCycles) / seconds_per_call([] { count_cycles(kCycles); });

@@ -40,6 +40,12 @@ double copy_limit(Width width, const float* from, float* to, size_t count);
 /// GFLOP/s of separate products and sums, measured now.
 double arithmetic_limit(Width width);
 
+/// GFLOP/s of fused products and sums in 8 lanes, measured now; 0 without FMA.
+double fused_limit();
+
+/// GB/s of reading an array of `count` floats, a multiple of `kCopyStep`, measured now.
+double read_limit(Width width, const float* from, size_t count);
+
 /// GHz, measured now.
 double clock_now();
 

@@ -23,25 +23,31 @@ ConvShape parse(const std::string& line, size_t number) {
   ConvShape shape;
   std::string network, layer, kind;
   test::ConvCase& sizes = shape.sizes;
-  uint32_t kernel = 0, stride = 0;
+  uint32_t kernel = 0, stride = 0, dilation = 1;
   int padding = 0;
   words >> network >> layer >> kind >> sizes.in_channels >> sizes.out_channels >> sizes.height >>
       sizes.width >> kernel >> stride >> padding >> sizes.groups;
-  if (!words || !(words >> std::ws).eof()) fail(number, "not a layer: " + line);
+  const bool is_layer = !words.fail();
+  if (is_layer && !(words >> std::ws).eof()) words >> dilation;
+  const bool is_dilation = is_layer && (words.eof() || !words.fail());
+  if (!is_dilation || !(words >> std::ws).eof()) fail(number, "not a layer: " + line);
   const auto found = kinds.find(kind);
   if (found == kinds.end()) fail(number, "no such kind: " + kind);
-  if (kernel == 0 || stride == 0 || sizes.groups == 0) fail(number, "zero size: " + line);
+  if (kernel == 0 || stride == 0 || dilation == 0 || sizes.groups == 0)
+    fail(number, "zero size: " + line);
 
   shape.name = network + "/" + layer;
   shape.kind = found->second;
   sizes.kernel_x = kernel;
   sizes.stride_x = stride;
+  sizes.dilation_x = dilation;
   // The description of a transposed layer holds what its gather adds, not what it cuts off.
   if (shape.kind == Kind::transposed) padding = sizes.extent_x() - 1 - padding;
   sizes.padding_l = sizes.padding_r = padding;
   if (shape.kind != Kind::line) {
     sizes.kernel_y = kernel;
     sizes.stride_y = stride;
+    sizes.dilation_y = dilation;
     sizes.padding_t = sizes.padding_b = padding;
   }
   return shape;

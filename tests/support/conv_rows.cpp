@@ -46,8 +46,10 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::plane_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::transposed_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::line_convolution_rows) rows.push_back(any_row(*row));
-#if QRT_WITH_SSE || QRT_WITH_AVX
+#if QRT_WITH_SSE || QRT_WITH_AVX || QRT_WITH_SGEMM
   for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
+#endif
+#if QRT_WITH_SSE || QRT_WITH_AVX
   for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
 #endif
 #if QRT_WITH_AVX

@@ -54,11 +54,16 @@ class BlockedProductTiles {
   struct Tile {
     const float* input;
     const float* weight;
-    const float* ahead;  // weights that will be needed soon
     const float* bias;
     float* output;
-    size_t depth;  // in blocks
-    bool is_first;
+  };
+
+  // Rows and pixels, a group of output blocks, and a range of input blocks.
+  struct Panel {
+    size_t row, end_row;
+    size_t begin, end;
+    size_t block, end_block;
+    size_t first, depth;
   };
 
  public:
@@ -75,125 +80,126 @@ class BlockedProductTiles {
 
  private:
   void for_each_panel(size_t first, size_t depth) const noexcept {
-    const size_t groups = parts_of(product_.out_blocks, kMostBlocks);
-    const size_t tiles = parts_of(product_.pixels, most_pixels(kMostBlocks));
-    const size_t panel_rows = tiles >= kPanelTiles ? 1 : kPanelTiles / tiles;
-    for (size_t row = 0; row < product_.rows; row += panel_rows) {
-      const size_t end_row = smaller_of(row + panel_rows, product_.rows);
-      for (size_t tile = 0; tile < tiles; tile += kPanelTiles) {
-        const size_t begin = part_begin(tile, tiles, product_.pixels);
-        const size_t end =
-            part_begin(smaller_of(tile + kPanelTiles, tiles), tiles, product_.pixels);
+    const BlockedProduct& p = product_;
+    const size_t groups = parts_of(p.out_blocks, kMostBlocks);
+    const size_t tiles = parts_of(p.pixels, most_pixels(kMostBlocks));
+    const size_t panels = parts_of(tiles, kPanelTiles);
+    const size_t panel_rows = tiles >= kPanelTiles || tiles == 0 ? 1 : kPanelTiles / tiles;
+    for (size_t row = 0; row < p.rows; row += panel_rows) {
+      for (size_t index = 0; index < panels; ++index) {
+        Panel panel = {};
+        panel.row = row;
+        panel.end_row = smaller_of(row + panel_rows, p.rows);
+        panel.begin = part_begin(index, panels, p.pixels);
+        panel.end = part_begin(index + 1, panels, p.pixels);
+        panel.first = first;
+        panel.depth = depth;
         for (size_t group = 0; group < groups; ++group) {
-          const size_t block = part_begin(group, groups, product_.out_blocks);
-          const size_t next = part_begin(group + 1, groups, product_.out_blocks);
-          panel<kMostBlocks>(next - block, {row, end_row, begin, end, block, first, depth});
+          panel.block = part_begin(group, groups, p.out_blocks);
+          panel.end_block = part_begin(group + 1, groups, p.out_blocks);
+          run_panel<kMostBlocks>(panel);
         }
       }
     }
   }
 
-  // Rows and pixels of a panel, the first of its output blocks, and a range of input blocks.
-  struct Panel {
-    size_t row, end_row;
-    size_t begin, end;
-    size_t block;
-    size_t first, depth;
-  };
-
   template <size_t kBlocks>
-  void panel(size_t blocks, const Panel& panel_of) const noexcept {
+  void run_panel(const Panel& panel) const noexcept {
     if constexpr (kBlocks > 1) {
-      if (blocks < kBlocks) return panel<kBlocks - 1>(blocks, panel_of);
+      if (panel.end_block - panel.block < kBlocks) return run_panel<kBlocks - 1>(panel);
     }
     constexpr size_t kPixels = most_pixels(kBlocks);
     const BlockedProduct& p = product_;
-    const size_t pixels = panel_of.end - panel_of.begin;
-    const size_t tiles = parts_of(pixels, kPixels);
-    const float* weight = p.weight + panel_of.block * p.weight_plane;
-    size_t count = 0;
-    for (size_t row = panel_of.row; row < panel_of.end_row; ++row) {
-      const float* input = p.input + panel_of.first * p.in_plane + row * p.in_row;
-      float* output = p.output + panel_of.block * p.out_plane + row * p.out_row;
-      size_t begin = panel_of.begin;
-      for (size_t index = 1; index <= tiles; ++index, ++count) {
-        const size_t end = panel_of.begin + part_begin(index, tiles, pixels);
-        const Tile tile = {input + begin * kStride * kBlock,
-                           weight + panel_of.first * kBlockWeights,
-                           ahead(panel_of, kBlocks, count),
-                           p.bias == nullptr ? nullptr : p.bias + panel_of.block * kBlock,
-                           output + begin * kBlock,
-                           panel_of.depth,
-                           panel_of.first == 0};
-        sized_tile<kBlocks, kPixels>(end - begin, tile);
-        begin = end;
+    size_t done = 0;
+    for (size_t row = panel.row; row < panel.end_row; ++row) {
+      const float* input = p.input + panel.first * p.in_plane + row * p.in_row;
+      float* output = p.output + panel.block * p.out_plane + row * p.out_row;
+      for_even_tiles(panel.end - panel.begin, kPixels,
+                     [&](size_t offset, size_t size, size_t count) {
+                       const size_t pixel = panel.begin + offset;
+                       const Tile tile = {
+                           input + pixel * kStride * kBlock,
+                           p.weight + panel.block * p.weight_plane + panel.first * kBlockWeights,
+                           p.bias == nullptr ? nullptr : p.bias + panel.block * kBlock,
+                           output + pixel * kBlock};
+                       run_sized<kBlocks, kPixels>(panel, tile, size, done, count);
+                       done += count;
+                     });
+    }
+  }
+
+  // The line of weights from which tile `index` of a panel fetches, a line for each input block:
+  // together the tiles fetch what the next output blocks need. With few pixels, reading weights is
+  // most of the work.
+  const float* ahead(const Panel& panel, size_t index) const noexcept {
+    constexpr size_t kLines = kBlockWeights / kLine;  // of a pair of blocks
+    size_t block = panel.end_block + index / kLines;
+    if (index >= kLines * kMostBlocks || block >= product_.out_blocks) block = panel.block;
+    return product_.weight + block * product_.weight_plane + panel.first * kBlockWeights +
+           index % kLines * panel.depth * kLine;
+  }
+
+  template <size_t kBlocks, size_t kPixels>
+  void run_sized(const Panel& panel, const Tile& tile, size_t pixels, size_t index,
+                 size_t count) const noexcept {
+    if constexpr (kPixels > 1) {
+      if (pixels < kPixels) {
+        return run_sized<kBlocks, kPixels - 1>(panel, tile, pixels, index, count);
       }
     }
+    run_tiles<kBlocks, kPixels>(panel, tile, index, count);
   }
 
-  // The line of weights from which tile `count` fetches, a line for each input block: together the
-  // tiles fetch what the next output blocks need. With few pixels, reading weights is most of the
-  // work.
-  const float* ahead(const Panel& panel_of, size_t blocks, size_t count) const noexcept {
-    constexpr size_t kLines = kBlockWeights / kLine;  // of one block pair
-    const size_t block = panel_of.block + blocks + count / kLines;
-    if (count >= kLines * kMostBlocks || block >= product_.out_blocks) return product_.weight;
-    return product_.weight + block * product_.weight_plane + panel_of.first * kBlockWeights +
-           count % kLines * panel_of.depth * kLine;
-  }
-
+  // `count` tiles side by side, the first of which is the panel's tile `index`.
   template <size_t kBlocks, size_t kPixels>
-  void sized_tile(size_t pixels, const Tile& tile) const noexcept {
-    if constexpr (kPixels > 1) {
-      if (pixels < kPixels) return sized_tile<kBlocks, kPixels - 1>(pixels, tile);
-    }
-    run_tile<kBlocks, kPixels>(tile);
-  }
-
-  template <size_t kBlocks, size_t kPixels>
-  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
+  [[gnu::noinline]] void run_tiles(const Panel& panel, Tile tile, size_t index,
+                                   size_t count) const noexcept {
     constexpr size_t kVectors = kBlocks * kParts;
     const size_t in_plane = product_.in_plane;
     const size_t weight_plane = product_.weight_plane;
     const size_t out_plane = product_.out_plane;
-    const auto output = [&](size_t v, size_t pixel) __attribute__((always_inline)) {
-      return tile.output + v / kParts * out_plane + pixel * kBlock + v % kParts * Vector::kLanes;
-    };
-    Register sums[kVectors][kPixels];
-    start<kVectors, kPixels>(tile, output, sums);
+    for (const size_t end = index + count; index < end; ++index) {
+      const auto output = [&](size_t v, size_t pixel) __attribute__((always_inline)) {
+        return tile.output + v / kParts * out_plane + pixel * kBlock + v % kParts * Vector::kLanes;
+      };
+      Register sums[kVectors][kPixels];
+      start<kVectors, kPixels>(panel.first == 0, tile, output, sums);
 
-    const float* input = tile.input;
-    const float* weight = tile.weight;
-    const float* ahead = tile.ahead;
-    for (size_t k = 0; k < tile.depth; ++k) {
-      _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
-      unrolled<kBlock>(QRT_UNROLLED(lane) {
-        Register weights[kVectors];
-        unrolled<kVectors>(QRT_UNROLLED(v) {
-          weights[v] = Vector::load(weight + v / kParts * weight_plane + lane * kBlock +
-                                    v % kParts * Vector::kLanes);
-        });
-        unrolled<kPixels>(QRT_UNROLLED(pixel) {
-          const Register x = Vector::splat(input + pixel * kStride * kBlock + lane);
+      const float* input = tile.input;
+      const float* weight = tile.weight;
+      const float* fetched = ahead(panel, index);
+      for (size_t k = 0; k < panel.depth; ++k) {
+        _mm_prefetch(reinterpret_cast<const char*>(fetched), _MM_HINT_T0);
+        unrolled<kBlock>(QRT_UNROLLED(lane) {
+          Register weights[kVectors];
           unrolled<kVectors>(QRT_UNROLLED(v) {
-            sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
+            weights[v] = Vector::load(weight + v / kParts * weight_plane + lane * kBlock +
+                                      v % kParts * Vector::kLanes);
+          });
+          unrolled<kPixels>(QRT_UNROLLED(pixel) {
+            const Register x = Vector::splat(input + pixel * kStride * kBlock + lane);
+            unrolled<kVectors>(QRT_UNROLLED(v) {
+              sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
+            });
           });
         });
+        input += in_plane;
+        weight += kBlockWeights;
+        fetched += kLine;
+      }
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        unrolled<kPixels>(QRT_UNROLLED(pixel) { Vector::store(output(v, pixel), sums[v][pixel]); });
       });
-      input += in_plane;
-      weight += kBlockWeights;
-      ahead += kLine;
+      tile.input += kPixels * kStride * kBlock;
+      tile.output += kPixels * kBlock;
     }
-    unrolled<kVectors>(QRT_UNROLLED(v) {
-      unrolled<kPixels>(QRT_UNROLLED(pixel) { Vector::store(output(v, pixel), sums[v][pixel]); });
-    });
   }
 
   template <size_t kVectors, size_t kPixels, typename Output>
-  [[gnu::always_inline]] static void start(const Tile& tile, Output output,
+  [[gnu::always_inline]] static void start(bool is_first, const Tile& tile, Output output,
                                            Register (&sums)[kVectors][kPixels]) noexcept {
     unrolled<kVectors>(QRT_UNROLLED(v) {
-      if (!tile.is_first) {
+      if (!is_first) {
         unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = Vector::load(output(v, pixel)); });
         return;
       }

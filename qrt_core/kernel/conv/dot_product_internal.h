@@ -52,18 +52,24 @@ template <typename Vector, size_t kInBlock, size_t kOutBlock>
 class DotProductTiles {
   static constexpr size_t kPixelsOfVector = 8 / kInBlock;
   static constexpr size_t kVectors = 3;
-  static constexpr size_t kGroupWeights = 4 * kInBlock;  // of one input block
   static constexpr size_t kWeightStep = kOutBlock * kInBlock;
-  static constexpr size_t kDepth = 512 / kInBlock;  // in blocks
+  static constexpr size_t kDepth = 128 / kInBlock;  // in blocks; more would crowd some sets of L1
   static constexpr size_t kPanelFloats = 6144;      // of inputs, which stay in L1
+  static constexpr size_t kLine = 64 / sizeof(float);
+  static constexpr size_t kLines = 4 * kInBlock / kLine;  // weights of a group, for an input block
 
   struct Tile {
     const float* input;
-    const float* weight;
-    const float* bias;
     float* output;
+    size_t pixels;  // to the end of the plane
+  };
+
+  // A group of output channels, and a range of input blocks.
+  struct Group {
+    const float* weight;
+    const float* next;  // weights of the group after it
+    const float* bias;
     size_t depth;
-    size_t pixels;
     bool is_first;
   };
 
@@ -81,84 +87,98 @@ class DotProductTiles {
 
  private:
   void run_pass(size_t first, size_t depth) const noexcept {
-    constexpr size_t kTilePixels = kVectors * kPixelsOfVector;
-    const size_t pass_floats = depth * kInBlock;
-    const size_t panel_tiles = pass_floats * kTilePixels >= kPanelFloats || pass_floats == 0
-                                   ? 1
-                                   : kPanelFloats / (pass_floats * kTilePixels);
-    const size_t vectors = parts_of(product_.pixels, kPixelsOfVector);
-    const size_t tiles = parts_of(vectors, kVectors);
-    for (size_t tile = 0; tile < tiles; tile += panel_tiles) {
-      const size_t end_tile = smaller_of(tile + panel_tiles, tiles);
-      for (size_t channel = 0; channel < product_.out_channels; channel += 4) {
-        for (size_t index = tile; index < end_tile; ++index) {
-          const size_t begin = part_begin(index, tiles, vectors);
-          const size_t end = part_begin(index + 1, tiles, vectors);
-          sized_tile<kVectors>(end - begin,
-                               tile_at(begin * kPixelsOfVector, channel, first, depth));
-        }
-      }
-    }
-  }
-
-  Tile tile_at(size_t pixel, size_t channel, size_t first, size_t depth) const noexcept {
     const DotProduct& p = product_;
-    const size_t block = channel / kOutBlock;
-    const size_t in_block = channel % kOutBlock;
-    return {p.input + first * p.in_plane + pixel * kInBlock,
-            p.weight + (block * p.in_blocks + first) * kWeightStep + in_block * kInBlock,
-            p.bias == nullptr ? nullptr : p.bias + channel,
-            p.output + block * p.out_plane + pixel * kOutBlock + in_block,
-            depth,
-            p.pixels - pixel,
-            first == 0};
-  }
-
-  template <size_t count>
-  void sized_tile(size_t vectors, const Tile& tile) const noexcept {
-    if constexpr (count > 1) {
-      if (vectors < count) return sized_tile<count - 1>(vectors, tile);
-    }
-    run_tile<count>(tile);
-  }
-
-  template <size_t count>
-  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
-    __m256 sums[4][count];
-    unrolled<4>(
-        QRT_UNROLLED(n) { unrolled<count>(QRT_UNROLLED(v) { sums[n][v] = Vector::zero(); }); });
-    const float* input = tile.input;
-    const float* weight = tile.weight;
-    for (size_t k = 0; k < tile.depth; ++k) {
-      __m256 x[count];
-      unrolled<count>(QRT_UNROLLED(v) { x[v] = Vector::load(input + 8 * v); });
-      unrolled<4>(QRT_UNROLLED(n) {
-        const __m256 w = weights_of(weight + n * kInBlock);
-        unrolled<count>(
-            QRT_UNROLLED(v) { sums[n][v] = Vector::plus_product(sums[n][v], x[v], w); });
-      });
-      input += product_.in_plane;
-      weight += kWeightStep;
-    }
-    const __m128 bias = tile.bias == nullptr ? _mm_setzero_ps() : _mm_loadu_ps(tile.bias);
-    unrolled<count>(QRT_UNROLLED(v) {
-      const __m256 fold = folded(sums[0][v], sums[1][v], sums[2][v], sums[3][v]);
-      float* output = tile.output + v * kPixelsOfVector * kOutBlock;
-      if constexpr (kInBlock == 8) {
-        add_pixel(tile, bias, both_halves(fold), output);
-      } else {
-        add_pixel(tile, bias, _mm256_castps256_ps128(fold), output);
-        // The last vector of an odd number of pixels holds only one that is there.
-        if (2 * v + 1 < smaller_of(tile.pixels, 2 * count)) {
-          add_pixel(tile, bias, _mm256_extractf128_ps(fold, 1), output + kOutBlock);
-        }
+    const size_t vectors = parts_of(p.pixels, kPixelsOfVector);
+    const size_t panels = depth == 0 ? 1 : parts_of(vectors * depth * 8, kPanelFloats);
+    for (size_t panel = 0; panel < panels; ++panel) {
+      const size_t begin = part_begin(panel, panels, vectors);
+      const size_t end = part_begin(panel + 1, panels, vectors);
+      for (size_t channel = 0; channel < p.out_channels; channel += 4) {
+        const Group group = group_at(channel, first, depth);
+        for_even_tiles(end - begin, kVectors, [&](size_t offset, size_t size, size_t count) {
+          const size_t pixel = (begin + offset) * kPixelsOfVector;
+          const Tile tile = {p.input + first * p.in_plane + pixel * kInBlock,
+                             p.output + channel / kOutBlock * p.out_plane + pixel * kOutBlock +
+                                 channel % kOutBlock,
+                             p.pixels - pixel};
+          run_sized<kVectors>(group, tile, size, count);
+        });
       }
-    });
+    }
   }
 
-  [[gnu::always_inline]] static void add_pixel(const Tile& tile, __m128 bias, __m128 sum,
+  Group group_at(size_t channel, size_t first, size_t depth) const noexcept {
+    const DotProduct& p = product_;
+    const size_t next = channel + 4 < p.out_channels ? channel + 4 : 0;
+    return {weights_at(channel, first), weights_at(next, first),
+            p.bias == nullptr ? nullptr : p.bias + channel, depth, first == 0};
+  }
+
+  const float* weights_at(size_t channel, size_t block) const noexcept {
+    return product_.weight + (channel / kOutBlock * product_.in_blocks + block) * kWeightStep +
+           channel % kOutBlock * kInBlock;
+  }
+
+  template <size_t size>
+  void run_sized(const Group& group, const Tile& tile, size_t vectors,
+                 size_t count) const noexcept {
+    if constexpr (size > 1) {
+      if (vectors < size) return run_sized<size - 1>(group, tile, vectors, count);
+    }
+    run_tiles<size>(group, tile, count);
+  }
+
+  // `count` tiles of `size` vectors, side by side.
+  template <size_t size>
+  [[gnu::noinline]] void run_tiles(const Group& group, Tile tile, size_t count) const noexcept {
+    constexpr size_t kPixels = size * kPixelsOfVector;
+    const size_t in_plane = product_.in_plane;
+    const __m128 bias = group.bias == nullptr ? _mm_setzero_ps() : _mm_loadu_ps(group.bias);
+    for (size_t index = 0; index < count; ++index) {
+      __m256 sums[4][size];
+      unrolled<4>(
+          QRT_UNROLLED(n) { unrolled<size>(QRT_UNROLLED(v) { sums[n][v] = Vector::zero(); }); });
+      const float* input = tile.input;
+      const float* weight = group.weight;
+      const float* ahead = group.next + index % kLines * kLine;
+      for (size_t k = 0; k < group.depth; ++k) {
+        _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+        __m256 x[size];
+        unrolled<size>(QRT_UNROLLED(v) { x[v] = Vector::load(input + 8 * v); });
+        unrolled<4>(QRT_UNROLLED(n) {
+          const __m256 w = weights_of(weight + n * kInBlock);
+          unrolled<size>(
+              QRT_UNROLLED(v) { sums[n][v] = Vector::plus_product(sums[n][v], x[v], w); });
+        });
+        input += in_plane;
+        weight += kWeightStep;
+        ahead += kWeightStep;
+      }
+      unrolled<size>(QRT_UNROLLED(v) {
+        const __m256 sum = folded(sums[0][v], sums[1][v], sums[2][v], sums[3][v]);
+        add_vector(group.is_first, bias, sum, tile.output + v * kPixelsOfVector * kOutBlock,
+                   tile.pixels - v * kPixelsOfVector);
+      });
+      tile.input += kPixels * kInBlock;
+      tile.output += kPixels * kOutBlock;
+      tile.pixels -= kPixels;
+    }
+  }
+
+  // The last vector of an odd number of pixels holds only one that is there.
+  [[gnu::always_inline]] static void add_vector(bool is_first, __m128 bias, __m256 sum,
+                                                float* output, size_t pixels) noexcept {
+    if constexpr (kInBlock == 8) {
+      add_pixel(is_first, bias, both_halves(sum), output);
+    } else {
+      add_pixel(is_first, bias, _mm256_castps256_ps128(sum), output);
+      if (pixels > 1) add_pixel(is_first, bias, _mm256_extractf128_ps(sum, 1), output + kOutBlock);
+    }
+  }
+
+  [[gnu::always_inline]] static void add_pixel(bool is_first, __m128 bias, __m128 sum,
                                                float* output) noexcept {
-    const __m128 start = tile.is_first ? bias : _mm_loadu_ps(output);
+    const __m128 start = is_first ? bias : _mm_loadu_ps(output);
     _mm_storeu_ps(output, _mm_add_ps(start, sum));
   }
 
@@ -177,14 +197,19 @@ template <typename Vector>
 class DotProductRows {
   static constexpr size_t kPixels = 4;
   static constexpr size_t kChannels = 3;
-  static constexpr size_t kDepth = 64;          // in blocks
+  static constexpr size_t kDepth = 128 / 8;     // in blocks
   static constexpr size_t kPanelFloats = 6144;  // of inputs, which stay in L1
 
   struct Tile {
     const float* input;
-    const float* weight;
-    const float* bias;
     float* output;
+  };
+
+  // Output channels, and a range of input blocks.
+  struct Group {
+    const float* weight;
+    const float* next;  // weights of the channels after them
+    const float* bias;
     size_t depth;
     bool is_first;
   };
@@ -203,74 +228,92 @@ class DotProductRows {
 
  private:
   void run_pass(size_t first, size_t depth) const noexcept {
+    const DotProduct& p = product_;
     const size_t tile_floats = depth * 8 * kPixels;
-    const size_t panel = tile_floats >= kPanelFloats || tile_floats == 0
-                             ? kPixels
-                             : kPanelFloats / tile_floats * kPixels;
-    for (size_t begin = 0; begin < product_.pixels; begin += panel) {
-      const size_t end = smaller_of(begin + panel, product_.pixels);
-      size_t channel = 0;
-      for (; channel + kChannels <= product_.out_channels; channel += kChannels) {
-        run_row<kChannels>(channel, begin, end, first, depth);
-      }
-      for (; channel < product_.out_channels; ++channel) {
-        run_row<1>(channel, begin, end, first, depth);
+    const size_t tiles = tile_floats == 0 ? kPanelFloats : kPanelFloats / tile_floats;
+    const size_t panel = kPixels * (tiles == 0 ? 1 : tiles);
+    const size_t groups = parts_of(p.out_channels, kChannels);
+    for (size_t begin = 0; begin < p.pixels; begin += panel) {
+      const size_t pixels = smaller_of(panel, p.pixels - begin);
+      for (size_t index = 0; index < groups; ++index) {
+        const size_t channel = part_begin(index, groups, p.out_channels);
+        const size_t next = part_begin(index + 1, groups, p.out_channels);
+        const Group group = {weights_at(channel, first),
+                             weights_at(next < p.out_channels ? next : 0, first),
+                             p.bias == nullptr ? nullptr : p.bias + channel, depth, first == 0};
+        const Tile tile = {p.input + first * p.in_plane + begin * 8,
+                           p.output + channel * p.out_plane + begin};
+        run_channels<kChannels>(group, tile, next - channel, pixels);
       }
     }
+  }
+
+  const float* weights_at(size_t channel, size_t block) const noexcept {
+    return product_.weight + (channel * product_.in_blocks + block) * 8;
   }
 
   template <size_t channels>
-  void run_row(size_t channel, size_t begin, size_t end, size_t first,
-               size_t depth) const noexcept {
-    const DotProduct& p = product_;
-    Tile tile = {p.input + first * p.in_plane + begin * 8,
-                 p.weight + (channel * p.in_blocks + first) * 8,
-                 p.bias == nullptr ? nullptr : p.bias + channel,
-                 p.output + channel * p.out_plane + begin,
-                 depth,
-                 first == 0};
-    for (; begin + kPixels <= end; begin += kPixels) {
-      run_tile<channels, kPixels>(tile);
-      tile.input += 8 * kPixels;
-      tile.output += kPixels;
+  void run_channels(const Group& group, Tile tile, size_t count, size_t pixels) const noexcept {
+    if constexpr (channels > 1) {
+      if (count < channels) return run_channels<channels - 1>(group, tile, count, pixels);
     }
-    for (; begin < end; ++begin, tile.input += 8, ++tile.output) run_tile<channels, 1>(tile);
+    const size_t whole = pixels / kPixels;
+    if (whole != 0) run_tiles<channels, kPixels>(group, tile, whole);
+    tile.input += whole * kPixels * 8;
+    tile.output += whole * kPixels;
+    if (pixels % kPixels != 0) run_tiles<channels, 1>(group, tile, pixels % kPixels);
   }
 
+  // `count` tiles side by side, of four pixels or of one.
   template <size_t channels, size_t pixels>
-  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
-    __m256 sums[channels][pixels];
-    unrolled<channels>(
-        QRT_UNROLLED(n) { unrolled<pixels>(QRT_UNROLLED(v) { sums[n][v] = Vector::zero(); }); });
-    const float* input = tile.input;
-    const float* weight = tile.weight;
+  [[gnu::noinline]] void run_tiles(const Group& group, Tile tile, size_t count) const noexcept {
+    const size_t in_plane = product_.in_plane;
     const size_t weight_row = product_.in_blocks * 8;
-    for (size_t k = 0; k < tile.depth; ++k) {
-      __m256 w[channels];
-      unrolled<channels>(QRT_UNROLLED(n) { w[n] = Vector::load(weight + n * weight_row); });
-      unrolled<pixels>(QRT_UNROLLED(v) {
-        const __m256 x = Vector::load(input + 8 * v);
-        unrolled<channels>(
-            QRT_UNROLLED(n) { sums[n][v] = Vector::plus_product(sums[n][v], x, w[n]); });
-      });
-      input += product_.in_plane;
-      weight += 8;
-    }
-    unrolled<channels>(QRT_UNROLLED(n) {
-      float* output = tile.output + n * product_.out_plane;
-      const float* bias = tile.bias == nullptr ? nullptr : tile.bias + n;
-      if constexpr (pixels == kPixels) {
-        const __m128 sum = both_halves(folded(sums[n][0], sums[n][1], sums[n][2], sums[n][3]));
-        const __m128 first = bias == nullptr ? _mm_setzero_ps() : _mm_load1_ps(bias);
-        const __m128 start = tile.is_first ? first : _mm_loadu_ps(output);
-        _mm_storeu_ps(output, _mm_add_ps(start, sum));
-      } else {
-        const __m256 x = sums[n][0];
-        const float first = bias == nullptr ? 0.0f : *bias;
-        const float start = tile.is_first ? first : *output;
-        *output = start + _mm_cvtss_f32(both_halves(folded(x, x, x, x)));
+    for (size_t index = 0; index < count; ++index) {
+      __m256 sums[channels][pixels];
+      unrolled<channels>(
+          QRT_UNROLLED(n) { unrolled<pixels>(QRT_UNROLLED(v) { sums[n][v] = Vector::zero(); }); });
+      const float* input = tile.input;
+      const float* weight = group.weight;
+      const float* ahead = group.next + index % channels * weight_row;
+      for (size_t k = 0; k < group.depth; ++k) {
+        _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
+        __m256 w[channels];
+        unrolled<channels>(QRT_UNROLLED(n) { w[n] = Vector::load(weight + n * weight_row); });
+        unrolled<pixels>(QRT_UNROLLED(v) {
+          const __m256 x = Vector::load(input + 8 * v);
+          unrolled<channels>(
+              QRT_UNROLLED(n) { sums[n][v] = Vector::plus_product(sums[n][v], x, w[n]); });
+        });
+        input += in_plane;
+        weight += 8;
+        ahead += 8;
       }
-    });
+      unrolled<channels>(QRT_UNROLLED(n) {
+        float* output = tile.output + n * product_.out_plane;
+        add_sums(group, n, sums[n], output);
+      });
+      tile.input += 8 * pixels;
+      tile.output += pixels;
+    }
+  }
+
+  template <size_t pixels>
+  [[gnu::always_inline]] static void add_sums(const Group& group, size_t channel,
+                                              const __m256 (&sums)[pixels],
+                                              float* output) noexcept {
+    if constexpr (pixels == kPixels) {
+      const __m128 bias =
+          group.bias == nullptr ? _mm_setzero_ps() : _mm_load1_ps(group.bias + channel);
+      const __m128 start = group.is_first ? bias : _mm_loadu_ps(output);
+      const __m128 sum = both_halves(folded(sums[0], sums[1], sums[2], sums[3]));
+      _mm_storeu_ps(output, _mm_add_ps(start, sum));
+    } else {
+      const float bias = group.bias == nullptr ? 0.0f : group.bias[channel];
+      const float start = group.is_first ? bias : *output;
+      const __m256 x = sums[0];
+      *output = start + _mm_cvtss_f32(both_halves(folded(x, x, x, x)));
+    }
   }
 
   const DotProduct& product_;

@@ -138,11 +138,27 @@ QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
 #define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)
 #endif
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
+#if QRT_WITH_SGEMM
+
+#define QRT_POINT_CONVOLUTION_KERNELS_SGEMM(KERNEL)   \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1, \
+         point_planes(FillBias_CHW_Float_Fallback, conv::point_chw_sgemm))
+
+QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL)
+
+#else
+#define QRT_POINT_CONVOLUTION_KERNELS_SGEMM(KERNEL)
+#endif
+
+#if QRT_WITH_SSE || QRT_WITH_AVX || QRT_WITH_SGEMM
 
 /// The rows of the 1x1 convolutions that this build contains.
-inline constexpr const PlaneRow* point_convolution_rows[] = {QRT_POINT_CONVOLUTION_KERNELS_SSE(
-    QRT_KERNEL_ROW) QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)};
+// clang-format off
+inline constexpr const PlaneRow* point_convolution_rows[] = {
+    QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW)
+    QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)
+    QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL_ROW)};
+// clang-format on
 
 #endif
 

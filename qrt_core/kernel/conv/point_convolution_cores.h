@@ -46,4 +46,7 @@ void point_c8_to_c4_fma(const ConvTask& task) noexcept;
 void point_c4_to_c8_fma(const ConvTask& task) noexcept;
 /// @}
 
+/// By `Sgemm`, in whose order it sums; the bias is added to the result.
+void point_chw_sgemm(const ConvTask& task) noexcept;
+
 }  // namespace marlo::kernel::conv

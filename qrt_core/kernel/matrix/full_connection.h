@@ -111,6 +111,13 @@ constexpr FullConnectionRow refused_full_connection() {
 #define QRT_FULL_CONNECTION_KERNELS(KERNEL) \
   KERNEL(FullConnection_Fallback_C_Float_M1, full_connection(matrix::dot_portable))
 
+#if QRT_WITH_SGEMM
+#define QRT_FULL_CONNECTION_KERNELS_SGEMM(KERNEL) \
+  KERNEL(FullConnection_SGEMM_C_Float_M1, full_connection(matrix::dot_sgemm))
+#else
+#define QRT_FULL_CONNECTION_KERNELS_SGEMM(KERNEL)
+#endif
+
 #if QRT_WITH_SSE
 #define QRT_FULL_CONNECTION_KERNELS_SSE(KERNEL)                                            \
   KERNEL(FullConnection_SSE_C_Float_M1, full_connection(matrix::dot_sse))                  \
@@ -140,12 +147,14 @@ constexpr FullConnectionRow refused_full_connection() {
 // clang-format on
 
 QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL)
+QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL)
 QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL)
 QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL)
 
 /// The rows of the kernels that this build contains.
 inline constexpr const FullConnectionRow* full_connection_rows[] = {
-    QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL_ROW) QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL_ROW)
-        QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL_ROW)};
+    QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL_ROW) QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL_ROW)
+        QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL_ROW)
+            QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -91,6 +91,18 @@ inline size_t part_begin(size_t index, size_t parts, size_t total) noexcept {
 
 inline size_t parts_of(size_t total, size_t most) noexcept { return (total + most - 1) / most; }
 
+/// Shares `total` out evenly among the fewest tiles of up to `most`, which leaves no small tile at
+/// the end: calls `run(begin, size, count)` for the larger tiles and then for the smaller ones.
+template <typename Run>
+[[gnu::always_inline]] inline void for_even_tiles(size_t total, size_t most, Run run) noexcept {
+  if (total == 0) return;
+  const size_t tiles = parts_of(total, most);
+  const size_t size = total / tiles;
+  const size_t larger = total % tiles;
+  if (larger != 0) run(size_t{0}, size + 1, larger);
+  run(larger * (size + 1), size, tiles - larger);
+}
+
 inline size_t smaller_of(size_t a, size_t b) noexcept { return a < b ? a : b; }
 
 }  // namespace

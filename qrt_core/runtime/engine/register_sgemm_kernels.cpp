@@ -15,6 +15,8 @@ void register_sgemm_kernels(KernelRegistry& kernels) {
   add_kernel<LSTM_SGEMM_SC_F32_M1>(kernels);
   add_kernel<GRUCell_SGEMM_C_F32_M1>(kernels);
   add_kernel<GRU_SGEMM_SC_F32_M1>(kernels);
+  add_kernel<FullConnection_SGEMM_C_Float_M1>(kernels);
+  add_kernel<Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1>(kernels);
 }
 
 }  // namespace marlo::runtime

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qrt_core/kernel/matrix/sgemm.h"
 #include "tests/support/compare.h"
 #include "tests/support/conv_rows.h"
 #include "tests/support/conv_setup.h"
@@ -10,7 +11,7 @@
 
 // 1x1 convolutions in every layout, at stride 1 and 2.
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
+#if QRT_WITH_SSE || QRT_WITH_AVX || QRT_WITH_SGEMM
 
 namespace marlo::test {
 namespace {
@@ -268,6 +269,19 @@ TEST(PointConvolutionMembers, FuseTheirProducts) {
   const auto& separate = kernel::rows::Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1;
   const ConvTester halved = ConvTester().channels(8, 8).size(1, 8).stride(2);
   EXPECT_TRUE(same_bits(halved.output(separate, data), std::vector<float>(32, 0.0f)));
+}
+
+#endif
+
+#if QRT_WITH_SGEMM
+
+TEST(PointConvolutionMembers, SgemmWithoutBiasIsTheProductItself) {
+  const auto& row = kernel::rows::Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1;
+  const ConvTester tester = ConvTester().channels(13, 7).size(5, 9).bias(false);
+  const ConvData data = uneven_data(tester.sizes(), 3);
+  std::vector<float> expected(size_t{7} * 45);
+  kernel::Sgemm(7, 13, 45, 1.0f, data.weight.data(), data.input.data(), 0.0f, expected.data());
+  EXPECT_TRUE(same_bits(tester.output(row, data), expected));
 }
 
 #endif
