@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 
 #include "tests/support/compare.h"
@@ -210,6 +212,24 @@ TEST_P(RecurrentNetworks, FollowASignalInPieces) {
     // A net has no call for it; its layers do.
     for (const auto& layer : pieces.net().layers) layer->kernel->ResetState();
   }
+}
+
+std::string text_of(const std::string& path) {
+  std::ifstream file(QRT_SOURCE_DIR + ("/" + path));
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The example is compiled and run; its page shows a part of it.
+TEST(RecurrentDocument, ShowsCodeOfTheExample) {
+  const std::string page = text_of("docs/recurrent.md");
+  const std::string opening = "```cpp\n";
+  const size_t begin = page.find(opening);
+  ASSERT_NE(begin, std::string::npos);
+  const size_t code = begin + opening.size();
+  const std::string sample = page.substr(code, page.find("```", code) - code);
+  EXPECT_GT(sample.size(), 500u);
+  EXPECT_NE(text_of("examples/follow.cpp").find(sample), std::string::npos)
+      << "the page shows other code than examples/follow.cpp";
 }
 
 }  // namespace
