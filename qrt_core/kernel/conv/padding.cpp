@@ -92,6 +92,18 @@ std::shared_ptr<TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
   return pad_planes(*input, LayoutType::C8HW8, {left, right, top, bottom}, value, *device);
 }
 
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    float value, std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::C8HW8, {left, right, top, bottom}, value, *device);
+}
+
+std::shared_ptr<TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
+    std::shared_ptr<TensorCPU> input, uint32_t left, uint32_t right, uint32_t top, uint32_t bottom,
+    std::shared_ptr<DeviceCPU> device) {
+  return pad_planes(*input, LayoutType::CHW, {left, right, top, bottom}, 0.0f, *device);
+}
+
 std::shared_ptr<TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
     std::shared_ptr<TensorCPU> input, uint32_t front, uint32_t back, float value,
     std::shared_ptr<DeviceCPU> device) {

@@ -27,6 +27,17 @@ std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
 std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
+/// @}
+
+/// @name Padding of planes with zeros
+/// As above with a value of 0.
+/// @{
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
 
 /// Padding of rows: [C, L] becomes [C, front + L + back].

@@ -64,6 +64,22 @@ struct AvxVector {
   static Register load(const float* from) noexcept { return _mm256_loadu_ps(from); }
   static Register splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
   static void store(float* to, Register x) noexcept { _mm256_storeu_ps(to, x); }
+
+  /// Eight floats, or four of them twice.
+  template <size_t count>
+  static Register repeat(const float* from) noexcept {
+    if constexpr (count == kLanes) return load(from);
+    return _mm256_broadcast_ps(reinterpret_cast<const __m128*>(from));
+  }
+  /// Four lanes from one place and four from another, and back.
+  static Register load_halves(const float* low, const float* high) noexcept {
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(low)), _mm_loadu_ps(high), 1);
+  }
+  static void store_halves(float* low, float* high, Register x) noexcept {
+    _mm_storeu_ps(low, _mm256_castps256_ps128(x));
+    _mm_storeu_ps(high, _mm256_extractf128_ps(x, 1));
+  }
+
   static Register plus(Register a, Register b) noexcept { return _mm256_add_ps(a, b); }
   static Register times(Register a, Register b) noexcept { return _mm256_mul_ps(a, b); }
   static Register plus_product(Register sum, Register a, Register b) noexcept {
@@ -74,6 +90,13 @@ struct AvxVector {
 #endif
 
 #ifdef __FMA__
+
+/// Four lanes, products fused with their sums.
+struct FusedHalf : SseVector {
+  static Register plus_product(Register sum, Register a, Register b) noexcept {
+    return _mm_fmadd_ps(a, b, sum);
+  }
+};
 
 /// Eight lanes, products fused with their sums.
 struct FusedVector : AvxVector {
