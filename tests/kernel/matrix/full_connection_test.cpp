@@ -349,6 +349,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, FullConnectionKernel,
                          testing::ValuesIn(kernel::full_connection_rows),
                          [](const auto& test) { return test.param->name; });
 
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
 const FullConnectionRow* find_row(const std::string& name) {
   for (const FullConnectionRow* row : kernel::full_connection_rows) {
     if (row->name == name) return row;
@@ -360,6 +362,8 @@ bool row_accepts(const std::string& name, uint32_t ins, uint32_t outs) {
   const FullConnectionRow* row = find_row(name);
   return row != nullptr && row->accepts(ins, outs);
 }
+
+#endif
 
 #if QRT_WITH_SSE
 
