@@ -13,6 +13,7 @@
 #include "qrt_core/kernel/basic/reduction.h"
 #include "qrt_core/kernel/basic/softmax.h"
 #include "qrt_core/kernel/basic/upsampling.h"
+#include "qrt_core/kernel/conv/depthwise_convolution.h"
 #include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"

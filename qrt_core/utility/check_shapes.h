@@ -116,7 +116,7 @@ inline std::string check_layer(const runtime::Layer& layer, runtime::DeviceCPU& 
   std::vector<runtime::TensorShape> outputs;
   for (const auto& [position, converter] : layer.input_converters) {
     if (position >= found.inputs.size()) continue;
-    const std::string fault = ShapeStep(*converter, device).run({found.inputs[position]}, outputs);
+    std::string fault = ShapeStep(*converter, device).run({found.inputs[position]}, outputs);
     if (!fault.empty()) return fault;
     if (!outputs.empty()) found.inputs[position] = outputs[0];
   }

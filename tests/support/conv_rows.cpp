@@ -2,6 +2,7 @@
 
 #include <type_traits>
 
+#include "qrt_core/kernel/conv/depthwise_convolution.h"
 #include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
@@ -51,6 +52,7 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
 #endif
 #if QRT_WITH_SSE || QRT_WITH_AVX
+  for (const auto* row : kernel::depthwise_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::direct_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
 #endif

@@ -28,10 +28,10 @@ struct BlockedProduct {
 };
 
 /// Sums stay in registers over this many input channels, whose weights for one tile stay in L1.
-constexpr size_t kProductDepth = 512;
+inline constexpr size_t kProductDepth = 512;
 
 /// The inputs of so many tiles stay in L2 while all output channels pass over them.
-constexpr size_t kPanelTiles = 32;
+inline constexpr size_t kPanelTiles = 32;
 
 /// Computes products in tiles of up to `kMostBlocks` output blocks by as many pixels as keep 12
 /// sums in registers; with two processors' worth of multipliers and a latency of four cycles, eight

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/convolution.h"
+#include "qrt_core/kernel/conv/depthwise_cores.h"
+#include "qrt_core/kernel/conv/direct_convolution.h"
+#include "qrt_core/kernel/conv/weight_packing.h"
+
+// Depthwise convolutions: as many groups as channels, one filter for each.
+
+namespace marlo::kernel {
+
+/// Whether a layer has this window and stride and no dilation. Paddings aren't tested.
+bool has_depthwise_window(const Conv2dParams& params, uint32_t size, uint32_t stride);
+
+/// For kernels over blocks: any number of groups. That there is one channel in each isn't tested;
+/// groups that have no channel are not computed.
+template <uint32_t kSize, uint32_t kStride>
+bool accepts_depthwise_blocks(const Conv2dParams& p) {
+  return has_depthwise_window(p, kSize, kStride) && p.groups != 0;
+}
+
+/// For kernels over planes: one channel in each group.
+template <uint32_t kSize, uint32_t kStride>
+bool accepts_depthwise_planes(const Conv2dParams& p) {
+  return has_depthwise_window(p, kSize, kStride) && p.groups != 0 && p.in_channels == p.groups &&
+         p.out_channels == p.groups;
+}
+
+/// A kernel in one layout. Unlike dense kernels it lets no FLOAT16 pass.
+constexpr ConvolutionRow<PlaneGeometry> depthwise(bool (*accepts)(const Conv2dParams&),
+                                                  runtime::LayoutType layout, conv::Core core) {
+  ConvolutionRow<PlaneGeometry> row;
+  row.accepts = accepts;
+  row.input = {layout, false, true};
+  row.output = {layout, false, layout == runtime::LayoutType::CHW};
+  row.core = core;
+  return row;
+}
+
+// clang-format off
+#if QRT_WITH_SSE
+
+constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(bool (*accepts)(const Conv2dParams&),
+                                                             conv::Core core) {
+  auto row = depthwise(accepts, runtime::LayoutType::CHW, core);
+  row.pad = padded_chw;
+  row.fill_bias = FillBias_CHW_Float_Fallback;
+  return row;
+}
+
+#define QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                      \
+  KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1,                                         \
+         depthwise_chw_on_sse(accepts_depthwise_planes<3, 1>, conv::depthwise_3x3_chw_sse))        \
+  KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1,                                         \
+         depthwise_chw_on_sse(accepts_depthwise_planes<3, 2>, conv::depthwise_3x3_stride2_chw_sse))
+
+#endif
+
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2dParams&),
+                                                     conv::Core core) {
+  auto row = depthwise(accepts, runtime::LayoutType::C4HW4, core);
+  row.pad = padded_c4;
+  row.pack = functional::Function_Weight_GNCHW_To_G4NCHWg4;
+  row.fill_bias = FillBias_C4HW4_Float_SSE;
+  return row;
+}
+
+#endif
+
+#if QRT_WITH_SSE
+
+#define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)                                                          \
+  QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                            \
+  KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c4_sse))                 \
+  KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_c4_sse))
+
+QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL)
+
+#else
+#define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)
+#endif
+
+#if QRT_WITH_AVX
+
+constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2dParams&),
+                                                     conv::Core core) {
+  auto row = depthwise(accepts, runtime::LayoutType::C8HW8, core);
+  row.pad = padded_c8_avx;
+  row.pack = functional::Function_Weight_GNCHW_To_G8NCHWg8;
+  row.fill_bias = FillBias_C8HW8_Float_AVX;
+  return row;
+}
+
+#define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)                                                          \
+  KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c4_fma))                 \
+  KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_stride2_c4_fma))         \
+  KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
+         depthwise_c8(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c8_fma))                 \
+  KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
+         depthwise_c8(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_c8_avx))                 \
+  KERNEL(Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
+         depthwise_c8(accepts_depthwise_blocks<5, 1>, conv::depthwise_5x5_c8_avx))                 \
+  KERNEL(Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
+         depthwise_c8(accepts_depthwise_blocks<5, 2>, conv::depthwise_5x5_c8_avx))
+
+QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL)
+
+#else
+#define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)
+#endif
+// clang-format on
+
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+/// The rows of the depthwise convolutions that this build contains.
+inline constexpr const ConvolutionRow<PlaneGeometry>* depthwise_convolution_rows[] = {
+    QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL_ROW) QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL_ROW)};
+
+#endif
+
+}  // namespace marlo::kernel
