@@ -194,7 +194,7 @@ void RecurrentSequence::run_layer(uint32_t layer, const LayerVectors& vectors) c
   StepTask tasks[] = {cell_task(layer, false), cell_task(layer, true)};
   for (size_t k = 0; k < vectors.steps; ++k) {
     const size_t places[] = {k, vectors.steps - 1 - k};
-    for (const size_t direction : {0, 1}) {
+    for (size_t direction = 0; direction < 2; ++direction) {
       StepTask& task = tasks[direction];
       task.input = vectors.input + places[direction] * vectors.input_size;
       network_.step(task);
