@@ -49,7 +49,7 @@ double weights_of(const RecurrentCase& layer) {
          (layer.ins + layer.hidden);
 }
 
-kernel::matrix::FullConnectionCore product_of(const std::string& kernel) {
+kernel::matrix::FullConnectionCore product_of([[maybe_unused]] const std::string& kernel) {
 #if QRT_WITH_SGEMM
   if (kernel.find("SGEMM") != std::string::npos) return kernel::matrix::dot_sgemm;
 #endif
