@@ -6,7 +6,9 @@
 #include <utility>
 #include <vector>
 
-#if QRT_BENCH_ONEDNN
+#include "bench/support/peers.h"
+
+#ifdef QRT_BENCH_WITH_ONEDNN
 #include <oneapi/dnnl/dnnl.hpp>
 #endif
 
@@ -41,7 +43,7 @@ void report_peer(benchmark::State& state, const std::function<void()>& ours, Pee
   state.counters["x oneDNN"] = median(their_times) / median(our_times);
 }
 
-#if QRT_BENCH_ONEDNN
+#ifdef QRT_BENCH_WITH_ONEDNN
 
 namespace {
 
@@ -54,7 +56,7 @@ using Tag = memory::format_tag;
 
 const dnnl::engine& engine() {
   static const dnnl::engine processor = [] {
-    dnnl::set_max_cpu_isa(dnnl::cpu_isa::avx2);
+    hold_onednn_to_one_thread_and_avx2();
     return dnnl::engine(dnnl::engine::kind::cpu, 0);
   }();
   return processor;

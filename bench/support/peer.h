@@ -10,7 +10,7 @@
 #include "tests/support/conv_case.h"
 
 // The same work done by a library that the distribution packages, where it is installed: oneDNN,
-// held to AVX2 and, by the pinned core, to one thread.
+// held to AVX2 and one thread.
 //
 //   if (const auto peer = peer_convolution(sizes, layout, layout)) {
 //     report_peer(state, [&] { forward(); }, *peer);

@@ -40,13 +40,9 @@ template <typename Call>
 
 #ifdef QRT_BENCH_WITH_ONEDNN
 
-namespace {
-
-using Dims = dnnl::memory::dims;
-using Tag = dnnl::memory::format_tag;
-
-// Its threads are those of the OpenMP library that it brings along.
-void hold_to_one_thread_and_avx2() {
+// Its threads are those of the OpenMP library that it brings along, which counts the cores when it
+// is loaded: before this program pins itself to one.
+void hold_onednn_to_one_thread_and_avx2() {
   static const bool held = [] {
     dnnl::set_max_cpu_isa(dnnl::cpu_isa::avx2);
     using SetThreads = void (*)(int);
@@ -57,6 +53,11 @@ void hold_to_one_thread_and_avx2() {
   }();
   (void)held;
 }
+
+namespace {
+
+using Dims = dnnl::memory::dims;
+using Tag = dnnl::memory::format_tag;
 
 dnnl::memory::desc any_of(const Dims& dims) {
   return {dims, dnnl::memory::data_type::f32, Tag::any};
@@ -99,7 +100,7 @@ double seconds_in_onednn(const test::ConvCase& s) {
 }  // namespace
 
 std::optional<double> onednn_seconds(const test::ConvCase& sizes) {
-  hold_to_one_thread_and_avx2();
+  hold_onednn_to_one_thread_and_avx2();
   try {
     return seconds_in_onednn(sizes);
   } catch (const dnnl::error&) {

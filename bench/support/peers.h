@@ -10,6 +10,11 @@
 
 namespace marlo::bench {
 
+#ifdef QRT_BENCH_WITH_ONEDNN
+/// Before oneDNN's first operation, on the thread that runs the benchmarks.
+void hold_onednn_to_one_thread_and_avx2();
+#endif
+
 /// Seconds of a convolution over planes in oneDNN held to AVX2, in the layout it likes best.
 std::optional<double> onednn_seconds(const test::ConvCase& sizes);
 
