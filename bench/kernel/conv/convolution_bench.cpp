@@ -11,6 +11,8 @@
 #include "bench/support/probe.h"
 #include "bench/support/reporting.h"
 #include "bench/support/shapes.h"
+#include "qrt_core/kernel/conv/depthwise_convolution.h"
+#include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/utility/application.h"
@@ -35,12 +37,14 @@ using Row = kernel::ConvolutionRow<PlaneGeometry>;
 
 constexpr double kMostMultiplyAdds = 3e9;
 
+// Whether a kernel fuses products and sums. Dense kernels with a window do so in four cases only.
 bool is_fused(const std::string& name) {
-  const bool separate =
-      name.find("_K1x1_S2x2_") != std::string::npos || name.find("_TO_CHW_") != std::string::npos;
-  const bool is_wide =
-      name.find("_AVX_") != std::string::npos || name.find("_SGEMM_") != std::string::npos;
-  return is_wide && !separate;
+  const auto has = [&name](const char* part) { return name.find(part) != std::string::npos; };
+  if (!has("_AVX_")) return has("_SGEMM_");
+  if (has("Depthwise_")) return has("_C4HW4_") || has("_K3x3_S1x1_");
+  if (has("_K1x1_S2x2_") || has("_TO_CHW_")) return false;
+  if (has("_K1x1_") || has("_Knxm_")) return true;
+  return has("_K3x3_S1x1_") && !has("_AVX_CHW_") && !has("_3In_CHW_To_C8HW8_") && !has("_1Out_");
 }
 
 // Compares the first and the last output channels, eight of each: all of them would take the oracle
@@ -125,6 +129,8 @@ void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
 
 bool fits(const Row& row, const ConvShape& shape) {
   const ConvCase& sizes = shape.sizes;
+  const bool is_depthwise = std::string(row.name).find("Depthwise_") != std::string::npos;
+  if (is_depthwise && sizes.groups != sizes.in_channels) return false;
   const bool knows_groups = std::string(row.name).find("_G1_") == std::string::npos;
   return shape.kind == ConvShape::Kind::plane && shape.multiply_adds() <= kMostMultiplyAdds &&
          (sizes.groups == 1 || knows_groups) &&
@@ -148,6 +154,8 @@ void add(const Row* const (&rows)[n]) {
 }
 
 const bool registered = [] {
+  add(kernel::direct_convolution_rows);
+  add(kernel::depthwise_convolution_rows);
   add(kernel::point_convolution_rows);
   add(kernel::general_convolution_rows);
 #if QRT_WITH_AVX

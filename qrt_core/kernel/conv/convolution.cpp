@@ -134,8 +134,10 @@ std::shared_ptr<TensorCPU> Convolution<Geometry>::initial_output(const TensorSha
                                                                  const Context& context) const {
   auto output = context.cpu->CreateTensor(output_shape(input), nullptr);
   const uint32_t block = BlockSize(row_.output.layout);
-  const bool in_whole_blocks = params_.groups == 1 && params_.out_channels % block == 0;
-  if (row_.starts_from_bias && in_whole_blocks) return output;
+  uint32_t computed = params_.groups == 1 ? params_.out_channels : 0;
+  if (row_.is_depthwise) computed = params_.groups;
+  const bool writes_all = computed == params_.out_channels && computed % block == 0;
+  if (row_.starts_from_bias && writes_all) return output;
   // Planes beyond the last whole group have no bias and are never computed.
   const bool all_have_bias =
       bias_ != nullptr && params_.groups * params_.out_channels_per_group == params_.out_channels;

@@ -46,6 +46,7 @@ struct ConvolutionRow : KernelRow {
   /// The core starts from `ConvTask::bias` itself and writes every output that has weights, so that
   /// the step above is left out where all have.
   bool starts_from_bias = false;
+  bool is_depthwise = false;      ///< the core computes one output channel for each group
   conv::Core core = nullptr;      ///< adds the products onto the output
   conv::Method method = nullptr;  ///< takes the place of `core` where scratch memory is needed
 

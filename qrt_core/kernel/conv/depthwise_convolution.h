@@ -37,6 +37,28 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise(bool (*accepts)(const Conv2dPa
   return row;
 }
 
+/// Runs a core over blocks block by block, each padded on its own, so that the padded copy stays in
+/// a near cache.
+void run_padded_blocks(const ConvTask& task, runtime::DeviceCPU& device, uint32_t block,
+                       conv::Core core);
+
+/// The same as the method of a row.
+template <uint32_t kBlock, conv::Core core>
+void padded_blocks(const ConvTask& task, runtime::DeviceCPU& device) {
+  run_padded_blocks(task, device, kBlock, core);
+}
+
+/// A kernel over blocks.
+constexpr ConvolutionRow<PlaneGeometry> depthwise_blocks(bool (*accepts)(const Conv2dParams&),
+                                                         runtime::LayoutType layout,
+                                                         conv::Method method) {
+  ConvolutionRow<PlaneGeometry> row = depthwise(accepts, layout, nullptr);
+  row.method = method;
+  row.starts_from_bias = true;
+  row.is_depthwise = true;
+  return row;
+}
+
 // clang-format off
 #if QRT_WITH_SSE
 
@@ -59,9 +81,8 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(bool (*accepts)(con
 #if QRT_WITH_SSE || QRT_WITH_AVX
 
 constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2dParams&),
-                                                     conv::Core core) {
-  auto row = depthwise(accepts, runtime::LayoutType::C4HW4, core);
-  row.pad = padded_c4;
+                                                     conv::Method method) {
+  auto row = depthwise_blocks(accepts, runtime::LayoutType::C4HW4, method);
   row.pack = functional::Function_Weight_GNCHW_To_G4NCHWg4;
   row.fill_bias = FillBias_C4HW4_Float_SSE;
   return row;
@@ -74,9 +95,9 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2
 #define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)                                                          \
   QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                            \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c4_sse))                 \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, padded_blocks<4, conv::depthwise_3x3_c4_sse>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_c4_sse))
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, padded_blocks<4, conv::depthwise_3x3_c4_sse>))
 
 QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL)
 
@@ -87,9 +108,8 @@ QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL)
 #if QRT_WITH_AVX
 
 constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2dParams&),
-                                                     conv::Core core) {
-  auto row = depthwise(accepts, runtime::LayoutType::C8HW8, core);
-  row.pad = padded_c8_avx;
+                                                     conv::Method method) {
+  auto row = depthwise_blocks(accepts, runtime::LayoutType::C8HW8, method);
   row.pack = functional::Function_Weight_GNCHW_To_G8NCHWg8;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
   return row;
@@ -97,17 +117,17 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2
 
 #define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)                                                          \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c4_fma))                 \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, padded_blocks<4, conv::depthwise_3x3_c4_fma>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_stride2_c4_fma))         \
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, padded_blocks<4, conv::depthwise_3x3_stride2_c4_fma>))         \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 1>, conv::depthwise_3x3_c8_fma))                 \
+         depthwise_c8(accepts_depthwise_blocks<3, 1>, padded_blocks<8, conv::depthwise_3x3_c8_fma>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 2>, conv::depthwise_3x3_c8_avx))                 \
+         depthwise_c8(accepts_depthwise_blocks<3, 2>, padded_blocks<8, conv::depthwise_3x3_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 1>, conv::depthwise_5x5_c8_avx))                 \
+         depthwise_c8(accepts_depthwise_blocks<5, 1>, padded_blocks<8, conv::depthwise_5x5_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 2>, conv::depthwise_5x5_c8_avx))
+         depthwise_c8(accepts_depthwise_blocks<5, 2>, padded_blocks<8, conv::depthwise_5x5_c8_avx>))
 
 QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL)
 

@@ -2,8 +2,9 @@
 
 #include "qrt_core/kernel/conv/conv_params.h"
 
-// Depthwise convolutions over a padded input: each channel has a filter of its own. All of them add
-// onto the output; channels are those that `Conv2dParams::groups` fills blocks with.
+// Depthwise convolutions over a padded input: each channel has a filter of its own. Channels are
+// those that `Conv2dParams::groups` fills blocks with. Over planes they add onto the output; over
+// blocks they start from the bias or zero and write it.
 
 namespace marlo::kernel::conv {
 

@@ -40,9 +40,9 @@ struct DepthwiseArea {
   size_t columns;
 };
 
-/// Adds a depthwise convolution with a square window onto an area of its output, a multiple of
-/// `Pixels::kPixels` wide. Vectors are taken row by row, up to `kMost` at a time; each sum takes
-/// the window's rows and columns in order.
+/// Writes a depthwise convolution with a square window, started from the bias or zero, to an area
+/// of its output, a multiple of `Pixels::kPixels` wide. Vectors are taken row by row, up to `kMost`
+/// at a time; each sum takes the window's rows and columns in order.
 template <typename Vector, typename Pixels, size_t kSize, size_t kMost>
 class DepthwiseTiles {
   using Register = typename Vector::Register;
@@ -61,15 +61,17 @@ class DepthwiseTiles {
     const size_t out_plane = size_t{task_.out_height} * task_.out_width * kBlock;
     for (size_t block = 0; block < p.groups / kBlock; ++block) {
       const float* weights = task_.weight + block * filters * kTaps * kBlock;
+      const float* bias = task_.bias == nullptr ? nullptr : task_.bias + block * kBlock;
       for (size_t y = area_.first_row; y < area_.first_row + area_.rows; ++y) {
         run_row(task_.input + block * in_plane + y * p.stride_y * task_.in_width * kBlock,
-                task_.output + block * out_plane + y * task_.out_width * kBlock, weights);
+                task_.output + block * out_plane + y * task_.out_width * kBlock, weights, bias);
       }
     }
   }
 
  private:
-  void run_row(const float* input, float* output, const float* weights) const noexcept {
+  void run_row(const float* input, float* output, const float* weights,
+               const float* bias) const noexcept {
     const size_t in_step = task_.params.stride_x * Pixels::kPixels * kBlock;
     const size_t out_step = Pixels::kPixels * kBlock;
     input += area_.first_column * task_.params.stride_x * kBlock;
@@ -78,28 +80,29 @@ class DepthwiseTiles {
         area_.columns / Pixels::kPixels, kMost, [&](size_t begin, size_t size, size_t count) {
           for (size_t i = 0; i < count; ++i) {
             const size_t at = begin + i * size;
-            sized_tile<kMost>(size, input + at * in_step, output + at * out_step, weights);
+            sized_tile<kMost>(size, input + at * in_step, output + at * out_step, weights, bias);
           }
         });
   }
 
   template <size_t kCount>
-  void sized_tile(size_t count, const float* input, float* output,
-                  const float* weights) const noexcept {
+  void sized_tile(size_t count, const float* input, float* output, const float* weights,
+                  const float* bias) const noexcept {
     if constexpr (kCount > 1) {
-      if (count < kCount) return sized_tile<kCount - 1>(count, input, output, weights);
+      if (count < kCount) return sized_tile<kCount - 1>(count, input, output, weights, bias);
     }
-    run_tile<kCount>(input, output, weights);
+    run_tile<kCount>(input, output, weights, bias);
   }
 
   template <size_t kCount>
-  [[gnu::always_inline]] void run_tile(const float* input, float* output,
-                                       const float* weights) const noexcept {
+  [[gnu::always_inline]] void run_tile(const float* input, float* output, const float* weights,
+                                       const float* bias) const noexcept {
     const size_t in_row = size_t{task_.in_width} * kBlock;
     const size_t in_step = task_.params.stride_x * Pixels::kPixels * kBlock;
     constexpr size_t kOutStep = Pixels::kPixels * kBlock;
     Register sums[kCount];
-    unrolled<kCount>(QRT_UNROLLED(i) { sums[i] = Vector::load(output + i * kOutStep); });
+    const Register begin = bias == nullptr ? Vector::zero() : Pixels::weight(bias);
+    unrolled<kCount>(QRT_UNROLLED(i) { sums[i] = begin; });
     unrolled<kSize>(QRT_UNROLLED(row) {
       unrolled<kSize>(QRT_UNROLLED(column) {
         const Register w = Pixels::weight(weights + (row * kSize + column) * kBlock);

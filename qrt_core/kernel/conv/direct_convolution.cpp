@@ -104,10 +104,9 @@ std::shared_ptr<TensorCPU> pack_row_panels(std::shared_ptr<TensorCPU> weight,
 }
 
 void multiply_columns(const ConvTask& task, DeviceCPU& device) {
-  constexpr uint32_t kColumns = 8;
   const uint32_t depth = task.in_blocks * task.params.kernel_y * task.params.kernel_x;
-  const auto columns =
-      device.CreateF32FlexiableMainMemory({std::max(depth, 1u), kColumns}, nullptr);
+  const auto columns = device.CreateF32FlexiableMainMemory(
+      {std::max(depth, 1u), uint32_t{conv::kWindowColumns}}, nullptr);
   conv::window_columns_avx(task, static_cast<float*>(columns->RawPointer()));
 }
 

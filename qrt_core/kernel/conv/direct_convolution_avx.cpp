@@ -66,20 +66,27 @@ void multiply_panel(const ConvTask& task, const float* rows, size_t first_row, c
 void window_columns_avx(const ConvTask& task, float* columns) noexcept {
   const size_t depth = size_t{task.in_blocks} * task.params.kernel_y * task.params.kernel_x;
   const size_t count = size_t{task.out_height} * task.out_width;
-  for (size_t first = 0; first < count; first += kColumns) {
-    const size_t pixels = smaller_of(count - first, kColumns);
-    gather_columns(task, first, pixels, columns);
-    const float* rows = task.weight;
+  // Several groups of columns at a time, so that a row of the output is written by whole lines.
+  for (size_t first = 0; first < count; first += kWindowColumns) {
+    const size_t last = smaller_of(count, first + kWindowColumns);
+    for (size_t at = first; at < last; at += kColumns) {
+      gather_columns(task, at, smaller_of(last - at, kColumns), columns + (at - first) * depth);
+    }
+    const auto multiply = [&](auto rows, const float* panel, size_t row) {
+      for (size_t at = first; at < last; at += kColumns) {
+        multiply_panel<decltype(rows)::value>(task, panel, row, columns + (at - first) * depth,
+                                              depth, at, smaller_of(last - at, kColumns));
+      }
+    };
+    const float* panel = task.weight;
     size_t row = 0;
-    for (; row + 8 <= task.out_blocks; row += 8, rows += 8 * depth) {
-      multiply_panel<8>(task, rows, row, columns, depth, first, pixels);
+    for (; row + 8 <= task.out_blocks; row += 8, panel += 8 * depth) {
+      multiply(Count<8>(), panel, row);
     }
-    for (; row + 4 <= task.out_blocks; row += 4, rows += 4 * depth) {
-      multiply_panel<4>(task, rows, row, columns, depth, first, pixels);
+    for (; row + 4 <= task.out_blocks; row += 4, panel += 4 * depth) {
+      multiply(Count<4>(), panel, row);
     }
-    for (; row < task.out_blocks; ++row, rows += depth) {
-      multiply_panel<1>(task, rows, row, columns, depth, first, pixels);
-    }
+    for (; row < task.out_blocks; ++row, panel += depth) multiply(Count<1>(), panel, row);
   }
 }
 

@@ -9,6 +9,9 @@
 
 namespace marlo::kernel::conv {
 
+/// Columns that are gathered and multiplied together.
+constexpr size_t kWindowColumns = 32;
+
 /// @name Four lanes
 /// @{
 void window_chw_sse(const ConvTask& task) noexcept;
@@ -27,7 +30,7 @@ void window_chw_to_c8_avx(const ConvTask& task) noexcept;
 /// Leaves an odd last row and an odd last column as they are.
 void window_c8_to_chw_avx(const ConvTask& task) noexcept;
 /// A product of weights in panels of 8, 4 and 1 output channels with the columns of the input: it
-/// starts from the bias and writes the output. `columns` has room for eight of them, of
+/// starts from the bias and writes the output. `columns` has room for `kWindowColumns` of them, of
 /// in_blocks * kernel_y * kernel_x floats each.
 void window_columns_avx(const ConvTask& task, float* columns) noexcept;
 /// @}

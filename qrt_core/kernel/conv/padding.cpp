@@ -13,17 +13,6 @@ using runtime::LocationType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
 
-namespace {
-
-struct Margins {
-  uint32_t left;
-  uint32_t right;
-  uint32_t top;
-  uint32_t bottom;
-};
-
-// Copies `planes` pictures of `height` rows of `width` floats into a frame; `margins` count floats
-// in the horizontal direction. Rows are copied whole and only the margins are filled.
 void frame_planes(const float* from, size_t planes, size_t height, size_t width,
                   const Margins& margins, float value, float* to) noexcept {
   const size_t framed_width = width + margins.left + margins.right;
@@ -38,6 +27,8 @@ void frame_planes(const float* from, size_t planes, size_t height, size_t width,
     to = std::fill_n(to, margins.bottom * framed_width, value);
   }
 }
+
+namespace {
 
 bool is_float_of(const TensorCPU& tensor, LayoutType layout, size_t dims) {
   const TensorShape& shape = tensor.shape;

@@ -9,6 +9,19 @@
 
 namespace marlo::kernel {
 
+/// The widths of a frame.
+struct Margins {
+  uint32_t left;
+  uint32_t right;
+  uint32_t top;
+  uint32_t bottom;
+};
+
+/// Copies `planes` pictures of `height` rows of `width` floats into a frame of `value`; `margins`
+/// count floats in the horizontal direction. Rows are copied whole and only the margins are filled.
+void frame_planes(const float* from, size_t planes, size_t height, size_t width,
+                  const Margins& margins, float value, float* to) noexcept;
+
 /// @name Padding of planes
 /// A new tensor from `device` with the picture of `input` inside a margin of `left`, `right`, `top`
 /// and `bottom` pixels that holds `value`: [C, H, W] becomes [C, H + top + bottom, W + left +
