@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "qrt_core/kernel/kernels.h"
+#include "tests/support/conv_acceptance.h"
 #include "tests/support/conv_rows.h"
 #include "tests/support/kernel_remarks.h"
 #include "tests/support/kernels.h"
@@ -220,6 +221,21 @@ KernelFacts facts_of(const kernel::RecurrentSequenceRow& row) {
   return facts;
 }
 
+template <typename Geometry>
+KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
+  using Params = typename Geometry::Params;
+  return {accepted_in_words(std::function<bool(const Params&)>(row.accepts)),
+          layout_name(row.input.layout), layout_name(row.output.layout), "", kFreeOrder};
+}
+
+#if QRT_WITH_SSE
+KernelFacts facts_of(const kernel::Int16ConvolutionRow&) {
+  return in_one_layout(
+      "1x1, stride 1, no dilation, no padding, channels in eights; both step sizes",
+      LayoutType::C8HW8, "its own fixed-point definition, to the bit");
+}
+#endif
+
 KernelFacts facts_of(const ConvRow& row) {
   return {row.accepts, layout_name(row.layout), layout_name(row.output_layout), "",
           row.is_reference ? kDefines : kFreeOrder};
@@ -246,6 +262,15 @@ Table facts_of_rows() {
   add_rows(placeholder_rows, table);
   add_rows(pixel_shuffle_rows, table);
   for (const ConvRow& row : all_convolution_rows()) table[row.name] = facts_of(row);
+#if QRT_WITH_SSE || QRT_WITH_AVX
+  add_rows(scatter_convolution_rows, table);
+#endif
+#if QRT_WITH_AVX
+  add_rows(fast_line_convolution_rows, table);
+#endif
+#if QRT_WITH_SSE
+  add_rows(int16_convolution_rows, table);
+#endif
   add_rows(full_connection_rows, table);
   add_rows(recurrent_cell_rows, table);
   add_rows(recurrent_sequence_rows, table);

@@ -49,6 +49,11 @@ uint32_t transposed_size(uint32_t input, uint32_t kernel, uint32_t dilation, uin
   return input * stride - (kernel - 1) * dilation + padding;
 }
 
+// What a transposed convolution makes before anything is cut off.
+uint32_t full_size(uint32_t input, uint32_t kernel, uint32_t dilation, uint32_t stride) {
+  return (input - 1) * stride + (kernel - 1) * dilation + 1;
+}
+
 }  // namespace
 
 Conv2dParams PlaneGeometry::params_of(const Info& info) { return plane_params(info); }
@@ -102,6 +107,34 @@ std::vector<uint32_t> TransposedGeometry::output_dims(const Params& p,
 ConvTask TransposedGeometry::task_of(const Params& params, const std::vector<uint32_t>& input,
                                      const std::vector<uint32_t>& output) {
   return PlaneGeometry::task_of(params, input, output);
+}
+
+void ScatterGeometry::enlarge(const Params& p, std::vector<uint32_t>& dims) {
+  dims[1] += p.padding_t + p.padding_b;
+  dims[2] += p.padding_l + p.padding_r;
+}
+
+TensorShape ScatterGeometry::weight_shape(const Params& p) {
+  return PlaneGeometry::weight_shape(p);
+}
+
+std::vector<uint32_t> ScatterGeometry::output_dims(const Params& p,
+                                                   const std::vector<uint32_t>& input) {
+  return {p.out_channels,
+          full_size(input[1], p.kernel_y, p.dilation_y, p.stride_y) - p.padding_b - p.padding_t,
+          full_size(input[2], p.kernel_x, p.dilation_x, p.stride_x) - p.padding_r - p.padding_l};
+}
+
+bool ScatterGeometry::window_fits(const Params& p, const std::vector<uint32_t>& input) {
+  constexpr uint32_t kMost = 0x7FFFFFFF;  // of a signed number
+  const auto fits = [](uint64_t size, uint64_t kernel, uint64_t dilation, uint64_t stride,
+                       uint64_t before, uint64_t behind) {
+    const uint64_t full = (size - 1) * stride + (kernel - 1) * dilation + 1;
+    return size != 0 && before <= kMost && behind <= kMost && full <= UINT32_MAX &&
+           before + behind <= full;
+  };
+  return fits(input[1], p.kernel_y, p.dilation_y, p.stride_y, p.padding_t, p.padding_b) &&
+         fits(input[2], p.kernel_x, p.dilation_x, p.stride_x, p.padding_l, p.padding_r);
 }
 
 Conv1dParams LineGeometry::params_of(const Info& info) {

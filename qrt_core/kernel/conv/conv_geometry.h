@@ -19,6 +19,10 @@ struct PlaneGeometry {
 
   /// Dimensions of an input tensor that isn't blocked.
   static constexpr size_t kDims = 3;
+  static constexpr const char* kMisfit = "the window is larger than the padded input";
+
+  /// Makes the dims of the output those of what a core writes, where these differ.
+  static void enlarge(const Params&, std::vector<uint32_t>&) {}
 
   static Params params_of(const Info& info);
   static runtime::TensorShape weight_shape(const Params& params);
@@ -46,6 +50,10 @@ struct TransposedGeometry {
   using Params = Conv2dParams;
 
   static constexpr size_t kDims = 3;
+  static constexpr const char* kMisfit = "the window is larger than the padded input";
+
+  /// Makes the dims of the output those of what a core writes, where these differ.
+  static void enlarge(const Params&, std::vector<uint32_t>&) {}
 
   static Params params_of(const Info& info);
   static runtime::TensorShape weight_shape(const Params& params);
@@ -66,12 +74,48 @@ struct TransposedGeometry {
                           const std::vector<uint32_t>& output);
 };
 
+/// A transposed two-dimensional convolution whose weights are [out, in, y, x] and whose paddings
+/// are cut off the full result, as its fast kernels have it.
+struct ScatterGeometry {
+  using Info = runtime::ConvTranspose2dInfo;
+  using Params = Conv2dParams;
+
+  static constexpr size_t kDims = 3;
+  static constexpr const char* kMisfit =
+      "there must be an input, and paddings that are not negative and leave something of the "
+      "result";
+
+  static bool has_strides(const Params&) { return true; }
+
+  /// To the full result.
+  static void enlarge(const Params& params, std::vector<uint32_t>& dims);
+
+  static Params params_of(const Info& info) { return TransposedGeometry::params_of(info); }
+  static runtime::TensorShape weight_shape(const Params& params);
+
+  /// [out_channels, (H - 1) * stride + (kernel - 1) * dilation + 1 - paddings, ...], in 32-bit
+  /// arithmetic.
+  static std::vector<uint32_t> output_dims(const Params& params,
+                                           const std::vector<uint32_t>& input);
+
+  /// Whether there is a full result of less than 2^32 rows and columns, larger than its paddings.
+  static bool window_fits(const Params& params, const std::vector<uint32_t>& input);
+
+  static ConvTask task_of(const Params& params, const std::vector<uint32_t>& input,
+                          const std::vector<uint32_t>& output) {
+    return TransposedGeometry::task_of(params, input, output);
+  }
+};
+
 /// A one-dimensional convolution over [C, L].
 struct LineGeometry {
   using Info = runtime::Conv1dInfo;
   using Params = Conv1dParams;
 
   static constexpr size_t kDims = 2;
+  static constexpr const char* kMisfit = "the window is larger than the padded input";
+
+  static void enlarge(const Params&, std::vector<uint32_t>&) {}
 
   static Params params_of(const Info& info);
   static runtime::TensorShape weight_shape(const Params& params);

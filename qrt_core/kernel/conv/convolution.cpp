@@ -1,5 +1,8 @@
 #include "qrt_core/kernel/conv/convolution.h"
 
+#include <type_traits>
+#include <utility>
+
 #include "qrt_core/kernel/conv/weights.h"
 #include "qrt_core/kernel/tensor_checks.h"
 
@@ -115,8 +118,7 @@ std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& 
     Assert(false, "%s: the input must have %zu dims, the last of them %u, and %u channels",
            row_.name, Geometry::kDims + 1, block, channels);
   }
-  Assert(Geometry::window_fits(params_, dims), "%s: the window is larger than the padded input",
-         row_.name);
+  Assert(Geometry::window_fits(params_, dims), "%s: %s", row_.name, Geometry::kMisfit);
   const bool readable = input.shape.data_type == DataType::FLOAT32 &&
                         input.shape.location == runtime::LocationType::MainMemory &&
                         input.shape.layout == layout;
@@ -130,9 +132,9 @@ std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& 
 }
 
 template <typename Geometry>
-std::shared_ptr<TensorCPU> Convolution<Geometry>::initial_output(const TensorShape& input,
+std::shared_ptr<TensorCPU> Convolution<Geometry>::initial_output(const TensorShape& shape,
                                                                  const Context& context) const {
-  auto output = context.cpu->CreateTensor(output_shape(input), nullptr);
+  auto output = context.cpu->CreateTensor(shape, nullptr);
   const uint32_t block = BlockSize(row_.output.layout);
   uint32_t computed = params_.groups == 1 ? params_.out_channels : 0;
   if (row_.is_depthwise) computed = params_.groups;
@@ -162,7 +164,9 @@ template <typename Geometry>
 int Convolution<Geometry>::Forward(const Tensors& inputs, Tensors& outputs,
                                    const Context& context) const {
   const auto input = prepared_input(inputs, context);
-  auto output = initial_output(inputs[0]->shape, context);
+  TensorShape shape = output_shape(inputs[0]->shape);
+  Geometry::enlarge(params_, shape.dims);
+  auto output = initial_output(shape, context);
   // A transposed output may have no columns and billions of rows.
   if (runtime::ElementCount(output->shape) != 0) {
     const ConvTask task = task_of(*input, *output);
@@ -172,12 +176,25 @@ int Convolution<Geometry>::Forward(const Tensors& inputs, Tensors& outputs,
       row_.core(task);
     }
   }
+  output = cropped(std::move(output), context);
   outputs.push_back(std::move(output));
   return runtime::KERNEL_OK;
+}
+
+template <typename Geometry>
+std::shared_ptr<TensorCPU> Convolution<Geometry>::cropped(TensorPointer result,
+                                                          const Context& context) const {
+  if constexpr (std::is_same_v<Geometry, ScatterGeometry>) {
+    result = row_.crop(result, params_.padding_l, params_.padding_r, params_.padding_t,
+                       params_.padding_b, context.cpu);
+    Assert(result != nullptr, "%s: %s", row_.name, Geometry::kMisfit);
+  }
+  return result;
 }
 
 template class Convolution<PlaneGeometry>;
 template class Convolution<TransposedGeometry>;
 template class Convolution<LineGeometry>;
+template class Convolution<ScatterGeometry>;
 
 }  // namespace marlo::kernel

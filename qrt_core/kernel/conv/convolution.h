@@ -49,6 +49,9 @@ struct ConvolutionRow : KernelRow {
   bool is_depthwise = false;      ///< the core computes one output channel for each group
   conv::Core core = nullptr;      ///< adds the products onto the output
   conv::Method method = nullptr;  ///< takes the place of `core` where scratch memory is needed
+  /// Cuts the paddings off a result that is larger by them. Null for a result that is what it is.
+  TensorPointer (*crop)(TensorPointer result, uint32_t left, uint32_t right, uint32_t top,
+                        uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
 
   /// The same kernel with one layout on both sides.
   constexpr ConvolutionRow in_layout(runtime::LayoutType layout) const {
@@ -79,8 +82,9 @@ class Convolution : public KernelFamily {
 
   runtime::TensorShape output_shape(const runtime::TensorShape& input) const;
   TensorPointer prepared_input(const Tensors& inputs, const Context& context) const;
-  TensorPointer initial_output(const runtime::TensorShape& input, const Context& context) const;
+  TensorPointer initial_output(const runtime::TensorShape& shape, const Context& context) const;
   ConvTask task_of(const runtime::TensorCPU& input, runtime::TensorCPU& output) const;
+  TensorPointer cropped(TensorPointer result, const Context& context) const;
 
   const Row& row_;
   Params params_;
@@ -91,5 +95,6 @@ class Convolution : public KernelFamily {
 extern template class Convolution<PlaneGeometry>;
 extern template class Convolution<TransposedGeometry>;
 extern template class Convolution<LineGeometry>;
+extern template class Convolution<ScatterGeometry>;
 
 }  // namespace marlo::kernel

@@ -68,6 +68,8 @@ void register_avx_kernels(KernelRegistry& kernels) {
   add_kernel<Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1>(kernels);
+  add_kernel<Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1>(kernels);
+  add_kernel<ConvTranspose2d_K3x3_D1x1_G1_AVX_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K3x3_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K1x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K3x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1>(kernels);

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/tensor.h"
+
+namespace marlo::kernel {
+
+/// @name Cropping of planes
+/// A new tensor from `device` with what is left of the picture when `left`, `right`, `top` and
+/// `bottom` pixels have been cut off: [C, H, W] becomes [C, H - top - bottom, W - left - right],
+/// and blocked forms likewise.
+/// @return null unless `input` is a FLOAT32 tensor of the layout in the name, in main memory, from
+///   which so much can be cut off
+/// @{
+std::shared_ptr<runtime::TensorCPU> Crop_HW_MainMemory_CHW_Float_Fallback_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Crop_HW_MainMemory_C4HW4_Float_SSE_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> Crop_HW_MainMemory_C8HW8_Float_AVX_M1(
+    std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
+    uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
+/// @}
+
+}  // namespace marlo::kernel

@@ -1,0 +1,99 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/convolution.h"
+#include "qrt_core/kernel/conv/crop.h"
+#include "qrt_core/kernel/conv/scatter_cores.h"
+#include "qrt_core/kernel/conv/weight_packing.h"
+
+// Fast transposed convolutions, 3 x 3 at stride 2.
+//
+// They differ from the portable one in what a description means, and models depend on it: weights
+// are [out, in, y, x], and a padding is what is cut off the full result on that side.
+
+namespace marlo::kernel {
+
+/// Whether a layer has this window and stride and no dilation, and any groups. Paddings aren't
+/// tested, nor, but for `planes`, channels.
+bool accepts_scatter(const Conv2dParams& params);
+bool accepts_scatter_planes(const Conv2dParams& params);
+
+/// The input with a margin of one zero on all sides.
+/// @{
+std::shared_ptr<runtime::TensorCPU> framed_c4(const std::shared_ptr<runtime::TensorCPU>& input,
+                                              const Conv2dParams& params,
+                                              const std::shared_ptr<runtime::DeviceCPU>& device);
+std::shared_ptr<runtime::TensorCPU> framed_c8(const std::shared_ptr<runtime::TensorCPU>& input,
+                                              const Conv2dParams& params,
+                                              const std::shared_ptr<runtime::DeviceCPU>& device);
+/// @}
+
+/// A kernel in one layout, which compares no channels.
+constexpr ConvolutionRow<ScatterGeometry> scatter(bool (*accepts)(const Conv2dParams&),
+                                                  runtime::LayoutType layout, conv::Core core) {
+  ConvolutionRow<ScatterGeometry> row;
+  row.accepts = accepts;
+  row.input = {layout, true, false};
+  row.output = {layout, false, false};
+  row.core = core;
+  return row;
+}
+
+// clang-format off
+#if QRT_WITH_SSE
+
+constexpr ConvolutionRow<ScatterGeometry> scatter_chw_on_sse() {
+  auto row = scatter(accepts_scatter_planes, runtime::LayoutType::CHW, conv::scatter_chw_sse);
+  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.crop = Crop_HW_MainMemory_CHW_Float_Fallback_M1;
+  return row;
+}
+
+constexpr ConvolutionRow<ScatterGeometry> scatter_c4_on_sse() {
+  auto row = scatter(accepts_scatter, runtime::LayoutType::C4HW4, conv::scatter_c4_sse);
+  row.pad = framed_c4;
+  row.pack = functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_SSE;
+  row.fill_bias = FillBias_C4HW4_Float_SSE;
+  row.crop = Crop_HW_MainMemory_C4HW4_Float_SSE_M1;
+  return row;
+}
+
+#define QRT_SCATTER_KERNELS_SSE(KERNEL)                                      \
+  KERNEL(ConvTranspose2d_K3x3_D1x1_G1_SSE_CHW_FLOAT_M1, scatter_chw_on_sse())  \
+  KERNEL(ConvTranspose2d_K3x3_D1x1_G1_SSE_C4HW4_FLOAT_M1, scatter_c4_on_sse())
+
+QRT_SCATTER_KERNELS_SSE(QRT_KERNEL)
+
+#else
+#define QRT_SCATTER_KERNELS_SSE(KERNEL)
+#endif
+
+#if QRT_WITH_AVX
+
+constexpr ConvolutionRow<ScatterGeometry> scatter_c8_on_avx() {
+  auto row = scatter(accepts_scatter, runtime::LayoutType::C8HW8, conv::scatter_c8_avx);
+  row.pad = framed_c8;
+  row.pack = functional::Function_Weight_GNCHW_To_GN8C8HW8n8c;
+  row.fill_bias = FillBias_C8HW8_Float_AVX;
+  row.crop = Crop_HW_MainMemory_C8HW8_Float_AVX_M1;
+  return row;
+}
+
+#define QRT_SCATTER_KERNELS_AVX(KERNEL)                                      \
+  KERNEL(ConvTranspose2d_K3x3_D1x1_G1_AVX_C8HW8_FLOAT_M1, scatter_c8_on_avx())
+
+QRT_SCATTER_KERNELS_AVX(QRT_KERNEL)
+
+#else
+#define QRT_SCATTER_KERNELS_AVX(KERNEL)
+#endif
+// clang-format on
+
+#if QRT_WITH_SSE || QRT_WITH_AVX
+
+/// The rows of the fast transposed convolutions that this build contains.
+inline constexpr const ConvolutionRow<ScatterGeometry>* scatter_convolution_rows[] = {
+    QRT_SCATTER_KERNELS_SSE(QRT_KERNEL_ROW) QRT_SCATTER_KERNELS_AVX(QRT_KERNEL_ROW)};
+
+#endif
+
+}  // namespace marlo::kernel

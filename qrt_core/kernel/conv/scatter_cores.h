@@ -1,0 +1,21 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/conv_params.h"
+
+// Transposed 3x3 convolutions at stride 2, onto the full result: input (i, j) times the filter goes
+// to the outputs from (2 i, 2 j) on. All of them add onto the output.
+
+namespace marlo::kernel::conv {
+
+/// Weights are [out, in, 3, 3].
+void scatter_chw_sse(const ConvTask& task) noexcept;
+
+/// @name Over blocks
+/// The input has a margin of one zero on all sides. An output reads one, two or four taps, after
+/// whether its row and column are odd; sums take the input blocks in order.
+/// @{
+void scatter_c4_sse(const ConvTask& task) noexcept;
+void scatter_c8_avx(const ConvTask& task) noexcept;
+/// @}
+
+}  // namespace marlo::kernel::conv
