@@ -84,9 +84,11 @@ KernelFacts facts_of(const kernel::ElementwiseRow& row) {
   return {accepts, "any", "any", "", portable_defines(row.name, kSameBits)};
 }
 
+#if QRT_WITH_AVX
 KernelFacts facts_of(const kernel::ChannelMultiplyRow& row) {
   return in_one_layout("any operator", row.layout, kSameBits);
 }
+#endif
 
 KernelFacts facts_of(const kernel::BroadcastRow&) {
   return {"all four operators", "any", "any", "", kDefines};

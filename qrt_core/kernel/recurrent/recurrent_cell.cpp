@@ -88,7 +88,10 @@ int RecurrentCell::Forward(const Tensors& inputs, Tensors& outputs, const Contex
   // A zero state is made here and not earlier: from the second pass on, the new state stands in
   // the block of the one before the last, and there must be such a block.
   const auto h = h_ != nullptr ? h_ : device.CreateZeroF32CMainMem(hidden_size_);
-  auto next = device.CreateTensor(h->shape, h->RawPointer());
+  // The old state is the application's output too, which may have been given another shape.
+  auto next = device.CreateTensor(
+      runtime::TensorShape({hidden_size_}, runtime::DataType::FLOAT32, runtime::LayoutType::C),
+      h->RawPointer());
   Tensors result = {next};
   recurrent::StepTask task = step_task(weights_, values(next), values(c_));
   task.input = static_cast<const float*>(input.RawPointer());

@@ -263,6 +263,7 @@ Tensors forward(TestContext& context, const char* name, const Scale& scale,
   return outputs;
 }
 
+#if QRT_WITH_SSE
 TEST(Upsampling, HalvesWhereAFactorBelow1IsTaken) {
   TestContext context;
   const auto values = Random(9).floats(6 * 8 * 4);
@@ -282,6 +283,7 @@ TEST(Upsampling, HalvesWhereAFactorBelow1IsTaken) {
     }
   }
 }
+#endif
 
 TEST(Upsampling, ThePortableKernelTestsNoFactor) {
   TestContext context;
@@ -293,6 +295,7 @@ TEST(Upsampling, ThePortableKernelTestsNoFactor) {
   EXPECT_NE(failure_of([&] { forward(context, kPortable, {kNaN, 1.0f}, input); }), "");
 }
 
+#if QRT_WITH_SSE && QRT_WITH_AVX
 TEST(Upsampling, ACHWMemberWithOtherChannelsLogsAndLeavesTheOutputs) {
   for (const char* name :
        {"Upsampling2D_Bilinear_SSE_CHW_Float_M1", "Upsampling2D_Bilinear_SSE_CHW_Float_M2",
@@ -310,7 +313,9 @@ TEST(Upsampling, ACHWMemberWithOtherChannelsLogsAndLeavesTheOutputs) {
               "[QRT]: Upsampling2D_Bilinear_SSE_CHW_Float_M1 Channels not support !\n");
   }
 }
+#endif
 
+#if QRT_WITH_SSE
 TEST(Upsampling, TheThirdCHWMembersTakeAnyChannels) {
   TestContext context;
   const auto input = context.floats({3, 1, 1}, LayoutType::CHW, {1, 2, 3});
@@ -318,6 +323,7 @@ TEST(Upsampling, TheThirdCHWMembersTakeAnyChannels) {
       values_of(*forward(context, "Upsampling2D_Bilinear_SSE_CHW_Float_M3", {1, 2}, input).at(0)),
       (std::vector<float>{1, 1, 2, 2, 3, 3}));
 }
+#endif
 
 }  // namespace
 }  // namespace marlo::test

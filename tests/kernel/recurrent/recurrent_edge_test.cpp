@@ -229,5 +229,28 @@ TEST(LstmGates, StandInTheOrderInputForgetCellOutput) {
   }
 }
 
+// A cell's state is its output, and its shape is the application's to change.
+TEST(RecurrentState, KeepsItsSizeWhateverBecomesOfAnOutputsShape) {
+  for (const auto* row : kernel::recurrent_cell_rows) {
+    if (!why_not_here(row->name).empty()) continue;
+    RecurrentCase layer;
+    layer.network = network_of(row->name);
+    layer.ins = 2;
+    layer.hidden = 6;
+    layer.fill(3);
+    TestContext context;
+    const auto kernel = make_kernel(row->name);
+    ASSERT_TRUE(kernel->Config(cell_description(layer), nullptr, context));
+    const auto input = context.floats({2}, LayoutType::C, {0.5f, -0.25f});
+    for (const std::vector<uint32_t>& dims : std::vector<std::vector<uint32_t>>{{1}, {60}, {}}) {
+      IKernel::Tensors outputs;
+      ASSERT_EQ(kernel->Forward({input}, outputs, context), 0);
+      EXPECT_EQ(outputs.at(0)->shape.dims, std::vector<uint32_t>{6}) << row->name;
+      context.pool().check();
+      outputs[0]->shape.dims = dims;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace marlo::test
