@@ -15,6 +15,17 @@ __m256 blend(__m256 a, __m256 wa, __m256 b, __m256 wb) {
   return _mm256_add_ps(_mm256_mul_ps(a, wa), _mm256_mul_ps(b, wb));
 }
 
+// The eight channels of a pixel.
+struct Pixel {
+  static constexpr size_t kLanes = upsampling::kLanes;
+  static __m256 load(const float* from) noexcept { return _mm256_loadu_ps(from); }
+  static __m256 splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
+  static void store(float* to, __m256 x) noexcept { _mm256_storeu_ps(to, x); }
+  static __m256 blend(__m256 a, __m256 wa, __m256 b, __m256 wb) noexcept {
+    return upsampling::blend(a, wa, b, wb);
+  }
+};
+
 void blend_rows(const float* top, const float* bottom, const Taps& taps, float* out,
                 size_t count) noexcept {
   const __m256 wt = _mm256_set1_ps(taps.first_weight);
@@ -33,17 +44,7 @@ void bilinear_chw_avx(const Task& task) noexcept {
 }
 
 void bilinear_c8_avx(const Task& task) noexcept {
-  const auto blend_columns = [&task](const float* in, float* out) {
-    for (size_t column = 0; column < task.out_width; ++column) {
-      const Taps& taps = task.columns[column];
-      const __m256 left = _mm256_loadu_ps(in + taps.first * kLanes);
-      const __m256 right = _mm256_loadu_ps(in + taps.second * kLanes);
-      _mm256_storeu_ps(out + column * kLanes,
-                       blend(left, _mm256_broadcast_ss(&taps.first_weight), right,
-                             _mm256_broadcast_ss(&taps.second_weight)));
-    }
-  };
-  bilinear<kLanes>(task, blend_columns, blend_rows);
+  bilinear<kLanes>(task, blend_pixels<Pixel>(task), blend_rows);
 }
 
 void nearest_c8_avx(const Task& task) noexcept {

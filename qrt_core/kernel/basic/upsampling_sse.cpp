@@ -11,6 +11,17 @@ __m128 blend(__m128 a, __m128 wa, __m128 b, __m128 wb) {
   return _mm_add_ps(_mm_mul_ps(a, wa), _mm_mul_ps(b, wb));
 }
 
+// The four channels of a pixel.
+struct Pixel {
+  static constexpr size_t kLanes = upsampling::kLanes;
+  static __m128 load(const float* from) noexcept { return _mm_loadu_ps(from); }
+  static __m128 splat(const float* from) noexcept { return _mm_load1_ps(from); }
+  static void store(float* to, __m128 x) noexcept { _mm_storeu_ps(to, x); }
+  static __m128 blend(__m128 a, __m128 wa, __m128 b, __m128 wb) noexcept {
+    return upsampling::blend(a, wa, b, wb);
+  }
+};
+
 void blend_rows(const float* top, const float* bottom, const Taps& taps, float* out,
                 size_t count) noexcept {
   const __m128 wt = _mm_set1_ps(taps.first_weight);
@@ -29,16 +40,7 @@ void bilinear_chw_sse(const Task& task) noexcept {
 }
 
 void bilinear_c4_sse(const Task& task) noexcept {
-  const auto blend_columns = [&task](const float* in, float* out) {
-    for (size_t column = 0; column < task.out_width; ++column) {
-      const Taps& taps = task.columns[column];
-      const __m128 left = _mm_loadu_ps(in + taps.first * kLanes);
-      const __m128 right = _mm_loadu_ps(in + taps.second * kLanes);
-      _mm_storeu_ps(out + column * kLanes, blend(left, _mm_set1_ps(taps.first_weight), right,
-                                                 _mm_set1_ps(taps.second_weight)));
-    }
-  };
-  bilinear<kLanes>(task, blend_columns, blend_rows);
+  bilinear<kLanes>(task, blend_pixels<Pixel>(task), blend_rows);
 }
 
 void nearest_c4_sse(const Task& task) noexcept {
