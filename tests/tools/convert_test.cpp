@@ -139,7 +139,7 @@ TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
   EXPECT_THAT(all.out, AllOf(HasSubstr("ReLU_Fallback_Float_M1"), HasSubstr("Input_Fallback_M1")));
   EXPECT_EQ(qrt({"kernels", "relu6_fall"}).out, "ReLU6_Fallback_Float_M1\n");
   EXPECT_EQ(qrt({"kernels", "input*"}).out, "Input_Fallback_M1\n");
-  EXPECT_EQ(qrt({"kernels", "conv", "transpose"}).out,
+  EXPECT_EQ(qrt({"kernels", "knxm", "transpose"}).out,
             "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1\n");
   EXPECT_THAT(
       qrt({"kernels", "input*", "--json"}).out,
