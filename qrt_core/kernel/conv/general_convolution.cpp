@@ -62,7 +62,8 @@ void run_in_blocks(const ConvTask& task, uint32_t block, Im2col im2col, conv::Co
                    DeviceCPU& device) {
   // Without weights there is nothing that bounds the columns, and nothing to compute.
   if (task.out_blocks == 0) return;
-  if (task.in_blocks * taps_of(task.params) == 0) return core(product_task(task, nullptr));
+  // Nothing is read then, so that any address serves.
+  if (task.in_blocks * taps_of(task.params) == 0) return core(product_task(task, task.output));
   const auto columns = columns_of(task, task.in_blocks, block, im2col, device);
   core(product_task(task, static_cast<const float*>(columns->RawPointer())));
 }
@@ -81,7 +82,8 @@ void conv::general_chw_sse(const ConvTask& task, DeviceCPU& device) {
   if (planes != 0) {
     columns = columns_of(task, groups * task.in_blocks, 1, Im2col_CHW_Float_SSE, device);
   }
-  const float* input = planes == 0 ? nullptr : static_cast<const float*>(columns->RawPointer());
+  // Without planes nothing is read, so that any address serves.
+  const float* input = planes == 0 ? task.output : static_cast<const float*>(columns->RawPointer());
   const size_t pixels = size_t{task.out_height} * task.out_width;
   ConvTask product = product_task(task, input);
   for (uint32_t group = 0; group < groups; ++group) {
