@@ -43,6 +43,7 @@ ShapesByInput given_shapes(const NetworkReport& report, const CheckOptions& opti
 
 std::string all_shapes(const std::vector<TensorShape>& shapes) {
   std::vector<std::string> texts;
+  texts.reserve(shapes.size());
   for (const TensorShape& shape : shapes) texts.push_back(shape_text(shape));
   return joined(texts, ", ");
 }

@@ -10,7 +10,7 @@
 namespace marlo::kernel::image {
 namespace {
 
-constexpr size_t kVectorBytes = 16;
+inline constexpr size_t kVectorBytes = 16;
 using Bytes = uint8_t __attribute__((vector_size(kVectorBytes)));
 
 /// 48 bytes: sixteen pixels, or sixteen bytes of three planes.
