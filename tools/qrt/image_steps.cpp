@@ -13,7 +13,6 @@ namespace {
 
 using marlo::kernel::ImageProcessFallback;
 using marlo::kernel::ImageProcessSSE;
-using marlo::runtime::LayoutType;
 namespace functional = marlo::kernel::functional;
 
 constexpr uint32_t kLargestSide = 32768;
