@@ -44,7 +44,8 @@ static bool is_fused(const std::string& kernel) {
   return holds_any({"Conv2d_K1x1_S1x1_D1x1_G1_AVX_", "Conv2D_Knxm_Snxm_Dnxm_G1_AVX_",
                     "Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT",
                     "Conv2d_K3x3_S1x1_D1x1_G1_AVX_C4HW4_FLOAT", "_AVX_3In_CHW_To_C4HW4_",
-                    "_AVX_C4HW4_To_CHW_3Out_"}) &&
+                    "_AVX_C4HW4_To_CHW_3Out_", "Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_",
+                    "Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_"}) &&
          !holds_any({"_TO_CHW_"});
 }
 
