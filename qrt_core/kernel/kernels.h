@@ -22,6 +22,7 @@
 #include "qrt_core/kernel/conv/reference_convolution.h"
 #include "qrt_core/kernel/conv/scatter_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
+#include "qrt_core/kernel/conv/winograd.h"
 #include "qrt_core/kernel/layout/concatenate.h"
 #include "qrt_core/kernel/layout/expand.h"
 #include "qrt_core/kernel/layout/layout_transform.h"

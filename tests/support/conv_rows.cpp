@@ -7,6 +7,7 @@
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
+#include "qrt_core/kernel/conv/winograd.h"
 #include "tests/support/conv_acceptance.h"
 #include "tests/support/conv_setup.h"
 
@@ -55,6 +56,9 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::depthwise_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::direct_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
+#endif
+#if QRT_WITH_SSE
+  for (const auto* row : kernel::winograd_rows) rows.push_back(any_row(*row));
 #endif
 #if QRT_WITH_AVX
   for (const auto* row : kernel::strassen_convolution_rows) rows.push_back(any_row(*row));

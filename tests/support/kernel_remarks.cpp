@@ -46,6 +46,10 @@ const std::vector<KernelRemark>& kernel_remarks() {
       {"Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_CHW_FLOAT_M1", "separate products and sums", ""},
       {"Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1", "separate products and sums", ""},
       {"Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1", "copies its input first", ""},
+      {"Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_Strassen_M1", "", "a wider bound of its own"},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1", "", "a wider bound of its own"},
+      {"Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2", "the bits of M1, faster",
+       "a wider bound of its own"},
   };
   return remarks;
 }

@@ -15,6 +15,7 @@
 #include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
+#include "qrt_core/kernel/conv/winograd.h"
 #include "qrt_core/utility/application.h"
 #include "tests/support/blocked_layout.h"
 #include "tests/support/conv_setup.h"
@@ -67,8 +68,11 @@ void check(const Row& row, const ConvShape& shape, const ConvData& data,
     const ConvData part = {data.input, slice(data.weight, filter),
                            data.bias.empty() ? data.bias : slice(data.bias, 1)};
     const auto oracle = test::convolution(some, part);
-    // Strassen's product has a wider bound of its own, which its tests hold it to.
-    const double scale = std::string(row.name).find("Strassen") == std::string::npos ? 1.0 : 400.0;
+    // Fast algorithms have wider bounds of their own, which their tests hold them to.
+    const std::string name = row.name;
+    const bool is_plain =
+        name.find("Strassen") == std::string::npos && name.find("Winograd") == std::string::npos;
+    const double scale = is_plain ? 1.0 : 400.0;
     for (size_t i = 0; i < oracle.sums.size(); ++i) {
       const double found = output[first * pixels + i];
       if (std::abs(found - oracle.sums[i].value) <= scale * oracle.sums[i].bound()) continue;
@@ -158,6 +162,9 @@ const bool registered = [] {
   add(kernel::depthwise_convolution_rows);
   add(kernel::point_convolution_rows);
   add(kernel::general_convolution_rows);
+#if QRT_WITH_SSE
+  add(kernel::winograd_rows);
+#endif
 #if QRT_WITH_AVX
   add(kernel::strassen_convolution_rows);
 #endif

@@ -10,6 +10,16 @@ using runtime::LayoutType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
 
+void crop_planes(const float* from, size_t planes, size_t height, size_t width,
+                 const Margins& margins, float* to) noexcept {
+  const size_t count = width - margins.left - margins.right;
+  for (size_t plane = 0; plane < planes; ++plane, from += height * width) {
+    for (size_t row = margins.top; row < height - margins.bottom; ++row) {
+      to = std::copy_n(from + row * width + margins.left, count, to);
+    }
+  }
+}
+
 namespace {
 
 std::shared_ptr<TensorCPU> crop(const TensorCPU& input, LayoutType layout, uint32_t left,
@@ -29,14 +39,9 @@ std::shared_ptr<TensorCPU> crop(const TensorCPU& input, LayoutType layout, uint3
   shape.dims[1] -= top + bottom;
   shape.dims[2] -= left + right;
   auto cropped = device.CreateTensor(std::move(shape), nullptr);
-  const auto* source = static_cast<const float*>(input.RawPointer());
-  auto* target = static_cast<float*>(cropped->RawPointer());
-  for (size_t plane = 0; plane < from.dims[0]; ++plane) {
-    for (size_t row = top; row < height - bottom; ++row) {
-      const float* first = source + ((plane * height + row) * width + left) * block;
-      target = std::copy_n(first, (width - left - right) * block, target);
-    }
-  }
+  crop_planes(static_cast<const float*>(input.RawPointer()), from.dims[0], height, width * block,
+              {left * block, right * block, top, bottom},
+              static_cast<float*>(cropped->RawPointer()));
   return cropped;
 }
 

@@ -63,6 +63,8 @@ void register_sse_kernels(KernelRegistry& kernels) {
   add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M3>(kernels);
   add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1>(kernels);
   add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1>(kernels);
+  add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1>(kernels);
+  add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2>(kernels);
   add_kernel<Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1>(kernels);
   add_kernel<Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1>(kernels);
   add_kernel<Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1>(kernels);
