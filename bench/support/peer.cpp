@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -29,7 +30,8 @@ double median(std::vector<double> times) {
 
 }  // namespace
 
-void report_peer(benchmark::State& state, const std::function<void()>& ours, Peer& peer) {
+void report_turns(benchmark::State& state, const char* name, const std::function<void()>& ours,
+                  Peer& peer) {
   constexpr int kRounds = 31;
   const auto theirs = [&peer] { peer.run(); };
   ours();
@@ -40,7 +42,11 @@ void report_peer(benchmark::State& state, const std::function<void()>& ours, Pee
     our_times.push_back(seconds_of(ours));
     their_times.push_back(seconds_of(theirs));
   }
-  state.counters["x oneDNN"] = median(their_times) / median(our_times);
+  state.counters[name] = median(their_times) / median(our_times);
+}
+
+void report_peer(benchmark::State& state, const std::function<void()>& ours, Peer& peer) {
+  report_turns(state, "x oneDNN", ours, peer);
 }
 
 #ifdef QRT_BENCH_WITH_ONEDNN
@@ -173,6 +179,85 @@ std::unique_ptr<Peer> peer_convolution(const test::ConvCase& s, LayoutType input
   });
 }
 
+std::unique_ptr<Peer> peer_transposed_convolution(const test::ConvCase& s) {
+  return made_by([&] {
+    const auto size = [](uint32_t in, uint32_t stride, int extent, int padding) {
+      return in * stride + static_cast<uint32_t>(padding - extent + 1);
+    };
+    const auto cut = [](int extent, int padding) { return memory::dim{extent - 1 - padding}; };
+    const uint32_t height = size(s.height, s.stride_y, s.extent_y(), s.padding_t + s.padding_b);
+    const uint32_t width = size(s.width, s.stride_x, s.extent_x(), s.padding_l + s.padding_r);
+    const memory::desc from = desc({1, s.in_channels, s.height, s.width}, Tag::nChw8c);
+    const memory::desc to = desc({1, s.out_channels, height, width}, Tag::nChw8c);
+    const memory::desc weights =
+        desc({s.out_channels, s.in_channels, s.kernel_y, s.kernel_x}, Tag::any);
+    const memory::desc bias = desc({s.out_channels}, Tag::x);
+    // A stride leaves that many outputs less one behind the last filter.
+    const memory::dims first = {cut(s.extent_y(), s.padding_t), cut(s.extent_x(), s.padding_l)};
+    const memory::dims last = {cut(s.extent_y(), s.padding_b) - s.stride_y + 1,
+                               cut(s.extent_x(), s.padding_r) - s.stride_x + 1};
+    const dnnl::deconvolution_forward::primitive_desc primitive(
+        dnnl::deconvolution_forward::desc(prop_kind::forward_inference,
+                                          algorithm::deconvolution_direct, from, weights, bias, to,
+                                          {s.stride_y, s.stride_x}, first, last),
+        engine());
+    return std::make_unique<Operation>(
+        dnnl::deconvolution_forward(primitive),
+        std::unordered_map<int, memory>{{DNNL_ARG_SRC, filled(from)},
+                                        {DNNL_ARG_WEIGHTS, filled(primitive.weights_desc())},
+                                        {DNNL_ARG_BIAS, filled(bias)},
+                                        {DNNL_ARG_DST, filled(to)}});
+  });
+}
+
+namespace {
+
+// The primitive of a description, with memory for all that it takes.
+template <typename Primitive>
+std::unique_ptr<Peer> recurrent_operation(const typename Primitive::desc& description) {
+  const typename Primitive::primitive_desc primitive(description, engine());
+  std::unordered_map<int, memory> arguments = {
+      {DNNL_ARG_SRC_LAYER, filled(primitive.src_layer_desc())},
+      {DNNL_ARG_SRC_ITER, filled(primitive.src_iter_desc())},
+      {DNNL_ARG_WEIGHTS_LAYER, filled(primitive.weights_layer_desc())},
+      {DNNL_ARG_WEIGHTS_ITER, filled(primitive.weights_iter_desc())},
+      {DNNL_ARG_BIAS, filled(primitive.bias_desc())},
+      {DNNL_ARG_DST_LAYER, filled(primitive.dst_layer_desc())},
+      {DNNL_ARG_DST_ITER, filled(primitive.dst_iter_desc())}};
+  if constexpr (std::is_same_v<Primitive, dnnl::lstm_forward>) {
+    arguments.emplace(DNNL_ARG_SRC_ITER_C, filled(primitive.src_iter_c_desc()));
+    arguments.emplace(DNNL_ARG_DST_ITER_C, filled(primitive.dst_iter_c_desc()));
+  }
+  return std::make_unique<Operation>(Primitive(primitive), std::move(arguments));
+}
+
+}  // namespace
+
+std::unique_ptr<Peer> peer_recurrent(const test::RecurrentCase& layer) {
+  return made_by([&]() -> std::unique_ptr<Peer> {
+    const uint32_t gates = test::gates_of(layer.network);
+    const memory::desc x = desc({layer.steps, 1, layer.ins}, Tag::tnc);
+    const memory::desc y = desc({layer.steps, 1, layer.hidden}, Tag::tnc);
+    const memory::desc state = desc({1, 1, 1, layer.hidden}, Tag::ldnc);
+    const memory::desc of_input = desc({1, 1, layer.ins, gates, layer.hidden}, Tag::any);
+    const memory::desc of_state = desc({1, 1, layer.hidden, gates, layer.hidden}, Tag::any);
+    const auto bias = [&](uint32_t rows) { return desc({1, 1, rows, layer.hidden}, Tag::ldgo); };
+    const auto mode = prop_kind::forward_inference;
+    const auto direction = dnnl::rnn_direction::unidirectional_left2right;
+    if (layer.network == test::Network::lstm) {
+      return recurrent_operation<dnnl::lstm_forward>(
+          {mode, direction, x, state, state, of_input, of_state, bias(gates), y, state, state});
+    }
+    if (layer.network == test::Network::gru) {
+      return recurrent_operation<dnnl::lbr_gru_forward>(
+          {mode, direction, x, state, of_input, of_state, bias(gates + 1), y, state});
+    }
+    return recurrent_operation<dnnl::vanilla_rnn_forward>({mode, algorithm::eltwise_tanh, direction,
+                                                           x, state, of_input, of_state,
+                                                           bias(gates), y, state});
+  });
+}
+
 std::unique_ptr<Peer> peer_product(uint32_t rows, uint32_t depth, uint32_t columns) {
   return made_by([&] {
     const memory::desc left = desc({rows, depth}, Tag::ab);
@@ -198,6 +283,10 @@ std::unique_ptr<Peer> peer_convolution(const test::ConvCase&, runtime::LayoutTyp
                                        runtime::LayoutType) {
   return nullptr;
 }
+
+std::unique_ptr<Peer> peer_transposed_convolution(const test::ConvCase&) { return nullptr; }
+
+std::unique_ptr<Peer> peer_recurrent(const test::RecurrentCase&) { return nullptr; }
 
 std::unique_ptr<Peer> peer_product(uint32_t, uint32_t, uint32_t) { return nullptr; }
 

@@ -8,6 +8,7 @@
 
 #include "qrt_core/runtime/tensor/data_type.h"
 #include "tests/support/conv_case.h"
+#include "tests/support/recurrent_case.h"
 
 // The same work done by a library that the distribution packages, where it is installed: oneDNN,
 // held to AVX2 and one thread.
@@ -44,11 +45,22 @@ std::unique_ptr<Peer> peer_doubling(uint32_t channels, uint32_t size);
 std::unique_ptr<Peer> peer_convolution(const test::ConvCase& sizes, runtime::LayoutType input,
                                        runtime::LayoutType output);
 
+/// A transposed convolution in blocks of 8. Its sizes are in the convention of `ConvCase`.
+std::unique_ptr<Peer> peer_transposed_convolution(const test::ConvCase& sizes);
+
+/// A recurrent layer in one direction over a whole sequence; of the GRU the form whose reset gate
+/// stands behind the product.
+std::unique_ptr<Peer> peer_recurrent(const test::RecurrentCase& layer);
+
 /// A product of [rows, depth] and [depth, columns].
 std::unique_ptr<Peer> peer_product(uint32_t rows, uint32_t depth, uint32_t columns);
 /// @}
 
-/// Runs both by turns, and adds "x oneDNN": how often ours runs in the time that it takes once.
+/// Runs both by turns, and adds `name`: how often ours runs in the time that it takes once.
+void report_turns(benchmark::State& state, const char* name, const std::function<void()>& ours,
+                  Peer& peer);
+
+/// The same as "x oneDNN".
 void report_peer(benchmark::State& state, const std::function<void()>& ours, Peer& peer);
 
 }  // namespace marlo::bench

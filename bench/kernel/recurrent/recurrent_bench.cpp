@@ -4,16 +4,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/support/configured_kernel.h"
+#include "bench/support/peer.h"
 #include "bench/support/probe.h"
 #include "bench/support/reporting.h"
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
-#include "qrt_core/utility/application.h"
-#include "tests/support/kernels.h"
 #include "tests/support/recurrent_case.h"
 
 // A layer of 128 inputs and 256 hidden values over 50 steps, as in a recogniser of text lines.
@@ -27,7 +26,6 @@ namespace {
 
 using kernel::RecurrentSequenceRow;
 using runtime::DataType;
-using runtime::IKernel;
 using runtime::LayoutType;
 using test::Network;
 using test::RecurrentCase;
@@ -105,38 +103,22 @@ void run_calls(const RecurrentCase& layer, std::vector<float>& results) {
   }
 }
 
-class Sequence {
- public:
-  Sequence(const char* name, const RecurrentCase& layer) : kernel_(test::make_kernel(name)) {
-    utility::create_context(context_, 64);
-    if (!kernel_->Config(test::sequence_description(layer), nullptr, context_)) {
-      throw std::runtime_error(std::string(name) + " refuses");
-    }
-    const runtime::TensorShape shape({layer.steps, layer.ins}, DataType::FLOAT32, LayoutType::SC);
-    inputs_ = {context_->cpu->CreateTensor(shape, layer.input.data())};
-    pass();
-    const auto expected = test::RecurrentOracle(layer).run(layer.input);
-    const auto* values = static_cast<const float*>(outputs_.at(0)->handle.cpu);
-    const std::string fault =
-        test::first_beyond(std::vector<float>(values, values + expected.size()), expected);
-    if (!fault.empty()) throw std::runtime_error(std::string(name) + ": " + fault);
-  }
-
-  void pass() {
-    outputs_.clear();
-    kernel_->Forward(inputs_, outputs_, context_);
-  }
-
- private:
-  std::shared_ptr<runtime::Context> context_;
-  std::shared_ptr<IKernel> kernel_;
-  IKernel::Tensors inputs_;
-  IKernel::Tensors outputs_;
-};
+void check(const char* name, const RecurrentCase& layer, const ConfiguredKernel& sequence) {
+  const auto expected = test::RecurrentOracle(layer).run(layer.input);
+  const auto* values = sequence.output<float>();
+  const std::string fault =
+      test::first_beyond(std::vector<float>(values, values + expected.size()), expected);
+  if (!fault.empty()) throw std::runtime_error(std::string(name) + ": " + fault);
+}
 
 void run(benchmark::State& state, const char* name) {
   const RecurrentCase layer = layer_of(name);
-  Sequence sequence(name, layer);
+  ConfiguredKernel sequence(
+      name, test::sequence_description(layer), nullptr,
+      runtime::TensorShape({layer.steps, layer.ins}, DataType::FLOAT32, LayoutType::SC),
+      layer.input.data());
+  sequence.pass();
+  check(name, layer, sequence);
   const double weights = weights_of(layer);
   const double operations = 2 * weights * layer.steps;
   const std::vector<float> memory(static_cast<size_t>(weights) / 128 * 128);
@@ -153,6 +135,10 @@ void run(benchmark::State& state, const char* name) {
   report_arithmetic(state, operations, limit);
   state.counters["product"] = operations / products * 1e-9 / limit;
   state.counters["rest/calls"] = (whole - products) / calls;
+  if (const auto peer = peer_recurrent(layer)) {
+    report_peer(
+        state, [&] { sequence.pass(); }, *peer);
+  }
 }
 
 const bool registered = [] {
