@@ -31,9 +31,8 @@ double median(std::vector<double> times) {
 }  // namespace
 
 void report_turns(benchmark::State& state, const char* name, const std::function<void()>& ours,
-                  Peer& peer) {
+                  const std::function<void()>& theirs) {
   constexpr int kRounds = 31;
-  const auto theirs = [&peer] { peer.run(); };
   ours();
   theirs();
   std::vector<double> our_times;
@@ -46,7 +45,7 @@ void report_turns(benchmark::State& state, const char* name, const std::function
 }
 
 void report_peer(benchmark::State& state, const std::function<void()>& ours, Peer& peer) {
-  report_turns(state, "x oneDNN", ours, peer);
+  report_turns(state, "x oneDNN", ours, [&peer] { peer.run(); });
 }
 
 #ifdef QRT_BENCH_WITH_ONEDNN

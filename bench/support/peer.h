@@ -56,11 +56,11 @@ std::unique_ptr<Peer> peer_recurrent(const test::RecurrentCase& layer);
 std::unique_ptr<Peer> peer_product(uint32_t rows, uint32_t depth, uint32_t columns);
 /// @}
 
-/// Runs both by turns, and adds `name`: how often ours runs in the time that it takes once.
+/// Runs both by turns, and adds `name`: how often ours runs in the time that theirs takes once.
 void report_turns(benchmark::State& state, const char* name, const std::function<void()>& ours,
-                  Peer& peer);
+                  const std::function<void()>& theirs);
 
-/// The same as "x oneDNN".
+/// The same with an operation of oneDNN, as "x oneDNN".
 void report_peer(benchmark::State& state, const std::function<void()>& ours, Peer& peer);
 
 }  // namespace marlo::bench

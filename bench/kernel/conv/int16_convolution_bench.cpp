@@ -92,7 +92,7 @@ void run(benchmark::State& state, const char* name, const ConvShape& shape) {
   for (auto _ : state) layer.pass();
   report_arithmetic(state, 2 * shape.multiply_adds(), limit);
   report_turns(
-      state, "x float", [&] { layer.pass(); }, floats);
+      state, "x float", [&] { layer.pass(); }, [&] { floats.run(); });
 }
 
 bool fits(const ConvShape& shape) {

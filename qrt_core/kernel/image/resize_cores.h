@@ -21,6 +21,20 @@ struct BilinearAxis {
   uint32_t step;                  ///< 1, or 0 where the input has one place only
 };
 
+/// The columns of a horizontal pass.
+struct ColumnTable {
+  const uint32_t* first;   ///< left input column of each output column
+  const int32_t* weights;  ///< the weight of the left column in the lower half, that of the right
+                           ///< one in the upper half
+  size_t step;             ///< from the left column to the right one
+};
+
+/// Scales output columns from 0 on of a row of pixels of 3 or 4 bytes: (p * w0 + q * w1) / 16.
+/// Four bytes are read for every pixel, and four numbers written.
+/// @return the columns that were scaled, `columns` or one less; none of pixels of other sizes
+size_t scale_columns_sse(const uint8_t* row, size_t channels, const ColumnTable& table,
+                         size_t columns, int16_t* scaled) noexcept;
+
 /// A picture of interleaved bytes.
 struct BytePicture {
   size_t height, width, channels;

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "qrt_core/kernel/image/resize_cores.h"
+#include "qrt_core/utility/build_options.h"
 
 namespace marlo::kernel::image {
 namespace {
@@ -19,7 +20,8 @@ int16_t fixed_weight(float weight) {
 }
 
 // The horizontal pass over a picture's columns: gathers the bytes at the left and at the right of
-// each output element, and weighs them in a loop that compilers turn into vectors.
+// each output element, from column `i` on, and weighs them in a loop that compilers turn into
+// vectors. Pixels of three and four bytes go by a core where there is one.
 class RowScaler {
  public:
   RowScaler(const BytePicture& from, const BytePicture& to)
@@ -29,10 +31,14 @@ class RowScaler {
         left_(to.width * from.channels + kSpare),
         right_(to.width * from.channels + kSpare),
         weights0_(to.width * from.channels),
-        weights1_(to.width * from.channels) {
+        weights1_(to.width * from.channels),
+        weight_pairs_(to.width) {
     for (size_t i = 0; i < width_ * channels_; ++i) {
       weights0_[i] = axis_.weights0[i / channels_];
       weights1_[i] = axis_.weights1[i / channels_];
+    }
+    for (size_t x = 0; x < width_; ++x) {
+      weight_pairs_[x] = axis_.weights0[x] | axis_.weights1[x] * (1 << 16);
     }
     // Four bytes are read for a pixel of fewer, up to the last column that four bytes fit behind.
     const size_t row_bytes = from.width * channels_;
@@ -42,35 +48,42 @@ class RowScaler {
     }
   }
 
+  /// @param scaled has room for `kSpare` numbers behind the row
   void scale(const uint8_t* row, int16_t* scaled) {
+    size_t done = 0;
+#if QRT_WITH_SSE
+    done = scale_columns_sse(row, channels_, {axis_.first.data(), weight_pairs_.data(), axis_.step},
+                             wide_, scaled);
+#endif
     switch (channels_) {
       case 1:
-        gather<1>(row);
+        gather<1>(row, done);
         break;
       case 2:
-        gather<2>(row);
+        gather<2>(row, done);
         break;
       case 3:
-        gather<3>(row);
+        gather<3>(row, done);
         break;
       default:
-        gather<4>(row);
+        gather<4>(row, done);
     }
-    weigh(left_.data(), right_.data(), weights0_.data(), weights1_.data(), width_ * channels_,
-          scaled);
+    const size_t begin = done * channels_;
+    weigh(left_.data() + begin, right_.data() + begin, weights0_.data() + begin,
+          weights1_.data() + begin, width_ * channels_ - begin, scaled + begin);
   }
+
+  static constexpr size_t kSpare = 4;
 
  private:
   static constexpr size_t kWord = 4;
-  static constexpr size_t kSpare = kWord;
 
   template <size_t channels>
-  void gather(const uint8_t* __restrict row) noexcept {
+  void gather(const uint8_t* __restrict row, size_t i) noexcept {
     uint8_t* __restrict left = left_.data();
     uint8_t* __restrict right = right_.data();
     const uint32_t* const first = axis_.first.data();
     const size_t step = axis_.step * channels;
-    size_t i = 0;
     if constexpr (channels > 1) {
       for (; i < wide_; ++i) {
         const uint8_t* const pixel = row + first[i] * channels;
@@ -103,6 +116,7 @@ class RowScaler {
   std::vector<uint8_t> right_;
   std::vector<int16_t> weights0_;
   std::vector<int16_t> weights1_;
+  std::vector<int32_t> weight_pairs_;
 };
 
 void mix_rows(const int16_t* __restrict upper, const int16_t* __restrict lower,
@@ -165,8 +179,8 @@ void resize_bilinear(const uint8_t* input, const BytePicture& from, uint8_t* out
   RowScaler scaler(from, to);
   const size_t in_row = from.width * from.channels;
   const size_t out_row = to.width * to.channels;
-  std::vector<int16_t> upper(out_row);
-  std::vector<int16_t> lower(out_row);
+  std::vector<int16_t> upper(out_row + RowScaler::kSpare);
+  std::vector<int16_t> lower(out_row + RowScaler::kSpare);
   int64_t last = -2;  // the input row in `upper`; the one below it is in `lower`
   for (size_t y = 0; y < to.height; ++y) {
     const int64_t row = rows.first[y];
