@@ -22,17 +22,6 @@ class RunTest : public ToolTest {
 
   void write(marlo::runtime::QRTModel& model) { model.ToFile(path("m.qrtmodel").c_str(), "bin"); }
 
-  // One float32 array as an .npy file.
-  void write_array(const std::string& name, const std::string& shape,
-                   const std::vector<float>& values) {
-    std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': " + shape + ", }";
-    header.resize(117, ' ');
-    header += '\n';
-    write_text(path(name), std::string("\x93NUMPY\x01\x00\x76\x00", 10) + header +
-                               std::string(reinterpret_cast<const char*>(values.data()),
-                                           values.size() * sizeof(float)));
-  }
-
   // Runs the model on one input file.
   Outcome run(const std::string& input, std::initializer_list<std::string> more = {}) {
     const std::string model = path("m.qrtmodel");

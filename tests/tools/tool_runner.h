@@ -10,6 +10,7 @@
 #include <initializer_list>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "qrt_core/qrt_core.h"
 
@@ -50,7 +51,7 @@ class ToolTest : public ::testing::Test {
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
   /// Runs `qrt` with these arguments. The locale is one with UTF-8.
-  Outcome qrt(std::initializer_list<std::string> arguments) const {
+  Outcome qrt(const std::vector<std::string>& arguments) const {
     std::string command = "LC_ALL=C.UTF-8 '" QRT_TOOL_PATH "'";
     for (const std::string& argument : arguments) command += " '" + argument + "'";
     command += " >'" + path("stdout") + "' 2>'" + path("stderr") + "' </dev/null";
@@ -60,6 +61,17 @@ class ToolTest : public ::testing::Test {
     outcome.out = file_text(path("stdout"));
     outcome.err = file_text(path("stderr"));
     return outcome;
+  }
+
+  /// Writes float32 numbers as an .npy file.
+  void write_array(const std::string& name, const std::string& shape,
+                   const std::vector<float>& values) const {
+    std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': " + shape + ", }";
+    header.resize(117, ' ');
+    header += '\n';
+    write_text(path(name), std::string("\x93NUMPY\x01\x00\x76\x00", 10) + header +
+                               std::string(reinterpret_cast<const char*>(values.data()),
+                                           values.size() * sizeof(float)));
   }
 
   fs::path folder_;

@@ -27,6 +27,7 @@ constexpr char kFooter[] =
     "  qrt check net.qrtmodel --input 1x3x224x224    does every layer fit?\n"
     "  qrt image photo.jpg small.png --resize 320x240 --rotate 90 --gray\n"
     "  qrt convert digits.json digits.qrtmodel\n"
+    "  qrt convert old.qrm new.qrtmodel --isa sse\n"
     "  qrt kernels relu\n"
     "\n"
     "`qrt COMMAND --help` tells more about a command.\n"
@@ -199,18 +200,40 @@ void add_image(CLI::App& app, ImageOptions& options) {
 
 void add_convert(CLI::App& app, ConvertOptions& options) {
   CLI::App* command =
-      app.add_subcommand("convert", "Convert a model file between JSON and the binary form");
+      app.add_subcommand("convert", "Convert a model file between its forms, or from an old one");
   command->add_option("IN", options.input, "File to read")->required()->type_name("FILE");
   command->add_option("OUT", options.output, "File to write; an existing one is replaced")
       ->required()
       ->type_name("FILE");
   command->add_option("-k,--kind", options.kind, "What a .json file holds")->type_name("KIND");
+  command->add_option("--config", options.config, "Rules that give an old network its kernels")
+      ->type_name("FILE");
+  command->add_option("--isa", options.isa, "Kernels of layers without a rule: portable or sse")
+      ->type_name("SET");
   command->footer(
       "KIND is one of model, network, networks, config, configs; it is needed only where neither\n"
       "name nor contents say it. Suffixes: .json for the JSON form of anything; binary: .qrtmodel\n"
       "for a model, .qrmod for one network, .qrmods for several, .qrcfg for the configuration of\n"
       "one network on one back end, .qrcfgs for those of a model.\n"
-      "The binary form holds weights in half precision.");
+      "The binary form holds weights in half precision.\n"
+      "\n"
+      "IN is a network of the earlier generation where its name ends in .qrm, or where --config "
+      "or\n"
+      "--isa is given; OUT is then a model (.qrtmodel or .json) that is ready to run. Old files "
+      "name\n"
+      "no kernels. Each layer gets the portable kernel for its type, with `--isa sse` an SSE "
+      "kernel\n"
+      "that gives equal results, or what the rules of --config say, one a line:\n"
+      "  default = sse                              # as --isa, which goes before\n"
+      "  Conv2d = FIRST_KERNEL, SECOND_KERNEL       # the first that takes the layer\n"
+      "  Activation 3 = HSwish_Fallback_Float_M1    # activations of type 3\n"
+      "  layer-12 = TanH_SSE_Float_M1               # one layer, by its id\n"
+      "A rule for a layer goes before one for an activation, and that before one for a type: "
+      "Input,\n"
+      "Activation, Conv2d, ConvTranspose2d, AvgPool2d, MaxPool2d, BatchNorm2d, Upsample2d,\n"
+      "Concatenate, ElementWiseOperator, TensorReshape, TensorTranspose, FullConnection,\n"
+      "TensorSqueeze, PixelShuffle, LSTM. Kernels must work on planes. Activations of types other\n"
+      "than 0 (none), 2 (rectifier), 4 (leaky) and 5 (tanh), and TensorSqueeze, need a rule.");
   command->callback([&options] { run_convert(options); });
 }
 

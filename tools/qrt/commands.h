@@ -59,7 +59,9 @@ struct ImageOptions {
 struct ConvertOptions {
   std::string input;
   std::string output;
-  std::string kind;  ///< what the files hold; empty to tell it by their names
+  std::string kind;    ///< what the files hold; empty to tell it by their names
+  std::string config;  ///< rules file for a network of the earlier generation; empty for none
+  std::string isa;     ///< kernels of layers without a rule: "portable", "sse", or empty
 };
 
 struct KernelsOptions {
