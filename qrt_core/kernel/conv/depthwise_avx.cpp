@@ -7,12 +7,16 @@
 
 namespace marlo::kernel::conv {
 
-void depthwise_3x3_c8_avx(const ConvTask& task) noexcept {
-  DepthwiseTiles<AvxVector, WholePixels<AvxVector>, 3, 6>(task, whole_area(task)).run();
+void depthwise_3x3_stride2_c8_avx(const ConvTask& task, const float* zeros) noexcept {
+  DepthwiseTiles<AvxVector, WholePixels, 3, 2, 8>(task, zeros, whole_area(task)).run();
 }
 
-void depthwise_5x5_c8_avx(const ConvTask& task) noexcept {
-  DepthwiseTiles<AvxVector, WholePixels<AvxVector>, 5, 8>(task, whole_area(task)).run();
+void depthwise_5x5_c8_avx(const ConvTask& task, const float* zeros) noexcept {
+  DepthwiseTiles<AvxVector, WholePixels, 5, 1, 8>(task, zeros, whole_area(task)).run();
+}
+
+void depthwise_5x5_stride2_c8_avx(const ConvTask& task, const float* zeros) noexcept {
+  DepthwiseTiles<AvxVector, WholePixels, 5, 2, 8>(task, zeros, whole_area(task)).run();
 }
 
 }  // namespace marlo::kernel::conv

@@ -37,15 +37,17 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise(bool (*accepts)(const Conv2dPa
   return row;
 }
 
-/// Runs a core over blocks block by block, each padded on its own, so that the padded copy stays in
-/// a near cache.
-void run_padded_blocks(const ConvTask& task, runtime::DeviceCPU& device, uint32_t block,
-                       conv::Core core);
+/// A core over blocks, which needs a row of zeros in place of margins: planes are small and passed
+/// over once, so that a padded copy would take as long as half of the sums.
+using BlockedCore = void (*)(const ConvTask& task, const float* zeros) noexcept;
+
+void run_over_blocks(const ConvTask& task, runtime::DeviceCPU& device, uint32_t block,
+                     BlockedCore core);
 
 /// The same as the method of a row.
-template <uint32_t kBlock, conv::Core core>
-void padded_blocks(const ConvTask& task, runtime::DeviceCPU& device) {
-  run_padded_blocks(task, device, kBlock, core);
+template <uint32_t kBlock, BlockedCore core>
+void over_blocks(const ConvTask& task, runtime::DeviceCPU& device) {
+  run_over_blocks(task, device, kBlock, core);
 }
 
 /// A kernel over blocks.
@@ -95,9 +97,9 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2
 #define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)                                                          \
   QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                            \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, padded_blocks<4, conv::depthwise_3x3_c4_sse>))                 \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_sse>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, padded_blocks<4, conv::depthwise_3x3_c4_sse>))
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_sse>))
 
 QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL)
 
@@ -117,17 +119,17 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2
 
 #define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)                                                          \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, padded_blocks<4, conv::depthwise_3x3_c4_fma>))                 \
+         depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_fma>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, padded_blocks<4, conv::depthwise_3x3_stride2_c4_fma>))         \
+         depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_fma>))         \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 1>, padded_blocks<8, conv::depthwise_3x3_c8_fma>))                 \
+         depthwise_c8(accepts_depthwise_blocks<3, 1>, over_blocks<8, conv::depthwise_3x3_c8_fma>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 2>, padded_blocks<8, conv::depthwise_3x3_c8_avx>))                 \
+         depthwise_c8(accepts_depthwise_blocks<3, 2>, over_blocks<8, conv::depthwise_3x3_stride2_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 1>, padded_blocks<8, conv::depthwise_5x5_c8_avx>))                 \
+         depthwise_c8(accepts_depthwise_blocks<5, 1>, over_blocks<8, conv::depthwise_5x5_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 2>, padded_blocks<8, conv::depthwise_5x5_c8_avx>))
+         depthwise_c8(accepts_depthwise_blocks<5, 2>, over_blocks<8, conv::depthwise_5x5_stride2_c8_avx>))
 
 QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL)
 

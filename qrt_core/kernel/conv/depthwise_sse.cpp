@@ -26,8 +26,12 @@ void depthwise_3x3_chw_sse(const ConvTask& task) noexcept {
 
 void depthwise_3x3_stride2_chw_sse(const ConvTask& task) noexcept { each_plane<EvenPixels>(task); }
 
-void depthwise_3x3_c4_sse(const ConvTask& task) noexcept {
-  DepthwiseTiles<SseVector, WholePixels<SseVector>, 3, 4>(task, whole_area(task)).run();
+void depthwise_3x3_c4_sse(const ConvTask& task, const float* zeros) noexcept {
+  DepthwiseTiles<SseVector, WholePixels, 3, 1, 6>(task, zeros, whole_area(task)).run();
+}
+
+void depthwise_3x3_stride2_c4_sse(const ConvTask& task, const float* zeros) noexcept {
+  DepthwiseTiles<SseVector, WholePixels, 3, 2, 6>(task, zeros, whole_area(task)).run();
 }
 
 }  // namespace marlo::kernel::conv

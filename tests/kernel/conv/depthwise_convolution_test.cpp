@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "tests/support/conv_rows.h"
 #include "tests/support/conv_setup.h"
@@ -68,6 +70,33 @@ TEST_P(DepthwiseConvolution, TakesAnyPadding) {
                         std::array{0, 5, 0, 4}, std::array{2, 2, 2, 2}}) {
     test(tester(2).size(9, 12).padding(p[0], p[1], p[2], p[3]));
     test(tester(3).size(6, 7).padding(p[0], p[1], p[2], p[3]).bias(false));
+  }
+}
+
+// Tiles may reach half a window outside on either side; beyond that, pixels are taken singly.
+TEST_P(DepthwiseConvolution, TakesNarrowPicturesInEveryMargin) {
+  for (uint32_t width = 1; width <= 8; ++width) {
+    for (const int left : {0, 1, 2, 4}) {
+      for (const int right : {0, 1, 2, 4}) {
+        const uint32_t padded = width + static_cast<uint32_t>(left + right);
+        if (padded < size()) continue;
+        test(tester(1).size(1 + width % 3, width).padding(left, right, 2, 2));
+      }
+    }
+  }
+}
+
+// Margins are multiplied as well: an infinite tap makes no number of them.
+TEST_P(DepthwiseConvolution, MultipliesItsMargins) {
+  const ConvTester sized = tester(1).size(2, 2).padding(static_cast<int>(size() / 2)).bias(false);
+  ConvData data = integer_data(sized.sizes(), 1);
+  const size_t taps = size_t{size()} * size();
+  for (size_t i = 0; i < data.weight.size(); i += taps) data.weight[i] = INFINITY;
+  std::fill(data.input.begin(), data.input.end(), 1.0f);
+  const std::vector<float> found = sized.output(row(), data);
+  const size_t pixels = found.size() / sized.sizes().out_channels;
+  for (size_t corner = 0; corner < found.size(); corner += pixels) {
+    EXPECT_TRUE(std::isnan(found[corner])) << corner << " is " << found[corner];
   }
 }
 
