@@ -1,5 +1,6 @@
-# Headers, both libraries, the tool, a CMake package and a pkg-config file.
+# Headers, both libraries, the tool with its manual page, a CMake package and a pkg-config file.
 # Everything is found relative to the installed files, so that the tree may be moved.
+# Components: qrt_core_runtime, qrt_core_development, qrt_core_headers, qrt_tool.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -11,10 +12,15 @@ foreach(target qrt_core qrt_core_static)
 endforeach()
 # The folder of the serial OpenBLAS stays in the run path; no other library stands outside of the usual ones.
 set_target_properties(qrt_core PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
-install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets)
+install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets
+  LIBRARY COMPONENT qrt_core_runtime NAMELINK_COMPONENT qrt_core_development
+  ARCHIVE COMPONENT qrt_core_development)
 if(TARGET qrt)
   set_target_properties(qrt PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
-  install(TARGETS qrt)
+  install(TARGETS qrt COMPONENT qrt_tool)
+endif()
+if(TARGET qrt_man_page)
+  install(FILES "${QRT_MAN_PAGE}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT qrt_tool)
 endif()
 
 # These serve the library's own sources only. A public header that includes one of them, or a header of a
@@ -27,10 +33,12 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/qrt_core" "${QRT_GENERATED_INCLUDE_DIR}
   PATTERN "json_document.h" EXCLUDE)
 
 install(EXPORT qrt_core_targets
-  FILE qrt_coreTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}")
+  FILE qrt_coreTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}"
+  COMPONENT qrt_core_development)
 if(QRT_WITH_SGEMM)
   get_filename_component(openblas_dir "${QRT_OPENBLAS_LIBRARY}" DIRECTORY)
-  install(FILES "${PROJECT_SOURCE_DIR}/cmake/QrtOpenBlas.cmake" DESTINATION "${package_dir}")
+  install(FILES "${PROJECT_SOURCE_DIR}/cmake/QrtOpenBlas.cmake" DESTINATION "${package_dir}"
+    COMPONENT qrt_core_development)
 endif()
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/qrt_coreConfig.cmake.in"
@@ -41,7 +49,7 @@ write_basic_package_version_file(
 install(FILES
   "${PROJECT_BINARY_DIR}/qrt_coreConfig.cmake"
   "${PROJECT_BINARY_DIR}/qrt_coreConfigVersion.cmake"
-  DESTINATION "${package_dir}")
+  DESTINATION "${package_dir}" COMPONENT qrt_core_development)
 
 set(pc_dir "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig")
 file(RELATIVE_PATH pc_prefix "${pc_dir}" "${CMAKE_INSTALL_PREFIX}")
@@ -57,4 +65,5 @@ if(QRT_WITH_SGEMM)
 endif()
 configure_file(
   "${PROJECT_SOURCE_DIR}/cmake/qrt_core.pc.in" "${PROJECT_BINARY_DIR}/qrt_core.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/qrt_core.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+install(FILES "${PROJECT_BINARY_DIR}/qrt_core.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
+  COMPONENT qrt_core_development)

@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# Makes a clean Debian system in a folder, installs the packages there, and uses them as a stranger would:
+# the tool runs a network, an application is compiled against the headers, linked both ways, and run.
+# Must be root. Debian packages that were fetched are kept in CACHE for the next time.
+#
+# usage: check_clean_root.sh FOLDER_OF_PACKAGES CACHE
+set -euo pipefail
+
+if (($# != 2)); then
+  sed -n 's/^# usage: /usage: /p' "$0" >&2
+  exit 2
+fi
+if ((EUID != 0)); then
+  echo "check_clean_root.sh: must be root, to make a system in a folder" >&2
+  exit 2
+fi
+source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+mkdir -p "$2"
+cache=$(cd "$2" && pwd)
+suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+readonly packages=$1 source_dir cache suite mirror=http://deb.debian.org/debian
+
+scratch=$(mktemp -d -t qrt_clean_root_XXXXXX)
+readonly scratch root=$scratch/root
+trap 'rm -rf --one-file-system "$scratch"' EXIT
+
+say() { echo "---- $*"; }
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# Runs a command there, with nothing of this environment.
+inside() {
+  chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive "$@"
+}
+
+# install NAME...: quietly, unless it fails
+install_there() {
+  inside apt-get -q -y --no-install-recommends install "$@" >"$scratch/apt.log" 2>&1 || {
+    cat "$scratch/apt.log" >&2
+    fail "apt-get install $*"
+  }
+  cp -n "$root"/var/cache/apt/archives/*.deb "$cache/" 2>/dev/null || true
+}
+
+expect_run() {
+  local output
+  output=$(inside "$@" /work/app/model.json) || fail "$* ended with $?: $output"
+  [[ $output == "core 1.0: 0 2.5 0 4" ]] || fail "$* printed: $output"
+  echo "$output"
+}
+
+say "a clean $suite"
+debootstrap --variant=minbase --cache-dir="$cache" "$suite" "$root" "$mirror" >"$scratch/debootstrap.log" 2>&1 || {
+  tail -n 20 "$scratch/debootstrap.log" >&2
+  fail "debootstrap"
+}
+cp -n "$cache"/*.deb "$root/var/cache/apt/archives/"
+mkdir -p "$root/work/packages"
+for package in "$packages"/*.deb; do
+  cp "$package" "$root/work/packages/$(dpkg-deb --field "$package" Package).deb"
+done
+cp -r "$source_dir/tests/install/app" "$root/work/app"
+cp -r "$source_dir/models/digits" "$root/work/digits"
+
+say "the tool alone"
+install_there /work/packages/qrt.deb
+[[ ! -e $root/usr/lib/x86_64-linux-gnu/libqrt_core.so.1 ]] || fail "the tool brings the shared library along"
+inside qrt --version
+inside qrt run /work/digits/digits.qrtmodel --input /work/digits/samples/seven-drawn-1.png \
+  --labels /work/digits/labels.txt --top 1 | tee "$scratch/result"
+grep -q '^ 1\. 7 ' "$scratch/result" || fail "the tool doesn't read a seven"
+
+say "the library and what developers need"
+install_there /work/packages/libqrt-core1.deb /work/packages/libqrt-core-dev.deb \
+  g++ cmake ninja-build pkg-config
+[[ $(inside ldconfig -p) == *"libqrt_core.so.1 "* ]] || fail "ldconfig doesn't know the library"
+
+say "find_package, shared and static"
+inside cmake -G Ninja -S /work/app -B /work/build >"$scratch/cmake.log" || fail "$(cat "$scratch/cmake.log")"
+inside cmake --build /work/build -- --quiet
+expect_run /work/build/app
+expect_run /work/build/app_static
+loaded=$(inside ldd /work/build/app)
+[[ $loaded == *"=> /usr/lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ||
+  $loaded == *"=> /lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ]] ||
+  fail "the OpenBLAS that is found isn't the serial one: $loaded"
+
+say "pkg-config, shared and static"
+# shellcheck disable=SC2016
+inside sh -ec 'g++ -std=c++17 /work/app/main.cpp $(pkg-config --cflags --libs qrt_core) -o /work/app_pc'
+expect_run /work/app_pc
+# shellcheck disable=SC2016
+inside sh -ec 'g++ -std=c++17 -static /work/app/main.cpp $(pkg-config --static --cflags --libs qrt_core) \
+  -o /work/app_pc_static'
+expect_run /work/app_pc_static
+
+say "removal"
+inside apt-get -q -y purge qrt libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
+left=$(find "$root/usr" -name '*qrt[_-]core*' -o -name qrt -o -name 'qrt.*')
+[[ -z $left ]] || fail "left behind: $(head <<<"$left")"
+
+echo "The packages work on a clean $suite."

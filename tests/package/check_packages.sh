@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Looks into the built Debian packages: their files, the library's SONAME and symbols, the manual page, and
+# what lintian says.
+#
+# usage: check_packages.sh FOLDER
+set -euo pipefail
+
+if (($# != 1)); then
+  sed -n 's/^# usage: /usage: /p' "$0" >&2
+  exit 2
+fi
+packages=("$1"/*.deb)
+checks=$(cd "$(dirname "${BASH_SOURCE[0]}")/../build_checks" && pwd)
+readonly packages checks
+
+scratch=$(mktemp -d -t qrt_packages_XXXXXX)
+trap 'rm -rf "$scratch"' EXIT
+
+say() { echo "---- $*"; }
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+names=()
+for package in "${packages[@]}"; do
+  name=$(dpkg-deb --field "$package" Package)
+  names+=("$name")
+  dpkg-deb --extract "$package" "$scratch/$name"
+done
+[[ "${names[*]}" == "libqrt-core-dev libqrt-core1 qrt" ]] || fail "other packages than expected: ${names[*]}"
+
+say "files"
+expect_file() { [[ -e $scratch/$1/$2 ]] || fail "$1 has no $2"; }
+readonly lib=usr/lib/x86_64-linux-gnu
+for file in "$lib/libqrt_core.a" "$lib/cmake/qrt_core/qrt_coreConfig.cmake" "$lib/pkgconfig/qrt_core.pc" \
+  usr/include/qrt_core/qrt_core.h usr/include/qrt_core/utility/build_options.h \
+  usr/share/doc/libqrt-core-dev/docs/tour.md usr/share/doc/libqrt-core-dev/examples/classify.cpp; do
+  expect_file libqrt-core-dev "$file"
+done
+expect_file libqrt-core1 "$lib/libqrt_core.so.1"
+expect_file qrt usr/bin/qrt
+expect_file qrt usr/share/man/man1/qrt.1.gz
+[[ $(readlink "$scratch/libqrt-core-dev/$lib/libqrt_core.so") == libqrt_core.so.1 ]] ||
+  fail "libqrt_core.so doesn't point to libqrt_core.so.1"
+[[ $(find "$scratch/libqrt-core1/usr" -name '*.so*' -type f | wc -l) == 1 ]] ||
+  fail "libqrt-core1 has more than one library"
+
+say "SONAME and symbols"
+readonly library=$scratch/libqrt-core1/$lib/libqrt_core.so.1
+soname=$(objdump -p "$library" | awk '$1 == "SONAME" { print $2 }')
+[[ $soname == libqrt_core.so.1 ]] || fail "the SONAME is $soname"
+python3 "$checks/check_exports.py" "$library" "$checks/exported_names.txt"
+
+say "manual page"
+readonly page=$scratch/qrt/usr/share/man/man1/qrt.1.gz
+problems=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings --local-file "$page" 2>&1 >"$scratch/page")
+[[ -z $problems ]] || fail "$problems"
+# Every command that --help lists has a section, and every long option of its help stands there.
+for command in "" $("$scratch/qrt/usr/bin/qrt" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'); do
+  grep -qi "^QRT $command" "$scratch/page" || fail "the manual page has no section on qrt $command"
+  for option in $("$scratch/qrt/usr/bin/qrt" ${command:+"$command"} --help | grep -oE '^  (-.,)?--[a-z-]+' | sed 's/.*--/--/'); do
+    grep -qe "$option" "$scratch/page" || fail "the manual page doesn't know $option of qrt $command"
+  done
+done
+
+say "lintian"
+# The packages aren't uploaded to Debian, where the first upload closes the report of a wish.
+lintian --allow-root --fail-on error,warning --suppress-tags initial-upload-closes-no-bugs "${packages[@]}"
+
+echo "The packages are as they should be."
