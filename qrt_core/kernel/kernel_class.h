@@ -59,21 +59,24 @@ constexpr Row named(const char* name, Row row) {
 /// where a pointer may be null.
 class KernelFamily {
  public:
-  using Context = runtime::Context;
-  using InferenceParam = runtime::InferenceParam;
-  using LayerInfo = runtime::LayerInfo;
-  using Shapes = std::vector<runtime::TensorShape>;
-  using Tensors = runtime::IKernel::Tensors;
+  using Context = runtime::Context;                  ///< where a pass runs
+  using InferenceParam = runtime::InferenceParam;    ///< parameters beyond the description
+  using LayerInfo = runtime::LayerInfo;              ///< the layer's description
+  using Shapes = std::vector<runtime::TensorShape>;  ///< one per input or output
+  using Tensors = runtime::IKernel::Tensors;         ///< one per input or output
 
   /// Accepts two empty pointers only.
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
     return info == nullptr && param == nullptr ? runtime::KERNEL_OK : runtime::KERNEL_REFUSED;
   }
 
+  /// Takes nothing from the description. @return true
   bool Configure(const LayerInfo*, const InferenceParam*, const Context&) { return true; }
 
+  /// A copy of the inputs' shapes.
   Shapes InferOutputShapes(const Shapes& shapes) const { return shapes; }
 
+  /// There is no state. @return -4
   int ResetState() { return runtime::KERNEL_HAS_NO_STATE; }
 };
 
@@ -93,14 +96,17 @@ class KernelClass final : public runtime::IKernel {
   using Param = std::shared_ptr<runtime::InferenceParam>;
 
  public:
-  static constexpr const char* name = row.name;
+  static constexpr const char* name = row.name;  ///< class name and registry key
 
   std::string GetKernelName() override { return row.name; }
 
+  /// As the family says.
   int CheckConfig(Info info, Param param) override {
     return family_.CheckConfig(info.get(), param.get());
   }
 
+  /// Asks `CheckConfig`, reads its verdict as the row's `config_test` says, and has the family
+  /// take the description. @return whether the kernel is configured
   bool Config(Info info, Param param, Context context) override {
     configured = false;
     if (!passes(CheckConfig(info, param))) return false;
@@ -117,6 +123,7 @@ class KernelClass final : public runtime::IKernel {
 
   int CheckInputs(const Tensors& tensors) override { return family_.CheckInputs(tensors); }
 
+  /// As the family says. Without a context, one without devices is passed on.
   int Forward(const Tensors& inputs, Tensors& outputs, Context context) override {
     return family_.Forward(inputs, outputs, context_or_none(context));
   }

@@ -23,12 +23,11 @@ namespace marlo::utility {
 /// One network, ready to run: fill `input_tensors` and pass it, with `output_ids`, to
 /// `net->Forward`.
 struct _NetworkPackage {
-  /// The registries given to `load_model`; not owned.
-  runtime::KernelRegistry* kernels = nullptr;
-  runtime::InferenceParamRegistry* params = nullptr;
-  std::shared_ptr<runtime::Context> context;
-  std::shared_ptr<runtime::Net> net;
-  runtime::NetExtraInfo extra_info;  ///< the model's header
+  runtime::KernelRegistry* kernels = nullptr;         ///< as given to `load_model`; not owned
+  runtime::InferenceParamRegistry* params = nullptr;  ///< as given to `load_model`; not owned
+  std::shared_ptr<runtime::Context> context;          ///< as given to `load_model`
+  std::shared_ptr<runtime::Net> net;                  ///< the layers; keeps what they need
+  runtime::NetExtraInfo extra_info;                   ///< the model's header
   /// One entry per input layer, by layer index. Key 0 is there even if layer 0 is no input.
   std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> input_tensors{{0, nullptr}};
   /// For the application's use; the loader doesn't fill it.
@@ -38,11 +37,11 @@ struct _NetworkPackage {
 
 /// What a model says about the versions that it needs.
 struct _QRTModelVerInfo {
-  std::string sdk_type;
-  uint16_t core_major = 0;
-  uint16_t core_minor = 0;
-  uint16_t sdk_major = 0;
-  uint16_t sdk_minor = 0;
+  std::string sdk_type;     ///< name of the SDK
+  uint16_t core_major = 0;  ///< core version, 0 or 1
+  uint16_t core_minor = 0;  ///< its number behind the point, 0
+  uint16_t sdk_major = 0;   ///< version of the SDK
+  uint16_t sdk_minor = 0;   ///< its number behind the point
 };
 
 /// Makes a context with a CPU device on two new pools, one for tensors that last and one for those

@@ -40,6 +40,7 @@ inline std::string shape_text(const runtime::TensorShape& shape) {
   return text + " [" + sizes + "]";
 }
 
+/// The same of several, joined by "and"; "nothing" for none.
 inline std::string shapes_text(const std::vector<runtime::TensorShape>& shapes) {
   std::string text;
   for (const runtime::TensorShape& shape : shapes) {
@@ -51,8 +52,9 @@ inline std::string shapes_text(const std::vector<runtime::TensorShape>& shapes) 
 /// The step of one kernel, or the fault that stops it.
 class ShapeStep {
  public:
-  using Shapes = std::vector<runtime::TensorShape>;
+  using Shapes = std::vector<runtime::TensorShape>;  ///< one per input or output
 
+  /// Of `kernel`, with tensors without numbers from `device`.
   ShapeStep(runtime::IKernel& kernel, runtime::DeviceCPU& device)
       : kernel_(kernel), device_(device) {}
 
@@ -167,9 +169,8 @@ inline std::string gather_inputs(
 ///
 /// @param inputs the shape of each input layer, by layer index
 /// @param context with a CPU device
-/// @return one entry per layer. A layer whose inputs aren't known because of a fault before it has
-/// a
-///   fault too.
+/// @return one entry per layer. A layer whose inputs aren't known because of a fault before it
+///   has a fault too.
 inline std::vector<LayerShapes> check_shapes(
     const runtime::Net& net, const std::unordered_map<unsigned int, runtime::TensorShape>& inputs,
     const std::shared_ptr<runtime::Context>& context) {

@@ -27,11 +27,13 @@ class half {
   /// The number whose magnitude is the largest binary16 not above that of `value`.
   explicit half(float value) noexcept : bits_(truncate(value)) {}
 
+  /// As the constructor from float.
   half& operator=(float value) noexcept {
     bits_ = truncate(value);
     return *this;
   }
 
+  /// The same number; exact.
   operator float() const noexcept { return widen(bits_); }
 
  private:

@@ -11,10 +11,10 @@ namespace marlo::kernel {
 
 /// The widths of a frame.
 struct Margins {
-  uint32_t left;
-  uint32_t right;
-  uint32_t top;
-  uint32_t bottom;
+  uint32_t left;    ///< before each row
+  uint32_t right;   ///< behind each row
+  uint32_t top;     ///< rows above the picture
+  uint32_t bottom;  ///< rows below it
 };
 
 /// Copies `planes` pictures of `height` rows of `width` floats into a frame of `value`; `margins`

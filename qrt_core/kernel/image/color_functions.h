@@ -16,11 +16,16 @@ namespace marlo::kernel {
 ///
 /// Factors are used with 5 fractional bits and offsets as integers, both truncated toward zero.
 struct YUVCvtMatrix {
-  float y_scale;
-  float r_u, r_v;
-  float g_u, g_v;
-  float b_u, b_v;
-  float y_offset, u_offset, v_offset;  ///< as fractions of 256
+  float y_scale;   ///< factor of the luminance in all three colours
+  float r_u;       ///< factor of p in red
+  float r_v;       ///< factor of q in red
+  float g_u;       ///< factor of p in green
+  float g_v;       ///< factor of q in green
+  float b_u;       ///< factor of p in blue
+  float b_v;       ///< factor of q in blue
+  float y_offset;  ///< what is taken off the luminance first, as a fraction of 256
+  float u_offset;  ///< the same for p
+  float v_offset;  ///< the same for q
 };
 
 namespace functional {

@@ -23,13 +23,20 @@ namespace marlo::kernel {
 /// fails (without a message), and where a tensor is too small for what would be read or written.
 class QRT_API ImageProcess {
  public:
+  /// Inputs and outputs, which the caller makes.
   using TensorPointer = std::shared_ptr<runtime::Tensor>;
+  /// Operations take it for the sake of a common form and don't use it; it may be null.
   using ContextPointer = std::shared_ptr<runtime::Context>;
 
+  /// @name Making and copying
+  /// @{
+
+  /// Objects hold no data.
   ImageProcess() = default;
   ImageProcess(const ImageProcess&) = default;
   ImageProcess& operator=(const ImageProcess&) = default;
   virtual ~ImageProcess();
+  /// @}
 
   /// Conversions, turns, flips and resizes.
   ///
@@ -63,8 +70,8 @@ class QRT_API ImageProcess {
                     int code, ContextPointer context);
 
  protected:
-  using Input = const TensorPointer&;
-  using Output = const TensorPointer&;
+  using Input = const TensorPointer&;   ///< what an operation reads
+  using Output = const TensorPointer&;  ///< what it fills
 
  private:
   virtual void ConvertRGBAtoRGB(Input input, Output output, ContextPointer context);
@@ -120,10 +127,15 @@ class QRT_API ImageProcess {
 /// All operations but the normalised warp, in portable code.
 class QRT_API ImageProcessFallback : public ImageProcess {
  public:
+  /// @name Making and copying
+  /// @{
+
+  /// Objects hold no data.
   ImageProcessFallback() = default;
   ImageProcessFallback(const ImageProcessFallback&) = default;
   ImageProcessFallback& operator=(const ImageProcessFallback&) = default;
   ~ImageProcessFallback() override;
+  /// @}
 
  private:
   void ConvertRGBAtoRGB(Input input, Output output, ContextPointer context) override;
@@ -178,10 +190,15 @@ class QRT_API ImageProcessFallback : public ImageProcess {
 /// the layout, are multiples of 4. They leave the output of any other input as it was.
 class QRT_API ImageProcessSSE : public ImageProcess {
  public:
+  /// @name Making and copying
+  /// @{
+
+  /// Objects hold no data.
   ImageProcessSSE() = default;
   ImageProcessSSE(const ImageProcessSSE&) = default;
   ImageProcessSSE& operator=(const ImageProcessSSE&) = default;
   ~ImageProcessSSE() override;
+  /// @}
 
  private:
   void ClockwiseRotate90(Input input, Output output, ContextPointer context) override;

@@ -23,6 +23,7 @@ namespace marlo::runtime {
 template <typename T>
 class ClassRegistry {
  public:
+  /// Makes one object.
   using Factory = std::function<T()>;
 
   /// Enters a factory. An existing key is replaced only if `overwrite` is set.

@@ -26,6 +26,7 @@ enum KernelResult : int {
 /// run any number of times. An instance isn't reentrant.
 class IKernel {
  public:
+  /// One tensor per input or output, in the order of the layer's positions.
   using Tensors = std::vector<std::shared_ptr<Tensor>>;
 
   IKernel() = default;
@@ -57,6 +58,9 @@ class IKernel {
   }
 
   /// Called before each `Forward` of a pass; its result is ignored.
+  /// @param context the pass's context
+  /// @param inputs what `Forward` is about to get
+  /// @param outputs empty; what is appended here is ignored
   /// @param transient whether the outputs may be recycled when the pass ends
   virtual int PrepareForward(const std::shared_ptr<Context>& context, Tensors& inputs,
                              bool& transient, Tensors& outputs) {
@@ -80,7 +84,7 @@ class IKernel {
   virtual int CheckOutputs(const Tensors& tensors) = 0;
 
  protected:
-  bool configured = false;
+  bool configured = false;  ///< whether the last `Config` succeeded
 };
 
 }  // namespace marlo::runtime

@@ -23,7 +23,7 @@ struct Layer {
   std::vector<std::pair<uint32_t, uint32_t>> consumers;
   /// Per input position: a kernel applied to that input first.
   std::map<uint32_t, std::shared_ptr<IKernel>> input_converters;
-  std::shared_ptr<IKernel> kernel;
+  std::shared_ptr<IKernel> kernel;  ///< what the layer computes
   /// Per output position: a kernel applied to that output afterwards.
   std::map<uint32_t, std::shared_ptr<IKernel>> output_converters;
 };
@@ -34,8 +34,12 @@ struct Layer {
 /// thread at a time may run a network.
 class QRT_API Net {
  public:
+  /// The outputs of one layer.
   using Tensors = std::vector<std::shared_ptr<Tensor>>;
 
+  /// A network of these layers. `CreateNet` makes them from a model.
+  /// @param layers in an order in which each reads earlier ones only
+  /// @param inputs index of each input layer by its id
   Net(const std::vector<std::shared_ptr<Layer>>& layers,
       const std::map<std::string, unsigned int>& inputs);
 
@@ -58,6 +62,7 @@ class QRT_API Net {
       const std::vector<unsigned int>& output_ids, std::shared_ptr<Context> context,
       std::vector<float>* cpu_times, std::vector<float>* gpu_times) const;
 
+  /// In execution order; the place in this vector is a layer's index.
   std::vector<std::shared_ptr<Layer>> layers;
   /// Index of each input layer by its id. `Forward` doesn't read it.
   std::map<std::string, unsigned int> input_map;

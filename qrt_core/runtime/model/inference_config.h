@@ -35,7 +35,7 @@ class KernelCfgArr : public Serializable {
   KernelCfgArr();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<std::string> kernel_ids;
+  std::vector<std::string> kernel_ids;  ///< decimal indices, in the order of the file
   std::map<std::string, std::shared_ptr<KernelCfg>> kernel_cfgs;  ///< by id
 };
 
@@ -69,14 +69,14 @@ class QRT_API QRModelMultiBackendCfgs : public Serializable {
   QRModelMultiBackendCfgs();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::shared_ptr<QRModelCfg> cpu_sse;
-  std::shared_ptr<QRModelCfg> cpu_avx;
-  std::shared_ptr<QRModelCfg> cpu_armv7;
-  std::shared_ptr<QRModelCfg> cpu_armv8;
-  std::shared_ptr<QRModelCfg> cpu_armv82;  ///< since version 20008
-  std::shared_ptr<QRModelCfg> gpu_opengl;
-  std::shared_ptr<QRModelCfg> gpu_metal;
-  std::shared_ptr<QRModelCfg> gpu_cuda;
+  std::shared_ptr<QRModelCfg> cpu_sse;     ///< what this library runs
+  std::shared_ptr<QRModelCfg> cpu_avx;     ///< kept
+  std::shared_ptr<QRModelCfg> cpu_armv7;   ///< kept
+  std::shared_ptr<QRModelCfg> cpu_armv8;   ///< kept
+  std::shared_ptr<QRModelCfg> cpu_armv82;  ///< kept; since version 20008
+  std::shared_ptr<QRModelCfg> gpu_opengl;  ///< kept
+  std::shared_ptr<QRModelCfg> gpu_metal;   ///< kept; `Load_Single_Net` takes it for "metal"
+  std::shared_ptr<QRModelCfg> gpu_cuda;    ///< kept
 };
 
 /// The configurations of the networks of a model file.
@@ -100,7 +100,7 @@ class KernelInferenceConfig : public Serializable {
 
   std::string kernel_type;       ///< registered name of the kernel
   std::string infer_param_type;  ///< registered class name of the parameter object, or empty
-  std::shared_ptr<InferenceParam> infer_param;
+  std::shared_ptr<InferenceParam> infer_param;  ///< made of that class; null without a name
 
  private:
   const InferenceParamRegistry* params_;
@@ -109,14 +109,14 @@ class KernelInferenceConfig : public Serializable {
 /// How one layer runs, as an application's configuration text says it.
 struct LayerInferenceConfig {
   std::string name;  ///< empty when read from JSON
-  std::map<int, std::shared_ptr<KernelInferenceConfig>> input_converters;  ///< by input index
-  std::shared_ptr<KernelInferenceConfig> kernel;
+  std::map<int, std::shared_ptr<KernelInferenceConfig>> input_converters;   ///< by input index
+  std::shared_ptr<KernelInferenceConfig> kernel;                            ///< never null
   std::map<int, std::shared_ptr<KernelInferenceConfig>> output_converters;  ///< by output index
 };
 
 /// How a network runs: one entry per layer, in execution order.
 struct InferenceConfig {
-  std::vector<LayerInferenceConfig> layers;
+  std::vector<LayerInferenceConfig> layers;  ///< in execution order
 };
 
 /// Reads a configuration text: an object whose member "config" is an array with one object per

@@ -22,8 +22,8 @@ class InferenceParamConv2DQuant : public InferenceParam {
   InferenceParamConv2DQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  int16_t weight_step_size = 0;
-  int16_t output_step_size = 0;
+  int16_t weight_step_size = 0;  ///< fractional bits of the weights
+  int16_t output_step_size = 0;  ///< fractional bits of the output
 };
 
 /// Fixed-point steps of a full connection.
@@ -32,8 +32,8 @@ class InferenceParamFullConnectionQuant : public InferenceParam {
   InferenceParamFullConnectionQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  int16_t weight_step_size = 0;
-  int16_t output_step_size = 0;
+  int16_t weight_step_size = 0;  ///< fractional bits of the weights
+  int16_t output_step_size = 0;  ///< fractional bits of the output
 };
 
 /// Fixed-point step of an activation.
@@ -42,7 +42,7 @@ class InferenceParamActQuant : public InferenceParam {
   InferenceParamActQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  int16_t output_step_size = 0;
+  int16_t output_step_size = 0;  ///< fractional bits of the output
 };
 
 /// Fixed-point step of an upsampling.
@@ -51,7 +51,7 @@ class InferenceParamUpsampling2DQuant : public InferenceParam {
   InferenceParamUpsampling2DQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  int16_t output_step_size = 0;
+  int16_t output_step_size = 0;  ///< fractional bits of the output
 };
 
 // The classes from here on belong to back ends that this library doesn't have. Files that hold them
@@ -63,9 +63,9 @@ class InferenceParamOpenGLCompute : public InferenceParam {
   InferenceParamOpenGLCompute();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint32_t local_x = 1;
-  uint32_t local_y = 1;
-  uint32_t local_z = 1;
+  uint32_t local_x = 1;  ///< work items along x
+  uint32_t local_y = 1;  ///< work items along y
+  uint32_t local_z = 1;  ///< work items along z
 };
 
 /// An OpenGL compute kernel with an activation fused into it.
@@ -73,12 +73,12 @@ class InferenceParamOpenGLActivation : public InferenceParamOpenGLCompute {
  public:
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::string activation;
-  int32_t activation_type = 0;
-  half_float::half activation_alpha;
-  half_float::half activation_beta;
-  int16_t num_parameters = 0;
-  std::string weight;
+  std::string activation;             ///< name of the activation
+  int32_t activation_type = 0;        ///< code of the activation
+  half_float::half activation_alpha;  ///< first parameter of the activation
+  half_float::half activation_beta;   ///< second parameter of the activation
+  int16_t num_parameters = 0;         ///< numbers in `weight`
+  std::string weight;                 ///< parameters, one per channel
 };
 
 /// Scripts of a Metal compute kernel.
@@ -87,8 +87,8 @@ class InferenceParamLuaCustomMetalCompute : public InferenceParam {
   InferenceParamLuaCustomMetalCompute();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::string lua_script;
-  std::string mtl_shader;
+  std::string lua_script;  ///< source of the script
+  std::string mtl_shader;  ///< source of the shader
 };
 
 /// A Metal compute kernel with an activation fused into it.
@@ -97,10 +97,10 @@ class InferenceParamMetalComputeFusedActivation : public InferenceParam {
   InferenceParamMetalComputeFusedActivation();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::string activation = "none";
-  int32_t activation_type = 0;
-  float activation_alpha = 1.0f;
-  float activation_beta = 0.0f;
+  std::string activation = "none";  ///< name of the activation
+  int32_t activation_type = 0;      ///< code of the activation
+  float activation_alpha = 1.0f;    ///< first parameter of the activation
+  float activation_beta = 0.0f;     ///< second parameter of the activation
 };
 
 /// Scripts of a Metal compute kernel with an activation fused into it.
@@ -109,12 +109,12 @@ class InferenceParamMetalComputeCommon : public InferenceParam {
   InferenceParamMetalComputeCommon();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::string lua_script;
-  std::string mtl_shader;
-  uint32_t write_slice_offset = 0;
-  uint32_t activation_type = 0;
-  float activation_alpha = 1.0f;
-  float activation_beta = 0.0f;
+  std::string lua_script;           ///< source of the script
+  std::string mtl_shader;           ///< source of the shader
+  uint32_t write_slice_offset = 0;  ///< first slice that is written
+  uint32_t activation_type = 0;     ///< code of the activation
+  float activation_alpha = 1.0f;    ///< first parameter of the activation
+  float activation_beta = 0.0f;     ///< second parameter of the activation
 };
 
 /// A parameter class that adds nothing to its base but its name.

@@ -18,6 +18,7 @@ namespace marlo::runtime {
 /// Members are spelled as their keys. Numbers are those of the model files.
 class QRT_API LayerInfo : public Serializable {
  public:
+  /// A description of no layer type yet.
   LayerInfo();
 
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -28,6 +29,7 @@ class QRT_API LayerInfo : public Serializable {
   uint16_t read_count = 0;  ///< layers that read the output; see QRModelInfo::GetOutputIDs
 
  protected:
+  /// A description of the layer type `code`, persisted under the name of its class.
   LayerInfo(uint16_t code, const char* class_name);
 };
 

@@ -19,12 +19,12 @@ class QRT_API TimeInfo : public Serializable {
   TimeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint32_t year = 0;
-  uint32_t moon = 0;  ///< month
-  uint32_t day = 0;
-  uint32_t hour = 0;
-  uint32_t min = 0;
-  uint32_t sec = 0;
+  uint32_t year = 0;  ///< such as 2026
+  uint32_t moon = 0;  ///< month, 1 to 12
+  uint32_t day = 0;   ///< day of the month
+  uint32_t hour = 0;  ///< 0 to 23
+  uint32_t min = 0;   ///< minute
+  uint32_t sec = 0;   ///< second
 };
 
 /// The header of a network. The library keeps it and reads none of it.
@@ -67,9 +67,9 @@ class QRT_API QRModelInfo : public Serializable {
   void LoadFromQRModel1(const char* path);
 
   std::vector<std::string> squential_output_ids;  ///< layers whose results the network returns
-  NetExtraInfo extra_info;
-  std::vector<std::string> squential_ids;  ///< layer ids in execution order
-  std::vector<uint16_t> squential_types;   ///< layer type code of each id
+  NetExtraInfo extra_info;                        ///< the header
+  std::vector<std::string> squential_ids;         ///< layer ids in execution order
+  std::vector<uint16_t> squential_types;          ///< layer type code of each id
   std::unordered_map<std::string, std::shared_ptr<LayerInfo>> layers;  ///< by id
 };
 
@@ -91,12 +91,12 @@ class QRT_API QRTModel : public Serializable {
   QRTModel();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::string sdk_type;         ///< kind of SDK that the file was made for
-  uint16_t core_major_ver = 0;  ///< core version required
-  uint16_t core_minor_ver = 0;
-  uint16_t sdk_major_ver = 0;  ///< SDK version required
-  uint16_t sdk_minor_ver = 0;
-  std::shared_ptr<QRModelInfoArr> model_arr;               ///< the networks
+  std::string sdk_type;                       ///< kind of SDK that the file was made for
+  uint16_t core_major_ver = 0;                ///< core version required
+  uint16_t core_minor_ver = 0;                ///< its number behind the point
+  uint16_t sdk_major_ver = 0;                 ///< SDK version required
+  uint16_t sdk_minor_ver = 0;                 ///< its number behind the point
+  std::shared_ptr<QRModelInfoArr> model_arr;  ///< the networks
   std::shared_ptr<QRModelMultiBackendCfgsArr> config_arr;  ///< their configurations, by network id
 };
 

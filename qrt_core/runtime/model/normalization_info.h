@@ -40,6 +40,7 @@ class BatchNormInfo : public LayerInfo {
   int32_t num_batches_tracked = -1;    ///< training counter; since version 20005
 
  protected:
+  /// For derived descriptions.
   using LayerInfo::LayerInfo;
 };
 

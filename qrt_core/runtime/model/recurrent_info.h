@@ -20,20 +20,23 @@ class RecurrentInfo : public LayerInfo {
   bool if_bias = false;      ///< biases are present
 
  protected:
+  /// For derived descriptions.
   using LayerInfo::LayerInfo;
 };
 
 /// The activation of a simple recurrent layer.
 struct RecurrentActivation {
+  /// Walks the members in this order.
   void Visit(Visitor& visitor);
 
-  uint16_t activation_type = 0;  ///< 2 rectifier, 5 tanh
-  half_float::half activation_alpha;
-  half_float::half activation_beta;
+  uint16_t activation_type = 0;       ///< 2 rectifier, 5 tanh
+  half_float::half activation_alpha;  ///< kept; neither of the two has a parameter
+  half_float::half activation_beta;   ///< kept
 };
 
 /// The weights of one step.
 struct RecurrentCellWeights {
+  /// Walks the members in this order.
   void Visit(const std::shared_ptr<Visitor>& visitor);
 
   WeightBlob weight_ih;  ///< input to hidden weights
@@ -44,19 +47,20 @@ struct RecurrentCellWeights {
 
 /// The structure and weights of a layer over a sequence. Lists hold one entry per stacked layer.
 struct RecurrentSequenceWeights {
+  /// Walks the members in this order.
   void Visit(const std::shared_ptr<Visitor>& visitor);
 
-  uint16_t num_layers = 0;        ///< stacked layers
-  bool bidirectional = false;     ///< both directions
-  uint16_t complex_rnn_type = 0;  ///< how layers and directions are ordered
-  std::vector<WeightBlob> weight_ih_forward;
-  std::vector<WeightBlob> weight_hh_forward;
-  std::vector<WeightBlob> bias_ih_forward;
-  std::vector<WeightBlob> bias_hh_forward;
-  std::vector<WeightBlob> weight_ih_reverse;
-  std::vector<WeightBlob> weight_hh_reverse;
-  std::vector<WeightBlob> bias_ih_reverse;
-  std::vector<WeightBlob> bias_hh_reverse;
+  uint16_t num_layers = 0;                    ///< stacked layers
+  bool bidirectional = false;                 ///< both directions
+  uint16_t complex_rnn_type = 0;              ///< how layers and directions are ordered
+  std::vector<WeightBlob> weight_ih_forward;  ///< input to hidden weights, first step to last
+  std::vector<WeightBlob> weight_hh_forward;  ///< hidden to hidden weights, first step to last
+  std::vector<WeightBlob> bias_ih_forward;    ///< input biases, first step to last
+  std::vector<WeightBlob> bias_hh_forward;    ///< hidden biases, first step to last
+  std::vector<WeightBlob> weight_ih_reverse;  ///< input to hidden weights, last step to first
+  std::vector<WeightBlob> weight_hh_reverse;  ///< hidden to hidden weights, last step to first
+  std::vector<WeightBlob> bias_ih_reverse;    ///< input biases, last step to first
+  std::vector<WeightBlob> bias_hh_reverse;    ///< hidden biases, last step to first
 };
 
 /// One step of a simple recurrent network.

@@ -29,12 +29,17 @@ namespace marlo::runtime {
 /// @endcode
 class QRT_API Serializable {
  public:
+  /// @name Making, copying and moving
+  /// @{
+
+  /// As the members are made, copied and moved.
   Serializable();
   Serializable(const Serializable&);
   Serializable(Serializable&&) noexcept;
   Serializable& operator=(const Serializable&);
   Serializable& operator=(Serializable&&) noexcept;
   virtual ~Serializable();
+  /// @}
 
   /// Walks the attributes in their fixed order. The base sets `serializable_type` to the class's
   /// short name and visits it.
@@ -47,6 +52,7 @@ class QRT_API Serializable {
   virtual std::string GetClassTypeNameWithNamespace();
 
   /// Reads the object from a file.
+  /// @param path the file
   /// @param type "json" or "bin"
   /// @return false, after an error line in the log, for another type or a binary file that can't be
   ///   opened
@@ -65,6 +71,7 @@ class QRT_API Serializable {
   virtual bool FromJsonString(const char* text);
 
   /// Writes the object to a file.
+  /// @param path the file; an existing one is replaced
   /// @param type "json" or "bin"
   /// @return false, after an error line in the log, for another type, a binary file that can't be
   ///   created, or a value that JSON can't hold

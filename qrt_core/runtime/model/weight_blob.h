@@ -14,14 +14,14 @@ using WeightBlob = std::string;
 
 /// One weight attribute: its member and its JSON key.
 struct BlobAttribute {
-  WeightBlob* blob;
-  const char* key;
+  WeightBlob* blob;  ///< the member
+  const char* key;   ///< its name in JSON
 };
 
 /// One attribute that is a list of weights, one per stacked layer.
 struct BlobListAttribute {
-  std::vector<WeightBlob>* blobs;
-  const char* key;
+  std::vector<WeightBlob>* blobs;  ///< the member
+  const char* key;                 ///< its name in JSON
 };
 
 /// What becomes of weights in a visitor that is neither of the JSON form nor of the binary one.

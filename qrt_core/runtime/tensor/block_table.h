@@ -14,9 +14,10 @@ namespace marlo::runtime {
 /// that recycling a block calls no allocator.
 class BlockTable {
  public:
+  /// A block that waits to be used again.
   struct FreeBlock {
-    uint64_t size;
-    void* address;
+    uint64_t size;  ///< in bytes
+    void* address;  ///< of its first byte
   };
 
   /// Free blocks, unsorted, the last freed at the end.

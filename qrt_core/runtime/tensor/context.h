@@ -15,12 +15,12 @@ class Profiler;
 
 /// The devices that a network may use. Only `cpu` is ever filled by this library.
 struct Context {
-  std::shared_ptr<DeviceCPU> cpu;
-  std::shared_ptr<DeviceOpenGL> opengl;
-  std::shared_ptr<DeviceMetalCompute> metal;
-  std::shared_ptr<DeviceCUDAStream> cuda;
-  std::shared_ptr<DeviceVulkan> vulkan;
-  std::shared_ptr<Profiler> profiler;
+  std::shared_ptr<DeviceCPU> cpu;             ///< makes the tensors of every network
+  std::shared_ptr<DeviceOpenGL> opengl;       ///< kept, never used
+  std::shared_ptr<DeviceMetalCompute> metal;  ///< kept, never used
+  std::shared_ptr<DeviceCUDAStream> cuda;     ///< kept, never used
+  std::shared_ptr<DeviceVulkan> vulkan;       ///< kept, never used
+  std::shared_ptr<Profiler> profiler;         ///< kept, never used
 };
 
 /// A context of the given devices, any of which may be empty.

@@ -15,14 +15,14 @@ class ThreadPool;
 /// A description of the processor. Nothing fills it and nothing reads it: which kernels run is the
 /// model's configuration alone.
 struct CPUDeviceDesc {
-  uint64_t features = 0;
-  std::vector<uint32_t> core_ids;
-  uint64_t core_count = 0;
-  std::vector<uint32_t> core_frequencies;
-  uint64_t l1_bytes = 0;
-  uint64_t l2_bytes = 0;
-  uint64_t l3_bytes = 0;
-  uint64_t memory_bytes = 0;
+  uint64_t features = 0;                   ///< instruction sets, one bit each
+  std::vector<uint32_t> core_ids;          ///< numbers of the cores
+  uint64_t core_count = 0;                 ///< how many there are
+  std::vector<uint32_t> core_frequencies;  ///< clock of each core
+  uint64_t l1_bytes = 0;                   ///< first-level data cache of a core
+  uint64_t l2_bytes = 0;                   ///< second-level cache
+  uint64_t l3_bytes = 0;                   ///< third-level cache
+  uint64_t memory_bytes = 0;               ///< main memory
 };
 
 /// The maker of tensors in main memory, with the pools that their buffers come from.
@@ -31,6 +31,7 @@ struct CPUDeviceDesc {
 /// running pass at a time.
 class QRT_API DeviceCPU final : public Device {
  public:
+  /// See `CreateDeviceCPU`.
   DeviceCPU(const CPUDeviceDesc& desc, const std::shared_ptr<MemoryPool>& pool,
             const std::shared_ptr<ThreadPool>& threads, const std::shared_ptr<MemoryPool>& dynamic);
   ~DeviceCPU() override;
@@ -50,10 +51,17 @@ class QRT_API DeviceCPU final : public Device {
   std::shared_ptr<TensorCPU> CreateTensorExternal(TensorShape shape, void* data);
   /// @}
 
-  /// @name Tensors of given dims
-  /// `data` as above; an `External` form uses the caller's buffer.
-  /// @{
+  /// Sizes in the order of the layout's name: [c, h, w] for CHW, [c / 4, h, w, 4] for C4HW4, any
+  /// for FLEXIABLE.
   using Dims = std::vector<unsigned int>;
+
+  /// @name Tensors of given dims
+  /// @{
+
+  /// A tensor of the element type (F32, F16, S16 or U8) and the layout in the name. `data`, where
+  /// given, is copied, without it the buffer is left uninitialised; an `External` form uses the
+  /// caller's buffer, which must outlive the tensor.
+  /// @throws std::runtime_error for a shape of 4 GiB or more; std::bad_alloc
   std::shared_ptr<TensorCPU> CreateF32CHWMainMem(const Dims& dims, const void* data);
   std::shared_ptr<TensorCPU> CreateF32CHWMainMemExternal(const Dims& dims, void* data);
   std::shared_ptr<TensorCPU> CreateF16CHWMainMem(const Dims& dims, const void* data);
@@ -71,8 +79,10 @@ class QRT_API DeviceCPU final : public Device {
   std::shared_ptr<TensorCPU> CreateU8HWCMainMemExternal(const Dims& dims, void* data);
   /// @}
 
-  /// @name One-dimensional tensors, of layout C
+  /// @name One-dimensional tensors
   /// @{
+
+  /// A tensor [size] of layout C; `data` as above.
   std::shared_ptr<TensorCPU> CreateF32CMainMemory(const unsigned int& size, const void* data);
   std::shared_ptr<TensorCPU> CreateF32CMainMemExternal(const unsigned int& size, void* data);
   std::shared_ptr<TensorCPU> CreateF16CMainMemory(const unsigned int& size, const void* data);
@@ -80,6 +90,8 @@ class QRT_API DeviceCPU final : public Device {
 
   /// @name Tensors filled with zeros
   /// @{
+
+  /// A tensor of the element type and layout in the name, [size], [c, h, w] or of `dims`.
   std::shared_ptr<TensorCPU> CreateZeroF32CMainMem(const unsigned int& size);
   std::shared_ptr<TensorCPU> CreateZeroF16CMainMem(const unsigned int& size);
   std::shared_ptr<TensorCPU> CreateZeroF32CHWMainMem(const unsigned int& c, const unsigned int& h,
@@ -88,11 +100,15 @@ class QRT_API DeviceCPU final : public Device {
   std::shared_ptr<TensorCPU> CreateZeroF16FlexiableMainMem(const Dims& dims);
   /// @}
 
-  /// @name 8-bit pictures
-  /// Interleaved forms are [height, width, channels] of layout HWC, planar ones [3, height, width]
-  /// of layout CHW. A tensor doesn't record the order of its colours.
-  /// @{
+  /// One byte per sample, row by row without gaps; may be null.
   using Pixels = const void*;
+
+  /// @name 8-bit pictures
+  /// @{
+
+  /// A UINT8 tensor: interleaved forms are [height, width, channels] of layout HWC, planar ones
+  /// [3, height, width] of layout CHW. It doesn't record the order of its colours. `data` is copied
+  /// where given; an `External` form uses the caller's buffer, which must outlive the tensor.
   std::shared_ptr<TensorCPU> CreateBGR888Tensor(const unsigned int& height,
                                                 const unsigned int& width, Pixels data);
   std::shared_ptr<TensorCPU> CreateBGR888TensorExternal(const unsigned int& height,

@@ -26,6 +26,7 @@ union TensorHandle {
 /// Owner of one buffer. Tensors are made by a device and held by shared pointer.
 class QRT_API Tensor : public std::enable_shared_from_this<Tensor> {
  public:
+  /// Takes the buffer of `handle`, which the deleter of the class gives back. Devices call it.
   Tensor(TensorShape shape, TensorHandle handle, Device* device);
   Tensor(const Tensor&) = delete;
   Tensor& operator=(const Tensor&) = delete;
@@ -45,8 +46,13 @@ class QRT_API Tensor : public std::enable_shared_from_this<Tensor> {
 /// `Locate*` compute addresses and check nothing.
 class QRT_API TensorCPU final : public Tensor {
  public:
+  /// Address of the first element.
   void* RawPointer() { return handle.cpu; }
+  /// Address of the first element.
   const void* RawPointer() const { return handle.cpu; }
+
+  /// @name Addresses by indices
+  /// @{
 
   /// Address of the element at the given indices. The last index is added without a stride, so
   /// that `LocateND` on a tensor of more than N dims addresses within its innermost rows.
@@ -68,8 +74,11 @@ class QRT_API TensorCPU final : public Tensor {
   const void* Locate7D(uint32_t i0, uint32_t i1, uint32_t i2, uint32_t i3, uint32_t i4, uint32_t i5,
                        uint32_t i6) const;
 
+  /// @}
+
   /// Address of the sub-block at a vector of indices, each with its stride.
   void* Locate(const std::vector<uint32_t>& indices);
+  /// Address of the sub-block at a vector of indices, each with its stride.
   const void* Locate(const std::vector<uint32_t>& indices) const;
 
   /// A copy with other dims, and with a default `extra`.

@@ -17,6 +17,7 @@ class TensorShape : public Serializable {
   class Extra : public Serializable {
    public:
     Extra() : Extra(0) {}
+    /// With so many fractional bits.
     explicit Extra(uint16_t step) : step_size(step) {}
 
     void VisitAttr(std::shared_ptr<Visitor> visitor) override {
@@ -24,7 +25,9 @@ class TensorShape : public Serializable {
       visitor->Visit(&step_size, "step_size");
     }
 
+    /// Compares the fractional bits.
     bool operator==(const Extra& other) const { return step_size == other.step_size; }
+    /// The opposite of `==`.
     bool operator!=(const Extra& other) const { return !(*this == other); }
 
     /// Fractional bits of a fixed-point tensor; 0 for floating-point data.
@@ -32,6 +35,7 @@ class TensorShape : public Serializable {
   };
 
   TensorShape() : TensorShape({}, DataType::FLOAT32, LayoutType::CHW) {}
+  /// The shape of these properties; none of them is checked here.
   TensorShape(std::vector<uint32_t> sizes, DataType type, LayoutType order,
               LocationType where = LocationType::MainMemory, Extra more = Extra())
       : dims(std::move(sizes)),
@@ -55,6 +59,7 @@ class TensorShape : public Serializable {
     return dims == other.dims && data_type == other.data_type && layout == other.layout &&
            location == other.location && extra == other.extra;
   }
+  /// The opposite of `==`.
   bool operator!=(const TensorShape& other) const { return !(*this == other); }
 
   std::vector<uint32_t> dims;  ///< sizes, outermost first
