@@ -49,16 +49,44 @@ class RowSums {
     if (row_ - done_ >= kLanes) take_vectors<1>();
   }
 
-  // All lanes, and what doesn't fill a vector.
-  float sum(size_t r) const noexcept {
-    const __m128(&sums)[kSums] = sums_[r];
-    const __m128 all = _mm_add_ps(_mm_add_ps(sums[3], sums[2]), _mm_add_ps(sums[1], sums[0]));
-    float rest = 0.0f;
-    for (size_t i = done_; i < row_; ++i) rest += weight_[r * row_ + i] * input_[i];
-    return sum_of_lanes<SseVector>(all) + rest;
+  // Adds to the output of each row its lanes, first to last, and what doesn't fill a vector. Lanes
+  // of four rows are turned around, so that one vector holds the first lanes, one the second.
+  void add_to(float* output) const noexcept {
+    unrolled<(kRows + kLanes - 1) / kLanes>(QRT_UNROLLED(group) {
+      const size_t first = group * kLanes;
+      __m128 lane[kLanes];
+      float rests[kLanes];
+      unrolled<kLanes>(QRT_UNROLLED(r) {
+        const bool is_row = first + r < kRows;
+        lane[r] = is_row ? all(first + r) : _mm_setzero_ps();
+        rests[r] = is_row ? rest(first + r) : 0.0f;
+      });
+      _MM_TRANSPOSE4_PS(lane[0], lane[1], lane[2], lane[3]);
+      const __m128 lanes = _mm_add_ps(_mm_add_ps(_mm_add_ps(lane[0], lane[1]), lane[2]), lane[3]);
+      const __m128 sum = _mm_add_ps(lanes, _mm_loadu_ps(rests));
+      add_first(output + first, smaller_of(kRows - first, kLanes), sum);
+    });
   }
 
  private:
+  __m128 all(size_t r) const noexcept {
+    const __m128(&sums)[kSums] = sums_[r];
+    return _mm_add_ps(_mm_add_ps(sums[3], sums[2]), _mm_add_ps(sums[1], sums[0]));
+  }
+
+  float rest(size_t r) const noexcept {
+    float sum = 0.0f;
+    for (size_t i = done_; i < row_; ++i) sum += weight_[r * row_ + i] * input_[i];
+    return sum;
+  }
+
+  static void add_first(float* output, size_t count, __m128 sums) noexcept {
+    if (count == kLanes) return _mm_storeu_ps(output, _mm_add_ps(_mm_loadu_ps(output), sums));
+    float lanes[kLanes];
+    _mm_storeu_ps(lanes, sums);
+    for (size_t r = 0; r < count; ++r) output[r] += lanes[r];
+  }
+
   // Sums 2 * half and 2 * half + 1 of the next `count` columns. Fetches half of the lines that
   // stand `ahead` floats further on.
   template <size_t half>
@@ -109,7 +137,7 @@ size_t add_rows(const FullConnectionTask& task, size_t o) noexcept {
     RowSums<kRows> sums(task.input, task.weight + o * task.in_features, task.in_features);
     sums.take_whole_blocks();
     sums.take_rest();
-    for (size_t r = 0; r < kRows; ++r) task.output[o + r] += sums.sum(r);
+    sums.add_to(task.output + o);
   }
   return o;
 }
