@@ -44,6 +44,8 @@ void register_portable_kernels(KernelRegistry& kernels) {
   add_kernel<Softmax_Fallback_Float_M1>(kernels);
   add_kernel<Concatenate_MainMemory_Fallback>(kernels);
   add_kernel<Concatenate_C_Fallback_CnHWn_M1>(kernels);
+  // This group lists it twice; the first entry stays.
+  add_kernel<BroadcastOperator_Fallback_Float_M1>(kernels);
   add_kernel<Upsampling2D_Fallback_CHW_Float_M1>(kernels);
   add_kernel<Pixelshuffle_Fallback_CHW_Float_M1>(kernels);
   add_kernel<ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1>(kernels);

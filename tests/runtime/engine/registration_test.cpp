@@ -7,6 +7,7 @@
 #include <set>
 
 #include "qrt_core/qrt_core.h"
+#include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/utility/build_options.h"
 
 namespace marlo::runtime {
@@ -26,14 +27,21 @@ bool is_built(const std::string& name) {
   return QRT_WITH_SSE || !is_of(name, "SSE");
 }
 
-// The kernels that this build has, sorted: one name per line of the list of all.
-std::vector<std::string> expected_keys() {
+// All kernels, one name per line, sorted.
+std::vector<std::string> listed_keys() {
   std::ifstream list(std::string(QRT_TEST_DATA_DIR) + "/registered_kernels.txt");
   std::vector<std::string> keys;
-  for (std::string key; std::getline(list, key);) {
-    if (is_built(key)) keys.push_back(key);
+  for (std::string key; std::getline(list, key);) keys.push_back(key);
+  return keys;
+}
+
+// Those that this build has and `wanted` accepts.
+template <typename Wanted>
+std::vector<std::string> expected_keys(Wanted wanted) {
+  std::vector<std::string> keys;
+  for (const std::string& key : listed_keys()) {
+    if (is_built(key) && wanted(key)) keys.push_back(key);
   }
-  std::sort(keys.begin(), keys.end());
   return keys;
 }
 
@@ -53,8 +61,65 @@ class RegistrationTest : public ::testing::Test {
 };
 
 TEST_F(RegistrationTest, KernelsAreThoseOfTheList) {
-  ASSERT_FALSE(expected_keys().empty());
-  EXPECT_THAT(sorted_keys(kernels_), ElementsAreArray(expected_keys()));
+  const auto any = [](const std::string&) { return true; };
+  ASSERT_FALSE(expected_keys(any).empty());
+  EXPECT_THAT(sorted_keys(kernels_), ElementsAreArray(expected_keys(any)));
+}
+
+TEST(Registration, ListIsSortedAndHolds216Names) {
+  const std::vector<std::string> keys = listed_keys();
+  EXPECT_EQ(keys.size(), 216u);
+  EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
+  EXPECT_EQ(std::adjacent_find(keys.begin(), keys.end()), keys.end());
+}
+
+// What a group enters into an empty registry.
+template <typename Registry>
+std::vector<std::string> keys_of(void (*group)(Registry&)) {
+  Registry registry;
+  group(registry);
+  return sorted_keys(registry);
+}
+
+// The name says the group, but for seven: six of them are portable ones too.
+TEST(Registration, GroupsHoldTheirKernels) {
+  const std::vector<std::string> common = {"BroadcastOperator_Fallback_Float_M1",
+                                           "Concatenate_MainMemory_Fallback",
+                                           "HSigmoid_Fallback_Float_M1",
+                                           "HSwish_Fallback_Float_M1",
+                                           "Input_Fallback_M1",
+                                           "Transform_MainMemory_Permute_Fallback",
+                                           "Transform_MainMemory_Reshape_Fallback"};
+  EXPECT_THAT(keys_of(register_common_kernels), ElementsAreArray(common));
+
+  const auto portable = keys_of(register_portable_kernels);
+  EXPECT_EQ(portable.size(), 44u);
+  EXPECT_THAT(portable, ElementsAreArray(expected_keys([](const std::string& key) {
+                return is_of(key, "Fallback") && key != "Transform_MainMemory_Permute_Fallback";
+              })));
+#if QRT_WITH_SSE
+  const auto sse = keys_of(register_sse_kernels);
+  EXPECT_EQ(sse.size(), QRT_WITH_SGEMM ? 89u : 87u) << "two use the BLAS as well";
+  EXPECT_THAT(sse, ElementsAreArray(
+                       expected_keys([](const std::string& key) { return is_of(key, "SSE"); })));
+#endif
+#if QRT_WITH_AVX
+  const auto avx = keys_of(register_avx_kernels);
+  EXPECT_EQ(avx.size(), 74u);
+  EXPECT_THAT(avx, ElementsAreArray(
+                       expected_keys([](const std::string& key) { return is_of(key, "AVX"); })));
+#endif
+#if QRT_WITH_SGEMM
+  const auto sgemm = keys_of(register_sgemm_kernels);
+  EXPECT_EQ(sgemm.size(), 8u);
+  EXPECT_THAT(sgemm, ElementsAreArray(expected_keys([](const std::string& key) {
+                return is_of(key, "SGEMM") && !is_of(key, "SSE");
+              })));
+#endif
+  EXPECT_THAT(keys_of(register_quantisation_params),
+              UnorderedElementsAre("InferenceParamConv2DQuant", "InferenceParamUpsampling2DQuant"));
+  EXPECT_THAT(keys_of(register_convolution_quantisation_param),
+              UnorderedElementsAre("InferenceParamConv2DQuant"));
 }
 
 TEST_F(RegistrationTest, EachKeyCreatesAKernelWhoseNameEqualsTheKeyAndThatIsNotConfigured) {
