@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -12,52 +13,134 @@ namespace {
 
 inline constexpr size_t kVectorBytes = 16;
 using Bytes = uint8_t __attribute__((vector_size(kVectorBytes)));
+using Words = uint16_t __attribute__((vector_size(kVectorBytes)));
+using Doublewords = uint32_t __attribute__((vector_size(kVectorBytes)));
+using Quadwords = uint64_t __attribute__((vector_size(kVectorBytes)));
 
-/// 48 bytes: sixteen pixels, or sixteen bytes of three planes.
-struct ByteTriple {
-  Bytes a, b, c;
+template <typename Vector>
+Vector load(const void* from) {
+  Vector v;
+  std::memcpy(&v, from, sizeof v);
+  return v;
+}
+
+template <typename Vector>
+void store(const Vector& v, void* to) {
+  std::memcpy(to, &v, sizeof v);
+}
+
+/// Byte 0 of a, byte 0 of b, byte 1 of a, ...; of the lower halves and of the upper ones.
+inline Bytes merge_low(const Bytes& a, const Bytes& b) {
+  return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+}
+inline Bytes merge_high(const Bytes& a, const Bytes& b) {
+  return __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15,
+                                 31);
+}
+
+/// The pixels that 96 bytes are.
+inline constexpr size_t kTriples = 2 * kVectorBytes;
+
+/// Merges the first half of 96 bytes with the second: byte p goes to place 2 * p modulo 95.
+inline void riffle(Bytes (&v)[6]) {
+  const Bytes merged[6] = {merge_low(v[0], v[3]),  merge_high(v[0], v[3]), merge_low(v[1], v[4]),
+                           merge_high(v[1], v[4]), merge_low(v[2], v[5]),  merge_high(v[2], v[5])};
+  for (size_t i = 0; i < 6; ++i) v[i] = merged[i];
+}
+
+/// Loads 32 pixels of three bytes and takes them apart. Four riffles send byte c of pixel k to
+/// place 16 * (3 * k + c) modulo 95: vector c holds it of the even pixels, vector 3 + c of the odd.
+inline void load_triples(const uint8_t* pixels, Bytes (&v)[6]) {
+  for (size_t i = 0; i < 6; ++i) v[i] = load<Bytes>(pixels + i * kVectorBytes);
+  for (size_t turn = 0; turn < 4; ++turn) riffle(v);
+}
+
+/// 32 pixels of three bytes to the bytes of each plane.
+inline void split(const uint8_t* pixels, uint8_t* plane0, uint8_t* plane1, uint8_t* plane2) {
+  Bytes v[6];
+  load_triples(pixels, v);
+  riffle(v);
+  store(v[0], plane0);
+  store(v[1], plane0 + kVectorBytes);
+  store(v[2], plane1);
+  store(v[3], plane1 + kVectorBytes);
+  store(v[4], plane2);
+  store(v[5], plane2 + kVectorBytes);
+}
+
+/// Writes four pixels that have four bytes each without their last bytes, and two bytes more.
+inline void store_triples(const Quadwords& pixels, uint8_t* to) {
+  const Quadwords pairs = (pixels & 0xFFFFFF) | ((pixels >> 8) & 0xFFFFFF000000);
+  const uint64_t first = pairs[0];
+  const uint64_t second = pairs[1];
+  std::memcpy(to, &first, sizeof first);
+  std::memcpy(to + 6, &second, sizeof second);
+}
+
+/// Sixteen bytes of each plane to pixels of three bytes. Two bytes more are written.
+inline void join(const uint8_t* plane0, const uint8_t* plane1, const uint8_t* plane2,
+                 uint8_t* pixels) {
+  const auto a = load<Bytes>(plane0);
+  const auto b = load<Bytes>(plane1);
+  const auto c = load<Bytes>(plane2);
+  const auto low = std::bit_cast<Words>(merge_low(a, b));
+  const auto high = std::bit_cast<Words>(merge_high(a, b));
+  const auto low_rest = std::bit_cast<Words>(merge_low(c, Bytes{}));
+  const auto high_rest = std::bit_cast<Words>(merge_high(c, Bytes{}));
+  const auto words = [](const Words& x, const Words& y, uint8_t* to) {
+    store_triples(std::bit_cast<Quadwords>(__builtin_shufflevector(x, y, 0, 8, 1, 9, 2, 10, 3, 11)),
+                  to);
+    store_triples(
+        std::bit_cast<Quadwords>(__builtin_shufflevector(x, y, 4, 12, 5, 13, 6, 14, 7, 15)),
+        to + 12);
+  };
+  words(low, low_rest, pixels);
+  words(high, high_rest, pixels + 24);
+}
+
+/// What the first three bytes of a pixel count for in its gray, in 1 / 256. They sum to 256.
+struct GrayWeights {
+  uint16_t a, b, c;
 };
 
-/// Byte i and byte i + 24 go to bytes 2 * i and 2 * i + 1.
-inline ByteTriple riffle(const ByteTriple& v) {
-  return {
-      __builtin_shufflevector(v.a, v.b, 0, 24, 1, 25, 2, 26, 3, 27, 4, 28, 5, 29, 6, 30, 7, 31),
-      __builtin_shufflevector(v.a, v.c, 8, 16, 9, 17, 10, 18, 11, 19, 12, 20, 13, 21, 14, 22, 15,
-                              23),
-      __builtin_shufflevector(v.b, v.c, 0, 24, 1, 25, 2, 26, 3, 27, 4, 28, 5, 29, 6, 30, 7, 31)};
+/// The gray of 32 pixels of three bytes.
+inline void gray_of_triples(const uint8_t* pixels, const GrayWeights& weights, uint8_t* gray) {
+  Bytes v[6];
+  load_triples(pixels, v);
+  const auto gray_of = [weights](const Bytes& x, const Bytes& y, const Bytes& z) {
+    const auto r = std::bit_cast<Words>(x);
+    const auto g = std::bit_cast<Words>(y);
+    const auto b = std::bit_cast<Words>(z);
+    const Words low = (r & 0xFF) * weights.a + (g & 0xFF) * weights.b + (b & 0xFF) * weights.c;
+    const Words high = (r >> 8) * weights.a + (g >> 8) * weights.b + (b >> 8) * weights.c;
+    return std::bit_cast<Bytes>((low >> 8) | (high & 0xFF00));
+  };
+  const Bytes even = gray_of(v[0], v[1], v[2]);
+  const Bytes odd = gray_of(v[3], v[4], v[5]);
+  store(merge_low(even, odd), gray);
+  store(merge_high(even, odd), gray + kVectorBytes);
 }
 
-/// The inverse: even bytes go to the first half, odd ones to the second.
-inline ByteTriple unriffle(const ByteTriple& v) {
-  // As words, of which the low or the high bytes are kept: compilers pack those in one instruction.
-  using Words = uint16_t __attribute__((vector_size(2 * kVectorBytes)));
-  Words first;
-  Words last{};
-  std::memcpy(&first, &v.a, sizeof first);
-  std::memcpy(&last, &v.c, kVectorBytes);
-  const Bytes even = __builtin_convertvector(first & 0xFF, Bytes);
-  const Bytes odd = __builtin_convertvector(first >> 8, Bytes);
-  const Bytes last_even = __builtin_convertvector(last & 0xFF, Bytes);
-  const Bytes last_odd = __builtin_convertvector(last >> 8, Bytes);
-  return {even,
-          __builtin_shufflevector(last_even, odd, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21,
-                                  22, 23),
-          __builtin_shufflevector(odd, last_odd, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
-                                  21, 22, 23)};
-}
-
-/// Sixteen pixels of three bytes to sixteen bytes of each plane. Four riffles send byte p to place
-/// 16 * p modulo 47, which is 16 * c + k for byte c of pixel k.
-inline ByteTriple split(const uint8_t* pixels) {
-  ByteTriple v;
-  std::memcpy(&v, pixels, sizeof v);
-  return riffle(riffle(riffle(riffle(v))));
-}
-
-/// The inverse.
-inline void join(const ByteTriple& planes, uint8_t* pixels) {
-  const ByteTriple v = unriffle(unriffle(unriffle(unriffle(planes))));
-  std::memcpy(pixels, &v, sizeof v);
+/// The gray of sixteen pixels of four bytes.
+inline Bytes gray_of_quads(const uint8_t* pixels, const GrayWeights& weights) {
+  // Of four pixels and of the third four from there on, one beside the other.
+  const auto eight = [weights](const uint8_t* from) {
+    const auto x = load<Doublewords>(from);
+    const auto y = load<Doublewords>(from + 2 * kVectorBytes);
+    const auto low = std::bit_cast<Words>((x & 0xFFFF) | (y << 16));
+    const auto high = std::bit_cast<Words>((x >> 16) | (y & 0xFFFF0000));
+    return (low & 0xFF) * weights.a + (low >> 8) * weights.b + (high & 0xFF) * weights.c;
+  };
+  const Words first = eight(pixels);
+  const Words second = eight(pixels + kVectorBytes);
+  // Four times four bytes by columns.
+  auto gray = std::bit_cast<Bytes>((first >> 8) | (second & 0xFF00));
+  for (int turn = 0; turn < 2; ++turn) {
+    const auto halves = std::bit_cast<Quadwords>(gray);
+    const Quadwords swapped = __builtin_shufflevector(halves, halves, 1, 0);
+    gray = merge_low(gray, std::bit_cast<Bytes>(swapped));
+  }
+  return gray;
 }
 
 }  // namespace

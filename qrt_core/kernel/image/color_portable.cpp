@@ -10,6 +10,9 @@
 namespace marlo::kernel::image {
 namespace {
 
+// Of gray, in 1 / 256, in pixels with blue first and with red first.
+constexpr std::array<GrayWeights, 2> kGrayWeights{{{29, 150, 77}, {77, 150, 29}}};
+
 constexpr size_t kStrip = 512;  // pixels
 using Strip = std::array<uint8_t, kStrip>;
 
@@ -135,12 +138,9 @@ void pixels_of(const T* planes, size_t channels, size_t count, T* pixels) noexce
 
 void join_bytes(const uint8_t* planes, size_t count, uint8_t* pixels) noexcept {
   size_t i = 0;
-  for (; i + kVectorBytes <= count; i += kVectorBytes) {
-    ByteTriple v;
-    std::memcpy(&v.a, planes + i, kVectorBytes);
-    std::memcpy(&v.b, planes + count + i, kVectorBytes);
-    std::memcpy(&v.c, planes + 2 * count + i, kVectorBytes);
-    join(v, pixels + 3 * i);
+  // A pixel behind the sixteen overwrites what is written too much.
+  for (; i + kVectorBytes < count; i += kVectorBytes) {
+    join(planes + i, planes + count + i, planes + 2 * count + i, pixels + 3 * i);
   }
   for (; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) pixels[3 * i + c] = planes[c * count + i];
@@ -193,11 +193,8 @@ void split_pixels(const uint8_t* pixels, size_t channels, size_t count, uint8_t*
                   uint8_t* plane1, uint8_t* plane2) noexcept {
   if (channels == 4) return split_each<4>(pixels, count, plane0, plane1, plane2);
   size_t i = 0;
-  for (; i + kVectorBytes <= count; i += kVectorBytes) {
-    const ByteTriple v = split(pixels + 3 * i);
-    std::memcpy(plane0 + i, &v.a, kVectorBytes);
-    std::memcpy(plane1 + i, &v.b, kVectorBytes);
-    std::memcpy(plane2 + i, &v.c, kVectorBytes);
+  for (; i + kTriples <= count; i += kTriples) {
+    split(pixels + 3 * i, plane0 + i, plane1 + i, plane2 + i);
   }
   for (; i < count; ++i) {
     plane0[i] = pixels[3 * i];
@@ -216,14 +213,22 @@ void gray_of_planes(const uint8_t* __restrict blue, const uint8_t* __restrict gr
 
 void gray_of_pixels(const uint8_t* pixels, size_t channels, bool red_first, size_t count,
                     uint8_t* gray) noexcept {
-  Strip first, second, third;
-  for_each_strip(count, [&](size_t begin, size_t size) {
-    split_pixels(pixels + channels * begin, channels, size, first.data(), second.data(),
-                 third.data());
-    const uint8_t* const blue = red_first ? third.data() : first.data();
-    const uint8_t* const red = red_first ? first.data() : third.data();
-    gray_of_planes(blue, second.data(), red, size, gray + begin);
-  });
+  const GrayWeights weights = kGrayWeights[red_first ? 1 : 0];
+  size_t done = 0;
+  if (channels == 3) {
+    for (; done + kTriples <= count; done += kTriples) {
+      gray_of_triples(pixels + 3 * done, weights, gray + done);
+    }
+  } else {
+    for (; done + kVectorBytes <= count; done += kVectorBytes) {
+      store(gray_of_quads(pixels + 4 * done, weights), gray + done);
+    }
+  }
+  const auto [a, b, c] = weights;
+  for (; done < count; ++done) {
+    const uint8_t* const pixel = pixels + channels * done;
+    gray[done] = static_cast<uint8_t>((a * pixel[0] + b * pixel[1] + c * pixel[2]) >> 8);
+  }
 }
 
 void gray_by_weights(const uint8_t* pixels, size_t channels, size_t count, uint8_t* gray) noexcept {

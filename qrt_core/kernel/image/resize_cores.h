@@ -24,16 +24,21 @@ struct BilinearAxis {
 /// The columns of a horizontal pass.
 struct ColumnTable {
   const uint32_t* first;   ///< left input column of each output column
-  const int32_t* weights;  ///< the weight of the left column in the lower half, that of the right
-                           ///< one in the upper half
+  const int16_t* weights;  ///< of the left and of the right column, for each sample of a pixel
   size_t step;             ///< from the left column to the right one
+  size_t columns;          ///< of which four bytes can be read
 };
 
-/// Scales output columns from 0 on of a row of pixels of 3 or 4 bytes: (p * w0 + q * w1) / 16.
-/// Four bytes are read for every pixel, and four numbers written.
-/// @return the columns that were scaled, `columns` or one less; none of pixels of other sizes
+/// (p * w0 + q * w1) / 16, rounded down, of the pixels of a row that have 3 or 4 bytes. One number
+/// more is written, and of the weights one pair more is read.
+/// @return the columns that were scaled, from 0 on: all or all but one; none of other pixels
 size_t scale_columns_sse(const uint8_t* row, size_t channels, const ColumnTable& table,
-                         size_t columns, int16_t* scaled) noexcept;
+                         int16_t* scaled) noexcept;
+
+/// The same of pairs of bytes that stand side by side.
+/// @return the pairs that were weighed, from 0 on: all but a few
+size_t weigh_pairs_sse(const uint8_t* pairs, const int16_t* weights, size_t count,
+                       int16_t* scaled) noexcept;
 
 /// A picture of interleaved bytes.
 struct BytePicture {

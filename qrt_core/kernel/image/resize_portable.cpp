@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "qrt_core/kernel/image/byte_vectors_internal.h"
 #include "qrt_core/kernel/image/resize_cores.h"
 #include "qrt_core/utility/build_options.h"
 
@@ -19,26 +20,34 @@ int16_t fixed_weight(float weight) {
                                               std::numeric_limits<int16_t>::max()));
 }
 
-// The horizontal pass over a picture's columns: gathers the bytes at the left and at the right of
-// each output element, from column `i` on, and weighs them in a loop that compilers turn into
-// vectors. Pixels of three and four bytes go by a core where there is one.
+// The byte at the left and the one at the right of an output element, side by side, and their
+// weights likewise: what one instruction multiplies and adds.
+void weigh_pairs(const uint8_t* __restrict pairs, const int16_t* __restrict weights, size_t count,
+                 int16_t* __restrict scaled) noexcept {
+#if QRT_WITH_SSE
+  const size_t done = weigh_pairs_sse(pairs, weights, count, scaled);
+#else
+  const size_t done = 0;
+#endif
+  for (size_t i = done; i < count; ++i) {
+    const int sum = pairs[2 * i] * weights[2 * i] + pairs[2 * i + 1] * weights[2 * i + 1];
+    scaled[i] = static_cast<int16_t>(sum >> 4);
+  }
+}
+
+// The horizontal pass over a picture's columns: gathers pairs, and weighs them. Pixels of three and
+// four bytes go by a core where there is one.
 class RowScaler {
  public:
   RowScaler(const BytePicture& from, const BytePicture& to)
       : axis_(static_cast<uint32_t>(from.width), static_cast<uint32_t>(to.width)),
         channels_(from.channels),
         width_(to.width),
-        left_(to.width * from.channels + kSpare),
-        right_(to.width * from.channels + kSpare),
-        weights0_(to.width * from.channels),
-        weights1_(to.width * from.channels),
-        weight_pairs_(to.width) {
+        pairs_(2 * to.width * from.channels + kSpare),
+        weights_(2 * to.width * from.channels + kSpare) {
     for (size_t i = 0; i < width_ * channels_; ++i) {
-      weights0_[i] = axis_.weights0[i / channels_];
-      weights1_[i] = axis_.weights1[i / channels_];
-    }
-    for (size_t x = 0; x < width_; ++x) {
-      weight_pairs_[x] = axis_.weights0[x] | axis_.weights1[x] * (1 << 16);
+      weights_[2 * i] = axis_.weights0[i / channels_];
+      weights_[2 * i + 1] = axis_.weights1[i / channels_];
     }
     // Four bytes are read for a pixel of fewer, up to the last column that four bytes fit behind.
     const size_t row_bytes = from.width * channels_;
@@ -48,12 +57,12 @@ class RowScaler {
     }
   }
 
-  /// @param scaled has room for `kSpare` numbers behind the row
-  void scale(const uint8_t* row, int16_t* scaled) {
+  /// @param scaled with room for `kSpare` numbers behind the row
+  void scale(const uint8_t* row, int16_t* scaled) noexcept {
     size_t done = 0;
 #if QRT_WITH_SSE
-    done = scale_columns_sse(row, channels_, {axis_.first.data(), weight_pairs_.data(), axis_.step},
-                             wide_, scaled);
+    done = scale_columns_sse(row, channels_,
+                             {axis_.first.data(), weights_.data(), axis_.step, wide_}, scaled);
 #endif
     switch (channels_) {
       case 1:
@@ -69,42 +78,41 @@ class RowScaler {
         gather<4>(row, done);
     }
     const size_t begin = done * channels_;
-    weigh(left_.data() + begin, right_.data() + begin, weights0_.data() + begin,
-          weights1_.data() + begin, width_ * channels_ - begin, scaled + begin);
+    weigh_pairs(pairs_.data() + 2 * begin, weights_.data() + 2 * begin, width_ * channels_ - begin,
+                scaled + begin);
   }
 
-  static constexpr size_t kSpare = 4;
+  static constexpr size_t kSpare = 8;
 
  private:
   static constexpr size_t kWord = 4;
 
+  static Bytes four_bytes(const uint8_t* from) noexcept {
+    uint32_t word;
+    std::memcpy(&word, from, kWord);
+    return std::bit_cast<Bytes>(Doublewords{word});
+  }
+
   template <size_t channels>
   void gather(const uint8_t* __restrict row, size_t i) noexcept {
-    uint8_t* __restrict left = left_.data();
-    uint8_t* __restrict right = right_.data();
+    uint8_t* __restrict pairs = pairs_.data();
     const uint32_t* const first = axis_.first.data();
     const size_t step = axis_.step * channels;
     if constexpr (channels > 1) {
       for (; i < wide_; ++i) {
-        const uint8_t* const pixel = row + first[i] * channels;
-        std::memcpy(left + i * channels, pixel, kWord);
-        std::memcpy(right + i * channels, pixel + step, kWord);
+        const uint8_t* const pixel = row + first[i] * size_t{channels};
+        // What four bytes are too much is overwritten by the column that follows.
+        const Bytes merged = merge_low(four_bytes(pixel), four_bytes(pixel + step));
+        const uint64_t low = std::bit_cast<Quadwords>(merged)[0];
+        std::memcpy(pairs + 2 * channels * i, &low, sizeof low);
       }
     }
     for (; i < width_; ++i) {
-      const uint8_t* const pixel = row + first[i] * channels;
-      std::memcpy(left + i * channels, pixel, channels);
-      std::memcpy(right + i * channels, pixel + step, channels);
-    }
-  }
-
-  static void weigh(const uint8_t* __restrict left, const uint8_t* __restrict right,
-                    const int16_t* __restrict weights0, const int16_t* __restrict weights1,
-                    size_t count, int16_t* __restrict scaled) noexcept {
-    for (size_t i = 0; i < count; ++i) {
-      const int16_t a = left[i];
-      const int16_t b = right[i];
-      scaled[i] = static_cast<int16_t>((a * weights0[i] + b * weights1[i]) >> 4);
+      const uint8_t* const pixel = row + first[i] * size_t{channels};
+      for (size_t c = 0; c < channels; ++c) {
+        pairs[2 * (channels * i + c)] = pixel[c];
+        pairs[2 * (channels * i + c) + 1] = pixel[c + step];
+      }
     }
   }
 
@@ -112,11 +120,8 @@ class RowScaler {
   size_t channels_;
   size_t width_;
   size_t wide_;  // columns that are gathered by whole words
-  std::vector<uint8_t> left_;
-  std::vector<uint8_t> right_;
-  std::vector<int16_t> weights0_;
-  std::vector<int16_t> weights1_;
-  std::vector<int32_t> weight_pairs_;
+  std::vector<uint8_t> pairs_;
+  std::vector<int16_t> weights_;
 };
 
 void mix_rows(const int16_t* __restrict upper, const int16_t* __restrict lower,
