@@ -7,6 +7,7 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "qrt_core/kernel/basic/activation.h"
 #include "tests/documents/working_folder.h"
@@ -40,6 +41,42 @@ TEST(FileFormats, TheSmallestModelRuns) {
   EXPECT_THAT(std::vector<float>(values, values + 2), ElementsAre(0, 2));
 }
 #endif
+
+// The bytes of a listing: an offset, pairs of hexadecimal digits, and behind two blanks what they
+// mean. Other lines are headings.
+std::string bytes_of_listing(const std::string& listing) {
+  std::string bytes;
+  std::istringstream lines(listing);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    size_t offset = 0;
+    if (!(words >> offset)) continue;
+    EXPECT_EQ(offset, bytes.size()) << line;
+    const size_t first =
+        line.find_first_not_of(' ', line.find_first_of(' ', line.find_first_not_of(' ')));
+    std::istringstream pairs(line.substr(first, line.find("  ", first) - first));
+    for (std::string pair; pairs >> pair;) {
+      bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+    }
+  }
+  return bytes;
+}
+
+TEST(FileFormats, TheSmallestModelHasTheListedBytes) {
+  const TemporaryFolder folder;
+  runtime::QRTModel model;
+  model.FromJsonString(
+#include "samples/smallest_model.inc"
+  );
+  ASSERT_TRUE(model.ToFile(folder.file("net.qrtmodel").c_str(), "bin"));
+  std::ifstream file(folder.file("net.qrtmodel"), std::ios::binary);
+  const std::string written{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::string listed = bytes_of_listing(
+#include "samples/smallest_model_bytes.inc"
+  );
+  EXPECT_EQ(listed.size(), 645u);
+  EXPECT_TRUE(listed == written);
+}
 
 void expect_input_and_relu(const std::string& text) {
   runtime::KernelRegistry kernels;

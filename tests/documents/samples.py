@@ -5,7 +5,7 @@ usage: samples.py cut ROOT FOLDER           writes FOLDER/NAME.inc for each samp
        samples.py commands ROOT PROGRAM...  runs the commands that stand in the documents with their output
 
 In a document the line before a block of code says what the block is:
-  <!-- sample: NAME -->    C++ or JSON that a test of tests/documents includes as "samples/NAME.inc"
+  <!-- sample: NAME -->    what a test of tests/documents includes as "samples/NAME.inc": C++, or else a string
   <!-- excerpt: PATH -->   lines of that file, in their order; a line "..." stands for any lines left out
 A block of C++ or JSON without such a line is a mistake. In public headers the n-th @code block of file.h is the
 sample "file_h", "file_h_2" and so on. A block whose first line begins with "$ " holds commands and their output.
@@ -92,8 +92,8 @@ def cut(root, folder):
         if block.kind != "sample":
             continue
         text = "\n".join(block.lines) + "\n"
-        # JSON becomes an expression, so that a test can read it; C++ keeps its place for error messages.
-        text = f'R"json({text})json"\n' if block.language == "json" else f'#line {block.line + 1} "{block.path}"\n{text}'
+        # What isn't C++ becomes an expression that a test can read; C++ keeps its place for error messages.
+        text = f'R"sample({text})sample"\n' if block.language != "cpp" else f'#line {block.line + 1} "{block.path}"\n{text}'
         path = os.path.join(folder, block.name + ".inc")
         old = ""
         if os.path.exists(path):
