@@ -9,12 +9,14 @@
 #include "tests/runtime/engine/all_layers.h"
 #include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
+#include "tests/support/network_writer.h"
+#include "tests/support/recurrent_case.h"
 #include "tests/support/temporary_folder.h"
 
 namespace marlo::runtime {
 namespace {
 
-constexpr int kThreads = 6;
+constexpr int kThreads = 8;
 constexpr int kPasses = 20;
 
 // Bytes of all outputs of a network, by layer.
@@ -93,6 +95,107 @@ TEST_F(ContextsThreadTest, ModelsLoadedAndRunAtOnceGiveTheResultsOfOneThread) {
   Results found[kThreads];
   run_threads([&](int i) { found[i] = load_and_run(file(i), i - 2); });
   for (int i = 0; i < kThreads; ++i) EXPECT_EQ(found[i], expected[i]) << "thread " << i;
+}
+
+/// A network, and inputs for it.
+struct Work {
+  test::ModelBuilder model;
+  std::vector<std::vector<float>> inputs;  ///< one per pass
+  TensorShape shape;
+};
+
+std::vector<std::vector<float>> random_inputs(uint32_t seed, size_t size) {
+  std::vector<std::vector<float>> inputs;
+  for (uint32_t pass = 0; pass < kPasses; ++pass) {
+    inputs.push_back(test::Random(100 * seed + pass).floats(size));
+  }
+  return inputs;
+}
+
+// Convolutions, a bridge, pooling and a classifier over planes or blocks.
+Work picture_work(const test::Form& form, uint32_t seed) {
+  test::Planes picture(3, 8, 8);
+  test::NetworkWriter net(form, picture);
+  const std::string stem = net.relu(net.conv("input", 16, 3));
+  const std::string bridge = net.add(stem, net.conv(stem, 16, seed % 2 == 0 ? 1 : 3));
+  net.output(net.softmax(net.full_connection(net.flat(net.max2(bridge)), 10)));
+  return {net.model(), random_inputs(seed, picture.values.size()),
+          TensorShape({3, 8, 8}, DataType::FLOAT32, LayoutType::CHW)};
+}
+
+// Two recurrent layers, which keep their state from pass to pass.
+Work recurrent_work(test::Network network, const std::string& kernel, uint32_t seed) {
+  test::RecurrentCase layer;
+  layer.network = network;
+  layer.ins = 5;
+  layer.hidden = 7;
+  layer.layers = 2;
+  layer.fill(seed);
+  Work work;
+  work.model.input("steps").layer("layers", {"steps"}, test::sequence_description(layer), kernel);
+  work.model.outputs({"layers"});
+  work.inputs = random_inputs(seed, size_t{layer.steps} * layer.ins);
+  work.shape = TensorShape({layer.steps, layer.ins}, DataType::FLOAT32, LayoutType::SC);
+  return work;
+}
+
+// Eight networks that have hardly a kernel in common, as far as this processor and build go.
+std::vector<Work> eight_works() {
+  std::vector<Work> works;
+  uint32_t seed = 0;
+  for (const test::Form& form : test::all_forms()) {
+    if (test::why_not_here(form).empty()) works.push_back(picture_work(form, seed++));
+  }
+  const std::pair<test::Network, std::string> recurrences[] = {
+    {test::Network::rnn, "RNN_Fallback_SC_F32_M1"},
+    {test::Network::gru, "GRU_Fallback_SC_F32_M1"},
+#if QRT_WITH_SGEMM
+    {test::Network::lstm, "LSTM_SGEMM_SC_F32_M1"},
+#endif
+#if QRT_WITH_SSE && QRT_WITH_SGEMM
+    {test::Network::gru, "GRU_SSE_SGEMM_SC_F32_M2"},
+#endif
+    {test::Network::lstm, "LSTM_Fallback_SC_F32_M1"},
+    {test::Network::rnn, "RNN_Fallback_SC_F32_M1"},
+    {test::Network::gru, "GRU_Fallback_SC_F32_M1"},
+    {test::Network::lstm, "LSTM_Fallback_SC_F32_M1"},
+    {test::Network::lstm, "LSTM_Fallback_SC_F32_M1"}
+  };
+  for (const auto& [network, kernel] : recurrences) {
+    if (works.size() < kThreads) works.push_back(recurrent_work(network, kernel, ++seed));
+  }
+  return works;
+}
+
+// The results of all passes, on a context that is made here.
+std::vector<Results> results_of(Work& work, const KernelRegistry& kernels) {
+  std::shared_ptr<Context> context;
+  utility::create_context(context, 32);
+  const auto net = CreateNet(work.model.info(), work.model.configuration(), kernels, context);
+  const auto last = static_cast<unsigned int>(work.model.info()->squential_ids.size() - 1);
+  std::vector<Results> results;
+  for (const std::vector<float>& input : work.inputs) {
+    const auto tensor = context->cpu->CreateTensor(work.shape, input.data());
+    results.push_back(bytes_of(net->Forward({{0, tensor}}, {last}, context, nullptr, nullptr)));
+  }
+  return results;
+}
+
+TEST_F(ContextsThreadTest, EightDifferentNetworksAtOnceGiveTheResultsOfOneThread) {
+  std::vector<Work> works = eight_works();
+  ASSERT_EQ(works.size(), static_cast<size_t>(kThreads));
+  std::vector<std::vector<Results>> expected;
+  for (Work& work : works) expected.push_back(results_of(work, kernels_));
+  std::vector<std::vector<Results>> found(works.size());
+  run_threads([&](int i) {
+    const auto at = static_cast<size_t>(i);
+    found[at] = results_of(works[at], kernels_);
+  });
+  for (size_t i = 0; i < works.size(); ++i) {
+    EXPECT_EQ(found[i], expected[i]) << "thread " << i;
+    ASSERT_EQ(expected[i].size(), static_cast<size_t>(kPasses));
+    EXPECT_NE(expected[i].front(), expected[i].back()) << "inputs make no difference";
+  }
 }
 
 TEST_F(ContextsThreadTest, DifferentNetworksFromOneRegistryGiveTheirOwnResults) {
