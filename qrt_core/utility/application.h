@@ -22,6 +22,9 @@ namespace marlo::utility {
 
 /// One network, ready to run: fill `input_tensors` and pass it, with `output_ids`, to
 /// `net->Forward`.
+///
+/// A package belongs, with its context, to one thread at a time; its registries may be shared by
+/// all.
 struct _NetworkPackage {
   runtime::KernelRegistry* kernels = nullptr;         ///< as given to `load_model`; not owned
   runtime::InferenceParamRegistry* params = nullptr;  ///< as given to `load_model`; not owned
@@ -35,7 +38,8 @@ struct _NetworkPackage {
   std::vector<unsigned int> output_ids{0};  ///< indices of the output layers, in the model's order
 };
 
-/// What a model says about the versions that it needs.
+/// What a model says about the versions that it needs. Plain data: any number of threads may read
+/// it while none changes it.
 struct _QRTModelVerInfo {
   std::string sdk_type;     ///< name of the SDK
   uint16_t core_major = 0;  ///< core version, 0 or 1

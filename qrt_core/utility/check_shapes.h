@@ -17,7 +17,8 @@
 
 namespace marlo::utility {
 
-/// What `check_shapes` finds out about one layer.
+/// What `check_shapes` finds out about one layer. Plain data: any number of threads may read it
+/// while none changes it.
 struct LayerShapes {
   std::vector<runtime::TensorShape> inputs;   ///< what the kernel gets, after input converters
   std::vector<runtime::TensorShape> outputs;  ///< what its readers get; empty after a fault
@@ -49,7 +50,8 @@ inline std::string shapes_text(const std::vector<runtime::TensorShape>& shapes) 
   return text.empty() ? "nothing" : text;
 }
 
-/// The step of one kernel, or the fault that stops it.
+/// The step of one kernel, or the fault that stops it. One object belongs to one thread, that of
+/// its network.
 class ShapeStep {
  public:
   using Shapes = std::vector<runtime::TensorShape>;  ///< one per input or output

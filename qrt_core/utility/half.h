@@ -19,6 +19,8 @@ namespace half_float {
 ///
 /// Conversion from float truncates the significand toward zero, lets values beyond the range
 /// become infinity and keeps every NaN a NaN. Conversion to float is exact.
+///
+/// Plain data: any number of threads may read it while none changes it.
 class half {
  public:
   /// Zero.

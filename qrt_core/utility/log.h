@@ -9,6 +9,12 @@
 #define QRT_PRINTF_LIKE(format_index) \
   __attribute__((format(printf, format_index, (format_index) + 1)))
 
+// Mask, tag, callback and the buffer that messages are formatted in are there once per process,
+// without a lock: set the first three before other threads begin. The texts of two threads that
+// log, or fail, at one time can mix; a program that can't have that keeps its loading, where faults
+// are found, to one thread or behind a lock of its own. A pass over what fits together logs
+// nothing.
+
 namespace marlo::utility {
 
 /// Log levels: single bits, so that a mask enables any subset.

@@ -9,7 +9,7 @@
 
 namespace marlo::kernel {
 
-/// The widths of a frame.
+/// The widths of a frame. Plain data: any number of threads may read it while none changes it.
 struct Margins {
   uint32_t left;    ///< before each row
   uint32_t right;   ///< behind each row

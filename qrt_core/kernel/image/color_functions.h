@@ -15,6 +15,8 @@ namespace marlo::kernel {
 /// (p - 256 * u_offset) * r_u + (q - 256 * v_offset) * r_v, and so on.
 ///
 /// Factors are used with 5 fractional bits and offsets as integers, both truncated toward zero.
+///
+/// Plain data: any number of threads may read it while none changes it.
 struct YUVCvtMatrix {
   float y_scale;   ///< factor of the luminance in all three colours
   float r_u;       ///< factor of p in red

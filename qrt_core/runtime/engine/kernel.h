@@ -23,7 +23,7 @@ enum KernelResult : int {
 /// One operator on one layout and instruction set.
 ///
 /// A kernel is made empty by its factory, configured once with its layer's description, and then
-/// run any number of times. An instance isn't reentrant.
+/// run any number of times. It isn't reentrant and belongs to one thread at a time.
 class IKernel {
  public:
   /// One tensor per input or output, in the order of the layer's positions.

@@ -13,7 +13,8 @@
 
 namespace marlo::runtime {
 
-/// One step of a network: a kernel, where its inputs come from, and who reads its result.
+/// One step of a network: a kernel, where its inputs come from, and who reads its result. It
+/// belongs to its network, and with it to one thread at a time.
 struct Layer {
   /// Printed name of the layer's type. A layer named "Input" takes its tensor from the caller.
   std::string name;

@@ -106,7 +106,8 @@ class KernelInferenceConfig : public Serializable {
   const InferenceParamRegistry* params_;
 };
 
-/// How one layer runs, as an application's configuration text says it.
+/// How one layer runs, as an application's configuration text says it. Plain data: any number of
+/// threads may read it while none changes it.
 struct LayerInferenceConfig {
   std::string name;  ///< empty when read from JSON
   std::map<int, std::shared_ptr<KernelInferenceConfig>> input_converters;   ///< by input index
@@ -114,7 +115,8 @@ struct LayerInferenceConfig {
   std::map<int, std::shared_ptr<KernelInferenceConfig>> output_converters;  ///< by output index
 };
 
-/// How a network runs: one entry per layer, in execution order.
+/// How a network runs: one entry per layer, in execution order. Any number of threads may make
+/// networks of one object while none changes it.
 struct InferenceConfig {
   std::vector<LayerInferenceConfig> layers;  ///< in execution order
 };

@@ -29,6 +29,8 @@ using JSONValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JSONAllocator>;
 /// vector of strings, and leaves other vectors and nested objects as they are. A number that
 /// doesn't fit its attribute is cut to the attribute's width. Vectors of numbers are appended to.
 /// An absent string, and a value of another kind than its attribute, throw std::runtime_error.
+///
+/// One object belongs to one thread.
 class QRT_API JSONNodeGetter final : public Visitor {
  public:
   /// @param value the object to read, which must outlive the visitor
@@ -74,7 +76,7 @@ class QRT_API JSONNodeGetter final : public Visitor {
   std::shared_ptr<Walk> walk_;
 };
 
-/// Appends attributes to a RapidJSON object.
+/// Appends attributes to a RapidJSON object. One object, and its document, belong to one thread.
 class JSONNodeSetter final : public Visitor {
  public:
   /// @param object the object to fill

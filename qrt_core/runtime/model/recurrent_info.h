@@ -24,7 +24,8 @@ class RecurrentInfo : public LayerInfo {
   using LayerInfo::LayerInfo;
 };
 
-/// The activation of a simple recurrent layer.
+/// The activation of a simple recurrent layer. Plain data: any number of threads may read it while
+/// none changes it.
 struct RecurrentActivation {
   /// Walks the members in this order.
   void Visit(Visitor& visitor);
@@ -34,7 +35,7 @@ struct RecurrentActivation {
   half_float::half activation_beta;   ///< kept
 };
 
-/// The weights of one step.
+/// The weights of one step. Plain data: any number of threads may read it while none changes it.
 struct RecurrentCellWeights {
   /// Walks the members in this order.
   void Visit(const std::shared_ptr<Visitor>& visitor);
@@ -46,6 +47,7 @@ struct RecurrentCellWeights {
 };
 
 /// The structure and weights of a layer over a sequence. Lists hold one entry per stacked layer.
+/// Plain data: any number of threads may read it while none changes it.
 struct RecurrentSequenceWeights {
   /// Walks the members in this order.
   void Visit(const std::shared_ptr<Visitor>& visitor);

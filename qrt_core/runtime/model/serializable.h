@@ -14,6 +14,10 @@ namespace marlo::runtime {
 /// A derived class sets its members' defaults and `serializable_type` in its constructor and lists
 /// its attributes once in `VisitAttr`; reading and writing, as JSON and as binary, follow.
 ///
+/// This holds for every class derived from it: any number of threads may read the members of one
+/// object, and make networks of it, while none changes it. A walk, and with it reading and writing
+/// a file, changes it.
+///
 /// @code
 /// struct Point : Serializable {
 ///   Point() { serializable_type = "Point"; }

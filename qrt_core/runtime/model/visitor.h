@@ -48,6 +48,8 @@ class Serializable;
 ///
 /// A class lists its attributes once, in `Serializable::VisitAttr`; the visitor it is given decides
 /// on format and direction.
+///
+/// One walk belongs to one thread.
 class Visitor {
  public:
   virtual ~Visitor() = default;

@@ -12,13 +12,15 @@ namespace marlo::runtime {
 /// Trained numbers as they are held in memory: the Base64 text of a little-endian float32 array.
 using WeightBlob = std::string;
 
-/// One weight attribute: its member and its JSON key.
+/// One weight attribute: its member and its JSON key. One walk, and so one thread, makes and uses
+/// it.
 struct BlobAttribute {
   WeightBlob* blob;  ///< the member
   const char* key;   ///< its name in JSON
 };
 
-/// One attribute that is a list of weights, one per stacked layer.
+/// One attribute that is a list of weights, one per stacked layer. One walk, and so one thread,
+/// makes and uses it.
 struct BlobListAttribute {
   std::vector<WeightBlob>* blobs;  ///< the member
   const char* key;                 ///< its name in JSON

@@ -12,6 +12,8 @@ namespace marlo::runtime {
 ///
 /// A block keeps its size for life. The nodes of the in-use table are kept with the free blocks, so
 /// that recycling a block calls no allocator.
+///
+/// It belongs to its pool, and with it to one thread at a time.
 class BlockTable {
  public:
   /// A block that waits to be used again.

@@ -13,7 +13,9 @@ class DeviceCUDAStream;
 class DeviceVulkan;
 class Profiler;
 
-/// The devices that a network may use. Only `cpu` is ever filled by this library.
+/// The devices that a network may use. Only `cpu` is ever filled by this library. A context, and
+/// all that was made on it, belongs to one thread at a time; different contexts share nothing, so
+/// that each thread may have its own.
 struct Context {
   std::shared_ptr<DeviceCPU> cpu;             ///< makes the tensors of every network
   std::shared_ptr<DeviceOpenGL> opengl;       ///< kept, never used

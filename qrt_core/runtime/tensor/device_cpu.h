@@ -14,6 +14,8 @@ class ThreadPool;
 
 /// A description of the processor. Nothing fills it and nothing reads it: which kernels run is the
 /// model's configuration alone.
+///
+/// Plain data: any number of threads may read it while none changes it.
 struct CPUDeviceDesc {
   uint64_t features = 0;                   ///< instruction sets, one bit each
   std::vector<uint32_t> core_ids;          ///< numbers of the cores
@@ -27,8 +29,8 @@ struct CPUDeviceDesc {
 
 /// The maker of tensors in main memory, with the pools that their buffers come from.
 ///
-/// Tensors hold a raw pointer to their device, which must outlive them. A device belongs to one
-/// running pass at a time.
+/// Tensors hold a raw pointer to their device, which must outlive them. A device, with its pools,
+/// belongs to one thread at a time, and to one running pass.
 class QRT_API DeviceCPU final : public Device {
  public:
   /// See `CreateDeviceCPU`.

@@ -12,18 +12,22 @@ namespace marlo::runtime {
 
 class DeviceCPU;
 
-/// Base of the back ends' devices.
+/// Base of the back ends' devices. A device belongs to one thread at a time.
 class Device : public std::enable_shared_from_this<Device> {
  public:
   virtual ~Device() = default;
 };
 
-/// A back end's reference to a buffer.
+/// A back end's reference to a buffer. Plain data: any number of threads may read it while none
+/// changes it.
 union TensorHandle {
   void* cpu;  ///< address of the first element
 };
 
 /// Owner of one buffer. Tensors are made by a device and held by shared pointer.
+///
+/// Any number of threads may read one tensor's numbers while none writes them. The last pointer to
+/// it must go on the thread that its device belongs to, because the buffer goes back to a pool.
 class QRT_API Tensor : public std::enable_shared_from_this<Tensor> {
  public:
   /// Takes the buffer of `handle`, which the deleter of the class gives back. Devices call it.

@@ -224,6 +224,24 @@ TEST_F(ContextsThreadTest, DifferentNetworksFromOneRegistryGiveTheirOwnResults) 
   }
 }
 
+TEST_F(ContextsThreadTest, ThreadsMayMakeNetworksOfOneModel) {
+  const auto info = all_.info();
+  const auto configuration = all_.configuration();
+  const auto run = [&] {
+    std::shared_ptr<Context> context;
+    utility::create_context(context, 16);
+    const auto net = CreateNet(info, configuration, kernels_, context);
+    const auto last = static_cast<unsigned int>(info->squential_ids.size() - 1);
+    return bytes_of(
+        net->Forward(test::all_layers_inputs(*context->cpu), {last}, context, nullptr, nullptr));
+  };
+  const Results expected = run();
+  ASSERT_FALSE(expected.empty());
+  Results found[kThreads];
+  run_threads([&](int i) { found[i] = run(); });
+  for (int i = 0; i < kThreads; ++i) EXPECT_EQ(found[i], expected) << "thread " << i;
+}
+
 TEST_F(ContextsThreadTest, ThreadsMayCreateKernelsFromOneRegistry) {
   std::atomic<int> wrong = 0;
   run_threads([&](int) {
