@@ -98,49 +98,35 @@ inline void join(const uint8_t* plane0, const uint8_t* plane1, const uint8_t* pl
   words(high, high_rest, pixels + 24);
 }
 
-/// What the first three bytes of a pixel count for in its gray, in 1 / 256. They sum to 256.
-struct GrayWeights {
-  uint16_t a, b, c;
-};
+/// The elements of a vector.
+template <typename T>
+inline constexpr size_t kLanes = kVectorBytes / sizeof(T);
 
-/// The gray of 32 pixels of three bytes.
-inline void gray_of_triples(const uint8_t* pixels, const GrayWeights& weights, uint8_t* gray) {
-  Bytes v[6];
-  load_triples(pixels, v);
-  const auto gray_of = [weights](const Bytes& x, const Bytes& y, const Bytes& z) {
-    const auto r = std::bit_cast<Words>(x);
-    const auto g = std::bit_cast<Words>(y);
-    const auto b = std::bit_cast<Words>(z);
-    const Words low = (r & 0xFF) * weights.a + (g & 0xFF) * weights.b + (b & 0xFF) * weights.c;
-    const Words high = (r >> 8) * weights.a + (g >> 8) * weights.b + (b >> 8) * weights.c;
-    return std::bit_cast<Bytes>((low >> 8) | (high & 0xFF00));
-  };
-  const Bytes even = gray_of(v[0], v[1], v[2]);
-  const Bytes odd = gray_of(v[3], v[4], v[5]);
-  store(merge_low(even, odd), gray);
-  store(merge_high(even, odd), gray + kVectorBytes);
+/// Lanes i and j of a, and k and l of b.
+template <int i, int j, int k, int l>
+Doublewords pick(const Doublewords& a, const Doublewords& b) {
+  return __builtin_shufflevector(a, b, i, j, 4 + k, 4 + l);
 }
 
-/// The gray of sixteen pixels of four bytes.
-inline Bytes gray_of_quads(const uint8_t* pixels, const GrayWeights& weights) {
-  // Of four pixels and of the third four from there on, one beside the other.
-  const auto eight = [weights](const uint8_t* from) {
-    const auto x = load<Doublewords>(from);
-    const auto y = load<Doublewords>(from + 2 * kVectorBytes);
-    const auto low = std::bit_cast<Words>((x & 0xFFFF) | (y << 16));
-    const auto high = std::bit_cast<Words>((x >> 16) | (y & 0xFFFF0000));
-    return (low & 0xFF) * weights.a + (low >> 8) * weights.b + (high & 0xFF) * weights.c;
-  };
-  const Words first = eight(pixels);
-  const Words second = eight(pixels + kVectorBytes);
-  // Four times four bytes by columns.
-  auto gray = std::bit_cast<Bytes>((first >> 8) | (second & 0xFF00));
-  for (int turn = 0; turn < 2; ++turn) {
-    const auto halves = std::bit_cast<Quadwords>(gray);
-    const Quadwords swapped = __builtin_shufflevector(halves, halves, 1, 0);
-    gray = merge_low(gray, std::bit_cast<Bytes>(swapped));
-  }
-  return gray;
+/// Four pixels of three doublewords to the doublewords of each plane.
+inline void split(const uint32_t* pixels, uint32_t* plane0, uint32_t* plane1, uint32_t* plane2) {
+  const auto a = load<Doublewords>(pixels);      // 0 1 2 0
+  const auto b = load<Doublewords>(pixels + 4);  // 1 2 0 1
+  const auto c = load<Doublewords>(pixels + 8);  // 2 0 1 2
+  store(pick<0, 3, 0, 2>(a, pick<2, 2, 1, 1>(b, c)), plane0);
+  store(pick<0, 2, 0, 2>(pick<1, 1, 0, 0>(a, b), pick<3, 3, 2, 2>(b, c)), plane1);
+  store(pick<0, 2, 0, 3>(pick<2, 2, 1, 1>(a, b), c), plane2);
+}
+
+/// The inverse.
+inline void join(const uint32_t* plane0, const uint32_t* plane1, const uint32_t* plane2,
+                 uint32_t* pixels) {
+  const auto a = load<Doublewords>(plane0);
+  const auto b = load<Doublewords>(plane1);
+  const auto c = load<Doublewords>(plane2);
+  store(pick<0, 2, 0, 2>(pick<0, 0, 0, 0>(a, b), pick<0, 0, 1, 1>(c, a)), pixels);
+  store(pick<0, 2, 0, 2>(pick<1, 1, 1, 1>(b, c), pick<2, 2, 2, 2>(a, b)), pixels + 4);
+  store(pick<0, 2, 0, 2>(pick<2, 2, 3, 3>(c, a), pick<3, 3, 3, 3>(b, c)), pixels + 8);
 }
 
 }  // namespace

@@ -10,9 +10,6 @@
 namespace marlo::kernel::image {
 namespace {
 
-// Of gray, in 1 / 256, in pixels with blue first and with red first.
-constexpr std::array<GrayWeights, 2> kGrayWeights{{{29, 150, 77}, {77, 150, 29}}};
-
 constexpr size_t kStrip = 512;  // pixels
 using Strip = std::array<uint8_t, kStrip>;
 
@@ -136,14 +133,30 @@ void pixels_of(const T* planes, size_t channels, size_t count, T* pixels) noexce
   });
 }
 
-void join_bytes(const uint8_t* planes, size_t count, uint8_t* pixels) noexcept {
+// Three channels of bytes or of doublewords.
+template <typename T>
+void join_planes(const T* planes, size_t count, T* pixels) noexcept {
   size_t i = 0;
-  // A pixel behind the sixteen overwrites what is written too much.
-  for (; i + kVectorBytes < count; i += kVectorBytes) {
+  // A pixel behind them overwrites the bytes that are written too much.
+  for (; i + kLanes<T> < count; i += kLanes<T>) {
     join(planes + i, planes + count + i, planes + 2 * count + i, pixels + 3 * i);
   }
   for (; i < count; ++i) {
     for (size_t c = 0; c < 3; ++c) pixels[3 * i + c] = planes[c * count + i];
+  }
+}
+
+template <typename T>
+void split_planes(const T* pixels, size_t count, T* plane0, T* plane1, T* plane2) noexcept {
+  constexpr size_t kGroup = sizeof(T) == 1 ? kTriples : kLanes<T>;
+  size_t i = 0;
+  for (; i + kGroup <= count; i += kGroup) {
+    split(pixels + 3 * i, plane0 + i, plane1 + i, plane2 + i);
+  }
+  for (; i < count; ++i) {
+    plane0[i] = pixels[3 * i];
+    plane1[i] = pixels[3 * i + 1];
+    plane2[i] = pixels[3 * i + 2];
   }
 }
 
@@ -157,10 +170,10 @@ void move_to_planes(const void* from, size_t channels, size_t count, void* to) n
     case 2:
       return planes_of<T, 2>(pixels, count, planes);
     case 3:
-      if constexpr (sizeof(T) == 1) {
-        return split_pixels(pixels, 3, count, planes, planes + count, planes + 2 * count);
-      }
-      return planes_of<T, 3>(pixels, count, planes);
+      if constexpr (sizeof(T) == 2)
+        return planes_of<T, 3>(pixels, count, planes);
+      else
+        return split_planes(pixels, count, planes, planes + count, planes + 2 * count);
     case 4:
       return planes_of<T, 4>(pixels, count, planes);
     default:
@@ -178,8 +191,10 @@ void move_to_pixels(const void* from, size_t channels, size_t count, void* to) n
     case 2:
       return pixels_of<T, 2>(planes, count, pixels);
     case 3:
-      if constexpr (sizeof(T) == 1) return join_bytes(planes, count, pixels);
-      return pixels_of<T, 3>(planes, count, pixels);
+      if constexpr (sizeof(T) == 2)
+        return pixels_of<T, 3>(planes, count, pixels);
+      else
+        return join_planes(planes, count, pixels);
     case 4:
       return pixels_of<T, 4>(planes, count, pixels);
     default:
@@ -192,55 +207,7 @@ void move_to_pixels(const void* from, size_t channels, size_t count, void* to) n
 void split_pixels(const uint8_t* pixels, size_t channels, size_t count, uint8_t* plane0,
                   uint8_t* plane1, uint8_t* plane2) noexcept {
   if (channels == 4) return split_each<4>(pixels, count, plane0, plane1, plane2);
-  size_t i = 0;
-  for (; i + kTriples <= count; i += kTriples) {
-    split(pixels + 3 * i, plane0 + i, plane1 + i, plane2 + i);
-  }
-  for (; i < count; ++i) {
-    plane0[i] = pixels[3 * i];
-    plane1[i] = pixels[3 * i + 1];
-    plane2[i] = pixels[3 * i + 2];
-  }
-}
-
-void gray_of_planes(const uint8_t* __restrict blue, const uint8_t* __restrict green,
-                    const uint8_t* __restrict red, size_t count,
-                    uint8_t* __restrict gray) noexcept {
-  for (size_t i = 0; i < count; ++i) {
-    gray[i] = static_cast<uint8_t>((29u * blue[i] + 150u * green[i] + 77u * red[i]) >> 8);
-  }
-}
-
-void gray_of_pixels(const uint8_t* pixels, size_t channels, bool red_first, size_t count,
-                    uint8_t* gray) noexcept {
-  const GrayWeights weights = kGrayWeights[red_first ? 1 : 0];
-  size_t done = 0;
-  if (channels == 3) {
-    for (; done + kTriples <= count; done += kTriples) {
-      gray_of_triples(pixels + 3 * done, weights, gray + done);
-    }
-  } else {
-    for (; done + kVectorBytes <= count; done += kVectorBytes) {
-      store(gray_of_quads(pixels + 4 * done, weights), gray + done);
-    }
-  }
-  const auto [a, b, c] = weights;
-  for (; done < count; ++done) {
-    const uint8_t* const pixel = pixels + channels * done;
-    gray[done] = static_cast<uint8_t>((a * pixel[0] + b * pixel[1] + c * pixel[2]) >> 8);
-  }
-}
-
-void gray_by_weights(const uint8_t* pixels, size_t channels, size_t count, uint8_t* gray) noexcept {
-  Strip first, second, third;
-  for_each_strip(count, [&](size_t begin, size_t size) {
-    split_pixels(pixels + channels * begin, channels, size, first.data(), second.data(),
-                 third.data());
-    for (size_t i = 0; i < size; ++i) {
-      const double value = 0.299 * first[i] + 0.587 * second[i] + 0.114 * third[i];
-      gray[begin + i] = static_cast<uint8_t>(std::min(static_cast<int>(value), 255));
-    }
-  });
+  split_planes(pixels, count, plane0, plane1, plane2);
 }
 
 void yuv_to_planes(const uint8_t* luminance, const Chrominance& chrominance, size_t height,

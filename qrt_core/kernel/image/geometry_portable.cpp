@@ -35,6 +35,14 @@ struct Lanes {
   }
 };
 
+uint64_t load_word(const uint8_t* from) noexcept {
+  uint64_t word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
+
+void store_word(uint64_t word, uint8_t* to) noexcept { std::memcpy(to, &word, sizeof word); }
+
 struct Plane {
   const uint8_t* input;
   ptrdiff_t input_stride;  // bytes from one row to the next, negative to read upwards
@@ -115,6 +123,41 @@ void transpose_tiles(const Plane& plane, size_t height, size_t width) noexcept {
   }
 }
 
+// Eight pixels of three bytes below each other to three words. A fourth byte of each is read.
+void store_column(const uint8_t* from, ptrdiff_t stride, uint8_t* to) noexcept {
+  std::array<uint64_t, 8> pixels;
+  for (size_t i = 0; i < pixels.size(); ++i) {
+    uint32_t word;
+    std::memcpy(&word, from + static_cast<ptrdiff_t>(i) * stride, sizeof word);
+    pixels[i] = word & 0xFFFFFF;
+  }
+  const auto [a, b, c, d, e, f, g, h] = pixels;
+  store_word(a | b << 24 | c << 48, to);
+  store_word(c >> 16 | d << 8 | e << 32 | f << 56, to + 8);
+  store_word(f >> 8 | g << 16 | h << 40, to + 16);
+}
+
+// By columns of eight pixels. The last column, behind which the input may end, is moved pixel by
+// pixel.
+void transpose_triples(const Plane& plane, size_t height, size_t width) noexcept {
+  constexpr size_t kRows = 8;
+  using P = Pixel<3>;
+  const ptrdiff_t input_stride = plane.input_stride;
+  const ptrdiff_t output_stride = plane.output_stride;
+  const size_t whole_rows = height - height % kRows;
+  for (size_t y = 0; y < whole_rows; y += kRows) {
+    const uint8_t* from = plane.input + static_cast<ptrdiff_t>(y) * input_stride;
+    uint8_t* to = plane.output + y * sizeof(P);
+    for (size_t x = 0; x + 1 < width; ++x) {
+      store_column(from, input_stride, to);
+      from += sizeof(P);
+      to += output_stride;
+    }
+  }
+  transpose_part<P>(plane, 0, whole_rows, width - 1, width);
+  transpose_part<P>(plane, whole_rows, height, 0, width);
+}
+
 void transpose_any(const Plane& plane, size_t height, size_t width, size_t pixel_bytes) noexcept {
   for (size_t y = 0; y < height; ++y) {
     for (size_t x = 0; x < width; ++x) {
@@ -134,7 +177,7 @@ void transpose(const Plane& plane, size_t height, size_t width, size_t pixel_byt
     case 2:
       return transpose_vectors<uint16_t>(plane, height, width);
     case 3:
-      return transpose_tiles<Pixel<3>>(plane, height, width);
+      return transpose_triples(plane, height, width);
     case 4:
       return transpose_vectors<uint32_t>(plane, height, width);
     case 12:
@@ -145,16 +188,16 @@ void transpose(const Plane& plane, size_t height, size_t width, size_t pixel_byt
 }
 
 void reverse_bytes(const uint8_t* input, size_t count, uint8_t* output) noexcept {
-  const uint8_t* end = input + count;
-  for (; count >= sizeof(uint64_t); count -= sizeof(uint64_t)) {
-    end -= sizeof(uint64_t);
-    uint64_t word;
-    std::memcpy(&word, end, sizeof word);
-    word = __builtin_bswap64(word);
-    std::memcpy(output, &word, sizeof word);
-    output += sizeof word;
+  constexpr size_t kWord = sizeof(uint64_t);
+  constexpr size_t kBlock = 4 * kWord;
+  const uint8_t* const end = input + count;
+  size_t i = 0;
+  for (; i + kBlock <= count; i += kBlock) {
+    for (size_t at = i; at < i + kBlock; at += kWord) {
+      store_word(__builtin_bswap64(load_word(end - at - kWord)), output + at);
+    }
   }
-  while (count-- > 0) *output++ = *--end;
+  for (; i < count; ++i) output[i] = input[count - 1 - i];
 }
 
 template <typename P>
@@ -164,19 +207,24 @@ void reverse(const uint8_t* __restrict input, size_t count, uint8_t* __restrict 
   }
 }
 
-// Four bytes move as fast as three. The fourth is overwritten by the pixel that follows, so only
-// the first pixel, behind which the input may end, and the last one are moved by themselves.
+// Eight pixels of three bytes, in three words. Words are loaded from where as many bytes as
+// possible are in their places.
+void reverse_eight_triples(const uint8_t* from, uint8_t* to) noexcept {
+  constexpr uint64_t kPixel = 0xFFFFFF;
+  const uint64_t middle = load_word(from + 15);
+  store_word(load_word(from + 16) >> 40 | (middle & kPixel << 24) | middle << 48, to);
+  store_word(load_word(from + 10) >> 56 | (load_word(from + 11) & kPixel << 8) |
+                 (load_word(from + 5) & kPixel << 32) | load_word(from + 6) << 56,
+             to + 8);
+  const uint64_t last = load_word(from + 1);
+  store_word(last >> 48 | (last & kPixel << 16) | load_word(from) << 40, to + 16);
+}
+
 void reverse_triples(const uint8_t* __restrict input, size_t count,
                      uint8_t* __restrict output) noexcept {
-  if (count == 0) return;
-  const uint8_t* from = input + (count - 1) * 3;
-  std::memcpy(output, from, 3);
-  for (size_t i = 1; i + 1 < count; ++i) {
-    from -= 3;
-    output += 3;
-    std::memcpy(output, from, 4);
-  }
-  if (count > 1) std::memcpy(output + 3, input, 3);
+  size_t i = 0;
+  for (; i + 8 <= count; i += 8) reverse_eight_triples(input + 3 * (count - 8 - i), output + 3 * i);
+  for (; i < count; ++i) std::memcpy(output + 3 * i, input + 3 * (count - 1 - i), 3);
 }
 
 }  // namespace

@@ -108,27 +108,54 @@ TEST(GrayTest, LeavesTheOutputOfAnotherLayoutAlone) {
   }
 }
 
-// All colours whose weighted sum is a whole number, where the rounding of each product shows, and
-// the neighbours of those.
-TEST(GrayTest, OfTheFunctionsIsTheDoubleSumForEveryColour) {
+// Both functions on a picture of all colours that `chosen` takes.
+template <typename Chosen>
+void expect_double_sums(size_t least, Chosen chosen) {
   ImageTensors tensors;
-  std::vector<uint8_t> pixels, expected;
+  std::vector<uint8_t> three, four, expected;
   for (int a = 0; a < 256; ++a) {
     for (int b = 0; b < 256; ++b) {
       for (int c = 0; c < 256; ++c) {
-        const int rest = (299 * a + 587 * b + 114 * c) % 1000;
-        if (rest != 0 && rest != 1 && rest != 999) continue;
-        for (const int value : {a, b, c}) pixels.push_back(static_cast<uint8_t>(value));
+        if (!chosen(a, b, c)) continue;
+        for (const int value : {a, b, c}) three.push_back(static_cast<uint8_t>(value));
+        for (const int value : {a, b, c, a ^ 0x5A}) four.push_back(static_cast<uint8_t>(value));
         expected.push_back(weighted_gray(a, b, c));
       }
     }
   }
   const auto count = static_cast<uint32_t>(expected.size());
-  ASSERT_GT(count, 40000u);
-  const auto input = tensors.bytes({1, count, 3}, LayoutType::HWC, pixels);
+  ASSERT_GE(count, least);
   TensorPointer output = tensors.byte_output({1, count, 1}, LayoutType::HWC);
-  F_ColorCvt_BGR888_To_Gray8_Fallback(input, output);
+  F_ColorCvt_BGR888_To_Gray8_Fallback(tensors.bytes({1, count, 3}, LayoutType::HWC, three), output);
   EXPECT_TRUE(same_elements(bytes_of(output), expected));
+  output = tensors.byte_output({1, count, 1}, LayoutType::HWC);
+  F_ColorCvt_BGRA8888_To_Gray8_Fallback(tensors.bytes({1, count, 4}, LayoutType::HWC, four),
+                                        output);
+  EXPECT_TRUE(same_elements(bytes_of(output), expected));
+}
+
+int thousandths(int a, int b, int c) { return (299 * a + 587 * b + 114 * c) % 1000; }
+
+// Where the rounding of each product shows.
+TEST(GrayTest, OfTheFunctionsIsTheDoubleSumWhereThatIsWhole) {
+  expect_double_sums(16000, [](int a, int b, int c) { return thousandths(a, b, c) == 0; });
+}
+
+TEST(GrayTest, OfTheFunctionsIsTheDoubleSumBesideWholeNumbers) {
+  expect_double_sums(30000, [](int a, int b, int c) {
+    const int rest = thousandths(a, b, c);
+    return rest == 1 || rest == 999;
+  });
+}
+
+TEST(GrayTest, OfTheFunctionsIsTheDoubleSumOfGrays) {
+  expect_double_sums(256, [](int a, int b, int c) { return a == b && b == c; });
+}
+
+// All but one of 32 pixels are gray.
+TEST(GrayTest, OfTheFunctionsIsTheDoubleSumOfAlmostGrays) {
+  expect_double_sums(
+      256, [](int a, int b, int c) { return a == b && (b == c || (a % 31 == 0 && c == b + 1)); });
 }
 
 TEST(GrayTest, OfPureBlueDiffersBetweenFunctionAndClass) {
