@@ -55,6 +55,20 @@ say "find_package, shared and static"
 expect_run "$scratch/package/app"
 expect_run "$scratch/package/app_static"
 
+say "the lines for CMake that the README gives"
+mkdir "$scratch/readme"
+{
+  echo 'cmake_minimum_required(VERSION 3.25)'
+  echo 'project(application LANGUAGES CXX)'
+  echo 'add_executable(application main.cpp)'
+  sed -n '/^```cmake$/,/^```$/p' "$source_dir/README.md" | grep -v '^```'
+} >"$scratch/readme/CMakeLists.txt"
+cp "$app/main.cpp" "$scratch/readme/"
+"$cmake" -G Ninja -S "$scratch/readme" -B "$scratch/readme/build" -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+"$cmake" --build "$scratch/readme/build" -- --quiet
+expect_run "$scratch/readme/build/application"
+
 say "find_package refuses another major version"
 if "$cmake" -G Ninja -S "$app" -B "$scratch/refused" -DCMAKE_CXX_COMPILER="$compiler" \
   -DCMAKE_PREFIX_PATH="$prefix" -DWANTED_VERSION=2.0 >/dev/null 2>&1; then
