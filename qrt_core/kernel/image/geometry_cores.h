@@ -16,8 +16,12 @@ void turn_clockwise(const void* input, size_t height, size_t width, size_t pixel
 void turn_counterclockwise(const void* input, size_t height, size_t width, size_t pixel_bytes,
                            void* output) noexcept;
 
-/// out[i] = in[count - 1 - i]: a row flipped, or a whole plane turned by half.
+/// out[i] = in[count - 1 - i]: a whole plane turned by half.
 void reverse_pixels(const void* input, size_t count, size_t pixel_bytes, void* output) noexcept;
+
+/// out[y, x] = in[y, width - 1 - x].
+void reverse_columns(const void* input, size_t height, size_t width, size_t pixel_bytes,
+                     void* output) noexcept;
 
 /// `rows` rows of `row_bytes` each, between memory where rows are `..._stride` bytes apart.
 void copy_rows(const void* input, size_t input_stride, size_t rows, size_t row_bytes, void* output,

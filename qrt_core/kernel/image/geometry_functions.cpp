@@ -199,11 +199,8 @@ void F_Crop_U8_HWC_Memcpy(const ImageTensor& i_img, const int& top, const int& l
 void F_HFlip_HWC_Fallback(const ImageTensor& i_img, ImageTensor& o_img) {
   check_flip(i_img, o_img);
   const Pixels pixels(i_img, "F_HFlip_HWC_Fallback");
-  const size_t row_bytes = pixels.size.width * pixels.bytes;
-  for (size_t y = 0; y < pixels.size.height; ++y) {
-    reverse_pixels(elements<uint8_t>(*i_img) + y * row_bytes, pixels.size.width, pixels.bytes,
-                   elements<uint8_t>(*o_img) + y * row_bytes);
-  }
+  reverse_columns(i_img->handle.cpu, pixels.size.height, pixels.size.width, pixels.bytes,
+                  o_img->handle.cpu);
 }
 
 void F_VFlip_HWC_Fallback(const ImageTensor& i_img, ImageTensor& o_img) {

@@ -130,10 +130,7 @@ void ImageProcessFallback::ClockwiseRotate270(Input input, Output output, Contex
 void ImageProcessFallback::Flip_Horizintal(Input input, Output output, ContextPointer) {
   move_planes("Flip_Horizintal", input, output, false,
               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                for (size_t y = 0; y < p.size.height; ++y) {
-                  const size_t row = y * p.size.width * p.pixel_bytes;
-                  reverse_pixels(from + row, p.size.width, p.pixel_bytes, to + row);
-                }
+                reverse_columns(from, p.size.height, p.size.width, p.pixel_bytes, to);
               });
 }
 

@@ -270,6 +270,21 @@ void reverse_pixels(const void* input, size_t count, size_t pixel_bytes, void* o
   }
 }
 
+void reverse_columns(const void* input, size_t height, size_t width, size_t pixel_bytes,
+                     void* output) noexcept {
+  constexpr size_t kLine = 64;
+  const size_t row_bytes = width * pixel_bytes;
+  const auto* from = static_cast<const uint8_t*>(input);
+  auto* to = static_cast<uint8_t*>(output);
+  for (size_t y = 0; y < height; ++y, from += row_bytes, to += row_bytes) {
+    // Rows are read from their ends, where no processor expects the next one to begin.
+    if (y + 1 < height) {
+      for (size_t i = 0; i < row_bytes; i += kLine) __builtin_prefetch(from + row_bytes + i);
+    }
+    reverse_pixels(from, width, pixel_bytes, to);
+  }
+}
+
 void copy_rows(const void* input, size_t input_stride, size_t rows, size_t row_bytes, void* output,
                size_t output_stride) noexcept {
   if (row_bytes == 0) return;
