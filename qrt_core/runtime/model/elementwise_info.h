@@ -29,7 +29,7 @@ class ElementWiseOperatorInfo : public LayerInfo {
   ElementWiseOperatorInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint16_t op_type = 0;  ///< see ElementWiseWord
+  uint16_t op_type = 0;  ///< 0 Add, 1 Sub, 2 Mul, 3 Div
 };
 
 /// An operator on two tensors whose shapes broadcast.
@@ -38,7 +38,7 @@ class BroadcastOperatorInfo : public LayerInfo {
   BroadcastOperatorInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint16_t op_type = 0;  ///< see ElementWiseWord
+  uint16_t op_type = 0;  ///< 0 Add, 1 Sub, 2 Mul, 3 Div
 };
 
 /// A clamp.
@@ -67,7 +67,7 @@ class TensorArithmeticInfo : public LayerInfo {
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
   std::vector<int16_t> dim;  ///< axes reduced over
-  uint16_t arith_type = 0;   ///< see ArithmeticWord
+  uint16_t arith_type = 0;   ///< 0 sum, 1 mean
 };
 
 }  // namespace marlo::runtime

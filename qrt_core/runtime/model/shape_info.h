@@ -17,7 +17,7 @@ class Upsample2dInfo : public LayerInfo {
   float scale_factor_y = 0;    ///< vertical scale
   float scale_factor_x = 0;    ///< horizontal scale
   bool align_corner = false;   ///< align corners
-  uint16_t unsample_type = 0;  ///< see UpsampleWord
+  uint16_t unsample_type = 0;  ///< 0 nearest, 1 bilinear, 2 bicubic
 };
 
 /// Concatenation along an axis.
@@ -92,8 +92,8 @@ class GridSampleInfo : public LayerInfo {
   GridSampleInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint16_t mode = 0;           ///< see GridSampleWord
-  uint16_t padding_mode = 0;   ///< see GridSamplePaddingWord
+  uint16_t mode = 0;           ///< 0 nearest, 1 bilinear, 2 bicubic
+  uint16_t padding_mode = 0;   ///< 0 zeros, 1 border, 2 reflection
   bool align_corners = false;  ///< align corners
 };
 
