@@ -37,9 +37,9 @@ enum class ActivationOutput {
 struct ActivationRow : KernelRow {
   using Family = Activation;
 
-  ActivationCheck check = ActivationCheck::description;
-  ActivationParameters parameters = ActivationParameters::none;
-  ActivationOutput output = ActivationOutput::new_tensor;
+  ActivationCheck check = ActivationCheck::description;          ///< of what
+  ActivationParameters parameters = ActivationParameters::none;  ///< what the core gets
+  ActivationOutput output = ActivationOutput::new_tensor;        ///< where it writes
   activation::Core scalar = nullptr;  ///< runs what is left of the last block
   activation::Core vector = nullptr;  ///< runs whole blocks; null for none
   size_t block = 1;                   ///< elements of a block

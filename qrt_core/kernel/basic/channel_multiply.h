@@ -16,7 +16,7 @@ struct ChannelMultiplyRow : KernelRow {
 
   runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of inputs and output
   uint32_t block = 0;                                     ///< channels of a pixel of this layout
-  channel_multiply::Core core = nullptr;
+  channel_multiply::Core core = nullptr;                  ///< multiplies
 };
 
 /// Multiplies [B, H, W, block] by [B, 1, 1, block], in either order. An input 0 of height 1 is the

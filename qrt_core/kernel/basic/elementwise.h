@@ -32,8 +32,8 @@ struct ElementwiseRow : KernelRow {
   /// The word for "op_type" that it accepts; null for all of them. There is no "op_type" for "Max"
   /// and "Min", so that no description configures those kernels; that is meant.
   const char* word = nullptr;
-  ElementwiseInputs inputs = ElementwiseInputs::equal_shapes;
-  ElementwiseOutput output = ElementwiseOutput::one_tensor;
+  ElementwiseInputs inputs = ElementwiseInputs::equal_shapes;  ///< what it demands of them
+  ElementwiseOutput output = ElementwiseOutput::one_tensor;    ///< what it demands of it
   elementwise::Core scalar = nullptr;  ///< runs what is left of the last block; null: by "op_type"
   elementwise::Core vector = nullptr;  ///< runs whole blocks; null for none
   size_t block = 1;                    ///< elements of a block

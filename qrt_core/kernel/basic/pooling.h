@@ -32,14 +32,14 @@ enum class PoolingMargin {
 struct PoolingRow : KernelRow {
   using Family = Pooling;
 
-  PoolingKind kind = PoolingKind::average;
+  PoolingKind kind = PoolingKind::average;                ///< what is taken of a window
   runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of input and output
   uint32_t block = 1;                                     ///< channels of a pixel of this layout
   uint32_t kernel = 0;  ///< the window that it is made for, height and width; 0 for any
   uint32_t stride = 0;  ///< the strides that it is made for; 0 for any
-  PoolingMargin margin = PoolingMargin::copied;
-  float margin_value = 0.0f;
-  pooling::Core core = nullptr;
+  PoolingMargin margin = PoolingMargin::copied;  ///< how paddings come about
+  float margin_value = 0.0f;                     ///< of a copied margin
+  pooling::Core core = nullptr;                  ///< runs over all planes
 };
 
 /// See `PoolingRow`. Immutable once configured.

@@ -35,14 +35,14 @@ enum class UpsamplingMethod {
 struct UpsamplingRow : KernelRow {
   using Family = Upsampling;
 
-  UpsamplingModes modes = UpsamplingModes::both;
-  UpsamplingFactors factors = UpsamplingFactors::any;
-  UpsamplingMethod method = UpsamplingMethod::general;
+  UpsamplingModes modes = UpsamplingModes::both;          ///< that it accepts
+  UpsamplingFactors factors = UpsamplingFactors::any;     ///< that it accepts
+  UpsamplingMethod method = UpsamplingMethod::general;    ///< of the bilinear mode
   runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of input and output
   uint32_t block = 1;             ///< channels of a pixel that lie side by side
   uint32_t channel_multiple = 1;  ///< channels must be a multiple of this, or nothing is put out
-  upsampling::Core nearest = nullptr;
-  upsampling::Core bilinear = nullptr;
+  upsampling::Core nearest = nullptr;   ///< null for a kernel without this mode
+  upsampling::Core bilinear = nullptr;  ///< null for a kernel without this mode
 
   /// The same row with its positions found otherwise.
   constexpr UpsamplingRow by(UpsamplingMethod how) const {

@@ -19,7 +19,7 @@ class Convolution;
 /// What a kernel demands of the tensor on one of its sides. Data types that a check lets pass are
 /// not always computed: a pass refuses FLOAT16, so that a configuration can fall back before it.
 struct ConvolutionSide {
-  runtime::LayoutType layout = runtime::LayoutType::CHW;
+  runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of the tensor
   bool passes_half = false;    ///< the check accepts FLOAT16 beside FLOAT32
   bool tests_channels = true;  ///< the check compares the channels with the description
 };
@@ -33,8 +33,8 @@ struct ConvolutionRow : KernelRow {
 
   /// Whether the kernel can run these parameters.
   bool (*accepts)(const Params& params) = nullptr;
-  ConvolutionSide input;
-  ConvolutionSide output;
+  ConvolutionSide input;   ///< what is asked of the input
+  ConvolutionSide output;  ///< what is asked of the output
   /// The padded copy of the input, made on every pass; null for a core that needs none.
   TensorPointer (*pad)(const TensorPointer& input, const Params& params,
                        const std::shared_ptr<runtime::DeviceCPU>& device) = nullptr;

@@ -16,8 +16,8 @@ class LayoutTransform;
 
 /// One side of a transform: a layout and the channels that stand side by side in it.
 struct ChannelBlocks {
-  runtime::LayoutType layout;
-  uint32_t block;  ///< 1 for planes
+  runtime::LayoutType layout;  ///< of the tensor
+  uint32_t block;              ///< 1 for planes
 };
 
 inline constexpr ChannelBlocks planes{runtime::LayoutType::CHW, 1};
@@ -28,11 +28,11 @@ inline constexpr ChannelBlocks blocks_of_8{runtime::LayoutType::C8HW8, 8};
 struct LayoutTransformRow : KernelRow {
   using Family = LayoutTransform;
 
-  ChannelBlocks source = planes;
-  ChannelBlocks target = planes;
-  uint32_t source_multiple = 1;  ///< what `CheckInputs` demands dims[0] to be a multiple of
-  uint32_t target_multiple = 1;  ///< what `CheckOutputs` demands dims[0] to be a multiple of
-  layout::Core core = nullptr;
+  ChannelBlocks source = planes;  ///< the input
+  ChannelBlocks target = planes;  ///< the output
+  uint32_t source_multiple = 1;   ///< what `CheckInputs` demands dims[0] to be a multiple of
+  uint32_t target_multiple = 1;   ///< what `CheckOutputs` demands dims[0] to be a multiple of
+  layout::Core core = nullptr;    ///< moves the numbers
 
   /// The same row with outputs of any dims[0]. CHW after C4HW4 has no test where its siblings have
   /// one; callers depend on what is accepted.

@@ -25,7 +25,7 @@ struct RankedReshapeRow : KernelRow {
 
   size_t rank = 0;  ///< of the output; "new_shape" has one entry more in front, the batch
   runtime::LayoutType layout = runtime::LayoutType::C;  ///< of the output
-  ReshapeSource source = ReshapeSource::anything;
+  ReshapeSource source = ReshapeSource::anything;       ///< what it reads
   bool takes_half = false;       ///< whether the tensor checks accept FLOAT16
   bool takes_any_batch = false;  ///< whether a batch of -1 is read as 1
 };

@@ -29,8 +29,8 @@ struct ReshapeRow : KernelRow {
   using Family = Reshape;
 
   runtime::LayoutType layout = runtime::LayoutType::FLEXIABLE;  ///< of the output
-  BatchEntry batch = BatchEntry::any;
-  OutputRank output_rank = OutputRank::with_or_without_batch;
+  BatchEntry batch = BatchEntry::any;                           ///< what "new_shape" may begin with
+  OutputRank output_rank = OutputRank::with_or_without_batch;   ///< for its check
 };
 
 /// See `ReshapeRow`.

@@ -27,7 +27,7 @@ struct FullConnectionRow : KernelRow {
   bool is_batch = false;
   /// Outputs of a block, and inputs: the core reads weights packed as [out/n, in/n, n, n].
   uint32_t block = 1;
-  matrix::FullConnectionCore core = nullptr;
+  matrix::FullConnectionCore core = nullptr;  ///< adds onto the biases
 };
 
 /// See `FullConnectionRow`. Immutable once configured.

@@ -21,8 +21,8 @@ class RecurrentSequence;
 /// A kernel's view of a recurrent description; all null for a description of another class.
 template <typename Weights>
 struct RecurrentDescription {
-  const runtime::RecurrentInfo* sizes = nullptr;
-  const Weights* weights = nullptr;
+  const runtime::RecurrentInfo* sizes = nullptr;             ///< lengths and the bias flag
+  const Weights* weights = nullptr;                          ///< of a cell or of a sequence
   const runtime::RecurrentActivation* activation = nullptr;  ///< null where the network has none
 };
 
@@ -40,26 +40,26 @@ RecurrentDescription<Weights> recurrent_description(const runtime::LayerInfo* in
 
 /// What a cell and a sequence of the same network have in common.
 struct RecurrentNetwork {
-  uint32_t gates = 0;
-  bool has_cell_state = false;  ///< a second state, c, that no output shows
-  bool has_activation = false;  ///< that the description chooses
-  recurrent::Step step = nullptr;
+  uint32_t gates = 0;              ///< rows of the weights are gates * hidden_size
+  bool has_cell_state = false;     ///< a second state, c, that no output shows
+  bool has_activation = false;     ///< that the description chooses
+  recurrent::Step step = nullptr;  ///< one step of one layer
 };
 
 struct RecurrentCellRow : KernelRow {
   using Family = RecurrentCell;
   using Description = RecurrentDescription<runtime::RecurrentCellWeights>;
 
-  RecurrentNetwork network;
-  Description (*describe)(const runtime::LayerInfo* info) = nullptr;
+  RecurrentNetwork network;                                           ///< whose step it runs
+  Description (*describe)(const runtime::LayerInfo* info) = nullptr;  ///< reads a description
 };
 
 struct RecurrentSequenceRow : KernelRow {
   using Family = RecurrentSequence;
   using Description = RecurrentDescription<runtime::RecurrentSequenceWeights>;
 
-  RecurrentNetwork network;
-  Description (*describe)(const runtime::LayerInfo* info) = nullptr;
+  RecurrentNetwork network;                                           ///< whose step it runs
+  Description (*describe)(const runtime::LayerInfo* info) = nullptr;  ///< reads a description
 };
 
 /// The weights of one layer in one direction.
@@ -67,13 +67,13 @@ class RecurrentWeights {
  public:
   /// Texts of one layer.
   struct Texts {
-    const std::string& weight_ih;
-    const std::string& weight_hh;
-    const std::string* bias_ih;  ///< both biases are null without
-    const std::string* bias_hh;
+    const std::string& weight_ih;  ///< input to hidden
+    const std::string& weight_hh;  ///< hidden to hidden
+    const std::string* bias_ih;    ///< both biases are null without
+    const std::string* bias_hh;    ///< of the hidden part
   };
 
-  /// @param rows gates * hidden_size
+  /// Takes the texts of one layer; `rows` is gates * hidden_size.
   /// @return false if a text is shorter than the sizes say
   bool decode(const Texts& texts, uint32_t rows, uint32_t in_size, uint32_t hidden_size,
               const runtime::Context& context);
@@ -93,6 +93,7 @@ class RecurrentWeights {
 /// What cells and sequences hold beside weights and state.
 class RecurrentLayer : public KernelFamily {
  protected:
+  /// Both outlive the layer.
   RecurrentLayer(const char* name, const RecurrentNetwork& network)
       : name_(name), network_(network) {}
 
@@ -105,7 +106,7 @@ class RecurrentLayer : public KernelFamily {
   /// Makes scratch memory, once there are weights.
   void finish(const Context& context);
 
-  uint32_t rows() const { return network_.gates * hidden_size_; }
+  uint32_t rows() const { return network_.gates * hidden_size_; }  ///< of the weights
 
   /// A step with the given weights on a state, without input.
   recurrent::StepTask step_task(const RecurrentWeights& weights, float* h, float* c) const;
@@ -113,10 +114,10 @@ class RecurrentLayer : public KernelFamily {
   /// @throws std::runtime_error unless the layer is configured and its step can run
   void require_configured() const;
 
-  const char* const name_;
-  const RecurrentNetwork& network_;
-  uint32_t in_size_ = 0;
-  uint32_t hidden_size_ = 0;
+  const char* const name_;           ///< of the kernel, for messages
+  const RecurrentNetwork& network_;  ///< of the row
+  uint32_t in_size_ = 0;             ///< input length
+  uint32_t hidden_size_ = 0;         ///< hidden length
 
  private:
   recurrent::Activation activation_ = nullptr;

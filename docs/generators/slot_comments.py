@@ -1,0 +1,48 @@
+"""A filter for Doxygen: gives the slots of kernel families the words of IKernel, which they carry out, and what all
+families have in one form one comment.
+
+usage: slot_comments.py HEADER
+
+What has a comment of its own keeps it. Lines keep their numbers.
+"""
+
+import re
+import sys
+
+SLOTS = {"CheckConfig": "CheckConfig", "Configure": "Config", "InferOutputShapes": "InferOutputShapes",
+         "CheckInputs": "CheckInputs", "CheckOutputs": "CheckOutputs", "Forward": "Forward", "ResetState": "ResetState"}
+SLOT = re.compile(r"^  (?:int|bool|Shapes) (" + "|".join(SLOTS) + r")\(")
+# What every family has besides, in one form.
+OTHERS = (
+    (re.compile(r"^struct \w+Row : KernelRow \{"), "One kernel of the family."),
+    (re.compile(r"^  using Family = "), "The class that carries out the slots."),
+    (re.compile(r"^  using Row = "), "What tells the kernels of the family apart."),
+    (re.compile(r"^  using Params = "), "What a kernel keeps of its description."),
+    (re.compile(r"^  using Description = "), "A kernel's view of its description."),
+    (re.compile(r"^  using TensorPointer = "), "A tensor, or none."),
+    (re.compile(r"^  (?:explicit )?\w+\(const \w*Row&"), "The family as this row has it, not configured yet."),
+)
+
+
+def comment_of(line):
+    slot = SLOT.match(line)
+    if slot:
+        return f"@copydoc marlo::runtime::IKernel::{SLOTS[slot[1]]}"
+    return next((text for pattern, text in OTHERS if pattern.match(line)), None)
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    before = ""
+    with open(sys.argv[1], encoding="ascii") as lines:
+        for line in lines:
+            comment = comment_of(line)
+            if comment and "///" not in before:
+                line = f"/** {comment} */ {line.lstrip()}"
+            sys.stdout.write(line)
+            before = line
+
+
+if __name__ == "__main__":
+    main()
