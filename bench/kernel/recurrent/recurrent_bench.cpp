@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <stdexcept>
 #include <string>
@@ -13,13 +14,14 @@
 #include "bench/support/probe.h"
 #include "bench/support/reporting.h"
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
+#include "qrt_core/kernel/recurrent/recurrent_steps.h"
 #include "tests/support/recurrent_case.h"
 
 // A layer of 128 inputs and 256 hidden values over 50 steps, as in a recogniser of text lines.
 //
 // "share" is that of the whole pass, "product" that of its matrix products alone, of what the
-// processor can compute or read, whichever is less. "rest/calls" is the time outside of the
-// products in units of the calls of expf and tanhf that the formulas ask for.
+// processor can compute or read, whichever is less. "update/calls" is the time of what follows the
+// products in units of the calls of expf and tanhf in it.
 
 namespace marlo::bench {
 namespace {
@@ -30,7 +32,7 @@ using runtime::LayoutType;
 using test::Network;
 using test::RecurrentCase;
 
-constexpr int kRuns = 9;
+constexpr int kRuns = 31;
 
 RecurrentCase layer_of(const char* kernel) {
   RecurrentCase layer;
@@ -57,18 +59,6 @@ kernel::matrix::FullConnectionCore product_of([[maybe_unused]] const std::string
   return kernel::matrix::dot_portable;
 }
 
-// Seconds of the shortest of several calls.
-template <typename Function>
-double least_seconds(Function function) {
-  double least = HUGE_VAL;
-  for (int run = 0; run < kRuns; ++run) {
-    const double start = thread_seconds();
-    function();
-    least = std::min(least, thread_seconds() - start);
-  }
-  return least;
-}
-
 void run_products(kernel::matrix::FullConnectionCore core, const RecurrentCase& layer,
                   std::vector<float>& gates) {
   const test::CellData& cell = layer.cells[0];
@@ -87,21 +77,131 @@ void run_products(kernel::matrix::FullConnectionCore core, const RecurrentCase& 
   }
 }
 
-// The calls of all steps, on numbers like those of the gates.
-void run_calls(const RecurrentCase& layer, std::vector<float>& results) {
-  const uint32_t exponentials = test::gates_of(layer.network) - 1;
-  const uint32_t tangents = layer.network == Network::lstm ? 2 : 1;
-  for (uint32_t t = 0; t < layer.steps; ++t) {
-    for (uint32_t i = 0; i < exponentials * layer.hidden; ++i) {
-      results[i] = std::exp(layer.input[i]);
-    }
-    benchmark::DoNotOptimize(results.data());
-    for (uint32_t i = 0; i < tangents * layer.hidden; ++i) {
-      results[i] = std::tanh(layer.input[i]);
-    }
-    benchmark::DoNotOptimize(results.data());
-  }
+using Update = void (*)(const kernel::recurrent::StepTask&,
+                        const kernel::recurrent::Gates&) noexcept;
+
+template <typename V>
+Update update_of(Network network) {
+  if (network == Network::rnn) return kernel::recurrent::rnn_update<V>;
+  return network == Network::lstm ? kernel::recurrent::lstm_update<V>
+                                  : kernel::recurrent::gru_update<V>;
 }
+
+Update update_of(const std::string& kernel, Network network) {
+  if (kernel.find("_SSE_") == std::string::npos) {
+    return update_of<kernel::recurrent::PortableVectors>(network);
+  }
+  return update_of<kernel::recurrent::SseVectors>(network);
+}
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// weight * x + bias.
+std::vector<float> gates_from(const std::vector<float>& weight, std::vector<float> bias,
+                              const float* x) {
+  kernel::matrix::FullConnectionTask task;
+  task.input = x;
+  task.weight = weight.data();
+  task.output = bias.data();
+  task.out_features = bias.size();
+  task.in_features = weight.size() / bias.size();
+  kernel::matrix::dot_portable(task);
+  return bias;
+}
+
+// What comes after the products of all steps, and the calls of expf and tanhf in it: both on the
+// numbers of a real pass, on which their times depend.
+class Updates {
+ public:
+  // `outputs` are the results of the pass, which show its states.
+  Updates(const RecurrentCase& layer, const float* outputs) : layer_(layer) {
+    const test::CellData& cell = layer.cells[0];
+    std::vector<float> c(layer.hidden, 0.0f);
+    h_.assign(layer.hidden, 0.0f);
+    for (uint32_t t = 0; t < layer.steps; ++t) {
+      const float* x = layer.input.data() + size_t{t} * layer.ins;
+      from_input_.push_back(gates_from(cell.weight_ih, cell.bias_ih, x));
+      from_state_.push_back(gates_from(cell.weight_hh, cell.bias_hh, h_.data()));
+      add_arguments(from_input_.back(), from_state_.back(), c);
+      h_.assign(outputs + size_t{t} * layer.hidden, outputs + size_t{t + 1} * layer.hidden);
+    }
+    results_.resize(std::max(exponents_.size(), tangents_.size()) / layer.steps);
+  }
+
+  // Seconds of the updates alone: a step's gates are put in place before.
+  double seconds_of(Update update) {
+    std::fill(h_.begin(), h_.end(), 0.0f);
+    std::vector<float> c(layer_.hidden, 0.0f);
+    kernel::recurrent::StepTask task;
+    task.hidden_size = layer_.hidden;
+    task.activation = kernel::recurrent::hyperbolic_tangent;
+    task.h = h_.data();
+    task.c = c.data();
+    double seconds = 0.0;
+    for (uint32_t t = 0; t < layer_.steps; ++t) {
+      std::vector<float> a = from_input_[t];
+      std::vector<float> b = from_state_[t];
+      const double start = now();
+      update(task, {a.data(), b.data()});
+      seconds += now() - start;
+    }
+    return seconds;
+  }
+
+  double seconds_of_calls() {
+    double seconds = 0.0;
+    for (uint32_t t = 0; t < layer_.steps; ++t) {
+      const double start = now();
+      call([](float x) { return std::exp(x); }, exponents_, t);
+      call([](float x) { return std::tanh(x); }, tangents_, t);
+      seconds += now() - start;
+    }
+    return seconds;
+  }
+
+ private:
+  void add_arguments(const std::vector<float>& a, const std::vector<float>& b,
+                     std::vector<float>& c) {
+    const size_t size = layer_.hidden;
+    const auto sigmoid = [&](size_t gate, size_t i) {
+      const float x = a[gate * size + i] + b[gate * size + i];
+      exponents_.push_back(-x);
+      return 1.0f / (1.0f + std::exp(-x));
+    };
+    for (size_t i = 0; i < size; ++i) {
+      if (layer_.network == Network::rnn) {
+        tangents_.push_back(a[i] + b[i]);
+      } else if (layer_.network == Network::gru) {
+        const float r = sigmoid(0, i);
+        sigmoid(1, i);
+        tangents_.push_back(a[2 * size + i] + r * b[2 * size + i]);
+      } else {
+        tangents_.push_back(a[2 * size + i] + b[2 * size + i]);
+        c[i] = sigmoid(1, i) * c[i] + sigmoid(0, i) * std::tanh(tangents_.back());
+        sigmoid(3, i);
+      }
+    }
+    if (layer_.network == Network::lstm) tangents_.insert(tangents_.end(), c.begin(), c.end());
+  }
+
+  template <typename Function>
+  void call(Function function, const std::vector<float>& arguments, uint32_t step) {
+    const size_t count = arguments.size() / layer_.steps;
+    const float* x = arguments.data() + step * count;
+    for (size_t i = 0; i < count; ++i) results_[i] = function(x[i]);
+    benchmark::DoNotOptimize(results_.data());
+  }
+
+  const RecurrentCase& layer_;
+  std::vector<std::vector<float>> from_input_;
+  std::vector<std::vector<float>> from_state_;
+  std::vector<float> h_;
+  std::vector<float> exponents_;
+  std::vector<float> tangents_;
+  std::vector<float> results_;
+};
 
 void check(const char* name, const RecurrentCase& layer, const ConfiguredKernel& sequence) {
   const auto expected = test::RecurrentOracle(layer).run(layer.input);
@@ -126,15 +226,21 @@ void run(benchmark::State& state, const char* name) {
   // Each weight of four bytes makes two operations.
   const double limit = std::min(arithmetic_limit(Width::sse), read / 2);
   std::vector<float> gates(size_t{test::gates_of(layer.network)} * layer.hidden);
-  std::vector<float> results(size_t{4} * layer.hidden);
+  Updates updates(layer, sequence.output<float>());
 
-  const double products = least_seconds([&] { run_products(product_of(name), layer, gates); });
-  const double calls = least_seconds([&] { run_calls(layer, results); });
-  const double whole = least_seconds([&] { sequence.pass(); });
+  // In turns, so that a disturbance meets all of them.
+  double products = HUGE_VAL, calls = HUGE_VAL, update = HUGE_VAL;
+  for (int run = 0; run < kRuns; ++run) {
+    const double start = now();
+    run_products(product_of(name), layer, gates);
+    products = std::min(products, now() - start);
+    calls = std::min(calls, updates.seconds_of_calls());
+    update = std::min(update, updates.seconds_of(update_of(name, layer.network)));
+  }
   for (auto _ : state) sequence.pass();
   report_arithmetic(state, operations, limit);
   state.counters["product"] = operations / products * 1e-9 / limit;
-  state.counters["rest/calls"] = (whole - products) / calls;
+  state.counters["update/calls"] = update / calls;
   if (const auto peer = peer_recurrent(layer)) {
     report_peer(
         state, [&] { sequence.pass(); }, *peer);

@@ -53,7 +53,11 @@ int fill_bias(const TensorCPU& bias, TensorCPU& output, LayoutType layout, size_
 }  // namespace
 
 void fill::repeat_portable(float* output, size_t count, const float* pattern) noexcept {
-  for (size_t i = 0; i < count; ++i) output[i] = pattern[i % kPatternFloats];
+  size_t i = 0;
+  for (; i + kPatternFloats <= count; i += kPatternFloats) {
+    std::memcpy(output + i, pattern, kPatternFloats * sizeof(float));
+  }
+  for (size_t k = 0; i < count; ++i, ++k) output[i] = pattern[k];
 }
 
 void fill::add_portable(float* output, size_t count, const float* pattern) noexcept {

@@ -14,6 +14,11 @@ bool accepts_scatter_planes(const Conv2dParams& p) {
   return accepts_scatter(p) && p.in_channels != 0 && p.out_channels != 0;
 }
 
+std::shared_ptr<TensorCPU> framed_chw(const std::shared_ptr<TensorCPU>& input, const Conv2dParams&,
+                                      const std::shared_ptr<DeviceCPU>& device) {
+  return Padding_HW_MainMemory_CHW_Float_Fallback_M1(input, 1, 1, 1, 1, 0.0f, device);
+}
+
 std::shared_ptr<TensorCPU> framed_c4(const std::shared_ptr<TensorCPU>& input, const Conv2dParams&,
                                      const std::shared_ptr<DeviceCPU>& device) {
   return Padding_HW_MainMemory_C4HW4_Float_SSE_M1(input, 1, 1, 1, 1, 0.0f, device);

@@ -19,6 +19,9 @@ bool accepts_scatter_planes(const Conv2dParams& params);
 
 /// The input with a margin of one zero on all sides.
 /// @{
+std::shared_ptr<runtime::TensorCPU> framed_chw(const std::shared_ptr<runtime::TensorCPU>& input,
+                                               const Conv2dParams& params,
+                                               const std::shared_ptr<runtime::DeviceCPU>& device);
 std::shared_ptr<runtime::TensorCPU> framed_c4(const std::shared_ptr<runtime::TensorCPU>& input,
                                               const Conv2dParams& params,
                                               const std::shared_ptr<runtime::DeviceCPU>& device);
@@ -43,6 +46,7 @@ constexpr ConvolutionRow<ScatterGeometry> scatter(bool (*accepts)(const Conv2dPa
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_chw_on_sse() {
   auto row = scatter(accepts_scatter_planes, runtime::LayoutType::CHW, conv::scatter_chw_sse);
+  row.pad = framed_chw;
   row.fill_bias = FillBias_CHW_Float_Fallback;
   row.crop = Crop_HW_MainMemory_CHW_Float_Fallback_M1;
   return row;

@@ -7,12 +7,13 @@
 
 namespace marlo::kernel::conv {
 
+// The input has a margin of one zero on all sides. An output reads one, two or four taps, after
+// whether its row and column are odd; sums take the input planes or blocks in order.
+
 /// Weights are [out, in, 3, 3].
 void scatter_chw_sse(const ConvTask& task) noexcept;
 
 /// @name Over blocks
-/// The input has a margin of one zero on all sides. An output reads one, two or four taps, after
-/// whether its row and column are odd; sums take the input blocks in order.
 /// @{
 void scatter_c4_sse(const ConvTask& task) noexcept;
 void scatter_c8_avx(const ConvTask& task) noexcept;

@@ -33,12 +33,6 @@ void multiply(const float* x, size_t size, size_t rows, const float* weight, con
   P::product(task);
 }
 
-// The parts of all gates that come from the input and from the state.
-struct Gates {
-  float* a;
-  float* b;
-};
-
 template <typename P>
 Gates multiply_gates(const StepTask& task, size_t gates) noexcept {
   const size_t rows = gates * task.hidden_size;
@@ -58,19 +52,17 @@ void hyperbolic_tangent(float* values, size_t count) noexcept {
   for (size_t i = 0; i < count; ++i) values[i] = std::tanh(values[i]);
 }
 
-template <typename P>
-void rnn_step(const StepTask& task) noexcept {
-  const auto [a, b] = multiply_gates<P>(task, 1);
-  P::Vectors::add(a, b, static_cast<unsigned int>(task.hidden_size), task.h);
+template <typename V>
+void rnn_update(const StepTask& task, const Gates& gates) noexcept {
+  V::add(gates.a, gates.b, static_cast<unsigned int>(task.hidden_size), task.h);
   task.activation(task.h, task.hidden_size);
 }
 
-template <typename P>
-void lstm_step(const StepTask& task) noexcept {
-  using V = typename P::Vectors;
+template <typename V>
+void lstm_update(const StepTask& task, const Gates& gates) noexcept {
   const size_t size = task.hidden_size;
   const auto count = static_cast<unsigned int>(size);
-  const auto [a, b] = multiply_gates<P>(task, kLstmGates);
+  const auto [a, b] = gates;
   V::add(a, b, static_cast<unsigned int>(kLstmGates) * count, b);
   float* const i = b;
   float* const f = b + size;
@@ -87,12 +79,11 @@ void lstm_step(const StepTask& task) noexcept {
   V::multiply(task.h, o, count, task.h);
 }
 
-template <typename P>
-void gru_step(const StepTask& task) noexcept {
-  using V = typename P::Vectors;
+template <typename V>
+void gru_update(const StepTask& task, const Gates& gates) noexcept {
   const size_t size = task.hidden_size;
   const auto count = static_cast<unsigned int>(size);
-  const auto [a, b] = multiply_gates<P>(task, kGruGates);
+  const auto [a, b] = gates;
   V::add(a, b, 2 * count, a);
   sigmoid(a, 2 * size);
   float* const r = a;
@@ -106,6 +97,29 @@ void gru_step(const StepTask& task) noexcept {
   V::multiply(z, t, count, t);
   V::subtract(n, t, count, task.h);
 }
+
+template <typename P>
+void rnn_step(const StepTask& task) noexcept {
+  rnn_update<typename P::Vectors>(task, multiply_gates<P>(task, 1));
+}
+
+template <typename P>
+void lstm_step(const StepTask& task) noexcept {
+  lstm_update<typename P::Vectors>(task, multiply_gates<P>(task, kLstmGates));
+}
+
+template <typename P>
+void gru_step(const StepTask& task) noexcept {
+  gru_update<typename P::Vectors>(task, multiply_gates<P>(task, kGruGates));
+}
+
+#define QRT_UPDATES(V)                                                             \
+  template void rnn_update<V>(const StepTask& task, const Gates& gates) noexcept;  \
+  template void lstm_update<V>(const StepTask& task, const Gates& gates) noexcept; \
+  template void gru_update<V>(const StepTask& task, const Gates& gates) noexcept;
+
+QRT_UPDATES(PortableVectors)
+QRT_UPDATES(SseVectors)
 
 #define QRT_STEPS(P)                                         \
   template void rnn_step<P>(const StepTask& task) noexcept;  \

@@ -37,6 +37,12 @@ struct StepTask {
 
 using Step = void (*)(const StepTask& task) noexcept;
 
+/// The parts of all gates that come from the input and from the state, [gates * hidden_size] each.
+struct Gates {
+  float* a;
+  float* b;
+};
+
 using VectorOperation = void (*)(const float* a, const float* b, const unsigned int& count,
                                  float* result);
 
@@ -73,6 +79,18 @@ using Sgemm = Policies<matrix::dot_sgemm, PortableVectors>;
 #if QRT_WITH_SSE && QRT_WITH_SGEMM
 using SseSgemm = Policies<matrix::dot_sgemm, SseVectors>;
 #endif
+
+/// @name Updates
+/// What follows the products in a step, over vector operations: from the parts of the gates, which
+/// are overwritten, to the new state.
+/// @{
+template <typename V>
+void rnn_update(const StepTask& task, const Gates& gates) noexcept;
+template <typename V>
+void lstm_update(const StepTask& task, const Gates& gates) noexcept;
+template <typename V>
+void gru_update(const StepTask& task, const Gates& gates) noexcept;
+/// @}
 
 /// @name Steps
 /// With a = weight_ih * x + bias_ih and b = weight_hh * h + bias_hh, cut into gates.
