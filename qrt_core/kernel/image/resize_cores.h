@@ -23,9 +23,9 @@ struct BilinearAxis {
 
 /// The columns of a horizontal pass.
 struct ColumnTable {
-  const uint32_t* first;   ///< left input column of each output column
+  const size_t* offsets;   ///< of the left pixel of each, in bytes
   const int16_t* weights;  ///< of the left and of the right column, for each sample of a pixel
-  size_t step;             ///< from the left column to the right one
+  size_t step;             ///< from the left pixel to the right one, in bytes
   size_t columns;          ///< of which four bytes can be read
 };
 

@@ -43,16 +43,19 @@ class RowScaler {
       : axis_(static_cast<uint32_t>(from.width), static_cast<uint32_t>(to.width)),
         channels_(from.channels),
         width_(to.width),
+        step_(axis_.step * from.channels),
+        offsets_(to.width),
         pairs_(2 * to.width * from.channels + kSpare),
         weights_(2 * to.width * from.channels + kSpare) {
     for (size_t i = 0; i < width_ * channels_; ++i) {
       weights_[2 * i] = axis_.weights0[i / channels_];
       weights_[2 * i + 1] = axis_.weights1[i / channels_];
     }
+    for (size_t x = 0; x < width_; ++x) offsets_[x] = axis_.first[x] * channels_;
     // Four bytes are read for a pixel of fewer, up to the last column that four bytes fit behind.
     const size_t row_bytes = from.width * channels_;
     wide_ = width_;
-    while (wide_ > 0 && (axis_.first[wide_ - 1] + axis_.step) * channels_ + kWord > row_bytes) {
+    while (wide_ > 0 && offsets_[wide_ - 1] + step_ + kWord > row_bytes) {
       --wide_;
     }
   }
@@ -61,8 +64,8 @@ class RowScaler {
   void scale(const uint8_t* row, int16_t* scaled) noexcept {
     size_t done = 0;
 #if QRT_WITH_SSE
-    done = scale_columns_sse(row, channels_,
-                             {axis_.first.data(), weights_.data(), axis_.step, wide_}, scaled);
+    done =
+        scale_columns_sse(row, channels_, {offsets_.data(), weights_.data(), step_, wide_}, scaled);
 #endif
     switch (channels_) {
       case 1:
@@ -96,11 +99,11 @@ class RowScaler {
   template <size_t channels>
   void gather(const uint8_t* __restrict row, size_t i) noexcept {
     uint8_t* __restrict pairs = pairs_.data();
-    const uint32_t* const first = axis_.first.data();
-    const size_t step = axis_.step * channels;
+    const size_t* const offsets = offsets_.data();
+    const size_t step = step_;
     if constexpr (channels > 1) {
       for (; i < wide_; ++i) {
-        const uint8_t* const pixel = row + first[i] * size_t{channels};
+        const uint8_t* const pixel = row + offsets[i];
         // What four bytes are too much is overwritten by the column that follows.
         const Bytes merged = merge_low(four_bytes(pixel), four_bytes(pixel + step));
         const uint64_t low = std::bit_cast<Quadwords>(merged)[0];
@@ -108,7 +111,7 @@ class RowScaler {
       }
     }
     for (; i < width_; ++i) {
-      const uint8_t* const pixel = row + first[i] * size_t{channels};
+      const uint8_t* const pixel = row + offsets[i];
       for (size_t c = 0; c < channels; ++c) {
         pairs[2 * (channels * i + c)] = pixel[c];
         pairs[2 * (channels * i + c) + 1] = pixel[c + step];
@@ -119,7 +122,9 @@ class RowScaler {
   BilinearAxis axis_;
   size_t channels_;
   size_t width_;
-  size_t wide_;  // columns that are gathered by whole words
+  size_t step_;                  // from the left pixel to the right one, in bytes
+  std::vector<size_t> offsets_;  // of each column's left pixel, in bytes
+  size_t wide_;                  // columns that are gathered by whole words
   std::vector<uint8_t> pairs_;
   std::vector<int16_t> weights_;
 };

@@ -24,9 +24,9 @@ __m128i weighed(__m128i pairs, const int16_t* weights) noexcept {
 
 template <size_t channels>
 __m128i scaled_pixel(const uint8_t* row, const ColumnTable& table, size_t column) noexcept {
-  const uint8_t* const pixel = row + table.first[column] * channels;
+  const size_t offset = table.offsets[column];
   const __m128i pairs =
-      _mm_unpacklo_epi8(load_four(pixel), load_four(pixel + table.step * channels));
+      _mm_unpacklo_epi8(load_four(row + offset), load_four(row + table.step + offset));
   return weighed(_mm_unpacklo_epi8(pairs, _mm_setzero_si128()),
                  table.weights + 2 * channels * column);
 }
