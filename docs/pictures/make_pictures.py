@@ -21,6 +21,7 @@ OPERATIONS = {
     "nearest": ["--crop", "24x16+60+70", "--nearest", "192x128"],
     "crop": ["--crop", "96x96+20+20"],
     "crop-outside": ["--crop", "128x128-32+32"],
+    "zoom": ["--zoom", "0.5,0.4,1.1,1"],
     "rotate-90": ["--rotate", "90"],
     "rotate-180": ["--rotate", "180"],
     "rotate-270": ["--rotate", "270"],
@@ -28,7 +29,10 @@ OPERATIONS = {
     "flip-vertical": ["--flip", "vertical"],
     "gray": ["--gray"],
     "swap": ["--swap"],
+    "planes": ["--planes"],
     "affine": ["--affine", "0.966,0.259,-9,-0.259,0.966,26"],
+    "affine-nearest": ["--affine-nearest", "0.966,0.259,-9,-0.259,0.966,26"],
+    "affine-forward": ["--affine-forward", "1.2,0,-60,0,1.2,-20"],
     "warp": ["--warp", "0.7,0.3,0,-0.3,0.7,0"],
 }
 
@@ -72,16 +76,44 @@ def drawing():
     return bytes(rows)
 
 
+def nv12(samples):
+    """Red, green and blue as luminance and, for each four pixels, a pair of chrominances."""
+    luminance, chrominance = bytearray(), bytearray()
+    pixels = [samples[i : i + 3] for i in range(0, len(samples), 3)]
+    for red, green, blue in pixels:
+        # As cameras do, away from black and white: nothing clamps what is computed of it.
+        luminance.append(round(16 + 219 / 255 * (0.299 * red + 0.587 * green + 0.114 * blue)))
+    for y in range(0, HEIGHT, 2):
+        for x in range(0, WIDTH, 2):
+            square = [(y + i) * WIDTH + x + j for i in range(2) for j in range(2)]
+            light = sum(luminance[i] for i in square) / 4
+            for channel, factor in ((2, 113 / 64), (0, 90 / 64)):
+                value = 16 + 219 / 255 * sum(pixels[i][channel] for i in square) / 4
+                chrominance.append(min(max(round(128 + (value - light) / factor), 0), 255))
+    return bytes(luminance + chrominance)
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__.strip())
     with tempfile.TemporaryDirectory() as folder:
-        source = os.path.join(folder, "drawing.ppm")
-        with open(source, "wb") as file:
-            file.write(drawing())
-        for name, operations in OPERATIONS.items():
+
+        def make(name, contents, *operations):
+            source = os.path.join(folder, "source")
+            with open(source, "wb") as file:
+                file.write(contents)
             target = os.path.join(HERE, name + ".png")
             subprocess.run([sys.argv[1], "image", source, target, *operations], check=True)
+
+        picture = drawing()
+        for name, operations in OPERATIONS.items():
+            make(name, picture, *operations)
+        # What memory holds before and after: bytes as gray pictures.
+        samples = picture[-3 * WIDTH * HEIGHT :]
+        make("pixels", b"P5\n%d %d\n255\n" % (3 * WIDTH, HEIGHT) + samples)
+        camera = nv12(samples)
+        make("nv12", b"P5\n%d %d\n255\n" % (WIDTH, HEIGHT * 3 // 2) + camera)
+        make("yuv", camera, "--yuv", "nv12:%dx%d" % (WIDTH, HEIGHT))
 
 
 if __name__ == "__main__":

@@ -100,6 +100,24 @@ TEST_F(ImageTest, Warps) {
   EXPECT_EQ(made("color.ppm", {"--warp", "1,0,0,0,1,0"}), ppm(2, 1, {255, 0, 0, 255, 0, 0}));
 }
 
+TEST_F(ImageTest, WarpsToTheNearestPixelsAndForward) {
+  EXPECT_EQ(made("gray.pgm", {"--affine-nearest", "1,0,1,0,1,0"}), pgm(3, 2, {2, 3, 0, 5, 6, 0}));
+  // Each pixel goes to its right neighbour.
+  EXPECT_EQ(made("gray.pgm", {"--affine-forward", "1,0,1,0,1,0"}), pgm(3, 2, {0, 1, 2, 0, 4, 5}));
+  EXPECT_EQ(made("color.ppm", {"--affine-forward", "1,0,1,0,1,0"}),
+            ppm(2, 1, {0, 0, 0, 255, 0, 0}));
+}
+
+TEST_F(ImageTest, ZoomsAndTakesChannelsApart) {
+  write_text(path("four.pgm"), pgm(4, 2, {1, 2, 3, 4, 5, 6, 7, 8}));
+  // Columns 2 and 3, of whose halves the first lies in column 1.
+  EXPECT_EQ(made("four.pgm", {"--zoom", "0.5,0,0.75,0.5"}), pgm(4, 2, {2, 3, 3, 4, 6, 7, 7, 8}));
+  // What reaches outside stays black.
+  EXPECT_EQ(made("four.pgm", {"--zoom", "0,0,1.75,0.5"}), pgm(4, 2, {1, 3, 0, 0, 5, 7, 0, 0}));
+  EXPECT_EQ(made("color.ppm", {"--planes"}), pgm(2, 3, {255, 10, 0, 20, 0, 30}));
+  EXPECT_EQ(made("gray.pgm", {"--planes"}), pgm(3, 2, {1, 2, 3, 4, 5, 6}));
+}
+
 TEST_F(ImageTest, ReadsRawYuv) {
   write_text(path("raw"), std::string("\x50\x51\x52\x53\x80\xC0", 6));
   // v - 128 = 64 adds 90 to red and takes 46 from green.
@@ -147,6 +165,8 @@ TEST_F(ImageTest, FaultsSayWhatWasExpected) {
       {{"--flip", "left"}, "--flip \"left\": expected horizontal or vertical"},
       {{"--warp", "1,0,0"}, "--warp \"1,0,0\": expected 6 numbers between commas; found 3"},
       {{"--affine", "1,0,x,0,1,0"}, "--affine \"1,0,x,0,1,0\": expected numbers between commas"},
+      {{"--affine-nearest", "1"}, "--affine-nearest \"1\": expected 6 numbers between commas"},
+      {{"--zoom", "0,0,1"}, "--zoom \"0,0,1\": expected 4 numbers between commas; found 3"},
       {{"--affine", "1,0,nan,0,1,0"}, "expected numbers between commas"},
       {{"--warp", "1,0,0,0,1,0,"}, "expected numbers between commas"},
       {{"--yuv", "nv12"}, "--yuv \"nv12\": expected FORMAT:WIDTHxHEIGHT, such as nv12:640x480"},

@@ -180,13 +180,20 @@ void add_image(CLI::App& app, ImageOptions& options) {
   add("--resize", "WxH", "Resize, bilinear");
   add("--nearest", "WxH", "Resize to the nearest pixels");
   add("--crop", "RECT", kCropHelp);
+  add("--zoom", "L,T,R,B",
+      "Resize the part between L,T and R,B, in fractions of\nthe picture, to its size, nearest");
   add("--rotate", "DEGREES", "Turn clockwise by 90, 180 or 270");
   add("--flip", "DIRECTION", "Flip horizontal or vertical");
   add("--affine", "MATRIX",
       "Warp by A,B,C,D,E,F: pixel (x, y) comes from\n(Ax + By + C, Dx + Ey + F)");
-  add("--warp", "MATRIX", "The same with x and y from -1 to 1");
+  add("--affine-nearest", "MATRIX", "The same to the nearest pixels");
+  add("--affine-forward", "MATRIX", "The same where pixel (x, y) goes");
+  add("--warp", "MATRIX", "As --affine with x and y from -1 to 1");
   command->add_flag("--gray")->description("Make it gray")->group(kOperations);
   command->add_flag("--swap")->description("Exchange red and blue")->group(kOperations);
+  command->add_flag("--planes")
+      ->description("The planes of its channels below each other")
+      ->group(kOperations);
   command->footer(
       "Operations are applied in the order of the command line, each as often as it is given, by\n"
       "the functions that prepare a network's input. IN is PNG, JPEG, BMP, PGM or PPM, and OUT\n"

@@ -25,10 +25,13 @@ enum Code {
   kNv21 = 24,
   kIyuv = 32,
   kNormalizedWarp = 55,
+  kForward = 56,
+  kInverseNearest = 57,
   kInverseBilinear = 58,
   kToPlanes = 60,
   kToPixels = 61,
   kToFloats = 65,
+  kCropNearest = 85,  // of one channel; the codes of more follow
 };
 
 [[noreturn]] void refuse(const std::string& text) { throw ToolError(kUsageError, text); }
@@ -136,6 +139,8 @@ Picture ImageSteps::apply(const Picture& picture, const ImageStep& step) const {
   if (step.name == "flip") return flipped(picture, step.argument);
   if (step.name == "gray") return gray(picture);
   if (step.name == "swap") return with_red_and_blue_swapped(picture);
+  if (step.name == "planes") return planes_below_each_other(picture);
+  if (step.name == "zoom") return zoomed(picture, step.argument);
   return warped(picture, step.name, step.argument);
 }
 
@@ -183,6 +188,18 @@ Picture ImageSteps::cropped(const Picture& picture, const std::string& text) con
   constexpr uint8_t kBlack = 0;
   functional::F_Crop_U8_HWC_Memcpy(tensor_of(picture), top, left, static_cast<int>(size.height),
                                    static_cast<int>(size.width), kBlack, output);
+  return result;
+}
+
+Picture ImageSteps::zoomed(const Picture& picture, const std::string& text) const {
+  const std::vector<float> corners = parse_numbers("--zoom", text, {4});
+  Picture result = empty_picture({picture.height, picture.width}, picture.channels);
+  const TensorPointer from = tensor_of(picture);
+  const TensorPointer to = tensor_of(result);
+  from->shape.layout = to->shape.layout = marlo::runtime::LayoutType::FLEXIABLE;
+  ImageProcessFallback().ConvertPixel(from, to, corners[0], corners[1], corners[2], corners[3],
+                                      kCropNearest + static_cast<int>(picture.channels) - 1,
+                                      context_);
   return result;
 }
 
@@ -234,6 +251,14 @@ Picture ImageSteps::with_red_and_blue_swapped(const Picture& picture) const {
   return picture_of_planes(swapped);
 }
 
+Picture ImageSteps::planes_below_each_other(const Picture& picture) const {
+  Picture result = empty_picture({picture.channels * picture.height, picture.width}, 1);
+  const auto output = context_->cpu->CreateU8CHWMainMemExternal(
+      {picture.channels, picture.height, picture.width}, result.samples.data());
+  ImageProcessFallback().ConvertPixel(tensor_of(picture), output, kToPlanes, context_);
+  return result;
+}
+
 ImageSteps::TensorPointer ImageSteps::planes(const TensorPointer& pixels) const {
   const auto& dims = pixels->shape.dims;
   const auto result = context_->cpu->CreateU8CHWMainMem({dims[2], dims[0], dims[1]}, nullptr);
@@ -258,7 +283,10 @@ Picture ImageSteps::warped(const Picture& picture, const std::string& name,
   if (name == "warp") {
     ImageProcessSSE().ConvertPixel(from, to, matrix.data(), kNormalizedWarp, context_);
   } else {
-    ImageProcessFallback().ConvertPixel(from, to, matrix.data(), kInverseBilinear, context_);
+    const int code = name == "affine"           ? kInverseBilinear
+                     : name == "affine-nearest" ? kInverseNearest
+                                                : kForward;
+    ImageProcessFallback().ConvertPixel(from, to, matrix.data(), code, context_);
   }
   // Outside of the picture the normalised warp goes on as the border does, beyond black and white.
   const auto bytes = context_->cpu->CreateU8CHWMainMem(dims, nullptr);

@@ -40,8 +40,8 @@ class ImageSteps {
   ImageSteps();
   explicit ImageSteps(std::shared_ptr<marlo::runtime::Context> context);
 
-  /// Applies one operation: "resize", "nearest", "crop", "rotate", "flip", "gray", "swap", "affine"
-  /// or "warp".
+  /// Applies one operation: "resize", "nearest", "crop", "zoom", "rotate", "flip", "gray", "swap",
+  /// "planes", "affine", "affine-nearest", "affine-forward" or "warp".
   /// @throws ToolError (kUsageError) for an argument that makes no sense
   Picture apply(const Picture& picture, const ImageStep& step) const;
 
@@ -66,9 +66,11 @@ class ImageSteps {
   TensorPointer tensor_of(const Picture& picture) const;
   Picture nearest(const Picture& picture, const PictureSize& size) const;
   Picture cropped(const Picture& picture, const std::string& text) const;
+  Picture zoomed(const Picture& picture, const std::string& text) const;
   Picture rotated(const Picture& picture, const std::string& degrees) const;
   Picture flipped(const Picture& picture, const std::string& direction) const;
   Picture warped(const Picture& picture, const std::string& name, const std::string& text) const;
+  Picture planes_below_each_other(const Picture& picture) const;
   TensorPointer planes(const TensorPointer& pixels) const;
   Picture picture_of_planes(const TensorPointer& planes) const;
 
