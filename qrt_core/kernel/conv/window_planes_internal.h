@@ -20,17 +20,60 @@ struct EveryOtherPixel {
 /// the stride. Weights are [out, in, taps]. A sum takes the input planes in order, and within them
 /// the window's rows and columns. The last vector of a row may load past its end, and stores what
 /// is in the row.
+///
+/// Sums stay in registers over all input planes, unless planes are so large that their windows
+/// would push each other out of L1: then they wait in the output after every few.
 template <typename Vector, typename Pixels>
 class WindowPlanes {
   using Register = typename Vector::Register;
   static constexpr size_t kLanes = Vector::kLanes;
-  static constexpr size_t kMostPlanes = 4;
+  static constexpr size_t kMostPlanes = 3;
   static constexpr size_t kMostVectors = 3;
+  static constexpr size_t kLargePlane = 16384;  // floats
+  static constexpr size_t kLargePlanes = 8;     // at a time
+
+  struct Planes {
+    size_t first;
+    size_t count;
+  };
 
   struct Place {
     const float* window;
     float* output;
     size_t pixels;
+  };
+
+  // The vectors of an output plane row by row; the last of a row may have fewer pixels.
+  class Walk {
+   public:
+    Walk(const ConvTask& task, float* output) noexcept
+        : width_(task.out_width),
+          row_step_(size_t{task.params.stride_y} * task.in_width),
+          left_(width_),
+          row_(task.input),
+          window_(task.input),
+          output_(output) {}
+
+    Place next() noexcept {
+      const Place place = {window_, output_, smaller_of(left_, kLanes)};
+      output_ += place.pixels;
+      window_ += kLanes * Pixels::kStep;
+      left_ -= place.pixels;
+      if (left_ == 0) {
+        left_ = width_;
+        row_ += row_step_;
+        window_ = row_;
+      }
+      return place;
+    }
+
+   private:
+    size_t width_;
+    size_t row_step_;
+    size_t left_;  // pixels of the row
+    const float* row_;
+    const float* window_;
+    float* output_;
   };
 
  public:
@@ -55,72 +98,68 @@ class WindowPlanes {
     if constexpr (kPlanes > 1) {
       if (planes < kPlanes) return sweep<kPlanes - 1>(planes, plane);
     }
-    const size_t in_row = parts_of(task_.out_width, kLanes);
-    const size_t count = in_row * task_.out_height;
+    const size_t count = parts_of(task_.out_width, kLanes) * task_.out_height;
     const size_t tiles = parts_of(count, kMostVectors);
-    size_t begin = 0;
-    for (size_t tile = 1; tile <= tiles; ++tile) {
-      const size_t end = part_begin(tile, tiles, count);
-      sized_tile<kPlanes, kMostVectors>(end - begin, plane, begin, in_row);
-      begin = end;
-    }
-  }
-
-  template <size_t kPlanes, size_t kVectors>
-  void sized_tile(size_t vectors, size_t plane, size_t first, size_t in_row) const noexcept {
-    if constexpr (kVectors > 1) {
-      if (vectors < kVectors) {
-        return sized_tile<kPlanes, kVectors - 1>(vectors, plane, first, in_row);
+    const size_t depth = in_plane_ < kLargePlane ? task_.in_blocks : kLargePlanes;
+    for (size_t k = 0; k < task_.in_blocks; k += depth) {
+      const Planes inputs = {k, smaller_of(task_.in_blocks - k, depth)};
+      Walk walk(task_, task_.output + plane * out_plane_);
+      size_t begin = 0;
+      for (size_t tile = 1; tile <= tiles; ++tile) {
+        const size_t end = part_begin(tile, tiles, count);
+        sized_tile<kPlanes, kMostVectors>(end - begin, plane, inputs, walk);
+        begin = end;
       }
     }
-    run_tile<kPlanes, kVectors>(plane, first, in_row);
-  }
-
-  Place place_at(size_t plane, size_t index, size_t in_row) const noexcept {
-    const size_t row = index / in_row;
-    const size_t column = index % in_row * kLanes;
-    return {task_.input + row * task_.params.stride_y * task_.in_width + column * Pixels::kStep,
-            task_.output + plane * out_plane_ + row * task_.out_width + column,
-            smaller_of(task_.out_width - column, kLanes)};
   }
 
   template <size_t kPlanes, size_t kVectors>
-  [[gnu::noinline]] void run_tile(size_t plane, size_t first, size_t in_row) const noexcept {
+  void sized_tile(size_t vectors, size_t plane, const Planes& inputs, Walk& walk) const noexcept {
+    if constexpr (kVectors > 1) {
+      if (vectors < kVectors) {
+        return sized_tile<kPlanes, kVectors - 1>(vectors, plane, inputs, walk);
+      }
+    }
+    run_tile<kPlanes, kVectors>(plane, inputs, walk);
+  }
+
+  template <size_t kPlanes, size_t kVectors>
+  [[gnu::noinline]] void run_tile(size_t plane, const Planes& inputs, Walk& walk) const noexcept {
+    Place places[kVectors];
     const float* windows[kVectors];
-    float* outputs[kVectors];
     unrolled<kVectors>(QRT_UNROLLED(v) {
-      const Place place = place_at(plane, first + v, in_row);
-      windows[v] = place.window;
-      outputs[v] = place.output;
+      places[v] = walk.next();
+      windows[v] = places[v].window;
     });
     Register sums[kPlanes][kVectors];
     unrolled<kPlanes>(QRT_UNROLLED(o) {
       unrolled<kVectors>(
-          QRT_UNROLLED(v) { sums[o][v] = Vector::load(outputs[v] + o * out_plane_); });
+          QRT_UNROLLED(v) { sums[o][v] = Vector::load(places[v].output + o * out_plane_); });
     });
     const size_t run = task_.params.kernel_x;
     const size_t rows = task_.params.kernel_y;
     const size_t out_step = taps_ * task_.in_blocks;
-    const float* weight = task_.weight + plane * out_step;
-    size_t offset = 0;
-    for (size_t k = 0; k < task_.in_blocks; ++k, offset += in_plane_) {
+    const float* weight = task_.weight + plane * out_step + inputs.first * taps_;
+    size_t offset = inputs.first * in_plane_;
+    for (size_t k = 0; k < inputs.count; ++k, offset += in_plane_) {
       size_t at = offset;
       for (size_t row = 0; row < rows; ++row, at += task_.in_width - run) {
         for (size_t column = 0; column < run; ++column, ++at, ++weight) {
-          Register inputs[kVectors];
-          unrolled<kVectors>(QRT_UNROLLED(v) { inputs[v] = Pixels::load(windows[v] + at); });
+          Register x[kVectors];
+          unrolled<kVectors>(QRT_UNROLLED(v) { x[v] = Pixels::load(windows[v] + at); });
           unrolled<kPlanes>(QRT_UNROLLED(o) {
             const Register w = Vector::splat(weight + o * out_step);
             unrolled<kVectors>(
-                QRT_UNROLLED(v) { sums[o][v] = Vector::plus_product(sums[o][v], w, inputs[v]); });
+                QRT_UNROLLED(v) { sums[o][v] = Vector::plus_product(sums[o][v], w, x[v]); });
           });
         }
       }
     }
     unrolled<kVectors>(QRT_UNROLLED(v) {
-      const size_t pixels = place_at(plane, first + v, in_row).pixels;
-      unrolled<kPlanes>(
-          QRT_UNROLLED(o) { store_first(outputs[v] + o * out_plane_, pixels, sums[o][v]); });
+      const Place& place = places[v];
+      unrolled<kPlanes>(QRT_UNROLLED(o) {
+        store_first(place.output + o * out_plane_, place.pixels, sums[o][v]);
+      });
     });
   }
 
