@@ -127,6 +127,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c4_on_sse(
   row.output.layout = runtime::LayoutType::C4HW4;
   row.pack = functional::Function_Weight_GNCHW_To_GN4CHWn4;
   row.fill_bias = FillBias_C4HW4_Float_SSE;
+  row.starts_from_bias = true;
   return row;
 }
 
@@ -210,6 +211,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c4_on_fma(
   row.pad = padded_chw_avx;
   row.pack = functional::Function_Weight_GNCHW_To_GN4CHWn4;
   row.fill_bias = FillBias_C4HW4_Float_SSE;
+  row.starts_from_bias = true;
   return row;
 }
 
@@ -220,6 +222,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c8_on_avx(
   row.pad = padded_chw_avx;
   row.pack = functional::Function_Weight_GNCHW_To_GN8CHWn8;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
+  row.starts_from_bias = true;
   return row;
 }
 

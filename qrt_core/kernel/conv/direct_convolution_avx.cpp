@@ -12,8 +12,29 @@ namespace {
 
 constexpr size_t kColumns = 8;
 
-// Copies what the windows of `pixels` neighbouring outputs see, one pixel a lane; lanes behind them
-// become zero.
+// Every other one of 15 floats.
+__m256 load_even(const float* from) noexcept {
+  const auto half = [](const float* first) {
+    const __m128 low = _mm_loadu_ps(first);
+    return _mm_shuffle_ps(low, _mm_loadu_ps(first + 3), _MM_SHUFFLE(3, 1, 2, 0));
+  };
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(half(from)), half(from + 8), 1);
+}
+
+// Copies what the windows of eight neighbours in a row see, one pixel a lane.
+void gather_neighbours(const ConvTask& task, const float* window, float* columns) noexcept {
+  const size_t plane = size_t{task.in_height} * task.in_width;
+  for (size_t c = 0; c < task.in_blocks; ++c) {
+    for (size_t ky = 0; ky < task.params.kernel_y; ++ky) {
+      const float* row = window + c * plane + ky * task.in_width;
+      for (size_t kx = 0; kx < task.params.kernel_x; ++kx, columns += kColumns) {
+        AvxVector::store(columns, load_even(row + kx));
+      }
+    }
+  }
+}
+
+// The same for any `pixels`, up to eight; lanes behind them are those of the first.
 void gather_columns(const ConvTask& task, size_t first, size_t pixels, float* columns) noexcept {
   const size_t plane = size_t{task.in_height} * task.in_width;
   const float* windows[kColumns];
@@ -22,6 +43,10 @@ void gather_columns(const ConvTask& task, size_t first, size_t pixels, float* co
     const size_t y = pixel / task.out_width * task.params.stride_y;
     const size_t x = pixel % task.out_width * task.params.stride_x;
     windows[i] = task.input + y * task.in_width + x;
+  }
+  const bool are_neighbours = first % task.out_width + kColumns <= task.out_width;
+  if (pixels == kColumns && are_neighbours && task.params.stride_x == 2) {
+    return gather_neighbours(task, windows[0], columns);
   }
   for (size_t c = 0; c < task.in_blocks; ++c) {
     for (size_t ky = 0; ky < task.params.kernel_y; ++ky) {
@@ -33,32 +58,60 @@ void gather_columns(const ConvTask& task, size_t first, size_t pixels, float* co
   }
 }
 
-// One panel of rows by eight columns. `rows` are interleaved, step by step.
-template <size_t kRows>
-void multiply_panel(const ConvTask& task, const float* rows, size_t first_row, const float* columns,
-                    size_t depth, size_t first, size_t pixels) noexcept {
-  __m256 sums[kRows];
+void store_pixels(float* to, size_t pixels, __m256 x) noexcept {
+  if (pixels == kColumns) return AvxVector::store(to, x);
+  float lanes[kColumns];
+  AvxVector::store(lanes, x);
+  for (size_t i = 0; i < pixels; ++i) to[i] = lanes[i];
+}
+
+// Rows from `first_row` of the output by one or two groups of eight columns. `rows` are interleaved
+// step by step, `kPanel` of them. `pixels` are those of the last group.
+template <size_t kPanel, size_t kRows, size_t kGroups>
+void multiply_tile(const ConvTask& task, const float* rows, size_t first_row, const float* columns,
+                   size_t depth, size_t first, size_t pixels) noexcept {
+  __m256 sums[kRows][kGroups];
   unrolled<kRows>(QRT_UNROLLED(r) {
-    sums[r] =
+    const __m256 start =
         task.bias == nullptr ? AvxVector::zero() : AvxVector::splat(task.bias + first_row + r);
+    unrolled<kGroups>(QRT_UNROLLED(g) { sums[r][g] = start; });
   });
   for (size_t k = 0; k < depth; ++k) {
-    const __m256 column = AvxVector::load(columns + k * kColumns);
+    __m256 column[kGroups];
+    unrolled<kGroups>(
+        QRT_UNROLLED(g) { column[g] = AvxVector::load(columns + (g * depth + k) * kColumns); });
     unrolled<kRows>(QRT_UNROLLED(r) {
-      sums[r] = AvxVector::plus_product(sums[r], AvxVector::splat(rows + k * kRows + r), column);
+      const __m256 weight = AvxVector::splat(rows + k * kPanel + r);
+      unrolled<kGroups>(
+          QRT_UNROLLED(g) { sums[r][g] = AvxVector::plus_product(sums[r][g], weight, column[g]); });
     });
   }
   const size_t plane = size_t{task.out_height} * task.out_width;
   unrolled<kRows>(QRT_UNROLLED(r) {
     float* output = task.output + (first_row + r) * plane + first;
-    if (pixels == kColumns) {
-      AvxVector::store(output, sums[r]);
-    } else {
-      float lanes[kColumns];
-      AvxVector::store(lanes, sums[r]);
-      for (size_t i = 0; i < pixels; ++i) output[i] = lanes[i];
-    }
+    unrolled<kGroups>(QRT_UNROLLED(g) {
+      store_pixels(output + g * kColumns, g + 1 < kGroups ? kColumns : pixels, sums[r][g]);
+    });
   });
+}
+
+// One panel of rows by the pixels from `first` to `last`.
+template <size_t kPanel>
+void multiply_panel(const ConvTask& task, const float* rows, size_t first_row, const float* columns,
+                    size_t depth, size_t first, size_t last) noexcept {
+  constexpr size_t kRows = kPanel < 4 ? kPanel : 4;
+  for (size_t row = 0; row < kPanel; row += kRows) {
+    const float* group = columns;
+    size_t at = first;
+    for (; at + kColumns < last; at += 2 * kColumns, group += 2 * kColumns * depth) {
+      multiply_tile<kPanel, kRows, 2>(task, rows + row, first_row + row, group, depth, at,
+                                      smaller_of(last - at - kColumns, kColumns));
+    }
+    if (at < last) {
+      multiply_tile<kPanel, kRows, 1>(task, rows + row, first_row + row, group, depth, at,
+                                      last - at);
+    }
+  }
 }
 
 }  // namespace
@@ -72,21 +125,17 @@ void window_columns_avx(const ConvTask& task, float* columns) noexcept {
     for (size_t at = first; at < last; at += kColumns) {
       gather_columns(task, at, smaller_of(last - at, kColumns), columns + (at - first) * depth);
     }
-    const auto multiply = [&](auto rows, const float* panel, size_t row) {
-      for (size_t at = first; at < last; at += kColumns) {
-        multiply_panel<decltype(rows)::value>(task, panel, row, columns + (at - first) * depth,
-                                              depth, at, smaller_of(last - at, kColumns));
-      }
-    };
     const float* panel = task.weight;
     size_t row = 0;
     for (; row + 8 <= task.out_blocks; row += 8, panel += 8 * depth) {
-      multiply(Count<8>(), panel, row);
+      multiply_panel<8>(task, panel, row, columns, depth, first, last);
     }
     for (; row + 4 <= task.out_blocks; row += 4, panel += 4 * depth) {
-      multiply(Count<4>(), panel, row);
+      multiply_panel<4>(task, panel, row, columns, depth, first, last);
     }
-    for (; row < task.out_blocks; ++row, panel += depth) multiply(Count<1>(), panel, row);
+    for (; row < task.out_blocks; ++row, panel += depth) {
+      multiply_panel<1>(task, panel, row, columns, depth, first, last);
+    }
   }
 }
 
@@ -97,7 +146,7 @@ void window_chw_avx(const ConvTask& task) noexcept {
 void window_c8_avx(const ConvTask& task) noexcept { WindowTiles<AvxVector, 8, 8, 2>(task).run(); }
 
 void window_chw_to_c8_avx(const ConvTask& task) noexcept {
-  WindowTiles<AvxVector, 1, 8, 2>(task).run();
+  WindowTiles<AvxVector, 1, 8, 2, Sweep::depth, true>(task).run();
 }
 
 void window_c8_to_chw_avx(const ConvTask& task) noexcept {

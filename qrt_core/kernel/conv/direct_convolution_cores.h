@@ -4,8 +4,9 @@
 
 #include "qrt_core/kernel/conv/conv_params.h"
 
-// Convolutions with small windows over a padded input. All of them add onto the output, take window
-// and stride from the task's parameters, and know no groups and no dilation.
+// Convolutions with small windows over a padded input. They add onto the output, but for those from
+// planes to blocks, which start from the bias or zero and write it; they take window and stride
+// from the task's parameters, and know no groups and no dilation.
 
 namespace marlo::kernel::conv {
 

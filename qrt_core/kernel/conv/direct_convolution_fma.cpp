@@ -21,14 +21,15 @@ void window_chw_to_c4_fma(const ConvTask& task) noexcept {
   constexpr size_t kBlock = 4;
   ConvTask pairs = task;
   pairs.out_blocks = task.out_blocks / 2 * 2;
-  WindowTiles<FusedVector, 1, kBlock, 2>(pairs).run();
+  WindowTiles<FusedVector, 1, kBlock, 2, Sweep::depth, true>(pairs).run();
   if (pairs.out_blocks == task.out_blocks) return;
   // An odd last block has no neighbour to share a vector with.
   ConvTask last = task;
   last.out_blocks = 1;
   last.weight += pairs.out_blocks * taps_of(task) * task.in_blocks * kBlock;
   last.output += size_t{pairs.out_blocks} * task.out_height * task.out_width * kBlock;
-  WindowTiles<FusedHalf, 1, kBlock, 1>(last).run();
+  if (task.bias != nullptr) last.bias += size_t{pairs.out_blocks} * kBlock;
+  WindowTiles<FusedHalf, 1, kBlock, 1, Sweep::depth, true>(last).run();
 }
 
 void window_c4_fma(const ConvTask& task) noexcept {

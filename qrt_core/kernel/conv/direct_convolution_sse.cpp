@@ -21,7 +21,7 @@ void window_c4_depth_sse(const ConvTask& task) noexcept {
 void window_c8_sse(const ConvTask& task) noexcept { WindowTiles<SseVector, 8, 8, 2>(task).run(); }
 
 void window_chw_to_c4_sse(const ConvTask& task) noexcept {
-  WindowTiles<SseVector, 1, 4, 4>(task).run();
+  WindowTiles<SseVector, 1, 4, 2, Sweep::depth, true>(task).run();
 }
 
 }  // namespace marlo::kernel::conv

@@ -55,10 +55,13 @@ enum class Sweep {
 /// that only the end of a plane has a small tile. A sum takes the input blocks in order, within
 /// them the window's rows, columns and channels.
 ///
+/// With `kFromBias` the sums start from the bias or zero instead of the output. Then the window's
+/// weights of all input blocks must fit into one sweep, as those of a few planes do.
+///
 /// An output block that is half as wide as a vector shares it with the next one, and `kMostBlocks`
 /// counts pairs; there must be an even number.
 template <typename Vector, size_t kInBlock, size_t kOutBlock, size_t kMostBlocks,
-          Sweep kSweep = Sweep::planes>
+          Sweep kSweep = Sweep::planes, bool kFromBias = false>
 class WindowTiles {
   using Register = typename Vector::Register;
   static constexpr bool kPaired = kOutBlock < Vector::kLanes;
@@ -105,13 +108,14 @@ class WindowTiles {
     }
     constexpr size_t kPixels = most_pixels(kBlocks);
     const float* weight = task_.weight + block * weight_plane_ + first * taps_ * kBlockWeights;
+    const float* bias = task_.bias == nullptr ? nullptr : task_.bias + block * kOutBlock;
     float* output = task_.output + block * out_plane_;
     const size_t tiles = parts_of(pixels_, kPixels);
     WindowWalk walk(task_, kInBlock);
     size_t begin = 0;
     for (size_t tile = 1; tile <= tiles; ++tile) {
       const size_t end = part_begin(tile, tiles, pixels_);
-      sized_tile<kBlocks, kPixels>(end - begin, walk, first * in_plane_, depth, weight,
+      sized_tile<kBlocks, kPixels>(end - begin, walk, first * in_plane_, depth, weight, bias,
                                    output + begin * kOutBlock);
       begin = end;
     }
@@ -119,13 +123,13 @@ class WindowTiles {
 
   template <size_t kBlocks, size_t kPixels>
   void sized_tile(size_t pixels, WindowWalk& walk, size_t offset, size_t depth, const float* weight,
-                  float* output) const noexcept {
+                  const float* bias, float* output) const noexcept {
     if constexpr (kPixels > 1) {
       if (pixels < kPixels) {
-        return sized_tile<kBlocks, kPixels - 1>(pixels, walk, offset, depth, weight, output);
+        return sized_tile<kBlocks, kPixels - 1>(pixels, walk, offset, depth, weight, bias, output);
       }
     }
-    run_tile<kBlocks, kPixels>(walk, offset, depth, weight, output);
+    run_tile<kBlocks, kPixels>(walk, offset, depth, weight, bias, output);
   }
 
   [[gnu::always_inline]] static Register load(const float* from, size_t plane, size_t v) noexcept {
@@ -146,15 +150,21 @@ class WindowTiles {
 
   template <size_t kBlocks, size_t kPixels>
   [[gnu::noinline]] void run_tile(WindowWalk& walk, size_t offset, size_t depth,
-                                  const float* weight, float* output) const noexcept {
+                                  const float* weight, const float* bias,
+                                  float* output) const noexcept {
     constexpr size_t kVectors = kBlocks * kParts;
     const float* windows[kPixels];
     unrolled<kPixels>(QRT_UNROLLED(pixel) { windows[pixel] = walk.next() + offset; });
     Register sums[kVectors][kPixels];
     unrolled<kVectors>(QRT_UNROLLED(v) {
-      unrolled<kPixels>(QRT_UNROLLED(pixel) {
-        sums[v][pixel] = load(output + pixel * kOutBlock, out_plane_, v);
-      });
+      if constexpr (kFromBias) {
+        const Register start = bias == nullptr ? Vector::zero() : load(bias, kOutBlock, v);
+        unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = start; });
+      } else {
+        unrolled<kPixels>(QRT_UNROLLED(pixel) {
+          sums[v][pixel] = load(output + pixel * kOutBlock, out_plane_, v);
+        });
+      }
     });
     const size_t weight_plane = weight_plane_;
     const size_t run = task_.params.kernel_x;
