@@ -46,6 +46,35 @@ void encoder_decoder(NetworkWriter& net) {
   net.output(net.sigmoid(net.conv(joined, 8, 1)));
 }
 
+// Inverted bottlenecks: a wide layer with one filter for each channel between two of single pixels.
+std::string bottleneck(NetworkWriter& net, const std::string& source, uint32_t wide, uint32_t outs,
+                       uint32_t kernel, uint32_t stride) {
+  const std::string middle = net.relu(net.conv(source, wide, 1));
+  const std::string filtered = net.relu(net.depthwise(middle, kernel, stride));
+  return net.conv(filtered, outs, 1);
+}
+
+void depthwise_classifier(NetworkWriter& net) {
+  const std::string stem = net.relu(net.first_conv("input", 16, 3));
+  const std::string narrow = bottleneck(net, stem, 48, 24, 3, 2);
+  const std::string bridged = net.add(narrow, bottleneck(net, narrow, 40, 24, 3, 1));
+  const std::string large = net.add(bridged, bottleneck(net, bridged, 32, 24, 5, 1));
+  const std::string last = net.mean4(net.relu(net.conv(large, 48, 1)));
+  net.output(net.softmax(net.full_connection(net.flat(last), 10)));
+}
+
+// Two residual stages; the second halves the picture and is bridged by single pixels.
+void downsampling_classifier(NetworkWriter& net) {
+  const std::string stem = net.relu(net.first_conv("input", 16, 3));
+  const std::string first = net.conv(net.relu(net.conv(stem, 16, 3)), 16, 3);
+  const std::string bridge = net.relu(net.add(stem, first));
+  const std::string reduced = net.relu(net.conv(bridge, 8, 1));
+  const std::string wide = net.conv(net.relu(net.conv(reduced, 24, 3, 2)), 32, 1);
+  const std::string stage = net.relu(net.add(net.conv(bridge, 32, 1, 2), wide));
+  const std::string last = net.mean4(stage);
+  net.output(net.softmax(net.full_connection(net.flat(last), 10)));
+}
+
 class Layouts : public ::testing::TestWithParam<Form> {
  protected:
   void SetUp() override {
@@ -116,6 +145,24 @@ TEST_P(Layouts, ResidualClassifier) { test(residual_classifier, picture(3, 8, 8)
 // Nothing in it depends on the layout, to the last bit.
 TEST_P(Layouts, EncoderDecoder) { test(encoder_decoder, picture(3, 12, 16), true); }
 
+// The same with convolutions that stay in the layout.
+class Convolutions : public Layouts {};
+
+TEST_P(Convolutions, DepthwiseClassifier) { test(depthwise_classifier, picture(3, 16, 16), false); }
+
+// Odd sizes have a rest in every tile.
+TEST_P(Convolutions, DepthwiseClassifierOfAnOddPicture) {
+  test(depthwise_classifier, picture(3, 15, 23), false);
+}
+
+TEST_P(Convolutions, DownsamplingClassifier) {
+  test(downsampling_classifier, picture(3, 16, 16), false);
+}
+
+TEST_P(Convolutions, DownsamplingClassifierOfAnOddPicture) {
+  test(downsampling_classifier, picture(3, 15, 23), false);
+}
+
 std::string form_name(const ::testing::TestParamInfo<Form>& form) {
   std::string name = form.param.name;
   for (char& c : name) {
@@ -124,6 +171,8 @@ std::string form_name(const ::testing::TestParamInfo<Form>& form) {
   return name;
 }
 
+INSTANTIATE_TEST_SUITE_P(AllForms, Convolutions, ::testing::ValuesIn(convolution_forms()),
+                         form_name);
 INSTANTIATE_TEST_SUITE_P(AllForms, Layouts, ::testing::ValuesIn(all_forms()), form_name);
 
 }  // namespace

@@ -14,6 +14,9 @@ using runtime::LayoutType;
 
 namespace {
 
+// The kind of a layer from planes into the layout.
+constexpr char kFirst[] = "first";
+
 constexpr char kPortableConv[] = "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
 
 template <typename Info>
@@ -58,12 +61,45 @@ std::vector<Form> all_forms() {
   return {portable, planes, fours, eights};
 }
 
+std::vector<Form> convolution_forms() {
+  std::vector<Form> forms = all_forms();
+  forms[1].convolutions = {
+      {"1x1", "Conv2d_K1x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1"},
+      {"1x1 by 2", "Conv2d_K1x1_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1"},
+      {"3x3", "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2"},
+      {"3x3 by 2", "Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1"},
+      {"depthwise 3x3", "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1"},
+      {"depthwise 3x3 by 2", "Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1"},
+      {"first 3x3", "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1"}};
+  forms[2].convolutions = {
+      {"1x1", "Conv2d_K1x1_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M2"},
+      {"1x1 by 2", "Conv2d_K1x1_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1"},
+      {"3x3", "Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1"},
+      {"3x3 by 2", "Conv2d_K3x3_S2x2_D1x1_G1_SSE_C4HW4_FLOAT_M1"},
+      {"depthwise 3x3", "Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1"},
+      {"depthwise 3x3 by 2", "Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1"},
+      {"first 3x3", "Conv2d_K3x3_S1x1_D1x1_G1_SSE_3In_CHW_To_C4HW4_FLOAT_M1"}};
+  forms[3].convolutions = {
+      {"1x1", "Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M3"},
+      {"1x1 by 2", "Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1"},
+      {"3x3", "Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1"},
+      {"3x3 by 2", "Conv2d_K3x3_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1"},
+      {"depthwise 3x3", "Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1"},
+      {"depthwise 3x3 by 2", "Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1"},
+      {"depthwise 5x5", "Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1"},
+      {"first 3x3", "Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1"}};
+  return forms;
+}
+
 std::string why_not_here(const Form& form) {
-  for (const std::string* kernel : {&form.to_layout, &form.from_layout, &form.relu, &form.add,
-                                    &form.max2, &form.mean4, &form.upsample, &form.shuffle}) {
-    if (kernel->empty()) continue;
-    if (all_kernels().Create(*kernel) == nullptr) return *kernel + " isn't in this build";
-    const std::string reason = why_not_here(*kernel);
+  std::vector<std::string> kernels = {form.to_layout, form.from_layout, form.relu,
+                                      form.add,       form.max2,        form.mean4,
+                                      form.upsample,  form.shuffle};
+  for (const auto& [layer, kernel] : form.convolutions) kernels.push_back(kernel);
+  for (const std::string& kernel : kernels) {
+    if (kernel.empty()) continue;
+    if (all_kernels().Create(kernel) == nullptr) return kernel + " isn't in this build";
+    const std::string reason = why_not_here(kernel);
     if (!reason.empty()) return reason;
   }
   return "";
@@ -92,9 +128,10 @@ std::string NetworkWriter::add_layer(const std::string& kind,
   const std::string id = kind + std::to_string(values_.size());
   model_.layer(id, sources, std::move(info), runs_in_layout ? blocked : portable);
   const bool has_layout = form_.layout != LayoutType::CHW;
+  const bool reads_layout = runs_in_layout && kind != kFirst;
   for (size_t i = 0; has_layout && i < sources.size(); ++i) {
     const bool planar = is_planar(sources[i]);
-    if (runs_in_layout == !planar) continue;
+    if (reads_layout == !planar) continue;
     model_.input_converter(std::to_string(i), planar ? form_.to_layout : form_.from_layout);
   }
   for (const double number : value.values) magnitude_ = std::max(magnitude_, std::abs(number));
@@ -108,23 +145,53 @@ std::string NetworkWriter::add_layer(const std::string& kind,
 
 std::string NetworkWriter::conv(const std::string& source, uint32_t outs, uint32_t kernel,
                                 uint32_t stride) {
+  PlaneFilter sizes;
+  sizes.out_channels = outs;
+  sizes.kernel = kernel;
+  sizes.stride = stride;
+  return add_convolution(source, sizes, "conv");
+}
+
+std::string NetworkWriter::first_conv(const std::string& source, uint32_t outs, uint32_t kernel,
+                                      uint32_t stride) {
+  PlaneFilter sizes;
+  sizes.out_channels = outs;
+  sizes.kernel = kernel;
+  sizes.stride = stride;
+  return add_convolution(source, sizes, kFirst);
+}
+
+std::string NetworkWriter::depthwise(const std::string& source, uint32_t kernel, uint32_t stride) {
+  PlaneFilter sizes;
+  sizes.out_channels = sizes.groups = values_.at(source).channels;
+  sizes.kernel = kernel;
+  sizes.stride = stride;
+  return add_convolution(source, sizes, "depthwise");
+}
+
+std::string NetworkWriter::add_convolution(const std::string& source, const PlaneFilter& sizes,
+                                           const std::string& layer) {
   const Planes& input = values_.at(source);
-  PlaneFilter filter;
-  filter.out_channels = outs;
-  filter.kernel = kernel;
-  filter.stride = stride;
-  filter.padding = kernel / 2;
-  const size_t terms = size_t{input.channels} * kernel * kernel;
-  filter.weights = halves(terms * outs, 1.5f / std::sqrt(static_cast<float>(terms)));
-  filter.bias = halves(outs, 0.25f);
+  PlaneFilter filter = sizes;
+  filter.padding = filter.kernel / 2;
+  const size_t terms = size_t{input.channels / filter.groups} * filter.kernel * filter.kernel;
+  filter.weights = halves(terms * filter.out_channels, 1.5f / std::sqrt(static_cast<float>(terms)));
+  filter.bias = halves(filter.out_channels, 0.25f);
   terms_ += terms + 1;
-  auto info = std::make_shared<runtime::Conv2dInfo>(
-      plane_convolution(static_cast<uint16_t>(input.channels), static_cast<uint16_t>(outs),
-                        static_cast<uint16_t>(kernel), filter.weights, filter.bias));
-  info->stride_x = info->stride_y = static_cast<uint16_t>(stride);
+  auto info = std::make_shared<runtime::Conv2dInfo>(plane_convolution(
+      static_cast<uint16_t>(input.channels), static_cast<uint16_t>(filter.out_channels),
+      static_cast<uint16_t>(filter.kernel), filter.weights, filter.bias));
+  info->groups = static_cast<uint16_t>(filter.groups);
+  info->stride_x = info->stride_y = static_cast<uint16_t>(filter.stride);
   info->padding_l = info->padding_r = info->padding_t = info->padding_b =
       static_cast<uint16_t>(filter.padding);
-  return add_layer("conv", {source}, info, "", kPortableConv, convolved(input, filter));
+  const std::string size = std::to_string(filter.kernel);
+  std::string name = layer == "conv" ? "" : layer + " ";
+  name += size + "x" + size;
+  if (filter.stride != 1) name += " by " + std::to_string(filter.stride);
+  const auto found = form_.convolutions.find(name);
+  return add_layer(layer, {source}, info, found == form_.convolutions.end() ? "" : found->second,
+                   kPortableConv, convolved(input, filter));
 }
 
 std::string NetworkWriter::relu(const std::string& source) {

@@ -24,12 +24,18 @@ struct Form {
   std::string mean4;
   std::string upsample;
   std::string shuffle;
+  /// Convolutions that stay in the layout, by the layer that they run, such as "3x3", "3x3 by 2" or
+  /// "depthwise 3x3": kernels over blocks of the layout, and over planes for "first" layers.
+  std::map<std::string, std::string> convolutions;
 };
 
 inline void PrintTo(const Form& form, std::ostream* out) { *out << form.name; }
 
 /// Portable kernels, vector kernels over planes, and over blocks of 4 and of 8.
 std::vector<Form> all_forms();
+
+/// The same with convolutions of their own, for networks that stay in a layout from end to end.
+std::vector<Form> convolution_forms();
 
 /// The first kernel of a form that this processor or build can't run, with the reason; else empty.
 std::string why_not_here(const Form& form);
@@ -46,6 +52,9 @@ class NetworkWriter {
   /// Each takes the ids of its sources and gives its own.
   /// @{
   std::string conv(const std::string& source, uint32_t outs, uint32_t kernel, uint32_t stride = 1);
+  std::string first_conv(const std::string& source, uint32_t outs, uint32_t kernel,
+                         uint32_t stride = 1);  ///< over planes, whose result enters the layout
+  std::string depthwise(const std::string& source, uint32_t kernel, uint32_t stride = 1);
   std::string relu(const std::string& source);
   std::string add(const std::string& a, const std::string& b);
   std::string max2(const std::string& source);
@@ -73,6 +82,8 @@ class NetworkWriter {
   std::string add_layer(const std::string& kind, const std::vector<std::string>& sources,
                         std::shared_ptr<runtime::LayerInfo> info, const std::string& blocked,
                         const std::string& portable, Planes value);
+  std::string add_convolution(const std::string& source, const PlaneFilter& sizes,
+                              const std::string& layer);
   bool is_planar(const std::string& id) const { return planar_.at(id); }
   std::vector<float> halves(size_t count, float scale);
 
