@@ -226,7 +226,7 @@ class FullConnectionKernel : public testing::TestWithParam<const FullConnectionR
     std::vector<uint32_t> all_ins(70);
     std::iota(all_ins.begin(), all_ins.end(), 1u);
     // Long rows are read in parts.
-    for (const uint32_t ins : {255u, 256u, 272u, 287u, 536u}) all_ins.push_back(ins);
+    for (const uint32_t ins : {255u, 256u, 272u, 287u, 512u, 536u, 800u}) all_ins.push_back(ins);
     for (const uint32_t ins : all_ins) {
       for (const uint32_t outs : {1u, 2u, 3u, 5u, 8u, 16u, 40u, ins}) {
         if (!accepts(row(), ins, outs)) continue;
