@@ -213,6 +213,20 @@ TEST_F(ConvertOldTest, TheFirstKernelThatTakesTheLayerIsChosen) {
                                         "Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1: refused")));
 }
 
+TEST_F(ConvertOldTest, TheRulesInTheDocumentsWork) {
+  const std::string page = file_text(QRT_SOURCE_DIR "/docs/file-formats.md");
+  const size_t begin = page.find("# the rest of a line is a comment");
+  ASSERT_NE(begin, std::string::npos);
+  const std::string rules = page.substr(begin, page.find("```", begin) - begin);
+  const auto file = toy_network(8).tensor_squeeze(2, 1, 0).activation(12, 2, 3, 1, 0);
+  const Outcome outcome = convert_with_rules(file, rules);
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(
+      kernels(),
+      ElementsAre("Input_Fallback_M1", "Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1",
+                  "HSwish_SSE_Float_M1", "Straight_Through_Fallback_M1", "TanH_SSE_Float_M1"));
+}
+
 TEST_F(ConvertOldTest, TheCommandLineGoesBeforeTheDefaultOfTheRules) {
   write_text(path("rules.txt"), "default = sse\n");
   EXPECT_EQ(convert(toy_network(), {"--config", path("rules.txt")}).code, 0);
