@@ -38,6 +38,21 @@ inline Bytes merge_high(const Bytes& a, const Bytes& b) {
                                  31);
 }
 
+inline Words merge_low(const Words& a, const Words& b) {
+  return __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11);
+}
+inline Words merge_high(const Words& a, const Words& b) {
+  return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
+}
+
+using Floats = float __attribute__((vector_size(kVectorBytes)));
+
+/// Four floats of numbers below 2^31.
+inline Floats floats_of(const Words& words) {
+  using Integers = int32_t __attribute__((vector_size(kVectorBytes)));
+  return __builtin_convertvector(std::bit_cast<Integers>(words), Floats);
+}
+
 /// The pixels that 96 bytes are.
 inline constexpr size_t kTriples = 2 * kVectorBytes;
 
@@ -88,11 +103,8 @@ inline void join(const uint8_t* plane0, const uint8_t* plane1, const uint8_t* pl
   const auto low_rest = std::bit_cast<Words>(merge_low(c, Bytes{}));
   const auto high_rest = std::bit_cast<Words>(merge_high(c, Bytes{}));
   const auto words = [](const Words& x, const Words& y, uint8_t* to) {
-    store_triples(std::bit_cast<Quadwords>(__builtin_shufflevector(x, y, 0, 8, 1, 9, 2, 10, 3, 11)),
-                  to);
-    store_triples(
-        std::bit_cast<Quadwords>(__builtin_shufflevector(x, y, 4, 12, 5, 13, 6, 14, 7, 15)),
-        to + 12);
+    store_triples(std::bit_cast<Quadwords>(merge_low(x, y)), to);
+    store_triples(std::bit_cast<Quadwords>(merge_high(x, y)), to + 12);
   };
   words(low, low_rest, pixels);
   words(high, high_rest, pixels + 24);

@@ -202,6 +202,23 @@ void move_to_pixels(const void* from, size_t channels, size_t count, void* to) n
   }
 }
 
+// `compute` of float(byte): of four bytes in a vector, or of one.
+template <typename Compute>
+void convert_bytes(const uint8_t* __restrict bytes, size_t count, float* __restrict floats,
+                   Compute compute) noexcept {
+  size_t i = 0;
+  for (; i + kVectorBytes <= count; i += kVectorBytes) {
+    const auto v = load<Bytes>(bytes + i);
+    const auto low = std::bit_cast<Words>(merge_low(v, Bytes{}));
+    const auto high = std::bit_cast<Words>(merge_high(v, Bytes{}));
+    store(compute(floats_of(merge_low(low, Words{}))), floats + i);
+    store(compute(floats_of(merge_high(low, Words{}))), floats + i + 4);
+    store(compute(floats_of(merge_low(high, Words{}))), floats + i + 8);
+    store(compute(floats_of(merge_high(high, Words{}))), floats + i + 12);
+  }
+  for (; i < count; ++i) floats[i] = compute(static_cast<float>(bytes[i]));
+}
+
 }  // namespace
 
 void split_pixels(const uint8_t* pixels, size_t channels, size_t count, uint8_t* plane0,
@@ -261,16 +278,13 @@ void yuv_to_planes(const uint8_t* luminance, const Chrominance& chrominance,
   }
 }
 
-void bytes_to_floats(const uint8_t* __restrict bytes, size_t count,
-                     float* __restrict floats) noexcept {
-  for (size_t i = 0; i < count; ++i) floats[i] = static_cast<float>(bytes[i]);
+void bytes_to_floats(const uint8_t* bytes, size_t count, float* floats) noexcept {
+  convert_bytes(bytes, count, floats, [](const auto& x) { return x; });
 }
 
-void normalize_bytes(const uint8_t* __restrict bytes, size_t count, float subtrahend,
-                     float multiplier, float* __restrict floats) noexcept {
-  for (size_t i = 0; i < count; ++i) {
-    floats[i] = (static_cast<float>(bytes[i]) - subtrahend) * multiplier;
-  }
+void normalize_bytes(const uint8_t* bytes, size_t count, float subtrahend, float multiplier,
+                     float* floats) noexcept {
+  convert_bytes(bytes, count, floats, [=](const auto& x) { return (x - subtrahend) * multiplier; });
 }
 
 void scale_floats(const float* input, size_t count, float multiplier, float* output) noexcept {
