@@ -10,7 +10,9 @@
 
 #include "qrt_core/qrt_core.h"
 #include "tests/runtime/model/object_forms.h"
+#include "tests/support/differential/operation.h"
 #include "tests/support/legacy_writer.h"
+#include "tests/support/numbers.h"
 
 namespace {
 
@@ -133,6 +135,34 @@ void keep_legacy() {
   keep("legacy_fuzz", "refused", LegacyWriter().record(9).text());
 }
 
+// Layers made from random bytes, until each kernel that a description configures was compared a few
+// times.
+void keep_kernel_layers() {
+  constexpr uint32_t kTries = 8000;
+  constexpr size_t kBytes = 64;
+  constexpr size_t kComparisons = 3;
+  std::map<std::string, size_t> kept;
+  for (uint32_t seed = 0; seed < kTries; ++seed) {
+    marlo::test::Random random(seed);
+    std::string bytes;
+    while (bytes.size() < kBytes) bytes += static_cast<char>(random.integer(0, 255));
+    const auto before = marlo::test::comparisons();
+    marlo::test::try_kernels(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    bool adds = false;
+    for (const auto& [kernel, count] : marlo::test::comparisons()) {
+      const auto found = before.find(kernel);
+      if (found != before.end() && found->second == count) continue;
+      adds = adds || kept[kernel] < kComparisons;
+    }
+    if (!adds) continue;
+    for (const auto& [kernel, count] : marlo::test::comparisons()) {
+      const auto found = before.find(kernel);
+      kept[kernel] += count - (found == before.end() ? 0 : found->second);
+    }
+    keep("kernels_fuzz", "layer_" + std::to_string(seed), bytes);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -146,5 +176,6 @@ int main(int argc, char** argv) {
   keep_trees();
   keep_models();
   keep_legacy();
+  keep_kernel_layers();
   return 0;
 }

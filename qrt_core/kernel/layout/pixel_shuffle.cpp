@@ -75,7 +75,7 @@ KernelFamily::Shapes PixelShuffle::InferOutputShapes(const Shapes& shapes) const
   TensorShape output = shapes[0];
   output.extra = TensorShape::Extra();
   std::vector<uint32_t>& d = output.dims;
-  // A block of channels is moved as a channel is: the lanes stay lanes.
+  // Blocks of channels multiply and divide as channels do.
   if (scales_up()) {
     const bool fits =
         static_cast<uint64_t>(d[1]) * r <= kMaxSize && static_cast<uint64_t>(d[2]) * r <= kMaxSize;
