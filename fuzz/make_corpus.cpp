@@ -9,10 +9,12 @@
 #include <sstream>
 
 #include "qrt_core/qrt_core.h"
+#include "tests/runtime/engine/all_layers.h"
 #include "tests/runtime/model/object_forms.h"
 #include "tests/support/differential/operation.h"
 #include "tests/support/legacy_writer.h"
 #include "tests/support/numbers.h"
+#include "tests/support/recurrent_case.h"
 
 namespace {
 
@@ -101,6 +103,111 @@ void keep_models() {
   model.config_arr->cfgs["net"]->cpu_sse->ToFile((corpus / "qrcfg_fuzz" / "small").c_str(), "bin");
 }
 
+// A network with a layer of every kind that runs, and its layers as a network without a
+// configuration.
+void keep_running_network() {
+  marlo::test::ModelBuilder model = marlo::test::all_layers();
+  model.save((corpus / "json_fuzz" / "all_layers.json").string());
+  model.save((corpus / "qrtmodel_fuzz" / "all_layers").string());
+  model.info()->ToFile((corpus / "qrmod_fuzz" / "all_layers").c_str(), "bin");
+}
+
+// An input, and one layer that some kernel runs.
+template <typename Info>
+void keep_layer(const std::string& name, const Info& info,
+                const std::vector<std::string>& sources = {"x"}) {
+  marlo::test::ModelBuilder model;
+  model.input("x").layer("y", sources, std::make_shared<Info>(info), "").outputs({"y"});
+  model.info()->extra_info.model_base_h = 6;
+  model.info()->extra_info.model_base_w = 7;
+  model.info()->ToFile((corpus / "qrmod_fuzz" / ("runs_" + name)).c_str(), "bin");
+}
+
+// Recurrent descriptions have one class for each network.
+void keep_recurrent() {
+  using marlo::test::Network;
+  for (const Network network : {Network::rnn, Network::lstm, Network::gru}) {
+    marlo::test::RecurrentCase layer;
+    layer.network = network;
+    layer.bidirectional = true;
+    layer.fill(1);
+    const std::string name = std::to_string(static_cast<int>(network));
+    marlo::test::ModelBuilder sequence;
+    sequence.input("x").layer("y", {"x"}, sequence_description(layer), "");
+    sequence.info()->ToFile((corpus / "qrmod_fuzz" / ("runs_sequence_" + name)).c_str(), "bin");
+    marlo::test::ModelBuilder cell;
+    cell.input("x").layer("y", {"x"}, cell_description(layer), "");
+    cell.info()->ToFile((corpus / "qrmod_fuzz" / ("runs_cell_" + name)).c_str(), "bin");
+  }
+}
+
+void keep_running_layers() {
+  namespace rt = marlo::runtime;
+  using marlo::test::ramp;
+  using marlo::test::weight_text;
+  rt::Conv2dInfo conv = marlo::test::plane_convolution(8, 8, 3, ramp(576), ramp(8));
+  conv.padding_l = conv.padding_r = conv.padding_t = conv.padding_b = 1;
+  keep_layer("convolution", conv);
+  keep_layer("point", marlo::test::plane_convolution(8, 8, 1, ramp(64), ramp(8)));
+  rt::Conv2dInfo depthwise = marlo::test::plane_convolution(8, 8, 3, ramp(72), ramp(8));
+  depthwise.groups = 8;
+  keep_layer("depthwise", depthwise);
+  keep_layer("line", marlo::test::line_convolution(2, 2, 3, ramp(12)));
+  rt::ConvTranspose2dInfo transposed = marlo::test::transposed_convolution(8, 8, 3, ramp(576));
+  transposed.stride_x = transposed.stride_y = 2;
+  keep_layer("transposed", transposed);
+  rt::FullConnectionInfo full;
+  full.in_features = full.out_features = 8;
+  full.weight = weight_text(ramp(64));
+  keep_layer("full_connection", full);
+  rt::AvgPool2dInfo average;
+  average.kernel_x = average.kernel_y = average.stride_x = average.stride_y = 2;
+  keep_layer("average", average);
+  rt::MaxPool2dInfo maximum;
+  maximum.kernel_x = maximum.kernel_y = 3;
+  maximum.stride_x = maximum.stride_y = 2;
+  maximum.dilation_x = maximum.dilation_y = 1;
+  keep_layer("maximum", maximum);
+  rt::AdaptiveAvgPool2dInfo adaptive;
+  adaptive.output_size = {2, 3};
+  keep_layer("adaptive", adaptive);
+  rt::Upsample2dInfo upsampling;
+  upsampling.scale_factor_x = upsampling.scale_factor_y = 2.0f;
+  upsampling.unsample_type = 1;
+  keep_layer("upsampling", upsampling);
+  rt::SoftmaxInfo softmax;
+  softmax.dim = 1;
+  keep_layer("softmax", softmax);
+  keep_layer("elementwise", rt::ElementWiseOperatorInfo(), {"x", "x"});
+  keep_layer("broadcast", rt::BroadcastOperatorInfo(), {"x", "x"});
+  keep_layer("grid_sample", rt::GridSampleInfo(), {"x", "x"});
+  rt::TensorArithmeticInfo reduction;
+  reduction.dim = {1, 2};
+  keep_layer("reduction", reduction);
+  rt::ConcatenateInfo concatenation;
+  concatenation.dim = 1;
+  keep_layer("concatenate", concatenation, {"x", "x"});
+  rt::PixelShuffleInfo shuffle;
+  shuffle.upscale_factor = 0.5f;
+  keep_layer("pixel_shuffle", shuffle);
+  rt::TensorSliceInfo slice;
+  slice.slice_dims = {0, 1, 1, 1, 5, 2, 0, 6, 3};
+  keep_layer("slice", slice);
+  rt::TensorExpandInfo expand;
+  expand.new_shape = {1, -1, 4, 5};
+  keep_layer("expand", expand);
+  rt::TensorReshapeInfo reshape;
+  reshape.new_shape = {1, -1};
+  keep_layer("reshape", reshape);
+  rt::TensorTransposeInfo transpose;
+  transpose.axes = {2, 0, 1};
+  keep_layer("transpose", transpose);
+  rt::TensorUnSqueezeInfo unsqueeze;
+  unsqueeze.type = 16;
+  keep_layer("unsqueeze", unsqueeze);
+  keep_recurrent();
+}
+
 // A network of the earlier generation with every record, and one of the first version.
 void keep_legacy() {
   using namespace marlo::test;
@@ -175,6 +282,8 @@ int main(int argc, char** argv) {
   keep_parameters();
   keep_trees();
   keep_models();
+  keep_running_network();
+  keep_running_layers();
   keep_legacy();
   keep_kernel_layers();
   return 0;

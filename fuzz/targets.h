@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "fuzz/one_pass.h"
 #include "qrt_core/qrt_core.h"
 
 // What each harness does with a byte string. The tests run the kept inputs through the same
@@ -64,29 +65,22 @@ struct Library {
   }
 };
 
-/// Runs a step whose input may be refused: by an exception, never by anything else.
-template <typename Step>
-bool accepted(Step step) {
-  try {
-    step();
-    return true;
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
 /// Loads a model file as an application does, once with the SDK that it asks for and once with
-/// another one.
+/// another one, and runs one pass of what it holds.
 inline void load(const std::string& path, const runtime::QRTModel& model) {
   Library& library = Library::get();
-  std::shared_ptr<runtime::Context> context;
-  utility::create_context(context, 64);
+  BudgetContext budget;
   for (const std::string& sdk : {model.sdk_type, model.sdk_type + "?"}) {
     std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
     accepted([&] {
-      utility::load_model(path, nets, context, library.kernels, library.params, sdk,
+      utility::load_model(path, nets, budget.context, library.kernels, library.params, sdk,
                           model.sdk_major_ver, model.sdk_minor_ver);
     });
+    for (const auto& [id, package] : nets) {
+      const auto info = model.model_arr->infos.find(id);
+      if (package == nullptr || package->net == nullptr) continue;
+      if (info != model.model_arr->infos.end()) run_passes(*package->net, *info->second, budget);
+    }
   }
 }
 
@@ -113,13 +107,14 @@ inline void read_qrtmodel(const uint8_t* data, size_t size) {
 inline void read_qrmod(const uint8_t* data, size_t size) {
   static const ScratchFile one(".qrmod");
   static const ScratchFile several(".qrmods");
-  Library::get();
+  Library& library = Library::get();
   one.write(data, size);
   several.write(data, size);
-  runtime::QRModelInfo info;
-  accepted([&] { info.FromFile(one.path().c_str()); });
-  accepted([&] { info.GetInputIDs(); });
-  accepted([&] { info.GetOutputIDs(); });
+  const auto info = std::make_shared<runtime::QRModelInfo>();
+  const bool reads = accepted([&] { info->FromFile(one.path().c_str()); });
+  accepted([&] { info->GetInputIDs(); });
+  accepted([&] { info->GetOutputIDs(); });
+  if (reads) run_network(info, library.kernels);
   runtime::QRModelInfoArr infos;
   accepted([&] { infos.FromFile(several.path().c_str()); });
 }
@@ -136,11 +131,12 @@ inline void read_qrcfg(const uint8_t* data, size_t size) {
 
 inline void read_legacy(const uint8_t* data, size_t size) {
   static const ScratchFile file(".qrm");
-  Library::get();
+  Library& library = Library::get();
   file.write(data, size);
-  runtime::QRModelInfo info;
-  accepted([&] { info.LoadFromQRModel1(file.path().c_str()); });
-  accepted([&] { info.GetOutputIDs(); });
+  const auto info = std::make_shared<runtime::QRModelInfo>();
+  const bool reads = accepted([&] { info->LoadFromQRModel1(file.path().c_str()); });
+  accepted([&] { info->GetOutputIDs(); });
+  if (reads) run_network(info, library.kernels);
 }
 
 }  // namespace marlo::fuzz

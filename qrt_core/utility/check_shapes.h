@@ -57,22 +57,24 @@ class ShapeStep {
   using Shapes = std::vector<runtime::TensorShape>;  ///< one per input or output
 
   /// Of `kernel`, with tensors without numbers from `device`.
-  ShapeStep(runtime::IKernel& kernel, runtime::DeviceCPU& device)
+  /// @param kernel null for one that could not be configured
+  ShapeStep(const std::shared_ptr<runtime::IKernel>& kernel, runtime::DeviceCPU& device)
       : kernel_(kernel), device_(device) {}
 
   /// @return an empty text, or why the kernel can't take `inputs`
   std::string run(const Shapes& inputs, Shapes& outputs) const {
-    const std::string name = kernel_.GetKernelName();
-    if (kernel_.CheckInputs(hollow(inputs)) != runtime::KERNEL_OK) {
+    if (kernel_ == nullptr) return "it has a kernel or converter that could not be configured";
+    const std::string name = kernel_->GetKernelName();
+    if (kernel_->CheckInputs(hollow(inputs)) != runtime::KERNEL_OK) {
       return name + " refuses " + shapes_text(inputs);
     }
-    outputs = kernel_.InferOutputShapes(inputs);
+    outputs = kernel_->InferOutputShapes(inputs);
     const std::string result =
         name + " would make " + shapes_text(outputs) + " of " + shapes_text(inputs);
     if (any(outputs, is_too_large)) return result + ", which no tensor can hold";
     // A sequence without steps stays one; nothing else is meant to vanish.
     if (any(outputs, is_empty) && !any(inputs, is_empty)) return result + ", which is empty";
-    if (kernel_.CheckOutputs(hollow(outputs)) != runtime::KERNEL_OK) {
+    if (kernel_->CheckOutputs(hollow(outputs)) != runtime::KERNEL_OK) {
       return name + " refuses its own output " + shapes_text(outputs);
     }
     return "";
@@ -110,7 +112,7 @@ class ShapeStep {
     return tensors;
   }
 
-  runtime::IKernel& kernel_;
+  const std::shared_ptr<runtime::IKernel>& kernel_;
   runtime::DeviceCPU& device_;
 };
 
@@ -120,16 +122,16 @@ inline std::string check_layer(const runtime::Layer& layer, runtime::DeviceCPU& 
   std::vector<runtime::TensorShape> outputs;
   for (const auto& [position, converter] : layer.input_converters) {
     if (position >= found.inputs.size()) continue;
-    std::string fault = ShapeStep(*converter, device).run({found.inputs[position]}, outputs);
+    std::string fault = ShapeStep(converter, device).run({found.inputs[position]}, outputs);
     if (!fault.empty()) return fault;
     if (!outputs.empty()) found.inputs[position] = outputs[0];
   }
-  std::string fault = ShapeStep(*layer.kernel, device).run(found.inputs, outputs);
+  std::string fault = ShapeStep(layer.kernel, device).run(found.inputs, outputs);
   if (!fault.empty()) return fault;
   std::vector<runtime::TensorShape> results = std::move(outputs);
   for (const auto& [position, converter] : layer.output_converters) {
     if (position >= results.size()) continue;
-    fault = ShapeStep(*converter, device).run({results[position]}, outputs);
+    fault = ShapeStep(converter, device).run({results[position]}, outputs);
     if (!fault.empty()) return fault;
     if (!outputs.empty()) results[position] = outputs[0];
   }

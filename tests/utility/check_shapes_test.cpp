@@ -88,6 +88,22 @@ TEST_F(CheckShapes, AsksForTheShapeOfEveryInput) {
   EXPECT_EQ(layers[1].fault, "it reads layer 0, which gives nothing");
 }
 
+// A model may name a kernel that refuses its layer; a pass reports that in the same words.
+TEST_F(CheckShapes, ReportsKernelsAndConvertersThatCouldNotBeConfigured) {
+  auto model = two_layers();
+  const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
+  const char* const fault = "it has a kernel or converter that could not be configured";
+  net->layers[2]->kernel = nullptr;
+  EXPECT_EQ(check_shapes(*net, {{0, chw({2, 7, 5})}}, context_)[2].fault, fault);
+  net->layers[1]->output_converters[0] = nullptr;
+  EXPECT_EQ(check_shapes(*net, {{0, chw({2, 7, 5})}}, context_)[1].fault, fault);
+  net->layers[1]->input_converters[0] = nullptr;
+  const auto layers = check_shapes(*net, {{0, chw({2, 7, 5})}}, context_);
+  EXPECT_EQ(layers[0].fault, "");
+  EXPECT_EQ(layers[1].fault, fault);
+  EXPECT_EQ(layers[2].fault, "it reads layer 1, which gives nothing");
+}
+
 #if QRT_WITH_SSE
 TEST_F(CheckShapes, GoesThroughConverters) {
   auto model = ModelBuilder()
