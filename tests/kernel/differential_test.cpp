@@ -24,7 +24,7 @@ const std::set<std::string> kNeverConfigured = {
     "Elementwise_Max_AVX_Float_M1",      "Elementwise_Min_AVX_Float_M1",
     "FullConnection_SSE_C4HW4_Float_M1", "FullConnection_AVX_C8HW8_Float_M1"};
 
-TEST(KeptLayers, AgreeInEveryKernelAndReachEach) {
+void try_kept_layers() {
   const LogCapture log;
   const fs::path corpus = fs::path(QRT_SOURCE_DIR) / "fuzz" / "corpus" / "kernels_fuzz";
   for (const auto& entry : fs::directory_iterator(corpus)) {
@@ -33,10 +33,20 @@ TEST(KeptLayers, AgreeInEveryKernelAndReachEach) {
     const std::string bytes{std::istreambuf_iterator<char>(file), {}};
     try_kernels(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
   }
+}
+
+TEST(KeptLayers, AgreeInEveryKernelAndReachEach) {
+  try_kept_layers();
   for (const std::string& key : all_kernels().Keys()) {
     if (kNeverConfigured.count(key) != 0 || !why_not_here(key).empty()) continue;
     EXPECT_EQ(comparisons().count(key), 1u) << key << " was never compared";
   }
+}
+
+TEST(KeptLayers, LoseNothingWhereverMemoryEnds) {
+  const WithFailingMemory failing;
+  try_kept_layers();
+  EXPECT_GT(failing.failures(), 1000u);
 }
 
 TEST(KernelOperations, CoverEveryRegisteredKernel) {

@@ -44,6 +44,9 @@ class HostilePool final : public runtime::MemoryPool {
   /// Lets the n-th call of `Allocate` from now on fail, counted from 1; 0 lets none fail.
   void fail_at(size_t call) { calls_to_failure_ = call; }
 
+  /// Whether the call that `fail_at` chose hasn't come yet.
+  bool failure_is_pending() const { return calls_to_failure_ != 0; }
+
   size_t allocations() const { return allocations_; }
   size_t blocks_in_use() const { return blocks_.size(); }
 

@@ -25,6 +25,9 @@ std::map<std::string, size_t>& counts() {
   return counts;
 }
 
+bool memory_fails = false;
+size_t failed_allocations = 0;
+
 std::vector<float> floats_of(const runtime::Tensor& tensor) {
   if (tensor.shape.data_type != runtime::DataType::INT16) return values_of(tensor);
   const auto* numbers = static_cast<const int16_t*>(tensor.handle.cpu);
@@ -39,6 +42,7 @@ class Run {
   Run(const std::string& name, const Setting& setting, LayoutType layout)
       : name_(name), setting_(setting), layout_(layout), kernel_(make_kernel(name)) {}
 
+  /// Twice, so that what depends on memory shows.
   Outcome twice() {
     Outcome first;
     first.layout = layout_;
@@ -53,6 +57,28 @@ class Run {
     if (!first.has_output || !second.has_output) return first;
     EXPECT_EQ(first.shape.dims, second.shape.dims) << name_;
     return first;
+  }
+
+  /// Runs once with a pool whose n-th allocation fails. @return whether it came to that
+  bool fails_at(size_t call, const Outcome& whole) {
+    const IKernel::Tensors inputs = tensors(true);
+    HostilePool& pool = context_.pool();
+    pool.fail_at(call);
+    bool stopped = false;
+    try {
+      stopped = !kernel_->Config(setting_.info, setting_.param, context_);
+      IKernel::Tensors outputs;
+      if (!stopped) kernel_->Forward(inputs, outputs, context_);
+    } catch (const std::exception&) {
+      stopped = true;
+    }
+    const bool failed = !pool.failure_is_pending();
+    pool.fail_at(0);
+    EXPECT_EQ(stopped, failed) << name_ << ", allocation " << call;
+    if (failed && kernel_->IsConfigured() && kernel_->ResetState() != runtime::KERNEL_OK) {
+      expect_recovery(whole);
+    }
+    return failed;
   }
 
  private:
@@ -93,6 +119,13 @@ class Run {
                                      runtime::LocationType::MainMemory,
                                      runtime::TensorShape::Extra(step));
     return context_.device()->CreateTensor(shape, numbers.data());
+  }
+
+  void expect_recovery(const Outcome& whole) {
+    IKernel::Tensors outputs;
+    EXPECT_EQ(kernel_->Forward(tensors(true), outputs, context_), runtime::KERNEL_OK) << name_;
+    ASSERT_EQ(outputs.size(), whole.has_output ? 1u : 0u) << name_;
+    if (whole.has_output) expect_same(floats_of(*outputs[0]), whole.values);
   }
 
   void pass_all(bool unaligned, Outcome& outcome) {
@@ -174,8 +207,22 @@ bool agrees(float found, float expected, double error) {
 
 }  // namespace
 
+WithFailingMemory::WithFailingMemory() {
+  memory_fails = true;
+  failed_allocations = 0;
+}
+
+WithFailingMemory::~WithFailingMemory() { memory_fails = false; }
+
+size_t WithFailingMemory::failures() const { return failed_allocations; }
+
 Outcome run_kernel(const std::string& kernel, const Setting& setting, LayoutType layout) {
-  return Run(kernel, setting, layout).twice();
+  Outcome outcome = Run(kernel, setting, layout).twice();
+  if (!memory_fails || !outcome.ran || setting.passes != 1) return outcome;
+  for (size_t call = 1; Run(kernel, setting, layout).fails_at(call, outcome); ++call) {
+    ++failed_allocations;
+  }
+  return outcome;
 }
 
 Outcome run_planar(const std::string& kernel, const Setting& setting) {

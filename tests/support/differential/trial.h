@@ -49,7 +49,21 @@ struct Outcome {
 /// stays as it was unless it is the output too.
 Outcome run_kernel(const std::string& kernel, const Setting& setting, runtime::LayoutType layout);
 
-/// The same with the layout of the planar form.
+/// While one of these lives, `run_kernel` also runs each kernel with a pool that fails at the n-th
+/// allocation, for every n: that has to end in an exception or a refusal, leave no block, and leave
+/// the kernel able to make the same of its inputs once there is memory.
+class WithFailingMemory {
+ public:
+  WithFailingMemory();
+  WithFailingMemory(const WithFailingMemory&) = delete;
+  WithFailingMemory& operator=(const WithFailingMemory&) = delete;
+  ~WithFailingMemory();
+
+  /// How many allocations have failed.
+  size_t failures() const;
+};
+
+/// `run_kernel` with the layout of the planar form.
 Outcome run_planar(const std::string& kernel, const Setting& setting);
 
 /// The output in planar form. @param channels that it has there
