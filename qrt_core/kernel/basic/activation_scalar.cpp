@@ -60,15 +60,7 @@ void linear_scalar(const float* input, float* output, size_t count,
 }
 
 void sigmoid_scalar(const float* input, float* output, size_t count, const float*) noexcept {
-  // Calls in a loop of their own leave the rest to the compiler's vectors.
-  constexpr size_t kBlock = 64;
-  float powers[kBlock];
-  for (size_t done = 0; done < count; done += kBlock) {
-    const size_t size = count - done < kBlock ? count - done : kBlock;
-    map(input + done, powers, size, [](float x) { return 0.0f - x; });
-    map(powers, powers, size, [](float x) { return std::exp(x); });
-    map(powers, output + done, size, [](float x) { return 1.0f / (1.0f + x); });
-  }
+  map(input, output, count, [](float x) { return 1.0f / (1.0f + std::exp(0.0f - x)); });
 }
 
 void tanh_scalar(const float* input, float* output, size_t count, const float*) noexcept {
