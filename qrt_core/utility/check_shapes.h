@@ -56,8 +56,8 @@ class ShapeStep {
  public:
   using Shapes = std::vector<runtime::TensorShape>;  ///< one per input or output
 
-  /// Of `kernel`, with tensors without numbers from `device`.
   /// @param kernel null for one that could not be configured
+  /// @param device makes the tensors without numbers that the kernel is asked about
   ShapeStep(const std::shared_ptr<runtime::IKernel>& kernel, runtime::DeviceCPU& device)
       : kernel_(kernel), device_(device) {}
 
