@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <utility>
@@ -22,7 +23,11 @@ Pattern pattern_of(uint32_t bits) {
 
 void fill(unsigned char* memory, size_t size, uint32_t bits) {
   const Pattern pattern = pattern_of(bits);
-  for (size_t i = 0; i < size; ++i) memory[i] = pattern[i % pattern.size()];
+  size_t filled = std::min(size, pattern.size());
+  std::copy_n(pattern.begin(), filled, memory);
+  for (; filled < size; filled += std::min(filled, size - filled)) {
+    std::memcpy(memory + filled, memory, std::min(filled, size - filled));
+  }
 }
 
 bool is_canary(const unsigned char* memory, size_t i) {
@@ -30,14 +35,26 @@ bool is_canary(const unsigned char* memory, size_t i) {
   return memory[i] == pattern[i % pattern.size()];
 }
 
+// Whether there are canaries only: those of one pattern, each like the one before.
+bool are_canaries(const unsigned char* memory, size_t begin, size_t end) {
+  constexpr size_t kPeriod = sizeof(Pattern);
+  size_t i = begin;
+  for (; i < end && i < begin + kPeriod; ++i) {
+    if (!is_canary(memory, i)) return false;
+  }
+  return i == end || std::memcmp(memory + begin, memory + i, end - i) == 0;
+}
+
 // The first index from `begin` that holds no canary, or `end`.
 size_t first_change(const unsigned char* memory, size_t begin, size_t end) {
+  if (are_canaries(memory, begin, end)) return end;
   while (begin < end && is_canary(memory, begin)) ++begin;
   return begin;
 }
 
 // One more than the last index below `end` that holds no canary, or 0.
 size_t last_change(const unsigned char* memory, size_t end) {
+  if (are_canaries(memory, 0, end)) return 0;
   while (end > 0 && is_canary(memory, end - 1)) --end;
   return end;
 }
