@@ -19,10 +19,6 @@ using runtime::LayoutType;
 
 namespace {
 
-bool has_part(const std::string& kernel, const char* part) {
-  return kernel.find(part) != std::string::npos;
-}
-
 /// A layer with its data.
 struct Layer {
   ConvCase sizes;
@@ -174,12 +170,6 @@ std::vector<double> order_errors(const Layer& layer, const Reference& reference)
   std::vector<double> errors;
   for (const double sum : reference.magnitudes) errors.push_back(2.0 * terms * kEpsilon * sum);
   return errors;
-}
-
-double largest(const std::vector<float>& values) {
-  double most = 0.0;
-  for (const float value : values) most = std::max(most, std::abs(double{value}));
-  return most;
 }
 
 // 18^d (k^2 + 6 k) eps max|weight| max|input|, and the bias, which is added last.

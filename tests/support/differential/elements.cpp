@@ -35,9 +35,7 @@ class Activations final : public Operation {
   std::vector<std::string> families() const override {
     std::vector<std::string> families;
     for (const char* function : kFunctions) {
-      std::string family = function;
-      for (char& c : family) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      families.push_back(family);
+      families.push_back(family_of(function));
     }
     return families;
   }
@@ -107,7 +105,7 @@ class Activations final : public Operation {
 
   // Beyond +-700 the fast exponential overflows or turns negative, and a NaN becomes what it likes.
   static bool is_out_of_range(const std::string& kernel, float x) {
-    if (kernel.find("_Fallback_") != std::string::npos) return false;
+    if (has_part(kernel, "_Fallback_")) return false;
     return std::isnan(x) || std::abs(x) > 300.0f;
   }
 };
@@ -160,7 +158,7 @@ class BroadcastOperators final : public Operation {
       for (const LayoutType layout : layouts_for(map.channels())) {
         const Outcome outcome = run_kernel(kernel, setting, layout);
         if (!outcome.ran && outcome.refusal.empty()) continue;
-        const bool multiplies = kernel.find("_Mul_") != std::string::npos;
+        const bool multiplies = has_part(kernel, "_Mul_");
         if (multiplies && info->op_type != kMultiply) continue;
         // A map of height 1 in front is taken for the factors.
         if (multiplies && setting.inputs[0].dims == map.dims && map.dims[1] == 1) continue;

@@ -205,9 +205,8 @@ class SingleKernels final : public Operation {
     const Single& single = singles()[choices.below(static_cast<uint32_t>(singles().size()))];
     const Setting setting = single.setting(choices);
     for (const std::string& kernel : kernels) {
-      std::string family = kernel.substr(0, kernel.find('_'));
-      for (char& c : family) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      if (std::count(single.families.begin(), single.families.end(), family) == 0) continue;
+      const auto& families = single.families;
+      if (std::count(families.begin(), families.end(), family_of(kernel)) == 0) continue;
       run_single(kernel, single, setting);
     }
   }
@@ -222,8 +221,8 @@ class SingleKernels final : public Operation {
       if (!outcome.ran || !outcome.has_output) continue;
       Expectation expected{outcome.shape.dims, {}, {}};
       // What is moved as it stands, and what nothing but the kernel itself says.
-      const bool moves = single.keeps_elements || kernel.find("_To_") != std::string::npos;
-      const bool gathers = kernel.find("_CnHWn_To_") != std::string::npos;
+      const bool moves = single.keeps_elements || has_part(kernel, "_To_");
+      const bool gathers = has_part(kernel, "_CnHWn_To_");
       if (!moves) {
         count_run(kernel);
         continue;

@@ -1,19 +1,11 @@
 #include "tests/support/differential/operation.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "tests/support/kernels.h"
 
 namespace marlo::test {
 namespace {
-
-std::string family_of(const std::string& kernel) {
-  std::string family = kernel.substr(0, kernel.find('_'));
-  std::transform(family.begin(), family.end(), family.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return family;
-}
 
 struct Entry {
   std::unique_ptr<Operation> operation;

@@ -17,10 +17,6 @@ namespace {
 
 constexpr LayoutType kLayouts[] = {LayoutType::CHW, LayoutType::C4HW4, LayoutType::C8HW8};
 
-bool has_part(const std::string& kernel, const char* part) {
-  return kernel.find(part) != std::string::npos;
-}
-
 Planes choose_planes(Choices& choices) {
   Planes planes;
   const uint32_t channels = choices.yes() ? 8 * choices.size(1, 3) : choices.size(1, 12);
@@ -34,12 +30,6 @@ std::string dims_text(const Planes& planes) {
   std::string text;
   for (const uint32_t size : planes.dims) text += std::to_string(size) + " ";
   return text;
-}
-
-double largest(const std::vector<float>& values) {
-  double most = 0.0;
-  for (const float value : values) most = std::max(most, std::abs(double{value}));
-  return most;
 }
 
 struct Margins {

@@ -14,10 +14,6 @@ using runtime::LayoutType;
 
 namespace {
 
-bool has_part(const std::string& kernel, const char* part) {
-  return kernel.find(part) != std::string::npos;
-}
-
 class FullConnections final : public Operation {
  public:
   std::vector<std::string> families() const override { return {"fullconnection"}; }

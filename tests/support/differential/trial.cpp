@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <exception>
 #include <map>
@@ -284,6 +286,23 @@ size_t count_of(const std::vector<uint32_t>& dims) {
   size_t count = 1;
   for (const uint32_t size : dims) count *= size;
   return count;
+}
+
+double largest(const std::vector<float>& values) {
+  double most = 0.0;
+  for (const float value : values) most = std::max(most, std::abs(double{value}));
+  return most;
+}
+
+bool has_part(const std::string& kernel, const char* part) {
+  return kernel.find(part) != std::string::npos;
+}
+
+std::string family_of(const std::string& kernel) {
+  std::string family = kernel.substr(0, kernel.find('_'));
+  std::transform(family.begin(), family.end(), family.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return family;
 }
 
 std::vector<float> magnitudes(std::vector<float> values) {

@@ -95,6 +95,15 @@ std::vector<float> special_numbers(uint32_t seed, size_t count);
 /// Elements of dims.
 size_t count_of(const std::vector<uint32_t>& dims);
 
+/// The largest magnitude, which is no NaN; 0 of no numbers.
+double largest(const std::vector<float>& values);
+
+/// Whether a kernel's name has a part, "_G1_" say.
+bool has_part(const std::string& kernel, const char* part);
+
+/// What stands before the first '_' of a kernel's name, in lower case.
+std::string family_of(const std::string& kernel);
+
 /// The magnitudes of numbers.
 std::vector<float> magnitudes(std::vector<float> values);
 
