@@ -41,7 +41,7 @@ size_t scale(const uint8_t* row, const ColumnTable& given, int16_t* scaled) noex
     // A fourth number of three is overwritten by the pixel behind.
     int16_t* const to = scaled + channels * i;
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to), both);
-    _mm_storeh_pd(reinterpret_cast<double*>(to + channels), _mm_castsi128_pd(both));
+    _mm_storeh_pi(reinterpret_cast<__m64*>(to + channels), _mm_castsi128_ps(both));
   }
   return i;
 }
