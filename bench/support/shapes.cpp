@@ -16,6 +16,19 @@ constexpr char kPath[] = QRT_SOURCE_DIR "/bench/shapes.txt";
   throw std::runtime_error(std::string(kPath) + ":" + std::to_string(number) + ": " + what);
 }
 
+// A size for both directions, or "1x3" for the vertical and the horizontal one.
+struct Pair {
+  int vertical = 0;
+  int horizontal = 0;
+
+  friend std::istream& operator>>(std::istream& words, Pair& pair) {
+    if (!(words >> pair.vertical)) return words;
+    pair.horizontal = pair.vertical;
+    if (words.peek() == 'x' && words.ignore()) words >> pair.horizontal;
+    return words;
+  }
+};
+
 ConvShape parse(const std::string& line, size_t number) {
   static const std::map<std::string, Kind> kinds = {
       {"plane", Kind::plane}, {"transposed", Kind::transposed}, {"line", Kind::line}};
@@ -23,8 +36,8 @@ ConvShape parse(const std::string& line, size_t number) {
   ConvShape shape;
   std::string network, layer, kind;
   test::ConvCase& sizes = shape.sizes;
-  uint32_t kernel = 0, stride = 0, dilation = 1;
-  int padding = 0;
+  uint32_t stride = 0, dilation = 1;
+  Pair kernel, padding;
   words >> network >> layer >> kind >> sizes.in_channels >> sizes.out_channels >> sizes.height >>
       sizes.width >> kernel >> stride >> padding >> sizes.groups;
   const bool is_layer = !words.fail();
@@ -33,23 +46,28 @@ ConvShape parse(const std::string& line, size_t number) {
   if (!is_dilation || !(words >> std::ws).eof()) fail(number, "not a layer: " + line);
   const auto found = kinds.find(kind);
   if (found == kinds.end()) fail(number, "no such kind: " + kind);
-  if (kernel == 0 || stride == 0 || dilation == 0 || sizes.groups == 0)
+  if (kernel.vertical < 1 || kernel.horizontal < 1 || stride == 0 || dilation == 0 ||
+      sizes.groups == 0) {
     fail(number, "zero size: " + line);
+  }
 
   shape.name = network + "/" + layer;
   shape.kind = found->second;
-  sizes.kernel_x = kernel;
+  sizes.kernel_x = static_cast<uint32_t>(kernel.horizontal);
   sizes.stride_x = stride;
   sizes.dilation_x = dilation;
-  // The description of a transposed layer holds what its gather adds, not what it cuts off.
-  if (shape.kind == Kind::transposed) padding = sizes.extent_x() - 1 - padding;
-  sizes.padding_l = sizes.padding_r = padding;
   if (shape.kind != Kind::line) {
-    sizes.kernel_y = kernel;
+    sizes.kernel_y = static_cast<uint32_t>(kernel.vertical);
     sizes.stride_y = stride;
     sizes.dilation_y = dilation;
-    sizes.padding_t = sizes.padding_b = padding;
   }
+  // The description of a transposed layer holds what its gather adds, not what it cuts off.
+  if (shape.kind == Kind::transposed) {
+    padding.horizontal = sizes.extent_x() - 1 - padding.horizontal;
+    padding.vertical = sizes.extent_y() - 1 - padding.vertical;
+  }
+  sizes.padding_l = sizes.padding_r = padding.horizontal;
+  if (shape.kind != Kind::line) sizes.padding_t = sizes.padding_b = padding.vertical;
   return shape;
 }
 

@@ -97,8 +97,9 @@ void run(benchmark::State& state, const char* name, const ConvShape& shape) {
 
 bool fits(const ConvShape& shape) {
   const ConvCase& sizes = shape.sizes;
-  return shape.kind == ConvShape::Kind::plane && sizes.kernel_x == 1 && sizes.stride_x == 1 &&
-         sizes.groups == 1 && sizes.in_channels % kBlock == 0 && sizes.out_channels % kBlock == 0;
+  return shape.kind == ConvShape::Kind::plane && sizes.kernel_x == 1 && sizes.kernel_y == 1 &&
+         sizes.stride_x == 1 && sizes.groups == 1 && sizes.in_channels % kBlock == 0 &&
+         sizes.out_channels % kBlock == 0;
 }
 
 const bool registered = [] {
