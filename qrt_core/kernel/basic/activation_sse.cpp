@@ -1,41 +1,7 @@
-#include <emmintrin.h>
-
-#include "qrt_core/kernel/basic/activation_cores.h"
-
-// The constant stands second in every min and max: where one operand is a NaN, or both are zeros,
-// the second is the result.
+#include "qrt_core/kernel/basic/activation_internal.h"
 
 namespace marlo::kernel::activation {
 namespace {
-
-constexpr size_t kLanes = 4;
-
-// Eight vectors at a time, each stored before the next is loaded: loads and stores that alternate
-// keep the ports of both busy.
-template <typename Function>
-void map(const float* input, float* output, size_t count, Function function) noexcept {
-  const auto vector_at = [=](size_t i) {
-    _mm_storeu_ps(output + i, function(_mm_loadu_ps(input + i)));
-  };
-  size_t i = 0;
-  for (; i + 8 * kLanes <= count; i += 8 * kLanes) {
-    vector_at(i);
-    vector_at(i + kLanes);
-    vector_at(i + 2 * kLanes);
-    vector_at(i + 3 * kLanes);
-    vector_at(i + 4 * kLanes);
-    vector_at(i + 5 * kLanes);
-    vector_at(i + 6 * kLanes);
-    vector_at(i + 7 * kLanes);
-  }
-  for (; i + kLanes <= count; i += kLanes) vector_at(i);
-}
-
-__m128 hsigmoid(__m128 x) {
-  const __m128 shifted = _mm_add_ps(x, _mm_set1_ps(3.0f));
-  const __m128 clamped = _mm_min_ps(_mm_max_ps(shifted, _mm_setzero_ps()), _mm_set1_ps(6.0f));
-  return _mm_mul_ps(clamped, _mm_set1_ps(kOneSixth));
-}
 
 // The two upper halves of the doubles that `words` gives, as floats.
 __m128 floats_of_upper_words(__m128i words) { return _mm_cvtpd_ps(_mm_castsi128_pd(words)); }
@@ -55,32 +21,27 @@ __m128 fast_exp(__m128 v) {
 }  // namespace
 
 void relu_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count, [](__m128 x) { return _mm_max_ps(x, _mm_setzero_ps()); });
+  relu<SseVector>(input, output, count);
 }
 
 void relu6_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count,
-      [](__m128 x) { return _mm_min_ps(_mm_max_ps(x, _mm_setzero_ps()), _mm_set1_ps(6.0f)); });
+  relu6<SseVector>(input, output, count);
 }
 
 void hsigmoid_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count, [](__m128 x) { return hsigmoid(x); });
+  map<SseVector>(input, output, count, [](__m128 x) { return hard_sigmoid<SseVector>(x); });
 }
 
 void hswish_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count, [](__m128 x) { return _mm_mul_ps(hsigmoid(x), x); });
+  hswish<SseVector>(input, output, count);
 }
 
 void leaky_sse(const float* input, float* output, size_t count, const float* parameters) noexcept {
-  const __m128 slope = _mm_set1_ps(parameters[0]);
-  map(input, output, count, [slope](__m128 x) {
-    const __m128 zero = _mm_setzero_ps();
-    return _mm_add_ps(_mm_mul_ps(_mm_min_ps(x, zero), slope), _mm_max_ps(x, zero));
-  });
+  leaky<SseVector>(input, output, count, parameters[0]);
 }
 
 void sigmoid_fast_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count, [](__m128 x) {
+  map<SseVector>(input, output, count, [](__m128 x) {
     const __m128 one = _mm_set1_ps(1.0f);
     const __m128 e = fast_exp(_mm_sub_ps(_mm_setzero_ps(), x));
     return _mm_div_ps(one, _mm_add_ps(one, e));
@@ -88,7 +49,7 @@ void sigmoid_fast_sse(const float* input, float* output, size_t count, const flo
 }
 
 void tanh_fast_sse(const float* input, float* output, size_t count, const float*) noexcept {
-  map(input, output, count, [](__m128 x) {
+  map<SseVector>(input, output, count, [](__m128 x) {
     const __m128 e = fast_exp(x);
     const __m128 inverse = _mm_div_ps(_mm_set1_ps(1.0f), e);
     return _mm_div_ps(_mm_sub_ps(e, inverse), _mm_add_ps(inverse, e));

@@ -1,23 +1,8 @@
-#include <emmintrin.h>
-
-#include "qrt_core/kernel/basic/pooling_blocked_cores.h"
 #include "qrt_core/kernel/basic/pooling_cores.h"
+#include "qrt_core/kernel/basic/pooling_internal.h"
 
 namespace marlo::kernel::pooling {
 namespace {
-
-struct FourLanes {
-  using Register = __m128;
-  static constexpr size_t kLanes = 4;
-
-  static Register load(const float* p) { return _mm_loadu_ps(p); }
-  static void store(float* p, Register a) { _mm_storeu_ps(p, a); }
-  static Register zero() { return _mm_setzero_ps(); }
-  static Register add(Register a, Register b) { return _mm_add_ps(a, b); }
-  static Register maximum(Register a, Register b) { return _mm_max_ps(a, b); }
-  static Register times(Register a, float factor) { return _mm_mul_ps(a, _mm_set1_ps(factor)); }
-  static Register over(Register a, float divisor) { return _mm_div_ps(a, _mm_set1_ps(divisor)); }
-};
 
 float greater(float a, float b) { return b > a ? b : a; }
 
@@ -151,7 +136,7 @@ void average_k7s1_chw_sse(const PoolingTask& task) noexcept {
 }
 
 void average_k4s4_c4_sse(const PoolingTask& task) noexcept {
-  BlockedPooling<FourLanes, Average, 4, 4>(task).run();
+  BlockedPooling<SseVector, Average, 4, 4>(task).run();
 }
 
 void maximum_k2s2_chw_sse(const PoolingTask& task) noexcept {

@@ -70,50 +70,6 @@ void nearest(const Task& task, Copy copy) noexcept {
   }
 }
 
-/// Whether output columns 1 and 2, 3 and 4, and so on lie between the same two inputs, as they do
-/// where a width is doubled.
-inline bool pairs_share_taps(const Task& task) noexcept {
-  for (size_t column = 1; column + 1 < task.out_width; column += 2) {
-    const Taps& a = task.columns[column];
-    const Taps& b = task.columns[column + 1];
-    if (a.first != b.first || a.second != b.second) return false;
-  }
-  return task.out_width % 2 == 0 && task.out_width > 2;
-}
-
-/// The blend along one row of pixels that fill a vector. Pairs of columns that share their inputs
-/// load them once.
-template <typename Vector>
-auto blend_pixels(const Task& task) noexcept {
-  const bool by_pairs = pairs_share_taps(task);
-  return [&task, by_pairs](const float* in, float* out) {
-    const auto put = [ in, out, &task ](size_t column) __attribute__((always_inline)) {
-      const Taps& taps = task.columns[column];
-      Vector::store(out + column * Vector::kLanes,
-                    Vector::blend(Vector::load(in + taps.first * Vector::kLanes),
-                                  Vector::splat(&taps.first_weight),
-                                  Vector::load(in + taps.second * Vector::kLanes),
-                                  Vector::splat(&taps.second_weight)));
-    };
-    if (!by_pairs) {
-      for (size_t column = 0; column < task.out_width; ++column) put(column);
-      return;
-    }
-    put(0);
-    for (size_t column = 1; column + 1 < task.out_width; column += 2) {
-      const Taps* taps = task.columns + column;
-      const auto left = Vector::load(in + taps->first * Vector::kLanes);
-      const auto right = Vector::load(in + taps->second * Vector::kLanes);
-      for (size_t i = 0; i < 2; ++i) {
-        Vector::store(out + (column + i) * Vector::kLanes,
-                      Vector::blend(left, Vector::splat(&taps[i].first_weight), right,
-                                    Vector::splat(&taps[i].second_weight)));
-      }
-    }
-    put(task.out_width - 1);
-  };
-}
-
 /// The blend along one row of single floats, for layouts without blocks.
 inline auto blend_floats(const Task& task) noexcept {
   return [&task](const float* in, float* out) {

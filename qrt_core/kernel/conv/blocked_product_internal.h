@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // The product of a matrix of weights with the pixels of blocked planes: what a 1x1 convolution is.
 // Weights have the output channel fastest, so that each input is broadcast and meets a vector of

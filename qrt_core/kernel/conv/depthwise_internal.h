@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "qrt_core/kernel/conv/conv_params.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // Depthwise convolutions over blocks, a lane for each channel. Internal to the file that includes
 // it.

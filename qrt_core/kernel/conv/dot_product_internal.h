@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // The product of weights with the pixels of blocked planes where the weights have the input channel
 // fastest: input vectors meet weight vectors lane by lane, and horizontal adds end a sum. Internal

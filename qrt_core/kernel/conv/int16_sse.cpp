@@ -1,7 +1,7 @@
 #include <emmintrin.h>
 
 #include "qrt_core/kernel/conv/int16_cores.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 namespace marlo::kernel::conv {
 namespace {

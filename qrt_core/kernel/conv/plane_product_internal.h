@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // The product of a matrix of weights with whole planes: a 1x1 convolution of tensors that aren't
 // blocked, whose vectors are neighbouring pixels. Internal to the file that includes it.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/conv/conv_params.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // Transposed 3x3 convolutions at stride 2 over blocks. Internal to the file that includes it.
 

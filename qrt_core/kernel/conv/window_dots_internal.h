@@ -1,7 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/conv/conv_params.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // Convolutions with a window over a padded blocked input, whose weights have the input channel
 // fastest: vectors of inputs meet vectors of weights, and the lanes are summed at the end. Internal

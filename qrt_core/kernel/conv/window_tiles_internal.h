@@ -1,7 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/conv/conv_params.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // Convolutions with a window over a padded input, whose weights have the output channel fastest:
 // each input is broadcast and meets a vector of output channels. Internal to the file that includes

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
-#include "qrt_core/kernel/matrix/vectors_internal.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // The loops of the full connection for any vector. Internal to the file that includes it.
 

@@ -1,26 +1,25 @@
 #pragma once
 
 #include "qrt_core/kernel/basic/pooling_params.h"
+#include "qrt_core/kernel/vectors_internal.h"
 
 // Pooling of planes whose pixels are one vector each, for any vector and any window that is known
-// when it is compiled. Included by the files that define the vector; all of it is internal to them.
+// when it is compiled.
 
 namespace marlo::kernel::pooling {
 namespace {
-
-inline size_t smaller(size_t a, size_t b) { return a < b ? a : b; }
 
 /// Sums, divided by a constant. A power of two divides exactly as a factor.
 template <typename Vector>
 struct Average {
   using Register = typename Vector::Register;
 
-  static Register combine(Register a, Register b) { return Vector::add(a, b); }
+  static Register combine(Register a, Register b) { return Vector::plus(a, b); }
 
   template <size_t area>
   static Register finish(Register sum) {
-    if constexpr ((area & (area - 1)) == 0) return Vector::times(sum, 1.0f / area);
-    return Vector::over(sum, static_cast<float>(area));
+    if constexpr ((area & (area - 1)) == 0) return Vector::times(sum, Vector::splat(1.0f / area));
+    return Vector::over(sum, Vector::splat(static_cast<float>(area)));
   }
 };
 
@@ -52,8 +51,8 @@ class BlockedPooling {
       return;
     }
     const size_t reach = task.left + task.width;
-    first_whole_ = smaller((task.left + stride - 1) / stride, task.out_width);
-    last_whole_ = reach < kernel ? 0 : smaller((reach - kernel) / stride + 1, task.out_width);
+    first_whole_ = smaller_of((task.left + stride - 1) / stride, task.out_width);
+    last_whole_ = reach < kernel ? 0 : smaller_of((reach - kernel) / stride + 1, task.out_width);
     if (last_whole_ < first_whole_) last_whole_ = first_whole_;
   }
 
@@ -79,7 +78,7 @@ class BlockedPooling {
     if (task_.runs_on) return {plane + oh * stride * row_step_, kernel};
     const size_t begin = oh * stride > task_.top ? oh * stride - task_.top : 0;
     const size_t end_above = oh * stride + kernel;
-    const size_t end = end_above > task_.top ? smaller(end_above - task_.top, task_.height) : 0;
+    const size_t end = end_above > task_.top ? smaller_of(end_above - task_.top, task_.height) : 0;
     if (end <= begin) return {plane, 0};
     return {plane + begin * row_step_, end - begin};
   }
@@ -119,7 +118,7 @@ class BlockedPooling {
   void clipped_window(const Rows& rows, size_t ow, float* output) const noexcept {
     const size_t begin = ow * stride > task_.left ? ow * stride - task_.left : 0;
     const size_t end_right = ow * stride + kernel;
-    const size_t end = end_right > task_.left ? smaller(end_right - task_.left, task_.width) : 0;
+    const size_t end = end_right > task_.left ? smaller_of(end_right - task_.left, task_.width) : 0;
     Register window = Vector::zero();
     for (size_t c = begin; c < end; ++c) {
       window = Op::combine(window, short_column(rows.first + c * kLanes, rows.count));

@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-// The vectors that products of matrices are written with. Everything here is internal to the
-// file that includes it, since each such file is compiled for an instruction set of its own.
+// The vectors that cores are written with. Everything here is internal to the file that includes
+// it, since each such file is compiled for an instruction set of its own.
 
 namespace marlo::kernel {
 namespace {
@@ -45,9 +45,16 @@ struct SseVector {
   static Register zero() noexcept { return _mm_setzero_ps(); }
   static Register load(const float* from) noexcept { return _mm_loadu_ps(from); }
   static Register splat(const float* from) noexcept { return _mm_load1_ps(from); }
+  static Register splat(float x) noexcept { return _mm_set1_ps(x); }
   static void store(float* to, Register x) noexcept { _mm_storeu_ps(to, x); }
+
   static Register plus(Register a, Register b) noexcept { return _mm_add_ps(a, b); }
+  static Register minus(Register a, Register b) noexcept { return _mm_sub_ps(a, b); }
   static Register times(Register a, Register b) noexcept { return _mm_mul_ps(a, b); }
+  static Register over(Register a, Register b) noexcept { return _mm_div_ps(a, b); }
+  // Where an operand is a NaN, or both are zeros, these are b.
+  static Register maximum(Register a, Register b) noexcept { return _mm_max_ps(a, b); }
+  static Register minimum(Register a, Register b) noexcept { return _mm_min_ps(a, b); }
   static Register plus_product(Register sum, Register a, Register b) noexcept {
     return in_order(_mm_add_ps(sum, _mm_mul_ps(a, b)));
   }
@@ -63,6 +70,7 @@ struct AvxVector {
   static Register zero() noexcept { return _mm256_setzero_ps(); }
   static Register load(const float* from) noexcept { return _mm256_loadu_ps(from); }
   static Register splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
+  static Register splat(float x) noexcept { return _mm256_set1_ps(x); }
   static void store(float* to, Register x) noexcept { _mm256_storeu_ps(to, x); }
 
   /// Eight floats, or four of them twice.
@@ -81,7 +89,11 @@ struct AvxVector {
   }
 
   static Register plus(Register a, Register b) noexcept { return _mm256_add_ps(a, b); }
+  static Register minus(Register a, Register b) noexcept { return _mm256_sub_ps(a, b); }
   static Register times(Register a, Register b) noexcept { return _mm256_mul_ps(a, b); }
+  static Register over(Register a, Register b) noexcept { return _mm256_div_ps(a, b); }
+  static Register maximum(Register a, Register b) noexcept { return _mm256_max_ps(a, b); }
+  static Register minimum(Register a, Register b) noexcept { return _mm256_min_ps(a, b); }
   static Register plus_product(Register sum, Register a, Register b) noexcept {
     return in_order(_mm256_add_ps(sum, _mm256_mul_ps(a, b)));
   }
