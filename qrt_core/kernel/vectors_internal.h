@@ -140,5 +140,17 @@ template <typename Run>
 
 inline size_t smaller_of(size_t a, size_t b) noexcept { return a < b ? a : b; }
 
+/// Calls `run(first, count)` for parts of `most` and for what is left over. Of nothing there is one
+/// empty part: sums of no products still have to be written.
+template <typename Run>
+void for_each_part(size_t total, size_t most, Run run) noexcept {
+  size_t first = 0;
+  do {
+    const size_t count = smaller_of(total - first, most);
+    run(first, count);
+    first += count;
+  } while (first < total);
+}
+
 }  // namespace
 }  // namespace marlo::kernel

@@ -4,28 +4,18 @@
 #include <cstdint>
 #include <vector>
 
+#include "tests/support/window_case.h"
+
 namespace marlo::test {
 
 /// The sizes of one convolution over [channels, height, width]. A line has height 1.
 ///
 /// Paddings are those of the description: for a transposed convolution they hold
 /// (kernel - 1) * dilation - p, where p rows or columns are cut off the full result.
-struct ConvCase {
+struct ConvCase : WindowCase {
   uint32_t in_channels = 1;
   uint32_t out_channels = 1;
   uint32_t groups = 1;
-  uint32_t height = 1;
-  uint32_t width = 1;
-  uint32_t kernel_y = 1;
-  uint32_t kernel_x = 1;
-  uint32_t stride_y = 1;
-  uint32_t stride_x = 1;
-  uint32_t dilation_y = 1;
-  uint32_t dilation_x = 1;
-  int padding_l = 0;
-  int padding_r = 0;
-  int padding_t = 0;
-  int padding_b = 0;
   bool bias = true;
 
   uint32_t ins() const { return in_channels / groups; }    ///< input channels of a group

@@ -13,16 +13,8 @@ std::shared_ptr<Info> plane_info(const ConvCase& sizes, const ConvData& data) {
   auto info = std::make_shared<Info>();
   info->in_channels = static_cast<uint16_t>(sizes.in_channels);
   info->out_channels = static_cast<uint16_t>(sizes.out_channels);
-  info->kernel_x = static_cast<uint16_t>(sizes.kernel_x);
-  info->kernel_y = static_cast<uint16_t>(sizes.kernel_y);
-  info->padding_l = static_cast<decltype(info->padding_l)>(sizes.padding_l);
-  info->padding_t = static_cast<decltype(info->padding_t)>(sizes.padding_t);
-  info->padding_r = static_cast<decltype(info->padding_r)>(sizes.padding_r);
-  info->padding_b = static_cast<decltype(info->padding_b)>(sizes.padding_b);
-  info->stride_x = static_cast<uint16_t>(sizes.stride_x);
-  info->stride_y = static_cast<uint16_t>(sizes.stride_y);
-  info->dilation_x = static_cast<uint16_t>(sizes.dilation_x);
-  info->dilation_y = static_cast<uint16_t>(sizes.dilation_y);
+  describe_window(sizes, *info);
+  describe_dilation(sizes, *info);
   info->groups = static_cast<uint16_t>(sizes.groups);
   info->if_bias = sizes.bias;
   info->weight = weight_text(data.weight);

@@ -16,43 +16,13 @@ namespace marlo::test {
 /// @endcode
 ///
 /// A failure shows the sentence that repeats it. Lines take the horizontal half of each pair.
-class ConvTester {
+class ConvTester : public WindowSetters<ConvTester, ConvCase> {
  public:
   ConvTester& channels(uint32_t in, uint32_t out) {
     sizes_.in_channels = in;
     sizes_.out_channels = out;
     return *this;
   }
-  ConvTester& size(uint32_t height, uint32_t width) {
-    sizes_.height = height;
-    sizes_.width = width;
-    return *this;
-  }
-  ConvTester& kernel(uint32_t height, uint32_t width) {
-    sizes_.kernel_y = height;
-    sizes_.kernel_x = width;
-    return *this;
-  }
-  ConvTester& stride(uint32_t vertical, uint32_t horizontal) {
-    sizes_.stride_y = vertical;
-    sizes_.stride_x = horizontal;
-    return *this;
-  }
-  ConvTester& stride(uint32_t both) { return stride(both, both); }
-  ConvTester& dilation(uint32_t vertical, uint32_t horizontal) {
-    sizes_.dilation_y = vertical;
-    sizes_.dilation_x = horizontal;
-    return *this;
-  }
-  ConvTester& dilation(uint32_t both) { return dilation(both, both); }
-  ConvTester& padding(int left, int right, int top, int bottom) {
-    sizes_.padding_l = left;
-    sizes_.padding_r = right;
-    sizes_.padding_t = top;
-    sizes_.padding_b = bottom;
-    return *this;
-  }
-  ConvTester& padding(int all) { return padding(all, all, all, all); }
   ConvTester& groups(uint32_t groups) {
     sizes_.groups = groups;
     return *this;
@@ -86,7 +56,6 @@ class ConvTester {
   std::string sentence(const std::string& kernel) const;
 
  private:
-  ConvCase sizes_;
   uint32_t seed_ = 1;
 };
 

@@ -26,14 +26,7 @@ enum class Buffer { from_pool, unaligned };
 template <typename Info>
 std::shared_ptr<Info> describe(const PoolingCase& sizes) {
   auto info = std::make_shared<Info>();
-  info->kernel_x = static_cast<uint16_t>(sizes.kernel_x);
-  info->kernel_y = static_cast<uint16_t>(sizes.kernel_y);
-  info->stride_x = static_cast<uint16_t>(sizes.stride_x);
-  info->stride_y = static_cast<uint16_t>(sizes.stride_y);
-  info->padding_l = static_cast<int16_t>(sizes.padding_l);
-  info->padding_r = static_cast<int16_t>(sizes.padding_r);
-  info->padding_t = static_cast<int16_t>(sizes.padding_t);
-  info->padding_b = static_cast<int16_t>(sizes.padding_b);
+  describe_window(sizes, *info);
   info->ceil_mode = sizes.ceil_mode;
   return info;
 }
@@ -128,8 +121,7 @@ std::shared_ptr<runtime::LayerInfo> PoolingTester::description(const PoolingRow&
     return info;
   }
   auto info = describe<runtime::MaxPool2dInfo>(sizes_);
-  info->dilation_x = static_cast<uint16_t>(sizes_.dilation_x);
-  info->dilation_y = static_cast<uint16_t>(sizes_.dilation_y);
+  describe_dilation(sizes_, *info);
   return info;
 }
 
@@ -143,7 +135,7 @@ std::string PoolingTester::sentence(const std::string& kernel) const {
   const PoolingCase& s = sizes_;
   std::ostringstream text;
   text << "PoolingTester().planes(" << s.planes << ").size(" << s.height << ", " << s.width
-       << ").window(" << s.kernel_y << ", " << s.kernel_x << ").stride(" << s.stride_y << ", "
+       << ").kernel(" << s.kernel_y << ", " << s.kernel_x << ").stride(" << s.stride_y << ", "
        << s.stride_x << ").dilation(" << s.dilation_y << ", " << s.dilation_x << ").padding("
        << s.padding_l << ", " << s.padding_r << ", " << s.padding_t << ", " << s.padding_b
        << ").ceil_mode(" << (s.ceil_mode ? "true" : "false") << ").count_include_pad("

@@ -47,7 +47,7 @@ void run_forward(benchmark::State& state, const PoolingRow& row, uint32_t channe
   const auto tester = test::PoolingTester()
                           .planes(sizes.planes)
                           .size(size, size)
-                          .window(sizes.kernel_y)
+                          .kernel(sizes.kernel_y)
                           .stride(sizes.stride_y)
                           .padding(padding);
   std::shared_ptr<runtime::Context> context;

@@ -70,12 +70,8 @@ class BlockedProductTiles {
   explicit BlockedProductTiles(const BlockedProduct& product) noexcept : product_(product) {}
 
   void run() const noexcept {
-    size_t first = 0;
-    do {
-      const size_t depth = smaller_of(product_.in_blocks - first, kDepth);
-      for_each_panel(first, depth);
-      first += depth;
-    } while (first < product_.in_blocks);
+    for_each_part(product_.in_blocks, kDepth,
+                  [this](size_t first, size_t depth) { for_each_panel(first, depth); });
   }
 
  private:

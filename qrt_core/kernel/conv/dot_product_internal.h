@@ -77,12 +77,8 @@ class DotProductTiles {
   explicit DotProductTiles(const DotProduct& product) noexcept : product_(product) {}
 
   void run() const noexcept {
-    size_t first = 0;
-    do {
-      const size_t depth = smaller_of(product_.in_blocks - first, kDepth);
-      run_pass(first, depth);
-      first += depth;
-    } while (first < product_.in_blocks);
+    for_each_part(product_.in_blocks, kDepth,
+                  [this](size_t first, size_t depth) { run_pass(first, depth); });
   }
 
  private:
@@ -218,12 +214,8 @@ class DotProductRows {
   explicit DotProductRows(const DotProduct& product) noexcept : product_(product) {}
 
   void run() const noexcept {
-    size_t first = 0;
-    do {
-      const size_t depth = smaller_of(product_.in_blocks - first, kDepth);
-      run_pass(first, depth);
-      first += depth;
-    } while (first < product_.in_blocks);
+    for_each_part(product_.in_blocks, kDepth,
+                  [this](size_t first, size_t depth) { run_pass(first, depth); });
   }
 
  private:

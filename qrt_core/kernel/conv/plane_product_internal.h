@@ -67,12 +67,9 @@ class PlaneProductTiles {
   explicit PlaneProductTiles(const PlaneProduct& product) noexcept : product_(product) {}
 
   void run() const noexcept {
-    size_t first = 0;
-    do {
-      const size_t depth = smaller_of(product_.in_planes - first, kDepth);
+    for_each_part(product_.in_planes, kDepth, [this](size_t first, size_t depth) {
       for (size_t row = 0; row < product_.rows; ++row) run_row(row, first, depth);
-      first += depth;
-    } while (first < product_.in_planes);
+    });
   }
 
  private:

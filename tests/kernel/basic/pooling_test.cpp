@@ -25,7 +25,7 @@ using runtime::TensorShape;
 // A tester with the window that the row is made for, or 3 by 3 with stride 2.
 PoolingTester tester_of(const PoolingRow& row) {
   const bool any = row.kernel == 0;
-  return PoolingTester().window(any ? 3 : row.kernel).stride(any ? 2 : row.stride);
+  return PoolingTester().kernel(any ? 3 : row.kernel).stride(any ? 2 : row.stride);
 }
 
 uint32_t window_of(const PoolingRow& row) { return row.kernel == 0 ? 3 : row.kernel; }
@@ -94,8 +94,8 @@ TEST_P(EveryPooling, AcceptsItsWindowOnly) {
     return kernel->CheckConfig(tester.description(row()), nullptr);
   };
   EXPECT_EQ(verdict(tester_of(row())), 0);
-  EXPECT_EQ(verdict(tester_of(row()).window(window + 1, window)), other);
-  EXPECT_EQ(verdict(tester_of(row()).window(window, window + 1)), other);
+  EXPECT_EQ(verdict(tester_of(row()).kernel(window + 1, window)), other);
+  EXPECT_EQ(verdict(tester_of(row()).kernel(window, window + 1)), other);
   EXPECT_EQ(verdict(tester_of(row()).stride(stride + 1, stride)), other);
   EXPECT_EQ(verdict(tester_of(row()).stride(stride, stride + 1)), other);
   EXPECT_EQ(verdict(tester_of(row()).padding(5, 4, 3, 2).dilation(7, 9).ceil_mode(true)), 0);
@@ -189,17 +189,17 @@ const PoolingRow& portable_maximum() { return kernel::rows::Pooling2D_Max_Fallba
 
 TEST(PortablePooling, TakesAnyWindow) {
   for (const PoolingRow* row : {&portable_average(), &portable_maximum()}) {
-    PoolingTester().planes(2).size(7, 9).window(1).stride(1).test(*row);
-    PoolingTester().planes(2).size(7, 9).window(2, 5).stride(3, 1).test(*row);
-    PoolingTester().planes(2).size(7, 9).window(7, 9).stride(1).test(*row);
-    PoolingTester().planes(2).size(7, 9).window(2, 1).stride(5, 7).test(*row);
-    PoolingTester().planes(2).size(7, 9).window(3, 5).stride(2).padding(3, 1, 0, 2).test(*row);
+    PoolingTester().planes(2).size(7, 9).kernel(1).stride(1).test(*row);
+    PoolingTester().planes(2).size(7, 9).kernel(2, 5).stride(3, 1).test(*row);
+    PoolingTester().planes(2).size(7, 9).kernel(7, 9).stride(1).test(*row);
+    PoolingTester().planes(2).size(7, 9).kernel(2, 1).stride(5, 7).test(*row);
+    PoolingTester().planes(2).size(7, 9).kernel(3, 5).stride(2).padding(3, 1, 0, 2).test(*row);
   }
 }
 
 TEST(PortablePooling, MaximaHonourDilation) {
   for (const bool ceil_mode : {false, true}) {
-    const auto tester = PoolingTester().planes(2).size(11, 12).window(3, 2).ceil_mode(ceil_mode);
+    const auto tester = PoolingTester().planes(2).size(11, 12).kernel(3, 2).ceil_mode(ceil_mode);
     PoolingTester(tester).stride(2).dilation(2, 3).padding(1, 2, 0, 1).test(portable_maximum());
     PoolingTester(tester).stride(4).dilation(5, 1).test(portable_maximum());
     PoolingTester(tester).stride(3).dilation(0, 0).test(portable_maximum());
@@ -207,12 +207,12 @@ TEST(PortablePooling, MaximaHonourDilation) {
 }
 
 TEST(PortablePooling, CeilModeRepeatsTheLastRowAndColumnInMaxima) {
-  PoolingTester().planes(2).size(6, 8).window(3).stride(2).ceil_mode(true).test(portable_maximum());
-  PoolingTester().planes(2).size(6, 8).window(2).stride(5).ceil_mode(true).test(portable_maximum());
+  PoolingTester().planes(2).size(6, 8).kernel(3).stride(2).ceil_mode(true).test(portable_maximum());
+  PoolingTester().planes(2).size(6, 8).kernel(2).stride(5).ceil_mode(true).test(portable_maximum());
 }
 
 TEST(PortablePooling, AnAverageOverPaddingThatDoesNotCountIsNaN) {
-  const auto tester = PoolingTester().size(2, 2).window(2).stride(2).padding(2, 0, 0, 0);
+  const auto tester = PoolingTester().size(2, 2).kernel(2).stride(2).padding(2, 0, 0, 0);
   const std::vector<float> input{1, 2, 3, 6};
   EXPECT_TRUE(same_bits(tester.output(portable_average(), input), {kNaN, 3}));
   EXPECT_TRUE(same_bits(
@@ -220,7 +220,7 @@ TEST(PortablePooling, AnAverageOverPaddingThatDoesNotCountIsNaN) {
 }
 
 TEST(PortablePooling, AnAverageCountsPaddingOnDemand) {
-  const auto tester = PoolingTester().size(1, 2).window(1, 2).stride(1).padding(1, 1, 0, 0);
+  const auto tester = PoolingTester().size(1, 2).kernel(1, 2).stride(1).padding(1, 1, 0, 0);
   EXPECT_TRUE(same_bits(tester.output(portable_average(), {2, 4}), {2, 3, 4}));
   EXPECT_TRUE(same_bits(
       PoolingTester(tester).count_include_pad(true).output(portable_average(), {2, 4}), {1, 3, 2}));
@@ -228,7 +228,7 @@ TEST(PortablePooling, AnAverageCountsPaddingOnDemand) {
 
 TEST(PortablePooling, CeilModeHasNoEffectOnAverages) {
   const std::vector<float> input = Random(7).small_integers(64);
-  const auto tester = PoolingTester().size(8, 8).window(3).stride(2);
+  const auto tester = PoolingTester().size(8, 8).kernel(3).stride(2);
   const auto plain = tester.output(portable_average(), input);
   EXPECT_EQ(plain.size(), 9u);
   EXPECT_TRUE(
@@ -236,23 +236,23 @@ TEST(PortablePooling, CeilModeHasNoEffectOnAverages) {
 }
 
 TEST(PortablePooling, AMaximumDropsNaNs) {
-  const auto tester = PoolingTester().size(1, 4).window(1, 2).stride(2);
+  const auto tester = PoolingTester().size(1, 4).kernel(1, 2).stride(2);
   EXPECT_TRUE(same_bits(tester.output(portable_maximum(), {kNaN, -5, -7, kNaN}), {-5, -7}));
 }
 
 TEST(PortablePooling, AMaximumOverNothingButNaNOrMinusInfinityIsTheLowestFloat) {
-  const auto tester = PoolingTester().size(1, 4).window(1, 2).stride(2);
+  const auto tester = PoolingTester().size(1, 4).kernel(1, 2).stride(2);
   EXPECT_TRUE(same_bits(tester.output(portable_maximum(), {kNaN, kNaN, -kInfinity, -kInfinity}),
                         {-kLargest, -kLargest}));
 }
 
 TEST(PortablePooling, TheMarginOfAMaximumIsTheLowestFloat) {
-  const auto tester = PoolingTester().size(1, 1).window(2).stride(2).padding(2, 1, 1, 0);
+  const auto tester = PoolingTester().size(1, 1).kernel(2).stride(2).padding(2, 1, 1, 0);
   EXPECT_TRUE(same_bits(tester.output(portable_maximum(), {-3}), {-kLargest, -3}));
 }
 
 TEST(PortablePooling, AWindowOfNoPixelsReadsNothing) {
-  const auto tester = PoolingTester().size(3, 3).window(0).stride(3);
+  const auto tester = PoolingTester().size(3, 3).kernel(0).stride(3);
   EXPECT_TRUE(same_bits(tester.output(portable_average(), Random(1).floats(9)),
                         std::vector<float>(4, kNaN)));
   EXPECT_TRUE(same_bits(tester.output(portable_maximum(), Random(1).floats(9)),
@@ -262,26 +262,26 @@ TEST(PortablePooling, AWindowOfNoPixelsReadsNothing) {
 TEST(PortablePooling, RefusesAStrideOfZero) {
   for (const PoolingRow* row : {&portable_average(), &portable_maximum()}) {
     for (const auto& tester :
-         {PoolingTester().window(1).stride(0, 1), PoolingTester().window(1).stride(1, 0)}) {
+         {PoolingTester().kernel(1).stride(0, 1), PoolingTester().kernel(1).stride(1, 0)}) {
       EXPECT_THAT(refusal(*row, tester, {1, 3, 3}), testing::HasSubstr("a stride is 0"));
     }
   }
 }
 
 TEST(PortablePooling, RefusesADilationBeyondThePicture) {
-  const auto tester = PoolingTester().window(65535).stride(1).dilation(65535, 65535);
+  const auto tester = PoolingTester().kernel(65535).stride(1).dilation(65535, 65535);
   EXPECT_THAT(refusal(portable_maximum(), tester, {1, 3, 3}), testing::HasSubstr("doesn't fit"));
 }
 
 TEST(PortablePooling, RefusesAnOutputOfFourGigabytes) {
-  const auto tester = PoolingTester().window(1).stride(1).padding(32767);
+  const auto tester = PoolingTester().kernel(1).stride(1).padding(32767);
   EXPECT_THAT(refusal(portable_average(), tester, {1, 3, 3}), testing::HasSubstr("4 GiB"));
 }
 
 TEST(PortablePooling, SizesOfMaximaComeFromADivisionInFloat) {
   TestContext context;
   const auto kernel = make_kernel(portable_maximum().name);
-  kernel->Config(PoolingTester().window(1).stride(1).description(portable_maximum()), nullptr,
+  kernel->Config(PoolingTester().kernel(1).stride(1).description(portable_maximum()), nullptr,
                  context);
   const TensorShape wide({1, 1, (1u << 24) + 3}, DataType::FLOAT32, LayoutType::CHW);
   // 2^24 + 2 steps and one more, which a float rounds to the even neighbour.
@@ -395,7 +395,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, VectorMaximum,
 // 3 by 3 maxima over values that are all below -999.
 
 std::vector<float> five_maxima_of_far_negatives(const PoolingRow& row) {
-  const auto tester = PoolingTester().size(3, 11).window(3).stride(2);
+  const auto tester = PoolingTester().size(3, 11).kernel(3).stride(2);
   return tester.output(row, std::vector<float>(size_t{33} * row.block, -2000.0f));
 }
 
