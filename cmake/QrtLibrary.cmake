@@ -64,6 +64,8 @@ function(qrt_add_objects name sources)
   qrt_set_usage(qrt_objects_${name})
   target_link_libraries(qrt_objects_${name} PRIVATE qrt_build_flags)
   target_include_directories(qrt_objects_${name} SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
+  # Steps of recurrent networks call expf and tanhf for each number: straight, without a stub that jumps there.
+  target_compile_options(qrt_objects_${name} PRIVATE -fno-plt)
   # RapidJSON's member iterators compare in a way that C++20 calls ambiguous and resolves as meant.
   target_compile_options(qrt_objects_${name} PRIVATE
     $<$<CXX_COMPILER_ID:Clang>:-Wno-ambiguous-reversed-operator> ${ARGN})

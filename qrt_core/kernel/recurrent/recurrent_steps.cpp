@@ -1,19 +1,14 @@
 #include "qrt_core/kernel/recurrent/recurrent_steps.h"
 
-#include <cmath>
 #include <cstring>
 
-#include "qrt_core/kernel/basic/sigmoid.h"
+#include "qrt_core/kernel/recurrent/recurrent_updates_internal.h"
 
 namespace marlo::kernel::recurrent {
 namespace {
 
 constexpr size_t kLstmGates = 4;
 constexpr size_t kGruGates = 3;
-
-void sigmoid(float* values, size_t count) noexcept {
-  functional::sigmoid_f32(values, static_cast<unsigned int>(count), values);
-}
 
 // weight * x + bias for `rows` rows of weights.
 template <typename P>
@@ -48,54 +43,21 @@ void rectify(float* values, size_t count) noexcept {
   for (size_t i = 0; i < count; ++i) values[i] = values[i] > 0.0f ? values[i] : 0.0f;
 }
 
-void hyperbolic_tangent(float* values, size_t count) noexcept {
-  for (size_t i = 0; i < count; ++i) values[i] = std::tanh(values[i]);
+void hyperbolic_tangent(float* values, size_t count) noexcept { tangent(values, count, values); }
+
+template <>
+void rnn_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept {
+  update_rnn<Scalar>(task, gates);
 }
 
-template <typename V>
-void rnn_update(const StepTask& task, const Gates& gates) noexcept {
-  V::add(gates.a, gates.b, static_cast<unsigned int>(task.hidden_size), task.h);
-  task.activation(task.h, task.hidden_size);
+template <>
+void lstm_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept {
+  update_lstm<Scalar>(task, gates);
 }
 
-template <typename V>
-void lstm_update(const StepTask& task, const Gates& gates) noexcept {
-  const size_t size = task.hidden_size;
-  const auto count = static_cast<unsigned int>(size);
-  const auto [a, b] = gates;
-  V::add(a, b, static_cast<unsigned int>(kLstmGates) * count, b);
-  float* const i = b;
-  float* const f = b + size;
-  float* const g = b + 2 * size;
-  float* const o = b + 3 * size;
-  sigmoid(i, 2 * size);  // i and f
-  hyperbolic_tangent(g, size);
-  sigmoid(o, size);
-  V::multiply(task.c, f, count, f);
-  V::multiply(i, g, count, g);
-  V::add(f, g, count, task.c);
-  std::memcpy(task.h, task.c, size * sizeof(float));
-  hyperbolic_tangent(task.h, size);
-  V::multiply(task.h, o, count, task.h);
-}
-
-template <typename V>
-void gru_update(const StepTask& task, const Gates& gates) noexcept {
-  const size_t size = task.hidden_size;
-  const auto count = static_cast<unsigned int>(size);
-  const auto [a, b] = gates;
-  V::add(a, b, 2 * count, a);
-  sigmoid(a, 2 * size);
-  float* const r = a;
-  float* const z = a + size;
-  float* const n = a + 2 * size;
-  float* const t = b;
-  V::multiply(r, b + 2 * size, count, t);
-  V::add(n, t, count, n);
-  hyperbolic_tangent(n, size);
-  V::subtract(n, task.h, count, t);
-  V::multiply(z, t, count, t);
-  V::subtract(n, t, count, task.h);
+template <>
+void gru_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept {
+  update_gru<Scalar>(task, gates);
 }
 
 template <typename P>
@@ -112,14 +74,6 @@ template <typename P>
 void gru_step(const StepTask& task) noexcept {
   gru_update<typename P::Vectors>(task, multiply_gates<P>(task, kGruGates));
 }
-
-#define QRT_UPDATES(V)                                                             \
-  template void rnn_update<V>(const StepTask& task, const Gates& gates) noexcept;  \
-  template void lstm_update<V>(const StepTask& task, const Gates& gates) noexcept; \
-  template void gru_update<V>(const StepTask& task, const Gates& gates) noexcept;
-
-QRT_UPDATES(PortableVectors)
-QRT_UPDATES(SseVectors)
 
 #define QRT_STEPS(P)                                         \
   template void rnn_step<P>(const StepTask& task) noexcept;  \

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qrt_core/kernel/basic/elementwise_functions.h"
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
 #include "qrt_core/utility/build_options.h"
 
@@ -43,23 +42,12 @@ struct Gates {
   float* b;
 };
 
-using VectorOperation = void (*)(const float* a, const float* b, const unsigned int& count,
-                                 float* result);
-
 /// @name Vector operations
-/// The same floats from both.
+/// How many elements are added, subtracted and multiplied at once: one, or four. The same floats
+/// from both.
 /// @{
-struct PortableVectors {
-  static constexpr VectorOperation add = functional::elementwise_add_f32_m1;
-  static constexpr VectorOperation subtract = functional::elementwise_sub_f32_m1;
-  static constexpr VectorOperation multiply = functional::elementwise_mul_f32_m1;
-};
-
-struct SseVectors {
-  static constexpr VectorOperation add = functional::elementwise_add_sse_f32;
-  static constexpr VectorOperation subtract = functional::elementwise_sub_sse_f32;
-  static constexpr VectorOperation multiply = functional::elementwise_mul_sse_f32;
-};
+struct PortableVectors {};
+struct SseVectors {};
 /// @}
 
 /// The two policies of a step.
@@ -90,6 +78,21 @@ template <typename V>
 void lstm_update(const StepTask& task, const Gates& gates) noexcept;
 template <typename V>
 void gru_update(const StepTask& task, const Gates& gates) noexcept;
+
+template <>
+void rnn_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
+template <>
+void lstm_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
+template <>
+void gru_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
+#if QRT_WITH_SSE
+template <>
+void rnn_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
+template <>
+void lstm_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
+template <>
+void gru_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
+#endif
 /// @}
 
 /// @name Steps
