@@ -7,9 +7,11 @@ unique or common) and may hold no initialiser, which would run when the library 
 the baseline hold no AVX instruction, those of the AVX set no fused multiply-add.
 """
 
+import os
 import re
 import subprocess
 import sys
+import tempfile
 
 WEAK = set("WVuC")
 INITIALISERS = re.compile(r"\s(\.(?:init_array|preinit_array|ctors|init)[.\w]*)\s")
@@ -36,10 +38,21 @@ def initialisers(path):
         yield f"initialiser section: {section}"
 
 
+def disassembly(path):
+    """Of all code in one section: objdump takes minutes over the thousands that a debug build has."""
+    with tempfile.TemporaryDirectory() as folder:
+        script = os.path.join(folder, "one_section.ld")
+        merged = os.path.join(folder, "merged.o")
+        with open(script, "w", encoding="ascii") as file:
+            file.write("SECTIONS { .text : { *(.text .text.*) } }\n")
+        run("ld", "-r", "--force-group-allocation", "-T", script, "-o", merged, path)
+        return run("objdump", "-d", "--no-show-raw-insn", merged)
+
+
 def forbidden_instructions(path, is_forbidden):
     """Yields the first forbidden instruction of each function."""
     function, reported = "?", None
-    for line in run("objdump", "-d", "--no-show-raw-insn", path).splitlines():
+    for line in disassembly(path).splitlines():
         if line.endswith(">:"):
             function = line[line.index("<") + 1:-2]
             continue
