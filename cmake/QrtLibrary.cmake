@@ -66,6 +66,9 @@ function(qrt_add_objects name sources)
   target_include_directories(qrt_objects_${name} SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
   # Steps of recurrent networks call expf and tanhf for each number: straight, without a stub that jumps there.
   target_compile_options(qrt_objects_${name} PRIVATE -fno-plt)
+  if(QRT_BUILD_FUZZ)
+    target_compile_options(qrt_objects_${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
   # RapidJSON's member iterators compare in a way that C++20 calls ambiguous and resolves as meant.
   target_compile_options(qrt_objects_${name} PRIVATE
     $<$<CXX_COMPILER_ID:Clang>:-Wno-ambiguous-reversed-operator> ${ARGN})
