@@ -1,18 +1,17 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "bench/support/peer.h"
 
 // Functions of OpenCV and libyuv for the work of our image operations, where they are installed, on
 // one thread. They use all instructions that the processor has.
 
 namespace marlo::bench {
 
-struct ImagePeer {
-  const char* column;          ///< of the report
-  std::function<void()> pass;  ///< does the work once
+struct ImagePeer : Peer {
   /// How far results may be from ours; none where they mean something else, as planes in another
   /// order.
   std::optional<double> tolerance;

@@ -69,10 +69,10 @@ const LibyuvCase kCases[] = {
 std::optional<ImagePeer> libyuv_peer(const std::string& name, void* from, void* to) {
   for (const LibyuvCase& use : kCases) {
     if (name != use.name) continue;
-    return ImagePeer{"x libyuv",
-                     [&use, from, to] {
-                       use.function(static_cast<const uint8_t*>(from), static_cast<uint8_t*>(to));
-                     },
+    return ImagePeer{{"x libyuv",
+                      [&use, from, to] {
+                        use.function(static_cast<const uint8_t*>(from), static_cast<uint8_t*>(to));
+                      }},
                      use.tolerance};
   }
   return std::nullopt;

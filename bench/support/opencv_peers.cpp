@@ -138,10 +138,8 @@ ImagePeer peer(const Form& from, void* from_buffer, const Form& to, void* to_buf
                std::optional<double> tolerance,
                void (*function)(const cv::Mat& from, cv::Mat& to)) {
   cv::setNumThreads(1);
-  return {"x OpenCV",
-          [source = from.over(from_buffer), target = to.over(to_buffer), function]() mutable {
-            function(source, target);
-          },
+  return {{"x OpenCV", [source = from.over(from_buffer), target = to.over(to_buffer),
+                        function]() mutable { function(source, target); }},
           tolerance};
 }
 

@@ -1,12 +1,13 @@
 #include "bench/support/probe.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "bench/support/probe_cores.h"
+#include "bench/support/timing.h"
 
 namespace marlo::bench {
 namespace {
@@ -26,22 +27,13 @@ constexpr double kRunSeconds = 0.0005;
 // Seconds of one call, as the median of several runs of many calls.
 template <typename Function>
 double seconds_per_call(Function call) {
-  call();
-  size_t calls = 1;
-  for (;; calls *= 2) {
-    const double start = thread_seconds();
-    for (size_t i = 0; i < calls; ++i) call();
-    if (thread_seconds() - start > kRunSeconds) break;
-  }
-  std::array<double, kRuns> runs;
-  for (double& run : runs) {
-    const double start = thread_seconds();
-    for (size_t i = 0; i < calls; ++i) call();
-    run = (thread_seconds() - start) / static_cast<double>(calls);
-  }
-  std::nth_element(runs.begin(), runs.begin() + kRuns / 2, runs.end());
-  return runs[kRuns / 2];
+  const size_t calls = calls_longer_than(kRunSeconds, call);
+  std::vector<double> runs;
+  for (size_t i = 0; i < kRuns; ++i) runs.push_back(seconds_of(call, calls));
+  return median(runs) / static_cast<double>(calls);
 }
+
+size_t in_whole_steps(size_t count) { return count - count % kCopyStep; }
 
 double per_second(PeakCore core, double operations_per_round) {
   constexpr size_t kRounds = 10000;
@@ -89,9 +81,16 @@ void print_bandwidth(const char* level, const Bandwidth (&widths)[2]) {
 }  // namespace
 
 double copy_limit(Width width, const float* from, float* to, size_t count) {
+  count = in_whole_steps(count);
   const CopyCore copy = width == Width::avx ? copy_avx : copy_sse;
   const double seconds = seconds_per_call([&] { copy(from, to, count); });
   return 1e-9 * static_cast<double>(2 * count * sizeof(float)) / seconds;
+}
+
+double copy_limit(Width width, size_t floats) {
+  std::vector<float> from(floats / 2);
+  std::vector<float> to(floats / 2);
+  return copy_limit(width, from.data(), to.data(), floats / 2);
 }
 
 double arithmetic_limit(Width width) {
@@ -101,6 +100,7 @@ double arithmetic_limit(Width width) {
 double fused_limit() { return has_fma() ? gigaflops(peak_fma, 8) : 0.0; }
 
 double read_limit(Width width, const float* from, size_t count) {
+  count = in_whole_steps(count);
   const ReadCore read = width == Width::avx ? read_avx : read_sse;
   const double seconds = seconds_per_call([&] { read(from, count); });
   return 1e-9 * static_cast<double>(count * sizeof(float)) / seconds;

@@ -31,11 +31,17 @@ Limits measure_limits();
 void print_limits(const Limits& limits);
 
 /// GB/s of the best copy between two given arrays, read plus written: what a kernel that reads one
-/// and writes the other could reach at most. `count` is a multiple of `kCopyStep`.
+/// and writes the other could reach at most.
 ///
 /// A machine that others use as well changes from second to second, so a share is taken of a limit
 /// that was measured just before, on the same memory.
+/// @param count floats in each array, `kCopyStep` at least; what is left of whole steps isn't
+/// copied
 double copy_limit(Width width, const float* from, float* to, size_t count);
+
+/// The same between two new arrays that together hold `floats`: for a kernel that reads and writes
+/// so many, in whatever shares.
+double copy_limit(Width width, size_t floats);
 
 /// GFLOP/s of separate products and sums, measured now.
 double arithmetic_limit(Width width);
@@ -43,7 +49,8 @@ double arithmetic_limit(Width width);
 /// GFLOP/s of fused products and sums in 8 lanes, measured now; 0 without FMA.
 double fused_limit();
 
-/// GB/s of reading an array of `count` floats, a multiple of `kCopyStep`, measured now.
+/// GB/s of reading an array of `count` floats, `kCopyStep` at least, but for what is left of whole
+/// steps; measured now.
 double read_limit(Width width, const float* from, size_t count);
 
 /// GHz, measured now.

@@ -39,10 +39,18 @@ int pin_to_one_core() {
   return sched_setaffinity(0, sizeof cores, &cores) == 0 ? core : -1;
 }
 
-double thread_seconds() {
+namespace {
+
+double seconds_by(clockid_t clock) {
   timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
+
+}  // namespace
+
+double thread_seconds() { return seconds_by(CLOCK_THREAD_CPUTIME_ID); }
+
+double wall_seconds() { return seconds_by(CLOCK_MONOTONIC); }
 
 }  // namespace marlo::bench

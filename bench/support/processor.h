@@ -32,4 +32,7 @@ int pin_to_one_core();
 /// Seconds for which this thread has run.
 double thread_seconds();
 
+/// Seconds by the clock on the wall, since no particular time. Reading it takes less time.
+double wall_seconds();
+
 }  // namespace marlo::bench

@@ -25,10 +25,6 @@ void report_arithmetic(benchmark::State& state, double operations, double limit)
   report_share(state, operations, limit);
 }
 
-void report_ratio(benchmark::State& state, const char* name, double peer_seconds) {
-  state.counters[name] = Counter(peer_seconds, Counter::kIsIterationInvariantRate);
-}
-
 void report_cycles(benchmark::State& state, double vectors, double clock) {
   // The inverse of a rate is the time of one turn.
   state.counters["cycles/vector"] =

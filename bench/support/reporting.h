@@ -19,9 +19,6 @@ void report_arithmetic(benchmark::State& state, double operations, double limit)
 /// nanosecond, or gigabytes per second.
 void report_rate(benchmark::State& state, const char* name, double count);
 
-/// Adds `name`, how many times as fast as a peer one turn is, whose turn takes so many seconds.
-void report_ratio(benchmark::State& state, const char* name, double peer_seconds);
-
 /// Adds "cycles/vector", with so many vectors in one turn and a clock of `clock` GHz.
 void report_cycles(benchmark::State& state, double vectors, double clock);
 

@@ -85,12 +85,13 @@ std::vector<ConvShape> read_shapes() {
 
 }  // namespace
 
+uint32_t places(uint32_t size, int paddings, int extent, uint32_t stride) {
+  return (size + static_cast<uint32_t>(paddings - extent)) / stride + 1;
+}
+
 double ConvShape::multiply_adds() const {
   const double taps = static_cast<double>(sizes.weight_size());
   if (kind == Kind::transposed) return taps * sizes.height * sizes.width;
-  const auto places = [](uint32_t size, int padding, int extent, uint32_t stride) {
-    return (static_cast<int>(size) + padding - extent) / static_cast<int>(stride) + 1;
-  };
   return taps *
          places(sizes.height, sizes.padding_t + sizes.padding_b, sizes.extent_y(), sizes.stride_y) *
          places(sizes.width, sizes.padding_l + sizes.padding_r, sizes.extent_x(), sizes.stride_x);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ struct ConvShape {
   /// Products that the layer needs, each with a sum; those with padding count too.
   double multiply_adds() const;
 };
+
+/// How many places a window of that extent has in one direction, with both paddings together.
+uint32_t places(uint32_t size, int paddings, int extent, uint32_t stride);
 
 /// The layers in bench/shapes.txt.
 /// @throws std::runtime_error for a file that isn't there, or a line that isn't a layer

@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <stdexcept>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "bench/support/checks.h"
+#include "bench/support/configured_kernel.h"
 #include "bench/support/probe.h"
 #include "bench/support/reporting.h"
 #include "qrt_core/kernel/basic/activation.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
-#include "qrt_core/utility/application.h"
-#include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/numbers.h"
 #include "tests/support/oracle.h"
@@ -24,10 +24,7 @@ namespace marlo::bench {
 namespace {
 
 using kernel::ActivationOutput;
-using kernel::ActivationParameters;
 using kernel::ActivationRow;
-using runtime::IKernel;
-using runtime::TensorCPU;
 
 constexpr uint32_t kCoreFloats = 8 * 1024 / sizeof(float);
 
@@ -51,17 +48,15 @@ double tolerance(const ActivationRow& row) {
 }
 
 // @throws std::runtime_error unless `output` is what the formula says
-void check(const ActivationRow& row, const std::vector<float>& input, const float* output) {
-  for (size_t i = 0; i < input.size(); ++i) {
-    const double expected = test::exact_activation(function_of(row), input[i], kSlope, kOffset);
-    if (std::abs(output[i] - expected) <= tolerance(row) * (1 + std::abs(expected))) continue;
-    throw std::runtime_error(std::string(row.name) + " of " + std::to_string(input[i]) + " is " +
-                             std::to_string(output[i]) + ", not " + std::to_string(expected));
-  }
+void check(const ActivationRow& row, const std::vector<float>& input,
+           std::span<const float> output) {
+  demand_elements(row.name, output, input.size(), [&](size_t i) {
+    const double exact = test::exact_activation(function_of(row), input[i], kSlope, kOffset);
+    return Expected{exact, tolerance(row) * (1 + std::abs(exact))};
+  });
 }
 
-void report(benchmark::State& state, const ActivationRow& row, size_t count, double limit) {
-  report_bandwidth(state, 2 * count * sizeof(float), limit);
+void report_elements(benchmark::State& state, const ActivationRow& row, size_t count) {
   report_rate(state, "elem/ns", static_cast<double>(count));
   const size_t lanes = bytes_of(width_of(row.name)) / sizeof(float);
   report_cycles(state, static_cast<double>(count / lanes), clock_now());
@@ -78,73 +73,40 @@ void run_core(benchmark::State& state, const ActivationRow& row) {
   const std::vector<float> input = test::Random(1).floats(kCoreFloats, 8.0f);
   std::copy(input.begin(), input.end(), memory);
   core(memory, to, kCoreFloats, parameters);
-  check(row, input, to);
+  check(row, input, {to, kCoreFloats});
 
   const double limit = copy_limit(width_of(row.name), memory, to, kCoreFloats);
   for (auto _ : state) {
     core(memory, to, kCoreFloats, parameters);
     benchmark::ClobberMemory();
   }
-  report(state, row, kCoreFloats, limit);
+  report_bandwidth(state, 2 * kCoreFloats * sizeof(float), limit);
+  report_elements(state, row, kCoreFloats);
 }
 
-/// A configured kernel and a tensor that it reads.
-class ActivationPass {
- public:
-  ActivationPass(const ActivationRow& row, const std::vector<uint32_t>& dims) : row_(row) {
-    utility::create_context(context_, 64);
-    kernel_ = test::make_kernel(row.name);
-    auto info = std::make_shared<runtime::ActivationInfo>();
-    info->activation_alpha = kSlope;
-    info->activation_beta = kOffset;
-    info->weight = test::weight_text({kSlope});
-    if (!kernel_->Config(info, nullptr, context_)) {
-      throw std::runtime_error(std::string(row.name) + " isn't configured");
-    }
-    auto tensor = context_->cpu->CreateF32CHWMainMem(dims, nullptr);
-    count_ = runtime::ElementCount(tensor->shape);
-    values_ = test::Random(2).floats(count_, 8.0f);
-    from_ = static_cast<float*>(tensor->RawPointer());
-    std::copy(values_.begin(), values_.end(), from_);
-    inputs_.push_back(std::move(tensor));
-
-    run();
-    to_ = static_cast<float*>(outputs_.at(0)->handle.cpu);
-    check(row, values_, to_);
-  }
-
-  void run() {
-    outputs_.clear();
-    kernel_->Forward(inputs_, outputs_, context_);
-  }
-
-  size_t count() const { return count_; }
-
-  /// What a copy between the same two buffers reaches.
-  double limit() const { return copy_limit(width_of(row_.name), from_, to_, count_); }
-
- private:
-  const ActivationRow& row_;
-  std::shared_ptr<runtime::Context> context_;
-  std::shared_ptr<IKernel> kernel_;
-  IKernel::Tensors inputs_;
-  IKernel::Tensors outputs_;
-  std::vector<float> values_;
-  float* from_ = nullptr;
-  float* to_ = nullptr;
-  size_t count_ = 0;
-};
+ConfiguredKernel checked_kernel(const ActivationRow& row, const std::vector<uint32_t>& dims) {
+  const auto info = std::make_shared<runtime::ActivationInfo>();
+  info->activation_alpha = kSlope;
+  info->activation_beta = kOffset;
+  info->weight = test::weight_text({kSlope});
+  ConfiguredKernel kernel(row.name, info);
+  const runtime::TensorShape shape(dims, runtime::DataType::FLOAT32, runtime::LayoutType::CHW);
+  const std::vector<float> values = test::Random(2).floats(runtime::ElementCount(shape), 8.0f);
+  kernel.add_input(shape, values.data());
+  kernel.pass();
+  check(row, values, kernel.output<const float>());
+  return kernel;
+}
 
 void run_forward(benchmark::State& state, const ActivationRow& row) {
-  ActivationPass pass(row, {64, 32, 32});
-  const double limit = pass.limit();
-  for (auto _ : state) pass.run();
-  report(state, row, pass.count(), limit);
+  ConfiguredKernel kernel = checked_kernel(row, {64, 32, 32});
+  time_transforming(state, kernel);
+  report_elements(state, row, kernel.input<float>().size());
 }
 
 void run_overhead(benchmark::State& state, const ActivationRow& row) {
-  ActivationPass pass(row, {1, 2, 4});
-  for (auto _ : state) pass.run();
+  ConfiguredKernel kernel = checked_kernel(row, {1, 2, 4});
+  for (auto _ : state) kernel.pass();
 }
 
 const bool registered = [] {

@@ -1,18 +1,17 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/support/checks.h"
+#include "bench/support/configured_kernel.h"
 #include "bench/support/probe.h"
-#include "bench/support/probe_cores.h"
 #include "bench/support/reporting.h"
 #include "qrt_core/kernel/basic/channel_multiply.h"
 #include "qrt_core/kernel/basic/elementwise.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
-#include "qrt_core/utility/application.h"
-#include "tests/support/kernels.h"
 #include "tests/support/numbers.h"
 
 // Every elementwise operator and per-channel multiplication: its core on tensors in L1, and a whole
@@ -22,19 +21,9 @@ namespace marlo::bench {
 namespace {
 
 using kernel::ElementwiseRow;
-using runtime::IKernel;
 using runtime::LayoutType;
 
 constexpr size_t kCoreFloats = 2048;
-
-// @throws std::runtime_error unless the outputs are the exact ones
-void check(const char* name, const std::vector<float>& expected, const float* output) {
-  for (size_t i = 0; i < expected.size(); ++i) {
-    if (output[i] == expected[i]) continue;
-    throw std::runtime_error(std::string(name) + " gives " + std::to_string(output[i]) + ", not " +
-                             std::to_string(expected[i]));
-  }
-}
 
 // Operands that a multiplication by powers of two and all other operators leave exact.
 std::vector<float> expected_of(const std::string& word, const std::vector<float>& a,
@@ -73,7 +62,7 @@ void run_core(benchmark::State& state, const ElementwiseRow& row) {
   std::copy(left.begin(), left.end(), a);
   std::copy(right.begin(), right.end(), b);
   row.vector(a, b, to, kCoreFloats);
-  check(row.name, expected_of(row.word, left, right), to);
+  demand_numbers(row.name, {to, kCoreFloats}, expected_of(row.word, left, right));
   const double limit = copy_limit(width_of(row.name), a, to, kCoreFloats);
   for (auto _ : state) {
     row.vector(a, b, to, kCoreFloats);
@@ -82,51 +71,17 @@ void run_core(benchmark::State& state, const ElementwiseRow& row) {
   report_bandwidth(state, 3 * kCoreFloats * sizeof(float), limit);
 }
 
-/// A kernel with two tensors, checked and ready to be timed.
-class BinaryPass {
- public:
-  BinaryPass(const char* name, const std::shared_ptr<runtime::LayerInfo>& info)
-      : name_(name), kernel_(test::make_kernel(name)) {
-    utility::create_context(context_, 64);
-    kernel_->Config(info, nullptr, context_);
-  }
+void check_and_time(benchmark::State& state, ConfiguredKernel& kernel,
+                    const std::vector<float>& expected) {
+  kernel.pass();
+  demand_numbers(kernel.name(), kernel.output<const float>(), expected);
+  time_moving(state, kernel);
+}
 
-  void add_input(const std::vector<uint32_t>& dims, LayoutType layout,
-                 const std::vector<float>& values) {
-    inputs_.push_back(context_->cpu->CreateTensor(
-        runtime::TensorShape(dims, runtime::DataType::FLOAT32, layout), values.data()));
-    floats_ += values.size();
-  }
-
-  void time(benchmark::State& state, const std::vector<float>& expected) {
-    run();
-    check(name_, expected, static_cast<const float*>(outputs_[0]->handle.cpu));
-    floats_ += expected.size();
-    const size_t half = floats_ / 2 / kCopyStep * kCopyStep;
-    std::vector<float> from(half);
-    std::vector<float> to(half);
-    const double limit = copy_limit(width_of(name_), from.data(), to.data(), half);
-    for (auto _ : state) run();
-    report_bandwidth(state, floats_ * sizeof(float), limit);
-  }
-
- private:
-  void run() {
-    outputs_.clear();
-    kernel_->Forward(inputs_, outputs_, context_);
-  }
-
-  const char* name_;
-  std::shared_ptr<runtime::Context> context_;
-  std::shared_ptr<IKernel> kernel_;
-  IKernel::Tensors inputs_;
-  IKernel::Tensors outputs_;
-  size_t floats_ = 0;
-};
-
-// The description of a row's operator; the code of maxima and minima doesn't exist, and their
-// kernels run without one.
+// The description of a row's operator; maxima and minima have no code, and their kernels run
+// without one.
 std::shared_ptr<runtime::LayerInfo> description(const std::string& word) {
+  if (word == "Max" || word == "Min") return nullptr;
   auto info = std::make_shared<runtime::ElementWiseOperatorInfo>();
   info->op_type = word == "Sub" ? 1 : word == "Mul" ? 2 : word == "Div" ? 3 : 0;
   return info;
@@ -134,13 +89,13 @@ std::shared_ptr<runtime::LayerInfo> description(const std::string& word) {
 
 void run_forward(benchmark::State& state, const ElementwiseRow& row, uint32_t channels) {
   const std::string word = row.word == nullptr ? "Add" : row.word;
-  BinaryPass pass(row.name, description(word));
+  ConfiguredKernel kernel(row.name, description(word));
   const std::vector<uint32_t> dims{channels, 32, 32};
   const auto left = left_operand(size_t{channels} * 1024);
   const auto right = right_operand(left.size());
-  pass.add_input(dims, LayoutType::CHW, left);
-  pass.add_input(dims, LayoutType::CHW, right);
-  pass.time(state, expected_of(word, left, right));
+  kernel.add_floats(dims, LayoutType::CHW, left);
+  kernel.add_floats(dims, LayoutType::CHW, right);
+  check_and_time(state, kernel, expected_of(word, left, right));
 }
 
 #if QRT_WITH_AVX
@@ -148,7 +103,7 @@ void run_channels(benchmark::State& state, const kernel::ChannelMultiplyRow& row
                   uint32_t channels) {
   auto info = std::make_shared<runtime::BroadcastOperatorInfo>();
   info->op_type = 2;
-  BinaryPass pass(row.name, info);
+  ConfiguredKernel kernel(row.name, info);
   const uint32_t blocks = channels / row.block;
   const auto factors = left_operand(channels);
   const auto map = right_operand(size_t{channels} * 1024);
@@ -157,9 +112,9 @@ void run_channels(benchmark::State& state, const kernel::ChannelMultiplyRow& row
     const size_t block = i / (size_t{1024} * row.block);
     expected.push_back(map[i] * factors[block * row.block + i % row.block]);
   }
-  pass.add_input({blocks, 32, 32, row.block}, row.layout, map);
-  pass.add_input({blocks, 1, 1, row.block}, row.layout, factors);
-  pass.time(state, expected);
+  kernel.add_floats({blocks, 32, 32, row.block}, row.layout, map);
+  kernel.add_floats({blocks, 1, 1, row.block}, row.layout, factors);
+  check_and_time(state, kernel, expected);
 }
 #endif
 

@@ -1,22 +1,16 @@
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cmath>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "bench/support/peer.h"
-#include "bench/support/probe.h"
-#include "bench/support/probe_cores.h"
-#include "bench/support/reporting.h"
+#include "bench/support/checks.h"
+#include "bench/support/configured_kernel.h"
+#include "bench/support/onednn_peers.h"
 #include "qrt_core/kernel/basic/upsampling.h"
 #include "qrt_core/kernel/layout/pixel_shuffle.h"
 #include "qrt_core/runtime/model/layers.h"
-#include "qrt_core/utility/application.h"
-#include "tests/support/blocked_layout.h"
-#include "tests/support/kernels.h"
 #include "tests/support/numbers.h"
 #include "tests/support/plane_math.h"
 
@@ -26,74 +20,31 @@
 namespace marlo::bench {
 namespace {
 
-using runtime::IKernel;
 using runtime::LayoutType;
 
 constexpr uint32_t kChannels = 64;
 constexpr uint32_t kSize = 56;
 
-// A configured kernel with its input.
-class Pass {
- public:
-  Pass(const char* name, const std::shared_ptr<runtime::LayerInfo>& info, LayoutType layout,
-       const test::Planes& planes)
-      : name_(name), layout_(layout), kernel_(test::make_kernel(name)) {
-    utility::create_context(context_, 64);
-    if (!kernel_->Config(info, nullptr, context_)) {
-      throw std::runtime_error(std::string(name) + " isn't configured");
-    }
-    const std::vector<float> values(planes.values.begin(), planes.values.end());
-    const auto blocked = test::to_layout(values, planes.channels, layout);
-    inputs_ = {context_->cpu->CreateTensor(
-        runtime::TensorShape(
-            test::dims_in_layout({planes.channels, planes.height, planes.width}, layout),
-            runtime::DataType::FLOAT32, layout),
-        blocked.data())};
-    floats_ = values.size();
-  }
+ConfiguredKernel kernel_on(const char* name, const std::shared_ptr<runtime::LayerInfo>& info,
+                           LayoutType layout, const test::Planes& planes) {
+  ConfiguredKernel kernel(name, info);
+  kernel.add_planes({planes.channels, planes.height, planes.width}, layout,
+                    {planes.values.begin(), planes.values.end()});
+  kernel.pass();
+  return kernel;
+}
 
-  void run() {
-    outputs_.clear();
-    kernel_->Forward(inputs_, outputs_, context_);
-  }
-
-  /// Checks the result within its interior, where all methods agree, and times passes.
-  void time(benchmark::State& state, const test::Planes& expected, uint32_t margin) {
-    run();
-    check(expected, margin);
-    floats_ += expected.values.size();
-    const size_t half = floats_ / 2 / kCopyStep * kCopyStep;
-    std::vector<float> from(half);
-    std::vector<float> to(half);
-    const double limit = copy_limit(width_of(name_), from.data(), to.data(), half);
-    for (auto _ : state) run();
-    report_bandwidth(state, floats_ * sizeof(float), limit);
-  }
-
- private:
-  void check(const test::Planes& expected, uint32_t margin) const {
-    const auto* values = static_cast<const float*>(outputs_.at(0)->handle.cpu);
-    const auto planes = test::from_layout(
-        std::vector<float>(values, values + expected.values.size()), expected.channels, layout_);
-    for (uint32_t c = 0; c < expected.channels; ++c) {
-      for (uint32_t y = margin; y + margin < expected.height; ++y) {
-        for (uint32_t x = margin; x + margin < expected.width; ++x) {
-          const size_t at = (size_t{c} * expected.height + y) * expected.width + x;
-          if (std::abs(planes[at] - expected.values[at]) <= 1e-5) continue;
-          throw std::runtime_error(std::string(name_) + " is wrong at " + std::to_string(at));
-        }
-      }
-    }
-  }
-
-  const char* name_;
-  LayoutType layout_;
-  std::shared_ptr<runtime::Context> context_;
-  std::shared_ptr<IKernel> kernel_;
-  IKernel::Tensors inputs_;
-  IKernel::Tensors outputs_;
-  size_t floats_ = 0;
-};
+// Rows and columns within `margin` of the edge may be anything: methods differ there.
+void check(const ConfiguredKernel& kernel, const test::Planes& expected, uint32_t margin) {
+  const std::vector<float> found = kernel.output_planes(expected.channels);
+  demand_elements(kernel.name(), found, expected.values.size(), [&](size_t i) {
+    const size_t y = i / expected.width % expected.height;
+    const size_t x = i % expected.width;
+    const bool inside =
+        y >= margin && y + margin < expected.height && x >= margin && x + margin < expected.width;
+    return Expected{expected.values[i], inside ? 1e-5 : HUGE_VAL};
+  });
+}
 
 test::Planes picture() {
   test::Planes planes(kChannels, kSize, kSize);
@@ -107,7 +58,7 @@ void run_doubling(benchmark::State& state, const kernel::UpsamplingRow& row) {
   info->scale_factor_x = info->scale_factor_y = 2;
   info->unsample_type = row.bilinear == nullptr ? 0 : 1;
   const test::Planes planes = picture();
-  Pass pass(row.name, info, row.layout, planes);
+  ConfiguredKernel kernel = kernel_on(row.name, info, row.layout, planes);
   test::Planes expected(kChannels, 2 * kSize, 2 * kSize);
   if (row.bilinear != nullptr) {
     expected = test::twice_as_large(planes);
@@ -120,12 +71,10 @@ void run_doubling(benchmark::State& state, const kernel::UpsamplingRow& row) {
       }
     }
   }
-  pass.time(state, expected, 1);
+  check(kernel, expected, 1);
+  time_moving(state, kernel);
   if (row.layout != LayoutType::C8HW8 || row.bilinear == nullptr) return;
-  if (const auto peer = peer_doubling(kChannels, kSize)) {
-    report_peer(
-        state, [&pass] { pass.run(); }, *peer);
-  }
+  report_peer(state, kernel, onednn_doubling(kChannels, kSize));
 }
 
 void run_shuffle(benchmark::State& state, const kernel::PixelShuffleRow& row) {
@@ -134,8 +83,9 @@ void run_shuffle(benchmark::State& state, const kernel::PixelShuffleRow& row) {
   info->upscale_factor = up ? 2.0f : 0.5f;
   const test::Planes deep = picture();
   const test::Planes wide = test::shuffled_to_pixels(deep);
-  Pass pass(row.name, info, row.layout, up ? deep : wide);
-  pass.time(state, up ? wide : deep, 0);
+  ConfiguredKernel kernel = kernel_on(row.name, info, row.layout, up ? deep : wide);
+  check(kernel, up ? wide : deep, 0);
+  time_moving(state, kernel);
 }
 
 const bool registered = [] {

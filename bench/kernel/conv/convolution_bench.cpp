@@ -1,25 +1,21 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <cmath>
-#include <memory>
-#include <set>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "bench/support/peers.h"
+#include "bench/support/checks.h"
+#include "bench/support/configured_kernel.h"
+#include "bench/support/conv_benchmarks.h"
+#include "bench/support/onednn_peers.h"
+#include "bench/support/openblas_peers.h"
 #include "bench/support/probe.h"
-#include "bench/support/reporting.h"
-#include "bench/support/shapes.h"
 #include "qrt_core/kernel/conv/depthwise_convolution.h"
 #include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/kernel/conv/winograd.h"
-#include "qrt_core/utility/application.h"
-#include "tests/support/blocked_layout.h"
 #include "tests/support/conv_setup.h"
-#include "tests/support/kernels.h"
 
 // The fast convolutions over planes and blocks on layers of known networks, beside oneDNN held to
 // AVX2 and, where a layer is a product of matrices, OpenBLAS.
@@ -31,7 +27,6 @@ namespace {
 
 using kernel::PlaneGeometry;
 using runtime::BlockSize;
-using runtime::IKernel;
 using test::ConvCase;
 using test::ConvData;
 using Row = kernel::ConvolutionRow<PlaneGeometry>;
@@ -50,45 +45,36 @@ bool is_fused(const std::string& name) {
 
 // Compares the first and the last output channels, eight of each: all of them would take the oracle
 // longer than everything else takes.
-void check(const Row& row, const ConvShape& shape, const ConvData& data,
+void check(const std::string& name, const ConvShape& shape, const ConvData& data,
            const std::vector<float>& output) {
   const ConvCase& all = shape.sizes;
   if (all.groups != 1) return;
-  const size_t pixels = output.size() / all.out_channels;
+  // Fast algorithms have wider bounds of their own, which their tests hold them to.
+  const bool is_plain =
+      name.find("Strassen") == std::string::npos && name.find("Winograd") == std::string::npos;
+  const double scale = is_plain ? 1.0 : 400.0;
   const uint32_t count = std::min(all.out_channels, 8u);
   for (const uint32_t first : {0u, all.out_channels - count}) {
     ConvCase some = all;
     some.out_channels = count;
     some.bias = !data.bias.empty();
-    const size_t filter = all.weight_size() / all.out_channels;
-    const auto slice = [&](const std::vector<float>& from, size_t size) {
+    const auto slice = [&](const std::vector<float>& from) {
+      const size_t size = from.size() / all.out_channels;
       const auto begin = from.begin() + static_cast<std::ptrdiff_t>(first * size);
       return std::vector<float>(begin, begin + static_cast<std::ptrdiff_t>(count * size));
     };
-    const ConvData part = {data.input, slice(data.weight, filter),
-                           data.bias.empty() ? data.bias : slice(data.bias, 1)};
-    const auto oracle = test::convolution(some, part);
-    // Fast algorithms have wider bounds of their own, which their tests hold them to.
-    const std::string name = row.name;
-    const bool is_plain =
-        name.find("Strassen") == std::string::npos && name.find("Winograd") == std::string::npos;
-    const double scale = is_plain ? 1.0 : 400.0;
-    for (size_t i = 0; i < oracle.sums.size(); ++i) {
-      const double found = output[first * pixels + i];
-      if (std::abs(found - oracle.sums[i].value) <= scale * oracle.sums[i].bound()) continue;
-      throw std::runtime_error(std::string(row.name) + " on " + shape.name + " is wrong at " +
-                               std::to_string(first * pixels + i));
-    }
+    const ConvData part = {data.input, slice(data.weight), slice(data.bias)};
+    demand_sums(name + " on " + shape.name + " from channel " + std::to_string(first),
+                slice(output), test::convolution(some, part).sums, scale);
   }
 }
 
-void report_peers(benchmark::State& state, const ConvCase& sizes, double pixels) {
-  if (const auto seconds = onednn_seconds(sizes)) report_ratio(state, "x oneDNN", *seconds);
+void report_peers(benchmark::State& state, ConfiguredKernel& layer, const ConvCase& sizes,
+                  double pixels) {
+  report_peer(state, layer, onednn_convolution(sizes));
   if (sizes.kernel_x != 1 || sizes.kernel_y != 1 || sizes.groups != 1) return;
-  if (const auto seconds =
-          openblas_seconds(sizes.out_channels, sizes.in_channels, static_cast<size_t>(pixels))) {
-    report_ratio(state, "x OpenBLAS", *seconds);
-  }
+  report_peer(state, layer,
+              openblas_product(sizes.out_channels, sizes.in_channels, static_cast<size_t>(pixels)));
 }
 
 // A product of matrices is compared with the same product alone, so its bias, a pass of its own
@@ -102,33 +88,16 @@ ConvCase measured_sizes(const Row& row, const ConvShape& shape) {
 void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
   const ConvCase sizes = measured_sizes(row, shape);
   const ConvData data = test::float_data(sizes, 1);
-  std::shared_ptr<runtime::Context> context;
-  utility::create_context(context, 64);
-  const auto kernel = test::make_kernel(row.name);
-  if (!kernel->Config(test::describe<PlaneGeometry>(sizes, data), nullptr, context)) {
-    throw std::runtime_error(std::string(row.name) + " refuses " + shape.name);
+  ConfiguredKernel layer(row.name, test::describe<PlaneGeometry>(sizes, data));
+  layer.add_planes({sizes.in_channels, sizes.height, sizes.width}, row.input.layout, data.input);
+  if (is_unchecked(row.name, shape)) {
+    layer.pass();
+    check(row.name, shape, data, layer.output_planes(sizes.out_channels));
   }
-  const auto layout = row.input.layout;
-  const auto dims = test::dims_in_layout({sizes.in_channels, sizes.height, sizes.width}, layout);
-  const runtime::TensorShape input(dims, runtime::DataType::FLOAT32, layout);
-  const auto values = test::to_layout(data.input, sizes.in_channels, layout);
-  const IKernel::Tensors inputs = {context->cpu->CreateTensor(input, values.data())};
-  IKernel::Tensors outputs;
-  static std::set<std::string> checked;
-  if (checked.insert(row.name + shape.name).second) {
-    kernel->Forward(inputs, outputs, context);
-    const auto* first = static_cast<const float*>(outputs.at(0)->handle.cpu);
-    const std::vector<float> elements(first, first + runtime::ElementCount(outputs[0]->shape));
-    check(row, shape, data, test::from_layout(elements, sizes.out_channels, row.output.layout));
-  }
-
-  const double limit = is_fused(row.name) ? fused_limit() : arithmetic_limit(width_of(row.name));
-  for (auto _ : state) {
-    outputs.clear();
-    kernel->Forward(inputs, outputs, context);
-  }
-  report_arithmetic(state, 2 * shape.multiply_adds(), limit);
-  report_peers(state, sizes, shape.multiply_adds() / static_cast<double>(sizes.weight_size()));
+  const double limit = is_fused(row.name) ? fused_limit() : arithmetic_limit(layer.width());
+  time_computing(state, layer, 2 * shape.multiply_adds(), limit);
+  report_peers(state, layer, sizes,
+               shape.multiply_adds() / static_cast<double>(sizes.weight_size()));
 }
 
 bool fits(const Row& row, const ConvShape& shape) {
@@ -143,18 +112,9 @@ bool fits(const Row& row, const ConvShape& shape) {
          row.accepts(PlaneGeometry::params_of(*test::describe<PlaneGeometry>(sizes, {})));
 }
 
-template <size_t n>
-void add(const Row* const (&rows)[n]) {
-  for (const Row* row : rows) {
-    if (!can_run(row->name)) continue;
-    for (const ConvShape& shape : conv_shapes()) {
-      if (!fits(*row, shape)) continue;
-      const std::string name = std::string(row->name) + "/" + shape.name;
-      benchmark::RegisterBenchmark(name.c_str(), [row, &shape](benchmark::State& state) {
-        run(state, *row, shape);
-      })->Unit(benchmark::kMillisecond);
-    }
-  }
+template <typename Rows>
+void add(const Rows& rows) {
+  register_on_shapes(rows, fits, run);
 }
 
 const bool registered = [] {

@@ -4,14 +4,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "bench/support/configured_kernel.h"
-#include "bench/support/peer.h"
+#include "bench/support/conv_benchmarks.h"
 #include "bench/support/probe.h"
-#include "bench/support/reporting.h"
-#include "bench/support/shapes.h"
 #include "qrt_core/runtime/model/inference_param.h"
 #include "tests/support/conv_setup.h"
 
@@ -28,6 +28,7 @@ using runtime::DataType;
 using runtime::LayoutType;
 using test::ConvCase;
 using test::ConvData;
+using Row = kernel::Int16ConvolutionRow;
 
 constexpr char kFloatKernel[] = "Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_FLOAT_M1";
 constexpr uint32_t kBlock = 8;
@@ -35,7 +36,7 @@ constexpr int kStep = 8;
 
 // Product by product: shifted with its sign, saturated, and added modulo 2^16.
 void check(const std::string& name, const ConvCase& sizes, const ConvData& data,
-           const std::vector<int16_t>& input, const int16_t* output) {
+           const std::vector<int16_t>& input, std::span<const int16_t> output) {
   const size_t pixels = size_t{sizes.height} * sizes.width;
   for (size_t o = 0; o < sizes.out_channels; ++o) {
     for (size_t pixel = 0; pixel < pixels; ++pixel) {
@@ -54,22 +55,7 @@ void check(const std::string& name, const ConvCase& sizes, const ConvData& data,
   }
 }
 
-class FloatLayer final : public Peer {
- public:
-  FloatLayer(const ConvCase& sizes, const ConvData& data)
-      : layer_(kFloatKernel, test::describe<PlaneGeometry>(sizes, data), nullptr,
-               {{sizes.in_channels / kBlock, sizes.height, sizes.width, kBlock},
-                DataType::FLOAT32,
-                LayoutType::C8HW8},
-               data.input.data()) {}
-
-  void run() override { layer_.pass(); }
-
- private:
-  ConfiguredKernel layer_;
-};
-
-void run(benchmark::State& state, const char* name, const ConvShape& shape) {
+void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
   ConvCase sizes = shape.sizes;
   sizes.bias = false;
   const ConvData data = test::float_data(sizes, 1);
@@ -82,20 +68,20 @@ void run(benchmark::State& state, const char* name, const ConvShape& shape) {
   const runtime::TensorShape input(
       {sizes.in_channels / kBlock, sizes.height, sizes.width, kBlock}, DataType::INT16,
       LayoutType::C8HW8, runtime::LocationType::MainMemory, runtime::TensorShape::Extra(11));
-  ConfiguredKernel layer(name, test::describe<PlaneGeometry>(sizes, data), steps, input,
-                         numbers.data());
+  ConfiguredKernel layer(row.name, test::describe<PlaneGeometry>(sizes, data), steps);
+  layer.add_input(input, numbers.data());
   layer.pass();
-  check(name, sizes, data, numbers, layer.output<int16_t>());
+  if (is_unchecked(row.name, shape)) {
+    check(row.name, sizes, data, numbers, layer.output<const int16_t>());
+  }
 
-  FloatLayer floats(sizes, data);
-  const double limit = arithmetic_limit(Width::sse);
-  for (auto _ : state) layer.pass();
-  report_arithmetic(state, 2 * shape.multiply_adds(), limit);
-  report_turns(
-      state, "x float", [&] { layer.pass(); }, [&] { floats.run(); });
+  time_computing(state, layer, 2 * shape.multiply_adds(), arithmetic_limit(Width::sse));
+  ConfiguredKernel floats(kFloatKernel, test::describe<PlaneGeometry>(sizes, data));
+  floats.add_planes({sizes.in_channels, sizes.height, sizes.width}, LayoutType::C8HW8, data.input);
+  report_peer(state, layer, Peer{"x float", [&] { floats.pass(); }});
 }
 
-bool fits(const ConvShape& shape) {
+bool fits(const Row&, const ConvShape& shape) {
   const ConvCase& sizes = shape.sizes;
   return shape.kind == ConvShape::Kind::plane && sizes.kernel_x == 1 && sizes.kernel_y == 1 &&
          sizes.stride_x == 1 && sizes.groups == 1 && sizes.in_channels % kBlock == 0 &&
@@ -103,15 +89,7 @@ bool fits(const ConvShape& shape) {
 }
 
 const bool registered = [] {
-  for (const kernel::Int16ConvolutionRow* row : kernel::int16_convolution_rows) {
-    for (const ConvShape& shape : conv_shapes()) {
-      if (!fits(shape)) continue;
-      const std::string name = std::string(row->name) + "/" + shape.name;
-      benchmark::RegisterBenchmark(name.c_str(), [row, &shape](benchmark::State& state) {
-        run(state, row->name, shape);
-      })->Unit(benchmark::kMillisecond);
-    }
-  }
+  register_on_shapes(kernel::int16_convolution_rows, fits, run);
   return true;
 }();
 

@@ -2,16 +2,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cmath>
-#include <set>
-#include <stdexcept>
 #include <string>
 
+#include "bench/support/checks.h"
 #include "bench/support/configured_kernel.h"
-#include "bench/support/peers.h"
+#include "bench/support/conv_benchmarks.h"
+#include "bench/support/onednn_peers.h"
 #include "bench/support/probe.h"
-#include "bench/support/reporting.h"
-#include "bench/support/shapes.h"
 #include "tests/support/conv_setup.h"
 
 // The fast convolution over lines on layers that it takes, beside oneDNN held to AVX2, which has
@@ -24,38 +21,24 @@ namespace marlo::bench {
 namespace {
 
 using kernel::LineGeometry;
-using runtime::DataType;
-using runtime::LayoutType;
 using test::ConvCase;
 using test::ConvData;
 using Row = kernel::ConvolutionRow<LineGeometry>;
 
-void check(const Row& row, const ConvShape& shape, const ConvData& data,
-           const ConfiguredKernel& layer) {
-  const auto oracle = test::oracle_of<LineGeometry>(shape.sizes, data);
-  bool right = layer.output_count() == oracle.sums.size();
-  for (size_t i = 0; right && i < oracle.sums.size(); ++i) {
-    right = std::abs(layer.output<float>()[i] - oracle.sums[i].value) <= oracle.sums[i].bound();
-  }
-  if (!right) throw std::runtime_error(std::string(row.name) + " is wrong on " + shape.name);
-}
-
 void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
   const ConvCase& sizes = shape.sizes;
   const ConvData data = test::float_data(sizes, 1);
-  const runtime::TensorShape input({sizes.in_channels, sizes.width}, DataType::FLOAT32,
-                                   LayoutType::CL);
-  ConfiguredKernel layer(row.name, test::describe<LineGeometry>(sizes, data), nullptr, input,
-                         data.input.data());
+  ConfiguredKernel layer(row.name, test::describe<LineGeometry>(sizes, data));
+  layer.add_planes({sizes.in_channels, sizes.width}, runtime::LayoutType::CL, data.input);
   layer.pass();
-  static std::set<std::string> checked;
-  if (checked.insert(row.name + shape.name).second) check(row, shape, data, layer);
-
+  if (is_unchecked(row.name, shape)) {
+    demand_sums(layer.name() + " on " + shape.name, layer.output<const float>(),
+                test::oracle_of<LineGeometry>(sizes, data).sums);
+  }
   const double fused = fused_limit();
-  const double limit = fused > 0 ? fused : arithmetic_limit(width_of(row.name));
-  for (auto _ : state) layer.pass();
-  report_arithmetic(state, 2 * shape.multiply_adds(), limit);
-  if (const auto seconds = onednn_seconds(sizes)) report_ratio(state, "x oneDNN", *seconds);
+  const double limit = fused > 0 ? fused : arithmetic_limit(layer.width());
+  time_computing(state, layer, 2 * shape.multiply_adds(), limit);
+  report_peer(state, layer, onednn_convolution(sizes));
 }
 
 bool fits(const Row& row, const ConvShape& shape) {
@@ -64,16 +47,7 @@ bool fits(const Row& row, const ConvShape& shape) {
 }
 
 const bool registered = [] {
-  for (const Row* row : kernel::fast_line_convolution_rows) {
-    if (!can_run(row->name)) continue;
-    for (const ConvShape& shape : conv_shapes()) {
-      if (!fits(*row, shape)) continue;
-      const std::string name = std::string(row->name) + "/" + shape.name;
-      benchmark::RegisterBenchmark(name.c_str(), [row, &shape](benchmark::State& state) {
-        run(state, *row, shape);
-      })->Unit(benchmark::kMillisecond);
-    }
-  }
+  register_on_shapes(kernel::fast_line_convolution_rows, fits, run);
   return true;
 }();
 

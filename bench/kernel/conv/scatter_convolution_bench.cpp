@@ -2,17 +2,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cmath>
-#include <set>
-#include <stdexcept>
 #include <string>
 
+#include "bench/support/checks.h"
 #include "bench/support/configured_kernel.h"
-#include "bench/support/peer.h"
+#include "bench/support/conv_benchmarks.h"
+#include "bench/support/onednn_peers.h"
 #include "bench/support/probe.h"
-#include "bench/support/reporting.h"
-#include "bench/support/shapes.h"
-#include "tests/support/blocked_layout.h"
 #include "tests/support/conv_setup.h"
 
 // The fast transposed convolutions on layers that they take, beside oneDNN held to AVX2. The
@@ -25,7 +21,6 @@ namespace {
 
 using kernel::ScatterGeometry;
 using kernel::TransposedGeometry;
-using runtime::DataType;
 using test::ConvCase;
 using test::ConvData;
 using Row = kernel::ConvolutionRow<ScatterGeometry>;
@@ -40,50 +35,31 @@ ConvCase with_cuts(ConvCase sizes) {
   return sizes;
 }
 
-void check(const Row& row, const ConvShape& shape, const ConvData& data,
-           const std::vector<float>& output) {
-  const ConvCase& sizes = shape.sizes;
-  // The definition has its weights by input channels first.
-  ConvData turned = data;
+// The definition has its weights by input channels first.
+ConvData by_input_channels(ConvData data, const ConvCase& sizes) {
+  const std::vector<float> by_outputs = data.weight;
   const size_t taps = size_t{sizes.kernel_x} * sizes.kernel_y;
-  for (size_t i = 0; i < data.weight.size(); ++i) {
+  for (size_t i = 0; i < by_outputs.size(); ++i) {
     const size_t out = i / taps / sizes.in_channels;
     const size_t in = i / taps % sizes.in_channels;
-    turned.weight[(in * sizes.out_channels + out) * taps + i % taps] = data.weight[i];
+    data.weight[(in * sizes.out_channels + out) * taps + i % taps] = by_outputs[i];
   }
-  const auto oracle = test::oracle_of<TransposedGeometry>(sizes, turned);
-  bool right = output.size() == oracle.sums.size();
-  for (size_t i = 0; right && i < output.size(); ++i) {
-    right = std::abs(output[i] - oracle.sums[i].value) <= oracle.sums[i].bound();
-  }
-  if (!right) throw std::runtime_error(std::string(row.name) + " is wrong on " + shape.name);
+  return data;
 }
 
 void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
   const ConvCase& sizes = shape.sizes;
   const ConvData data = test::float_data(sizes, 1);
-  const auto layout = row.input.layout;
-  const runtime::TensorShape input(
-      test::dims_in_layout({sizes.in_channels, sizes.height, sizes.width}, layout),
-      DataType::FLOAT32, layout);
-  ConfiguredKernel layer(row.name, test::describe<TransposedGeometry>(with_cuts(sizes), data),
-                         nullptr, input,
-                         test::to_layout(data.input, sizes.in_channels, layout).data());
+  ConfiguredKernel layer(row.name, test::describe<TransposedGeometry>(with_cuts(sizes), data));
+  layer.add_planes({sizes.in_channels, sizes.height, sizes.width}, row.input.layout, data.input);
   layer.pass();
-  static std::set<std::string> checked;
-  if (checked.insert(row.name + shape.name).second) {
-    const auto* first = layer.output<float>();
-    check(row, shape, data,
-          test::from_layout({first, first + layer.output_count()}, sizes.out_channels, layout));
+  if (is_unchecked(row.name, shape)) {
+    const auto oracle = test::oracle_of<TransposedGeometry>(sizes, by_input_channels(data, sizes));
+    demand_sums(layer.name() + " on " + shape.name, layer.output_planes(sizes.out_channels),
+                oracle.sums);
   }
-
-  const double limit = arithmetic_limit(width_of(row.name));
-  for (auto _ : state) layer.pass();
-  report_arithmetic(state, 2 * shape.multiply_adds(), limit);
-  if (const auto peer = peer_transposed_convolution(sizes)) {
-    report_peer(
-        state, [&] { layer.pass(); }, *peer);
-  }
+  time_computing(state, layer, 2 * shape.multiply_adds(), arithmetic_limit(layer.width()));
+  report_peer(state, layer, onednn_transposed_convolution(sizes));
 }
 
 bool fits(const Row& row, const ConvShape& shape) {
@@ -95,16 +71,7 @@ bool fits(const Row& row, const ConvShape& shape) {
 }
 
 const bool registered = [] {
-  for (const Row* row : kernel::scatter_convolution_rows) {
-    if (!can_run(row->name)) continue;
-    for (const ConvShape& shape : conv_shapes()) {
-      if (!fits(*row, shape)) continue;
-      const std::string name = std::string(row->name) + "/" + shape.name;
-      benchmark::RegisterBenchmark(name.c_str(), [row, &shape](benchmark::State& state) {
-        run(state, *row, shape);
-      })->Unit(benchmark::kMillisecond);
-    }
-  }
+  register_on_shapes(kernel::scatter_convolution_rows, fits, run);
   return true;
 }();
 

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "bench/support/image_peers.h"
-#include "bench/support/peer.h"
 #include "bench/support/pictures.h"
 #include "bench/support/reporting.h"
 #include "qrt_core/kernel/image/color_functions.h"
@@ -132,7 +131,7 @@ void run(benchmark::State& state, const ImageCase& use) {
   for (const ImagePeer& peer : image_peers(use.name, from->handle.cpu, to->handle.cpu)) {
     peer.pass();
     if (peer.tolerance) demand_results(use.name + " " + peer.column, expected, to, *peer.tolerance);
-    report_turns(state, peer.column, pass, peer.pass);
+    report_peer(state, pass, peer);
   }
 }
 

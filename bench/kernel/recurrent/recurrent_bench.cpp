@@ -3,16 +3,15 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bench/support/configured_kernel.h"
-#include "bench/support/peer.h"
+#include "bench/support/onednn_peers.h"
 #include "bench/support/probe.h"
-#include "bench/support/reporting.h"
+#include "bench/support/processor.h"
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
 #include "qrt_core/kernel/recurrent/recurrent_steps.h"
 #include "tests/support/recurrent_case.h"
@@ -27,8 +26,6 @@ namespace marlo::bench {
 namespace {
 
 using kernel::RecurrentSequenceRow;
-using runtime::DataType;
-using runtime::LayoutType;
 using test::Network;
 using test::RecurrentCase;
 
@@ -94,10 +91,6 @@ Update update_of(const std::string& kernel, Network network) {
   return update_of<kernel::recurrent::SseVectors>(network);
 }
 
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
 // weight * x + bias.
 std::vector<float> gates_from(const std::vector<float>& weight, std::vector<float> bias,
                               const float* x) {
@@ -143,9 +136,9 @@ class Updates {
     for (uint32_t t = 0; t < layer_.steps; ++t) {
       std::vector<float> a = from_input_[t];
       std::vector<float> b = from_state_[t];
-      const double start = now();
+      const double start = wall_seconds();
       update(task, {a.data(), b.data()});
-      seconds += now() - start;
+      seconds += wall_seconds() - start;
     }
     return seconds;
   }
@@ -153,10 +146,10 @@ class Updates {
   double seconds_of_calls() {
     double seconds = 0.0;
     for (uint32_t t = 0; t < layer_.steps; ++t) {
-      const double start = now();
+      const double start = wall_seconds();
       call([](float x) { return std::exp(x); }, exponents_, t);
       call([](float x) { return std::tanh(x); }, tangents_, t);
-      seconds += now() - start;
+      seconds += wall_seconds() - start;
     }
     return seconds;
   }
@@ -205,46 +198,39 @@ class Updates {
 
 void check(const char* name, const RecurrentCase& layer, const ConfiguredKernel& sequence) {
   const auto expected = test::RecurrentOracle(layer).run(layer.input);
-  const auto* values = sequence.output<float>();
-  const std::string fault =
-      test::first_beyond(std::vector<float>(values, values + expected.size()), expected);
+  const auto values = sequence.output<const float>();
+  const std::string fault = test::first_beyond({values.begin(), values.end()}, expected);
   if (!fault.empty()) throw std::runtime_error(std::string(name) + ": " + fault);
 }
 
 void run(benchmark::State& state, const char* name) {
   const RecurrentCase layer = layer_of(name);
-  ConfiguredKernel sequence(
-      name, test::sequence_description(layer), nullptr,
-      runtime::TensorShape({layer.steps, layer.ins}, DataType::FLOAT32, LayoutType::SC),
-      layer.input.data());
+  ConfiguredKernel sequence(name, test::sequence_description(layer));
+  sequence.add_floats({layer.steps, layer.ins}, runtime::LayoutType::SC, layer.input);
   sequence.pass();
   check(name, layer, sequence);
   const double weights = weights_of(layer);
   const double operations = 2 * weights * layer.steps;
-  const std::vector<float> memory(static_cast<size_t>(weights) / 128 * 128);
+  const std::vector<float> memory(static_cast<size_t>(weights));
   const double read = read_limit(Width::sse, memory.data(), memory.size());
   // Each weight of four bytes makes two operations.
   const double limit = std::min(arithmetic_limit(Width::sse), read / 2);
   std::vector<float> gates(size_t{test::gates_of(layer.network)} * layer.hidden);
-  Updates updates(layer, sequence.output<float>());
+  Updates updates(layer, sequence.output<float>().data());
 
   // In turns, so that a disturbance meets all of them.
   double products = HUGE_VAL, calls = HUGE_VAL, update = HUGE_VAL;
   for (int run = 0; run < kRuns; ++run) {
-    const double start = now();
+    const double start = wall_seconds();
     run_products(product_of(name), layer, gates);
-    products = std::min(products, now() - start);
+    products = std::min(products, wall_seconds() - start);
     calls = std::min(calls, updates.seconds_of_calls());
     update = std::min(update, updates.seconds_of(update_of(name, layer.network)));
   }
-  for (auto _ : state) sequence.pass();
-  report_arithmetic(state, operations, limit);
+  time_computing(state, sequence, operations, limit);
   state.counters["product"] = operations / products * 1e-9 / limit;
   state.counters["update/calls"] = update / calls;
-  if (const auto peer = peer_recurrent(layer)) {
-    report_peer(
-        state, [&] { sequence.pass(); }, *peer);
-  }
+  report_peer(state, sequence, onednn_recurrent(layer));
 }
 
 const bool registered = [] {

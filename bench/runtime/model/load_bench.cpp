@@ -1,6 +1,5 @@
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -10,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/processor.h"
 #include "qrt_core/qrt_core.h"
 #include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
@@ -22,16 +22,10 @@
 namespace marlo::bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr uint16_t kChannels = 512;
 constexpr uint16_t kLayers = 10;
 constexpr uint16_t kLastChannels = 304;
 constexpr char kSdk[] = "sdk";
-
-double seconds_since(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 /// A model file that lasts as long as this object.
 class ModelFile {
@@ -79,14 +73,14 @@ class ModelFile {
 };
 
 double read_bare(const std::filesystem::path& path) {
-  const auto start = Clock::now();
+  const double start = wall_seconds();
   std::vector<char> chunk(1 << 18);
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) throw std::runtime_error("can't read");
   while (std::fread(chunk.data(), 1, chunk.size(), file) == chunk.size()) {
   }
   std::fclose(file);
-  return seconds_since(start);
+  return wall_seconds() - start;
 }
 
 void load(benchmark::State& state) {
@@ -109,9 +103,9 @@ void load(benchmark::State& state) {
     state.PauseTiming();
     bare += read_bare(file.path());
     runtime::QRTModel model;
-    const auto start = Clock::now();
+    const double start = wall_seconds();
     model.FromFile(file.path().c_str(), "bin");
-    read += seconds_since(start);
+    read += wall_seconds() - start;
     file.check(model);
     state.ResumeTiming();
   }
