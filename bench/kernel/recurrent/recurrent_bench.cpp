@@ -84,11 +84,13 @@ Update update_of(Network network) {
                                   : kernel::recurrent::gru_update<V>;
 }
 
-Update update_of(const std::string& kernel, Network network) {
-  if (kernel.find("_SSE_") == std::string::npos) {
-    return update_of<kernel::recurrent::PortableVectors>(network);
+Update update_of([[maybe_unused]] const std::string& kernel, Network network) {
+#if QRT_WITH_SSE
+  if (kernel.find("_SSE_") != std::string::npos) {
+    return update_of<kernel::recurrent::SseVectors>(network);
   }
-  return update_of<kernel::recurrent::SseVectors>(network);
+#endif
+  return update_of<kernel::recurrent::PortableVectors>(network);
 }
 
 // weight * x + bias.
