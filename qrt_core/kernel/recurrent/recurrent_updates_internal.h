@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cmath>
 #include <cstddef>
 
+#include "qrt_core/kernel/basic/activation_cores.h"
 #include "qrt_core/kernel/recurrent/recurrent_steps.h"
 
 // What follows the products in a step, for any vector. The functions are called on whole gates, one
@@ -38,11 +38,11 @@ void add(const float* a, const float* b, size_t count, float* sum) noexcept {
 }
 
 inline void sigmoid(float* values, size_t count) noexcept {
-  for (size_t i = 0; i < count; ++i) values[i] = 1.0f / (1.0f + std::exp(-values[i]));
+  activation::sigmoid_scalar(values, values, count, nullptr);
 }
 
 inline void tangent(const float* x, size_t count, float* values) noexcept {
-  for (size_t i = 0; i < count; ++i) values[i] = std::tanh(x[i]);
+  activation::tanh_scalar(x, values, count, nullptr);
 }
 
 template <typename V>
