@@ -205,18 +205,21 @@ void check(const char* name, const RecurrentCase& layer, const ConfiguredKernel&
   if (!fault.empty()) throw std::runtime_error(std::string(name) + ": " + fault);
 }
 
+// GFLOP/s: each weight of four bytes makes two operations.
+double limit_of(const RecurrentCase& layer) {
+  const std::vector<float> memory(static_cast<size_t>(weights_of(layer)));
+  const double read = read_limit(Width::sse, memory.data(), memory.size());
+  return std::min(arithmetic_limit(Width::sse), read / 2);
+}
+
 void run(benchmark::State& state, const char* name) {
   const RecurrentCase layer = layer_of(name);
   ConfiguredKernel sequence(name, test::sequence_description(layer));
   sequence.add_floats({layer.steps, layer.ins}, runtime::LayoutType::SC, layer.input);
   sequence.pass();
   check(name, layer, sequence);
-  const double weights = weights_of(layer);
-  const double operations = 2 * weights * layer.steps;
-  const std::vector<float> memory(static_cast<size_t>(weights));
-  const double read = read_limit(Width::sse, memory.data(), memory.size());
-  // Each weight of four bytes makes two operations.
-  const double limit = std::min(arithmetic_limit(Width::sse), read / 2);
+  const double operations = 2 * weights_of(layer) * layer.steps;
+  const double limit = limit_of(layer);
   std::vector<float> gates(size_t{test::gates_of(layer.network)} * layer.hidden);
   Updates updates(layer, sequence.output<float>().data());
 
@@ -235,7 +238,24 @@ void run(benchmark::State& state, const char* name) {
   report_peer(state, sequence, onednn_recurrent(layer));
 }
 
+// One step.
+void run_cell(benchmark::State& state, const char* name) {
+  RecurrentCase layer = layer_of(name);
+  layer.steps = 1;
+  layer.input.resize(layer.ins);
+  ConfiguredKernel cell(name, test::cell_description(layer));
+  cell.add_floats({layer.ins}, runtime::LayoutType::C, layer.input);
+  cell.pass();
+  check(name, layer, cell);
+  time_computing(state, cell, 2 * weights_of(layer), limit_of(layer));
+}
+
 const bool registered = [] {
+  for (const kernel::RecurrentCellRow* row : kernel::recurrent_cell_rows) {
+    const std::string name = std::string(row->name) + "/128-256";
+    benchmark::RegisterBenchmark(name.c_str(), run_cell, row->name)->Unit(benchmark::kMicrosecond);
+  }
+
   for (const RecurrentSequenceRow* row : kernel::recurrent_sequence_rows) {
     const std::string name = std::string(row->name) + "/128-256x50";
     benchmark::RegisterBenchmark(name.c_str(), run, row->name)->Unit(benchmark::kMicrosecond);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/transpose.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -163,21 +164,12 @@ void TransposeBuffer(const void* source, const std::vector<uint32_t>& source_dim
   const std::vector<uint32_t> target_dims = permuted(source_dims, axes);
   const std::vector<uint32_t> source_strides = row_major_strides(source_dims);
   const std::vector<uint32_t> target_strides = row_major_strides(target_dims);
-
-  uint32_t count = 1;
-  for (const uint32_t size : source_dims) count *= size;
-  const auto* from = static_cast<const char*>(source);
-  auto* to = static_cast<char*>(target);
-  for (uint32_t flat = 0; flat < count; ++flat) {
-    uint32_t offset = 0;
-    for (size_t k = 0; k < axes.size(); ++k) {
-      const uint32_t axis = axes[k];
-      const uint32_t coordinate = flat / source_strides[axis] % source_dims[axis];
-      offset += coordinate * target_strides[k];
-    }
-    std::memcpy(to + static_cast<size_t>(offset) * element_size, from, element_size);
-    from += element_size;
+  std::vector<TransposeAxis> steps;
+  for (size_t k = 0; k < axes.size(); ++k) {
+    steps.push_back({target_dims[k], size_t{source_strides[axes[k]]} * element_size,
+                     size_t{target_strides[k]} * element_size});
   }
+  transpose(source, std::move(steps), element_size, target);
 }
 
 }  // namespace marlo::runtime

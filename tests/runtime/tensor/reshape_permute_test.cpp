@@ -233,6 +233,50 @@ TEST(TransposeBufferTest, ThrowsTheMessageOfEachBadArgument) {
             "[QRT]: Input shared pointer is null.\n");
 }
 
+// Each byte of each element, where the definition puts it.
+std::vector<uint8_t> transposed(const std::vector<uint8_t>& source,
+                                const std::vector<uint32_t>& dims, uint32_t element_size,
+                                const std::vector<uint32_t>& axes) {
+  std::vector<uint8_t> target(source.size());
+  for (size_t flat = 0; flat < source.size() / element_size; ++flat) {
+    std::vector<size_t> index(dims.size());
+    size_t rest = flat;
+    for (size_t k = dims.size(); k-- > 0;) {
+      index[k] = rest % dims[k];
+      rest /= dims[k];
+    }
+    size_t place = 0;
+    for (const uint32_t axis : axes) place = place * dims[axis] + index[axis];
+    for (size_t byte = 0; byte < element_size; ++byte) {
+      target[place * element_size + byte] = source[flat * element_size + byte];
+    }
+  }
+  return target;
+}
+
+TEST(TransposeBufferTest, AllPermutationsOfSizesAroundItsTiles) {
+  const std::vector<std::vector<uint32_t>> shapes = {
+      {1},        {7},         {16, 17},       {33, 15},       {1, 40},
+      {3, 1, 18}, {5, 16, 33}, {2, 17, 3, 19}, {2, 1, 2, 3, 4}};
+  for (const auto& dims : shapes) {
+    size_t count = 1;
+    for (const uint32_t size : dims) count *= size;
+    for (const uint32_t element_size : {1u, 2u, 3u, 4u, 8u}) {
+      std::vector<uint8_t> source(count * element_size);
+      for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<uint8_t>(i * 31 + i / 256);
+      std::vector<uint32_t> axes(dims.size());
+      std::iota(axes.begin(), axes.end(), 0u);
+      do {
+        std::vector<uint8_t> target(source.size());
+        TransposeBuffer(source.data(), dims, element_size, axes, target.data());
+        ASSERT_EQ(target, transposed(source, dims, element_size, axes))
+            << ::testing::PrintToString(dims) << " by " << ::testing::PrintToString(axes) << ", "
+            << element_size << " bytes";
+      } while (std::next_permutation(axes.begin(), axes.end()));
+    }
+  }
+}
+
 TEST(TransposeBufferTest, WorksForElementsOfAnySize) {
   const char source[] = "aaabbbcccdddeeefff";
   char target[19] = {};

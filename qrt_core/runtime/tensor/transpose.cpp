@@ -1,0 +1,114 @@
+#include "qrt_core/runtime/tensor/transpose.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace marlo::runtime {
+namespace {
+
+constexpr size_t kTile = 16;
+
+// Elements of a size that the compiler knows, or of any size where that is 0.
+template <size_t known_size>
+void copy_element(const char* from, size_t size, char* to) {
+  std::memcpy(to, from, known_size != 0 ? known_size : size);
+}
+
+template <size_t known_size>
+void copy_plane(const char* from, const TransposeAxis& rows, const TransposeAxis& columns,
+                size_t element_size, char* to) {
+  for (size_t first_row = 0; first_row < rows.size; first_row += kTile) {
+    const size_t last_row = std::min(first_row + kTile, rows.size);
+    for (size_t first = 0; first < columns.size; first += kTile) {
+      const size_t last = std::min(first + kTile, columns.size);
+      for (size_t row = first_row; row < last_row; ++row) {
+        const char* const source = from + row * rows.source_step;
+        char* const target = to + row * rows.target_step;
+        for (size_t column = first; column < last; ++column) {
+          copy_element<known_size>(source + column * columns.source_step, element_size,
+                                   target + column * columns.target_step);
+        }
+      }
+    }
+  }
+}
+
+using CopyPlane = void (*)(const char* from, const TransposeAxis& rows,
+                           const TransposeAxis& columns, size_t element_size, char* to);
+
+CopyPlane plane_copy_for(size_t element_size) {
+  switch (element_size) {
+    case 1:
+      return copy_plane<1>;
+    case 2:
+      return copy_plane<2>;
+    case 4:
+      return copy_plane<4>;
+    default:
+      return copy_plane<0>;
+  }
+}
+
+// Calls `visit(source offset, target offset)` for each index of the axes.
+template <typename Visit>
+void for_each_index(const std::vector<TransposeAxis>& axes, Visit visit) {
+  std::vector<size_t> index(axes.size(), 0);
+  size_t source = 0;
+  size_t target = 0;
+  while (true) {
+    visit(source, target);
+    size_t k = axes.size();
+    for (; k > 0; --k) {
+      const TransposeAxis& axis = axes[k - 1];
+      source += axis.source_step;
+      target += axis.target_step;
+      if (++index[k - 1] < axis.size) break;
+      source -= axis.size * axis.source_step;
+      target -= axis.size * axis.target_step;
+      index[k - 1] = 0;
+    }
+    if (k == 0) return;
+  }
+}
+
+TransposeAxis taken(std::vector<TransposeAxis>& axes, size_t place) {
+  const TransposeAxis axis = axes[place];
+  axes.erase(axes.begin() + static_cast<std::ptrdiff_t>(place));
+  return axis;
+}
+
+}  // namespace
+
+void transpose(const void* source, std::vector<TransposeAxis> axes, size_t element_size,
+               void* target) {
+  const bool is_empty = std::any_of(axes.begin(), axes.end(),
+                                    [](const TransposeAxis& axis) { return axis.size == 0; });
+  if (is_empty) return;
+  // Axes of one index move nothing.
+  axes.erase(std::remove_if(axes.begin(), axes.end(),
+                            [](const TransposeAxis& axis) { return axis.size == 1; }),
+             axes.end());
+  const auto* const from = static_cast<const char*>(source);
+  auto* const to = static_cast<char*>(target);
+  if (axes.empty()) {
+    std::memcpy(to, from, element_size);
+    return;
+  }
+  const TransposeAxis columns = taken(axes, axes.size() - 1);
+  if (columns.source_step == element_size) {
+    const size_t bytes = columns.size * element_size;
+    for_each_index(axes,
+                   [=](size_t here, size_t there) { std::memcpy(to + there, from + here, bytes); });
+    return;
+  }
+  const auto contiguous = std::min_element(
+      axes.begin(), axes.end(),
+      [](const TransposeAxis& a, const TransposeAxis& b) { return a.source_step < b.source_step; });
+  const TransposeAxis rows = taken(axes, static_cast<size_t>(contiguous - axes.begin()));
+  const CopyPlane copy = plane_copy_for(element_size);
+  for_each_index(axes, [&](size_t here, size_t there) {
+    copy(from + here, rows, columns, element_size, to + there);
+  });
+}
+
+}  // namespace marlo::runtime
