@@ -48,7 +48,7 @@ install_there() {
 
 expect_run() {
   local output
-  output=$(inside "$@" /work/app/model.json) || fail "$* ended with $?: $output"
+  output=$(inside "$@" /trial/app/model.json) || fail "$* ended with $?: $output"
   [[ $output == "core 1.0: 0 2.5 0 4" ]] || fail "$* printed: $output"
   echo "$output"
 }
@@ -59,44 +59,44 @@ debootstrap --variant=minbase --cache-dir="$cache" "$suite" "$root" "$mirror" >"
   fail "debootstrap"
 }
 cp -n "$cache"/*.deb "$root/var/cache/apt/archives/"
-mkdir -p "$root/work/packages"
+mkdir -p "$root/trial/packages"
 for package in "$packages"/*.deb; do
-  cp "$package" "$root/work/packages/$(dpkg-deb --field "$package" Package).deb"
+  cp "$package" "$root/trial/packages/$(dpkg-deb --field "$package" Package).deb"
 done
-cp -r "$source_dir/tests/install/app" "$root/work/app"
-cp -r "$source_dir/models/digits" "$root/work/digits"
+cp -r "$source_dir/tests/install/app" "$root/trial/app"
+cp -r "$source_dir/models/digits" "$root/trial/digits"
 
 say "the tool alone"
-install_there /work/packages/qrt.deb
+install_there /trial/packages/qrt.deb
 [[ ! -e $root/usr/lib/x86_64-linux-gnu/libqrt_core.so.1 ]] || fail "the tool brings the shared library along"
 inside qrt --version
-inside qrt run /work/digits/digits.qrtmodel --input /work/digits/samples/seven-drawn-1.png \
-  --labels /work/digits/labels.txt --top 1 | tee "$scratch/result"
+inside qrt run /trial/digits/digits.qrtmodel --input /trial/digits/samples/seven-drawn-1.png \
+  --labels /trial/digits/labels.txt --top 1 | tee "$scratch/result"
 grep -q '^ 1\. 7 ' "$scratch/result" || fail "the tool doesn't read a seven"
 
 say "the library and what developers need"
-install_there /work/packages/libqrt-core1.deb /work/packages/libqrt-core-dev.deb \
+install_there /trial/packages/libqrt-core1.deb /trial/packages/libqrt-core-dev.deb \
   g++ cmake ninja-build pkg-config
 [[ $(inside ldconfig -p) == *"libqrt_core.so.1 "* ]] || fail "ldconfig doesn't know the library"
 
 say "find_package, shared and static"
-inside cmake -G Ninja -S /work/app -B /work/build >"$scratch/cmake.log" || fail "$(cat "$scratch/cmake.log")"
-inside cmake --build /work/build -- --quiet
-expect_run /work/build/app
-expect_run /work/build/app_static
-loaded=$(inside ldd /work/build/app)
+inside cmake -G Ninja -S /trial/app -B /trial/build >"$scratch/cmake.log" || fail "$(cat "$scratch/cmake.log")"
+inside cmake --build /trial/build -- --quiet
+expect_run /trial/build/app
+expect_run /trial/build/app_static
+loaded=$(inside ldd /trial/build/app)
 [[ $loaded == *"=> /usr/lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ||
   $loaded == *"=> /lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ]] ||
   fail "the OpenBLAS that is found isn't the serial one: $loaded"
 
 say "pkg-config, shared and static"
 # shellcheck disable=SC2016
-inside sh -ec 'g++ -std=c++17 /work/app/main.cpp $(pkg-config --cflags --libs qrt_core) -o /work/app_pc'
-expect_run /work/app_pc
+inside sh -ec 'g++ -std=c++17 /trial/app/main.cpp $(pkg-config --cflags --libs qrt_core) -o /trial/app_pc'
+expect_run /trial/app_pc
 # shellcheck disable=SC2016
-inside sh -ec 'g++ -std=c++17 -static /work/app/main.cpp $(pkg-config --static --cflags --libs qrt_core) \
-  -o /work/app_pc_static'
-expect_run /work/app_pc_static
+inside sh -ec 'g++ -std=c++17 -static /trial/app/main.cpp $(pkg-config --static --cflags --libs qrt_core) \
+  -o /trial/app_pc_static'
+expect_run /trial/app_pc_static
 
 say "removal"
 inside apt-get -q -y purge qrt libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"

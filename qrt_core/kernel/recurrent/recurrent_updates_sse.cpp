@@ -2,6 +2,7 @@
 #include "qrt_core/kernel/vectors_internal.h"
 
 namespace marlo::kernel::recurrent {
+
 template <>
 void rnn_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept {
   update_rnn<SseVector>(task, gates);
