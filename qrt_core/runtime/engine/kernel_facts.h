@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/tensor/tensor_shape.h"
+#include "qrt_core/utility/export.h"
+
+// What a kernel can say about itself beyond the slots of `IKernel`: what it needs, why it refuses,
+// and where it computes something else than a description asks for. Nothing in a pass reads it;
+// checks, tools and whoever chooses kernels do.
+
+namespace marlo::runtime {
+
+class LayerInfo;
+class InferenceParam;
+
+/// The instructions that a kernel needs. Each includes those before it.
+enum class InstructionSet : uint8_t {
+  baseline,  ///< x86-64 with SSE2, which every processor has
+  avx,       ///< AVX
+  fma,       ///< AVX and FMA
+  avx2,      ///< AVX2 and FMA
+  avx512,    ///< AVX-512 F, VL, BW and DQ, and those before
+};
+
+/// What a kernel does with the memory of its first input.
+enum class InputUse : uint8_t {
+  reads,       ///< the outputs are tensors of their own
+  passes_on,   ///< an output is the input itself, or another view of its memory, unchanged
+  overwrites,  ///< an output stands where the input stood; the input's numbers are gone
+};
+
+/// One point in which a layer is not what a kernel takes, or computes.
+struct Misfit {
+  /// What is at fault: members of the description by their keys ("stride_x, stride_y"), or
+  /// "input 0" and the like.
+  std::string member;
+  std::string expected;  ///< what the kernel takes, in words: "1 x 1"
+  std::string found;     ///< what the layer has, in the same words: "2 x 2"
+};
+
+/// A kernel's facts. A kernel class implements it beside `IKernel`, so an application's own kernels
+/// can as well: `dynamic_cast<const IKernelFacts*>(kernel)` is null for one that doesn't.
+class QRT_API IKernelFacts {
+ public:
+  IKernelFacts() = default;
+  IKernelFacts(const IKernelFacts&) = delete;
+  IKernelFacts& operator=(const IKernelFacts&) = delete;
+  virtual ~IKernelFacts();
+
+  /// The instructions without which the kernel must not run.
+  virtual InstructionSet needs() const = 0;
+
+  /// What the kernel does with its first input's memory.
+  virtual InputUse input_use() const = 0;
+
+  /// Why `Config` would refuse a description; empty if it wouldn't. Needs no configuration.
+  virtual std::vector<Misfit> refusals(const LayerInfo* info,
+                                       const InferenceParam* param) const = 0;
+
+  /// Why `CheckInputs` would refuse inputs of these shapes; empty if it wouldn't. The kernel is
+  /// configured.
+  virtual std::vector<Misfit> input_refusals(const std::vector<TensorShape>& inputs) const = 0;
+
+  /// Where what the kernel computes is not what the description says, although it accepts it:
+  /// groups that it doesn't look at, an activation of another kind, paddings that it adds.
+  /// @param inputs the shapes of the layer's inputs as far as they are known; may be empty
+  virtual std::vector<Misfit> differences(const LayerInfo& info,
+                                          const std::vector<TensorShape>& inputs) const = 0;
+};
+
+}  // namespace marlo::runtime
