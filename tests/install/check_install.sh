@@ -24,9 +24,11 @@ fail() {
 }
 
 # Runs one of the application's programs, which prints what it computed.
-expect_run() {
-  local output
-  output=$("$@" "$app/model.json") || fail "$* ended with $?: $output"
+expect_run() { expect_run_of "$app/model.json" "$@"; }
+expect_run_of() {
+  local model=$1 output
+  shift
+  output=$("$@" "$model") || fail "$* ended with $?: $output"
   [[ $output == "core 1.0: 0 2.5 0 4" ]] || fail "$* printed: $output"
   echo "$output"
 }
@@ -54,6 +56,10 @@ say "find_package, shared and static"
 "$cmake" --build "$scratch/package" -- --quiet
 expect_run "$scratch/package/app"
 expect_run "$scratch/package/app_static"
+for form in json qrtmodel; do
+  "$scratch/package/export" "$scratch/made.$form" || fail "the exporter ended with $?"
+  expect_run_of "$scratch/made.$form" "$scratch/package/app"
+done
 
 say "the lines for CMake that the README gives"
 mkdir "$scratch/readme"

@@ -5,6 +5,7 @@
 
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/weight_blob.h"
+#include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
 
@@ -36,7 +37,7 @@ class QRT_API Conv2dInfo : public LayerInfo {
 /// A transposed two-dimensional convolution. Weights are
 /// [groups, in / groups, out / groups, kernel_y, kernel_x]; paddings are signed and hold
 /// (kernel - 1) * dilation - p, where p is the padding of the convolution being transposed.
-class ConvTranspose2dInfo : public LayerInfo {
+class QRT_API ConvTranspose2dInfo : public LayerInfo {
  public:
   ConvTranspose2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -60,7 +61,7 @@ class ConvTranspose2dInfo : public LayerInfo {
 };
 
 /// A one-dimensional convolution. Weights are [groups, out / groups, in / groups, kernel_size].
-class Conv1dInfo : public LayerInfo {
+class QRT_API Conv1dInfo : public LayerInfo {
  public:
   Conv1dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

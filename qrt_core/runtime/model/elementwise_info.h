@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/utility/export.h"
 #include "qrt_core/utility/half.h"
 
 namespace marlo::runtime {
 
 /// An activation. The kernel's class selects the function; `activation_type` is a label.
-class ActivationInfo : public LayerInfo {
+class QRT_API ActivationInfo : public LayerInfo {
  public:
   ActivationInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -24,7 +25,7 @@ class ActivationInfo : public LayerInfo {
 };
 
 /// An operator on two tensors of one shape.
-class ElementWiseOperatorInfo : public LayerInfo {
+class QRT_API ElementWiseOperatorInfo : public LayerInfo {
  public:
   ElementWiseOperatorInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -33,7 +34,7 @@ class ElementWiseOperatorInfo : public LayerInfo {
 };
 
 /// An operator on two tensors whose shapes broadcast.
-class BroadcastOperatorInfo : public LayerInfo {
+class QRT_API BroadcastOperatorInfo : public LayerInfo {
  public:
   BroadcastOperatorInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -42,7 +43,7 @@ class BroadcastOperatorInfo : public LayerInfo {
 };
 
 /// A clamp.
-class ClipInfo : public LayerInfo {
+class QRT_API ClipInfo : public LayerInfo {
  public:
   ClipInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -52,7 +53,7 @@ class ClipInfo : public LayerInfo {
 };
 
 /// Softmax along an axis.
-class SoftmaxInfo : public LayerInfo {
+class QRT_API SoftmaxInfo : public LayerInfo {
  public:
   SoftmaxInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -61,7 +62,7 @@ class SoftmaxInfo : public LayerInfo {
 };
 
 /// A reduction over axes.
-class TensorArithmeticInfo : public LayerInfo {
+class QRT_API TensorArithmeticInfo : public LayerInfo {
  public:
   TensorArithmeticInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

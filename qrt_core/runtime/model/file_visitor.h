@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/visitor.h"
+#include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
 
@@ -13,7 +14,7 @@ namespace marlo::runtime {
 ///
 /// A count or length beyond what is left of a file fails like a short read, before any memory is
 /// taken for it. Every failure throws std::runtime_error.
-class FILEReader final : public Visitor {
+class QRT_API FILEReader final : public Visitor {
  public:
   /// @param stream open for reading, not owned
   /// @param version protocol version of the data; 0 reads it from the stream
@@ -47,7 +48,7 @@ class FILEReader final : public Visitor {
 };
 
 /// Writes attributes to a binary stream. Every failure throws std::runtime_error.
-class FILEWriter final : public Visitor {
+class QRT_API FILEWriter final : public Visitor {
  public:
   /// @param stream open for writing, not owned
   /// @param write_header whether the protocol version is written at once

@@ -18,7 +18,7 @@ using InferenceParamRegistry = ClassRegistry<std::shared_ptr<InferenceParam>>;
 // None of the classes of this file carries "serializable_type".
 
 /// Which kernel runs, and with which extra parameters.
-class KernelCfg : public Serializable {
+class QRT_API KernelCfg : public Serializable {
  public:
   KernelCfg();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -30,7 +30,7 @@ class KernelCfg : public Serializable {
 };
 
 /// Converters by the decimal index of the input or output that they serve.
-class KernelCfgArr : public Serializable {
+class QRT_API KernelCfgArr : public Serializable {
  public:
   KernelCfgArr();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -40,7 +40,7 @@ class KernelCfgArr : public Serializable {
 };
 
 /// How one layer runs.
-class LayerCfg : public Serializable {
+class QRT_API LayerCfg : public Serializable {
  public:
   LayerCfg();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -90,7 +90,7 @@ class QRT_API QRModelMultiBackendCfgsArr : public Serializable {
 };
 
 /// Which kernel runs, as an application's configuration text says it.
-class KernelInferenceConfig : public Serializable {
+class QRT_API KernelInferenceConfig : public Serializable {
  public:
   /// @param params makes the parameter object; not owned, must outlive reading
   explicit KernelInferenceConfig(const InferenceParamRegistry* params);

@@ -5,19 +5,20 @@
 #include <string>
 
 #include "qrt_core/runtime/model/serializable.h"
+#include "qrt_core/utility/export.h"
 #include "qrt_core/utility/half.h"
 
 namespace marlo::runtime {
 
 /// Extra parameters of a kernel, beyond the layer's description. Carries no "serializable_type".
-class InferenceParam : public Serializable {
+class QRT_API InferenceParam : public Serializable {
  public:
   InferenceParam() { serializable_type = "InferenceParam"; }
   void VisitAttr(std::shared_ptr<Visitor> visitor) override { (void)visitor; }
 };
 
 /// Fixed-point steps of a convolution: fractional bits of weights and output.
-class InferenceParamConv2DQuant : public InferenceParam {
+class QRT_API InferenceParamConv2DQuant : public InferenceParam {
  public:
   InferenceParamConv2DQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -27,7 +28,7 @@ class InferenceParamConv2DQuant : public InferenceParam {
 };
 
 /// Fixed-point steps of a full connection.
-class InferenceParamFullConnectionQuant : public InferenceParam {
+class QRT_API InferenceParamFullConnectionQuant : public InferenceParam {
  public:
   InferenceParamFullConnectionQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -37,7 +38,7 @@ class InferenceParamFullConnectionQuant : public InferenceParam {
 };
 
 /// Fixed-point step of an activation.
-class InferenceParamActQuant : public InferenceParam {
+class QRT_API InferenceParamActQuant : public InferenceParam {
  public:
   InferenceParamActQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -46,7 +47,7 @@ class InferenceParamActQuant : public InferenceParam {
 };
 
 /// Fixed-point step of an upsampling.
-class InferenceParamUpsampling2DQuant : public InferenceParam {
+class QRT_API InferenceParamUpsampling2DQuant : public InferenceParam {
  public:
   InferenceParamUpsampling2DQuant();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -58,7 +59,7 @@ class InferenceParamUpsampling2DQuant : public InferenceParam {
 // are read and written all the same.
 
 /// Work-group size of an OpenGL compute kernel.
-class InferenceParamOpenGLCompute : public InferenceParam {
+class QRT_API InferenceParamOpenGLCompute : public InferenceParam {
  public:
   InferenceParamOpenGLCompute();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -69,7 +70,7 @@ class InferenceParamOpenGLCompute : public InferenceParam {
 };
 
 /// An OpenGL compute kernel with an activation fused into it.
-class InferenceParamOpenGLActivation : public InferenceParamOpenGLCompute {
+class QRT_API InferenceParamOpenGLActivation : public InferenceParamOpenGLCompute {
  public:
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
@@ -82,7 +83,7 @@ class InferenceParamOpenGLActivation : public InferenceParamOpenGLCompute {
 };
 
 /// Scripts of a Metal compute kernel.
-class InferenceParamLuaCustomMetalCompute : public InferenceParam {
+class QRT_API InferenceParamLuaCustomMetalCompute : public InferenceParam {
  public:
   InferenceParamLuaCustomMetalCompute();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -92,7 +93,7 @@ class InferenceParamLuaCustomMetalCompute : public InferenceParam {
 };
 
 /// A Metal compute kernel with an activation fused into it.
-class InferenceParamMetalComputeFusedActivation : public InferenceParam {
+class QRT_API InferenceParamMetalComputeFusedActivation : public InferenceParam {
  public:
   InferenceParamMetalComputeFusedActivation();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -104,7 +105,7 @@ class InferenceParamMetalComputeFusedActivation : public InferenceParam {
 };
 
 /// Scripts of a Metal compute kernel with an activation fused into it.
-class InferenceParamMetalComputeCommon : public InferenceParam {
+class QRT_API InferenceParamMetalComputeCommon : public InferenceParam {
  public:
   InferenceParamMetalComputeCommon();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -119,7 +120,7 @@ class InferenceParamMetalComputeCommon : public InferenceParam {
 
 /// A parameter class that adds nothing to its base but its name.
 #define QRT_NAMED_PARAM(name, base)             \
-  class name : public base {                    \
+  class QRT_API name : public base {            \
    public:                                      \
     name() { this->serializable_type = #name; } \
   };
@@ -142,6 +143,6 @@ QRT_NAMED_PARAM(InferenceParamConcatenateMetalCompute, InferenceParamMetalComput
 #undef QRT_NAMED_PARAM
 
 /// A default parameter object of the named class, or null for an unknown name.
-std::shared_ptr<InferenceParam> CreateInferenceParam(const char* name);
+QRT_API std::shared_ptr<InferenceParam> CreateInferenceParam(const char* name);
 
 }  // namespace marlo::runtime

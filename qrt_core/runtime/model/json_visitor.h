@@ -77,7 +77,7 @@ class QRT_API JSONNodeGetter final : public Visitor {
 };
 
 /// Appends attributes to a RapidJSON object. One object, and its document, belong to one thread.
-class JSONNodeSetter final : public Visitor {
+class QRT_API JSONNodeSetter final : public Visitor {
  public:
   /// @param object the object to fill
   /// @param allocator of the document that `object` belongs to

@@ -34,7 +34,7 @@ class QRT_API LayerInfo : public Serializable {
 };
 
 /// The input of a network.
-class InputInfo : public LayerInfo {
+class QRT_API InputInfo : public LayerInfo {
  public:
   InputInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -43,7 +43,7 @@ class InputInfo : public LayerInfo {
 };
 
 /// A layer that stands in for an operation this library doesn't have.
-class LayerPlaceholderInfo : public LayerInfo {
+class QRT_API LayerPlaceholderInfo : public LayerInfo {
  public:
   LayerPlaceholderInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

@@ -3,7 +3,6 @@
 #include <string>
 #include <utility>
 
-#include "qrt_core/runtime/model/base64.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/model/legacy_records_internal.h"
 #include "qrt_core/runtime/model/model_info.h"
@@ -20,8 +19,7 @@ constexpr char kNotImplemented[] = "Not Implemented.";
 std::string name_of(uint16_t id) { return "layer-" + std::to_string(id); }
 
 WeightBlob blob_of(const std::vector<float>& values) {
-  return Base64Encode(reinterpret_cast<const unsigned char*>(values.data()),
-                      values.size() * sizeof(float));
+  return MakeWeightBlob(values.data(), values.size());
 }
 
 /// The activation of an old code; 0 is none.

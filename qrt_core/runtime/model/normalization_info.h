@@ -5,11 +5,12 @@
 
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/weight_blob.h"
+#include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
 
 /// Instance normalisation.
-class InstanceNorm2dInfo : public LayerInfo {
+class QRT_API InstanceNorm2dInfo : public LayerInfo {
  public:
   InstanceNorm2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -24,7 +25,7 @@ class InstanceNorm2dInfo : public LayerInfo {
 };
 
 /// What batch normalisation of planes and of vectors share.
-class BatchNormInfo : public LayerInfo {
+class QRT_API BatchNormInfo : public LayerInfo {
  public:
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
@@ -45,13 +46,13 @@ class BatchNormInfo : public LayerInfo {
 };
 
 /// Batch normalisation of planes.
-class BatchNorm2dInfo : public BatchNormInfo {
+class QRT_API BatchNorm2dInfo : public BatchNormInfo {
  public:
   BatchNorm2dInfo();
 };
 
 /// Batch normalisation of vectors.
-class BatchNorm1dInfo : public BatchNormInfo {
+class QRT_API BatchNorm1dInfo : public BatchNormInfo {
  public:
   BatchNorm1dInfo();
 };

@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
 
 /// Average pooling.
-class AvgPool2dInfo : public LayerInfo {
+class QRT_API AvgPool2dInfo : public LayerInfo {
  public:
   AvgPool2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -27,7 +28,7 @@ class AvgPool2dInfo : public LayerInfo {
 };
 
 /// Maximum pooling.
-class MaxPool2dInfo : public LayerInfo {
+class QRT_API MaxPool2dInfo : public LayerInfo {
  public:
   MaxPool2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -46,7 +47,7 @@ class MaxPool2dInfo : public LayerInfo {
 };
 
 /// Average pooling to a given size.
-class AdaptiveAvgPool2dInfo : public LayerInfo {
+class QRT_API AdaptiveAvgPool2dInfo : public LayerInfo {
  public:
   AdaptiveAvgPool2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

@@ -6,12 +6,13 @@
 
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/weight_blob.h"
+#include "qrt_core/utility/export.h"
 #include "qrt_core/utility/half.h"
 
 namespace marlo::runtime {
 
 /// The sizes that every recurrent layer has.
-class RecurrentInfo : public LayerInfo {
+class QRT_API RecurrentInfo : public LayerInfo {
  public:
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
@@ -66,42 +67,46 @@ struct RecurrentSequenceWeights {
 };
 
 /// One step of a simple recurrent network.
-class RNNCellInfo : public RecurrentInfo, public RecurrentActivation, public RecurrentCellWeights {
+class QRT_API RNNCellInfo : public RecurrentInfo,
+                            public RecurrentActivation,
+                            public RecurrentCellWeights {
  public:
   RNNCellInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 };
 
 /// A simple recurrent network over a sequence.
-class RNNInfo : public RecurrentInfo, public RecurrentActivation, public RecurrentSequenceWeights {
+class QRT_API RNNInfo : public RecurrentInfo,
+                        public RecurrentActivation,
+                        public RecurrentSequenceWeights {
  public:
   RNNInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 };
 
 /// One step of an LSTM.
-class LSTMCellInfo : public RecurrentInfo, public RecurrentCellWeights {
+class QRT_API LSTMCellInfo : public RecurrentInfo, public RecurrentCellWeights {
  public:
   LSTMCellInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 };
 
 /// An LSTM over a sequence.
-class LSTMInfo : public RecurrentInfo, public RecurrentSequenceWeights {
+class QRT_API LSTMInfo : public RecurrentInfo, public RecurrentSequenceWeights {
  public:
   LSTMInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 };
 
 /// One step of a GRU.
-class GRUCellInfo : public RecurrentInfo, public RecurrentCellWeights {
+class QRT_API GRUCellInfo : public RecurrentInfo, public RecurrentCellWeights {
  public:
   GRUCellInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 };
 
 /// A GRU over a sequence.
-class GRUInfo : public RecurrentInfo, public RecurrentSequenceWeights {
+class QRT_API GRUInfo : public RecurrentInfo, public RecurrentSequenceWeights {
  public:
   GRUInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

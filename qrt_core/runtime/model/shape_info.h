@@ -5,11 +5,12 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
 
 /// Upsampling of planes.
-class Upsample2dInfo : public LayerInfo {
+class QRT_API Upsample2dInfo : public LayerInfo {
  public:
   Upsample2dInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -21,7 +22,7 @@ class Upsample2dInfo : public LayerInfo {
 };
 
 /// Concatenation along an axis.
-class ConcatenateInfo : public LayerInfo {
+class QRT_API ConcatenateInfo : public LayerInfo {
  public:
   ConcatenateInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -30,7 +31,7 @@ class ConcatenateInfo : public LayerInfo {
 };
 
 /// A change of dims.
-class TensorReshapeInfo : public LayerInfo {
+class QRT_API TensorReshapeInfo : public LayerInfo {
  public:
   TensorReshapeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -39,7 +40,7 @@ class TensorReshapeInfo : public LayerInfo {
 };
 
 /// A permutation of axes.
-class TensorTransposeInfo : public LayerInfo {
+class QRT_API TensorTransposeInfo : public LayerInfo {
  public:
   TensorTransposeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -48,7 +49,7 @@ class TensorTransposeInfo : public LayerInfo {
 };
 
 /// Removal of an axis of size 1.
-class TensorSqueezeInfo : public LayerInfo {
+class QRT_API TensorSqueezeInfo : public LayerInfo {
  public:
   TensorSqueezeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -60,7 +61,7 @@ class TensorSqueezeInfo : public LayerInfo {
 ///
 /// A fresh object carries the code of TensorSqueezeInfo, as writers of model files have always had
 /// it; reading a model corrects it, and a description made by hand must set 16 itself.
-class TensorUnSqueezeInfo : public LayerInfo {
+class QRT_API TensorUnSqueezeInfo : public LayerInfo {
  public:
   TensorUnSqueezeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -69,7 +70,7 @@ class TensorUnSqueezeInfo : public LayerInfo {
 };
 
 /// Exchange of channels for pixels.
-class PixelShuffleInfo : public LayerInfo {
+class QRT_API PixelShuffleInfo : public LayerInfo {
  public:
   PixelShuffleInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -78,7 +79,7 @@ class PixelShuffleInfo : public LayerInfo {
 };
 
 /// Repetition along axes of size 1.
-class TensorExpandInfo : public LayerInfo {
+class QRT_API TensorExpandInfo : public LayerInfo {
  public:
   TensorExpandInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -87,7 +88,7 @@ class TensorExpandInfo : public LayerInfo {
 };
 
 /// Sampling at given positions.
-class GridSampleInfo : public LayerInfo {
+class QRT_API GridSampleInfo : public LayerInfo {
  public:
   GridSampleInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -98,7 +99,7 @@ class GridSampleInfo : public LayerInfo {
 };
 
 /// A part of a tensor.
-class TensorSliceInfo : public LayerInfo {
+class QRT_API TensorSliceInfo : public LayerInfo {
  public:
   TensorSliceInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -107,7 +108,7 @@ class TensorSliceInfo : public LayerInfo {
 };
 
 /// How one axis is sampled.
-class TensorDimemsionSamplingInfo : public Serializable {
+class QRT_API TensorDimemsionSamplingInfo : public Serializable {
  public:
   TensorDimemsionSamplingInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
@@ -117,7 +118,7 @@ class TensorDimemsionSamplingInfo : public Serializable {
 };
 
 /// Sampling of a tensor along its axes.
-class TensorGetItemInfo : public LayerInfo {
+class QRT_API TensorGetItemInfo : public LayerInfo {
  public:
   TensorGetItemInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;

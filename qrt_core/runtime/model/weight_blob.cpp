@@ -6,6 +6,7 @@
 #include "qrt_core/runtime/model/base64.h"
 #include "qrt_core/runtime/model/file_visitor.h"
 #include "qrt_core/runtime/model/json_visitor.h"
+#include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -30,17 +31,14 @@ void read_half_weights(FILEReader& reader, WeightBlob& blob) {
     reader.ReadHalves(chunk.data(), chunk.size());
     numbers.insert(numbers.end(), chunk.begin(), chunk.end());
   }
-  blob = Base64Encode(reinterpret_cast<const unsigned char*>(numbers.data()),
-                      numbers.size() * sizeof(float));
+  blob = MakeWeightBlob(numbers.data(), numbers.size());
 }
 
 void write_half_weights(FILEWriter& writer, const WeightBlob& blob) {
-  const std::string bytes = Base64Decode(blob);
-  uint64_t count = bytes.size() / sizeof(float);
+  const std::vector<float> numbers = WeightNumbers(blob);
+  uint64_t count = numbers.size();
   writer.Visit(&count, nullptr);
-  for (uint64_t i = 0; i < count; ++i) {
-    float number;
-    std::memcpy(&number, bytes.data() + i * sizeof(float), sizeof number);
+  for (const float number : numbers) {
     half_float::half truncated(number);
     writer.Visit(&truncated, nullptr);
   }
@@ -69,7 +67,40 @@ bool is_json(const std::shared_ptr<Visitor>& visitor) {
          std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr;
 }
 
+// Passes over all attributes but weights.
+class WeightCollector final : public Visitor {
+ public:
+#define QRT_PASS_OVER(type) \
+  void Visit(type*, const char*) override {}
+  QRT_FOR_EACH_ATTRIBUTE_TYPE(QRT_PASS_OVER)
+#undef QRT_PASS_OVER
+
+  void collect(const BlobAttribute& attribute) {
+    weights.push_back({attribute.key, 0, false, attribute.blob});
+  }
+
+  void collect(const BlobListAttribute& attribute) {
+    for (WeightBlob& blob : *attribute.blobs) {
+      const auto index = static_cast<size_t>(&blob - attribute.blobs->data());
+      weights.push_back({attribute.key, index, true, &blob});
+    }
+  }
+
+  std::vector<LayerWeight> weights;
+};
+
 }  // namespace
+
+WeightBlob MakeWeightBlob(const float* numbers, size_t count) {
+  return Base64Encode(reinterpret_cast<const unsigned char*>(numbers), count * sizeof(float));
+}
+
+std::vector<float> WeightNumbers(const WeightBlob& blob) {
+  const std::string bytes = Base64Decode(blob);
+  std::vector<float> numbers(bytes.size() / sizeof(float));
+  if (!numbers.empty()) std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(float));
+  return numbers;
+}
 
 void VisitBlobs(const std::shared_ptr<Visitor>& visitor,
                 std::initializer_list<BlobAttribute> attributes, ForeignVisitor foreign) {
@@ -77,6 +108,8 @@ void VisitBlobs(const std::shared_ptr<Visitor>& visitor,
     for (const auto& [blob, key] : attributes) read_half_weights(*reader, *blob);
   } else if (const auto writer = std::dynamic_pointer_cast<FILEWriter>(visitor)) {
     for (const auto& [blob, key] : attributes) write_half_weights(*writer, *blob);
+  } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
+    for (const BlobAttribute& attribute : attributes) collector->collect(attribute);
   } else {
     Assert(foreign == ForeignVisitor::visit_as_text || is_json(visitor), "Not Implemented.");
     for (const auto& [blob, key] : attributes) visitor->Visit(blob, key);
@@ -89,10 +122,21 @@ void VisitBlobLists(const std::shared_ptr<Visitor>& visitor,
     for (const auto& [blobs, key] : attributes) read_half_weight_list(*reader, *blobs);
   } else if (const auto writer = std::dynamic_pointer_cast<FILEWriter>(visitor)) {
     for (const auto& [blobs, key] : attributes) write_half_weight_list(*writer, *blobs);
+  } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
+    for (const BlobListAttribute& attribute : attributes) collector->collect(attribute);
   } else {
     Assert(is_json(visitor), "Not Implemented.");
     for (const auto& [blobs, key] : attributes) visitor->Visit(blobs, key);
   }
+}
+
+std::vector<LayerWeight> WeightsOf(LayerInfo& layer) {
+  const auto collector = std::make_shared<WeightCollector>();
+  // A walk gives an object its class's name; one that only looks leaves the name that was read.
+  const std::string name = layer.serializable_type;
+  layer.VisitAttr(collector);
+  layer.serializable_type = name;
+  return std::move(collector->weights);
 }
 
 }  // namespace marlo::runtime

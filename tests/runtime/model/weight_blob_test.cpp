@@ -109,6 +109,55 @@ class KeyLister final : public runtime::Visitor {
   std::vector<std::string> keys;
 };
 
+TEST(WeightText, HoldsTheNumbersThatItIsMadeOf) {
+  const std::vector<float> numbers = {0.1f, -2.0f, kInfinity};
+  EXPECT_EQ(runtime::MakeWeightBlob(numbers.data(), 3), FormsMaker::base64_of(numbers));
+  EXPECT_EQ(runtime::WeightNumbers(FormsMaker::base64_of(numbers)), numbers);
+  EXPECT_EQ(runtime::MakeWeightBlob(nullptr, 0), "");
+  EXPECT_THAT(runtime::WeightNumbers("AACAPwAA"), ElementsAre(1.0f));
+  EXPECT_TRUE(runtime::WeightNumbers("").empty());
+}
+
+std::vector<std::string> names_of_weights(runtime::LayerInfo& layer) {
+  std::vector<std::string> names;
+  for (const runtime::LayerWeight& weight : runtime::WeightsOf(layer)) {
+    names.push_back(weight.listed ? weight.key + "[" + std::to_string(weight.index) + "]"
+                                  : weight.key);
+  }
+  return names;
+}
+
+TEST(WeightsOf, ALayerStandInTheOrderOfItsAttributesAndAreItsOwn) {
+  runtime::Conv2dInfo layer;
+  layer.serializable_type = "as it was read";
+  layer.bias = "text";
+  EXPECT_THAT(names_of_weights(layer), ElementsAre("weight", "bias"));
+  *runtime::WeightsOf(layer)[0].blob = "new";
+  EXPECT_EQ(layer.weight, "new");
+  EXPECT_EQ(layer.bias, "text");
+  EXPECT_EQ(layer.serializable_type, "as it was read");
+}
+
+TEST(WeightsOf, ARecurrentLayerAreTheEntriesOfItsLists) {
+  runtime::GRUInfo layer;
+  layer.weight_ih_forward = {"a", "b"};
+  layer.bias_hh_reverse = {"c"};
+  EXPECT_THAT(names_of_weights(layer),
+              ElementsAre("weight_ih_forward[0]", "weight_ih_forward[1]", "bias_hh_reverse[0]"));
+  EXPECT_EQ(*runtime::WeightsOf(layer)[1].blob, "b");
+}
+
+// The slopes of an activation are text in every form.
+TEST(WeightsOf, LayersWithoutHalvesAreNone) {
+  runtime::ActivationInfo activation;
+  activation.weight = "text";
+  EXPECT_TRUE(runtime::WeightsOf(activation).empty());
+  runtime::TensorGetItemInfo items;
+  items.num_sampling_infos = 2;
+  items.sampling_infos.resize(2);
+  EXPECT_TRUE(runtime::WeightsOf(items).empty());
+}
+
 TEST(ForeignVisitor, IsRefusedByEveryLayerWithWeightsButFullConnection) {
   for (const char* const name :
        {"Conv2dInfo", "ConvTranspose2dInfo", "Conv1dInfo", "BatchNorm1dInfo", "BatchNorm2dInfo",
