@@ -1,13 +1,17 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "tests/tools/tool_runner.h"
 
 namespace qrt_tool_test {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class CheckTest : public ToolTest {
  protected:
@@ -32,21 +36,46 @@ TEST_F(CheckTest, TakesSizesWithALeadingOne) {
   EXPECT_THAT(outcome.out, HasSubstr("FLOAT32 CHW 2x4x5"));
 }
 
-TEST_F(CheckTest, NamesEveryLayerThatDoesNotFit) {
+TEST_F(CheckTest, NamesTheLayerThatDoesNotFitAndCountsThoseAfterIt) {
   const Outcome outcome = check(*toy_model(), "3x4x5");
   EXPECT_EQ(outcome.code, 3);
   EXPECT_THAT(outcome.out, HasSubstr("NO"));
-  EXPECT_THAT(outcome.err,
-              AllOf(HasSubstr("layer 1 \"mix\""), HasSubstr("refuses FLOAT32 CHW [3, 4, 5]"),
-                    HasSubstr("layer 2 \"cut\""), HasSubstr("it reads layer 1")));
+  EXPECT_THAT(
+      outcome.err,
+      AllOf(HasSubstr("layer 1 \"mix\""), HasSubstr("refuses FLOAT32 CHW [3, 4, 5]"),
+            HasSubstr("(1 layer after it can't be judged)\n"), Not(HasSubstr("layer 2 \"cut\""))));
+  EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1);
 }
 
 TEST_F(CheckTest, PrintsJson) {
   toy_model()->ToFile(path("m.json").c_str(), "json");
   const Outcome outcome = qrt({"check", path("m.json"), "--input", "3x4x5", "--json"});
   EXPECT_EQ(outcome.code, 3);
-  EXPECT_THAT(outcome.out, AllOf(HasSubstr("\"fits\": false"), HasSubstr("\"fault\": "),
-                                 HasSubstr("\"network\": \"net\"")));
+  EXPECT_THAT(outcome.out,
+              AllOf(HasSubstr("\"fits\": false"), HasSubstr("\"fault\": "),
+                    HasSubstr("\"judged\": false"), HasSubstr("\"network\": \"net\""),
+                    HasSubstr("\"sizes\": [3, 4, 5]"), HasSubstr("\"layout\": \"CHW\"")));
+  EXPECT_THAT(outcome.err,
+              AllOf(StartsWith("{\"level\": \"error\", \"message\": \""),
+                    HasSubstr("layer 1 \\\"mix\\\""), EndsWith(", \"exit_code\": 3}\n")));
+}
+
+TEST_F(CheckTest, AModelWithoutOutputsFails) {
+  auto model = toy_model();
+  model->model_arr->infos.at("net")->squential_output_ids.clear();
+  const Outcome outcome = check(*model);
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_THAT(outcome.err, HasSubstr("expected outputs in \"squential_output_ids\", found none"));
+}
+
+TEST_F(CheckTest, AModelThatDoesNotFitItsOwnSizesIsAtFault) {
+  auto model = toy_model();
+  mix_of(*model).kernel_x = 9;
+  mix_of(*model).weight = blob_of(std::vector<float>(18));
+  EXPECT_EQ(check(*model).code, 4);
+  EXPECT_EQ(check(*model, "1x2x3").code, 4);
+  EXPECT_EQ(check(*model, "1x2x4").code, 3);
+  EXPECT_EQ(check(*model, "1x2x9").code, 0);
 }
 
 TEST_F(CheckTest, AsksForSizesThatTheFileDoesNotHold) {

@@ -107,56 +107,5 @@ TEST_F(ConvertTest, NewFilesFollowTheUmaskAndLinksStay) {
             fs::perms::none);
 }
 
-class CommandLineTest : public ToolTest {};
-
-TEST_F(CommandLineTest, UsageErrorsAre2) {
-  EXPECT_EQ(qrt({}).code, 2);
-  EXPECT_EQ(qrt({"fly"}).code, 2);
-  EXPECT_EQ(qrt({"info"}).code, 2);
-  EXPECT_EQ(qrt({"run", "a.json", "--nonsense"}).code, 2);
-  EXPECT_EQ(qrt({"run", "a.json", "--repeat", "0"}).code, 2);
-  EXPECT_EQ(qrt({"run", "a.json", "--labels", "x"}).code, 2);
-}
-
-TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutput) {
-  const Outcome help = qrt({"--help"});
-  EXPECT_EQ(help.code, 0);
-  EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr("Exit codes:")));
-  EXPECT_EQ(qrt({"run", "--help"}).code, 0);
-  EXPECT_EQ(qrt({"--version"}).out, "qrt (qrt_core 1.0)\n");
-}
-
-TEST_F(CommandLineTest, HelpFits100Columns) {
-  for (const std::string command : {"info", "run", "convert", "kernels"}) {
-    std::istringstream lines(qrt({command, "--help"}).out);
-    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
-  }
-}
-
-TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
-  const Outcome all = qrt({"kernels"});
-  EXPECT_EQ(all.code, 0);
-  EXPECT_THAT(all.out, AllOf(HasSubstr("ReLU_Fallback_Float_M1"), HasSubstr("Input_Fallback_M1")));
-  EXPECT_EQ(qrt({"kernels", "relu6_fall"}).out, "ReLU6_Fallback_Float_M1\n");
-  EXPECT_EQ(qrt({"kernels", "input*"}).out, "Input_Fallback_M1\n");
-  EXPECT_EQ(qrt({"kernels", "knxm", "transpose"}).out,
-            "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1\n");
-  EXPECT_THAT(
-      qrt({"kernels", "input*", "--json"}).out,
-      AllOf(HasSubstr("\"name\": \"Input_Fallback_M1\""), HasSubstr("\"runs_here\": true")));
-  const Outcome none = qrt({"kernels", "imaginary"});
-  EXPECT_EQ(none.code, 5);
-  EXPECT_THAT(none.err, HasSubstr("no kernel matches imaginary"));
-}
-
-TEST_F(CommandLineTest, KernelsThatThisProcessorCannotRunAreMarked) {
-  const bool has_avx = __builtin_cpu_supports("avx") != 0;
-  std::istringstream lines(qrt({"kernels"}).out);
-  for (std::string line; std::getline(lines, line);) {
-    const bool is_marked = line.find("(not on this processor: no AVX)") != std::string::npos;
-    EXPECT_EQ(is_marked, line.find("_AVX_") != std::string::npos && !has_avx) << line;
-  }
-}
-
 }  // namespace
 }  // namespace qrt_tool_test

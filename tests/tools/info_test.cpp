@@ -47,6 +47,29 @@ TEST_F(InfoTest, TablesFitTheWidth) {
   }
 }
 
+TEST_F(InfoTest, NamesAreNotCutInAPipe) {
+  auto model = toy_model();
+  const std::string id(150, 'n');
+  auto& info_of_net = *model->model_arr->infos["net"];
+  info_of_net.squential_ids[2] = info_of_net.squential_output_ids[0] = id;
+  info_of_net.layers[id] = info_of_net.layers["cut"];
+  info_of_net.layers.erase("cut");
+  auto& config = *model->config_arr->cfgs["net"]->cpu_sse;
+  config.squential_ids[2] = id;
+  config.layer_cfgs[id] = config.layer_cfgs["cut"];
+  EXPECT_THAT(info(*model).out, HasSubstr("2  " + id + "  Activation  ReLU_Fallback_Float_M1"));
+  EXPECT_THAT(info(*model, {"--width", "0"}).out, HasSubstr("2  " + id + "  "));
+  EXPECT_THAT(info(*model, {"--width", "90"}).out, Not(HasSubstr("2  " + id)));
+}
+
+TEST_F(InfoTest, EveryLayoutHasItsName) {
+  recurrent_model()->ToFile(path("m.json").c_str(), "json");
+  const Outcome outcome = qrt({"check", path("m.json"), "--input", "3x2"});
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("FLOAT32 SC 3x1"), HasSubstr("FLOAT32 CL 3x2")));
+  EXPECT_THAT(qrt({"info", path("m.json"), "--input", "3x2", "--json"}).out,
+              AllOf(HasSubstr("\"layout\": \"SC\""), HasSubstr("\"layout_code\": 30")));
+}
+
 TEST_F(InfoTest, TakesTheInputSizeFromTheCommandLine) {
   const Outcome outcome = info(*toy_model(), {"--input", "1x4x5"});
   EXPECT_EQ(outcome.code, 0);

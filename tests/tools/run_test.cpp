@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <limits>
+
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/npy.h"
 
@@ -225,8 +227,104 @@ TEST_F(RunTest, AModelThatAsksForTooMuchMemoryIsRefused) {
   mix.padding_l = mix.padding_r = mix.padding_t = mix.padding_b = 65535;
   write(*model);
   const Outcome outcome = run("p.pgm");
-  EXPECT_EQ(outcome.code, 3);
+  EXPECT_EQ(outcome.code, 4);
   EXPECT_THAT(outcome.err, AllOf(HasSubstr("layer 1 \"mix\""), HasSubstr("MiB")));
+}
+
+TEST_F(RunTest, AFaultOfTheModelIsNotBlamedOnTheInput) {
+  auto model = toy_model();
+  mix_of(*model).in_channels = 1;
+  auto& info = *model->model_arr->infos["net"];
+  auto second = std::make_shared<marlo::runtime::Conv2dInfo>(mix_of(*model));
+  second->id = "second";
+  second->input_ids = {"mix"};  // two channels, of which it reads one
+  info.squential_ids.push_back("second");
+  info.squential_types.push_back(2);
+  info.layers["second"] = second;
+  auto& config = *model->config_arr->cfgs["net"]->cpu_sse;
+  config.squential_ids.push_back("second");
+  config.layer_cfgs["second"] = config.layer_cfgs["mix"];
+  write(*model);
+  const Outcome outcome = run("p.pgm");
+  EXPECT_EQ(outcome.code, 4);
+  EXPECT_THAT(
+      outcome.err,
+      AllOf(HasSubstr("m.qrtmodel: network \"net\" can't run on the sizes that it asks for: "
+                      "layer 3 \"second\""),
+            Not(HasSubstr("p.pgm"))));
+}
+
+TEST_F(RunTest, ModelsAndArraysComeFromStandardInput) {
+  write_array("x.npy", "(1, 2, 3)", {0, 1, 2, -1, -2, -3});
+  const Outcome array = qrt({"run", path("m.qrtmodel"), "--input", "-"}, path("x.npy"));
+  EXPECT_EQ(array.code, 0) << array.err;
+  EXPECT_THAT(array.out, HasSubstr("0.5 2.5 4.5"));
+  const Outcome model = qrt({"run", "-", "--input", path("x.npy")}, path("m.qrtmodel"));
+  EXPECT_EQ(model.code, 0) << model.err;
+  EXPECT_EQ(model.out, array.out);
+  toy_model()->ToFile(path("m.json").c_str(), "json");
+  EXPECT_THAT(qrt({"info", "-"}, path("m.json")).out,
+              AllOf(HasSubstr("file      standard input"), HasSubstr("network   net")));
+  const Outcome both = qrt({"run", "-", "--input", "-"});
+  EXPECT_EQ(both.code, 2);
+  EXPECT_THAT(both.err, HasSubstr("standard input (-) can be read once only"));
+  const Outcome empty = qrt({"info", "-"});
+  EXPECT_EQ(empty.code, 4);
+  EXPECT_THAT(empty.err, HasSubstr("standard input: can't be read: the file is empty"));
+}
+
+TEST_F(RunTest, ArraysGoToStandardOutput) {
+  write_array("x.npy", "(1, 1, 2)", {3, -1});
+  const Outcome outcome = run("x.npy", {"--output", "-"});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(qrt_tool::parse_npy(outcome.out).values, ElementsAre(6.5f, 0, 0, 1));
+  EXPECT_EQ(run("x.npy", {"--output", "-", "--json"}).code, 2);
+}
+
+TEST_F(RunTest, NumbersThatAreNoneAreSaid) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  write_array("x.npy", "(1, 1, 3)", {nan, 1, std::numeric_limits<float>::infinity()});
+  const Outcome outcome = run("x.npy");
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.err, AllOf(HasSubstr("qrt: warning: "),
+                                 HasSubstr("x.npy: 1 of 3 numbers is NaN, 1 is infinite\n"),
+                                 HasSubstr("warning: output \"cut\": "), HasSubstr("infinite\n")));
+}
+
+TEST_F(RunTest, FourSizesMeanTheSameInArraysAndOnTheCommandLine) {
+  auto model = toy_model();
+  auto& info = *model->model_arr->infos["net"];
+  info.layers["cut"]->input_ids = {"in"};  // nothing demands channels
+  info.squential_ids = {"in", "cut"};
+  info.squential_types = {0, 1};
+  write(*model);
+  write_array("x.npy", "(1, 2, 1, 3)", {1, 2, 3, 4, 5, 6});
+  EXPECT_THAT(run("x.npy").out, HasSubstr("cut  FLOAT32 CHW 2x1x3\n"));
+  EXPECT_THAT(run("x.npy", {"--keep-batch"}).out, HasSubstr("cut  FLOAT32 FLEXIABLE 1x2x1x3\n"));
+  for (const std::string command : {"info", "check"}) {
+    EXPECT_THAT(qrt({command, path("m.qrtmodel"), "--input", "1x2x1x3"}).out,
+                AllOf(HasSubstr(" 2x1x3"), Not(HasSubstr("1x2x1x3"))));
+    EXPECT_THAT(qrt({command, path("m.qrtmodel"), "--input", "1x2x1x3", "--keep-batch"}).out,
+                HasSubstr("FLEXIABLE 1x2x1x3"));
+  }
+}
+
+TEST_F(RunTest, EveryPassBeginsWithTheStateReset) {
+  write(*recurrent_model());
+  write_array("x.npy", "(3, 2)", {0.5, -1, 2, 1, 0.25, -0.5});
+  const std::string once = run("x.npy").out;
+  EXPECT_THAT(once, HasSubstr("FLOAT32 SC 3x1\n"));
+  const std::string thrice = run("x.npy", {"--repeat", "3"}).out;
+  EXPECT_EQ(thrice.substr(thrice.find('\n') + 1), once);
+  const std::string kept = run("x.npy", {"--repeat", "3", "--keep-state"}).out;
+  EXPECT_NE(kept.substr(kept.find('\n') + 1), once);
+}
+
+TEST_F(RunTest, RecurrentLayersAreCounted) {
+  recurrent_model()->ToFile(path("m.json").c_str(), "json");
+  // Three steps of 4 gates, each of 2 inputs and 1 hidden number.
+  EXPECT_THAT(qrt({"info", path("m.json"), "--input", "3x2"}).out, HasSubstr("36\n"));
 }
 
 TEST_F(RunTest, SeveralOutputsGetTheirLayersNames) {

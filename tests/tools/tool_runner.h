@@ -50,11 +50,13 @@ class ToolTest : public ::testing::Test {
 
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
-  /// Runs `qrt` with these arguments. The locale is one with UTF-8.
-  Outcome qrt(const std::vector<std::string>& arguments) const {
+  /// Runs `qrt` with these arguments and this file as its standard input. The locale is one with
+  /// UTF-8.
+  Outcome qrt(const std::vector<std::string>& arguments,
+              const std::string& input = "/dev/null") const {
     std::string command = "LC_ALL=C.UTF-8 '" QRT_TOOL_PATH "'";
     for (const std::string& argument : arguments) command += " '" + argument + "'";
-    command += " >'" + path("stdout") + "' 2>'" + path("stderr") + "' </dev/null";
+    command += " >'" + path("stdout") + "' 2>'" + path("stderr") + "' <'" + input + "'";
     const int status = std::system(command.c_str());
     Outcome outcome;
     outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -126,6 +128,32 @@ inline std::shared_ptr<marlo::runtime::QRTModel> toy_model() {
   }
   model->config_arr->squential_ids = {"net"};
   model->config_arr->cfgs["net"] = cfgs;
+  return model;
+}
+
+/// Numbers as the text of a persisted blob.
+inline std::string blob_of(const std::vector<float>& numbers) {
+  return marlo::runtime::Base64Encode(reinterpret_cast<const unsigned char*>(numbers.data()),
+                                      numbers.size() * sizeof(float));
+}
+
+/// The toy model with an LSTM of 2 inputs and 1 hidden number between "in" and the output.
+inline std::shared_ptr<marlo::runtime::QRTModel> recurrent_model() {
+  auto model = toy_model();
+  auto& info = *model->model_arr->infos["net"];
+  auto lstm = std::make_shared<marlo::runtime::LSTMInfo>();
+  lstm->id = "mix";
+  lstm->input_ids = {"in"};
+  lstm->in_size = 2;
+  lstm->hidden_size = 1;
+  lstm->num_layers = 1;
+  lstm->weight_ih_forward = {blob_of({1, 0.5, -0.5, 1, 0.25, 1, -1, 0.5})};
+  lstm->weight_hh_forward = {blob_of({0.5, 1, -1, 2})};
+  info.layers["mix"] = lstm;
+  info.squential_types[1] = static_cast<uint16_t>(lstm->type);
+  info.squential_output_ids = {"mix"};
+  model->config_arr->cfgs["net"]->cpu_sse->layer_cfgs["mix"]->kernel->kernel_type =
+      "LSTM_Fallback_SC_F32_M1";
   return model;
 }
 

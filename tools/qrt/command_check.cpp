@@ -1,7 +1,10 @@
 #include "qrt_core/utility/check_shapes.h"
 
+#include <algorithm>
+
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
+#include "tools/qrt/files.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/network.h"
@@ -16,29 +19,29 @@ using marlo::utility::LayerShapes;
 
 namespace {
 
-using ShapesByInput = std::unordered_map<unsigned int, TensorShape>;
+/// A network, the shapes through it, and where they came from.
+struct Verdict {
+  const NetworkReport& report;
+  std::vector<LayerShapes> layers;
+  bool is_own;  ///< the sizes are those of the model's header
 
-ShapesByInput given_shapes(const NetworkReport& report, const CheckOptions& options) {
-  const std::vector<uint32_t> inputs = report.inputs();
-  ShapesByInput shapes;
-  if (options.inputs.empty()) {
-    for (const auto& [input, shape] : known_input_shapes(report)) shapes.emplace(input, shape);
-    if (shapes.size() == inputs.size()) return shapes;
-    throw ToolError(kUsageError, printable(options.model) +
-                                     ": the file doesn't say how large its inputs are; give "
-                                     "--input");
+  // A layer isn't judged where one that it reads gives nothing.
+  bool is_judged(size_t index) const {
+    const auto& sources = report.layers[index].sources;
+    return std::none_of(sources.begin(), sources.end(),
+                        [&](uint32_t source) { return layers[source].outputs.empty(); });
   }
-  if (inputs.size() != options.inputs.size()) {
-    throw ToolError(kUsageError, "network " + quoted(report.id) + " has " +
-                                     counted(inputs.size(), "input") + "; found " +
-                                     counted(options.inputs.size(), "--input"));
+  bool fits(size_t index) const { return layers[index].fault.empty(); }
+};
+
+InputShapes shapes_to_check(const NetworkReport& report, const CheckOptions& options) {
+  if (!options.inputs.empty()) {
+    return given_input_shapes(report, options.inputs, options.keep_batch);
   }
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    std::vector<uint32_t> sizes = parse_sizes_option(options.inputs[i]);
-    if (sizes.size() == 4 && sizes[0] == 1) sizes.erase(sizes.begin());
-    shapes.emplace(inputs[i], float_shape(std::move(sizes)));
-  }
-  return shapes;
+  InputShapes shapes = known_input_shapes(report);
+  if (shapes.size() == report.inputs().size()) return shapes;
+  throw ToolError(kUsageError, shown(options.model) +
+                                   ": the file doesn't say how large its inputs are; give --input");
 }
 
 std::string all_shapes(const std::vector<TensorShape>& shapes) {
@@ -56,46 +59,83 @@ std::string fault_line(std::string fault) {
   return printable(fault);
 }
 
-std::string as_table(const NetworkReport& report, const std::vector<LayerShapes>& layers,
-                     size_t width) {
+std::string as_table(const Verdict& verdict, size_t width) {
   Table table({{"#", true},
                {"layer", false, true},
                {"kernel", false, true},
                {"input"},
                {"output"},
                {"fits"}});
-  for (size_t i = 0; i < layers.size(); ++i) {
-    const LayerReport& layer = report.layers[i];
-    table.add({std::to_string(i), layer.id, layer.kernel.name, all_shapes(layers[i].inputs),
-               all_shapes(layers[i].outputs), layers[i].fault.empty() ? "yes" : "NO"});
+  for (size_t i = 0; i < verdict.layers.size(); ++i) {
+    const LayerReport& layer = verdict.report.layers[i];
+    const LayerShapes& shapes = verdict.layers[i];
+    table.add({std::to_string(i), layer.id, layer.kernel.name, all_shapes(shapes.inputs),
+               all_shapes(shapes.outputs),
+               verdict.fits(i)        ? "yes"
+               : verdict.is_judged(i) ? "NO"
+                                      : "-"});
   }
   return table.text(width);
 }
 
 void add_shapes(JsonText& json, const char* name, const std::vector<TensorShape>& shapes) {
   json.begin_array(name);
-  for (const TensorShape& shape : shapes) json.text(shape_text(shape));
+  for (const TensorShape& shape : shapes) add_shape(json, shape);
   json.end_array();
 }
 
-std::string as_json(const NetworkReport& report, const std::vector<LayerShapes>& layers) {
+std::string as_json(const Verdict& verdict, const std::string& path,
+                    const std::vector<std::string>& faults) {
   JsonText json;
   json.begin_object();
-  json.text("network", report.id);
+  json.text("file", path);
+  json.text("network", verdict.report.id);
+  json.boolean("fits", faults.empty());
   json.begin_array("layers");
-  for (size_t i = 0; i < layers.size(); ++i) {
+  for (size_t i = 0; i < verdict.layers.size(); ++i) {
+    const LayerReport& layer = verdict.report.layers[i];
     json.begin_object();
-    json.text("id", report.layers[i].id);
-    json.text("kernel", report.layers[i].kernel.name);
-    add_shapes(json, "inputs", layers[i].inputs);
-    add_shapes(json, "outputs", layers[i].outputs);
-    json.boolean("fits", layers[i].fault.empty());
-    if (!layers[i].fault.empty()) json.text("fault", fault_line(layers[i].fault));
+    json.integer("index", i);
+    json.text("id", layer.id);
+    json.text("kind", layer.kind);
+    json.text("kernel", layer.kernel.name);
+    add_shapes(json, "inputs", verdict.layers[i].inputs);
+    add_shapes(json, "outputs", verdict.layers[i].outputs);
+    json.boolean("judged", verdict.is_judged(i));
+    json.boolean("fits", verdict.fits(i));
+    if (!verdict.fits(i) && verdict.is_judged(i)) {
+      json.text("fault", fault_line(verdict.layers[i].fault));
+    }
     json.end_object();
   }
   json.end_array();
+  json.begin_array("faults");
+  for (const std::string& fault : faults) json.text(fault);
+  json.end_array();
   json.end_object();
   return json.finish();
+}
+
+// One for each layer that doesn't fit; what follows from it is only counted.
+std::vector<std::string> faults_of(const Verdict& verdict) {
+  std::vector<std::string> faults;
+  size_t open = 0;
+  for (size_t i = 0; i < verdict.layers.size(); ++i) {
+    if (verdict.fits(i)) continue;
+    if (verdict.is_judged(i)) {
+      faults.push_back(verdict.report.layers[i].title() + ": " +
+                       fault_line(verdict.layers[i].fault));
+    } else {
+      ++open;
+    }
+  }
+  if (open != 0 && !faults.empty()) {
+    faults.back() += " (" + counted(open, "layer") + " after it can't be judged)";
+  }
+  if (verdict.report.outputs().empty()) {
+    faults.emplace_back("expected outputs in \"squential_output_ids\", found none");
+  }
+  return faults;
 }
 
 }  // namespace
@@ -107,19 +147,20 @@ void run_check(const CheckOptions& options) {
   const std::string id = choose_network(*model, options.model, options.network);
   Library library;
   const LoadedNetwork loaded = load_network(library, *model, options.model, id);
-  const auto layers = marlo::utility::check_shapes(
-      *loaded.package->net, given_shapes(loaded.report, options), library.context);
+  const InputShapes shapes = shapes_to_check(loaded.report, options);
+  const Verdict verdict{loaded.report,
+                        marlo::utility::check_shapes(
+                            *loaded.package->net, {shapes.begin(), shapes.end()}, library.context),
+                        are_model_shapes(loaded.report, shapes)};
   take_library_errors();  // the faults say the same
-  print(options.json ? as_json(loaded.report, layers)
-                     : as_table(loaded.report, layers, options.width));
-  std::vector<std::string> faults;
-  for (size_t i = 0; i < layers.size(); ++i) {
-    if (layers[i].fault.empty()) continue;
-    faults.push_back(loaded.report.layers[i].title() + ": " + fault_line(layers[i].fault));
-  }
+  const std::vector<std::string> faults = faults_of(verdict);
+  print(options.json ? as_json(verdict, options.model, faults)
+                     : as_table(verdict, table_width(options.width)));
   if (faults.empty()) return;
-  for (size_t i = 0; i + 1 < faults.size(); ++i) say(faults[i]);
-  throw ToolError(kInputError, faults.back());
+  const std::string prefix = shown(options.model) + ": network " + quoted(id) + ", ";
+  for (size_t i = 0; i + 1 < faults.size(); ++i) say(prefix + faults[i], Level::error);
+  const bool is_models = verdict.is_own || verdict.report.outputs().empty();
+  throw ToolError(is_models ? kModelError : kInputError, prefix + faults.back());
 }
 
 }  // namespace qrt_tool

@@ -2,11 +2,13 @@
 
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
+#include "tools/qrt/files.h"
 #include "tools/qrt/info_text.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/shapes.h"
+#include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -27,23 +29,23 @@ class Inspector {
   // A network that comes without configurations has no kernels, and that is no fault.
   ShownNetwork inspect(const std::string& id, const QRModelInfo& info, const QRModelCfg* config,
                        bool has_configs) {
-    ShownNetwork shown;
-    shown.has_kernels = has_configs;
-    shown.report = inspect_network(id, info, config, library_.kernels, library_.context);
-    if (!has_configs) return shown;
-    const std::string prefix = printable(options_.model) + ": network " + quoted(id) + ", ";
-    for (const std::string& warning : shown.report.warnings) say(prefix + warning);
-    const std::string problem = shown.report.problem();
+    ShownNetwork found;
+    found.has_kernels = has_configs;
+    found.report = inspect_network(id, info, config, library_.kernels, library_.context);
+    if (!has_configs) return found;
+    const std::string prefix = shown(options_.model) + ": network " + quoted(id) + ", ";
+    for (const std::string& warning : found.report.warnings) say(prefix + warning, Level::warning);
+    const std::string problem = found.report.problem();
     if (!problem.empty()) problems_.push_back(prefix + problem);
 
     const std::string misfit =
-        infer_shapes(shown.report, given_shapes(shown.report), *library_.context->cpu);
+        infer_shapes(found.report, given_shapes(found.report), *library_.context->cpu);
     if (!misfit.empty()) {
       const std::string text = prefix + "with the input given or known, " + misfit;
       if (!options_.inputs.empty()) throw ToolError(kInputError, text);
       problems_.push_back(text);
     }
-    return shown;
+    return found;
   }
 
   const std::vector<std::string>& problems() const { return problems_; }
@@ -51,17 +53,7 @@ class Inspector {
  private:
   InputShapes given_shapes(const NetworkReport& report) const {
     if (options_.inputs.empty()) return known_input_shapes(report);
-    const std::vector<uint32_t> inputs = report.inputs();
-    if (inputs.size() != options_.inputs.size()) {
-      throw ToolError(kUsageError, "network " + quoted(report.id) + " has " +
-                                       counted(inputs.size(), "input") + "; found " +
-                                       counted(options_.inputs.size(), "--input"));
-    }
-    InputShapes shapes;
-    for (size_t i = 0; i < inputs.size(); ++i) {
-      shapes.emplace(inputs[i], float_shape(parse_sizes_option(options_.inputs[i])));
-    }
-    return shapes;
+    return given_input_shapes(report, options_.inputs, options_.keep_batch);
   }
 
   const InfoOptions& options_;
@@ -72,7 +64,7 @@ class Inspector {
 void show_networks(const std::vector<ShownNetwork>& networks, const QRTModel* model,
                    const InfoOptions& options) {
   print(options.json ? networks_json(options.model, model, networks)
-                     : networks_text(options.model, model, networks, options.width));
+                     : networks_text(options.model, model, networks, table_width(options.width)));
 }
 
 void inspect_model(const InfoOptions& options, Inspector& inspector) {
@@ -108,14 +100,16 @@ void inspect_configs(const InfoOptions& options, const QRModelMultiBackendCfgsAr
     named.push_back({id + " cpu_sse", cfgs.cpu_sse.get()});
   }
   print(options.json ? configs_json(options.model, named)
-                     : configs_text(options.model, named, options.width));
+                     : configs_text(options.model, named, table_width(options.width)));
 }
 
 }  // namespace
 
 void run_info(const InfoOptions& options) {
   const FileFormat format = format_of_name(options.model, kModelError);
-  const ObjectKind kind = format.kind ? *format.kind : kind_of_json(options.model);
+  const ObjectKind kind = format.kind      ? *format.kind
+                          : format.is_json ? kind_of_json(options.model)
+                                           : ObjectKind::model;
   Inspector inspector(options);
   if (kind == ObjectKind::model) {
     inspect_model(options, inspector);
@@ -131,14 +125,14 @@ void run_info(const InfoOptions& options) {
       const auto& config = dynamic_cast<const QRModelCfg&>(*object);
       const std::vector<NamedConfig> named{{"", &config}};
       print(options.json ? configs_json(options.model, named)
-                         : configs_text(options.model, named, options.width));
+                         : configs_text(options.model, named, table_width(options.width)));
     } else {
       inspect_configs(options, dynamic_cast<const QRModelMultiBackendCfgsArr&>(*object));
     }
   }
   const std::vector<std::string>& problems = inspector.problems();
   if (problems.empty()) return;
-  for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i]);
+  for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i], Level::error);
   throw ToolError(kModelError, problems.back());
 }
 

@@ -1,7 +1,6 @@
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <cctype>
 
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
@@ -13,17 +12,12 @@
 namespace qrt_tool {
 namespace {
 
-std::string lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
 // A pattern has to match the whole name, other text a part of it; case never matters.
 bool matches(const std::string& name, const std::string& filter) {
   if (filter.find_first_of("*?[") == std::string::npos) {
-    return lower(name).find(lower(filter)) != std::string::npos;
+    return lower_case(name).find(lower_case(filter)) != std::string::npos;
   }
-  return fnmatch(lower(filter).c_str(), lower(name).c_str(), 0) == 0;
+  return fnmatch(lower_case(filter).c_str(), lower_case(name).c_str(), 0) == 0;
 }
 
 std::string print_json(const std::vector<std::string>& names) {

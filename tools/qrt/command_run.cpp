@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
@@ -12,11 +14,33 @@ namespace {
 void check_options(const RunOptions& options) {
   const auto refuse = [](const std::string& text) { throw ToolError(kUsageError, text); };
   const std::string& output = options.output;
-  if (!output.empty() && (output.size() < 5 || output.compare(output.size() - 4, 4, ".npy") != 0)) {
-    refuse("--output " + printable(output) + ": expected a name that ends in .npy");
+  const bool to_stream = output == kStandardStream;
+  if (!output.empty() && !to_stream &&
+      (output.size() < 5 || output.compare(output.size() - 4, 4, ".npy") != 0)) {
+    refuse("--output " + printable(output) + ": expected a name that ends in .npy, or -");
+  }
+  if (to_stream && (options.json || options.top != 0 || options.preview || options.profile ||
+                    options.repeat != 0)) {
+    refuse("--output - leaves no room for other data on standard output; expected a file's name");
+  }
+  if (std::count(options.inputs.begin(), options.inputs.end(), kStandardStream) +
+          (options.model == kStandardStream ? 1 : 0) >
+      1) {
+    refuse("standard input (-) can be read once only");
   }
   if (options.top == 0 && (!options.labels.empty() || options.no_softmax)) {
     refuse("--labels and --no-softmax go with --top");
+  }
+}
+
+std::vector<InputData> read_model_inputs(LoadedNetwork& network, const RunOptions& options,
+                                         const Library& library) {
+  try {
+    return read_inputs(network.report, options.inputs, options.pictures, options.keep_batch,
+                       library.context);
+  } catch (const ToolError& error) {
+    if (error.exit_code() != kModelError) throw;
+    throw ToolError(kModelError, shown(options.model) + ": " + error.what());
   }
 }
 
@@ -31,18 +55,22 @@ void run_network(const RunOptions& options) {
   const auto model = read_model(options.model, sdk);
   const std::string id = choose_network(*model, options.model, options.network);
   LoadedNetwork network = load_network(library, *model, options.model, id);
-  const std::vector<InputData> inputs =
-      read_inputs(network.report, options.inputs, options.pictures, library.context);
+  const std::vector<InputData> inputs = read_model_inputs(network, options, library);
 
   const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
   PassResult result;
   try {
-    result = run_passes(network, inputs, repeat, options.profile);
+    result = run_passes(network, inputs, {repeat, options.profile, options.keep_state});
   } catch (const ToolError& error) {
-    throw ToolError(error.exit_code(), printable(options.model) + ": " + error.what());
+    throw ToolError(error.exit_code(), shown(options.model) + ": " + error.what());
+  }
+  for (const OutputData& output : result.outputs) {
+    const std::string text = strange_numbers(output.values());
+    if (!text.empty()) say("output " + quoted(output.id) + ": " + text, Level::warning);
   }
   std::vector<Score> scores;
   if (options.top != 0) scores = best_scores(result, options);
+  if (options.output == kStandardStream) return print(only_output(result));
   if (!options.output.empty()) {
     for (const std::string& path : write_outputs(result, options.output)) {
       say("wrote " + printable(path));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,14 +12,13 @@
 
 namespace qrt_tool {
 
-constexpr size_t kDefaultWidth = 100;
-
 struct InfoOptions {
-  std::string model;
+  std::string model;                ///< "-" is standard input
   std::string network;              ///< id of the only one to show; empty for all
   std::vector<std::string> inputs;  ///< sizes, one per input layer
   std::string sdk;                  ///< "NAME:MAJOR.MINOR"; empty for that of the file
-  size_t width = kDefaultWidth;     ///< of tables, in characters
+  std::optional<size_t> width;      ///< of tables, as `table_width` takes it
+  bool keep_batch = false;          ///< a leading 1 of 4 sizes stays
   bool json = false;
 };
 
@@ -26,13 +26,15 @@ struct RunOptions {
   std::string model;
   std::string network;
   std::vector<std::string> inputs;  ///< files, "FILE" or "LAYER=FILE"
-  std::string output;               ///< .npy file; empty to print
+  std::string output;               ///< .npy file, or "-"; empty to print
   std::string labels;               ///< file with one label a line
   std::string sdk;
   uint64_t top = 0;     ///< so many best values; 0 for all values as they are
   uint64_t repeat = 0;  ///< timed passes; 0 for one pass without its time
   size_t preview_width = 28;
-  size_t width = kDefaultWidth;
+  std::optional<size_t> width;
+  bool keep_batch = false;
+  bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
   bool no_softmax = false;
   bool profile = false;
   bool preview = false;
@@ -45,7 +47,8 @@ struct CheckOptions {
   std::string network;
   std::vector<std::string> inputs;  ///< sizes, one per input layer
   std::string sdk;
-  size_t width = kDefaultWidth;
+  std::optional<size_t> width;
+  bool keep_batch = false;
   bool json = false;
 };
 

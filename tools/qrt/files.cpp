@@ -1,6 +1,7 @@
 #include "tools/qrt/files.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,7 +9,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
+#include <new>
 
 #include "tools/qrt/text.h"
 
@@ -33,15 +36,35 @@ fs::path target_of(const std::string& path) {
   return error ? fs::path(path) : target;
 }
 
+// What can be read once only, by name.
+std::map<std::string, std::string>& copies() {
+  static std::map<std::string, std::string> paths;
+  return paths;
+}
+
+// Copies a stream into memory that has a path for as long as the process lives.
+std::string copy_in_memory(const std::string& bytes) {
+  const int file = memfd_create("qrt", MFD_CLOEXEC);
+  size_t written = 0;
+  while (file >= 0 && written < bytes.size()) {
+    const ssize_t count = write(file, bytes.data() + written, bytes.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) throw std::bad_alloc();
+    written += static_cast<size_t>(count);
+  }
+  if (file < 0) throw std::bad_alloc();
+  return "/proc/self/fd/" + std::to_string(file);
+}
+
 // The first bytes of a file, up to `most`; at least one.
 std::string read_bytes(const std::string& path, ExitCode exit_code, size_t most) {
   const auto refuse = [&](const std::string& why) {
-    throw ToolError(exit_code, printable(path) + ": can't be read: " + why);
+    throw ToolError(exit_code, shown(path) + ": can't be read: " + why);
   };
   std::error_code error;
   if (fs::is_directory(path, error)) refuse("it is a folder");
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
-                                                             &std::fclose);
+  const char* const name = path == kStandardStream ? "/dev/stdin" : path.c_str();
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(name, "rb"), &std::fclose);
   if (file == nullptr) refuse(reason());
   std::string bytes;
   char buffer[1 << 16];
@@ -53,6 +76,14 @@ std::string read_bytes(const std::string& path, ExitCode exit_code, size_t most)
   }
   if (std::ferror(file.get()) != 0) refuse(reason());
   if (bytes.empty()) refuse("the file is empty");
+  return bytes;
+}
+
+std::string read_whole(const std::string& path, ExitCode exit_code) {
+  std::string bytes = read_bytes(path, exit_code, kMostBytes + 1);
+  if (bytes.size() > kMostBytes) {
+    throw ToolError(exit_code, shown(path) + ": can't be read: it is larger than 1 GiB");
+  }
   return bytes;
 }
 
@@ -84,15 +115,32 @@ class NewFile {
 
 }  // namespace
 
-std::string read_file(const std::string& path, ExitCode exit_code) {
-  std::string bytes = read_bytes(path, exit_code, kMostBytes + 1);
-  if (bytes.size() > kMostBytes) {
-    throw ToolError(exit_code, printable(path) + ": can't be read: it is larger than 1 GiB");
-  }
-  return bytes;
+std::string shown(const std::string& path) {
+  return path == kStandardStream ? "standard input" : printable(path);
 }
 
-void check_readable(const std::string& path, ExitCode exit_code) { read_bytes(path, exit_code, 1); }
+bool is_stream(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  return path == kStandardStream || (!error && fs::exists(status) && !fs::is_regular_file(status) &&
+                                     !fs::is_directory(status));
+}
+
+std::string rereadable(const std::string& path, ExitCode exit_code) {
+  if (!is_stream(path)) return path;
+  const auto found = copies().find(path);
+  if (found != copies().end()) return found->second;
+  return copies()[path] = copy_in_memory(read_whole(path, exit_code));
+}
+
+std::string read_file(const std::string& path, ExitCode exit_code) {
+  return copies().count(path) != 0 ? read_whole(copies()[path], exit_code)
+                                   : read_whole(path, exit_code);
+}
+
+void check_readable(const std::string& path, ExitCode exit_code) {
+  if (!is_stream(path)) read_bytes(path, exit_code, 1);
+}
 
 bool is_same_file(const std::string& a, const std::string& b) {
   std::error_code error;

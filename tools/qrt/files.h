@@ -7,7 +7,21 @@
 
 namespace qrt_tool {
 
-/// The bytes of a file.
+/// The name that stands for standard input, or for standard output.
+constexpr char kStandardStream[] = "-";
+
+/// What messages call a file: its name, made printable, or "standard input" for "-".
+std::string shown(const std::string& path);
+
+/// A path at which a file can be opened as often as one likes: `path` itself, or that of a copy in
+/// memory for "-" and for pipes, which can be read once only.
+/// @throws ToolError as `read_file`
+std::string rereadable(const std::string& path, ExitCode exit_code);
+
+/// Whether a path is "-" or leads to a pipe or device, whose name says nothing of its contents.
+bool is_stream(const std::string& path);
+
+/// The bytes of a file, or of standard input for "-".
 /// @throws ToolError with `exit_code`, naming the file, if it can't be read or is a folder, too
 ///   large or empty
 std::string read_file(const std::string& path, ExitCode exit_code);

@@ -1,25 +1,14 @@
 #include "tools/qrt/info_text.h"
 #include "tools/qrt/json_text.h"
+#include "tools/qrt/shapes.h"
 
 namespace qrt_tool {
 
 using marlo::runtime::KernelCfgArr;
 using marlo::runtime::LayerCfg;
 using marlo::runtime::QRTModel;
-using marlo::runtime::TensorShape;
 
 namespace {
-
-void add_shape(JsonText& json, const char* key, const TensorShape& shape) {
-  json.begin_object(key);
-  json.sizes("sizes", shape.dims);
-  const char* type = PrintedName(shape.data_type);
-  const char* layout = PrintedName(shape.layout);
-  if (type != nullptr) json.text("data_type", type);
-  if (layout != nullptr) json.text("layout", layout);
-  json.integer("layout_code", static_cast<uint32_t>(shape.layout));
-  json.end_object();
-}
 
 void add_kernel(JsonText& json, const KernelReport& kernel) {
   json.text("kernel", kernel.name);

@@ -1,5 +1,6 @@
 #include "tools/qrt/info_text.h"
 
+#include "tools/qrt/files.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
@@ -35,8 +36,7 @@ std::string output_sizes(const LayerReport& layer) {
   std::string text = sizes_text(layer.outputs[0].dims);
   const auto layout = layer.outputs[0].layout;
   const bool is_usual = layout == float_shape(layer.outputs[0].dims).layout;
-  const char* name = PrintedName(layout);
-  return is_usual || name == nullptr ? text : text + " " + name;
+  return is_usual ? text : text + " " + layout_name(layout);
 }
 
 std::string version_text(uint32_t major, uint32_t minor) {
@@ -114,7 +114,7 @@ std::string network_text(const ShownNetwork& shown, size_t width) {
 
 std::string networks_text(const std::string& path, const QRTModel* model,
                           const std::vector<ShownNetwork>& networks, size_t width) {
-  std::string text = "file      " + printable(path) + '\n';
+  std::string text = "file      " + shown(path) + '\n';
   if (model != nullptr) {
     text += "for       SDK " + printable(model->sdk_type) + " " +
             version_text(model->sdk_major_ver, model->sdk_minor_ver) + ", core " +
@@ -127,7 +127,7 @@ std::string networks_text(const std::string& path, const QRTModel* model,
 
 std::string configs_text(const std::string& path, const std::vector<NamedConfig>& configs,
                          size_t width) {
-  std::string text = "file      " + printable(path) + '\n';
+  std::string text = "file      " + shown(path) + '\n';
   for (const auto& [name, config] : configs) {
     Table table({{"#", true}, {"layer", false, true}, {"role"}, {"kernel", false, true}});
     size_t index = 0;

@@ -5,6 +5,7 @@
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/image_steps.h"
+#include "tools/qrt/messages.h"
 #include "tools/qrt/npy.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/text.h"
@@ -56,13 +57,6 @@ std::vector<InputFile> assign_files(const NetworkReport& report,
     assigned.push_back({inputs[i], files[i] ? *files[i] : *next++});
   }
   return assigned;
-}
-
-// An array of one dimension too many or too few, where what is meant is clear.
-void fit_dims(std::vector<uint32_t>& sizes, const std::optional<DemandedInput>& demanded) {
-  if (!demanded) return;
-  if (sizes.size() == demanded->dims + 1 && sizes[0] == 1) sizes.erase(sizes.begin());
-  if (sizes.size() + 1 == demanded->dims && demanded->channels == 1) sizes.insert(sizes.begin(), 1);
 }
 
 void check_options(const PictureOptions& options) {
@@ -139,7 +133,7 @@ void take_picture(InputData& input, Picture picture, const std::optional<Demande
 }
 
 InputData read_input(const NetworkReport& report, const InputFile& file,
-                     const PictureOptions& options, const ImageSteps& steps) {
+                     const PictureOptions& options, bool keep_batch, const ImageSteps& steps) {
   InputData input;
   input.layer = file.layer;
   input.path = file.path;
@@ -150,8 +144,7 @@ InputData read_input(const NetworkReport& report, const InputFile& file,
         file.path.size() >= 4 && file.path.compare(file.path.size() - 4, 4, ".npy") == 0;
     if (named_npy || bytes.compare(0, 6, "\x93NUMPY") == 0) {
       NumberArray array = parse_npy(bytes);
-      fit_dims(array.sizes, demanded);
-      input.shape = float_shape(array.sizes);
+      input.shape = input_shape(array.sizes, demanded, keep_batch);
       input.values = std::move(array.values);
       return input;
     }
@@ -166,15 +159,20 @@ InputData read_input(const NetworkReport& report, const InputFile& file,
     take_picture(input, parse_picture(bytes, channels_to_read(options, channels)), demanded,
                  options, steps);
   } catch (const ToolError& error) {
-    throw ToolError(error.exit_code(), printable(file.path) + ": " + error.what());
+    throw ToolError(error.exit_code(), shown(file.path) + ": " + error.what());
   }
   return input;
+}
+
+void warn_of_numbers(const InputData& input) {
+  const std::string text = strange_numbers(input.values);
+  if (!text.empty()) say(shown(input.path) + ": " + text, Level::warning);
 }
 
 }  // namespace
 
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
-                                   const PictureOptions& pictures,
+                                   const PictureOptions& pictures, bool keep_batch,
                                    const std::shared_ptr<marlo::runtime::Context>& context) {
   check_options(pictures);
   const ImageSteps steps(context);
@@ -182,20 +180,23 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
   InputShapes shapes;
   std::vector<std::string> described;
   for (const InputFile& file : assign_files(report, options)) {
-    inputs.push_back(read_input(report, file, pictures, steps));
+    inputs.push_back(read_input(report, file, pictures, keep_batch, steps));
     shapes.emplace(file.layer, inputs.back().shape);
-    std::string text = printable(file.path) + " (" + shape_text(inputs.back().shape);
+    warn_of_numbers(inputs.back());
+    std::string text = shown(file.path) + " (" + shape_text(inputs.back().shape);
     if (const auto demanded = demanded_input(report, file.layer)) {
       text += "; the model expects " + demanded->text();
     }
     described.push_back(text + ")");
   }
   const std::string problem = infer_shapes(report, shapes, *context->cpu);
-  if (!problem.empty()) {
-    throw ToolError(kInputError,
-                    joined(described, ", ") + ": the network can't take this input: " + problem);
+  if (problem.empty()) return inputs;
+  if (are_model_shapes(report, shapes)) {
+    throw ToolError(kModelError, "network " + quoted(report.id) +
+                                     " can't run on the sizes that it asks for: " + problem);
   }
-  return inputs;
+  throw ToolError(kInputError,
+                  joined(described, ", ") + ": the network can't take this input: " + problem);
 }
 
 }  // namespace qrt_tool

@@ -30,9 +30,11 @@ struct PictureOptions {
 
 /// Reads the files of `--input`, each "FILE" or "LAYER=FILE", for the inputs of a network, and
 /// checks that every layer can take what comes of them; `report` receives the shapes.
-/// @throws ToolError: kUsageError where files and inputs don't match, kInputError naming the file
+/// @param keep_batch as `input_shape` takes it
+/// @throws ToolError: kUsageError where files and inputs don't match, kInputError naming the file,
+///   kModelError for a network that can't take the sizes of its own header
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
-                                   const PictureOptions& pictures,
+                                   const PictureOptions& pictures, bool keep_batch,
                                    const std::shared_ptr<marlo::runtime::Context>& context);
 
 }  // namespace qrt_tool

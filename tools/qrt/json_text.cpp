@@ -101,6 +101,14 @@ void JsonText::null(const char* key) {
 
 std::string JsonText::finish() const { return std::string(parts_->buffer.GetString()) + '\n'; }
 
+std::string json_string(const std::string& text) {
+  json::StringBuffer buffer;
+  json::Writer<json::StringBuffer> writer(buffer);
+  const std::string clean = printable(text);
+  writer.String(clean.c_str(), static_cast<json::SizeType>(clean.size()));
+  return buffer.GetString();
+}
+
 namespace {
 
 /// Notes what the root is and the names of its members.

@@ -42,6 +42,9 @@ class JsonText {
   std::unique_ptr<Parts> parts_;
 };
 
+/// A text as a JSON string, with its quotation marks.
+std::string json_string(const std::string& text);
+
 /// What is wrong with a text that should be one JSON object: where, and what was expected. Empty
 /// for an object.
 std::string json_fault(const std::string& text);

@@ -97,6 +97,20 @@ uint64_t product(const std::vector<uint32_t>& sizes, size_t first, size_t end) {
   return count;
 }
 
+// Input and hidden weights, without biases; nothing for other layers.
+std::optional<uint64_t> recurrent_weights(const LayerInfo& info) {
+  if (const auto* cell = dynamic_cast<const marlo::runtime::RecurrentCellWeights*>(&info)) {
+    return numbers_in(cell->weight_ih) + numbers_in(cell->weight_hh);
+  }
+  if (const auto* rnn = dynamic_cast<const marlo::runtime::RecurrentSequenceWeights*>(&info)) {
+    const uint64_t forward =
+        numbers_in(rnn->weight_ih_forward) + numbers_in(rnn->weight_hh_forward);
+    if (!rnn->bidirectional) return forward;
+    return forward + numbers_in(rnn->weight_ih_reverse) + numbers_in(rnn->weight_hh_reverse);
+  }
+  return std::nullopt;
+}
+
 std::string pair(int64_t x, int64_t y, bool is_line) {
   return is_line ? std::to_string(x) : std::to_string(x) + "x" + std::to_string(y);
 }
@@ -167,6 +181,10 @@ std::optional<uint64_t> multiply_adds(const LayerInfo& info, const std::vector<u
   if (const auto* full = dynamic_cast<const FullConnectionInfo*>(&info)) {
     if (output.empty()) return std::nullopt;
     return uint64_t{full->in_features} * product(output, 0, output.size());
+  }
+  // Every weight of a recurrent layer meets one number a step; the last dimension is a vector.
+  if (const auto weights = recurrent_weights(info); weights && !input.empty()) {
+    return *weights * product(input, 0, input.size() - 1);
   }
   return std::nullopt;
 }

@@ -17,8 +17,8 @@ std::string kind_of(const marlo::runtime::LayerInfo& info);
 /// Trained numbers that the description carries.
 uint64_t weight_count(const marlo::runtime::LayerInfo& info);
 
-/// Multiply-adds of one pass; nothing for layers that aren't counted: all but convolutions and full
-/// connections.
+/// Multiply-adds of one pass; nothing for layers that aren't counted: all but convolutions, full
+/// connections and recurrent layers.
 std::optional<uint64_t> multiply_adds(const marlo::runtime::LayerInfo& info,
                                       const std::vector<uint32_t>& input,
                                       const std::vector<uint32_t>& output);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qrt_core/utility/log.h"
+#include "tools/qrt/json_text.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -14,6 +15,17 @@ namespace {
 
 constexpr char kErrorMark[] = "]: ";
 constexpr size_t kMostKept = 8;
+
+bool messages_are_json = false;
+
+constexpr const char* kLevelNames[] = {"note", "warning", "error"};
+
+// `more` are further members.
+void write_json_line(const std::string& text, Level level, const std::string& more) {
+  const std::string line = std::string("{\"level\": \"") + kLevelNames[static_cast<int>(level)] +
+                           "\", \"message\": " + json_string(text) + more + "}\n";
+  std::fputs(line.c_str(), stderr);
+}
 
 std::vector<std::string>& kept_errors() {
   static std::vector<std::string> errors;
@@ -49,9 +61,22 @@ int64_t now_ms() {
 
 }  // namespace
 
-void say(const std::string& text) {
+void write_messages_as_json() { messages_are_json = true; }
+
+void say(const std::string& text, Level level) {
   std::fflush(stdout);
-  std::fprintf(stderr, "qrt: %s\n", text.c_str());
+  if (messages_are_json) return write_json_line(text, level, "");
+  std::fprintf(stderr, "qrt: %s%s\n", level == Level::warning ? "warning: " : "", text.c_str());
+}
+
+void say_failure(const std::string& text, int exit_code, const std::string& hint) {
+  if (!messages_are_json) {
+    say(text, Level::error);
+    if (!hint.empty()) std::fprintf(stderr, "%s\n", hint.c_str());
+    return;
+  }
+  std::fflush(stdout);
+  write_json_line(text, Level::error, ", \"exit_code\": " + std::to_string(exit_code));
 }
 
 void catch_library_log() { marlo::utility::SetLogCallback(receive); }
@@ -63,7 +88,7 @@ std::string take_library_errors() {
 }
 
 void show_library_errors() {
-  for (const std::string& error : kept_errors()) say(error);
+  for (const std::string& error : kept_errors()) say(error, Level::error);
   kept_errors().clear();
 }
 

@@ -8,8 +8,23 @@
 
 namespace qrt_tool {
 
-/// Prints "qrt: text" as one line.
-void say(const std::string& text);
+/// How much a message matters.
+enum class Level { note, warning, error };
+
+/// From now on each message is one line of JSON:
+///
+///     {"level": "error", "message": "m.json: can't be read", "exit_code": 4}
+///
+/// `level` is note, warning or error; `exit_code` stands in the message of the failure that ends
+/// the tool, and in no other.
+void write_messages_as_json();
+
+/// Prints "qrt: text", or "qrt: warning: text", as one line.
+void say(const std::string& text, Level level = Level::note);
+
+/// Prints the message of the failure that ends the tool.
+/// @param hint a second line for people
+void say_failure(const std::string& text, int exit_code, const std::string& hint = "");
 
 /// Sends the library's log to standard error. Lines about errors are kept back, so that they can
 /// become part of the tool's own message.

@@ -36,7 +36,7 @@ bool ends_with(const std::string& text, const std::string& end) {
 }
 
 [[noreturn]] void refuse_model(const std::string& path, const std::string& why) {
-  throw ToolError(kModelError, printable(path) + ": " + why);
+  throw ToolError(kModelError, shown(path) + ": " + why);
 }
 
 // The layer that was being read when a binary file came to a bad end: the last one in its list that
@@ -76,7 +76,7 @@ std::string read_fault(const std::string& path, bool is_json, const std::excepti
   std::string fault = take_fault(failure);
   if (!fault.empty()) return fault;
   if (is_json) {
-    std::string json = json_fault(read_file(path, kModelError));
+    std::string json = json_fault(read_file(rereadable(path, kModelError), kModelError));
     if (!json.empty()) return json;
   }
   return "the file is malformed";
@@ -90,6 +90,11 @@ FileFormat format_of_name(const std::string& path, ExitCode exit_code) {
   for (const Kind& kind : kKinds) {
     if (ends_with(path, kind.suffix)) return {false, kind.kind};
     suffixes.emplace_back(kind.suffix);
+  }
+  if (is_stream(path)) {
+    const std::string bytes = read_file(rereadable(path, exit_code), exit_code);
+    return {bytes[std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size() - 1)] == '{',
+            std::nullopt};
   }
   throw ToolError(exit_code, printable(path) +
                                  ": the name doesn't say what the file is; expected " +
@@ -125,7 +130,7 @@ std::shared_ptr<Serializable> make_object(ObjectKind kind) {
 }
 
 ObjectKind kind_of_json(const std::string& path) {
-  const std::string text = read_file(path, kModelError);
+  const std::string text = read_file(rereadable(path, kModelError), kModelError);
   const std::string fault = json_fault(text);
   if (!fault.empty()) refuse_model(path, fault);
   const std::vector<std::string> names = json_member_names(text);
@@ -143,7 +148,8 @@ void read_object(Serializable& object, const std::string& path, bool is_json) {
   check_readable(path, kModelError);
   bool read = false;
   try {
-    read = object.FromFile(path.c_str(), is_json ? kJsonForm : kBinaryForm);
+    read =
+        object.FromFile(rereadable(path, kModelError).c_str(), is_json ? kJsonForm : kBinaryForm);
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& failure) {

@@ -23,9 +23,10 @@ enum class ObjectKind {
 /// What a file's name says about its contents.
 struct FileFormat {
   bool is_json = false;
-  std::optional<ObjectKind> kind;  ///< empty for .json, which may hold any object
+  std::optional<ObjectKind> kind;  ///< empty for .json and streams, which may hold any object
 };
 
+/// A stream, which has no such name, is told by its first byte: JSON, or else binary.
 /// @throws ToolError with `exit_code` for a name without a known suffix
 FileFormat format_of_name(const std::string& path, ExitCode exit_code);
 

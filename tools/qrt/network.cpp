@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/qrt/errors.h"
+#include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
 #include "tools/qrt/text.h"
@@ -29,7 +30,7 @@ bool parse_number(const std::string& digits, uint16_t& number) {
 }
 
 [[noreturn]] void refuse(const std::string& path, const std::string& why) {
-  throw ToolError(kModelError, printable(path) + ": " + why);
+  throw ToolError(kModelError, shown(path) + ": " + why);
 }
 
 std::string within(const std::string& network) { return "network " + quoted(network); }
@@ -94,12 +95,12 @@ std::string choose_network(const QRTModel& model, const std::string& path,
   for (const std::string& id : ids) names.push_back(quoted(id));
   if (wanted.empty()) {
     if (ids.size() == 1) return ids[0];
-    throw ToolError(kUsageError, printable(path) + ": the model holds " + joined(names, ", ") +
+    throw ToolError(kUsageError, shown(path) + ": the model holds " + joined(names, ", ") +
                                      "; choose one with --network");
   }
   if (std::find(ids.begin(), ids.end(), wanted) == ids.end()) {
-    throw ToolError(kUsageError, printable(path) + ": there is no " + within(wanted) +
-                                     "; expected " + joined(names, ", "));
+    throw ToolError(kUsageError, shown(path) + ": there is no " + within(wanted) + "; expected " +
+                                     joined(names, ", "));
   }
   return wanted;
 }
@@ -137,7 +138,7 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
   const std::string problem = loaded.report.problem();
   if (!problem.empty()) refuse(path, within(network) + ", " + problem);
   for (const std::string& warning : loaded.report.warnings) {
-    say(printable(path) + ": " + within(network) + ", " + warning);
+    say(shown(path) + ": " + within(network) + ", " + warning, Level::warning);
   }
   return loaded;
 }

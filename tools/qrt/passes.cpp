@@ -41,6 +41,15 @@ TensorMap make_inputs(const std::vector<InputData>& inputs, marlo::runtime::Devi
   return tensors;
 }
 
+// What recurrent kernels carry from pass to pass.
+void reset_state(const Net& net) {
+  for (const auto& layer : net.layers) {
+    for (const auto& [position, converter] : layer->input_converters) converter->ResetState();
+    layer->kernel->ResetState();
+    for (const auto& [position, converter] : layer->output_converters) converter->ResetState();
+  }
+}
+
 std::unordered_map<unsigned int, Net::Tensors> pass(const LoadedNetwork& network,
                                                     const std::vector<InputData>& inputs,
                                                     double& milliseconds) {
@@ -96,21 +105,22 @@ std::vector<double> OutputData::values() const {
 }
 
 PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,
-                      uint64_t repeat, bool profile) {
+                      const PassOptions& options) {
   if (network.package->output_ids.empty()) {
     throw ToolError(kRunError, "network " + quoted(network.report.id) +
                                    ": expected outputs in \"squential_output_ids\", found none");
   }
   PassResult result;
   std::optional<Profiler> profiler;
-  if (profile) profiler.emplace(*network.package->net);
+  if (options.profile) profiler.emplace(*network.package->net);
   std::vector<double> times;
-  Progress progress("pass", repeat);
+  Progress progress("pass", options.repeat);
   try {
     double milliseconds = 0.0;
-    if (repeat > 1) pass(network, inputs, milliseconds);
+    if (options.repeat > 1) pass(network, inputs, milliseconds);
     if (profiler) profiler->clear();
-    for (uint64_t i = 0; i < repeat; ++i) {
+    for (uint64_t i = 0; i < options.repeat; ++i) {
+      if (!options.keep_state) reset_state(*network.package->net);
       result.outputs.clear();
       auto results = pass(network, inputs, milliseconds);
       times.push_back(milliseconds);

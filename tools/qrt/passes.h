@@ -29,9 +29,16 @@ struct PassResult {
   std::vector<Profiler::Row> rows;  ///< where kernels were timed
 };
 
-/// Runs a network `repeat` times; when that is more than once, after one pass to warm up.
+/// How a network is run.
+struct PassOptions {
+  uint64_t repeat = 1;      ///< so many passes; more than one after a pass to warm up
+  bool profile = false;     ///< kernels are timed
+  bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
+};
+
+/// Runs a network.
 /// @throws ToolError (kRunError), naming the layer where that is known
 PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,
-                      uint64_t repeat, bool profile);
+                      const PassOptions& options);
 
 }  // namespace qrt_tool

@@ -1,6 +1,5 @@
 #include "tools/qrt/picture_writer.h"
 
-#include <cctype>
 #include <map>
 
 #include "tools/qrt/errors.h"
@@ -36,8 +35,7 @@ PictureFormat picture_format_of(const std::string& path) {
       {".bmp", PictureFormat::bmp}, {".pgm", PictureFormat::pnm},  {".ppm", PictureFormat::pnm},
       {".pnm", PictureFormat::pnm}};
   const size_t dot = path.rfind('.');
-  std::string suffix = dot == std::string::npos ? "" : path.substr(dot);
-  for (char& c : suffix) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const std::string suffix = dot == std::string::npos ? "" : lower_case(path.substr(dot));
   const auto found = kFormats.find(suffix);
   if (found == kFormats.end()) {
     throw ToolError(

@@ -1,5 +1,6 @@
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/run_output.h"
+#include "tools/qrt/shapes.h"
 
 namespace qrt_tool {
 
@@ -21,15 +22,10 @@ std::string run_json(const LoadedNetwork& network, const std::vector<InputData>&
   json.end_array();
   json.begin_array("outputs");
   for (const OutputData& output : result.outputs) {
-    const auto& shape = output.tensor->shape;
     json.begin_object();
     json.text("layer", output.id);
     json.integer("position", output.position);
-    json.sizes("sizes", shape.dims);
-    const char* type = PrintedName(shape.data_type);
-    const char* layout = PrintedName(shape.layout);
-    if (type != nullptr) json.text("data_type", type);
-    if (layout != nullptr) json.text("layout", layout);
+    add_shape_members(json, output.tensor->shape);
     if (options.output.empty()) json.numbers("values", output.values());
     json.end_object();
   }

@@ -18,6 +18,8 @@ namespace {
 constexpr size_t kBarWidth = 24;
 constexpr size_t kMostPrinted = 1000;
 constexpr size_t kMostLabelWidth = 20;
+// Lines of numbers are read by people, even where names must not be cut.
+constexpr size_t kMostLineWidth = 100;
 
 std::string score_lines_text(const Score& score, size_t rank, size_t label_width, bool softmax,
                              bool utf8) {
@@ -73,6 +75,7 @@ std::string values_text(const OutputData& output, size_t width) {
   if (output.position != 0) text += " output " + std::to_string(output.position);
   text += "  " + shape_text(output.tensor->shape) + '\n';
   std::string line;
+  width = std::min(width, kMostLineWidth);
   for (size_t i = 0; i < std::min(values.size(), kMostPrinted); ++i) {
     const std::string value = float_text(values[i]);
     if (!line.empty() && line.size() + value.size() + 1 > width) {
@@ -120,7 +123,7 @@ std::string profile_text(const LoadedNetwork& network, const PassResult& result,
 }  // namespace
 
 std::vector<Score> best_scores(const PassResult& result, const RunOptions& options) {
-  const std::string model = printable(options.model);
+  const std::string model = shown(options.model);
   if (result.outputs.size() != 1) {
     throw ToolError(kRunError, model + ": --top expects one output, found " +
                                    std::to_string(result.outputs.size()));
@@ -168,7 +171,8 @@ std::string run_text(const LoadedNetwork& network, const std::vector<InputData>&
   }
   std::string values;
   if (scores.empty() && options.output.empty()) {
-    for (const OutputData& output : result.outputs) values += values_text(output, options.width);
+    for (const OutputData& output : result.outputs)
+      values += values_text(output, table_width(options.width));
   }
   std::vector<std::string> pictures;
   if (options.preview) {
@@ -184,9 +188,17 @@ std::string run_text(const LoadedNetwork& network, const std::vector<InputData>&
   }
   text += values;
   if (options.profile) {
-    text += (text.empty() ? "" : "\n") + profile_text(network, result, options.width);
+    text += (text.empty() ? "" : "\n") + profile_text(network, result, table_width(options.width));
   }
   return text;
+}
+
+std::string only_output(const PassResult& result) {
+  if (result.outputs.size() != 1) {
+    throw ToolError(
+        kRunError, "--output - expects one output, found " + std::to_string(result.outputs.size()));
+  }
+  return npy_bytes(*result.outputs[0].tensor);
 }
 
 std::vector<std::string> write_outputs(const PassResult& result, const std::string& path) {

@@ -33,6 +33,10 @@ std::string run_json(const LoadedNetwork& network, const std::vector<InputData>&
                      const PassResult& result, const std::vector<Score>& scores,
                      const RunOptions& options);
 
+/// The only output as the bytes of an .npy file.
+/// @throws ToolError (kRunError) where there are several
+std::string only_output(const PassResult& result);
+
 /// Writes the outputs as .npy files: FILE, or FILE with the layer's id before the suffix where
 /// there are several. Returns their names.
 std::vector<std::string> write_outputs(const PassResult& result, const std::string& path);

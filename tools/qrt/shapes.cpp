@@ -133,14 +133,50 @@ bool has_all_kernels(const LayerReport& layer) {
 
 }  // namespace
 
+std::string layout_name(LayoutType layout) {
+  if (const char* name = PrintedName(layout)) return name;
+  // Those that the library prints as numbers.
+  switch (layout) {
+    case LayoutType::GN8C8HW8n8c:
+      return "GN8C8HW8n8c";
+    case LayoutType::G4NCHWg4:
+      return "G4NCHWg4";
+    case LayoutType::G8NCHWg8:
+      return "G8NCHWg8";
+    case LayoutType::GN4CHWn4:
+      return "GN4CHWn4";
+    case LayoutType::GN8CHWn8:
+      return "GN8CHWn8";
+    case LayoutType::GN:
+      return "GN";
+    case LayoutType::C:
+      return "C";
+    case LayoutType::BC:
+      return "BC";
+    case LayoutType::SC:
+      return "SC";
+    case LayoutType::GNCL:
+      return "GNCL";
+    case LayoutType::CL:
+      return "CL";
+    case LayoutType::NC:
+      return "NC";
+    case LayoutType::N8C8c8n8:
+      return "N8C8c8n8";
+    case LayoutType::GN8C8HWc8n8:
+      return "GN8C8HWc8n8";
+    case LayoutType::GN4C8HWn4c8:
+      return "GN4C8HWn4c8";
+    case LayoutType::GN8C4HWn8c4:
+      return "GN8C4HWn8c4";
+    default:
+      return "layout " + std::to_string(static_cast<uint32_t>(layout));
+  }
+}
+
 std::string shape_text(const TensorShape& shape) {
   const char* type = PrintedName(shape.data_type);
-  const char* layout = PrintedName(shape.layout);
-  std::string order =
-      layout == nullptr ? "layout " + std::to_string(uint32_t(shape.layout)) : layout;
-  if (shape.layout == LayoutType::CL) order = "CL";
-  if (shape.layout == LayoutType::C) order = "C";
-  return std::string(type == nullptr ? "unknown" : type) + " " + order + " " +
+  return std::string(type == nullptr ? "unknown" : type) + " " + layout_name(shape.layout) + " " +
          sizes_text(shape.dims);
 }
 
@@ -199,6 +235,32 @@ std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_
   return std::nullopt;
 }
 
+TensorShape input_shape(std::vector<uint32_t> sizes, const std::optional<DemandedInput>& demanded,
+                        bool keep_batch) {
+  const bool is_line = demanded && demanded->dims == 2;
+  const bool has_batch = sizes.size() == (is_line ? 3 : 4) && sizes[0] == 1;
+  if (has_batch && !keep_batch) sizes.erase(sizes.begin());
+  const bool is_plane = demanded && demanded->dims == 3 && demanded->channels == 1;
+  if (sizes.size() == 2 && is_plane) sizes.insert(sizes.begin(), 1);
+  return float_shape(std::move(sizes));
+}
+
+InputShapes given_input_shapes(const NetworkReport& report, const std::vector<std::string>& options,
+                               bool keep_batch) {
+  const std::vector<uint32_t> inputs = report.inputs();
+  if (inputs.size() != options.size()) {
+    throw ToolError(kUsageError, "network " + quoted(report.id) + " has " +
+                                     counted(inputs.size(), "input") + "; found " +
+                                     counted(options.size(), "--input"));
+  }
+  InputShapes shapes;
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    shapes.emplace(inputs[i], input_shape(parse_sizes_option(options[i]),
+                                          demanded_input(report, inputs[i]), keep_batch));
+  }
+  return shapes;
+}
+
 InputShapes known_input_shapes(const NetworkReport& report) {
   InputShapes shapes;
   for (const uint32_t input : report.inputs()) {
@@ -209,6 +271,30 @@ InputShapes known_input_shapes(const NetworkReport& report) {
     shapes.emplace(input, float_shape({demanded->channels, demanded->height, demanded->width}));
   }
   return shapes;
+}
+
+bool are_model_shapes(const NetworkReport& report, const InputShapes& inputs) {
+  return known_input_shapes(report) == inputs;
+}
+
+void add_shape_members(JsonText& json, const TensorShape& shape) {
+  json.sizes("sizes", shape.dims);
+  const char* type = PrintedName(shape.data_type);
+  if (type != nullptr) json.text("data_type", type);
+  json.text("layout", layout_name(shape.layout));
+  json.integer("layout_code", static_cast<uint32_t>(shape.layout));
+}
+
+void add_shape(JsonText& json, const char* key, const TensorShape& shape) {
+  json.begin_object(key);
+  add_shape_members(json, shape);
+  json.end_object();
+}
+
+void add_shape(JsonText& json, const TensorShape& shape) {
+  json.begin_object();
+  add_shape_members(json, shape);
+  json.end_object();
 }
 
 std::string infer_shapes(NetworkReport& report, const InputShapes& inputs, DeviceCPU& device) {

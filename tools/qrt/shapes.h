@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/qrt/json_text.h"
 #include "tools/qrt/network_report.h"
 
 // Shapes through a network, before anything runs.
@@ -11,6 +12,9 @@
 namespace qrt_tool {
 
 using InputShapes = std::map<uint32_t, marlo::runtime::TensorShape>;  // by input layer
+
+/// The name of any layout that tensors have: "CHW", "SC"; "layout 99" for a code without one.
+std::string layout_name(marlo::runtime::LayoutType layout);
 
 /// "FLOAT32 CHW 1x28x28".
 std::string shape_text(const marlo::runtime::TensorShape& shape);
@@ -33,8 +37,29 @@ struct DemandedInput {
 };
 std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_t input);
 
+/// The shape of an input of these sizes, which is the same for `--input SIZES` and for arrays: a
+/// leading 1 is dropped from 4 sizes unless `keep_batch`, and from 3 where lines are demanded; two
+/// sizes become a plane where one plane is demanded.
+marlo::runtime::TensorShape input_shape(std::vector<uint32_t> sizes,
+                                        const std::optional<DemandedInput>& demanded,
+                                        bool keep_batch);
+
+/// The shapes that `--input` gives, one for each input layer.
+/// @throws ToolError (kUsageError) for another number of them
+InputShapes given_input_shapes(const NetworkReport& report, const std::vector<std::string>& options,
+                               bool keep_batch);
+
 /// The demanded shapes of all inputs, as far as the model tells them.
 InputShapes known_input_shapes(const NetworkReport& report);
+
+/// Whether these are the sizes that the model itself names: what doesn't fit then is its own fault.
+bool are_model_shapes(const NetworkReport& report, const InputShapes& inputs);
+
+/// What is to know about a shape, as members of the open object, as an object that is a member, or
+/// as an element of an array.
+void add_shape_members(JsonText& json, const marlo::runtime::TensorShape& shape);
+void add_shape(JsonText& json, const char* key, const marlo::runtime::TensorShape& shape);
+void add_shape(JsonText& json, const marlo::runtime::TensorShape& shape);
 
 /// Infers the outputs and the multiply-adds of every layer whose inputs are known.
 /// @return the first layer that can't take its inputs, what it expected and what it found; empty if

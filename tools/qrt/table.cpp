@@ -1,6 +1,10 @@
 #include "tools/qrt/table.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <limits>
 #include <numeric>
 
 #include "tools/qrt/text.h"
@@ -18,6 +22,14 @@ size_t whole_width(const std::vector<size_t>& widths) {
 }
 
 }  // namespace
+
+size_t table_width(const std::optional<size_t>& option) {
+  constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
+  if (option) return *option == 0 ? kNoLimit : *option;
+  winsize terminal{};
+  const bool is_known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col != 0;
+  return is_known ? terminal.ws_col : kNoLimit;
+}
 
 Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace qrt_tool {
+
+/// The width that tables get: of `--width`, where 0 is no limit; without it that of the terminal,
+/// and no limit where standard output isn't one.
+size_t table_width(const std::optional<size_t>& option);
 
 /// How one column of a table looks.
 struct Column {

@@ -2,6 +2,8 @@
 
 #include <langinfo.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string_view>
 
@@ -87,6 +89,13 @@ std::string shortened(const std::string& text, size_t width) {
   return first_characters(text, width - kDots - back) + ".." + last_characters(text, back);
 }
 
+std::string lower_case(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
 std::string quoted(const std::string& text) { return '"' + printable(text) + '"'; }
 
 std::string sizes_text(const std::vector<uint32_t>& sizes) {
@@ -107,6 +116,31 @@ std::string float_text(double value) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.9g", value);
   return buffer;
+}
+
+namespace {
+
+template <typename T>
+std::string strange_numbers_of(const std::vector<T>& values) {
+  const auto nans = std::count_if(values.begin(), values.end(), [](T v) { return std::isnan(v); });
+  const auto infinite =
+      std::count_if(values.begin(), values.end(), [](T v) { return std::isinf(v); });
+  std::vector<std::string> parts;
+  const auto add = [&](auto count, const char* what) {
+    if (count == 0) return;
+    const std::string whole = parts.empty() ? " of " + counted(values.size(), "number") : "";
+    parts.push_back(std::to_string(count) + whole + (count == 1 ? " is " : " are ") + what);
+  };
+  add(nans, "NaN");
+  add(infinite, "infinite");
+  return joined(parts, ", ");
+}
+
+}  // namespace
+
+std::string strange_numbers(const std::vector<float>& values) { return strange_numbers_of(values); }
+std::string strange_numbers(const std::vector<double>& values) {
+  return strange_numbers_of(values);
 }
 
 std::string counted(uint64_t count, const std::string& noun) {

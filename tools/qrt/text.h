@@ -25,6 +25,9 @@ std::string first_characters(const std::string& text, size_t count);
 /// `text` in at most `width` characters: what is too much is cut out of the middle.
 std::string shortened(const std::string& text, size_t width);
 
+/// `text` with the letters A to Z made small.
+std::string lower_case(std::string text);
+
 /// "text" between quotation marks, made printable.
 std::string quoted(const std::string& text);
 
@@ -36,6 +39,10 @@ std::string decimal(double value, int decimals);
 
 /// `value` in as few digits as identify a float.
 std::string float_text(double value);
+
+/// "3 of 10 numbers are NaN, 1 is infinite"; empty where all are finite.
+std::string strange_numbers(const std::vector<float>& values);
+std::string strange_numbers(const std::vector<double>& values);
 
 /// "1 layer", "2 layers".
 std::string counted(uint64_t count, const std::string& noun);

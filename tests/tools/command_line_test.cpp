@@ -1,0 +1,116 @@
+#include <gmock/gmock.h>
+
+#include "tests/tools/tool_runner.h"
+
+namespace qrt_tool_test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class CommandLineTest : public ToolTest {};
+
+TEST_F(CommandLineTest, UsageErrorsAre2) {
+  EXPECT_EQ(qrt({}).code, 2);
+  EXPECT_EQ(qrt({"fly"}).code, 2);
+  EXPECT_EQ(qrt({"info"}).code, 2);
+  EXPECT_EQ(qrt({"run", "a.json", "--nonsense"}).code, 2);
+  EXPECT_EQ(qrt({"run", "a.json", "--repeat", "0"}).code, 2);
+  EXPECT_EQ(qrt({"run", "a.json", "--labels", "x"}).code, 2);
+}
+
+TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutput) {
+  const Outcome help = qrt({"--help"});
+  EXPECT_EQ(help.code, 0);
+  EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr("Exit codes:")));
+  EXPECT_EQ(qrt({"run", "--help"}).code, 0);
+  EXPECT_EQ(qrt({"--version"}).out, "qrt (qrt_core 1.0)\n");
+}
+
+TEST_F(CommandLineTest, HelpFits100Columns) {
+  for (const std::string command :
+       {"info", "run", "check", "image", "convert", "kernels", "help"}) {
+    std::istringstream lines(qrt({command, "--help"}).out);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
+  }
+}
+
+TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
+  const Outcome all = qrt({"kernels"});
+  EXPECT_EQ(all.code, 0);
+  EXPECT_THAT(all.out, AllOf(HasSubstr("ReLU_Fallback_Float_M1"), HasSubstr("Input_Fallback_M1")));
+  EXPECT_EQ(qrt({"kernels", "relu6_fall"}).out, "ReLU6_Fallback_Float_M1\n");
+  EXPECT_EQ(qrt({"kernels", "input*"}).out, "Input_Fallback_M1\n");
+  EXPECT_EQ(qrt({"kernels", "knxm", "transpose"}).out,
+            "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1\n");
+  EXPECT_THAT(
+      qrt({"kernels", "input*", "--json"}).out,
+      AllOf(HasSubstr("\"name\": \"Input_Fallback_M1\""), HasSubstr("\"runs_here\": true")));
+  const Outcome none = qrt({"kernels", "imaginary"});
+  EXPECT_EQ(none.code, 5);
+  EXPECT_THAT(none.err, HasSubstr("no kernel matches imaginary"));
+}
+
+TEST_F(CommandLineTest, KernelsThatThisProcessorCannotRunAreMarked) {
+  const bool has_avx = __builtin_cpu_supports("avx") != 0;
+  std::istringstream lines(qrt({"kernels"}).out);
+  for (std::string line; std::getline(lines, line);) {
+    const bool is_marked = line.find("(not on this processor: no AVX)") != std::string::npos;
+    EXPECT_EQ(is_marked, line.find("_AVX_") != std::string::npos && !has_avx) << line;
+  }
+}
+
+TEST_F(CommandLineTest, AnUnknownWordIsRepeatedWithTheOneThatWasMeant) {
+  const auto refusal = [&](const std::vector<std::string>& arguments) {
+    const Outcome outcome = qrt(arguments);
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(outcome.out, "");
+    return outcome.err;
+  };
+  EXPECT_THAT(refusal({"ru", "m"}),
+              HasSubstr("qrt: there is no command \"ru\"; did you mean \"run\"?\n"));
+  EXPECT_THAT(refusal({"kernel"}), HasSubstr("did you mean \"kernels\"?"));
+  EXPECT_THAT(refusal({"zzzzzz"}),
+              HasSubstr("there is no command \"zzzzzz\"; expected one of info,"));
+  EXPECT_THAT(refusal({}), HasSubstr("qrt: expected a command: info, run, "));
+  EXPECT_THAT(refusal({"--versoin"}),
+              HasSubstr("no option \"--versoin\"; did you mean \"--version\"?"));
+  EXPECT_THAT(refusal({"run", "m.json", "--inptu", "x.png"}),
+              HasSubstr("qrt: run: there is no option \"--inptu\"; did you mean \"--input\"?\n"
+                        "Run `qrt run --help`"));
+  EXPECT_THAT(refusal({"run", "m.json", "--tpo=3"}), HasSubstr("did you mean \"--top\"?"));
+  EXPECT_THAT(refusal({"info", "m.json", "-q"}),
+              AllOf(HasSubstr("no option \"-q\""), Not(HasSubstr("did you mean"))));
+  EXPECT_THAT(refusal({"info", "m.json", "more.json"}),
+              HasSubstr("info: nothing is expected where \"more.json\" stands"));
+  EXPECT_THAT(refusal({"info"}), HasSubstr("info: MODEL is required"));
+  EXPECT_THAT(refusal({"help", "chekc"}), HasSubstr("did you mean \"check\"?"));
+}
+
+TEST_F(CommandLineTest, HelpIsACommandToo) {
+  EXPECT_EQ(qrt({"help"}).out, qrt({"--help"}).out);
+  EXPECT_EQ(qrt({"help", "run"}).out, qrt({"run", "--help"}).out);
+}
+
+TEST_F(CommandLineTest, HelpThatCannotBeWrittenFails) {
+  const std::string tool = "'" QRT_TOOL_PATH "'";
+  for (const std::string arguments : {" --help", " run --help", " --version", " help"}) {
+    const int status = std::system((tool + arguments + " >/dev/full 2>/dev/null").c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 5) << arguments;
+  }
+}
+
+TEST_F(CommandLineTest, FailuresAreJsonWhereDataIs) {
+  const Outcome usage = qrt({"info", "--json"});
+  EXPECT_EQ(usage.err,
+            "{\"level\": \"error\", \"message\": \"info: MODEL is required\", \"exit_code\": 2}\n");
+  const Outcome absent = qrt({"run", "absent.json", "--json"});
+  EXPECT_EQ(absent.code, 4);
+  EXPECT_EQ(absent.err,
+            "{\"level\": \"error\", \"message\": \"absent.json: can't be read: No such file or "
+            "directory\", \"exit_code\": 4}\n");
+}
+
+}  // namespace
+}  // namespace qrt_tool_test

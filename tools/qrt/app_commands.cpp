@@ -1,0 +1,250 @@
+#include "tools/qrt/app_commands.h"
+
+#include <map>
+
+#include "tools/qrt/usage_fault.h"
+
+namespace qrt_tool {
+namespace {
+
+constexpr char kCropHelp[] = "Cut out WxH+LEFT+TOP, or WxH of the middle; black outside";
+constexpr char kOperations[] = "Operations";
+constexpr char kModelHelp[] = "Model file: .qrtmodel or .json, or -";
+constexpr char kSdkHelp[] = "Demand a model for SDK NAME:MAJOR.MINOR";
+constexpr char kWidthHelp[] = "Width of tables; 0 for no limit (default: the terminal's)";
+constexpr char kKeepBatchHelp[] = "Keep a leading 1 of 4 sizes";
+
+void add_info(CLI::App& app, InfoOptions& options) {
+  CLI::App* command = app.add_subcommand("info", "Show the networks and layers of a model file");
+  command->add_option("MODEL", options.model, "Model file, or a single object of one")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x28x28, once per input layer")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  command->add_option("-n,--network", options.network, "Show this network only")->type_name("ID");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Besides models (.qrtmodel, .json) it takes networks (.qrmod, .qrmods) and configurations\n"
+      "(.qrcfg, .qrcfgs); MODEL - is a model on standard input. Without --input the sizes are "
+      "those\n"
+      "of the model's header; a leading 1 is dropped from 4 sizes.\n"
+      "Output sizes come from the kernels themselves. Multiply-adds are counted for convolutions,\n"
+      "full connections and recurrent layers. A kernel marked with \"!\" can't run here; the "
+      "reason\n"
+      "is on standard error, and the exit code is 4.");
+  command->callback([&options] { run_info(options); });
+}
+
+void add_run(CLI::App& app, RunOptions& options) {
+  CLI::App* command = app.add_subcommand("run", "Run a network on pictures or arrays");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Picture or .npy file, once per input layer")
+      ->take_all()
+      ->expected(1)
+      ->type_name("FILE");
+  command->add_option("-n,--network", options.network, "Network to run where there are several")
+      ->type_name("ID");
+  command->add_option("-o,--output", options.output, "Write to this .npy file instead of printing")
+      ->type_name("FILE");
+  command->add_option("-t,--top", options.top, "Print the K best values as probabilities")
+      ->type_name("K")
+      ->check(CLI::Range(1, 1000000));
+  command->add_option("-l,--labels", options.labels, "Names of the values for --top, one a line")
+      ->type_name("FILE");
+  command->add_flag("--no-softmax", options.no_softmax, "Print the values for --top as they are");
+  command->add_flag("-p,--preview", options.preview, "Draw the picture in characters");
+  command->add_option("--preview-width", options.preview_width, "Width of that drawing")
+      ->type_name("N")
+      ->check(CLI::Range(1, 400))
+      ->capture_default_str();
+  command->add_option("-r,--repeat", options.repeat, "Time N passes after one to warm up")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000));
+  command->add_flag("--profile", options.profile, "Print each layer's time and share");
+  command->add_flag("--keep-state", options.keep_state,
+                    "Recurrent layers begin each pass where the last ended");
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  PictureOptions& pictures = options.pictures;
+  command->add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
+  command
+      ->add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
+      ->type_name("SIZE");
+  command->add_option("--color", pictures.color, "Planes of pictures: rgb, bgr or gray")
+      ->type_name("ORDER");
+  command->add_option("--mean", pictures.mean, "Subtract M, or R,G,B, from samples of 0 to 255")
+      ->type_name("M");
+  command->add_option("--scale", pictures.scale, "Then multiply by S, or R,G,B (default 1/255)")
+      ->type_name("S");
+  command->add_flag("--any-size", pictures.any_size, "Let pictures of another size through");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Pictures are PNG, JPEG, BMP or PGM. They become FLOAT32 planes (CHW), each sample divided\n"
+      "by 255: one grey plane, or red, green and blue, as the network's first convolution "
+      "demands.\n"
+      "Before that they are cropped, resized, and put into another order of colours, in this\n"
+      "order, where an option says so; --mean and --scale replace the division.\n"
+      "Arrays of any integer or floating-point type become FLOAT32 as they are: 3 dimensions are\n"
+      "CHW (a leading 1 is dropped from 4), 2 are channels by length or a single plane.\n"
+      "FILE - is a model or an input on standard input, --output - an array on standard output.\n"
+      "Several inputs are given in the order of their layers, or each as LAYER=FILE; several\n"
+      "outputs are written as NAME-LAYER.npy.\n"
+      "--top shows softmax probabilities. --repeat and --profile show medians of the passes; each\n"
+      "begins with the state of recurrent layers reset.");
+  command->callback([&options] { run_network(options); });
+}
+
+void add_check(CLI::App& app, CheckOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("check", "Ask every layer whether it fits, without running any");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  command->add_option("-n,--network", options.network, "Network to check where there are several")
+      ->type_name("ID");
+  command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Shapes are walked from the inputs through every kernel and converter: each says whether it\n"
+      "takes its inputs, what it makes of them, and whether that is right. Without --input the\n"
+      "sizes are those of the model's header; a leading 1 is dropped from 4 sizes. Faults go to\n"
+      "standard error. The exit code is then 3 for sizes of the command line, and 4 for a model "
+      "that\n"
+      "can't run on its own sizes or has no outputs.");
+  command->callback([&options] { run_check(options); });
+}
+
+// The values of the operations in the order of the command line. An option that was given several
+// times stands there as often.
+std::vector<ImageStep> steps_in_order(const CLI::App& command) {
+  std::vector<ImageStep> steps;
+  std::map<const CLI::Option*, size_t> used;
+  for (const CLI::Option* option : command.parse_order()) {
+    if (option->get_group() != kOperations) continue;
+    const size_t occurrence = used[option]++;
+    const bool takes_value = option->get_expected_max() > 0;
+    steps.push_back(
+        {option->get_lnames().at(0), takes_value ? option->results().at(occurrence) : ""});
+  }
+  return steps;
+}
+
+void add_image(CLI::App& app, ImageOptions& options) {
+  CLI::App* command = app.add_subcommand("image", "Change a picture as an input is prepared");
+  command->add_option("IN", options.input, "Picture to read")->required()->type_name("FILE");
+  command->add_option("OUT", options.output, "Picture to write; an existing one is replaced")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("--yuv", options.yuv, "IN is a raw nv12, nv21 or iyuv picture of WxH")
+      ->type_name("FORMAT:WxH");
+  const auto add = [&](const char* name, const char* type, const char* help) {
+    command->add_option(name)->description(help)->take_all()->expected(1)->type_name(type)->group(
+        kOperations);
+  };
+  add("--resize", "WxH", "Resize, bilinear");
+  add("--nearest", "WxH", "Resize to the nearest pixels");
+  add("--crop", "RECT", kCropHelp);
+  add("--zoom", "L,T,R,B",
+      "Resize the part between L,T and R,B, in fractions of\nthe picture, to its size, nearest");
+  add("--rotate", "DEGREES", "Turn clockwise by 90, 180 or 270");
+  add("--flip", "DIRECTION", "Flip horizontal or vertical");
+  add("--affine", "MATRIX",
+      "Warp by A,B,C,D,E,F: pixel (x, y) comes from\n(Ax + By + C, Dx + Ey + F)");
+  add("--affine-nearest", "MATRIX", "The same to the nearest pixels");
+  add("--affine-forward", "MATRIX", "The same where pixel (x, y) goes");
+  add("--warp", "MATRIX", "As --affine with x and y from -1 to 1");
+  command->add_flag("--gray")->description("Make it gray")->group(kOperations);
+  command->add_flag("--swap")->description("Exchange red and blue")->group(kOperations);
+  command->add_flag("--planes")
+      ->description("The planes of its channels below each other")
+      ->group(kOperations);
+  command->footer(
+      "Operations are applied in the order of the command line, each as often as it is given, by\n"
+      "the functions that prepare a network's input. IN is PNG, JPEG, BMP, PGM or PPM, and OUT\n"
+      "what its name says: .png, .jpg, .bmp, .pgm or .ppm.\n"
+      "  qrt image photo.jpg small.png --crop 800x600 --resize 320x240 --rotate 90 --gray");
+  command->callback([command, &options] {
+    options.steps = steps_in_order(*command);
+    run_image(options);
+  });
+}
+
+void add_convert(CLI::App& app, ConvertOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("convert", "Convert a model file between its forms, or from an old one");
+  command->add_option("IN", options.input, "File to read")->required()->type_name("FILE");
+  command->add_option("OUT", options.output, "File to write; an existing one is replaced")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-k,--kind", options.kind, "What a .json file holds")->type_name("KIND");
+  command->add_option("--config", options.config, "Rules that give an old network its kernels")
+      ->type_name("FILE");
+  command->add_option("--isa", options.isa, "Kernels of layers without a rule: portable or sse")
+      ->type_name("SET");
+  command->footer(
+      "KIND is one of model, network, networks, config, configs; it is needed only where neither\n"
+      "name nor contents say it. Suffixes: .json for the JSON form of anything; binary: .qrtmodel\n"
+      "for a model, .qrmod for one network, .qrmods for several, .qrcfg for the configuration of\n"
+      "one network on one back end, .qrcfgs for those of a model.\n"
+      "The binary form holds weights in half precision.\n"
+      "\n"
+      "IN is a network of the earlier generation where its name ends in .qrm, or where --config\n"
+      "or --isa is given; OUT is then a model (.qrtmodel or .json) that is ready to run. Old\n"
+      "files name no kernels. Each layer gets the portable kernel for its type, with `--isa sse`\n"
+      "an SSE kernel that agrees with it but for the order of sums, or what --config says:\n"
+      "  default = sse                            # as --isa, which goes before\n"
+      "  Conv2d = FIRST_KERNEL, SECOND_KERNEL     # the first that takes the layer\n"
+      "  Activation 3 = HSwish_Fallback_Float_M1  # activations of type 3\n"
+      "  layer-12 = TanH_SSE_Float_M1             # one layer, by its id\n"
+      "A rule for a layer goes before one for an activation, and that before one for a type:\n"
+      "Input, Activation, Conv2d, ConvTranspose2d, AvgPool2d, MaxPool2d, BatchNorm2d, Upsample2d,\n"
+      "Concatenate, ElementWiseOperator, TensorReshape, TensorTranspose, FullConnection,\n"
+      "TensorSqueeze, PixelShuffle, LSTM. Kernels must work on planes. Activations of types other\n"
+      "than 0 (none), 2 (rectifier), 4 (leaky) and 5 (tanh), and TensorSqueeze, need a rule.");
+  command->callback([&options] { run_convert(options); });
+}
+
+void add_kernels(CLI::App& app, KernelsOptions& options) {
+  CLI::App* command = app.add_subcommand("kernels", "List the kernels of this build");
+  command
+      ->add_option("FILTER", options.filters,
+                   "Part of a name, or a pattern with * ? [];\nall of them must match")
+      ->type_name("TEXT");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer("Case doesn't matter. Kernels that this processor can't run are marked.");
+  command->callback([&options] { run_kernels(options); });
+}
+
+void add_help(CLI::App& app, std::string& about) {
+  CLI::App* command = app.add_subcommand("help", "Show the help of the tool or of a command");
+  command->add_option("COMMAND", about, "The command")->type_name("NAME");
+  command->callback([&app, &about] {  // App::help would show that of the command which is running.
+    const CLI::App& asked = about.empty() ? app : command_named(app, about);
+    const std::string name = about.empty() ? app.get_name() : app.get_name() + " " + about;
+    print(asked.get_formatter()->make_help(&asked, name, CLI::AppFormatMode::Normal));
+  });
+}
+
+}  // namespace
+
+void add_commands(CLI::App& app, CommandOptions& options) {
+  add_info(app, options.info);
+  add_run(app, options.run);
+  add_check(app, options.check);
+  add_image(app, options.image);
+  add_convert(app, options.convert);
+  add_kernels(app, options.kernels);
+  add_help(app, options.help);
+}
+
+}  // namespace qrt_tool

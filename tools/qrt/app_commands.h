@@ -1,0 +1,26 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "tools/qrt/commands.h"
+
+// What the command line looks like.
+
+namespace qrt_tool {
+
+/// What was given to each command.
+struct CommandOptions {
+  InfoOptions info;
+  RunOptions run;
+  CheckOptions check;
+  ImageOptions image;
+  ConvertOptions convert;
+  KernelsOptions kernels;
+  std::string help;  ///< the command that `qrt help` is asked about
+};
+
+/// Adds every command. Each runs while the command line is parsed.
+void add_commands(CLI::App& app, CommandOptions& options);
+
+}  // namespace qrt_tool
