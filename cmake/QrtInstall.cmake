@@ -10,7 +10,7 @@ set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/qrt_core")
 foreach(target qrt_core qrt_core_static)
   target_include_directories(${target} PUBLIC "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 endforeach()
-# The folder of the serial OpenBLAS stays in the run path; no other library stands outside of the usual ones.
+# The folder of a shared BLAS stays in the run path; no other library stands outside of the usual ones.
 set_target_properties(qrt_core PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets
   LIBRARY COMPONENT qrt_core_runtime NAMELINK_COMPONENT qrt_core_development
@@ -35,9 +35,13 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/qrt_core" "${QRT_GENERATED_INCLUDE_DIR}
 install(EXPORT qrt_core_targets
   FILE qrt_coreTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}"
   COMPONENT qrt_core_development)
-if(QRT_WITH_SGEMM)
-  get_filename_component(openblas_dir "${QRT_OPENBLAS_LIBRARY}" DIRECTORY)
-  install(FILES "${PROJECT_SOURCE_DIR}/cmake/QrtOpenBlas.cmake" DESTINATION "${package_dir}"
+set(package_finds_blas FALSE)
+if(QRT_WITH_SGEMM AND NOT QRT_BLAS_IS_PRIVATE)
+  set(package_finds_blas TRUE)
+  get_filename_component(blas_dir "${QRT_BLAS_LIBRARY}" DIRECTORY)
+  get_filename_component(blas_name "${QRT_BLAS_LIBRARY}" NAME_WE)
+  string(REGEX REPLACE "^lib" "" blas_name "${blas_name}")
+  install(FILES "${PROJECT_SOURCE_DIR}/cmake/QrtBlas.cmake" DESTINATION "${package_dir}"
     COMPONENT qrt_core_development)
 endif()
 configure_package_config_file(
@@ -60,8 +64,8 @@ if(QRT_HALF_INCLUDE_DIR)
   set(pc_extra_cflags " -I${QRT_HALF_INCLUDE_DIR} -DHALF_ROUND_STYLE=-1")
 endif()
 set(pc_private_libs "")
-if(QRT_WITH_SGEMM)
-  set(pc_private_libs "-L${openblas_dir} -Wl,-rpath,${openblas_dir} -lopenblas ")
+if(package_finds_blas)
+  set(pc_private_libs "-L${blas_dir} -Wl,-rpath,${blas_dir} -l${blas_name} ")
 endif()
 configure_file(
   "${PROJECT_SOURCE_DIR}/cmake/qrt_core.pc.in" "${PROJECT_BINARY_DIR}/qrt_core.pc" @ONLY)

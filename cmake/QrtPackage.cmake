@@ -5,6 +5,9 @@
 if(NOT QRT_INSTALL OR NOT TARGET qrt_man_page)
   message(FATAL_ERROR "QRT_DEBIAN_PACKAGES needs QRT_INSTALL, QRT_BUILD_TOOLS and, for the manual page, Python 3.")
 endif()
+if(QRT_WITH_SGEMM AND NOT QRT_BLAS_IS_PRIVATE)
+  message(FATAL_ERROR "QRT_DEBIAN_PACKAGES needs a BLAS in a static archive: the packages depend on none.")
+endif()
 find_program(GZIP_PROGRAM gzip REQUIRED)
 mark_as_advanced(GZIP_PROGRAM)
 
@@ -38,14 +41,10 @@ foreach(component qrt_core_runtime qrt_core_development qrt_tool)
     "${package_files}/changelog.Debian.gz"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package}" COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
-if(QRT_WITH_SGEMM)
-  configure_file("${PROJECT_SOURCE_DIR}/packaging/libqrt-core.overrides.in"
-    "${package_files}/${QRT_RUNTIME_PACKAGE}.overrides" @ONLY)
-  install(FILES "${package_files}/${QRT_RUNTIME_PACKAGE}.overrides" RENAME ${QRT_RUNTIME_PACKAGE}
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT qrt_core_runtime EXCLUDE_FROM_ALL)
-  install(FILES "${PROJECT_SOURCE_DIR}/packaging/qrt.overrides" RENAME qrt
-    DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT qrt_tool EXCLUDE_FROM_ALL)
-endif()
+configure_file("${PROJECT_SOURCE_DIR}/packaging/libqrt-core.overrides.in"
+  "${package_files}/${QRT_RUNTIME_PACKAGE}.overrides" @ONLY)
+install(FILES "${package_files}/${QRT_RUNTIME_PACKAGE}.overrides" RENAME ${QRT_RUNTIME_PACKAGE}
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT qrt_core_runtime EXCLUDE_FROM_ALL)
 configure_file("${PROJECT_SOURCE_DIR}/packaging/shlibs.in" "${package_files}/shlibs" @ONLY)
 # Side by side as in the source tree, so that links from one to the other hold.
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
@@ -73,15 +72,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Empty, or it would be the first line of every description.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 
-set(serial_blas "")
-set(serial_blas_dev "")
-if(QRT_WITH_SGEMM)
-  set(serial_blas "libopenblas0-serial")
-  set(serial_blas_dev ", libopenblas-serial-dev")
-endif()
 set(CPACK_DEBIAN_QRT_CORE_RUNTIME_PACKAGE_NAME ${package_of_qrt_core_runtime})
 set(CPACK_DEBIAN_QRT_CORE_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_QRT_CORE_RUNTIME_PACKAGE_DEPENDS "${serial_blas}")
 set(CPACK_DEBIAN_QRT_CORE_RUNTIME_PACKAGE_CONTROL_EXTRA
   "${package_files}/shlibs" "${PROJECT_SOURCE_DIR}/packaging/triggers")
 set(CPACK_DEBIAN_QRT_CORE_RUNTIME_DESCRIPTION "neural-network inference on x86-64 processors
@@ -96,7 +88,7 @@ set(CPACK_DEBIAN_QRT_CORE_DEVELOPMENT_PACKAGE_NAME ${package_of_qrt_core_develop
 set(CPACK_DEBIAN_QRT_CORE_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_QRT_CORE_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 string(CONCAT CPACK_DEBIAN_QRT_CORE_DEVELOPMENT_PACKAGE_DEPENDS
-  "${package_of_qrt_core_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})${serial_blas_dev}")
+  "${package_of_qrt_core_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})")
 set(CPACK_DEBIAN_QRT_CORE_DEVELOPMENT_DESCRIPTION "neural-network inference on x86-64 processors (headers)
 A library that runs trained models on images and sequences, on one core, on
 the caller's thread.
@@ -106,7 +98,6 @@ pkg-config, the documents and the examples.")
 
 set(CPACK_DEBIAN_QRT_TOOL_PACKAGE_NAME ${package_of_qrt_tool})
 set(CPACK_DEBIAN_QRT_TOOL_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_QRT_TOOL_PACKAGE_DEPENDS "${serial_blas}")
 set(CPACK_DEBIAN_QRT_TOOL_DESCRIPTION "shows, runs and converts neural networks in model files
 The command-line tool of qrt_core: it lists networks and layers, runs a
 network on pictures and arrays, asks the layers whether they fit together,

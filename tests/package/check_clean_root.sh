@@ -84,10 +84,7 @@ inside cmake -G Ninja -S /trial/app -B /trial/build >"$scratch/cmake.log" || fai
 inside cmake --build /trial/build -- --quiet
 expect_run /trial/build/app
 expect_run /trial/build/app_static
-loaded=$(inside ldd /trial/build/app)
-[[ $loaded == *"=> /usr/lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ||
-  $loaded == *"=> /lib/x86_64-linux-gnu/openblas-serial/libopenblas.so.0 "* ]] ||
-  fail "the OpenBLAS that is found isn't the serial one: $loaded"
+[[ $(inside ldd /trial/build/app) != *blas* ]] || fail "the library needs a BLAS, though it holds one"
 
 say "pkg-config, shared and static"
 # shellcheck disable=SC2016

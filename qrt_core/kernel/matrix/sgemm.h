@@ -6,12 +6,13 @@ namespace marlo::kernel {
 
 /// C = alpha * A * B + beta * C for row-major matrices without gaps. Mind the order of the sizes.
 ///
-/// The product of a BLAS (`cblas_sgemm`, OpenBLAS in its serial form), and the one call of it: no
-/// thread is started. The order of each sum is that library's own. With `beta` 0 what C held is not
-/// looked at; an empty A or B leaves beta * C. Nothing happens if C is empty.
+/// The product of a BLAS (`cblas_sgemm`, BLIS in its serial form), and the one call of it: no thread
+/// is started, and any number of threads may call it at once. The order of each sum is that library's
+/// own. With `beta` 0 what C held is not looked at; an empty A or B leaves beta * C. Nothing happens
+/// if C is empty.
 ///
-/// In a process that has already loaded another library named libopenblas.so.0, the loader takes
-/// that one, with the threads that it may start.
+/// The library holds a private copy of its BLAS: whatever BLAS a process has loaded besides, this
+/// function calls the copy. (Only a build on a shared BLAS takes what the loader finds for it.)
 ///
 /// The function is there in builds with `QRT_WITH_SGEMM`.
 ///
