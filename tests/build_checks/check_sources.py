@@ -10,7 +10,7 @@ import os
 import re
 import sys
 
-FOLDERS = ("qrt_core", "tools", "tests", "bench", "examples", "fuzz", "models", "cmake", "packaging")
+FOLDERS = ("qrt_core", "qrt_toolkit", "tools", "tests", "bench", "examples", "fuzz", "models", "cmake", "packaging")
 SUFFIXES = (".h", ".cpp", ".py", ".cmake", ".in", ".sh", ".txt", ".map")
 CODE = (".h", ".cpp", ".py", ".sh")
 LONGEST_FILE = 600

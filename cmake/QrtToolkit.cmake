@@ -1,0 +1,67 @@
+# libqrt_toolkit.a and libqrt_toolkit.so: what prepares models, beside the runtime and above it.
+#
+# With QRT_WITH_ONNX, which is on where libonnx and protobuf are found, the sources in onnx/ that need
+# them are compiled; without it onnx/absent.cpp stands in their place.
+
+find_package(Protobuf QUIET)
+find_package(ONNX CONFIG QUIET)
+if(Protobuf_FOUND AND ONNX_FOUND)
+  set(onnx_found ON)
+else()
+  set(onnx_found OFF)
+endif()
+option(QRT_WITH_ONNX "Read ONNX files (needs libonnx-dev and libprotobuf-dev)" ${onnx_found})
+if(QRT_WITH_ONNX AND NOT onnx_found)
+  message(FATAL_ERROR
+    "Reading ONNX files needs Debian's libonnx-dev and libprotobuf-dev. Install them, or build with "
+    "-DQRT_WITH_ONNX=OFF.")
+endif()
+
+file(GLOB_RECURSE toolkit_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/qrt_toolkit/*.cpp")
+if(QRT_WITH_ONNX)
+  list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/absent\\.cpp$")
+else()
+  list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/(check|file|graph|tensor)\\.cpp$")
+endif()
+
+add_library(qrt_objects_toolkit OBJECT ${toolkit_sources})
+qrt_set_usage(qrt_objects_toolkit)
+target_link_libraries(qrt_objects_toolkit PRIVATE qrt_build_flags)
+set_target_properties(qrt_objects_toolkit PROPERTIES
+  CXX_STANDARD 20
+  CXX_STANDARD_REQUIRED ON
+  CXX_EXTENSIONS OFF
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+if(QRT_BUILD_FUZZ)
+  target_compile_options(qrt_objects_toolkit PRIVATE -fsanitize=fuzzer-no-link)
+endif()
+
+add_library(qrt_toolkit SHARED $<TARGET_OBJECTS:qrt_objects_toolkit>)
+add_library(qrt_core::qrt_toolkit ALIAS qrt_toolkit)
+target_link_options(qrt_toolkit PRIVATE "LINKER:--version-script=${export_map}")
+if(NOT QRT_SANITIZE AND NOT QRT_BUILD_FUZZ)
+  target_link_options(qrt_toolkit PRIVATE LINKER:--no-undefined)
+endif()
+set_target_properties(qrt_toolkit PROPERTIES
+  VERSION ${PROJECT_VERSION}
+  SOVERSION ${PROJECT_VERSION_MAJOR}
+  LINK_DEPENDS "${export_map}")
+target_link_libraries(qrt_toolkit PUBLIC qrt_core)
+
+add_library(qrt_toolkit_static STATIC $<TARGET_OBJECTS:qrt_objects_toolkit>)
+add_library(qrt_core::qrt_toolkit_static ALIAS qrt_toolkit_static)
+set_target_properties(qrt_toolkit_static PROPERTIES OUTPUT_NAME qrt_toolkit)
+target_link_libraries(qrt_toolkit_static PUBLIC qrt_core_static)
+
+foreach(target qrt_toolkit qrt_toolkit_static)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+  target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:qrt_build_flags>")
+  if(QRT_WITH_ONNX)
+    target_link_libraries(${target} PRIVATE onnx onnx_proto protobuf::libprotobuf)
+  endif()
+endforeach()
+if(QRT_WITH_ONNX)
+  target_link_libraries(qrt_objects_toolkit PRIVATE onnx onnx_proto protobuf::libprotobuf)
+endif()
