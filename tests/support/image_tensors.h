@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/tensor/device_cpu.h"
+#include "tests/support/guarded_bytes.h"
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/numbers.h"
@@ -54,8 +55,7 @@ inline std::vector<uint8_t> random_bytes(size_t count, uint32_t seed) {
   return bytes;
 }
 
-/// Makes tensors for image operations: inputs in buffers that end where their bytes end, so that a
-/// sanitizer sees what is read behind them, and outputs between canaries.
+/// Makes tensors for image operations. Inputs and outputs end where a page without access begins.
 class ImageTensors {
  public:
   using Dims = std::vector<uint32_t>;
@@ -66,15 +66,14 @@ class ImageTensors {
   const std::shared_ptr<runtime::DeviceCPU>& device() const { return context_.device(); }
   HostilePool& pool() { return context_.pool(); }
 
-  /// A tensor over a copy of `bytes`, whatever its dims say.
+  /// An external tensor over a copy of `bytes`, whatever its dims say.
   TensorPointer input(const Dims& dims, runtime::DataType type, runtime::LayoutType layout,
                       const void* bytes, size_t size) {
-    std::unique_ptr<uint8_t[]> buffer(new uint8_t[size]);
-    if (size > 0) std::memcpy(buffer.get(), bytes, size);
-    const auto tensor = device()->CreateTensorExternal({dims, type, layout}, buffer.get());
+    const auto buffer = std::make_shared<GuardedBytes>(size);
+    if (size > 0) std::memcpy(buffer->data(), bytes, size);
+    const auto tensor = device()->CreateTensorExternal({dims, type, layout}, buffer->data());
     // The buffer goes with the tensor.
-    std::shared_ptr<uint8_t[]> kept(std::move(buffer));
-    return {tensor.get(), [tensor, kept](runtime::Tensor*) {}};
+    return {tensor.get(), [tensor, buffer](runtime::Tensor*) {}};
   }
 
   TensorPointer bytes(const Dims& dims, runtime::LayoutType layout,
@@ -88,12 +87,11 @@ class ImageTensors {
                  values.size() * sizeof(float));
   }
 
-  /// A tensor whose bytes are all `fill`.
+  /// An external tensor whose bytes are all `fill`.
   TensorPointer output(const Dims& dims, runtime::DataType type, runtime::LayoutType layout,
                        uint8_t fill = 0xA5) {
-    const auto tensor = device()->CreateTensor({dims, type, layout}, nullptr);
-    std::memset(tensor->RawPointer(), fill, runtime::ByteSize(tensor->shape));
-    return tensor;
+    const std::vector<uint8_t> bytes(runtime::ByteSize({dims, type, layout}), fill);
+    return input(dims, type, layout, bytes.data(), bytes.size());
   }
 
   TensorPointer byte_output(const Dims& dims, runtime::LayoutType layout, uint8_t fill = 0xA5) {

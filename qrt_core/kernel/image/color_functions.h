@@ -6,7 +6,9 @@
 #include "qrt_core/utility/export.h"
 
 // Colour conversion and normalisation as functions, with checks that say what is wrong. All throw
-// std::runtime_error; what they check is named by the message.
+// std::runtime_error; what they check is named by the message. Inputs and outputs are different
+// tensors on different memory, except where a function says otherwise: where they share it, the
+// picture is wrong without a message.
 
 namespace marlo::kernel {
 
@@ -33,6 +35,11 @@ struct YUVCvtMatrix {
 namespace functional {
 
 using kernel::YUVCvtMatrix;
+
+/// What the functions take. Hold an output as one, for example
+/// `ImageTensor small = device.CreateRGB888Tensor(224, 224, nullptr);`: a pointer to the
+/// `TensorCPU` that a device makes converts to an input, but not to an output, which is taken by
+/// reference.
 using ImageTensor = std::shared_ptr<runtime::Tensor>;
 
 /// @name Gray
@@ -77,8 +84,8 @@ QRT_API void F_Normalize_CHW_U8_To_CHW_F32_Fallback(const ImageTensor& i_img,
 /// (x - subtrahend[c]) * multiplier[c] of planes [C, H, W] of FLOAT32. Either pointer may be null,
 /// and its step is then left out; with both null nothing is written. Input and output may be one
 /// tensor.
-void Normalize_CHW_Float_SSE(ImageTensor& input, ImageTensor& output, const float* multiplier,
-                             const float* subtrahend);
+QRT_API void Normalize_CHW_Float_SSE(ImageTensor& input, ImageTensor& output,
+                                     const float* multiplier, const float* subtrahend);
 
 }  // namespace functional
 }  // namespace marlo::kernel

@@ -54,8 +54,20 @@ void to_gray(const char* name, const std::shared_ptr<Tensor>& input, size_t chan
 
 enum class YuvFormat { nv12, nv21, iyuv };
 
-// The input's buffer goes on behind the luminance that its dims describe, so only its caller knows
-// where it ends.
+// The input's buffer goes on behind the luminance that its dims describe. Where an application's
+// buffer ends is known to the application alone; one of the library's own ends with its dims.
+void demand_chrominance(const char* name, const TensorCPU& picture, const Size& size) {
+  demand_bytes(picture, size.pixels(), name);
+  const uint64_t needed = size.pixels() / 2 * 3;
+  if (!picture.owns_buffer() || needed <= buffer_bytes(picture)) return;
+  utility::Assert(
+      false,
+      "%s: a picture of %u x %u has %llu bytes with its chrominance, and its tensor ends "
+      "behind %llu; yuv420_image makes one of a larger buffer",
+      name, size.width, size.height, static_cast<unsigned long long>(needed),
+      static_cast<unsigned long long>(buffer_bytes(picture)));
+}
+
 void yuv_to_rgb(const char* name, const std::shared_ptr<Tensor>& input,
                 const std::shared_ptr<Tensor>& output, YuvFormat format) {
   const TensorCPU& from = operand(input, name);
@@ -65,7 +77,7 @@ void yuv_to_rgb(const char* name, const std::shared_ptr<Tensor>& input,
   if (size.height % 2 != 0 || size.width % 2 != 0) return;
   demand(size_at(to, 1, name) == size, name,
          "the output must have the height and the width of the luminance");
-  demand_bytes(from, size.pixels(), name);
+  demand_chrominance(name, from, size);
   demand_bytes(to, saturated_product(size.pixels(), 3), name);
 
   const auto* const luminance = elements<uint8_t>(from);

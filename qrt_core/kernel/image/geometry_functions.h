@@ -6,7 +6,8 @@
 
 // Crops, flips and turns as functions, with checks that say what is wrong. All throw
 // std::runtime_error: with the message of the check for a wrong layout, data type or location, and
-// without one where sizes don't fit each other.
+// without one where sizes don't fit each other. Input and output are different tensors on different
+// memory: where they share it, the picture is wrong without a message.
 
 namespace marlo::kernel::functional {
 

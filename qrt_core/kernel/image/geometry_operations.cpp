@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <array>
+#include <functional>
+#include <numeric>
 
 #include "qrt_core/kernel/image/geometry_cores.h"
 #include "qrt_core/kernel/image/image_operands_internal.h"
@@ -12,7 +14,13 @@ namespace {
 
 using namespace image;
 
-// A picture as planes of pixels: CHW is C planes of elements, HWC one plane of pixels.
+bool is_planar(const TensorCPU& tensor) { return has_layout(tensor, LayoutType::CHW); }
+bool is_picture(const TensorCPU& tensor) {
+  return is_planar(tensor) || has_layout(tensor, LayoutType::HWC);
+}
+
+// A picture as planes of pixels: CHW is C planes of elements, HWC one plane of pixels, and so is
+// any other layout, whose pixels are what dims there are behind height and width.
 struct PixelPlanes {
   size_t planes = 0;
   Size size;
@@ -24,19 +32,16 @@ struct PixelPlanes {
 PixelPlanes planes_of(const TensorCPU& tensor, const char* name) {
   const auto& dims = tensor.shape.dims;
   const size_t element = runtime::ElementSize(tensor.shape.data_type);
-  demand(dims.size() >= 3, name, "a picture must have three dims");
+  demand(dims.size() >= 3 || !is_picture(tensor), name, "a picture must have three dims");
   demand_bytes(tensor, 0, name);
-  if (has_layout(tensor, LayoutType::CHW)) return {dims[0], size_at(tensor, 1, name), element};
-  return {1, size_at(tensor, 0, name), element * dims[2]};
+  if (is_planar(tensor)) return {dims[0], size_at(tensor, 1, name), element};
+  const Size size = size_at(tensor, 0, name);
+  return {1, size, std::accumulate(dims.begin() + 2, dims.end(), element, std::multiplies<>())};
 }
 
-// Moves each plane of a picture by `move`, if its layout is CHW or HWC; any other is ignored.
+// Moves each plane of a picture by `move`.
 template <typename Move>
-void move_planes(const char* name, const std::shared_ptr<Tensor>& input,
-                 const std::shared_ptr<Tensor>& output, bool turned, Move&& move) {
-  const TensorCPU& from = operand(input, name);
-  TensorCPU& to = operand(output, name);
-  if (!has_layout(from, LayoutType::CHW) && !has_layout(from, LayoutType::HWC)) return;
+void move_planes(const char* name, const TensorCPU& from, TensorCPU& to, bool turned, Move&& move) {
   demand_silently(to.shape.layout == from.shape.layout);
   const PixelPlanes source = planes_of(from, name);
   const PixelPlanes target = planes_of(to, name);
@@ -49,6 +54,15 @@ void move_planes(const char* name, const std::shared_ptr<Tensor>& input,
     const size_t offset = plane * source.plane_bytes();
     move(elements<uint8_t>(from) + offset, source, elements<uint8_t>(to) + offset);
   }
+}
+
+// Moves a picture of layout CHW or HWC; any other is ignored.
+template <typename Move>
+void move_picture(const char* name, const std::shared_ptr<Tensor>& input,
+                  const std::shared_ptr<Tensor>& output, bool turned, Move&& move) {
+  const TensorCPU& from = operand(input, name);
+  TensorCPU& to = operand(output, name);
+  if (is_picture(from)) move_planes(name, from, to, turned, move);
 }
 
 // A rectangle in pixels, with its last row and column.
@@ -87,18 +101,23 @@ void crop(const char* name, const std::shared_ptr<Tensor>& input, size_t channel
 
 using Turn = void (*)(const void*, size_t, size_t, size_t, void*) noexcept;
 
-// One plane of bytes, whose height and width are the first two dims whatever the layout.
-void turn_plane(const char* name, const std::shared_ptr<Tensor>& input,
+void turn_planes(const char* name, const TensorCPU& from, TensorCPU& to, Turn turn) {
+  move_planes(name, from, to, true,
+              [turn](const uint8_t* pixels, const PixelPlanes& p, uint8_t* turned) {
+                turn(pixels, p.size.height, p.size.width, p.pixel_bytes, turned);
+              });
+}
+
+// The turns of `ImageProcessSSE` go by the first two dims whatever the layout: where these aren't
+// multiples of 4, or the elements aren't bytes, nothing happens.
+void turn_bytes(const char* name, const std::shared_ptr<Tensor>& input,
                 const std::shared_ptr<Tensor>& output, Turn turn) {
   const TensorCPU& from = operand(input, name);
   TensorCPU& to = operand(output, name);
   const Size size = size_at(from, 0, name);
   const bool taken =
       from.shape.data_type == DataType::UINT8 && size.height % 4 == 0 && size.width % 4 == 0;
-  if (!taken) return;
-  demand_bytes(from, size.pixels(), name);
-  demand_bytes(to, size.pixels(), name);
-  turn(from.RawPointer(), size.height, size.width, 1, to.RawPointer());
+  if (taken) turn_planes(name, from, to, turn);
 }
 
 }  // namespace
@@ -107,38 +126,38 @@ ImageProcessFallback::~ImageProcessFallback() = default;
 ImageProcessSSE::~ImageProcessSSE() = default;
 
 void ImageProcessFallback::ClockwiseRotate90(Input input, Output output, ContextPointer) {
-  move_planes("ClockwiseRotate90", input, output, true,
-              [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                turn_clockwise(from, p.size.height, p.size.width, p.pixel_bytes, to);
-              });
+  move_picture("ClockwiseRotate90", input, output, true,
+               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 turn_clockwise(from, p.size.height, p.size.width, p.pixel_bytes, to);
+               });
 }
 
 void ImageProcessFallback::ClockwiseRotate180(Input input, Output output, ContextPointer) {
-  move_planes("ClockwiseRotate180", input, output, false,
-              [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                reverse_pixels(from, p.size.pixels(), p.pixel_bytes, to);
-              });
+  move_picture("ClockwiseRotate180", input, output, false,
+               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 reverse_pixels(from, p.size.pixels(), p.pixel_bytes, to);
+               });
 }
 
 void ImageProcessFallback::ClockwiseRotate270(Input input, Output output, ContextPointer) {
-  move_planes("ClockwiseRotate270", input, output, true,
-              [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                turn_counterclockwise(from, p.size.height, p.size.width, p.pixel_bytes, to);
-              });
+  move_picture("ClockwiseRotate270", input, output, true,
+               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 turn_counterclockwise(from, p.size.height, p.size.width, p.pixel_bytes, to);
+               });
 }
 
 void ImageProcessFallback::Flip_Horizintal(Input input, Output output, ContextPointer) {
-  move_planes("Flip_Horizintal", input, output, false,
-              [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                reverse_columns(from, p.size.height, p.size.width, p.pixel_bytes, to);
-              });
+  move_picture("Flip_Horizintal", input, output, false,
+               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 reverse_columns(from, p.size.height, p.size.width, p.pixel_bytes, to);
+               });
 }
 
 void ImageProcessFallback::Flip_Vertical(Input input, Output output, ContextPointer) {
-  move_planes("Flip_Vertical", input, output, false,
-              [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                reverse_rows(from, p.size.height, p.size.width * p.pixel_bytes, to);
-              });
+  move_picture("Flip_Vertical", input, output, false,
+               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 reverse_rows(from, p.size.height, p.size.width * p.pixel_bytes, to);
+               });
 }
 
 void ImageProcessFallback::Crop_C1(Input input, Output output, float left, float top, float right,
@@ -162,11 +181,11 @@ void ImageProcessFallback::Crop_C4(Input input, Output output, float left, float
 }
 
 void ImageProcessSSE::ClockwiseRotate90(Input input, Output output, ContextPointer) {
-  turn_plane("ClockwiseRotate90", input, output, turn_clockwise);
+  turn_bytes("ClockwiseRotate90", input, output, turn_clockwise);
 }
 
 void ImageProcessSSE::ClockwiseRotate270(Input input, Output output, ContextPointer) {
-  turn_plane("ClockwiseRotate270", input, output, turn_counterclockwise);
+  turn_bytes("ClockwiseRotate270", input, output, turn_counterclockwise);
 }
 
 }  // namespace marlo::kernel

@@ -12,7 +12,9 @@ namespace marlo::kernel {
 ///
 /// Pictures are UINT8 or FLOAT32 tensors in main memory: planar (layout CHW, [channels, height,
 /// width]) or interleaved (layout HWC, [height, width, channels]). The output tensor is made by the
-/// caller and says, where an operation can choose, which size is wanted.
+/// caller and says, where an operation can choose, which size is wanted. Input and output are
+/// different tensors on different memory: where they share it, pixels are read that were already
+/// written, and the picture is wrong without a message.
 ///
 /// This class implements nothing: each of its operations fails with "Not Implemented.". An
 /// application makes an `ImageProcessFallback`, and an `ImageProcessSSE` beside it for the
@@ -51,8 +53,13 @@ class QRT_API ImageProcess {
   /// | 81 to 84 | bilinear resize, 1 to 4 channels | | |
   ///
   /// YUV pictures have dims [height, width, ...] of the luminance, and their buffer goes on behind
-  /// it with the chrominance: see `yuv420_image`. Resizes take FLEXIABLE tensors: the nearest one
-  /// [height, width], the bilinear ones [any, height, width] of interleaved pixels.
+  /// it with the chrominance: see `yuv420_image`. An external tensor is trusted to do so; one whose
+  /// buffer is the library's must be large enough. Pictures of odd height or width are ignored.
+  ///
+  /// Turns and flips take layouts CHW and HWC, both tensors the same, and ignore any other. Resizes
+  /// take FLEXIABLE tensors: the nearest one [height, width], the bilinear ones
+  /// [any, height, width] of interleaved pixels, also with 2 to 4 channels: [height, width, 3] is
+  /// taken as a picture of `width` rows of 3 pixels.
   void ConvertPixel(const TensorPointer& input, const TensorPointer& output, int code,
                     ContextPointer context);
 
@@ -60,7 +67,9 @@ class QRT_API ImageProcess {
   ///
   /// Both take interleaved bytes, [height, width, ...]; those with a resize, FLEXIABLE tensors. The
   /// rectangle is in fractions of the picture, borders included, and may reach outside of it: a
-  /// crop leaves the output there as it was, a crop with a resize makes it 0.
+  /// crop leaves the output there as it was, a crop with a resize makes it 0. A crop goes from
+  /// pixel int(width * left) to pixel int(width * right) with both of them, so that 0, 0, 1, 1
+  /// makes rows of width + 1 pixels, of which the last stays as it was.
   void ConvertPixel(const TensorPointer& input, const TensorPointer& output, float left, float top,
                     float right, float bottom, int code, ContextPointer context);
 
@@ -184,10 +193,12 @@ class QRT_API ImageProcessFallback : public ImageProcess {
                               float bottom, ContextPointer context) override;
 };
 
-/// The quarter turns of one plane of bytes, and the normalised warp; nothing else.
+/// The quarter turns of bytes, and the normalised warp; nothing else.
 ///
-/// The turns take UINT8 tensors whose dims[0] and dims[1], height and width of the plane whatever
-/// the layout, are multiples of 4. They leave the output of any other input as it was.
+/// The turns take UINT8 tensors whose dims[0] and dims[1] are multiples of 4, whatever the layout:
+/// height and width of HWC, channels and height of CHW. They leave the output of any other input as
+/// it was, and do with these what `ImageProcessFallback` does. A layout that is neither is taken as
+/// interleaved pixels, [height, width, ...].
 class QRT_API ImageProcessSSE : public ImageProcess {
  public:
   /// @name Making and copying

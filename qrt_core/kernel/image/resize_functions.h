@@ -3,7 +3,8 @@
 #include "qrt_core/kernel/image/color_functions.h"
 
 // Resizes of interleaved UINT8 pictures [H, W, C]; the output's dims give the size. Nothing is
-// checked but that both buffers hold the pixels that their dims tell of.
+// checked but that both buffers hold the pixels that their dims tell of. Input and output are
+// different tensors on different memory.
 
 namespace marlo::kernel::functional {
 

@@ -34,13 +34,13 @@ ptrdiff_t nearest_pixel(const Place& place, const FloatPlanes& planes) noexcept 
 }
 
 // The coordinate of a tap and its fraction. Beyond 2^30, where no fraction is left, all is the
-// same.
+// same; the fraction of what isn't finite is NaN.
 struct Coordinate {
   explicit Coordinate(float place) noexcept {
     constexpr float kLimit = 0x1p30f;
     const float kept = std::min(place > -kLimit ? place : -kLimit, kLimit);
     whole = static_cast<int>(kept);
-    fraction = kept - static_cast<float>(whole);
+    fraction = kept - static_cast<float>(whole) - (place - place);
   }
   size_t clamped(size_t size) const noexcept {
     if (whole < 0 || size < 2) return 0;

@@ -5,7 +5,8 @@
 namespace marlo::kernel::image {
 namespace {
 
-// Four coordinates of taps, kept inside and with their fractions.
+// Four coordinates of taps, kept inside and with their fractions, which are NaN for what isn't
+// finite.
 struct Coordinates {
   __m128i whole;
   __m128 fraction;
@@ -17,7 +18,8 @@ Coordinates coordinates(__m128 place, __m128i last) noexcept {
   // A NaN takes the second operand of a maximum.
   const __m128 kept = _mm_min_ps(_mm_max_ps(place, _mm_set1_ps(-0x1p30f)), limit);
   __m128i whole = _mm_cvttps_epi32(kept);
-  const __m128 fraction = _mm_sub_ps(kept, _mm_cvtepi32_ps(whole));
+  const __m128 fraction =
+      _mm_sub_ps(_mm_sub_ps(kept, _mm_cvtepi32_ps(whole)), _mm_sub_ps(place, place));
   whole = _mm_andnot_si128(_mm_srai_epi32(whole, 31), whole);
   const __m128i beyond = _mm_cmpgt_epi32(whole, last);
   whole = _mm_or_si128(_mm_and_si128(beyond, last), _mm_andnot_si128(beyond, whole));

@@ -108,6 +108,7 @@ std::shared_ptr<TensorCPU> DeviceCPU::CreateTensorDynamic(TensorShape shape, con
 
 std::shared_ptr<TensorCPU> DeviceCPU::CreateTensorExternal(TensorShape shape, void* data) {
   auto* tensor = new TensorCPU(std::move(shape), TensorHandle{data}, this);
+  tensor->owns_buffer_ = false;
   return std::shared_ptr<TensorCPU>(tensor, tensor->external_deleter());
 }
 

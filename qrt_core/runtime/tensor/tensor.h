@@ -98,6 +98,10 @@ class QRT_API TensorCPU final : public Tensor {
   ///   one that isn't there
   std::shared_ptr<TensorCPU> Permute(std::vector<uint32_t> axes);
 
+  /// Whether the buffer came from a pool of the device, and is as long as the shape says. The
+  /// buffer of an external tensor is its caller's, who alone knows where it ends.
+  bool owns_buffer() const { return owns_buffer_; }
+
   /// Elements from one index to the next, per dimension: the last is 1.
   std::vector<uint32_t> strides;
 
@@ -115,12 +119,15 @@ class QRT_API TensorCPU final : public Tensor {
   void* at(uint32_t offset) const {
     return static_cast<char*>(handle.cpu) + offset * ElementSize(shape.data_type);
   }
+
+  bool owns_buffer_ = true;
 };
 
 /// Copies `source` into `target` with transposed axes, one element of `element_size` bytes at a
 /// time.
 /// @throws std::runtime_error for a null buffer, an element size of 0, or axes that don't fit
-void TransposeBuffer(const void* source, const std::vector<uint32_t>& source_dims,
-                     uint32_t element_size, const std::vector<uint32_t>& axes, void* target);
+QRT_API void TransposeBuffer(const void* source, const std::vector<uint32_t>& source_dims,
+                             uint32_t element_size, const std::vector<uint32_t>& axes,
+                             void* target);
 
 }  // namespace marlo::runtime

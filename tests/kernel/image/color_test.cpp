@@ -254,6 +254,62 @@ TEST(YuvTest, OfTheClassIsExactForAllValues) {
   }
 }
 
+// Rows far longer than any vector, also by a little.
+TEST(YuvTest, OfTheClassTakesWideRows) {
+  ImageTensors tensors;
+  for (const uint32_t width : {510u, 514u, 1022u, 1026u, 1402u, 4100u}) {
+    auto bytes = random_bytes(size_t{width} * 6, width);
+    GuardedBytes kept(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), kept.data());
+    const auto input = kernel::yuv420_image(*tensors.device(), 4, width, kept.data());
+    const size_t pixels = size_t{4} * width;
+    const auto expected = [&](size_t u, size_t v, size_t step) {
+      return rgb_planes(4, width, [&](uint32_t y, uint32_t x) {
+        const size_t pair = step * (size_t{y / 2} * (width / 2) + x / 2);
+        return yuv_pixel(bytes[size_t{y} * width + x], bytes[u + pair], bytes[v + pair]);
+      });
+    };
+    const std::vector<uint32_t> dims{3, 4, width};
+    EXPECT_TRUE(
+        same_elements(converted(tensors, input, kNv12, dims), expected(pixels, pixels + 1, 2)));
+    EXPECT_TRUE(
+        same_elements(converted(tensors, input, kNv21, dims), expected(pixels + 1, pixels, 2)));
+    EXPECT_TRUE(same_elements(converted(tensors, input, kIyuv, dims),
+                              expected(pixels, pixels + pixels / 4, 1)));
+  }
+}
+
+// The chrominance lies behind the luminance, so a tensor of the library that ends there is refused.
+TEST(YuvTest, OfTheClassDemandsTheChrominanceOfATensorOfTheLibrary) {
+  ImageTensors tensors;
+  const auto planes = tensors.byte_output({3, 4, 6}, LayoutType::CHW);
+  const auto bytes = random_bytes(48, 3);
+  const std::pair<int, const char*> names[] = {{kNv12, "ConvertYUV2RGB_NV12"},
+                                               {kNv21, "ConvertYUV2RGB_NV21"},
+                                               {kIyuv, "ConvertYUV2RGB_IYUV"}};
+  for (const auto& [code, name] : names) {
+    const auto convert = [&, code = code](const TensorPointer& picture) {
+      ImageProcessFallback().ConvertPixel(picture, planes, code, tensors);
+    };
+    expect_message(std::string(name) +
+                       ": a picture of 6 x 4 has 36 bytes with its chrominance, and its tensor "
+                       "ends behind 24; yuv420_image makes one of a larger buffer",
+                   [&] { convert(tensors.device()->CreateYPlane8BitTensor(4, 6, bytes.data())); });
+    // One with room is taken, and so is the application's own, whatever its dims say.
+    const auto large = tensors.device()->CreateU8HWCMainMem({4, 6, 2}, bytes.data());
+    convert(large);
+    const auto of_large = bytes_of(planes);
+    std::memset(planes->handle.cpu, 0, 72);
+    convert(tensors.bytes({4, 6, 1}, LayoutType::HWC, bytes));
+    EXPECT_EQ(bytes_of(planes), of_large);
+    // Odd sizes are ignored, however small the tensor is.
+    const auto odd = tensors.byte_output({3, 5, 6}, LayoutType::CHW);
+    ImageProcessFallback().ConvertPixel(
+        tensors.device()->CreateYPlane8BitTensor(5, 6, bytes.data()), odd, code, tensors);
+    EXPECT_EQ(bytes_of(odd), std::vector<uint8_t>(90, 0xA5));
+  }
+}
+
 TEST(YuvTest, RedOfBrightRedIs177) {
   ImageTensors tensors;
   std::vector<uint8_t> bytes{255, 255, 255, 255, 128, 255};
@@ -384,8 +440,47 @@ TEST(LayoutTest, ChangesBothWaysForAllElements) {
       expect_layouts(tensors, DataType::INT8, 1, 1, width, channels);
       expect_layouts(tensors, DataType::FLOAT16, 2, 3, width, channels);
       expect_layouts(tensors, DataType::INT16, 2, 1, width, channels);
+      expect_layouts(tensors, DataType::UINT16, 2, 2, width, channels);
+      expect_layouts(tensors, DataType::INT32, 4, 2, width, channels);
       expect_layouts(tensors, DataType::UINT32, 4, 3, width, channels);
     }
+  }
+}
+
+// No pixels, no rows or no channels: nothing is written, and nothing fails.
+TEST(EmptyPictureTest, OfEveryColourOperationIsEmpty) {
+  ImageTensors tensors;
+  for (const auto& [height, width] : {std::pair{0u, 0u}, std::pair{0u, 4u}, std::pair{4u, 0u}}) {
+    const std::vector<uint32_t> planes{3, height, width};
+    const auto three = tensors.bytes({height, width, 3}, LayoutType::HWC, {});
+    const auto four = tensors.bytes({height, width, 4}, LayoutType::HWC, {});
+    for (const int code : {int{kRgbToBgr}, int{kRgbToGray}, int{kBgrToGray}, int{kToPlanes}}) {
+      EXPECT_TRUE(converted(tensors, three, code, planes).empty());
+    }
+    for (const int code : {int{kRgbaToRgb}, int{kRgbaToBgr}, int{kRgbaToGray}}) {
+      EXPECT_TRUE(converted(tensors, four, code, planes).empty());
+    }
+    for (const int code : {int{kNv12}, int{kNv21}, int{kIyuv}}) {
+      EXPECT_TRUE(converted(tensors, three, code, planes).empty());
+    }
+    expect_layouts(tensors, DataType::INT16, 2, height, width, 3);
+    expect_layouts(tensors, DataType::INT32, 4, height, width, 3);
+    TensorPointer output = tensors.byte_output(planes, LayoutType::CHW);
+    F_ColorCvt_BGR888_To_Gray8_Fallback(three, output);
+    F_ColorCvt_BGRA8888_To_Gray8_Fallback(four, output);
+    F_ColorCvt_RGBA2RGB_HWC_UInt8_To_CHW_UInt8_Fallback(four, output);
+    F_ColorCvt_BGRA2RGB_HWC_UInt8_To_CHW_UInt8_Fallback(four, output);
+    const auto luminance = tensors.bytes({height, width, 1}, LayoutType::HWC, {});
+    const auto pairs = tensors.bytes({height / 2, width / 2, 2}, LayoutType::HWC, {});
+    const auto matrix = std::make_shared<YUVCvtMatrix>();
+    F_ColorCvt_YUV_2Plane_UInt8_To_CHW_UInt8_Fallback(luminance, pairs, matrix, output);
+    F_ColorCvt_YUV_3Plane_UInt8_To_CHW_UInt8_Fallback(luminance, pairs, pairs, matrix, output);
+    const auto numbers = tensors.floats({3}, LayoutType::C, {1, 2, 3});
+    const auto bytes = tensors.bytes(planes, LayoutType::CHW, {});
+    TensorPointer floats = tensors.output(planes, DataType::FLOAT32, LayoutType::CHW);
+    F_Normalize_CHW_U8_To_CHW_F32_Fallback(bytes, numbers, numbers, floats);
+    const float multipliers[] = {1, 2, 3};
+    Normalize_CHW_Float_SSE(floats, floats, multipliers, nullptr);
   }
 }
 

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <numeric>
+
 #include "qrt_core/kernel/image/image_process.h"
 #include "tests/support/image_oracle.h"
 #include "tests/support/image_tensors.h"
@@ -121,6 +124,19 @@ TEST(TurnAndFlipTest, MovesElementsAndPixelsOfAnySize) {
   }
 }
 
+TEST(TurnAndFlipTest, MovesEveryDataTypeAndPicturesWithoutPixels) {
+  ImageTensors tensors;
+  for (uint32_t type = 0; type <= static_cast<uint32_t>(DataType::UINT8); ++type) {
+    for (const uint32_t height : {0u, 1u, 2u, 13u, 16u}) {
+      for (const uint32_t width : {0u, 1u, 5u, 31u}) {
+        for (const uint32_t channels : {0u, 1u, 2u, 3u, 7u}) {
+          expect_moves(tensors, static_cast<DataType>(type), height, width, channels);
+        }
+      }
+    }
+  }
+}
+
 TEST(TurnAndFlipTest, IgnoresOtherLayouts) {
   ImageTensors tensors;
   const auto input = tensors.bytes({2, 2, 1}, LayoutType::FLEXIABLE, {1, 2, 3, 4});
@@ -154,22 +170,72 @@ TEST(TurnAndFlipTest, RefusesTensorsThatDoNotFit) {
                  [&] { process.ConvertPixel(input, flat, 51, tensors); });
 }
 
-TEST(VectorTurnTest, EqualsThePortableOne) {
+TEST(VectorTurnTest, EqualsThePortableOneForEveryChannelCount) {
   ImageTensors tensors;
-  for (uint32_t height = 4; height <= 68; height += 4) {
-    for (uint32_t width = 4; width <= 68; width += 4) {
-      const auto values = random_bytes(size_t{height} * width, height + width);
-      // The first two dims are height and width whatever the layout is.
-      for (const auto layout : {LayoutType::CHW, LayoutType::HWC, LayoutType::FLEXIABLE}) {
-        const auto input = tensors.bytes({height, width, 1}, layout, values);
-        for (const Move& move : {kMoves[0], kMoves[2]}) {
-          const auto output = tensors.byte_output({width, height, 1}, layout);
-          ImageProcessSSE().ConvertPixel(input, output, move.code, tensors);
-          ASSERT_TRUE(same_elements(bytes_of(output), moved(move, values, 1, height, width, 1)));
-        }
+  const auto expect_equal = [&](const std::vector<uint32_t>& dims, LayoutType layout) {
+    const bool planar = layout == LayoutType::CHW;
+    const auto turned = planar ? std::vector<uint32_t>{dims[0], dims[2], dims[1]}
+                               : std::vector<uint32_t>{dims[1], dims[0], dims[2]};
+    const auto values = random_bytes(size_t{dims[0]} * dims[1] * dims[2], dims[0] + dims[1]);
+    const auto input = tensors.bytes(dims, layout, values);
+    for (const Move& move : {kMoves[0], kMoves[2]}) {
+      const auto output = tensors.byte_output(turned, layout);
+      const auto portable = tensors.byte_output(turned, layout);
+      ImageProcessSSE().ConvertPixel(input, output, move.code, tensors);
+      ImageProcessFallback().ConvertPixel(input, portable, move.code, tensors);
+      ASSERT_TRUE(same_elements(bytes_of(output), bytes_of(portable)))
+          << testing::PrintToString(dims) << (planar ? " CHW" : " HWC");
+      const auto oracle = planar ? moved(move, values, dims[0], dims[1], dims[2], 1)
+                                 : moved(move, values, 1, dims[0], dims[1], dims[2]);
+      ASSERT_TRUE(same_elements(bytes_of(output), oracle));
+    }
+  };
+  for (uint32_t first = 0; first <= 68; first += 4) {
+    for (uint32_t second = 0; second <= 68; second += 4) {
+      for (const uint32_t last : {0u, 1u, 2u, 3u, 4u, 5u, 17u}) {
+        expect_equal({first, second, last}, LayoutType::HWC);
+        expect_equal({first, second, last}, LayoutType::CHW);
       }
     }
   }
+}
+
+// A layout that says nothing of channels: height and width come first.
+TEST(VectorTurnTest, TakesOtherLayoutsAsInterleavedPixels) {
+  ImageTensors tensors;
+  for (const std::vector<uint32_t>& rest : {std::vector<uint32_t>{}, {1}, {3}, {2, 3}}) {
+    std::vector<uint32_t> dims{8, 12}, turned{12, 8};
+    dims.insert(dims.end(), rest.begin(), rest.end());
+    turned.insert(turned.end(), rest.begin(), rest.end());
+    const size_t pixel = std::accumulate(rest.begin(), rest.end(), size_t{1}, std::multiplies<>());
+    const auto values = random_bytes(96 * pixel, 1);
+    const auto input = tensors.bytes(dims, LayoutType::FLEXIABLE, values);
+    for (const Move& move : {kMoves[0], kMoves[2]}) {
+      const auto output = tensors.byte_output(turned, LayoutType::FLEXIABLE);
+      ImageProcessSSE().ConvertPixel(input, output, move.code, tensors);
+      EXPECT_TRUE(same_elements(bytes_of(output), moved(move, values, 1, 8, 12, pixel)));
+    }
+  }
+}
+
+TEST(VectorTurnTest, LooksAtTheOutputAsThePortableOneDoes) {
+  ImageTensors tensors;
+  const auto input = tensors.bytes({4, 8, 1}, LayoutType::HWC, std::vector<uint8_t>(32, 1));
+  const auto expect_same_refusal = [&](const TensorPointer& output) {
+    for (const int code : {50, 52}) {
+      const auto by = [&](kernel::ImageProcess&& process) {
+        return refusal_of([&] { process.ConvertPixel(input, output, code, tensors); });
+      };
+      const Refusal portable = by(ImageProcessFallback());
+      EXPECT_NE(portable.text, "");
+      EXPECT_EQ(by(ImageProcessSSE()).text, portable.text);
+    }
+  };
+  expect_same_refusal(tensors.byte_output({4, 8, 1}, LayoutType::HWC));
+  expect_same_refusal(tensors.byte_output({8, 4, 2}, LayoutType::HWC));
+  expect_same_refusal(tensors.byte_output({8, 4, 1}, LayoutType::CHW));
+  expect_same_refusal(tensors.byte_output({8, 4}, LayoutType::HWC));
+  expect_same_refusal(tensors.output({8, 4, 1}, DataType::FLOAT32, LayoutType::HWC));
 }
 
 TEST(VectorTurnTest, LeavesOtherSizesAndTypesAlone) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 
 #include "qrt_core/kernel/image/image_process.h"
 #include "tests/support/compare.h"
@@ -123,6 +124,33 @@ TEST(WarpTest, StaysInsideForCoordinatesFarOutside) {
         ImageProcessSSE().ConvertPixel(from, to, matrix.data(), 55, tensors);
       }
     }
+  }
+}
+
+// The weights of a place that is no number are none, so that a broken matrix shows in the result.
+TEST(NormalizedWarpTest, OfCoordinatesThatAreNotFiniteIsNaN) {
+  ImageTensors tensors;
+  const auto input = random_picture(3, 5, 6, 5);
+  const auto from = tensors.floats({3, 5, 6}, LayoutType::CHW, input.values);
+  for (const float number : {kNaN, kInfinity, -kInfinity}) {
+    for (const size_t place : {size_t{2}, size_t{5}}) {
+      Matrix matrix = kIdentity;
+      matrix[place] = number;
+      // Nine columns, of which two fours are taken at a time and one alone.
+      const auto to = tensors.output({3, 4, 9}, DataType::FLOAT32, LayoutType::CHW);
+      ImageProcessSSE().ConvertPixel(from, to, matrix.data(), 55, tensors);
+      for (const float value : values_of(*to)) ASSERT_TRUE(std::isnan(value)) << number;
+    }
+  }
+  // Large and finite is the border's pixel: no fraction is left.
+  for (const float number : {3e9f, -1e30f, 1e37f}) {
+    Matrix matrix = kIdentity;
+    matrix[2] = number;
+    const auto to = tensors.output({3, 4, 9}, DataType::FLOAT32, LayoutType::CHW);
+    ImageProcessSSE().ConvertPixel(from, to, matrix.data(), 55, tensors);
+    const int column = number > 0.0f ? 4 : 0;
+    EXPECT_EQ(values_of(*to)[0], input.at(0, 0, column)) << number;
+    EXPECT_EQ(values_of(*to)[8], input.at(0, 0, column)) << number;
   }
 }
 
