@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "qrt_core/utility/log.h"
+
 namespace marlo::runtime {
 
 /// A table from class names to factories.
@@ -28,7 +30,9 @@ class ClassRegistry {
 
   /// Enters a factory. An existing key is replaced only if `overwrite` is set.
   /// @return whether the factory was entered
+  /// @throws std::runtime_error for a factory that holds no function
   bool Register(const std::string& key, Factory factory, bool overwrite) {
+    utility::Assert(factory != nullptr, "Register: the factory of %s is empty", key.c_str());
     if (!overwrite && factories_.count(key) != 0) return false;
     factories_[key] = std::move(factory);
     return true;

@@ -49,6 +49,13 @@ TEST(ClassRegistry, WithOverwriteTheFactoryIsReplaced) {
   EXPECT_EQ(registry.Keys().size(), 1u);
 }
 
+TEST(ClassRegistry, RefusesAFactoryThatHoldsNoFunction) {
+  IntRegistry registry;
+  EXPECT_THROW(registry.Register("A", nullptr, false), std::runtime_error);
+  EXPECT_THROW(registry.Register("A", IntRegistry::Factory(), true), std::runtime_error);
+  EXPECT_THAT(registry.Keys(), IsEmpty());
+}
+
 TEST(ClassRegistry, KeysCompareExactly) {
   IntRegistry registry;
   registry.Register("Key", makes(1), false);
