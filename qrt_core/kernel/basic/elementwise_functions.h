@@ -20,12 +20,12 @@ QRT_API void elementwise_sub_f32_m1(const float* a, const float* b, const unsign
 /// @name Vectors of four lanes
 /// The same results to the bit, faster. In a build without SSE kernels they are the forms above.
 /// @{
-void elementwise_add_sse_f32(const float* a, const float* b, const unsigned int& count,
-                             float* result);
-void elementwise_mul_sse_f32(const float* a, const float* b, const unsigned int& count,
-                             float* result);
-void elementwise_sub_sse_f32(const float* a, const float* b, const unsigned int& count,
-                             float* result);
+QRT_API void elementwise_add_sse_f32(const float* a, const float* b, const unsigned int& count,
+                                     float* result);
+QRT_API void elementwise_mul_sse_f32(const float* a, const float* b, const unsigned int& count,
+                                     float* result);
+QRT_API void elementwise_sub_sse_f32(const float* a, const float* b, const unsigned int& count,
+                                     float* result);
 /// @}
 
 }  // namespace marlo::kernel::functional
