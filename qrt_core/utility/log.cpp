@@ -2,7 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <stdexcept>
+
+#include "qrt_core/utility/errors.h"
 
 namespace marlo::utility {
 namespace {
@@ -63,6 +64,7 @@ std::string Log(int level, const char* format, ...) {
 QR_STATUS Assert(bool condition, const char* format, ...) {
   if (condition) return QR_STATUS_OK;
   std::string text = "[" + log_tag() + "]: ";
+  const size_t message_begin = text.size();
   if (format != nullptr) {
     std::va_list arguments;
     va_start(arguments, format);
@@ -72,7 +74,7 @@ QR_STATUS Assert(bool condition, const char* format, ...) {
     text += '\n';
     log_callback(text.c_str());
   }
-  throw std::runtime_error(text);
+  throw Error(text, message_begin);
 }
 
 QR_STATUS SetLogLevel(unsigned int mask) {

@@ -41,7 +41,7 @@ QRT_API std::string Log(int level, const char* format, ...) QRT_PRINTF_LIKE(2);
 /// the log callback whatever the mask holds, and throws.
 ///
 /// A null `format` reports nothing; the exception then carries only the tag.
-/// @throws std::runtime_error with the reported text
+/// @throws Error, a std::runtime_error with the reported text
 QRT_API QR_STATUS Assert(bool condition, const char* format, ...) QRT_PRINTF_LIKE(2);
 
 /// Sets the mask of enabled levels; 30 (all but verbose) at start. Always 0.

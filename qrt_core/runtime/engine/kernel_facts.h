@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "qrt_core/runtime/tensor/tensor_shape.h"
+#include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/export.h"
 
 // What a kernel can say about itself beyond the slots of `IKernel`: what it needs, why it refuses,
@@ -33,13 +33,7 @@ enum class InputUse : uint8_t {
 };
 
 /// One point in which a layer is not what a kernel takes, or computes.
-struct Misfit {
-  /// What is at fault: members of the description by their keys ("stride_x, stride_y"), or
-  /// "input 0" and the like.
-  std::string member;
-  std::string expected;  ///< what the kernel takes, in words: "1 x 1"
-  std::string found;     ///< what the layer has, in the same words: "2 x 2"
-};
+using utility::Misfit;
 
 /// A kernel's facts. A kernel class implements it beside `IKernel`, so an application's own kernels
 /// can as well: `dynamic_cast<const IKernelFacts*>(kernel)` is null for one that doesn't.
