@@ -6,6 +6,7 @@
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/tensor/align_up_pool.h"
 #include "qrt_core/utility/build_options.h"
+#include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::utility {
@@ -39,7 +40,8 @@ _QRTModelVerInfo versions_of(const QRTModel& model) {
 std::shared_ptr<QRModelCfg> choose_configuration(const QRModelMultiBackendCfgs& cfgs,
                                                  const char* platform) {
   if (std::strcmp(platform, "x86") == 0) return cfgs.cpu_sse;
-  if (std::strcmp(platform, "metal") == 0 && !cfgs.gpu_metal->summary.empty()) {
+  if (std::strcmp(platform, "metal") == 0 && cfgs.gpu_metal != nullptr &&
+      !cfgs.gpu_metal->summary.empty()) {
     return cfgs.gpu_metal;
   }
   return nullptr;
@@ -110,7 +112,12 @@ _QRT_Result load_model(std::string path,
     package->context = context;
     auto& cfgs = model.config_arr->cfgs[id];
     if (cfgs == nullptr) cfgs = std::make_shared<QRModelMultiBackendCfgs>();
-    Load_Single_Net(package, model.model_arr->infos[id], cfgs, kPlatform);
+    try {
+      Load_Single_Net(package, model.model_arr->infos[id], cfgs, kPlatform);
+    } catch (Error& failure) {
+      failure.in_network(id);
+      throw;
+    }
     nets.emplace(id, std::move(package));
   }
   return QRT_RESULT_OK;
@@ -119,6 +126,9 @@ _QRT_Result load_model(std::string path,
 void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
                      const std::shared_ptr<QRModelInfo>& info,
                      const std::shared_ptr<QRModelMultiBackendCfgs>& cfgs, const char* platform) {
+  Assert(package != nullptr && info != nullptr && cfgs != nullptr && platform != nullptr,
+         "a network needs a package, a model, configurations and a platform");
+  Assert(package->kernels != nullptr, "the package has no registry of kernels");
   std::map<std::string, unsigned int> positions;
   for (unsigned int p = 0; p < info->squential_ids.size(); ++p) {
     positions[info->squential_ids[p]] = p;

@@ -73,8 +73,9 @@ QRT_API _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major
 /// @param sdk_type, sdk_major, sdk_minor what the model must have been made for
 /// @return 0; -2 after an error line in the log for a file that can't be opened or another version.
 ///   Packages made before a failure stay in `nets`.
-/// @throws std::runtime_error for another suffix, a malformed file, or a network that can't be
-///   built; std::out_of_range for a path shorter than the suffix it is compared with
+/// @throws Error, a std::runtime_error, for another suffix, a malformed file, or a network that
+///   can't be built, whose `story` names the network and the layer; std::out_of_range for a path
+///   shorter than the suffix it is compared with
 QRT_API _QRT_Result load_model(std::string path,
                                std::map<std::string, std::shared_ptr<_NetworkPackage>>& nets,
                                std::shared_ptr<runtime::Context>& context,
@@ -84,7 +85,7 @@ QRT_API _QRT_Result load_model(std::string path,
 
 /// Builds the network of a package whose registries and context are set.
 /// @param platform "x86" takes the configuration `cpu_sse`, "metal" `gpu_metal`
-/// @throws std::runtime_error for a platform without a configuration, and as `CreateNet`
+/// @throws Error for a null argument, a platform without a configuration, and as `CreateNet`
 QRT_API void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
                              const std::shared_ptr<runtime::QRModelInfo>& info,
                              const std::shared_ptr<runtime::QRModelMultiBackendCfgs>& cfgs,

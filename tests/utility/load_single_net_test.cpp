@@ -128,5 +128,22 @@ TEST_F(LoadSingleNetTest, HeaderIsCopied) {
   EXPECT_EQ(package_->extra_info.device, "any");
 }
 
+TEST_F(LoadSingleNetTest, NullArgumentsAreNamed) {
+  auto model = ModelBuilder().input("x").outputs({"x"});
+  const auto needs = HasSubstr("a network needs a package, a model, configurations and a platform");
+  std::shared_ptr<_NetworkPackage> none;
+  EXPECT_THAT(
+      failure_of([&] { Load_Single_Net(none, model.info(), model.configurations(), "x86"); }),
+      needs);
+  EXPECT_THAT(
+      failure_of([&] { Load_Single_Net(package_, nullptr, model.configurations(), "x86"); }),
+      needs);
+  EXPECT_THAT(failure_of([&] { Load_Single_Net(package_, model.info(), nullptr, "x86"); }), needs);
+  EXPECT_THAT(failure_of([&] { load(model, nullptr); }), needs);
+  package_ = std::make_shared<_NetworkPackage>();
+  EXPECT_THAT(failure_of([&] { load(model, "x86"); }),
+              HasSubstr("the package has no registry of kernels"));
+}
+
 }  // namespace
 }  // namespace marlo::utility

@@ -1,13 +1,18 @@
 #include "qrt_core/runtime/engine/create_net.h"
 
 #include <cstdlib>
+#include <set>
+#include <utility>
 
+#include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
 
 using utility::Assert;
+using utility::Error;
+using utility::LayerFault;
 using utility::Log;
 
 namespace {
@@ -19,6 +24,43 @@ constexpr char kInputName[] = "Input";
 constexpr uint64_t kMaxConnections = 1 << 18;
 constexpr uint64_t kMaxKernels = 1 << 16;
 
+// A layer that is listed again computes the same again, so its copies share one kernel with its
+// packed weights. One that carries state from pass to pass is made anew for each, which is bounded.
+constexpr uint32_t kMaxStatefulCopies = 16;
+
+// Long-lived tensors come from the static pool whatever a pass that failed has left switched on.
+class StaticMode {
+ public:
+  explicit StaticMode(DeviceCPU& device) : device_(device), before_(device.dynamic_mode) {
+    device_.dynamic_mode = false;
+  }
+  StaticMode(const StaticMode&) = delete;
+  StaticMode& operator=(const StaticMode&) = delete;
+  ~StaticMode() { device_.dynamic_mode = before_; }
+
+ private:
+  DeviceCPU& device_;
+  bool before_;
+};
+
+DeviceCPU& device_of(const std::shared_ptr<Context>& context) {
+  Assert(context != nullptr && context->cpu != nullptr,
+         "a network needs a context with a CPU device");
+  return *context->cpu;
+}
+
+// What a kernel says about a layer that it has refused.
+std::vector<utility::Misfit> refusals_of(IKernel* kernel, const LayerInfo* info,
+                                         const InferenceParam* param) {
+  const auto* facts = dynamic_cast<const IKernelFacts*>(kernel);
+  if (facts == nullptr) return {};
+  try {
+    return facts->refusals(info, param);
+  } catch (const std::exception&) {
+    return {};  // it has refused all the same
+  }
+}
+
 /// Makes the layers of a network one by one. The two forms of configuration differ only in where a
 /// layer's kernels are looked up and in what a refusal leads to.
 class NetBuilder {
@@ -27,7 +69,10 @@ class NetBuilder {
              std::shared_ptr<Context> context)
       : info_(info), kernels_(kernels), context_(std::move(context)) {
     const auto count = static_cast<uint32_t>(info.squential_ids.size());
-    for (uint32_t p = 0; p < count; ++p) positions_[info.squential_ids[p]] = p;
+    for (uint32_t p = 0; p < count; ++p) {
+      const std::string& id = info.squential_ids[p];
+      if (!positions_.insert_or_assign(id, p).second) repeated_.insert(id);
+    }
     layers_.reserve(count);
   }
 
@@ -42,22 +87,83 @@ class NetBuilder {
     return found->second;
   }
 
-  // Null if the kernel refused; `Cfg` is KernelCfg or KernelInferenceConfig.
+  // Runs `step` for every position. A fault gets the place of the layer, unless it has one.
+  template <typename Step>
+  void for_each_layer(Step step) {
+    const auto count = static_cast<uint32_t>(info_.squential_ids.size());
+    for (uint32_t position = 0; position < count; ++position) {
+      try {
+        step(position);
+      } catch (Error& failure) {
+        LayerFault place;
+        place.layer = position;
+        place.id = id(position);
+        failure.in_layer(std::move(place));
+        throw;
+      }
+    }
+  }
+
+  // Begins the layer at a position.
+  std::shared_ptr<Layer> start(uint32_t position) {
+    auto layer = std::make_shared<Layer>();
+    layer->name = LayerTypeName(layer_info(position)->type);
+    layer->id = id(position);
+    return layer;
+  }
+
+  // Gives `layer` the kernel of its description. It stays null if the kernel refused.
   template <typename Cfg>
-  std::shared_ptr<IKernel> make_kernel(uint32_t position, const std::shared_ptr<Cfg>& cfg,
+  void make_main_kernel(uint32_t position, Layer& layer, const std::shared_ptr<Cfg>& cfg) {
+    const std::shared_ptr<LayerInfo>& info = layer_info(position);
+    if (repeated_.count(id(position)) != 0 && cfg != nullptr) {
+      Made& made = made_[{info.get(), cfg->infer_param.get(), cfg->kernel_type}];
+      if (made.kernel == nullptr || made.has_state) {
+        if (made.has_state) {
+          Assert(++made.copies <= kMaxStatefulCopies,
+                 "layer %u \"%s\" has a kernel with a state and is listed more than %u times",
+                 position, id(position).c_str(), kMaxStatefulCopies);
+        }
+        made.kernel = make_kernel(position, "", layer, cfg, info);
+        made.has_state = made.kernel != nullptr && made.kernel->ResetState() != KERNEL_HAS_NO_STATE;
+      }
+      layer.kernel = made.kernel;
+      return;
+    }
+    layer.kernel = make_kernel(position, "", layer, cfg, info);
+  }
+
+  // Null if the kernel refused, which `layer` then remembers; `Cfg` is KernelCfg or
+  // KernelInferenceConfig.
+  template <typename Cfg>
+  std::shared_ptr<IKernel> make_kernel(uint32_t position, const std::string& role, Layer& layer,
+                                       const std::shared_ptr<Cfg>& cfg,
                                        const std::shared_ptr<LayerInfo>& info) {
-    Assert(++kernel_count_ <= kMaxKernels, "the network has more than %llu kernels",
-           static_cast<unsigned long long>(kMaxKernels));
-    Assert(cfg != nullptr, "layer %u \"%s\" has no kernel in the configuration", position,
-           id(position).c_str());
-    const char* name = cfg->kernel_type.c_str();
-    std::shared_ptr<IKernel> kernel = kernels_.Create(cfg->kernel_type);
-    Log(utility::LOG_TRACE, "Create Kernel >> %s >> %s", name,
-        kernel != nullptr ? "ok" : "nullptr");
-    Assert(kernel != nullptr, "layer %u \"%s\" (%s): kernel \"%s\" is not in the registry",
-           position, id(position).c_str(), LayerTypeName(layer_info(position)->type), name);
-    if (kernel->Config(info, cfg->infer_param, context_)) return kernel;
-    Log(utility::LOG_TRACE, "Config Kernel <%s> failed.", name);
+    LayerFault place;
+    place.layer = position;
+    place.id = layer.id;
+    place.kind = layer.name;
+    place.role = role;
+    if (cfg != nullptr) place.kernel = cfg->kernel_type;
+    try {
+      Assert(++kernel_count_ <= kMaxKernels, "the network has more than %llu kernels",
+             static_cast<unsigned long long>(kMaxKernels));
+      Assert(cfg != nullptr, "layer %u \"%s\" has no kernel in the configuration", position,
+             id(position).c_str());
+      const char* name = cfg->kernel_type.c_str();
+      std::shared_ptr<IKernel> kernel = kernels_.Create(cfg->kernel_type);
+      Log(utility::LOG_TRACE, "Create Kernel >> %s >> %s", name,
+          kernel != nullptr ? "ok" : "nullptr");
+      Assert(kernel != nullptr, "layer %u \"%s\" (%s): kernel \"%s\" is not in the registry",
+             position, id(position).c_str(), layer.name.c_str(), name);
+      if (kernel->Config(info, cfg->infer_param, context_)) return kernel;
+      Log(utility::LOG_TRACE, "Config Kernel <%s> failed.", name);
+      place.misfits = refusals_of(kernel.get(), info.get(), cfg->infer_param.get());
+    } catch (Error& failure) {
+      failure.in_layer(std::move(place));
+      throw;
+    }
+    layer.refused.push_back(std::move(place));
     return nullptr;
   }
 
@@ -89,17 +195,41 @@ class NetBuilder {
   const KernelRegistry& kernels_;
   std::shared_ptr<Context> context_;
   std::map<std::string, uint32_t> positions_;
+  std::set<std::string> repeated_;
   std::map<std::string, unsigned int> input_map_;
   std::vector<std::shared_ptr<Layer>> layers_;
+  // The kernel that the copies of a layer share, or the last one made where they can't.
+  struct Made {
+    std::shared_ptr<IKernel> kernel;
+    bool has_state = false;
+    uint32_t copies = 0;
+  };
+  using MadeKey = std::tuple<const LayerInfo*, const InferenceParam*, std::string>;
+
+  std::map<MadeKey, Made> made_;
   uint64_t connections_ = 0;
   uint64_t kernel_count_ = 0;
 };
 
+constexpr char kInputRole[] = "input converter ";
+constexpr char kOutputRole[] = "output converter ";
+
+// The text of this exception has always been the tag alone.
+void throw_refusal(const LayerFault& refused) {
+  try {
+    Assert(false, nullptr);
+  } catch (Error& failure) {
+    failure.explain("refuses the layer");
+    failure.in_layer(refused);
+    throw;
+  }
+}
+
 using Converters = std::map<uint32_t, std::shared_ptr<IKernel>>;
 
 // Converters are configured without a description. One that refuses leaves an empty entry.
-Converters make_converters(NetBuilder& builder, uint32_t position,
-                           const std::shared_ptr<KernelCfgArr>& cfgs) {
+Converters make_converters(NetBuilder& builder, uint32_t position, Layer& layer,
+                           const std::string& role, const std::shared_ptr<KernelCfgArr>& cfgs) {
   Converters converters;
   if (cfgs == nullptr) return converters;
   for (const std::string& id : cfgs->kernel_ids) {
@@ -107,17 +237,20 @@ Converters make_converters(NetBuilder& builder, uint32_t position,
     Assert(found != cfgs->kernel_cfgs.end(),
            "layer %u \"%s\": converter \"%s\" is missing in the configuration", position,
            builder.id(position).c_str(), id.c_str());
-    converters[static_cast<uint32_t>(std::atoi(id.c_str()))] =
-        builder.make_kernel(position, found->second, nullptr);
+    const auto index = static_cast<uint32_t>(std::atoi(id.c_str()));
+    converters[index] =
+        builder.make_kernel(position, role + std::to_string(index), layer, found->second, nullptr);
   }
   return converters;
 }
 
-Converters make_converters(NetBuilder& builder, uint32_t position,
+Converters make_converters(NetBuilder& builder, uint32_t position, Layer& layer,
+                           const std::string& role,
                            const std::map<int, std::shared_ptr<KernelInferenceConfig>>& cfgs) {
   Converters converters;
   for (const auto& [index, cfg] : cfgs) {
-    converters[static_cast<uint32_t>(index)] = builder.make_kernel(position, cfg, nullptr);
+    const auto at = static_cast<uint32_t>(index);
+    converters[at] = builder.make_kernel(position, role + std::to_string(at), layer, cfg, nullptr);
   }
   return converters;
 }
@@ -129,8 +262,9 @@ std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
                                const KernelRegistry& kernels,
                                const std::shared_ptr<Context>& context) {
   Assert(info != nullptr && cfg != nullptr, "a network needs a model and a configuration");
+  const StaticMode mode(device_of(context));
   NetBuilder builder(*info, kernels, context);
-  for (uint32_t position = 0; position < builder.layer_count(); ++position) {
+  builder.for_each_layer([&](uint32_t position) {
     const std::shared_ptr<LayerInfo>& layer_info = builder.layer_info(position);
     const auto found = cfg->layer_cfgs.find(builder.id(position));
     Assert(found != cfg->layer_cfgs.end() && found->second != nullptr,
@@ -138,15 +272,16 @@ std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
            builder.id(position).c_str());
     const LayerCfg& layer_cfg = *found->second;
 
-    auto layer = std::make_shared<Layer>();
-    layer->name = LayerTypeName(layer_info->type);
+    const std::shared_ptr<Layer> layer = builder.start(position);
     if (layer_info->type == kInputLayerType) builder.add_input(position);
-    layer->input_converters = make_converters(builder, position, layer_cfg.input_converters);
-    layer->kernel = builder.make_kernel(position, layer_cfg.kernel, layer_info);
-    Assert(layer->kernel != nullptr, nullptr);
-    layer->output_converters = make_converters(builder, position, layer_cfg.output_converters);
-    builder.append(position, std::move(layer));
-  }
+    layer->input_converters =
+        make_converters(builder, position, *layer, kInputRole, layer_cfg.input_converters);
+    builder.make_main_kernel(position, *layer, layer_cfg.kernel);
+    if (layer->kernel == nullptr) throw_refusal(layer->refused.back());
+    layer->output_converters =
+        make_converters(builder, position, *layer, kOutputRole, layer_cfg.output_converters);
+    builder.append(position, layer);
+  });
   return builder.finish();
 }
 
@@ -154,22 +289,23 @@ std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
                                std::shared_ptr<InferenceConfig> cfg, const KernelRegistry& kernels,
                                std::shared_ptr<Context> context) {
   Assert(info != nullptr && cfg != nullptr, "a network needs a model and a configuration");
-  NetBuilder builder(*info, kernels, std::move(context));
+  const StaticMode mode(device_of(context));
+  NetBuilder builder(*info, kernels, context);
   Assert(cfg->layers.size() >= builder.layer_count(),
          "the configuration has %zu entries for %u layers", cfg->layers.size(),
          builder.layer_count());
-  for (uint32_t position = 0; position < builder.layer_count(); ++position) {
-    const std::shared_ptr<LayerInfo>& layer_info = builder.layer_info(position);
+  builder.for_each_layer([&](uint32_t position) {
     const LayerInferenceConfig& layer_cfg = cfg->layers[position];
 
-    auto layer = std::make_shared<Layer>();
-    layer->name = LayerTypeName(layer_info->type);
+    const std::shared_ptr<Layer> layer = builder.start(position);
     if (layer->name == kInputName) builder.add_input(position);
-    layer->input_converters = make_converters(builder, position, layer_cfg.input_converters);
-    layer->kernel = builder.make_kernel(position, layer_cfg.kernel, layer_info);
-    layer->output_converters = make_converters(builder, position, layer_cfg.output_converters);
-    builder.append(position, std::move(layer));
-  }
+    layer->input_converters =
+        make_converters(builder, position, *layer, kInputRole, layer_cfg.input_converters);
+    builder.make_main_kernel(position, *layer, layer_cfg.kernel);
+    layer->output_converters =
+        make_converters(builder, position, *layer, kOutputRole, layer_cfg.output_converters);
+    builder.append(position, layer);
+  });
   return builder.finish();
 }
 

@@ -18,8 +18,15 @@ using KernelRegistry = ClassRegistry<std::shared_ptr<IKernel>>;
 /// description, which is where weights are packed. The context must outlive the network; the model
 /// need not. Don't call it during a pass on the same context.
 ///
-/// @throws std::runtime_error for a layer without an entry in `cfg`, a kernel that isn't registered
-///   or refuses its layer, and an input that doesn't stand before its reader
+/// A layer that is listed again shares the kernel of its first place, as it computes the same. A
+/// kernel with a state is made anew each time, up to 16 times. A network has at most 65,536 kernels
+/// and 262,144 connections, so that building it takes memory and time in proportion to its weights.
+///
+/// @throws utility::Error, a std::runtime_error, for a null argument, a context without a CPU
+///   device, a layer without an entry in `cfg`, a kernel that isn't registered or refuses its
+///   layer, an input that doesn't stand before its reader, and a network above these bounds. Its
+///   `layer` says where, and why a kernel refuses as far as it can tell; its text is the log's tag
+///   alone for a kernel that refuses.
 QRT_API std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
                                        const std::shared_ptr<QRModelCfg>& cfg,
                                        const KernelRegistry& kernels,

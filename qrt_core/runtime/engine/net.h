@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/engine/kernel.h"
+#include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/export.h"
 
 namespace marlo::runtime {
@@ -27,6 +28,9 @@ struct Layer {
   std::shared_ptr<IKernel> kernel;  ///< what the layer computes
   /// Per output position: a kernel applied to that output afterwards.
   std::map<uint32_t, std::shared_ptr<IKernel>> output_converters;
+  std::string id;  ///< its id in the model, for messages; may be empty
+  /// Why each kernel or converter that is missing above could not be configured.
+  std::vector<utility::LayerFault> refused;
 };
 
 /// The executable form of a model: layers in the order in which they run.
@@ -55,9 +59,10 @@ class QRT_API Net {
   /// @param cpu_times may be null; else receives, per layer that ran, its time in milliseconds
   /// @param gpu_times may be null; else receives 0 per layer that ran
   /// @return per wanted layer, its outputs after its output converters
-  /// @throws std::runtime_error for a missing input or a kernel that can't run. The device's
-  /// dynamic
-  ///   mode then stays on until the end of the next pass.
+  /// @throws utility::Error, a std::runtime_error, for a missing context, device or input, and for
+  ///   a kernel that can't run; its `layer` is the place. A plain std::runtime_error of a kernel
+  ///   arrives as one with the same text, other exceptions as they are. The device's dynamic mode
+  ///   then stays on until the end of the next pass.
   std::unordered_map<unsigned int, Tensors> Forward(
       const std::unordered_map<unsigned int, std::shared_ptr<Tensor>>& inputs,
       const std::vector<unsigned int>& output_ids, std::shared_ptr<Context> context,
