@@ -24,7 +24,12 @@ PIECES = {
     "rows of ", " of rows", "unknown type", " layout ", " and ", "] (Verbose): ", "] (Info): ", "] (Warnning): ",
     # Faults of check_shapes, which the document explains as whole sentences.
     " refuses ", " would make ", " of ", ", which no tensor can hold", ", which is empty", " refuses its own output ",
-    "no shape is given for this input", "it reads layer ", ", which gives nothing",
+    "no shape is given for this input", " would make nothing", "it is a null pointer",
+    "it has a kernel or converter that could not be configured",
+    # Parts of a story, and what fills the place of a name in one.
+    ", kernel ", ": expected ", "expected ", ": found ", ", found ", "input converter ", "output converter ",
+    "input converter", "output converter", 'network "', "layer ", "layout ", " in ", "an unknown location",
+    "a tensor in each position", "a null pointer", "it reads layer ", ", which gives nothing",
 }
 
 

@@ -104,7 +104,41 @@ TEST_F(CheckShapes, ReportsKernelsAndConvertersThatCouldNotBeConfigured) {
   EXPECT_EQ(layers[2].fault, "it reads layer 1, which gives nothing");
 }
 
+TEST_F(CheckShapes, TellsWhichFaultsOnlyFollowFromAnother) {
+  const auto layers = check(two_layers(), chw({3, 7, 5}));
+  EXPECT_FALSE(layers[1].is_consequence);
+  EXPECT_TRUE(layers[2].is_consequence);
+  EXPECT_EQ(layers[1].place.layer, 1u);
+  EXPECT_EQ(layers[1].place.id, "c");
+  EXPECT_EQ(layers[1].place.kind, "Conv2d");
+  EXPECT_EQ(layers[1].place.kernel, "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1");
+}
+
+TEST_F(CheckShapes, ContextsWithoutADeviceAreAnError) {
+  auto model = two_layers();
+  const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
+  EXPECT_THROW(check_shapes(*net, {}, nullptr), Error);
+  EXPECT_THROW(check_shapes(*net, {}, std::make_shared<runtime::Context>()), Error);
+}
+
 #if QRT_WITH_SSE
+// A pass hands an input layer its tensor as it is, whatever converters the file names for it.
+TEST_F(CheckShapes, AgreesWithAPassOnAnInputLayerWithAConverter) {
+  auto model = ModelBuilder()
+                   .input("x")
+                   .input_converter("0", "LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1")
+                   .activation("y", "x", "ReLU_Fallback_Float_M1")
+                   .outputs({"y"});
+  const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
+  const auto layers = check_shapes(*net, {{0, chw({8, 3, 3})}}, context_);
+  const auto results = net->Forward({{0, context_->cpu->CreateTensor(chw({8, 3, 3}), nullptr)}},
+                                    {0, 1}, context_, nullptr, nullptr);
+  for (const unsigned int layer : {0u, 1u}) {
+    EXPECT_EQ(layers[layer].fault, "");
+    EXPECT_EQ(layers[layer].outputs.at(0), results.at(layer).at(0)->shape);
+  }
+}
+
 TEST_F(CheckShapes, GoesThroughConverters) {
   auto model = ModelBuilder()
                    .input("x")
@@ -115,11 +149,13 @@ TEST_F(CheckShapes, GoesThroughConverters) {
   const auto layers = check(model, chw({8, 3, 3}));
   EXPECT_EQ(layers[1].fault, "");
   EXPECT_EQ(layers[1].inputs.at(0).dims, (Dims{2, 3, 3, 4}));
+  EXPECT_EQ(layers[1].made.at(0).dims, (Dims{2, 3, 3, 4}));
   EXPECT_EQ(layers[1].outputs.at(0).dims, (Dims{8, 3, 3}));
   const TensorShape hwc({3, 3, 8}, DataType::FLOAT32, LayoutType::HWC);
   EXPECT_THAT(
       check(model, hwc)[1].fault,
       HasSubstr("LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1 refuses FLOAT32 HWC"));
+  EXPECT_EQ(check(model, hwc)[1].place.role, "input converter 0");
 }
 #endif
 
