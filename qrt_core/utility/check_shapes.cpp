@@ -13,7 +13,7 @@ namespace marlo::utility {
 namespace {
 
 using runtime::IKernel;
-using runtime::shapes_text;
+using runtime::ShapesText;
 using runtime::TensorShape;
 using Shapes = std::vector<TensorShape>;
 
@@ -88,16 +88,16 @@ class LayerWalk {
       if (const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel)) {
         found_.place.misfits = facts->input_refusals(inputs);
       }
-      return name + " refuses " + shapes_text(inputs);
+      return name + " refuses " + ShapesText(inputs);
     }
     outputs = kernel->InferOutputShapes(inputs);
     const std::string result =
-        name + " would make " + shapes_text(outputs) + " of " + shapes_text(inputs);
+        name + " would make " + ShapesText(outputs) + " of " + ShapesText(inputs);
     if (any(outputs, is_too_large)) return result + ", which no tensor can hold";
     // A sequence without steps stays one; nothing else is meant to vanish.
     if (any(outputs, is_empty) && !any(inputs, is_empty)) return result + ", which is empty";
     if (kernel->CheckOutputs(hollow(outputs)) != runtime::KERNEL_OK) {
-      return name + " refuses its own output " + shapes_text(outputs);
+      return name + " refuses its own output " + ShapesText(outputs);
     }
     return "";
   }

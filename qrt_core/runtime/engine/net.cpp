@@ -70,7 +70,7 @@ std::vector<utility::Misfit> misfits_of(IKernel* kernel, const Tensors& inputs) 
   if (const auto* facts = dynamic_cast<const IKernelFacts*>(kernel)) {
     misfits = facts->input_refusals(shapes);
   }
-  if (misfits.empty()) misfits.push_back({"inputs", "", shapes_text(shapes)});
+  if (misfits.empty()) misfits.push_back({"inputs", "", ShapesText(shapes)});
   return misfits;
 }
 

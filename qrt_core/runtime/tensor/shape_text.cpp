@@ -45,16 +45,16 @@ const char* other_name(LayoutType layout) {
 
 }  // namespace
 
-std::string layout_text(LayoutType layout) {
+std::string LayoutText(LayoutType layout) {
   const char* name = PrintedName(layout);
   if (name == nullptr) name = other_name(layout);
   return name != nullptr ? name : "layout " + std::to_string(static_cast<uint32_t>(layout));
 }
 
-std::string shape_text(const TensorShape& shape) {
+std::string ShapeText(const TensorShape& shape) {
   const char* type = PrintedName(shape.data_type);
   std::string text = type != nullptr ? type : "unknown type";
-  text += " " + layout_text(shape.layout) + " [";
+  text += " " + LayoutText(shape.layout) + " [";
   const char* between = "";
   for (const uint32_t size : shape.dims) {
     text += between + std::to_string(size);
@@ -68,10 +68,10 @@ std::string shape_text(const TensorShape& shape) {
   return text;
 }
 
-std::string shapes_text(const std::vector<TensorShape>& shapes) {
+std::string ShapesText(const std::vector<TensorShape>& shapes) {
   std::string text;
   for (const TensorShape& shape : shapes) {
-    text += (text.empty() ? "" : " and ") + shape_text(shape);
+    text += (text.empty() ? "" : " and ") + ShapeText(shape);
   }
   return text.empty() ? "nothing" : text;
 }

@@ -9,12 +9,12 @@
 namespace marlo::runtime {
 
 /// Name of a layout for messages, "CHW"; for a code without one "layout 99".
-QRT_API std::string layout_text(LayoutType layout);
+QRT_API std::string LayoutText(LayoutType layout);
 
 /// A shape for messages, "FLOAT32 CHW [1, 28, 28]"; a location other than main memory is named too.
-QRT_API std::string shape_text(const TensorShape& shape);
+QRT_API std::string ShapeText(const TensorShape& shape);
 
 /// Several shapes, joined by "and"; "nothing" for none.
-QRT_API std::string shapes_text(const std::vector<TensorShape>& shapes);
+QRT_API std::string ShapesText(const std::vector<TensorShape>& shapes);
 
 }  // namespace marlo::runtime

@@ -65,7 +65,7 @@ class Grumbler final : public IKernel, public IKernelFacts {
     return {{"stride_x", "2", "1"}};
   }
   std::vector<Misfit> input_refusals(const std::vector<TensorShape>& inputs) const override {
-    return {{"input 0", "nothing", shapes_text(inputs)}};
+    return {{"input 0", "nothing", ShapesText(inputs)}};
   }
   std::vector<Misfit> differences(const LayerInfo&,
                                   const std::vector<TensorShape>&) const override {
