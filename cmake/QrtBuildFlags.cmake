@@ -27,6 +27,8 @@ target_compile_options(qrt_build_flags INTERFACE -ffp-contract=off)
 # leave loops with clamps unvectorised; results are the same either way.
 target_compile_options(qrt_build_flags INTERFACE -fno-trapping-math)
 target_compile_options(qrt_build_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+# A test of an option that no header defined would leave kernels out without a word.
+target_compile_options(qrt_build_flags INTERFACE -Wundef)
 # GCC 12 sees overlapping copies in plain concatenations of strings at -O3 (its bug 105651).
 target_compile_options(qrt_build_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 if(QRT_WARNINGS_AS_ERRORS)

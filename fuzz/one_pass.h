@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qrt_core/qrt_core.h"
+#include "tests/support/processor.h"
 
 // One pass of a network from a foreign file, with inputs of the size that it declares.
 
@@ -28,8 +29,7 @@ bool accepted(Step step) {
 
 /// Whether this processor has what a kernel needs: which kernels run is the file's choice.
 inline bool can_run(const std::string& kernel) {
-  static const bool has_avx = __builtin_cpu_supports("avx") && __builtin_cpu_supports("fma");
-  return has_avx || kernel.find("AVX") == std::string::npos;
+  return test::processor_has(runtime::needs_of(kernel));
 }
 
 inline bool can_run(const runtime::Net& net) {

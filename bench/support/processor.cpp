@@ -5,11 +5,16 @@
 
 #include <fstream>
 
+#include "qrt_core/runtime/engine/kernel_facts.h"
+#include "tests/support/processor.h"
+
 namespace marlo::bench {
 
-bool has_avx() { return __builtin_cpu_supports("avx") != 0; }
+using runtime::InstructionSet;
 
-bool has_fma() { return has_avx() && __builtin_cpu_supports("fma") != 0; }
+bool has_avx() { return test::processor_has(InstructionSet::avx); }
+
+bool has_fma() { return test::processor_has(InstructionSet::fma); }
 
 std::string processor_name() {
   std::ifstream lines("/proc/cpuinfo");
@@ -19,15 +24,10 @@ std::string processor_name() {
   return "unknown processor";
 }
 
-bool can_run(std::string_view kernel) {
-  if (kernel.find("_FMA_") != std::string_view::npos) return has_fma();
-  return kernel.find("_AVX_") == std::string_view::npos || has_avx();
-}
+bool can_run(std::string_view kernel) { return test::processor_has(runtime::needs_of(kernel)); }
 
 Width width_of(std::string_view kernel) {
-  const bool wide = kernel.find("_AVX_") != std::string_view::npos ||
-                    kernel.find("_FMA_") != std::string_view::npos;
-  return wide ? Width::avx : Width::sse;
+  return runtime::needs_of(kernel) == InstructionSet::baseline ? Width::sse : Width::avx;
 }
 
 int pin_to_one_core() {

@@ -20,7 +20,7 @@ bool has_fma();
 /// The processor's own name for itself.
 std::string processor_name();
 
-/// Whether this processor runs the kernel of that name, which holds its instruction set.
+/// Whether this processor runs the kernel of that name.
 bool can_run(std::string_view kernel);
 
 /// The width of the kernel of that name; a portable one counts as SSE, the compiler's baseline.

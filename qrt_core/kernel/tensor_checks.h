@@ -33,20 +33,12 @@ inline int tensor_verdict(bool acceptable) {
   return acceptable ? runtime::KERNEL_OK : runtime::KERNEL_BAD_TENSOR;
 }
 
-/// The device on which a kernel makes its tensors.
-/// @throws std::runtime_error for a context without one
-inline runtime::DeviceCPU& device_of(const char* kernel, const runtime::Context& context) {
-  if (context.cpu == nullptr) utility::Assert(false, "%s: the context has no CPU device", kernel);
-  return *context.cpu;
-}
-
 /// The one input of a kernel that reads floats.
-/// @throws std::runtime_error unless there is an input whose elements are as large as floats; the
-///   kernel would read beyond any other
+/// @throws std::runtime_error unless its elements are as large as floats; the kernel would read
+///   beyond any other
 inline runtime::TensorCPU& float_input(const char* kernel,
                                        const runtime::IKernel::Tensors& inputs) {
-  const bool readable = !inputs.empty() && inputs[0] != nullptr &&
-                        runtime::ElementSize(inputs[0]->shape.data_type) == sizeof(float);
+  const bool readable = runtime::ElementSize(inputs[0]->shape.data_type) == sizeof(float);
   if (!readable) utility::Assert(false, "%s: the input must be a FLOAT32 tensor", kernel);
   return static_cast<runtime::TensorCPU&>(*inputs[0]);
 }

@@ -31,7 +31,7 @@ bool Operator::Configure(const LayerInfo*, const InferenceParam*, const Context&
 Shapes Operator::InferOutputShapes(const Shapes& shapes) const { return shapes; }
 int Operator::CheckInputs(const Tensors&) const { return 0; }
 int Operator::CheckOutputs(const Tensors&) const { return 0; }
-int Operator::Forward(const Tensors& inputs, Tensors& outputs, const Context&) const {
+int Operator::Forward(const Tensors& inputs, Tensors& outputs, const Pass&) const {
   const size_t count = ElementCount(inputs[0]->shape);
   row_.core(static_cast<const float*>(inputs[0]->handle.cpu),
             static_cast<float*>(inputs[0]->handle.cpu), count);

@@ -6,10 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "qrt_core/kernel/basic/activation.h"
-#include "qrt_core/kernel/basic/pass_through.h"
-#include "qrt_core/kernel/recurrent/recurrent.h"
-#include "tests/support/conv_rows.h"
+#include "qrt_core/kernel/kernels.h"
 #include "tests/support/kernels.h"
 
 // A family is tested by the rows of its list. These tests hold lists, registry and tests together,
@@ -45,9 +42,9 @@ bool any_contains(const std::vector<std::string>& texts, const std::string& part
   });
 }
 
-// Whether a header lists its kernels in an array "..._rows" that some test walks.
+// Whether a header lists its kernels in a list "..._rows" that some test walks.
 bool has_walked_list(const std::string& header, const std::vector<std::string>& tests) {
-  static const std::string kSuffix = "_rows[]";
+  static const std::string kSuffix = "_rows = {";
   static const std::string kNameCharacters = "abcdefghijklmnopqrstuvwxyz0123456789_";
   for (size_t end = header.find(kSuffix); end != std::string::npos;
        end = header.find(kSuffix, end + 1)) {
@@ -77,17 +74,11 @@ TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
   }
 }
 
-TEST(KernelRows, AreAllRegistered) {
+TEST(KernelRows, AreTheRegisteredKernels) {
   std::multiset<std::string> names;
-  for (const auto* row : kernel::activation_rows) names.insert(row->name);
-  for (const auto* row : kernel::pass_through_rows) names.insert(row->name);
-  for (const ConvRow& row : all_convolution_rows()) names.insert(row.name);
-  for (const auto* row : kernel::recurrent_cell_rows) names.insert(row->name);
-  for (const auto* row : kernel::recurrent_sequence_rows) names.insert(row->name);
-  for (const std::string& name : names) {
-    EXPECT_NE(all_kernels().Create(name), nullptr) << name << " isn't registered";
-    EXPECT_EQ(names.count(name), 1u) << name << " has several rows";
-  }
+  kernel::for_each_row([&](const kernel::KernelRow& row) { names.insert(row.name); });
+  const std::vector<std::string> keys = all_kernels().Keys();
+  EXPECT_EQ(names, std::multiset<std::string>(keys.begin(), keys.end()));
 }
 
 std::vector<std::string> keys() {
@@ -118,6 +109,17 @@ TEST_P(AnyKernel, PreparesForNothing) {
   EXPECT_TRUE(outputs.empty());
 }
 
+// Checks, tools and whoever chooses kernels ask without making one.
+TEST_P(AnyKernel, NeedsWhatItsTableSays) {
+  const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel_.get());
+  ASSERT_NE(facts, nullptr);
+  EXPECT_EQ(facts->needs(), runtime::needs_of(GetParam()));
+  // One has the word in its name and no core.
+  const bool says_avx = GetParam().find("AVX") != std::string::npos;
+  const bool has_core = GetParam() != "FullConnection_AVX_C8HW8_Float_M1";
+  EXPECT_EQ(facts->needs() != runtime::InstructionSet::baseline, says_avx && has_core);
+}
+
 // Recurrent kernels carry a state from pass to pass, all others answer that they have none.
 TEST_P(AnyKernel, ResetsAStateIfItIsRecurrent) {
   bool recurrent = false;
@@ -129,6 +131,11 @@ TEST_P(AnyKernel, ResetsAStateIfItIsRecurrent) {
 
 INSTANTIATE_TEST_SUITE_P(Registered, AnyKernel, testing::ValuesIn(keys()),
                          [](const auto& test) { return test.param; });
+
+TEST(KernelKeys, ThatAreUnknownNeedNothing) {
+  EXPECT_EQ(runtime::needs_of(""), runtime::InstructionSet::baseline);
+  EXPECT_EQ(runtime::needs_of("OneOfTheApplication_AVX"), runtime::InstructionSet::baseline);
+}
 
 TEST(KernelKeys, CompareExactly) {
   EXPECT_EQ(all_kernels().Create("relu_Fallback_Float_M1"), nullptr);

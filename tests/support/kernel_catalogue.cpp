@@ -5,7 +5,6 @@
 
 #include "qrt_core/kernel/kernels.h"
 #include "tests/support/conv_acceptance.h"
-#include "tests/support/conv_rows.h"
 #include "tests/support/kernel_remarks.h"
 #include "tests/support/kernels.h"
 
@@ -84,11 +83,9 @@ KernelFacts facts_of(const kernel::ElementwiseRow& row) {
   return {accepts, "any", "any", "", portable_defines(row.name, kSameBits)};
 }
 
-#if QRT_WITH_AVX
 KernelFacts facts_of(const kernel::ChannelMultiplyRow& row) {
   return in_one_layout("any operator", row.layout, kSameBits);
 }
-#endif
 
 KernelFacts facts_of(const kernel::BroadcastRow&) {
   return {"all four operators", "any", "any", "", kDefines};
@@ -227,68 +224,25 @@ template <typename Geometry>
 KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
   using Params = typename Geometry::Params;
   return {accepted_in_words(std::function<bool(const Params&)>(row.accepts)),
-          layout_name(row.input.layout), layout_name(row.output.layout), "", kFreeOrder};
+          layout_name(row.input.layout), layout_name(row.output.layout), "",
+          portable_defines(row.name, kFreeOrder)};
 }
 
-#if QRT_WITH_SSE
 KernelFacts facts_of(const kernel::Int16ConvolutionRow&) {
   return in_one_layout(
       "1x1, stride 1, no dilation, no padding, channels in eights; both step sizes",
       LayoutType::C8HW8, "its own fixed-point definition, to the bit");
 }
-#endif
 
-KernelFacts facts_of(const ConvRow& row) {
-  return {row.accepts, layout_name(row.layout), layout_name(row.output_layout), "",
-          row.is_reference ? kDefines : kFreeOrder};
-}
-
-template <typename Rows>
-void add_rows(const Rows& rows, Table& table) {
-  for (const auto* row : rows) table[row->name] = facts_of(*row);
-}
-
-// The families, in the order of their folders.
 Table facts_of_rows() {
-  using namespace kernel;
   Table table;
-  add_rows(layout_transform_rows, table);
-  add_rows(reshape_rows, table);
-  add_rows(ranked_reshape_rows, table);
-  add_rows(permute_rows, table);
-  add_rows(unsqueeze_rows, table);
-  add_rows(channel_concatenate_rows, table);
-  add_rows(axis_concatenate_rows, table);
-  add_rows(slice_rows, table);
-  add_rows(expand_rows, table);
-  add_rows(placeholder_rows, table);
-  add_rows(pixel_shuffle_rows, table);
-  for (const ConvRow& row : all_convolution_rows()) table[row.name] = facts_of(row);
-#if QRT_WITH_SSE || QRT_WITH_AVX
-  add_rows(scatter_convolution_rows, table);
-#endif
-#if QRT_WITH_AVX
-  add_rows(fast_line_convolution_rows, table);
-#endif
-#if QRT_WITH_SSE
-  add_rows(int16_convolution_rows, table);
-#endif
-  add_rows(full_connection_rows, table);
-  add_rows(recurrent_cell_rows, table);
-  add_rows(recurrent_sequence_rows, table);
-  add_rows(pass_through_rows, table);
-  add_rows(activation_rows, table);
-  add_rows(elementwise_rows, table);
-  add_rows(broadcast_rows, table);
-#if QRT_WITH_AVX
-  add_rows(channel_multiply_rows, table);
-#endif
-  add_rows(reduction_rows, table);
-  add_rows(pooling_rows, table);
-  add_rows(adaptive_pooling_rows, table);
-  add_rows(upsampling_rows, table);
-  add_rows(softmax_rows, table);
-  add_rows(grid_sample_rows, table);
+  kernel::for_each_row([&](const auto& row) {
+    KernelFacts facts = facts_of(row);
+    if (row.needs != runtime::InstructionSet::baseline) {
+      facts.needs = runtime::PrintedName(row.needs);
+    }
+    table[row.name] = std::move(facts);
+  });
   return table;
 }
 
@@ -296,8 +250,8 @@ std::string family_of(const std::string& name) { return name.substr(0, name.find
 
 constexpr char kIntroduction[] = R"(# Kernel catalogue
 
-Every kernel that a full build registers: what of a description it accepts, its layouts, what sets it apart from
-its siblings, and how its results agree with the portable kernel for the same layer. `./dev catalogue` writes this
+Every kernel that a full build registers: what of a description it accepts, its layouts, the instructions it needs
+beside SSE2, what sets it apart from its siblings, and how its results agree with the portable kernel for the same layer. `./dev catalogue` writes this
 page from the kernels' rows; a test compares the two.
 
 | agreement | meaning |
@@ -342,12 +296,12 @@ std::string kernel_catalogue() {
   for (const auto& [name, facts] : table) {
     if (family_of(name) != family) {
       family = family_of(name);
-      text +=
-          "\n## " + family +
-          "\n\n| kernel | accepts | in | out | differs | agreement |\n|---|---|---|---|---|---|\n";
+      text += "\n## " + family +
+              "\n\n| kernel | accepts | in | out | needs | differs | agreement "
+              "|\n|---|---|---|---|---|---|---|\n";
     }
     text += "| `" + name + "` | " + facts.accepts + " | " + facts.input + " | " + facts.output +
-            " | " + facts.difference + " | " + facts.agreement + " |\n";
+            " | " + facts.needs + " | " + facts.difference + " | " + facts.agreement + " |\n";
   }
   return text + "\n" + std::to_string(table.size()) + " kernels.\n";
 }

@@ -12,6 +12,7 @@ struct KernelFacts {
   std::string output;      ///< layouts
   std::string difference;  ///< what sets it apart from its siblings; may be empty
   std::string agreement;   ///< its class of numerical agreement
+  std::string needs = {};  ///< instructions
 };
 
 /// The facts of every kernel that has a row, by name. They are read off the rows; what a row can't

@@ -4,7 +4,7 @@
 
 namespace qrt_tool {
 
-/// What this processor lacks for a kernel, "AVX" or "FMA"; empty if it can run it. The library
+/// What this processor lacks for a kernel, "AVX" or "FMA" say; empty if it can run it. The library
 /// itself never asks: a kernel that the processor can't run ends the program.
 std::string missing_instructions(const std::string& kernel);
 

@@ -50,14 +50,14 @@ int Activation::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float(tensors));
 }
 
-int Activation::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Activation::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   runtime::TensorCPU& input = float_input(row_.name, inputs);
   const float* from = static_cast<const float*>(input.RawPointer());
   float* to = static_cast<float*>(input.RawPointer());
   if (row_.output == ActivationOutput::input_tensor) {
     outputs = inputs;
   } else {
-    auto output = device_of(row_.name, context).CreateTensor(input.shape, nullptr);
+    auto output = pass.create(input.shape);
     to = static_cast<float*>(output->RawPointer());
     outputs.clear();
     outputs.push_back(std::move(output));

@@ -2,7 +2,6 @@
 
 #include "qrt_core/kernel/basic/activation_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that apply one function to every element of a FLOAT32 tensor of any layout.
 
@@ -55,6 +54,7 @@ struct ActivationRow : KernelRow {
   constexpr ActivationRow in_place() const {
     ActivationRow row = *this;
     row.output = ActivationOutput::input_tensor;
+    row.input_use = runtime::InputUse::overwrites;
     return row;
   }
 
@@ -77,7 +77,7 @@ class Activation : public KernelFamily {
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const ActivationRow& row_;
@@ -133,28 +133,23 @@ using Reads = ActivationParameters;
   KERNEL(HSigmoid_Inplace_SSE_Float_M1, blocks_of(16, hsigmoid_sse, hsigmoid_scalar).in_place())
 
 #define QRT_ACTIVATION_KERNELS_AVX(KERNEL)                                                         \
-  KERNEL(ReLU_AVX_Float_M1,    blocks_of(4, relu_avx, relu_scalar))                                \
-  KERNEL(ReLU6_AVX_Float_M1,   blocks_of(8, relu6_avx, relu6_scalar))                              \
-  KERNEL(HSwish_AVX_Float_M1,  blocks_of(8, hswish_avx, hswish_scalar))                            \
-  KERNEL(Sigmoid_AVX_Float_M1, blocks_of(8, sigmoid_polynomial_avx, sigmoid_scalar))               \
-  KERNEL(Leaky_AVX_Float_M1,   blocks_of(4, leaky_avx, leaky_scalar).reading(Reads::alpha))        \
+  KERNEL(ReLU_AVX_Float_M1,    on_avx(blocks_of(4, relu_avx, relu_scalar)))                                \
+  KERNEL(ReLU6_AVX_Float_M1,   on_avx(blocks_of(8, relu6_avx, relu6_scalar)))                              \
+  KERNEL(HSwish_AVX_Float_M1,  on_avx(blocks_of(8, hswish_avx, hswish_scalar)))                            \
+  KERNEL(Sigmoid_AVX_Float_M1, on_avx(blocks_of(8, sigmoid_polynomial_avx, sigmoid_scalar)))               \
+  KERNEL(Leaky_AVX_Float_M1,   on_avx(blocks_of(4, leaky_avx, leaky_scalar).reading(Reads::alpha)))        \
   KERNEL(PReLU_AVX_Float_M1,                                                                       \
-         blocks_of(8, leaky_avx, leaky_scalar).reading(Reads::slope).in_place())
+         on_avx(blocks_of(8, leaky_avx, leaky_scalar).reading(Reads::slope).in_place()))
 // clang-format on
 
 QRT_ACTIVATION_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_ACTIVATION_KERNELS_SSE(QRT_KERNEL)
-QRT_ACTIVATION_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_ACTIVATION_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_ACTIVATION_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const ActivationRow* activation_rows[] = {
+inline constexpr std::initializer_list<const ActivationRow*> activation_rows = {
     QRT_ACTIVATION_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-        QRT_ACTIVATION_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-            QRT_ACTIVATION_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+        QRT_IF_SSE(QRT_ACTIVATION_KERNELS_SSE(QRT_KERNEL_ROW))
+            QRT_IF_AVX(QRT_ACTIVATION_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -70,10 +70,9 @@ int AdaptivePooling::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float(tensors) && tensors[0]->shape.layout == LayoutType::CHW);
 }
 
-int AdaptivePooling::Forward(const Tensors& inputs, Tensors& outputs,
-                             const Context& context) const {
+int AdaptivePooling::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const TensorCPU& input = float_input(row_.name, inputs);
-  auto result = context.cpu->CreateTensor(InferOutputShapes({input.shape})[0], nullptr);
+  auto result = pass.create(InferOutputShapes({input.shape})[0]);
   const std::vector<uint32_t>& dims = input.shape.dims;
   const Windows rows(dims[1], height_);
   const Windows columns(dims[2], width_);

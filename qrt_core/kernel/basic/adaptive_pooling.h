@@ -27,7 +27,7 @@ class AdaptivePooling : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const AdaptivePoolingRow& row_;
@@ -40,7 +40,7 @@ class AdaptivePooling : public KernelFamily {
 
 QRT_ADAPTIVE_POOLING_KERNELS(QRT_KERNEL)
 
-inline constexpr const AdaptivePoolingRow* adaptive_pooling_rows[] = {
+inline constexpr std::initializer_list<const AdaptivePoolingRow*> adaptive_pooling_rows = {
     QRT_ADAPTIVE_POOLING_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

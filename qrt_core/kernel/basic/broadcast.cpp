@@ -119,11 +119,11 @@ int Broadcast::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float(tensors));
 }
 
-int Broadcast::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Broadcast::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(inputs.size() == 2 && is_float(inputs[0]) && is_float(inputs[1]),
          "%s: the inputs must be two FLOAT32 tensors", row_.name);
   const TensorShape shape = InferOutputShapes({inputs[0]->shape, inputs[1]->shape})[0];
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+  auto output = pass.create(shape);
   const Dims a_dims = extended(inputs[0]->shape.dims, shape.dims.size());
   const Dims b_dims = extended(inputs[1]->shape.dims, shape.dims.size());
   // A size of 0 broadcasts to one of 1, and then there is nothing to read.

@@ -30,6 +30,8 @@ struct BroadcastRow : KernelRow {
 /// Combines tensors whose dims, aligned at the last, are equal or 1. Any ranks and layouts.
 class Broadcast : public KernelFamily {
  public:
+  static constexpr size_t kLeastInputs = 2;
+
   explicit Broadcast(const BroadcastRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
@@ -38,7 +40,7 @@ class Broadcast : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   /// @throws std::bad_function_call for an "op_type" that isn't in the table
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const BroadcastRow& row_;
@@ -49,6 +51,7 @@ class Broadcast : public KernelFamily {
 
 QRT_BROADCAST_KERNELS(QRT_KERNEL)
 
-inline constexpr const BroadcastRow* broadcast_rows[] = {QRT_BROADCAST_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const BroadcastRow*> broadcast_rows = {
+    QRT_BROADCAST_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

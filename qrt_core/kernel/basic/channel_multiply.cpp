@@ -59,15 +59,13 @@ int ChannelMultiply::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float_of(tensors, row_.layout));
 }
 
-int ChannelMultiply::Forward(const Tensors& inputs, Tensors& outputs,
-                             const Context& context) const {
+int ChannelMultiply::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(CheckInputs(inputs) == runtime::KERNEL_OK && inputs[0]->shape.dims[3] == row_.block,
          "%s: the inputs must be a map and a vector of blocks of %u", row_.name, row_.block);
   const bool vector_first = inputs[0]->shape.dims[1] == 1;
   const auto& vector = static_cast<const TensorCPU&>(*inputs[vector_first ? 0 : 1]);
   const auto& map = static_cast<const TensorCPU&>(*inputs[vector_first ? 1 : 0]);
-  auto output = context.cpu->CreateTensor(
-      InferOutputShapes({inputs[0]->shape, inputs[1]->shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({inputs[0]->shape, inputs[1]->shape})[0]);
   const std::vector<uint32_t>& dims = output->shape.dims;
   const size_t blocks = dims[0];
   const size_t pixels = size_t{dims[1]} * dims[2];

@@ -2,7 +2,6 @@
 
 #include "qrt_core/kernel/basic/channel_multiply_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that multiply a blocked feature map by a vector of its channels.
 
@@ -26,13 +25,15 @@ struct ChannelMultiplyRow : KernelRow {
 /// `Forward` multiplies all the same. Both are meant.
 class ChannelMultiply : public KernelFamily {
  public:
+  static constexpr size_t kLeastInputs = 2;
+
   explicit ChannelMultiply(const ChannelMultiplyRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   bool is_blocked(const std::shared_ptr<runtime::Tensor>& tensor) const;
@@ -52,17 +53,15 @@ constexpr ChannelMultiplyRow channel_multiply_of(runtime::LayoutType layout, uin
 // clang-format off
 #define QRT_CHANNEL_MULTIPLY_KERNELS_AVX(KERNEL)                                                   \
   KERNEL(BroadcastOperator_C4114_Mul_C4HW4_AVX_Float_M1,                                           \
-         channel_multiply_of(runtime::LayoutType::C4HW4, 4, channel_multiply::multiply_c4_avx))    \
+         on_avx(channel_multiply_of(runtime::LayoutType::C4HW4, 4, channel_multiply::multiply_c4_avx)))    \
   KERNEL(BroadcastOperator_C8118_Mul_C8HW8_AVX_Float_M1,                                           \
-         channel_multiply_of(runtime::LayoutType::C8HW8, 8, channel_multiply::multiply_c8_avx))
+         on_avx(channel_multiply_of(runtime::LayoutType::C8HW8, 8, channel_multiply::multiply_c8_avx)))
 // clang-format on
 
-QRT_CHANNEL_MULTIPLY_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_AVX(QRT_CHANNEL_MULTIPLY_KERNELS_AVX(QRT_KERNEL))
 
-#if QRT_WITH_AVX
 /// The rows of the kernels that this build contains.
-inline constexpr const ChannelMultiplyRow* channel_multiply_rows[] = {
-    QRT_CHANNEL_MULTIPLY_KERNELS_AVX(QRT_KERNEL_ROW)};
-#endif
+inline constexpr std::initializer_list<const ChannelMultiplyRow*> channel_multiply_rows = {
+    QRT_IF_AVX(QRT_CHANNEL_MULTIPLY_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -70,7 +70,7 @@ int Elementwise::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(right_number && is_float_in_main_memory(tensors[0]));
 }
 
-int Elementwise::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Elementwise::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(inputs.size() == 2 && is_float_in_main_memory(inputs[0]) &&
              is_float_in_main_memory(inputs[1]),
          "%s: the inputs must be two FLOAT32 tensors in main memory", row_.name);
@@ -78,7 +78,7 @@ int Elementwise::Forward(const Tensors& inputs, Tensors& outputs, const Context&
   Assert(ElementCount(inputs[1]->shape) >= count,
          "%s: the second input has %u elements and the first %zu", row_.name,
          ElementCount(inputs[1]->shape), count);
-  auto output = context.cpu->CreateTensor(inputs[0]->shape, nullptr);
+  auto output = pass.create(inputs[0]->shape);
   const auto* a = static_cast<const float*>(static_cast<TensorCPU&>(*inputs[0]).RawPointer());
   const auto* b = static_cast<const float*>(static_cast<TensorCPU&>(*inputs[1]).RawPointer());
   auto* result = static_cast<float*>(output->RawPointer());

@@ -2,7 +2,6 @@
 
 #include "qrt_core/kernel/basic/elementwise_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that combine two FLOAT32 tensors of any layout, element by element.
 
@@ -50,6 +49,8 @@ struct ElementwiseRow : KernelRow {
 /// vector of outputs.
 class Elementwise : public KernelFamily {
  public:
+  static constexpr size_t kLeastInputs = 2;
+
   explicit Elementwise(const ElementwiseRow& row) : row_(row), scalar_(row.scalar) {}
 
   /// @throws std::runtime_error for an "op_type" without a word, where the kernel accepts one only
@@ -59,7 +60,7 @@ class Elementwise : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const ElementwiseRow& row_;
@@ -101,29 +102,24 @@ using namespace elementwise;
   KERNEL(Elementwise_Min_SSE_Float_M1, elementwise_blocks("Min", 4, minimum_sse, minimum_scalar))
 
 #define QRT_ELEMENTWISE_KERNELS_AVX(KERNEL)                                                        \
-  KERNEL(Elementwise_Add_AVX_Float_M1, elementwise_blocks("Add", 8, add_avx, add_scalar)           \
-                                           .checking(ElementwiseOutput::at_least_one_tensor))      \
-  KERNEL(Elementwise_Sub_AVX_Float_M1, elementwise_blocks("Sub", 8, subtract_avx, subtract_scalar)) \
-  KERNEL(Elementwise_Mul_AVX_Float_M1, elementwise_blocks("Mul", 8, multiply_avx, multiply_scalar)) \
-  KERNEL(Elementwise_Div_AVX_Float_M1, elementwise_blocks("Div", 8, divide_avx, divide_scalar))    \
-  KERNEL(Elementwise_Max_AVX_Float_M1, elementwise_blocks("Max", 8, maximum_avx, maximum_scalar)   \
-                                           .checking(ElementwiseOutput::as_inputs))                \
-  KERNEL(Elementwise_Min_AVX_Float_M1, elementwise_blocks("Min", 8, minimum_avx, minimum_scalar))
+  KERNEL(Elementwise_Add_AVX_Float_M1, on_avx(elementwise_blocks("Add", 8, add_avx, add_scalar)           \
+                                           .checking(ElementwiseOutput::at_least_one_tensor)))      \
+  KERNEL(Elementwise_Sub_AVX_Float_M1, on_avx(elementwise_blocks("Sub", 8, subtract_avx, subtract_scalar))) \
+  KERNEL(Elementwise_Mul_AVX_Float_M1, on_avx(elementwise_blocks("Mul", 8, multiply_avx, multiply_scalar))) \
+  KERNEL(Elementwise_Div_AVX_Float_M1, on_avx(elementwise_blocks("Div", 8, divide_avx, divide_scalar)))    \
+  KERNEL(Elementwise_Max_AVX_Float_M1, on_avx(elementwise_blocks("Max", 8, maximum_avx, maximum_scalar)   \
+                                           .checking(ElementwiseOutput::as_inputs)))                \
+  KERNEL(Elementwise_Min_AVX_Float_M1, on_avx(elementwise_blocks("Min", 8, minimum_avx, minimum_scalar)))
 // clang-format on
 
 QRT_ELEMENTWISE_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_ELEMENTWISE_KERNELS_SSE(QRT_KERNEL)
-QRT_ELEMENTWISE_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_ELEMENTWISE_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_ELEMENTWISE_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const ElementwiseRow* elementwise_rows[] = {
+inline constexpr std::initializer_list<const ElementwiseRow*> elementwise_rows = {
     QRT_ELEMENTWISE_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-        QRT_ELEMENTWISE_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-            QRT_ELEMENTWISE_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+        QRT_IF_SSE(QRT_ELEMENTWISE_KERNELS_SSE(QRT_KERNEL_ROW))
+            QRT_IF_AVX(QRT_ELEMENTWISE_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -126,9 +126,8 @@ int GridSample::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float_of(tensors, LayoutType::CHW));
 }
 
-int GridSample::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  const bool two = inputs.size() == 2 && inputs[0] != nullptr && inputs[1] != nullptr;
-  Assert(two, "%s: the inputs must be a picture and a grid", row_.name);
+int GridSample::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
+  Assert(inputs.size() == 2, "%s: the inputs must be a picture and a grid", row_.name);
   const TensorCPU& picture = float_input(row_.name, {inputs[0]});
   const TensorCPU& grid = float_input(row_.name, {inputs[1]});
   const TensorShape shape = InferOutputShapes({picture.shape, grid.shape})[0];
@@ -139,7 +138,7 @@ int GridSample::Forward(const Tensors& inputs, Tensors& outputs, const Context& 
   Assert(!empty || runtime::ElementCount(shape) == 0, "%s: the picture is empty", row_.name);
   Assert(mode_ == kNearest || mode_ == kBilinear, nullptr);
 
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+  auto output = pass.create(shape);
   Plane plane{static_cast<const float*>(picture.RawPointer()), dims[1], dims[2],
               padding_mode_ == kBorder};
   const bool by_nearest = mode_ == kNearest;

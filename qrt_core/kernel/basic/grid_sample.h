@@ -18,6 +18,8 @@ struct GridSampleRow : KernelRow {
 /// -1 to 1, into [C, H_out, W_out]. Nearest and bilinear; outside the picture is 0 or its border.
 class GridSample : public KernelFamily {
  public:
+  static constexpr size_t kLeastInputs = 2;
+
   explicit GridSample(const GridSampleRow& row) : row_(row) {}
 
   /// @throws std::runtime_error for a mode or padding mode that has no word
@@ -31,7 +33,7 @@ class GridSample : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const;
 
   /// @throws std::runtime_error for tensors that aren't a picture and a grid
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const GridSampleRow& row_;
@@ -44,7 +46,7 @@ class GridSample : public KernelFamily {
 
 QRT_GRID_SAMPLE_KERNELS(QRT_KERNEL)
 
-inline constexpr const GridSampleRow* grid_sample_rows[] = {
+inline constexpr std::initializer_list<const GridSampleRow*> grid_sample_rows = {
     QRT_GRID_SAMPLE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

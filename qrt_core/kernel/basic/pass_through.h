@@ -13,18 +13,21 @@ class PassThrough;
 struct PassThroughRow : KernelRow {
   using Family = PassThrough;
 
-  bool (*acceptable)(const runtime::IKernel::Tensors&);  ///< what the tensor checks demand
+  bool (*acceptable)(const runtime::IKernel::Tensors&) =
+      nullptr;  ///< what the tensor checks demand
 };
 
 /// See `PassThroughRow`.
 class PassThrough : public KernelFamily {
  public:
+  static constexpr bool kTakesAnyInputs = true;
+
   explicit PassThrough(const PassThroughRow& row) : row_(row) {}
 
   int CheckInputs(const Tensors& tensors) const { return tensor_verdict(row_.acceptable(tensors)); }
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
 
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context&) const {
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass&) const {
     outputs = inputs;
     return runtime::KERNEL_OK;
   }
@@ -38,7 +41,11 @@ inline bool is_one_tensor(const runtime::IKernel::Tensors& tensors) { return ten
 
 /// A row whose kernel accepts any layer description.
 constexpr PassThroughRow pass_through(bool (*acceptable)(const runtime::IKernel::Tensors&)) {
-  return {{nullptr, ConfigTest::inverted}, acceptable};
+  PassThroughRow row;
+  row.config_test = ConfigTest::inverted;
+  row.input_use = runtime::InputUse::passes_on;
+  row.acceptable = acceptable;
+  return row;
 }
 
 // Input_Fallback_M1 is the kernel of input layers, Straight_Through_Fallback_M1 a layer without
@@ -49,7 +56,7 @@ constexpr PassThroughRow pass_through(bool (*acceptable)(const runtime::IKernel:
 
 QRT_PASS_THROUGH_KERNELS(QRT_KERNEL)
 
-inline constexpr const PassThroughRow* pass_through_rows[] = {
+inline constexpr std::initializer_list<const PassThroughRow*> pass_through_rows = {
     QRT_PASS_THROUGH_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -187,7 +187,7 @@ PoolingTask Pooling::task_for(const TensorShape& input, const TensorShape& outpu
 
 // The planes that the core reads; turns the task to them.
 std::shared_ptr<TensorCPU> Pooling::padded_input(const TensorPointer& input, PoolingTask& task,
-                                                 const Context& context) const {
+                                                 const Pass& pass) const {
   const bool as_it_is = !has_margin() || row_.margin == PoolingMargin::implied;
   if (as_it_is && !task.runs_on) return input;
   const auto pad = row_.layout == LayoutType::CHW     ? Padding_HW_MainMemory_CHW_Float_Fallback_M1
@@ -196,20 +196,20 @@ std::shared_ptr<TensorCPU> Pooling::padded_input(const TensorPointer& input, Poo
   const auto count = [](int32_t padding) { return static_cast<uint32_t>(padding); };
   auto padded =
       pad(input, count(params_.padding_l), count(params_.padding_r), count(params_.padding_t),
-          count(params_.padding_b), row_.margin_value, context.cpu);
+          count(params_.padding_b), row_.margin_value, pass.shared_device());
   task.top = 0;
   task.left = 0;
   task.height = padded->shape.dims[1];
   task.width = padded->shape.dims[2];
-  if (task.runs_on) return with_slack(*padded, task, row_.block, *context.cpu);
+  if (task.runs_on) return with_slack(*padded, task, row_.block, pass.device());
   return padded;
 }
 
-int Pooling::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Pooling::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const auto input = checked_input(inputs);
-  auto output = context.cpu->CreateTensor(InferOutputShapes({input->shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({input->shape})[0]);
   PoolingTask task = task_for(input->shape, output->shape);
-  const auto planes = padded_input(input, task, context);
+  const auto planes = padded_input(input, task, pass);
   task.input = static_cast<const float*>(planes->RawPointer());
   task.output = static_cast<float*>(output->RawPointer());
   row_.core(task);

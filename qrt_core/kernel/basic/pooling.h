@@ -5,7 +5,6 @@
 
 #include "qrt_core/kernel/basic/pooling_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Average and maximum pooling of FLOAT32 planes.
 
@@ -52,7 +51,7 @@ class Pooling : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
@@ -61,8 +60,7 @@ class Pooling : public KernelFamily {
   TensorPointer checked_input(const Tensors& inputs) const;
   bool has_margin() const;
   PoolingTask task_for(const runtime::TensorShape& input, const runtime::TensorShape& output) const;
-  TensorPointer padded_input(const TensorPointer& input, PoolingTask& task,
-                             const Context& context) const;
+  TensorPointer padded_input(const TensorPointer& input, PoolingTask& task, const Pass& pass) const;
 
   const PoolingRow& row_;
   PoolingParams params_;
@@ -103,7 +101,7 @@ constexpr PoolingRow pooling_c4(PoolingKind kind, uint32_t kernel, uint32_t stri
 
 constexpr PoolingRow pooling_c8(PoolingKind kind, uint32_t kernel, uint32_t stride,
                                 pooling::Core core) {
-  return pooling_blocked(runtime::LayoutType::C8HW8, 8, kind, kernel, stride, core);
+  return on_avx(pooling_blocked(runtime::LayoutType::C8HW8, 8, kind, kernel, stride, core));
 }
 
 namespace rows {
@@ -154,17 +152,12 @@ constexpr float kLowestFloat = std::numeric_limits<float>::lowest();
 // clang-format on
 
 QRT_POOLING_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_POOLING_KERNELS_SSE(QRT_KERNEL)
-QRT_POOLING_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_POOLING_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_POOLING_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const PoolingRow* pooling_rows[] = {QRT_POOLING_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-                                                         QRT_POOLING_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-                                                             QRT_POOLING_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+inline constexpr std::initializer_list<const PoolingRow*> pooling_rows = {
+    QRT_POOLING_KERNELS_PORTABLE(QRT_KERNEL_ROW) QRT_IF_SSE(QRT_POOLING_KERNELS_SSE(QRT_KERNEL_ROW))
+        QRT_IF_AVX(QRT_POOLING_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

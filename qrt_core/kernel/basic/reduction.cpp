@@ -144,16 +144,15 @@ int Reduction::CheckInputs(const Tensors& tensors) const {
                          tensors[0]->shape.data_type == DataType::INT16));
 }
 
-int Reduction::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  Assert(!inputs.empty() && inputs[0] != nullptr, "%s: there is no input", row_.name);
+int Reduction::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const TensorShape& shape = inputs[0]->shape;
-  auto output = context.cpu->CreateTensor(InferOutputShapes({shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({shape})[0]);
   Assert(shape.data_type == DataType::FLOAT32, nullptr);
   Assert(operation_ != Operation::none, nullptr);
   const std::vector<size_t> axes = sorted_axes(row_.name, axes_, shape.dims);
   const auto* source = static_cast<const float*>(static_cast<TensorCPU&>(*inputs[0]).RawPointer());
   auto* result = static_cast<float*>(output->RawPointer());
-  add_axes(source, shape.dims, axes, result, *context.cpu);
+  add_axes(source, shape.dims, axes, result, pass.device());
   if (operation_ == Operation::mean) {
     uint32_t terms = 1;
     for (const size_t axis : axes) terms *= shape.dims[axis];

@@ -34,7 +34,7 @@ class Reduction : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
   /// @throws std::runtime_error for an INT16 tensor, which the checks accept, and for a list that
   ///   names an axis twice, one that isn't there, or one of size 0
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   enum class Operation { none, sum, mean };
@@ -50,6 +50,7 @@ constexpr ReductionRow reduction() { return {{nullptr, ConfigTest::ignored}}; }
 
 QRT_REDUCTION_KERNELS(QRT_KERNEL)
 
-inline constexpr const ReductionRow* reduction_rows[] = {QRT_REDUCTION_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const ReductionRow*> reduction_rows = {
+    QRT_REDUCTION_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

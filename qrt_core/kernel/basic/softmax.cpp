@@ -40,7 +40,7 @@ int Softmax::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(fits);
 }
 
-int Softmax::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Softmax::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const runtime::TensorCPU& input = float_input(row_.name, inputs);
   const std::vector<uint32_t>& dims = input.shape.dims;
   Assert(dim_ >= 1 && dim_ <= dims.size(), "%s: dim %u is no axis of an input of %zu dims",
@@ -51,7 +51,7 @@ int Softmax::Forward(const Tensors& inputs, Tensors& outputs, const Context& con
   size_t inner = 1;
   for (size_t k = axis + 1; k < dims.size(); ++k) inner *= dims[k];
 
-  auto output = context.cpu->CreateTensor(input.shape, nullptr);
+  auto output = pass.create(input.shape);
   const auto* in = static_cast<const float*>(input.RawPointer());
   auto* out = static_cast<float*>(output->RawPointer());
   for (size_t o = 0; o < outer; ++o) {

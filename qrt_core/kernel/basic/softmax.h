@@ -27,7 +27,7 @@ class Softmax : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
 
   /// @throws std::runtime_error for an axis that the input doesn't have
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const SoftmaxRow& row_;
@@ -38,6 +38,7 @@ class Softmax : public KernelFamily {
 
 QRT_SOFTMAX_KERNELS(QRT_KERNEL)
 
-inline constexpr const SoftmaxRow* softmax_rows[] = {QRT_SOFTMAX_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const SoftmaxRow*> softmax_rows = {
+    QRT_SOFTMAX_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -144,11 +144,11 @@ int Upsampling::CheckInputs(const Tensors& tensors) const {
 // One pass by the given factors, into a new tensor. Tables and the two blended rows are one tensor
 // of the pool.
 Upsampling::TensorPointer Upsampling::sample(const TensorCPU& input, float factor_y, float factor_x,
-                                             const Context& context) const {
+                                             const Pass& pass) const {
   TensorShape shape = input.shape;
   shape.dims[1] = output_size(shape.dims[1], factor_y);
   shape.dims[2] = output_size(shape.dims[2], factor_x);
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+  auto output = pass.create(shape);
   if (runtime::ElementCount(shape) == 0) return output;
 
   const Axis y{input.shape.dims[1], shape.dims[1], factor_y};
@@ -158,10 +158,8 @@ Upsampling::TensorPointer Upsampling::sample(const TensorCPU& input, float facto
   const uint64_t floats = (static_cast<uint64_t>(y.out) + x.out) * kTapsFloats +
                           2 * static_cast<uint64_t>(x.out) * row_.block;
   Assert(floats <= std::numeric_limits<uint32_t>::max(), "%s: the output is too large", row_.name);
-  const auto scratch = context.cpu->CreateTensor(
-      TensorShape({static_cast<uint32_t>(floats)}, runtime::DataType::FLOAT32,
-                  runtime::LayoutType::FLEXIABLE),
-      nullptr);
+  const auto scratch = pass.create(TensorShape(
+      {static_cast<uint32_t>(floats)}, runtime::DataType::FLOAT32, runtime::LayoutType::FLEXIABLE));
   auto* rows = static_cast<Taps*>(scratch->RawPointer());
   Taps* columns = rows + y.out;
   const auto taps_of = [this](const Axis& axis, bool is_row, uint32_t i) {
@@ -186,7 +184,7 @@ Upsampling::TensorPointer Upsampling::sample(const TensorCPU& input, float facto
   return output;
 }
 
-int Upsampling::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Upsampling::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const TensorCPU& input = float_input(row_.name, inputs);
   const std::vector<uint32_t>& size = input.shape.dims;
   Assert(size.size() == dims() && (row_.block == 1 || size[3] == row_.block),
@@ -200,8 +198,8 @@ int Upsampling::Forward(const Tensors& inputs, Tensors& outputs, const Context& 
   }
   const bool twice =
       row_.method == UpsamplingMethod::doubling && factor_y_ == 4.0f && factor_x_ == 4.0f;
-  outputs.push_back(twice ? sample(*sample(input, 2.0f, 2.0f, context), 2.0f, 2.0f, context)
-                          : sample(input, factor_y_, factor_x_, context));
+  outputs.push_back(twice ? sample(*sample(input, 2.0f, 2.0f, pass), 2.0f, 2.0f, pass)
+                          : sample(input, factor_y_, factor_x_, pass));
   return runtime::KERNEL_OK;
 }
 

@@ -4,7 +4,6 @@
 
 #include "qrt_core/kernel/basic/upsampling_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that scale the rows and columns of a FLOAT32 tensor.
 
@@ -79,7 +78,7 @@ class Upsampling : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
@@ -87,7 +86,7 @@ class Upsampling : public KernelFamily {
   size_t dims() const { return row_.block == 1 ? 3 : 4; }
   uint32_t output_size(uint32_t size, float factor) const;
   TensorPointer sample(const runtime::TensorCPU& input, float factor_y, float factor_x,
-                       const Context& context) const;
+                       const Pass& pass) const;
 
   const UpsamplingRow& row_;
   float factor_y_ = 1.0f;
@@ -138,9 +137,9 @@ inline constexpr UpsamplingRow chw_sse =
 inline constexpr UpsamplingRow c4_sse =
     bilinear_upsampling(runtime::LayoutType::C4HW4, 4, bilinear_c4_sse);
 inline constexpr UpsamplingRow chw_avx =
-    bilinear_upsampling(runtime::LayoutType::CHW, 1, bilinear_chw_avx);
+    on_avx(bilinear_upsampling(runtime::LayoutType::CHW, 1, bilinear_chw_avx));
 inline constexpr UpsamplingRow c8_avx =
-    bilinear_upsampling(runtime::LayoutType::C8HW8, 8, bilinear_c8_avx);
+    on_avx(bilinear_upsampling(runtime::LayoutType::C8HW8, 8, bilinear_c8_avx));
 }  // namespace rows
 
 // The CHW forms of the methods 1 and 2 sample the planes as they are; that their channels must be
@@ -165,25 +164,20 @@ inline constexpr UpsamplingRow c8_avx =
   KERNEL(Upsampling2D_Bilinear_AVX_C8HW8_Float_M2, c8_avx.by(Method::doubling))                           \
   KERNEL(Upsampling2D_Bilinear_AVX_C8HW8_Float_M3, c8_avx.by(Method::by_sizes))                           \
   KERNEL(Upsampling2D_Nearest_AVX_C8HW8_Float_M1,                                                         \
-         nearest_upsampling(runtime::LayoutType::C8HW8, 8, nearest_c8_avx))                               \
+         on_avx(nearest_upsampling(runtime::LayoutType::C8HW8, 8, nearest_c8_avx)))                               \
   KERNEL(Upsampling2D_Bilinear_AVX_CHW_Float_M1,   chw_avx.for_multiples_of(8))                           \
   KERNEL(Upsampling2D_Bilinear_AVX_CHW_Float_M2,   chw_avx.for_multiples_of(8).by(Method::doubling))      \
   KERNEL(Upsampling2D_Bilinear_AVX_CHW_Float_M3,   chw_avx.by(Method::by_sizes))
 // clang-format on
 
 QRT_UPSAMPLING_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_UPSAMPLING_KERNELS_SSE(QRT_KERNEL)
-QRT_UPSAMPLING_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_UPSAMPLING_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_UPSAMPLING_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const UpsamplingRow* upsampling_rows[] = {
+inline constexpr std::initializer_list<const UpsamplingRow*> upsampling_rows = {
     QRT_UPSAMPLING_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-        QRT_UPSAMPLING_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-            QRT_UPSAMPLING_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+        QRT_IF_SSE(QRT_UPSAMPLING_KERNELS_SSE(QRT_KERNEL_ROW))
+            QRT_IF_AVX(QRT_UPSAMPLING_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -105,7 +105,7 @@ int Convolution<Geometry>::CheckOutputs(const Tensors& tensors) const {
 // The tensor that the core reads. What would send the core beyond it is refused here.
 template <typename Geometry>
 std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& inputs,
-                                                                 const Context& context) const {
+                                                                 const Pass& pass) const {
   TensorCPU& input = float_input(row_.name, inputs);
   const std::vector<uint32_t>& dims = input.shape.dims;
   Assert(weight_ != nullptr, "%s: not configured", row_.name);
@@ -124,17 +124,16 @@ std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& 
                         input.shape.layout == layout;
   Assert(readable, "%s: the input must be FLOAT32 of layout %u in main memory", row_.name,
          static_cast<uint32_t>(layout));
-  device_of(row_.name, context);
   auto tensor = std::static_pointer_cast<TensorCPU>(inputs[0]);
-  if (row_.pad != nullptr) tensor = row_.pad(tensor, params_, context.cpu);
+  if (row_.pad != nullptr) tensor = row_.pad(tensor, params_, pass.shared_device());
   Assert(tensor != nullptr, "%s: the input can't be padded", row_.name);
   return tensor;
 }
 
 template <typename Geometry>
 std::shared_ptr<TensorCPU> Convolution<Geometry>::initial_output(const TensorShape& shape,
-                                                                 const Context& context) const {
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+                                                                 const Pass& pass) const {
+  auto output = pass.create(shape);
   const uint32_t block = BlockSize(row_.output.layout);
   uint32_t computed = params_.groups == 1 ? params_.out_channels : 0;
   if (row_.is_depthwise) computed = params_.groups;
@@ -162,31 +161,31 @@ ConvTask Convolution<Geometry>::task_of(const TensorCPU& input, TensorCPU& outpu
 
 template <typename Geometry>
 int Convolution<Geometry>::Forward(const Tensors& inputs, Tensors& outputs,
-                                   const Context& context) const {
-  const auto input = prepared_input(inputs, context);
+                                   const Pass& pass) const {
+  const auto input = prepared_input(inputs, pass);
   TensorShape shape = output_shape(inputs[0]->shape);
   Geometry::enlarge(params_, shape.dims);
-  auto output = initial_output(shape, context);
+  auto output = initial_output(shape, pass);
   // A transposed output may have no columns and billions of rows.
   if (runtime::ElementCount(output->shape) != 0) {
     const ConvTask task = task_of(*input, *output);
     if (row_.method != nullptr) {
-      row_.method(task, *context.cpu);
+      row_.method(task, pass.device());
     } else {
       row_.core(task);
     }
   }
-  output = cropped(std::move(output), context);
+  output = cropped(std::move(output), pass);
   outputs.push_back(std::move(output));
   return runtime::KERNEL_OK;
 }
 
 template <typename Geometry>
 std::shared_ptr<TensorCPU> Convolution<Geometry>::cropped(TensorPointer result,
-                                                          const Context& context) const {
+                                                          const Pass& pass) const {
   if constexpr (std::is_same_v<Geometry, ScatterGeometry>) {
     result = row_.crop(result, params_.padding_l, params_.padding_r, params_.padding_t,
-                       params_.padding_b, context.cpu);
+                       params_.padding_b, pass.shared_device());
     Assert(result != nullptr, "%s: %s", row_.name, Geometry::kMisfit);
   }
   return result;

@@ -75,16 +75,16 @@ class Convolution : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
 
   runtime::TensorShape output_shape(const runtime::TensorShape& input) const;
-  TensorPointer prepared_input(const Tensors& inputs, const Context& context) const;
-  TensorPointer initial_output(const runtime::TensorShape& shape, const Context& context) const;
+  TensorPointer prepared_input(const Tensors& inputs, const Pass& pass) const;
+  TensorPointer initial_output(const runtime::TensorShape& shape, const Pass& pass) const;
   ConvTask task_of(const runtime::TensorCPU& input, runtime::TensorCPU& output) const;
-  TensorPointer cropped(TensorPointer result, const Context& context) const;
+  TensorPointer cropped(TensorPointer result, const Pass& pass) const;
 
   const Row& row_;
   Params params_;

@@ -62,7 +62,6 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_blocks(bool (*accepts)(const C
 }
 
 // clang-format off
-#if QRT_WITH_SSE
 
 constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(bool (*accepts)(const Conv2dParams&),
                                                              conv::Core core) {
@@ -78,10 +77,6 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(bool (*accepts)(con
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1,                                         \
          depthwise_chw_on_sse(accepts_depthwise_planes<3, 2>, conv::depthwise_3x3_stride2_chw_sse))
 
-#endif
-
-#if QRT_WITH_SSE || QRT_WITH_AVX
-
 constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2dParams&),
                                                      conv::Method method) {
   auto row = depthwise_blocks(accepts, runtime::LayoutType::C4HW4, method);
@@ -90,10 +85,6 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2
   return row;
 }
 
-#endif
-
-#if QRT_WITH_SSE
-
 #define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)                                                          \
   QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                            \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
@@ -101,29 +92,23 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
          depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_sse>))
 
-QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL)
-
-#else
-#define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)
-#endif
-
-#if QRT_WITH_AVX
+QRT_IF_SSE(QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL))
 
 constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2dParams&),
                                                      conv::Method method) {
   auto row = depthwise_blocks(accepts, runtime::LayoutType::C8HW8, method);
   row.pack = functional::Function_Weight_GNCHW_To_G8NCHWg8;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
-  return row;
+  return on_avx(row);
 }
 
 #define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)                                                          \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_fma>))                 \
+         on_fma(depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_fma>)))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_fma>))         \
+         on_fma(depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_fma>)))         \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 1>, over_blocks<8, conv::depthwise_3x3_c8_fma>))                 \
+         on_fma(depthwise_c8(accepts_depthwise_blocks<3, 1>, over_blocks<8, conv::depthwise_3x3_c8_fma>)))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
          depthwise_c8(accepts_depthwise_blocks<3, 2>, over_blocks<8, conv::depthwise_3x3_stride2_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
@@ -131,19 +116,13 @@ constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2
   KERNEL(Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
          depthwise_c8(accepts_depthwise_blocks<5, 2>, over_blocks<8, conv::depthwise_5x5_stride2_c8_avx>))
 
-QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_AVX(QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL))
 
-#else
-#define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)
-#endif
 // clang-format on
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
-
 /// The rows of the depthwise convolutions that this build contains.
-inline constexpr const ConvolutionRow<PlaneGeometry>* depthwise_convolution_rows[] = {
-    QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL_ROW) QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<PlaneGeometry>*>
+    depthwise_convolution_rows = {QRT_IF_SSE(QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL_ROW))
+                                      QRT_IF_AVX(QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

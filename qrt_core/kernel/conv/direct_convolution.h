@@ -89,7 +89,6 @@ using Channels = WindowChannels;
 }  // namespace rows
 
 // clang-format off
-#if QRT_WITH_SSE
 
 constexpr ConvolutionRow<PlaneGeometry> window_c4_on_sse(bool (*accepts)(const Conv2dParams&),
                                                          conv::Core core) {
@@ -165,13 +164,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c4_on_sse(
   KERNEL(Conv2d_K3x1_S1x1_D1x1_G1_SSE_CHW_FLOAT_M2,                                                \
          window_chw_on_sse(accepts_window<3, 1, 1, Margins::any, Channels::above_zero>))
 
-QRT_DIRECT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL)
-
-#else
-#define QRT_DIRECT_CONVOLUTION_KERNELS_SSE(KERNEL)
-#endif
-
-#if QRT_WITH_AVX
+QRT_IF_SSE(QRT_DIRECT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL))
 
 /// Weights in the panels of `conv::window_columns_avx`: eight output channels interleaved while they last,
 /// then four, then one at a time. @return null unless `weight` is of layout GNCHW
@@ -187,7 +180,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_c8_on_avx(bool (*accepts)(const C
   row.pad = padded_c8_avx;
   row.pack = functional::Function_Weight_GNCHW_To_GN8C8HW8n8c;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
-  return row;
+  return on_avx(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_c4_on_fma(bool (*accepts)(const Conv2dParams&)) {
@@ -195,13 +188,13 @@ constexpr ConvolutionRow<PlaneGeometry> window_c4_on_fma(bool (*accepts)(const C
   row.pad = padded_c4;
   row.pack = functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_AVX;
   row.fill_bias = FillBias_C4HW4_Float_SSE;
-  return row;
+  return on_fma(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_chw_on_avx(bool (*accepts)(const Conv2dParams&)) {
   auto row = window_planes(accepts, conv::window_chw_avx);
   row.fill_bias = FillBias_CHW_Float_AVX;
-  return row;
+  return on_avx(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c4_on_fma(
@@ -212,7 +205,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c4_on_fma(
   row.pack = functional::Function_Weight_GNCHW_To_GN4CHWn4;
   row.fill_bias = FillBias_C4HW4_Float_SSE;
   row.starts_from_bias = true;
-  return row;
+  return on_fma(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c8_on_avx(
@@ -223,7 +216,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_chw_to_c8_on_avx(
   row.pack = functional::Function_Weight_GNCHW_To_GN8CHWn8;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
   row.starts_from_bias = true;
-  return row;
+  return on_avx(row);
 }
 
 /// To planes; the channels of the blocked input aren't compared.
@@ -234,7 +227,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_c4_to_chw_on_fma(
   row.pad = padded_c4;
   row.pack = functional::Function_Weight_GNCHW_To_GNC4HWc4;
   row.fill_bias = FillBias_CHW_Float_AVX;
-  return row;
+  return on_fma(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_c8_to_chw_on_avx(
@@ -244,7 +237,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_c8_to_chw_on_avx(
   row.pad = padded_c8_avx;
   row.pack = functional::Function_Weight_GNCHW_To_GNC8HWc8;
   row.fill_bias = FillBias_CHW_Float_AVX;
-  return row;
+  return on_avx(row);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> window_by_columns(bool (*accepts)(const Conv2dParams&)) {
@@ -253,7 +246,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_by_columns(bool (*accepts)(const 
   row.fill_bias = FillBias_CHW_Float_AVX;
   row.starts_from_bias = true;
   row.method = multiply_columns;
-  return row;
+  return on_avx(row);
 }
 
 #define QRT_DIRECT_CONVOLUTION_KERNELS_AVX(KERNEL)                                                 \
@@ -262,7 +255,7 @@ constexpr ConvolutionRow<PlaneGeometry> window_by_columns(bool (*accepts)(const 
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1,                                              \
          window_c4_on_fma(accepts_window<3, 3, 1, Margins::any, Channels::any>))                   \
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1,                                              \
-         window_c8_on_avx(accepts_window<3, 3, 1, Margins::any, Channels::any>, conv::window_c8_fma)) \
+         on_fma(window_c8_on_avx(accepts_window<3, 3, 1, Margins::any, Channels::any>, conv::window_c8_fma))) \
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C4HW4_FLOAT_M1,                                   \
          window_chw_to_c4_on_fma(accepts_window<3, 3, 1, Margins::one_all_round, Channels::three_in>)) \
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_AVX_3In_CHW_To_C8HW8_FLOAT_M1,                                   \
@@ -284,20 +277,13 @@ constexpr ConvolutionRow<PlaneGeometry> window_by_columns(bool (*accepts)(const 
   KERNEL(Conv2d_K7x7_S2x2_D1x1_G1_AVX_CHW_FLOAT_M1,                                                \
          window_by_columns(accepts_window<7, 7, 2, Margins::any, Channels::above_zero>))
 
-QRT_DIRECT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_AVX(QRT_DIRECT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL))
 
-#else
-#define QRT_DIRECT_CONVOLUTION_KERNELS_AVX(KERNEL)
-#endif
 // clang-format on
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
-
 /// The rows of the direct convolutions that this build contains.
-inline constexpr const ConvolutionRow<PlaneGeometry>* direct_convolution_rows[] = {
-    QRT_DIRECT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW)
-        QRT_DIRECT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<PlaneGeometry>*>
+    direct_convolution_rows = {QRT_IF_SSE(QRT_DIRECT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW))
+                                   QRT_IF_AVX(QRT_DIRECT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -2,7 +2,6 @@
 
 #include "qrt_core/kernel/conv/convolution.h"
 #include "qrt_core/kernel/conv/weight_packing.h"
-#include "qrt_core/utility/build_options.h"
 
 // Convolutions of any filter, stride and dilation at the speed of a 1x1 product: the windows are
 // written out as columns (im2col), and the product of the weights with them is the result. Packed
@@ -58,7 +57,6 @@ constexpr ConvolutionRow<PlaneGeometry> in_whole_blocks_of_8(ConvolutionRow<Plan
 }
 
 // clang-format off
-#if QRT_WITH_SSE
 #define QRT_GENERAL_CONVOLUTION_KERNELS_SSE(KERNEL)                                                \
   KERNEL(Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1,                                                \
          general_convolution(runtime::LayoutType::CHW, nullptr,                                    \
@@ -71,30 +69,19 @@ constexpr ConvolutionRow<PlaneGeometry> in_whole_blocks_of_8(ConvolutionRow<Plan
          general_convolution(runtime::LayoutType::C8HW8,                                           \
                              functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,                     \
                              FillBias_C8HW8_Float_SSE, conv::general_c8_sse))
-QRT_GENERAL_CONVOLUTION_KERNELS_SSE(QRT_KERNEL)
-#else
-#define QRT_GENERAL_CONVOLUTION_KERNELS_SSE(KERNEL)
-#endif
+QRT_IF_SSE(QRT_GENERAL_CONVOLUTION_KERNELS_SSE(QRT_KERNEL))
 
-#if QRT_WITH_AVX
 #define QRT_GENERAL_CONVOLUTION_KERNELS_AVX(KERNEL)                                                \
   KERNEL(Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1,                                              \
-         in_whole_blocks_of_8(general_convolution(                                                 \
+         on_fma(in_whole_blocks_of_8(general_convolution(                                                 \
              runtime::LayoutType::C8HW8, functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,         \
-             FillBias_C8HW8_Float_AVX, conv::general_c8_fma)))
-QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
-#else
-#define QRT_GENERAL_CONVOLUTION_KERNELS_AVX(KERNEL)
-#endif
+             FillBias_C8HW8_Float_AVX, conv::general_c8_fma))))
+QRT_IF_AVX(QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL))
 // clang-format on
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
-
 /// The rows of the convolutions over columns that this build contains.
-inline constexpr const ConvolutionRow<PlaneGeometry>* general_convolution_rows[] = {
-    QRT_GENERAL_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW)
-        QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<PlaneGeometry>*>
+    general_convolution_rows = {QRT_IF_SSE(QRT_GENERAL_CONVOLUTION_KERNELS_SSE(
+        QRT_KERNEL_ROW)) QRT_IF_AVX(QRT_GENERAL_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -159,11 +159,9 @@ int Int16Convolution::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_fixed_point_block(tensors));
 }
 
-int Int16Convolution::Forward(const Tensors& inputs, Tensors& outputs,
-                              const Context& context) const {
+int Int16Convolution::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(weight_ != nullptr, "%s: not configured", row_.name);
-  const bool readable = !inputs.empty() && inputs[0] != nullptr && is_int16(inputs[0]->shape) &&
-                        inputs[0]->shape.layout == LayoutType::C8HW8;
+  const bool readable = is_int16(inputs[0]->shape) && inputs[0]->shape.layout == LayoutType::C8HW8;
   Assert(readable, "%s: the input must be an INT16 tensor in blocks of 8", row_.name);
   auto& input = static_cast<TensorCPU&>(*inputs[0]);
   const std::vector<uint32_t>& dims = input.shape.dims;
@@ -171,8 +169,7 @@ int Int16Convolution::Forward(const Tensors& inputs, Tensors& outputs,
   Assert(dims.size() == 4 && dims[3] == kBlock && dims[0] >= in_blocks,
          "%s: the input must have 4 dims, the last of them %u, and %u channels", row_.name, kBlock,
          in_blocks * kBlock);
-  auto output =
-      device_of(row_.name, context).CreateTensor(InferOutputShapes({input.shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({input.shape})[0]);
   if (bias_ == nullptr) {
     FillZero_Int16(output);
   } else {

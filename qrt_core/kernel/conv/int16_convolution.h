@@ -20,8 +20,6 @@ std::shared_ptr<runtime::TensorCPU> Function_Tensor_Float_To_Int16(
 
 }  // namespace functional
 
-#if QRT_WITH_SSE
-
 /// Gives every pixel of block b the eight values of `bias` from 8 b on.
 /// @return 0, or -2 unless both are INT16 in main memory, of layouts GN and C8HW8
 int FillBias_C8HW8_Int16_SSE(std::shared_ptr<runtime::TensorCPU> bias,
@@ -49,7 +47,7 @@ class Int16Convolution : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const Int16ConvolutionRow& row_;
@@ -60,14 +58,12 @@ class Int16Convolution : public KernelFamily {
   std::shared_ptr<runtime::TensorCPU> bias_;  // empty without a bias
 };
 
-#define QRT_INT16_KERNELS(KERNEL) \
+#define QRT_INT16_KERNELS_SSE(KERNEL) \
   KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SSE_C8HW8_Int16_M1, (Int16ConvolutionRow{}))
 
-QRT_INT16_KERNELS(QRT_KERNEL)
+QRT_IF_SSE(QRT_INT16_KERNELS_SSE(QRT_KERNEL))
 
-inline constexpr const Int16ConvolutionRow* int16_convolution_rows[] = {
-    QRT_INT16_KERNELS(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const Int16ConvolutionRow*> int16_convolution_rows = {
+    QRT_IF_SSE(QRT_INT16_KERNELS_SSE(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

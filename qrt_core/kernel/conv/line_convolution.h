@@ -7,8 +7,6 @@
 
 namespace marlo::kernel {
 
-#if QRT_WITH_AVX
-
 /// Whether a layer has a filter of 3 at stride 1 without dilation, channels, and any groups.
 bool accepts_line_of_3(const Conv1dParams& params);
 
@@ -21,17 +19,15 @@ constexpr ConvolutionRow<LineGeometry> line_of_3_on_avx() {
   row.pad = pad_cl;
   row.fill_bias = FillBias_CL_Float_Fallback;
   row.core = conv::window_chw_avx;
-  return row;
+  return on_avx(row);
 }
 
 #define QRT_LINE_KERNELS_AVX(KERNEL) KERNEL(Conv1d_K3_S1_D1_G1_AVX_CL_FLOAT_M1, line_of_3_on_avx())
 
-QRT_LINE_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_AVX(QRT_LINE_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the fast convolutions over lines.
-inline constexpr const ConvolutionRow<LineGeometry>* fast_line_convolution_rows[] = {
-    QRT_LINE_KERNELS_AVX(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<LineGeometry>*>
+    fast_line_convolution_rows = {QRT_IF_AVX(QRT_LINE_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -3,7 +3,6 @@
 #include "qrt_core/kernel/conv/convolution.h"
 #include "qrt_core/kernel/conv/point_convolution_cores.h"
 #include "qrt_core/kernel/conv/weight_packing.h"
-#include "qrt_core/utility/build_options.h"
 
 // 1x1 convolutions: products of a matrix of weights with the pixels. They read their input
 // directly, as there is no padding, and know no groups.
@@ -57,8 +56,6 @@ constexpr PlaneRow at_stride2(PlaneRow row) {
   return row;
 }
 
-#if QRT_WITH_SSE
-
 /// The one member that copies its input, as padding of nothing does.
 std::shared_ptr<runtime::TensorCPU> copy_of_planes(
     const std::shared_ptr<runtime::TensorCPU>& input, const Conv2dParams& params,
@@ -94,72 +91,52 @@ constexpr PlaneRow point_c8_sse(conv::Core core) {
   KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_SSE_C8HW8_FLOAT_M1,                                      \
          at_stride2(point_c8_sse(conv::point_stride2_c8_sse)))
 
-QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL)
-
-#else
-#define QRT_POINT_CONVOLUTION_KERNELS_SSE(KERNEL)
-#endif
-
-#if QRT_WITH_AVX
+QRT_IF_SSE(QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL))
 
 constexpr PlaneRow point_c8_avx(conv::Core core) {
   return point_blocks(runtime::LayoutType::C8HW8, functional::Function_Weight_GNCHW_To_GN8C8HW8n8c,
                       FillBias_C8HW8_Float_AVX, core);
 }
 
-#define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)                                                 \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1,                                               \
-         point_planes(FillBias_CHW_Float_AVX, conv::point_chw_fma))                               \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1,                                             \
-         point_blocks(runtime::LayoutType::C4HW4,                                                 \
-                      functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_AVX,                       \
-                      FillBias_C4HW4_Float_SSE, conv::point_c4_fma))                              \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, point_c8_avx(conv::point_c8_m1_fma))        \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M2, point_c8_avx(conv::point_c8_m2_fma))        \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M3, point_c8_avx(conv::point_c8_m3_fma))        \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_CHW_FLOAT_M1,                                      \
-         point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::CHW,                  \
-                           functional::Function_Weight_GNCHW_To_GNC8HWc8, FillBias_CHW_Float_AVX, \
-                           conv::point_c8_to_chw_avx))                                            \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_C4HW4_FLOAT_M1,                                    \
-         point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::C4HW4,                \
-                           functional::Function_Weight_GNCHW_To_GN4C8HW8,                         \
-                           FillBias_C4HW4_Float_SSE, conv::point_c8_to_c4_fma))                   \
-  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_TO_C8HW8_FLOAT_M1,                                    \
-         point_convolution(runtime::LayoutType::C4HW4, runtime::LayoutType::C8HW8,                \
-                           functional::Function_Weight_GNCHW_To_GN8C4HW4,                         \
-                           FillBias_C8HW8_Float_AVX, conv::point_c4_to_c8_fma))                   \
-  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1,                                             \
-         at_stride2(point_c8_avx(conv::point_stride2_c8_avx)))
+#define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)                                                  \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_CHW_FLOAT_M1,                                                \
+         on_fma(point_planes(FillBias_CHW_Float_AVX, conv::point_chw_fma)))                        \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_FLOAT_M1,                                              \
+         on_fma(point_blocks(runtime::LayoutType::C4HW4,                                           \
+                             functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_AVX,                 \
+                             FillBias_C4HW4_Float_SSE, conv::point_c4_fma)))                       \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M1, on_fma(point_c8_avx(conv::point_c8_m1_fma))) \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M2, on_fma(point_c8_avx(conv::point_c8_m2_fma))) \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_M3, on_fma(point_c8_avx(conv::point_c8_m3_fma))) \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_CHW_FLOAT_M1,                                       \
+         on_avx(point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::CHW,            \
+                                  functional::Function_Weight_GNCHW_To_GNC8HWc8,                   \
+                                  FillBias_CHW_Float_AVX, conv::point_c8_to_chw_avx)))             \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_TO_C4HW4_FLOAT_M1,                                     \
+         on_fma(point_convolution(runtime::LayoutType::C8HW8, runtime::LayoutType::C4HW4,          \
+                                  functional::Function_Weight_GNCHW_To_GN4C8HW8,                   \
+                                  FillBias_C4HW4_Float_SSE, conv::point_c8_to_c4_fma)))            \
+  KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C4HW4_TO_C8HW8_FLOAT_M1,                                     \
+         on_fma(point_convolution(runtime::LayoutType::C4HW4, runtime::LayoutType::C8HW8,          \
+                                  functional::Function_Weight_GNCHW_To_GN8C4HW4,                   \
+                                  FillBias_C8HW8_Float_AVX, conv::point_c4_to_c8_fma)))            \
+  KERNEL(Conv2d_K1x1_S2x2_D1x1_G1_AVX_C8HW8_FLOAT_M1,                                              \
+         on_avx(at_stride2(point_c8_avx(conv::point_stride2_c8_avx))))
 
-QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL)
-
-#else
-#define QRT_POINT_CONVOLUTION_KERNELS_AVX(KERNEL)
-#endif
-
-#if QRT_WITH_SGEMM
+QRT_IF_AVX(QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL))
 
 #define QRT_POINT_CONVOLUTION_KERNELS_SGEMM(KERNEL)   \
   KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_SGEMM_CHW_FLOAT_M1, \
          point_planes(FillBias_CHW_Float_Fallback, conv::point_chw_sgemm))
 
-QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL)
-
-#else
-#define QRT_POINT_CONVOLUTION_KERNELS_SGEMM(KERNEL)
-#endif
-
-#if QRT_WITH_SSE || QRT_WITH_AVX || QRT_WITH_SGEMM
+QRT_IF_SGEMM(QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL))
 
 /// The rows of the 1x1 convolutions that this build contains.
 // clang-format off
-inline constexpr const PlaneRow* point_convolution_rows[] = {
-    QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW)
-    QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW)
-    QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const PlaneRow*> point_convolution_rows = {
+    QRT_IF_SSE(QRT_POINT_CONVOLUTION_KERNELS_SSE(QRT_KERNEL_ROW))
+    QRT_IF_AVX(QRT_POINT_CONVOLUTION_KERNELS_AVX(QRT_KERNEL_ROW))
+    QRT_IF_SGEMM(QRT_POINT_CONVOLUTION_KERNELS_SGEMM(QRT_KERNEL_ROW))};
 // clang-format on
-
-#endif
 
 }  // namespace marlo::kernel

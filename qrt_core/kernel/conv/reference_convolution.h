@@ -66,11 +66,11 @@ QRT_TRANSPOSED_REFERENCE_KERNELS(QRT_KERNEL)
 QRT_LINE_REFERENCE_KERNELS(QRT_KERNEL)
 
 /// The rows of the kernels over planes, transposed planes and lines that this build contains.
-inline constexpr const ConvolutionRow<PlaneGeometry>* plane_convolution_rows[] = {
-    QRT_PLANE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
-inline constexpr const ConvolutionRow<TransposedGeometry>* transposed_convolution_rows[] = {
-    QRT_TRANSPOSED_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
-inline constexpr const ConvolutionRow<LineGeometry>* line_convolution_rows[] = {
-    QRT_LINE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const ConvolutionRow<PlaneGeometry>*>
+    plane_convolution_rows = {QRT_PLANE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const ConvolutionRow<TransposedGeometry>*>
+    transposed_convolution_rows = {QRT_TRANSPOSED_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const ConvolutionRow<LineGeometry>*> line_convolution_rows =
+    {QRT_LINE_REFERENCE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

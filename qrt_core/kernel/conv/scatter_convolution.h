@@ -42,7 +42,6 @@ constexpr ConvolutionRow<ScatterGeometry> scatter(bool (*accepts)(const Conv2dPa
 }
 
 // clang-format off
-#if QRT_WITH_SSE
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_chw_on_sse() {
   auto row = scatter(accepts_scatter_planes, runtime::LayoutType::CHW, conv::scatter_chw_sse);
@@ -65,13 +64,7 @@ constexpr ConvolutionRow<ScatterGeometry> scatter_c4_on_sse() {
   KERNEL(ConvTranspose2d_K3x3_D1x1_G1_SSE_CHW_FLOAT_M1, scatter_chw_on_sse())  \
   KERNEL(ConvTranspose2d_K3x3_D1x1_G1_SSE_C4HW4_FLOAT_M1, scatter_c4_on_sse())
 
-QRT_SCATTER_KERNELS_SSE(QRT_KERNEL)
-
-#else
-#define QRT_SCATTER_KERNELS_SSE(KERNEL)
-#endif
-
-#if QRT_WITH_AVX
+QRT_IF_SSE(QRT_SCATTER_KERNELS_SSE(QRT_KERNEL))
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_c8_on_avx() {
   auto row = scatter(accepts_scatter, runtime::LayoutType::C8HW8, conv::scatter_c8_avx);
@@ -79,25 +72,19 @@ constexpr ConvolutionRow<ScatterGeometry> scatter_c8_on_avx() {
   row.pack = functional::Function_Weight_GNCHW_To_GN8C8HW8n8c;
   row.fill_bias = FillBias_C8HW8_Float_AVX;
   row.crop = Crop_HW_MainMemory_C8HW8_Float_AVX_M1;
-  return row;
+  return on_avx(row);
 }
 
 #define QRT_SCATTER_KERNELS_AVX(KERNEL)                                      \
   KERNEL(ConvTranspose2d_K3x3_D1x1_G1_AVX_C8HW8_FLOAT_M1, scatter_c8_on_avx())
 
-QRT_SCATTER_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_AVX(QRT_SCATTER_KERNELS_AVX(QRT_KERNEL))
 
-#else
-#define QRT_SCATTER_KERNELS_AVX(KERNEL)
-#endif
 // clang-format on
 
-#if QRT_WITH_SSE || QRT_WITH_AVX
-
 /// The rows of the fast transposed convolutions that this build contains.
-inline constexpr const ConvolutionRow<ScatterGeometry>* scatter_convolution_rows[] = {
-    QRT_SCATTER_KERNELS_SSE(QRT_KERNEL_ROW) QRT_SCATTER_KERNELS_AVX(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<ScatterGeometry>*>
+    scatter_convolution_rows = {QRT_IF_SSE(QRT_SCATTER_KERNELS_SSE(QRT_KERNEL_ROW))
+                                    QRT_IF_AVX(QRT_SCATTER_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

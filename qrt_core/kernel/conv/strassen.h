@@ -10,8 +10,6 @@
 
 namespace marlo::kernel {
 
-#if QRT_WITH_AVX
-
 namespace conv {
 
 /// C = A * B. Recurses while rows, inner and columns are all even, to a depth of two; the choice is
@@ -39,18 +37,16 @@ void point_c8_strassen(const ConvTask& task, runtime::DeviceCPU& device);
 constexpr PlaneRow strassen_convolution() {
   PlaneRow row = point_c8_avx(nullptr);
   row.method = conv::point_c8_strassen;
-  return row;
+  return on_fma(row);
 }
 
-#define QRT_STRASSEN_KERNELS(KERNEL) \
+#define QRT_STRASSEN_KERNELS_AVX(KERNEL) \
   KERNEL(Conv2d_K1x1_S1x1_D1x1_G1_AVX_C8HW8_FLOAT_Strassen_M1, strassen_convolution())
 
-QRT_STRASSEN_KERNELS(QRT_KERNEL)
+QRT_IF_AVX(QRT_STRASSEN_KERNELS_AVX(QRT_KERNEL))
 
 /// The row of the one kernel.
-inline constexpr const PlaneRow* strassen_convolution_rows[] = {
-    QRT_STRASSEN_KERNELS(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const PlaneRow*> strassen_convolution_rows = {
+    QRT_IF_AVX(QRT_STRASSEN_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -16,8 +16,6 @@
 
 namespace marlo::kernel {
 
-#if QRT_WITH_SSE
-
 /// The filters of [1, N, C, 3, 3] transformed: [N, C, 16] of layout CHW, where element 4 u + v
 /// belongs to combination u of a filter's columns and v of its rows.
 /// @return null unless `weight` is a FLOAT32 tensor of layout GNCHW and 3 x 3 filters
@@ -40,19 +38,17 @@ constexpr ConvolutionRow<PlaneGeometry> winograd_on_sse(conv::Method method) {
 }
 
 // clang-format off
-#define QRT_WINOGRAD_KERNELS(KERNEL)                                                               \
+#define QRT_WINOGRAD_KERNELS_SSE(KERNEL)                                                               \
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M1,                                       \
          winograd_on_sse(conv::winograd_by_filter_sse))                                            \
   KERNEL(Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_Winograd_M2,                                       \
          winograd_on_sse(conv::winograd_by_filter_pairs_sse))
 
-QRT_WINOGRAD_KERNELS(QRT_KERNEL)
+QRT_IF_SSE(QRT_WINOGRAD_KERNELS_SSE(QRT_KERNEL))
 // clang-format on
 
 /// The rows of the convolutions by minimal filtering that this build contains.
-inline constexpr const ConvolutionRow<PlaneGeometry>* winograd_rows[] = {
-    QRT_WINOGRAD_KERNELS(QRT_KERNEL_ROW)};
-
-#endif
+inline constexpr std::initializer_list<const ConvolutionRow<PlaneGeometry>*> winograd_rows = {
+    QRT_IF_SSE(QRT_WINOGRAD_KERNELS_SSE(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -86,9 +86,8 @@ int ChannelConcatenate::CheckOutputs(const Tensors& tensors) const {
                         has_outer_channels(tensors[0]->shape.layout));
 }
 
-int ChannelConcatenate::Forward(const Tensors& inputs, Tensors& outputs,
-                                const Context& context) const {
-  auto output = context.cpu->CreateTensor(InferOutputShapes(shapes_of(inputs))[0], nullptr);
+int ChannelConcatenate::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
+  auto output = pass.create(InferOutputShapes(shapes_of(inputs))[0]);
   uint64_t bytes = 0;
   for (const auto& input : inputs) bytes += runtime::ByteSize(input->shape);
   Assert(bytes == runtime::ByteSize(output->shape),
@@ -134,10 +133,9 @@ int AxisConcatenate::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_in_main_memory(tensors));
 }
 
-int AxisConcatenate::Forward(const Tensors& inputs, Tensors& outputs,
-                             const Context& context) const {
+int AxisConcatenate::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(CheckInputs(inputs) == runtime::KERNEL_OK, "Invalid forward input param");
-  auto output = context.cpu->CreateTensor(InferOutputShapes(shapes_of(inputs))[0], nullptr);
+  auto output = pass.create(InferOutputShapes(shapes_of(inputs))[0]);
 
   const std::vector<uint32_t>& dims = output->shape.dims;
   size_t outer = 1;

@@ -26,7 +26,7 @@ class ChannelConcatenate : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const;
 
   /// @throws std::runtime_error for inputs that don't fill the output exactly
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const ChannelConcatenateRow& row_;
@@ -41,6 +41,8 @@ struct AxisConcatenateRow : KernelRow {
 /// without a batch axis. The output has type, layout, location and extra of input 0.
 class AxisConcatenate : public KernelFamily {
  public:
+  static constexpr bool kTakesAnyInputs = true;
+
   explicit AxisConcatenate(const AxisConcatenateRow&) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
@@ -52,7 +54,7 @@ class AxisConcatenate : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const;
 
   /// @throws std::runtime_error for inputs that `CheckInputs` refuses
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   size_t axis_ = 0;
@@ -67,9 +69,9 @@ class AxisConcatenate : public KernelFamily {
 QRT_CHANNEL_CONCATENATE_KERNELS(QRT_KERNEL)
 QRT_AXIS_CONCATENATE_KERNELS(QRT_KERNEL)
 
-inline constexpr const ChannelConcatenateRow* channel_concatenate_rows[] = {
+inline constexpr std::initializer_list<const ChannelConcatenateRow*> channel_concatenate_rows = {
     QRT_CHANNEL_CONCATENATE_KERNELS(QRT_KERNEL_ROW)};
-inline constexpr const AxisConcatenateRow* axis_concatenate_rows[] = {
+inline constexpr std::initializer_list<const AxisConcatenateRow*> axis_concatenate_rows = {
     QRT_AXIS_CONCATENATE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -78,10 +78,9 @@ bool Expand::is_implemented(const std::vector<uint32_t>& from,
          from[2] == 1 && (dims == 3 || (from[3] == row_.block && to[3] == row_.block));
 }
 
-int Expand::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  Assert(!inputs.empty() && inputs[0] != nullptr, "%s: there is no input", row_.name);
+int Expand::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const auto& input = static_cast<const TensorCPU&>(*inputs[0]);
-  auto output = context.cpu->CreateTensor(InferOutputShapes({input.shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({input.shape})[0]);
   const std::vector<uint32_t>& from = input.shape.dims;
   const std::vector<uint32_t>& to = output->shape.dims;
   const auto spatial_end = from.begin() + static_cast<long>(std::min<size_t>(from.size(), 3));

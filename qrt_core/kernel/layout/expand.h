@@ -5,7 +5,6 @@
 
 #include "qrt_core/kernel/conv/fill_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that repeat one value per channel over a plane.
 
@@ -38,7 +37,7 @@ class Expand : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
 
   /// @throws std::runtime_error for an input without a dim of 1
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   bool is_implemented(const std::vector<uint32_t>& from, const std::vector<uint32_t>& to) const;
@@ -64,22 +63,17 @@ constexpr ExpandRow expand(runtime::LayoutType layout, uint32_t block, fill::Cor
   KERNEL(Expand_SSE_C4HW4_Float_M1, expand(runtime::LayoutType::C4HW4, 4, fill::repeat_sse))
 
 #define QRT_EXPAND_KERNELS_AVX(KERNEL)                                                             \
-  KERNEL(Expand_AVX_CHW_Float_M1,   expand(runtime::LayoutType::CHW, 1, fill::repeat_avx))         \
-  KERNEL(Expand_AVX_C8HW8_Float_M1, expand(runtime::LayoutType::C8HW8, 8, fill::repeat_avx))
+  KERNEL(Expand_AVX_CHW_Float_M1,   on_avx(expand(runtime::LayoutType::CHW, 1, fill::repeat_avx)))         \
+  KERNEL(Expand_AVX_C8HW8_Float_M1, on_avx(expand(runtime::LayoutType::C8HW8, 8, fill::repeat_avx)))
 // clang-format on
 
 QRT_EXPAND_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_EXPAND_KERNELS_SSE(QRT_KERNEL)
-QRT_EXPAND_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_EXPAND_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_EXPAND_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const ExpandRow* expand_rows[] = {QRT_EXPAND_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-                                                       QRT_EXPAND_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-                                                           QRT_EXPAND_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+inline constexpr std::initializer_list<const ExpandRow*> expand_rows = {
+    QRT_EXPAND_KERNELS_PORTABLE(QRT_KERNEL_ROW) QRT_IF_SSE(QRT_EXPAND_KERNELS_SSE(QRT_KERNEL_ROW))
+        QRT_IF_AVX(QRT_EXPAND_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -99,17 +99,13 @@ int LayoutTransform::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(all_are(tensors, row_.target, row_.target_multiple));
 }
 
-int LayoutTransform::Forward(const Tensors& inputs, Tensors& outputs,
-                             const Context& context) const {
+int LayoutTransform::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Shapes shapes;
   shapes.reserve(inputs.size());
-  for (const auto& input : inputs) {
-    Assert(input != nullptr, "%s: an input is missing", row_.name);
-    shapes.push_back(input->shape);
-  }
+  for (const auto& input : inputs) shapes.push_back(input->shape);
   shapes = InferOutputShapes(shapes);
   for (size_t i = 0; i < inputs.size(); ++i) {
-    auto output = create_output(row_.name, context, std::move(shapes[i]));
+    auto output = pass.create(std::move(shapes[i]));
     move(row_, static_cast<const TensorCPU&>(*inputs[i]), *output);
     outputs.push_back(std::move(output));
   }

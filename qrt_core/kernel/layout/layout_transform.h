@@ -5,7 +5,6 @@
 #include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/kernel/layout/layout_functions.h"
 #include "qrt_core/kernel/layout/layout_transform_cores.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that move FLOAT32 tensors between CHW, C4HW4 and C8HW8. A configuration puts them between
 // layers that work in different layouts.
@@ -46,12 +45,14 @@ struct LayoutTransformRow : KernelRow {
 /// See `LayoutTransformRow`. Takes any number of inputs and makes one output of each.
 class LayoutTransform : public KernelFamily {
  public:
+  static constexpr size_t kLeastInputs = 0;
+
   explicit LayoutTransform(const LayoutTransformRow& row) : row_(row) {}
 
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const LayoutTransformRow& row_;
@@ -91,27 +92,22 @@ using namespace layout;
   KERNEL(LayoutTransform_MainMemory_C8HW8_Float_To_C4HW4_SSE_M1,                 \
          transform(blocks_of_8, blocks_of_4, blocks_of_8_to_4_sse))
 
-#define QRT_LAYOUT_TRANSFORM_KERNELS_AVX(KERNEL)                            \
-  KERNEL(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1,              \
-         transform(planes, blocks_of_8, planes_to_blocks_of_8_gather_avx))  \
-  KERNEL(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M2,              \
-         transform(planes, blocks_of_8, planes_to_blocks_of_8_avx))         \
-  KERNEL(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1,              \
-         transform(blocks_of_8, planes, blocks_of_8_to_planes_scatter_avx)) \
-  KERNEL(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2,              \
-         transform(blocks_of_8, planes, blocks_of_8_to_planes_avx))
+#define QRT_LAYOUT_TRANSFORM_KERNELS_AVX(KERNEL)                                    \
+  KERNEL(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1,                      \
+         on_avx(transform(planes, blocks_of_8, planes_to_blocks_of_8_gather_avx)))  \
+  KERNEL(LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M2,                      \
+         on_avx(transform(planes, blocks_of_8, planes_to_blocks_of_8_avx)))         \
+  KERNEL(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M1,                      \
+         on_avx(transform(blocks_of_8, planes, blocks_of_8_to_planes_scatter_avx))) \
+  KERNEL(LayoutTransform_MainMemory_C8HW8_Float_To_CHW_AVX_M2,                      \
+         on_avx(transform(blocks_of_8, planes, blocks_of_8_to_planes_avx)))
 
-QRT_LAYOUT_TRANSFORM_KERNELS_SSE(QRT_KERNEL)
-QRT_LAYOUT_TRANSFORM_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_LAYOUT_TRANSFORM_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_LAYOUT_TRANSFORM_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
 inline constexpr std::initializer_list<const LayoutTransformRow*> layout_transform_rows = {
-#if QRT_WITH_SSE
-    QRT_LAYOUT_TRANSFORM_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-        QRT_LAYOUT_TRANSFORM_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+    QRT_IF_SSE(QRT_LAYOUT_TRANSFORM_KERNELS_SSE(QRT_KERNEL_ROW))
+        QRT_IF_AVX(QRT_LAYOUT_TRANSFORM_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

@@ -13,10 +13,7 @@
 namespace marlo::kernel {
 
 /// The input of a kernel that takes tensors of any data type.
-/// @throws std::runtime_error unless there is one
-inline const runtime::TensorCPU& any_input(const char* kernel,
-                                           const runtime::IKernel::Tensors& inputs) {
-  utility::Assert(!inputs.empty() && inputs[0] != nullptr, "%s: the input is missing", kernel);
+inline const runtime::TensorCPU& any_input(const runtime::IKernel::Tensors& inputs) {
   return static_cast<const runtime::TensorCPU&>(*inputs[0]);
 }
 
@@ -26,15 +23,6 @@ inline const runtime::TensorShape& any_shape(const char* kernel,
                                              const KernelFamily::Shapes& shapes) {
   utility::Assert(!shapes.empty(), "%s: the shape of the input is missing", kernel);
   return shapes[0];
-}
-
-/// A new tensor from the device of a context.
-/// @throws std::runtime_error without a device
-inline std::shared_ptr<runtime::TensorCPU> create_output(const char* kernel,
-                                                         const runtime::Context& context,
-                                                         runtime::TensorShape shape) {
-  utility::Assert(context.cpu != nullptr, "%s: needs a context with a CPU device", kernel);
-  return context.cpu->CreateTensor(std::move(shape), nullptr);
 }
 
 /// @throws std::runtime_error if an output of `shape` would need more bytes than its input has
@@ -52,10 +40,10 @@ inline void refuse_growth(const char* kernel, const runtime::TensorShape& input,
 
 /// Appends an output of `shape` that holds the first bytes of the input.
 inline void append_copy(const char* kernel, const runtime::TensorCPU& input,
-                        runtime::TensorShape shape, const runtime::Context& context,
+                        runtime::TensorShape shape, const Pass& pass,
                         runtime::IKernel::Tensors& outputs) {
   refuse_growth(kernel, input.shape, shape);
-  auto output = create_output(kernel, context, std::move(shape));
+  auto output = pass.create(std::move(shape));
   const uint32_t bytes = runtime::ByteSize(output->shape);
   if (bytes != 0) std::memcpy(output->RawPointer(), input.RawPointer(), bytes);
   outputs.push_back(std::move(output));

@@ -40,7 +40,7 @@ int Permute::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_in_main_memory(tensors));
 }
 
-int Permute::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Permute::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(!inputs.empty() && inputs[0] != nullptr, "Input shared pointer is null.");
   const auto& input = static_cast<const TensorCPU&>(*inputs[0]);
   const uint32_t element_size = runtime::ElementSize(input.shape.data_type);
@@ -52,12 +52,13 @@ int Permute::Forward(const Tensors& inputs, Tensors& outputs, const Context& con
   const bool given = !outputs.empty();
   if (given) {
     Assert(outputs[0] != nullptr, "Output shared pointer is null.");
+    Assert(outputs[0]->handle.cpu != input.handle.cpu, "%s: the output is the input", row_.name);
     const uint32_t needed = runtime::ByteSize(shapes[0]);
     const uint32_t available = runtime::ByteSize(outputs[0]->shape);
     Assert(available >= needed, "%s: the output has %u bytes and needs %u", row_.name, available,
            needed);
   } else {
-    outputs.push_back(create_output(row_.name, context, std::move(shapes[0])));
+    outputs.push_back(pass.create(std::move(shapes[0])));
   }
   runtime::TransposeBuffer(input.RawPointer(), input.shape.dims, element_size, axes_,
                            outputs[0]->handle.cpu);

@@ -21,6 +21,8 @@ struct PermuteRow : KernelRow {
 /// appended.
 class Permute : public KernelFamily {
  public:
+  static constexpr bool kTakesAnyInputs = true;
+
   explicit Permute(const PermuteRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
@@ -28,7 +30,7 @@ class Permute : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const PermuteRow& row_;
@@ -40,6 +42,7 @@ class Permute : public KernelFamily {
 QRT_PERMUTE_KERNELS(QRT_KERNEL)
 
 /// The rows of these kernels.
-inline constexpr const PermuteRow* permute_rows[] = {QRT_PERMUTE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const PermuteRow*> permute_rows = {
+    QRT_PERMUTE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -101,13 +101,13 @@ int PixelShuffle::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float_of(tensors, row_.layout));
 }
 
-int PixelShuffle::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int PixelShuffle::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const runtime::TensorCPU& input = float_input(row_.name, inputs);
   const TensorShape shape = InferOutputShapes({input.shape})[0];
   const uint32_t lanes = row_.layout == runtime::LayoutType::C4HW4 ? 4 : 8;
   const bool whole_blocks = dims() == 3 || shape.dims[3] == lanes;
   Assert(whole_blocks, "%s: the input must have blocks of %u channels", row_.name, lanes);
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+  auto output = pass.create(shape);
 
   const std::vector<uint32_t>& wide = scales_up() ? shape.dims : input.shape.dims;
   const std::vector<uint32_t>& deep = scales_up() ? input.shape.dims : shape.dims;

@@ -2,7 +2,6 @@
 
 #include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/kernel/layout/pixel_shuffle_cores.h"
-#include "qrt_core/utility/build_options.h"
 
 // Kernels that exchange channels for pixels: with factor r, pixel (h r + i, w r + j) of channel c
 // of the wide tensor is pixel (h, w) of channel c r r + i r + j of the deep tensor. Values are
@@ -36,7 +35,7 @@ class PixelShuffle : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   size_t dims() const { return row_.layout == runtime::LayoutType::CHW ? 3 : 4; }
@@ -92,24 +91,19 @@ using runtime::LayoutType;
 
 #define QRT_PIXEL_SHUFFLE_KERNELS_AVX(KERNEL)                                  \
   KERNEL(PixelShuffle_Downscale2_AVX_C8HW8_Float_M1,                           \
-         halving_shuffle(LayoutType::C8HW8, downscale2_c8_avx, true))          \
+         on_avx(halving_shuffle(LayoutType::C8HW8, downscale2_c8_avx, true)))          \
   KERNEL(PixelShuffle_Upscale2_AVX_C8HW8_Float_M1,                             \
-         doubling_shuffle(LayoutType::C8HW8, upscale2_c8_avx))
+         on_avx(doubling_shuffle(LayoutType::C8HW8, upscale2_c8_avx)))
 // clang-format on
 
 QRT_PIXEL_SHUFFLE_KERNELS_PORTABLE(QRT_KERNEL)
-QRT_PIXEL_SHUFFLE_KERNELS_SSE(QRT_KERNEL)
-QRT_PIXEL_SHUFFLE_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SSE(QRT_PIXEL_SHUFFLE_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_PIXEL_SHUFFLE_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const PixelShuffleRow* pixel_shuffle_rows[] = {
+inline constexpr std::initializer_list<const PixelShuffleRow*> pixel_shuffle_rows = {
     QRT_PIXEL_SHUFFLE_KERNELS_PORTABLE(QRT_KERNEL_ROW)
-#if QRT_WITH_SSE
-        QRT_PIXEL_SHUFFLE_KERNELS_SSE(QRT_KERNEL_ROW)
-#endif
-#if QRT_WITH_AVX
-            QRT_PIXEL_SHUFFLE_KERNELS_AVX(QRT_KERNEL_ROW)
-#endif
-};
+        QRT_IF_SSE(QRT_PIXEL_SHUFFLE_KERNELS_SSE(QRT_KERNEL_ROW))
+            QRT_IF_AVX(QRT_PIXEL_SHUFFLE_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

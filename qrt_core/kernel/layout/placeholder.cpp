@@ -37,8 +37,8 @@ int Placeholder::CheckInputs(const Tensors& tensors) const {
                         tensors[0]->shape.location == runtime::LocationType::MainMemory);
 }
 
-int Placeholder::Forward(const Tensors&, Tensors& outputs, const Context& context) const {
-  auto output = context.cpu->CreateTensor(InferOutputShapes({})[0], nullptr);
+int Placeholder::Forward(const Tensors&, Tensors& outputs, const Pass& pass) const {
+  auto output = pass.create(InferOutputShapes({})[0]);
   std::fill_n(static_cast<float*>(output->RawPointer()), runtime::ElementCount(output->shape),
               kValue);
   outputs.clear();

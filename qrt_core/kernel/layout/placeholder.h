@@ -19,6 +19,8 @@ struct PlaceholderRow : KernelRow {
 /// input, so that a network can be exercised.
 class Placeholder : public KernelFamily {
  public:
+  static constexpr bool kTakesAnyInputs = true;
+
   explicit Placeholder(const PlaceholderRow&) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
@@ -28,7 +30,7 @@ class Placeholder : public KernelFamily {
   /// Looks at the first tensor only.
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   std::vector<uint16_t> output_shape_;
@@ -39,7 +41,7 @@ class Placeholder : public KernelFamily {
 
 QRT_PLACEHOLDER_KERNELS(QRT_KERNEL)
 
-inline constexpr const PlaceholderRow* placeholder_rows[] = {
+inline constexpr std::initializer_list<const PlaceholderRow*> placeholder_rows = {
     QRT_PLACEHOLDER_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -137,13 +137,13 @@ int RankedReshape::CheckOutputs(const Tensors& tensors) const {
                         tensors[0]->shape.layout == row_.layout);
 }
 
-int RankedReshape::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  const TensorCPU& input = any_input(row_.name, inputs);
+int RankedReshape::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
+  const TensorCPU& input = any_input(inputs);
   Shapes shapes = InferOutputShapes({input.shape});
   const Order order = order_of(input.shape, row_.source);
   Assert(order != Order::unknown, "Invalid input tensor layout");
   if (order == Order::planes) {
-    append_copy(row_.name, input, std::move(shapes[0]), context, outputs);
+    append_copy(row_.name, input, std::move(shapes[0]), pass, outputs);
     return runtime::KERNEL_OK;
   }
 
@@ -152,7 +152,7 @@ int RankedReshape::Forward(const Tensors& inputs, Tensors& outputs, const Contex
   Assert(is_float || type == DataType::FLOAT16 || type == DataType::INT16,
          "Invalid input data type");
   refuse_growth(row_.name, input.shape, shapes[0]);
-  auto output = create_output(row_.name, context, std::move(shapes[0]));
+  auto output = pass.create(std::move(shapes[0]));
   const auto copy = is_float ? gather<uint32_t> : gather<uint16_t>;
   copy(input.RawPointer(), input.shape.dims, output->RawPointer(),
        runtime::ElementCount(output->shape));

@@ -44,7 +44,7 @@ class RankedReshape : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   bool accepts_type(runtime::DataType type) const;
@@ -92,7 +92,7 @@ constexpr RankedReshapeRow lines_to_planes() {
 QRT_RANKED_RESHAPE_KERNELS(QRT_KERNEL)
 
 /// The rows of these kernels.
-inline constexpr const RankedReshapeRow* ranked_reshape_rows[] = {
+inline constexpr std::initializer_list<const RankedReshapeRow*> ranked_reshape_rows = {
     QRT_RANKED_RESHAPE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -63,10 +63,10 @@ int Reshape::CheckOutputs(const Tensors& tensors) const {
   return runtime::KERNEL_OK;
 }
 
-int Reshape::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  const runtime::TensorCPU& input = any_input(row_.name, inputs);
+int Reshape::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
+  const runtime::TensorCPU& input = any_input(inputs);
   Shapes shapes = InferOutputShapes({input.shape});
-  append_copy(row_.name, input, std::move(shapes[0]), context, outputs);
+  append_copy(row_.name, input, std::move(shapes[0]), pass, outputs);
   return runtime::KERNEL_OK;
 }
 

@@ -47,7 +47,7 @@ class Reshape : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const ReshapeRow& row_;
@@ -85,6 +85,7 @@ constexpr ReshapeRow reshape_freely() {
 QRT_RESHAPE_KERNELS(QRT_KERNEL)
 
 /// The rows of these kernels.
-inline constexpr const ReshapeRow* reshape_rows[] = {QRT_RESHAPE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const ReshapeRow*> reshape_rows = {
+    QRT_RESHAPE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

@@ -104,7 +104,7 @@ int Slice::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float_of(tensors, runtime::LayoutType::CHW));
 }
 
-int Slice::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int Slice::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const TensorCPU& input = float_input(row_.name, inputs);
   const std::vector<uint32_t>& dims = input.shape.dims;
   const TensorShape shape = InferOutputShapes({input.shape})[0];
@@ -120,7 +120,7 @@ int Slice::Forward(const Tensors& inputs, Tensors& outputs, const Context& conte
            "%s: the slice reaches outside dim %zu of size %u", row_.name, k, dims[k]);
     ranges[k] = {start, step, count};
   }
-  auto output = context.cpu->CreateTensor(shape, nullptr);
+  auto output = pass.create(shape);
   if (runtime::ElementCount(shape) != 0) {
     copy_box(static_cast<const float*>(input.RawPointer()), dims[1], dims[2], ranges[0], ranges[1],
              ranges[2], static_cast<float*>(output->RawPointer()));

@@ -32,7 +32,7 @@ class Slice : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
 
   /// @throws std::runtime_error for triples that reach outside the input
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const SliceRow& row_;
@@ -44,6 +44,7 @@ class Slice : public KernelFamily {
 
 QRT_SLICE_KERNELS(QRT_KERNEL)
 
-inline constexpr const SliceRow* slice_rows[] = {QRT_SLICE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const SliceRow*> slice_rows = {
+    QRT_SLICE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

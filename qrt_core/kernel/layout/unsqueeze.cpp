@@ -42,10 +42,10 @@ int UnSqueeze::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(type == DataType::FLOAT32 || type == DataType::INT16);
 }
 
-int UnSqueeze::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
-  const runtime::TensorCPU& input = any_input(row_.name, inputs);
+int UnSqueeze::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
+  const runtime::TensorCPU& input = any_input(inputs);
   Shapes shapes = InferOutputShapes({input.shape});
-  append_copy(row_.name, input, std::move(shapes[0]), context, outputs);
+  append_copy(row_.name, input, std::move(shapes[0]), pass, outputs);
   return runtime::KERNEL_OK;
 }
 

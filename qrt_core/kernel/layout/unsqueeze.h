@@ -27,7 +27,7 @@ class UnSqueeze : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   const UnSqueezeRow& row_;
@@ -39,6 +39,7 @@ class UnSqueeze : public KernelFamily {
 QRT_UNSQUEEZE_KERNELS(QRT_KERNEL)
 
 /// The rows of these kernels.
-inline constexpr const UnSqueezeRow* unsqueeze_rows[] = {QRT_UNSQUEEZE_KERNELS(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const UnSqueezeRow*> unsqueeze_rows = {
+    QRT_UNSQUEEZE_KERNELS(QRT_KERNEL_ROW)};
 
 }  // namespace marlo::kernel

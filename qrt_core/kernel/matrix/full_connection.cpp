@@ -111,11 +111,10 @@ void FullConnection::start_output(TensorCPU& output) const {
   }
 }
 
-int FullConnection::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const {
+int FullConnection::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   matrix::FullConnectionTask task;
   task.input = readable_input(inputs);
-  auto output =
-      device_of(row_.name, context).CreateTensor(InferOutputShapes({inputs[0]->shape})[0], nullptr);
+  auto output = pass.create(InferOutputShapes({inputs[0]->shape})[0]);
   start_output(*output);
   task.weight = static_cast<const float*>(weight_->RawPointer());
   task.bias = bias_ == nullptr ? nullptr : static_cast<const float*>(bias_->RawPointer());

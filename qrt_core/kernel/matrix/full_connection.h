@@ -4,7 +4,6 @@
 
 #include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
-#include "qrt_core/utility/build_options.h"
 
 // Full connections: output = weights * input + bias for one vector. Weights are
 // [out_features, in_features].
@@ -40,7 +39,7 @@ class FullConnection : public KernelFamily {
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context) const;
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
   bool passes(const Tensors& tensors, uint32_t features) const;
@@ -111,14 +110,9 @@ constexpr FullConnectionRow refused_full_connection() {
 #define QRT_FULL_CONNECTION_KERNELS(KERNEL) \
   KERNEL(FullConnection_Fallback_C_Float_M1, full_connection(matrix::dot_portable))
 
-#if QRT_WITH_SGEMM
 #define QRT_FULL_CONNECTION_KERNELS_SGEMM(KERNEL) \
   KERNEL(FullConnection_SGEMM_C_Float_M1, full_connection(matrix::dot_sgemm))
-#else
-#define QRT_FULL_CONNECTION_KERNELS_SGEMM(KERNEL)
-#endif
 
-#if QRT_WITH_SSE
 #define QRT_FULL_CONNECTION_KERNELS_SSE(KERNEL)                                            \
   KERNEL(FullConnection_SSE_C_Float_M1, full_connection(matrix::dot_sse))                  \
   KERNEL(FullConnection_SSE_C44_Float_M1,                                                  \
@@ -126,35 +120,29 @@ constexpr FullConnectionRow refused_full_connection() {
                       full_connection(matrix::blocks_of_4_sse)))                           \
   KERNEL(FullConnection_SSE_BC_Float_M1, full_connection_of_batch(matrix::dot_batch_sse))  \
   KERNEL(FullConnection_SSE_C4HW4_Float_M1, refused_full_connection())
-#else
-#define QRT_FULL_CONNECTION_KERNELS_SSE(KERNEL)
-#endif
 
-#if QRT_WITH_AVX
 #define QRT_FULL_CONNECTION_KERNELS_AVX(KERNEL)                                            \
-  KERNEL(FullConnection_AVX_C_Float_M1, full_connection_of_any(matrix::dot_m1_avx))        \
+  KERNEL(FullConnection_AVX_C_Float_M1, on_avx(full_connection_of_any(matrix::dot_m1_avx)))        \
   KERNEL(FullConnection_AVX_C_Float_M2,                                                    \
-         in_blocks_of(8, accepts_blocks_of_8,                                              \
-                      full_connection(matrix::blocks_in_order_avx)))                       \
-  KERNEL(FullConnection_AVX_C_Float_M3, full_connection(matrix::dot_m3_avx))               \
+         on_avx(in_blocks_of(8, accepts_blocks_of_8,                                              \
+                      full_connection(matrix::blocks_in_order_avx))))                       \
+  KERNEL(FullConnection_AVX_C_Float_M3, on_avx(full_connection(matrix::dot_m3_avx)))               \
   KERNEL(FullConnection_AVX_C88_Float_M1,                                                  \
-         in_blocks_of(8, accepts_blocks_of_8,                                              \
-                      full_connection_of_any(matrix::blocks_of_8_avx)))                    \
+         on_avx(in_blocks_of(8, accepts_blocks_of_8,                                              \
+                      full_connection_of_any(matrix::blocks_of_8_avx))))                    \
   KERNEL(FullConnection_AVX_C8HW8_Float_M1, refused_full_connection())
-#else
-#define QRT_FULL_CONNECTION_KERNELS_AVX(KERNEL)
-#endif
 // clang-format on
 
 QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL)
-QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL)
-QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL)
-QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL)
+QRT_IF_SGEMM(QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL))
+QRT_IF_SSE(QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL))
+QRT_IF_AVX(QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const FullConnectionRow* full_connection_rows[] = {
-    QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL_ROW) QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL_ROW)
-        QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL_ROW)
-            QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const FullConnectionRow*> full_connection_rows = {
+    QRT_FULL_CONNECTION_KERNELS(QRT_KERNEL_ROW)
+        QRT_IF_SGEMM(QRT_FULL_CONNECTION_KERNELS_SGEMM(QRT_KERNEL_ROW))
+            QRT_IF_SSE(QRT_FULL_CONNECTION_KERNELS_SSE(QRT_KERNEL_ROW))
+                QRT_IF_AVX(QRT_FULL_CONNECTION_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel

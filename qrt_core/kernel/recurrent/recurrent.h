@@ -142,7 +142,7 @@ class RecurrentCell : public RecurrentLayer {
   int CheckOutputs(const Tensors& tensors) const;
 
   /// Replaces what `outputs` holds. An exception leaves the state as it was.
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context);
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
 
  private:
   const RecurrentCellRow& row_;
@@ -171,7 +171,7 @@ class RecurrentSequence : public RecurrentLayer {
   int CheckOutputs(const Tensors& tensors) const;
 
   /// An exception leaves the state as it was.
-  int Forward(const Tensors& inputs, Tensors& outputs, const Context& context);
+  int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
 
  private:
   using Cells = std::vector<RecurrentWeights>;
@@ -274,7 +274,6 @@ constexpr RecurrentSequenceRow gru_sequence() {
   KERNEL(LSTM_Fallback_SC_F32_M1, lstm_sequence<recurrent::Portable>()) \
   KERNEL(GRU_Fallback_SC_F32_M1, gru_sequence<recurrent::Portable>())
 
-#if QRT_WITH_SSE
 #define QRT_RECURRENT_CELLS_SSE(KERNEL)                      \
   KERNEL(RNNCell_SSE_C_F32_M1, rnn_cell<recurrent::Sse>())   \
   KERNEL(LSTMCell_SSE_C_F32_M1, lstm_cell<recurrent::Sse>()) \
@@ -283,12 +282,7 @@ constexpr RecurrentSequenceRow gru_sequence() {
   KERNEL(RNN_SSE_SC_F32_M1, rnn_sequence<recurrent::Sse>())   \
   KERNEL(LSTM_SSE_SC_F32_M1, lstm_sequence<recurrent::Sse>()) \
   KERNEL(GRU_SSE_SC_F32_M1, gru_sequence<recurrent::Sse>())
-#else
-#define QRT_RECURRENT_CELLS_SSE(KERNEL)
-#define QRT_RECURRENT_SEQUENCES_SSE(KERNEL)
-#endif
 
-#if QRT_WITH_SGEMM
 #define QRT_RECURRENT_CELLS_SGEMM(KERNEL)                        \
   KERNEL(RNNCell_SGEMM_C_F32_M1, rnn_cell<recurrent::Sgemm>())   \
   KERNEL(LSTMCell_SGEMM_C_F32_M1, lstm_cell<recurrent::Sgemm>()) \
@@ -297,40 +291,30 @@ constexpr RecurrentSequenceRow gru_sequence() {
   KERNEL(RNN_SGEMM_SC_F32_M1, rnn_sequence<recurrent::Sgemm>())   \
   KERNEL(LSTM_SGEMM_SC_F32_M1, lstm_sequence<recurrent::Sgemm>()) \
   KERNEL(GRU_SGEMM_SC_F32_M1, gru_sequence<recurrent::Sgemm>())
-#else
-#define QRT_RECURRENT_CELLS_SGEMM(KERNEL)
-#define QRT_RECURRENT_SEQUENCES_SGEMM(KERNEL)
-#endif
 
-#if QRT_WITH_SSE && QRT_WITH_SGEMM
 #define QRT_RECURRENT_CELLS_SSE_SGEMM(KERNEL) \
   KERNEL(GRUCell_SSE_SGEMM_C_F32_M2, gru_cell<recurrent::SseSgemm>())
 #define QRT_RECURRENT_SEQUENCES_SSE_SGEMM(KERNEL) \
   KERNEL(GRU_SSE_SGEMM_SC_F32_M2, gru_sequence<recurrent::SseSgemm>())
-#else
-#define QRT_RECURRENT_CELLS_SSE_SGEMM(KERNEL)
-#define QRT_RECURRENT_SEQUENCES_SSE_SGEMM(KERNEL)
-#endif
-
-#define QRT_ALL_RECURRENT_CELLS(KERNEL) \
-  QRT_RECURRENT_CELLS(KERNEL)           \
-  QRT_RECURRENT_CELLS_SSE(KERNEL)       \
-  QRT_RECURRENT_CELLS_SGEMM(KERNEL)     \
-  QRT_RECURRENT_CELLS_SSE_SGEMM(KERNEL)
-#define QRT_ALL_RECURRENT_SEQUENCES(KERNEL) \
-  QRT_RECURRENT_SEQUENCES(KERNEL)           \
-  QRT_RECURRENT_SEQUENCES_SSE(KERNEL)       \
-  QRT_RECURRENT_SEQUENCES_SGEMM(KERNEL)     \
-  QRT_RECURRENT_SEQUENCES_SSE_SGEMM(KERNEL)
 // clang-format on
 
-QRT_ALL_RECURRENT_CELLS(QRT_KERNEL)
-QRT_ALL_RECURRENT_SEQUENCES(QRT_KERNEL)
+QRT_RECURRENT_CELLS(QRT_KERNEL)
+QRT_IF_SSE(QRT_RECURRENT_CELLS_SSE(QRT_KERNEL))
+QRT_IF_SGEMM(QRT_RECURRENT_CELLS_SGEMM(QRT_KERNEL))
+QRT_IF_SSE(QRT_IF_SGEMM(QRT_RECURRENT_CELLS_SSE_SGEMM(QRT_KERNEL)))
+QRT_RECURRENT_SEQUENCES(QRT_KERNEL)
+QRT_IF_SSE(QRT_RECURRENT_SEQUENCES_SSE(QRT_KERNEL))
+QRT_IF_SGEMM(QRT_RECURRENT_SEQUENCES_SGEMM(QRT_KERNEL))
+QRT_IF_SSE(QRT_IF_SGEMM(QRT_RECURRENT_SEQUENCES_SSE_SGEMM(QRT_KERNEL)))
 
 /// The rows of the kernels that this build contains.
-inline constexpr const RecurrentCellRow* recurrent_cell_rows[] = {
-    QRT_ALL_RECURRENT_CELLS(QRT_KERNEL_ROW)};
-inline constexpr const RecurrentSequenceRow* recurrent_sequence_rows[] = {
-    QRT_ALL_RECURRENT_SEQUENCES(QRT_KERNEL_ROW)};
+inline constexpr std::initializer_list<const RecurrentCellRow*> recurrent_cell_rows = {
+    QRT_RECURRENT_CELLS(QRT_KERNEL_ROW) QRT_IF_SSE(QRT_RECURRENT_CELLS_SSE(QRT_KERNEL_ROW))
+        QRT_IF_SGEMM(QRT_RECURRENT_CELLS_SGEMM(QRT_KERNEL_ROW))
+            QRT_IF_SSE(QRT_IF_SGEMM(QRT_RECURRENT_CELLS_SSE_SGEMM(QRT_KERNEL_ROW)))};
+inline constexpr std::initializer_list<const RecurrentSequenceRow*> recurrent_sequence_rows = {
+    QRT_RECURRENT_SEQUENCES(QRT_KERNEL_ROW) QRT_IF_SSE(QRT_RECURRENT_SEQUENCES_SSE(QRT_KERNEL_ROW))
+        QRT_IF_SGEMM(QRT_RECURRENT_SEQUENCES_SGEMM(QRT_KERNEL_ROW))
+            QRT_IF_SSE(QRT_IF_SGEMM(QRT_RECURRENT_SEQUENCES_SSE_SGEMM(QRT_KERNEL_ROW)))};
 
 }  // namespace marlo::kernel

@@ -78,13 +78,13 @@ int RecurrentCell::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(is_vector(tensors, hidden_size_));
 }
 
-int RecurrentCell::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) {
+int RecurrentCell::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) {
   const TensorCPU& input = float_input(name_, inputs);
   require_configured();
   const bool fits = is_vector(inputs, in_size_) && runtime::ElementCount(input.shape) >= in_size_;
   Assert(fits, "%s: the input must be a FLOAT32 vector of layout C with %u elements", name_,
          in_size_);
-  runtime::DeviceCPU& device = device_of(name_, context);
+  runtime::DeviceCPU& device = pass.device();
   // A zero state is made here and not earlier: from the second pass on, the new state stands in
   // the block of the one before the last, and there must be such a block.
   const auto h = h_ != nullptr ? h_ : device.CreateZeroF32CMainMem(hidden_size_);

@@ -136,10 +136,10 @@ const float* RecurrentSequence::readable_input(const Tensors& inputs) const {
   return static_cast<const float*>(input.RawPointer());
 }
 
-int RecurrentSequence::Forward(const Tensors& inputs, Tensors& outputs, const Context& context) {
+int RecurrentSequence::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) {
   const float* input = readable_input(inputs);
   Assert(!bidirectional_ || complex_type_ == 0, "Not Implemented.");
-  runtime::DeviceCPU& device = device_of(name_, context);
+  runtime::DeviceCPU& device = pass.device();
   const auto output = device.CreateTensor(InferOutputShapes({inputs[0]->shape})[0], nullptr);
   std::shared_ptr<TensorCPU> between;
   if (bidirectional_ && layers() > 1) between = device.CreateTensor(output->shape, nullptr);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "qrt_core/runtime/tensor/tensor_shape.h"
@@ -24,6 +25,16 @@ enum class InstructionSet : uint8_t {
   avx2,      ///< AVX2 and FMA
   avx512,    ///< AVX-512 F, VL, BW and DQ, and those before
 };
+
+/// "AVX and FMA", as a person would name it.
+QRT_API const char* PrintedName(InstructionSet set);
+
+/// What a kernel of this library needs, by its name: what `IKernelFacts::needs` says without making
+/// one. `baseline` for a name that no kernel of this build has.
+///
+/// The library never asks what the processor has; whoever lets a configuration choose kernels
+/// compares the two.
+QRT_API InstructionSet needs_of(std::string_view kernel);
 
 /// What a kernel does with the memory of its first input.
 enum class InputUse : uint8_t {

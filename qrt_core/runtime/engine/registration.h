@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "qrt_core/runtime/engine/create_net.h"
 #include "qrt_core/runtime/model/inference_config.h"
 
@@ -20,11 +22,17 @@ void register_quantisation_params(InferenceParamRegistry& params);
 /// "InferenceParamConv2DQuant".
 void register_convolution_quantisation_param(InferenceParamRegistry& params);
 
+/// Enters a factory under a key that isn't there yet.
+void enter_kernel(KernelRegistry& kernels, const char* name, std::shared_ptr<IKernel> (*make)());
+
 /// Enters kernel class `Kernel` under its name.
 template <typename Kernel>
 void add_kernel(KernelRegistry& kernels) {
-  const auto make = []() -> std::shared_ptr<IKernel> { return std::make_shared<Kernel>(); };
-  kernels.Register(Kernel::name, make, false);
+  enter_kernel(kernels, Kernel::name,
+               [] { return std::shared_ptr<IKernel>(static_cast<IKernel*>(new Kernel)); });
 }
+
+/// The same for one entry of a family's list; see `QRT_KERNEL`.
+#define QRT_ADD_KERNEL(Name, row) add_kernel<Name>(kernels);
 
 }  // namespace marlo::runtime

@@ -316,7 +316,7 @@ TEST_P(ChannelMultiplication, RefusesInputsThatDoNotBelongTogether) {
       // Neither is the whole picture.
       {{tensor(2, 1, 5, lanes), tensor(2, 3, 1, lanes)}, "is no map"},
       {{tensor(2, 2, 2, lanes + 1), tensor(2, 1, 1, lanes + 1)}, "blocks of"},
-      {{tensor(2, 2, 2, lanes)}, "must be a map"}};
+      {{tensor(2, 2, 2, lanes)}, "at least 2 inputs"}};
   for (const auto& [inputs, text] : refused) {
     IKernel::Tensors outputs;
     EXPECT_THAT(failure_of([&, &tensors = inputs] { kernel->Forward(tensors, outputs, context); }),

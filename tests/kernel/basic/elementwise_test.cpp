@@ -193,7 +193,7 @@ TEST_P(EveryElementwise, RefusesASecondInputThatIsTooSmall) {
               }),
               testing::HasSubstr("8 elements"));
   EXPECT_THAT(failure_of([&] { kernel->Forward({large}, outputs, context); }),
-              testing::HasSubstr("must be two"));
+              testing::HasSubstr("at least 2 inputs"));
 }
 
 TEST_P(EveryElementwise, MayReplaceItsInputs) {

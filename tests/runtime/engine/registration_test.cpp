@@ -66,9 +66,8 @@ TEST_F(RegistrationTest, KernelsAreThoseOfTheList) {
   EXPECT_THAT(sorted_keys(kernels_), ElementsAreArray(expected_keys(any)));
 }
 
-TEST(Registration, ListIsSortedAndHolds216Names) {
+TEST(Registration, ListIsSortedAndHoldsNoNameTwice) {
   const std::vector<std::string> keys = listed_keys();
-  EXPECT_EQ(keys.size(), 216u);
   EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
   EXPECT_EQ(std::adjacent_find(keys.begin(), keys.end()), keys.end());
 }
@@ -93,25 +92,21 @@ TEST(Registration, GroupsHoldTheirKernels) {
   EXPECT_THAT(keys_of(register_common_kernels), ElementsAreArray(common));
 
   const auto portable = keys_of(register_portable_kernels);
-  EXPECT_EQ(portable.size(), 44u);
   EXPECT_THAT(portable, ElementsAreArray(expected_keys([](const std::string& key) {
                 return is_of(key, "Fallback") && key != "Transform_MainMemory_Permute_Fallback";
               })));
 #if QRT_WITH_SSE
   const auto sse = keys_of(register_sse_kernels);
-  EXPECT_EQ(sse.size(), QRT_WITH_SGEMM ? 89u : 87u) << "two use the BLAS as well";
   EXPECT_THAT(sse, ElementsAreArray(
                        expected_keys([](const std::string& key) { return is_of(key, "SSE"); })));
 #endif
 #if QRT_WITH_AVX
   const auto avx = keys_of(register_avx_kernels);
-  EXPECT_EQ(avx.size(), 74u);
   EXPECT_THAT(avx, ElementsAreArray(
                        expected_keys([](const std::string& key) { return is_of(key, "AVX"); })));
 #endif
 #if QRT_WITH_SGEMM
   const auto sgemm = keys_of(register_sgemm_kernels);
-  EXPECT_EQ(sgemm.size(), 8u);
   EXPECT_THAT(sgemm, ElementsAreArray(expected_keys([](const std::string& key) {
                 return is_of(key, "SGEMM") && !is_of(key, "SSE");
               })));

@@ -1,0 +1,36 @@
+#include <cstring>
+
+#include "qrt_core/kernel/kernels.h"
+#include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_core/runtime/engine/registration.h"
+
+namespace marlo::runtime {
+
+void enter_kernel(KernelRegistry& kernels, const char* name, std::shared_ptr<IKernel> (*make)()) {
+  kernels.Register(name, make, false);
+}
+
+const char* PrintedName(InstructionSet set) {
+  switch (set) {
+    case InstructionSet::avx:
+      return "AVX";
+    case InstructionSet::fma:
+      return "AVX and FMA";
+    case InstructionSet::avx2:
+      return "AVX2 and FMA";
+    case InstructionSet::avx512:
+      return "AVX-512";
+    default:
+      return "SSE2";
+  }
+}
+
+InstructionSet needs_of(std::string_view kernel) {
+  InstructionSet needs = InstructionSet::baseline;
+  kernel::for_each_row([&](const kernel::KernelRow& row) {
+    if (kernel == row.name) needs = row.needs;
+  });
+  return needs;
+}
+
+}  // namespace marlo::runtime
