@@ -29,6 +29,16 @@ struct Count {
 /// What `unrolled` calls must be inlined as well.
 #define QRT_UNROLLED(index) [&](size_t index) __attribute__((always_inline))
 
+/// Calls `run(Count<n>())` with the n that `count` is, from 1 to `kMost`: a size that is known only
+/// in a pass reaches code for which it is a constant.
+template <size_t kMost, typename Run>
+[[gnu::always_inline]] inline void with_static(size_t count, Run run) noexcept {
+  if constexpr (kMost > 1) {
+    if (count < kMost) return with_static<kMost - 1>(count, run);
+  }
+  run(Count<kMost>());
+}
+
 /// Keeps a sum where it is computed. GCC otherwise puts off a chain of separate products and sums
 /// to its end, loads all its factors before, and has to keep them in memory.
 template <typename Register>
@@ -47,6 +57,23 @@ struct SseVector {
   static Register splat(const float* from) noexcept { return _mm_load1_ps(from); }
   static Register splat(float x) noexcept { return _mm_set1_ps(x); }
   static void store(float* to, Register x) noexcept { _mm_storeu_ps(to, x); }
+
+  /// The first `count` lanes, where no more floats than these may be touched. Other lanes are zero.
+  static Register load_first(const float* from, size_t count) noexcept {
+    if (count >= kLanes) return load(from);
+    if (count < 2) return _mm_load_ss(from);
+    const Register pair = _mm_loadl_pi(zero(), reinterpret_cast<const __m64*>(from));
+    return count == 2 ? pair : _mm_movelh_ps(pair, _mm_load_ss(from + 2));
+  }
+  static void store_first(float* to, size_t count, Register x) noexcept {
+    if (count >= kLanes) return store(to, x);
+    if ((count & 2) != 0) {
+      _mm_storel_pi(reinterpret_cast<__m64*>(to), x);
+      x = _mm_movehl_ps(x, x);
+      to += 2;
+    }
+    if ((count & 1) != 0) _mm_store_ss(to, x);
+  }
 
   static Register plus(Register a, Register b) noexcept { return _mm_add_ps(a, b); }
   static Register minus(Register a, Register b) noexcept { return _mm_sub_ps(a, b); }
@@ -72,6 +99,24 @@ struct AvxVector {
   static Register splat(const float* from) noexcept { return _mm256_broadcast_ss(from); }
   static Register splat(float x) noexcept { return _mm256_set1_ps(x); }
   static void store(float* to, Register x) noexcept { _mm256_storeu_ps(to, x); }
+
+  /// As those of `SseVector`. A store under a mask would be slow on some processors.
+  static Register load_first(const float* from, size_t count) noexcept {
+    if (count >= kLanes) return load(from);
+    const Register lanes = _mm256_setr_ps(0, 1, 2, 3, 4, 5, 6, 7);
+    const Register last = splat(static_cast<float>(static_cast<int>(count)));
+    return _mm256_maskload_ps(from, _mm256_castps_si256(_mm256_cmp_ps(lanes, last, _CMP_LT_OQ)));
+  }
+  static void store_first(float* to, size_t count, Register x) noexcept {
+    if (count >= kLanes) return store(to, x);
+    __m128 half = _mm256_castps256_ps128(x);
+    if (count >= kLanes / 2) {
+      _mm_storeu_ps(to, half);
+      half = _mm256_extractf128_ps(x, 1);
+      to += kLanes / 2;
+    }
+    SseVector::store_first(to, count % (kLanes / 2), half);
+  }
 
   /// Eight floats, or four of them twice.
   template <size_t count>
@@ -125,6 +170,19 @@ inline size_t part_begin(size_t index, size_t parts, size_t total) noexcept {
 }
 
 inline size_t parts_of(size_t total, size_t most) noexcept { return (total + most - 1) / most; }
+
+/// Shares `total` out evenly among the fewest parts of up to `most`: calls `run(begin, count)` for
+/// each.
+template <typename Run>
+[[gnu::always_inline]] inline void for_even_parts(size_t total, size_t most, Run run) noexcept {
+  const size_t parts = parts_of(total, most);
+  size_t begin = 0;
+  for (size_t part = 1; part <= parts; ++part) {
+    const size_t end = part_begin(part, parts, total);
+    run(begin, end - begin);
+    begin = end;
+  }
+}
 
 /// Shares `total` out evenly among the fewest tiles of up to `most`, which leaves no small tile at
 /// the end: calls `run(begin, size, count)` for the larger tiles and then for the smaller ones.

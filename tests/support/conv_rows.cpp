@@ -8,7 +8,6 @@
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/kernel/conv/winograd.h"
-#include "tests/support/conv_acceptance.h"
 #include "tests/support/conv_setup.h"
 
 namespace marlo::test {
@@ -25,8 +24,8 @@ ConvRow any_row(const ConvolutionRow<Geometry>& row) {
   any.name = row.name;
   any.layout = row.input.layout;
   any.output_layout = row.output.layout;
-  any.accepts =
-      accepted_in_words(std::function<bool(const typename Geometry::Params&)>(row.accepts));
+  any.accepted = row.accepts;
+  any.accepts = kernel::words_for(row.accepts, Geometry::kDims == 2);
   any.in_block = runtime::BlockSize(row.input.layout);
   any.out_block = runtime::BlockSize(row.output.layout);
   any.is_line = std::is_same_v<Geometry, LineGeometry>;

@@ -18,7 +18,8 @@ struct ConvRow {
   runtime::LayoutType layout;
   uint32_t in_block = 1;  ///< channels that stand together in the input
   runtime::LayoutType output_layout;
-  std::string accepts;     ///< in words
+  kernel::Accepts accepted;
+  std::string accepts;     ///< the same in words
   uint32_t out_block = 1;  ///< channels that stand together in the output
   bool is_line = false;
   bool is_transposed = false;

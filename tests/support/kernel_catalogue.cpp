@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "qrt_core/kernel/kernels.h"
-#include "tests/support/conv_acceptance.h"
 #include "tests/support/kernel_remarks.h"
 #include "tests/support/kernels.h"
 
@@ -222,16 +221,13 @@ KernelFacts facts_of(const kernel::RecurrentSequenceRow& row) {
 
 template <typename Geometry>
 KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
-  using Params = typename Geometry::Params;
-  return {accepted_in_words(std::function<bool(const Params&)>(row.accepts)),
-          layout_name(row.input.layout), layout_name(row.output.layout), "",
-          portable_defines(row.name, kFreeOrder)};
+  return {kernel::words_for(row.accepts, Geometry::kDims == 2), layout_name(row.input.layout),
+          layout_name(row.output.layout), "", portable_defines(row.name, kFreeOrder)};
 }
 
-KernelFacts facts_of(const kernel::Int16ConvolutionRow&) {
-  return in_one_layout(
-      "1x1, stride 1, no dilation, no padding, channels in eights; both step sizes",
-      LayoutType::C8HW8, "its own fixed-point definition, to the bit");
+KernelFacts facts_of(const kernel::Int16ConvolutionRow& row) {
+  return in_one_layout(kernel::words_for(row.accepts) + "; both step sizes", LayoutType::C8HW8,
+                       "its own fixed-point definition, to the bit");
 }
 
 Table facts_of_rows() {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/layout/padding.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 

@@ -77,7 +77,6 @@ class BlockedProductTiles {
  private:
   void for_each_panel(size_t first, size_t depth) const noexcept {
     const BlockedProduct& p = product_;
-    const size_t groups = parts_of(p.out_blocks, kMostBlocks);
     const size_t tiles = parts_of(p.pixels, most_pixels(kMostBlocks));
     const size_t panels = parts_of(tiles, kPanelTiles);
     const size_t panel_rows = tiles >= kPanelTiles || tiles == 0 ? 1 : kPanelTiles / tiles;
@@ -90,27 +89,24 @@ class BlockedProductTiles {
         panel.end = part_begin(index + 1, panels, p.pixels);
         panel.first = first;
         panel.depth = depth;
-        for (size_t group = 0; group < groups; ++group) {
-          panel.block = part_begin(group, groups, p.out_blocks);
-          panel.end_block = part_begin(group + 1, groups, p.out_blocks);
-          run_panel<kMostBlocks>(panel);
-        }
+        for_even_parts(p.out_blocks, kMostBlocks, [&](size_t block, size_t count) {
+          panel.block = block;
+          panel.end_block = block + count;
+          with_static<kMostBlocks>(count, [&](auto kBlocks) { run_panel<kBlocks.value>(panel); });
+        });
       }
     }
   }
 
   template <size_t kBlocks>
   void run_panel(const Panel& panel) const noexcept {
-    if constexpr (kBlocks > 1) {
-      if (panel.end_block - panel.block < kBlocks) return run_panel<kBlocks - 1>(panel);
-    }
-    constexpr size_t kPixels = most_pixels(kBlocks);
+    constexpr size_t kMostPixels = most_pixels(kBlocks);
     const BlockedProduct& p = product_;
     size_t done = 0;
     for (size_t row = panel.row; row < panel.end_row; ++row) {
       const float* input = p.input + panel.first * p.in_plane + row * p.in_row;
       float* output = p.output + panel.block * p.out_plane + row * p.out_row;
-      for_even_tiles(panel.end - panel.begin, kPixels,
+      for_even_tiles(panel.end - panel.begin, kMostPixels,
                      [&](size_t offset, size_t size, size_t count) {
                        const size_t pixel = panel.begin + offset;
                        const Tile tile = {
@@ -118,7 +114,9 @@ class BlockedProductTiles {
                            p.weight + panel.block * p.weight_plane + panel.first * kBlockWeights,
                            p.bias == nullptr ? nullptr : p.bias + panel.block * kBlock,
                            output + pixel * kBlock};
-                       run_sized<kBlocks, kPixels>(panel, tile, size, done, count);
+                       with_static<kMostPixels>(size, [&](auto kPixels) {
+                         run_tiles<kBlocks, kPixels.value>(panel, tile, done, count);
+                       });
                        done += count;
                      });
     }
@@ -133,17 +131,6 @@ class BlockedProductTiles {
     if (index >= kLines * kMostBlocks || block >= product_.out_blocks) block = panel.block;
     return product_.weight + block * product_.weight_plane + panel.first * kBlockWeights +
            index % kLines * panel.depth * kLine;
-  }
-
-  template <size_t kBlocks, size_t kPixels>
-  void run_sized(const Panel& panel, const Tile& tile, size_t pixels, size_t index,
-                 size_t count) const noexcept {
-    if constexpr (kPixels > 1) {
-      if (pixels < kPixels) {
-        return run_sized<kBlocks, kPixels - 1>(panel, tile, pixels, index, count);
-      }
-    }
-    run_tiles<kBlocks, kPixels>(panel, tile, index, count);
   }
 
   // `count` tiles side by side, the first of which is the panel's tile `index`.

@@ -49,12 +49,22 @@ uint32_t transposed_size(uint32_t input, uint32_t kernel, uint32_t dilation, uin
   return input * stride - (kernel - 1) * dilation + padding;
 }
 
+// Whether a window fits into a padded size, which is a 32-bit number itself.
+bool fits(uint64_t input, uint64_t padding, uint64_t extent) {
+  return input + padding >= extent && input + padding <= UINT32_MAX;
+}
+
 // What a transposed convolution makes before anything is cut off.
 uint32_t full_size(uint32_t input, uint32_t kernel, uint32_t dilation, uint32_t stride) {
   return (input - 1) * stride + (kernel - 1) * dilation + 1;
 }
 
 }  // namespace
+
+void PlaneGeometry::enlarge(const Frame& frame, std::vector<uint32_t>& dims) {
+  dims[1] += frame.top + frame.bottom;
+  dims[2] += frame.left + frame.right;
+}
 
 Conv2dParams PlaneGeometry::params_of(const Info& info) { return plane_params(info); }
 
@@ -73,8 +83,8 @@ std::vector<uint32_t> PlaneGeometry::output_dims(const Params& p,
 }
 
 bool PlaneGeometry::window_fits(const Params& p, const std::vector<uint32_t>& input) {
-  return input[1] + p.padding_b + p.padding_t >= window_extent(p.kernel_y, p.dilation_y) &&
-         input[2] + p.padding_r + p.padding_l >= window_extent(p.kernel_x, p.dilation_x);
+  return fits(input[1], p.padding_b + p.padding_t, window_extent(p.kernel_y, p.dilation_y)) &&
+         fits(input[2], p.padding_r + p.padding_l, window_extent(p.kernel_x, p.dilation_x));
 }
 
 ConvTask PlaneGeometry::task_of(const Params& params, const std::vector<uint32_t>& padded,
@@ -107,11 +117,6 @@ std::vector<uint32_t> TransposedGeometry::output_dims(const Params& p,
 ConvTask TransposedGeometry::task_of(const Params& params, const std::vector<uint32_t>& input,
                                      const std::vector<uint32_t>& output) {
   return PlaneGeometry::task_of(params, input, output);
-}
-
-void ScatterGeometry::enlarge(const Params& p, std::vector<uint32_t>& dims) {
-  dims[1] += p.padding_t + p.padding_b;
-  dims[2] += p.padding_l + p.padding_r;
 }
 
 TensorShape ScatterGeometry::weight_shape(const Params& p) {
@@ -153,6 +158,23 @@ Conv1dParams LineGeometry::params_of(const Info& info) {
   return params;
 }
 
+Conv2dParams LineGeometry::as_plane(const Params& line) {
+  Conv2dParams plane;
+  plane.kernel_x = line.kernel_size;
+  plane.stride_x = line.stride;
+  plane.dilation_x = line.dilation;
+  plane.kernel_y = plane.stride_y = plane.dilation_y = 1;
+  plane.in_channels = line.in_channels;
+  plane.out_channels = line.out_channels;
+  plane.in_channels_per_group = line.in_channels_per_group;
+  plane.out_channels_per_group = line.out_channels_per_group;
+  plane.groups = line.groups;
+  plane.padding_l = line.padding_f;
+  plane.padding_r = line.padding_b;
+  plane.if_bias = line.if_bias;
+  return plane;
+}
+
 TensorShape LineGeometry::weight_shape(const Params& p) {
   return weights({p.groups, p.out_channels_per_group, p.in_channels_per_group, p.kernel_size},
                  LayoutType::GNCL);
@@ -165,7 +187,7 @@ std::vector<uint32_t> LineGeometry::output_dims(const Params& p,
 }
 
 bool LineGeometry::window_fits(const Params& p, const std::vector<uint32_t>& input) {
-  return input[1] + p.padding_b + p.padding_f >= window_extent(p.kernel_size, p.dilation);
+  return fits(input[1], p.padding_b + p.padding_f, window_extent(p.kernel_size, p.dilation));
 }
 
 ConvTask LineGeometry::task_of(const Params& params, const std::vector<uint32_t>& padded,
@@ -175,17 +197,7 @@ ConvTask LineGeometry::task_of(const Params& params, const std::vector<uint32_t>
   task.in_width = padded[1];
   task.out_height = 1;
   task.out_width = output[1];
-  task.params.kernel_x = params.kernel_size;
-  task.params.kernel_y = 1;
-  task.params.stride_x = params.stride;
-  task.params.stride_y = 1;
-  task.params.dilation_x = params.dilation;
-  task.params.dilation_y = 1;
-  task.params.in_channels = params.in_channels;
-  task.params.out_channels = params.out_channels;
-  task.params.in_channels_per_group = params.in_channels_per_group;
-  task.params.out_channels_per_group = params.out_channels_per_group;
-  task.params.groups = params.groups;
+  task.params = as_plane(params);
   return task;
 }
 

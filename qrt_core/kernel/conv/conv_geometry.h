@@ -4,13 +4,15 @@
 #include <vector>
 
 #include "qrt_core/kernel/conv/conv_params.h"
+#include "qrt_core/kernel/layout/padding.h"
 #include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/tensor/tensor_shape.h"
 
 namespace marlo::kernel {
 
-// What sets plane, transposed and one-dimensional convolutions apart: their description, their
-// parameter record, the shapes of weights and output, and how a core sees them.
+// What sets the convolutions over planes, the two transposed ones and those over lines apart: their
+// description, their parameter record, the shapes of weights and output, what is put around the
+// input and cut off the result, and how a core sees them.
 
 /// A two-dimensional convolution over [C, H, W].
 struct PlaneGeometry {
@@ -21,10 +23,17 @@ struct PlaneGeometry {
   static constexpr size_t kDims = 3;
   static constexpr const char* kMisfit = "the window is larger than the padded input";
 
-  /// Makes the dims of the output those of what a core writes, where these differ.
-  static void enlarge(const Params&, std::vector<uint32_t>&) {}
+  /// What a padded copy of the input has around it.
+  static Frame padding_of(const Params& p) {
+    return {p.padding_l, p.padding_r, p.padding_t, p.padding_b};
+  }
+  /// What the core's result has around the output.
+  static Frame surplus_of(const Params&) { return {}; }
+  /// Dims with a frame around them.
+  static void enlarge(const Frame& frame, std::vector<uint32_t>& dims);
 
   static Params params_of(const Info& info);
+  static const Conv2dParams& as_plane(const Params& params) { return params; }
   static runtime::TensorShape weight_shape(const Params& params);
 
   /// Whether outputs can be counted at all: not at a stride of 0.
@@ -52,10 +61,14 @@ struct TransposedGeometry {
   static constexpr size_t kDims = 3;
   static constexpr const char* kMisfit = "the window is larger than the padded input";
 
-  /// Makes the dims of the output those of what a core writes, where these differ.
-  static void enlarge(const Params&, std::vector<uint32_t>&) {}
+  static Frame padding_of(const Params&) { return {}; }
+  static Frame surplus_of(const Params&) { return {}; }
+  static void enlarge(const Frame& frame, std::vector<uint32_t>& dims) {
+    PlaneGeometry::enlarge(frame, dims);
+  }
 
   static Params params_of(const Info& info);
+  static const Conv2dParams& as_plane(const Params& params) { return params; }
   static runtime::TensorShape weight_shape(const Params& params);
 
   /// [out_channels, H * stride - (kernel - 1) * dilation + padding, ...], in 32-bit arithmetic. The
@@ -87,10 +100,15 @@ struct ScatterGeometry {
 
   static bool has_strides(const Params&) { return true; }
 
-  /// To the full result.
-  static void enlarge(const Params& params, std::vector<uint32_t>& dims);
+  static Frame padding_of(const Params&) { return {}; }
+  /// The paddings are those of the full result.
+  static Frame surplus_of(const Params& params) { return PlaneGeometry::padding_of(params); }
+  static void enlarge(const Frame& frame, std::vector<uint32_t>& dims) {
+    PlaneGeometry::enlarge(frame, dims);
+  }
 
   static Params params_of(const Info& info) { return TransposedGeometry::params_of(info); }
+  static const Conv2dParams& as_plane(const Params& params) { return params; }
   static runtime::TensorShape weight_shape(const Params& params);
 
   /// [out_channels, (H - 1) * stride + (kernel - 1) * dilation + 1 - paddings, ...], in 32-bit
@@ -115,9 +133,15 @@ struct LineGeometry {
   static constexpr size_t kDims = 2;
   static constexpr const char* kMisfit = "the window is larger than the padded input";
 
-  static void enlarge(const Params&, std::vector<uint32_t>&) {}
+  static Frame padding_of(const Params& p) { return {p.padding_f, p.padding_b, 0, 0}; }
+  static Frame surplus_of(const Params&) { return {}; }
+  static void enlarge(const Frame& frame, std::vector<uint32_t>& dims) {
+    dims[1] += frame.left + frame.right;
+  }
 
   static Params params_of(const Info& info);
+  /// A line is a plane of height 1.
+  static Conv2dParams as_plane(const Params& params);
   static runtime::TensorShape weight_shape(const Params& params);
 
   static bool has_strides(const Params& params) { return params.stride != 0; }
@@ -128,7 +152,6 @@ struct LineGeometry {
 
   static bool window_fits(const Params& params, const std::vector<uint32_t>& input);
 
-  /// A line is a plane of height 1.
   static ConvTask task_of(const Params& params, const std::vector<uint32_t>& padded,
                           const std::vector<uint32_t>& output);
 };

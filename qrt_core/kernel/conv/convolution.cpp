@@ -1,15 +1,18 @@
 #include "qrt_core/kernel/conv/convolution.h"
 
-#include <type_traits>
+#include <algorithm>
 #include <utility>
 
 #include "qrt_core/kernel/conv/weights.h"
+#include "qrt_core/kernel/layout/crop.h"
+#include "qrt_core/kernel/layout/padding.h"
 #include "qrt_core/kernel/tensor_checks.h"
 
 namespace marlo::kernel {
 
 using runtime::BlockSize;
 using runtime::DataType;
+using runtime::DeviceCPU;
 using runtime::LayoutType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
@@ -48,8 +51,7 @@ template <typename Geometry>
 int Convolution<Geometry>::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
   const auto* description = dynamic_cast<const typename Geometry::Info*>(info);
   if (param != nullptr || description == nullptr) return runtime::KERNEL_REFUSED;
-  return row_.accepts(Geometry::params_of(*description)) ? runtime::KERNEL_OK
-                                                         : runtime::KERNEL_REFUSED;
+  return config_verdict(fits(row_.accepts, Geometry::as_plane(Geometry::params_of(*description))));
 }
 
 template <typename Geometry>
@@ -102,12 +104,11 @@ int Convolution<Geometry>::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(passes(tensors, row_.output, params_.out_channels));
 }
 
-// The tensor that the core reads. What would send the core beyond it is refused here.
+// Refuses what would send the core outside the input.
 template <typename Geometry>
-std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& inputs,
-                                                                 const Pass& pass) const {
-  TensorCPU& input = float_input(row_.name, inputs);
-  const std::vector<uint32_t>& dims = input.shape.dims;
+void Convolution<Geometry>::check_input(const Tensors& inputs) const {
+  const TensorShape& shape = float_input(row_.name, inputs).shape;
+  const std::vector<uint32_t>& dims = shape.dims;
   Assert(weight_ != nullptr, "%s: not configured", row_.name);
   const LayoutType layout = row_.input.layout;
   const uint32_t channels = params_.groups * params_.in_channels_per_group;
@@ -119,38 +120,75 @@ std::shared_ptr<TensorCPU> Convolution<Geometry>::prepared_input(const Tensors& 
            row_.name, Geometry::kDims + 1, block, channels);
   }
   Assert(Geometry::window_fits(params_, dims), "%s: %s", row_.name, Geometry::kMisfit);
-  const bool readable = input.shape.data_type == DataType::FLOAT32 &&
-                        input.shape.location == runtime::LocationType::MainMemory &&
-                        input.shape.layout == layout;
+  const bool readable = shape.data_type == DataType::FLOAT32 &&
+                        shape.location == runtime::LocationType::MainMemory &&
+                        (row_.takes_any_layout || shape.layout == layout);
   Assert(readable, "%s: the input must be FLOAT32 of layout %u in main memory", row_.name,
          static_cast<uint32_t>(layout));
-  auto tensor = std::static_pointer_cast<TensorCPU>(inputs[0]);
-  if (row_.pad != nullptr) tensor = row_.pad(tensor, params_, pass.shared_device());
-  Assert(tensor != nullptr, "%s: the input can't be padded", row_.name);
-  return tensor;
+}
+
+// The input or its padded copy. The last vector of a copy's row may reach behind the copy, which is
+// larger by such a vector.
+template <typename Geometry>
+auto Convolution<Geometry>::source_of(TensorPointer input, DeviceCPU& device) const -> Source {
+  std::vector<uint32_t> dims = input->shape.dims;
+  if (row_.margin == Margin::none) return {std::move(input), std::move(dims)};
+  Frame frame = Geometry::padding_of(params_);
+  if (row_.margin == Margin::to_even) {
+    frame.right += dims[2] % 2;
+    frame.bottom += dims[1] % 2;
+  }
+  const size_t planes = dims[0];
+  const size_t height = Geometry::kDims == 2 ? 1 : dims[1];
+  const uint32_t block = BlockSize(row_.input.layout);
+  const size_t width = size_t{dims[Geometry::kDims - 1]} * block;
+  Geometry::enlarge(frame, dims);
+  frame.left *= block;
+  frame.right *= block;
+
+  constexpr uint64_t kMost = UINT32_MAX;  // a tensor of so many floats is refused
+  constexpr uint32_t kRoom = 16;          // floats behind the copy
+  const uint64_t rows = uint64_t{planes} * (height + frame.top + frame.bottom);
+  const uint64_t row = width + frame.left + frame.right;
+  const uint64_t floats = row == 0 || rows <= kMost / row ? rows * row : kMost;
+  const auto lines = static_cast<uint32_t>(floats / kRoom + 2);
+  auto copy = device.CreateF32FlexiableMainMemory({lines, kRoom}, nullptr);
+  frame_planes(static_cast<const float*>(input->RawPointer()), planes, height, width, frame, 0.0f,
+               static_cast<float*>(copy->RawPointer()));
+  return {std::move(copy), std::move(dims)};
+}
+
+// Output channels that the core writes. A group without channels has no weights.
+template <typename Geometry>
+uint32_t Convolution<Geometry>::computed_channels() const {
+  if (row_.computes == Computes::filter_per_channel) {
+    return params_.in_channels_per_group == 0 ? 0 : params_.groups;
+  }
+  return params_.groups == 1 ? params_.out_channels : 0;
 }
 
 template <typename Geometry>
 std::shared_ptr<TensorCPU> Convolution<Geometry>::initial_output(const TensorShape& shape,
-                                                                 const Pass& pass) const {
-  auto output = pass.create(shape);
+                                                                 DeviceCPU& device) const {
+  auto output = device.CreateTensor(shape, nullptr);
   const uint32_t block = BlockSize(row_.output.layout);
-  uint32_t computed = params_.groups == 1 ? params_.out_channels : 0;
-  if (row_.is_depthwise) computed = params_.groups;
-  const bool writes_all = computed == params_.out_channels && computed % block == 0;
-  if (row_.starts_from_bias && writes_all) return output;
+  if (row_.starts_from_bias && computed_channels() == output->shape.dims[0] * block) return output;
   // Planes beyond the last whole group have no bias and are never computed.
-  const bool all_have_bias =
-      bias_ != nullptr && params_.groups * params_.out_channels_per_group == params_.out_channels;
-  if (!all_have_bias) FillZero_Float(output);
-  if (bias_ != nullptr) row_.fill_bias(bias_, output);
+  const uint32_t channels = params_.groups * params_.out_channels_per_group;
+  auto* floats = static_cast<float*>(output->RawPointer());
+  const size_t count = runtime::ElementCount(output->shape);
+  if (bias_ == nullptr || channels != params_.out_channels) std::fill_n(floats, count, 0.0f);
+  if (bias_ != nullptr) {
+    fill_channels(floats_of(bias_), channels, floats, output->shape.dims[0], output->strides[0],
+                  block, row_.fill);
+  }
   return output;
 }
 
 template <typename Geometry>
-ConvTask Convolution<Geometry>::task_of(const TensorCPU& input, TensorCPU& output) const {
-  ConvTask task = Geometry::task_of(params_, input.shape.dims, output.shape.dims);
-  task.input = static_cast<const float*>(input.RawPointer());
+ConvTask Convolution<Geometry>::task_of(const Source& source, TensorCPU& output) const {
+  ConvTask task = Geometry::task_of(params_, source.dims, output.shape.dims);
+  task.input = floats_of(source.memory);
   task.weight = floats_of(weight_);
   task.bias = floats_of(bias_);
   task.output = static_cast<float*>(output.RawPointer());
@@ -159,36 +197,92 @@ ConvTask Convolution<Geometry>::task_of(const TensorCPU& input, TensorCPU& outpu
   return task;
 }
 
+// What lies inside a frame of the result.
+template <typename Geometry>
+std::shared_ptr<TensorCPU> Convolution<Geometry>::without(const Frame& frame, TensorPointer result,
+                                                          DeviceCPU& device) const {
+  if (frame.is_empty()) return result;
+  TensorShape shape = result->shape;
+  const std::vector<uint32_t>& dims = result->shape.dims;
+  shape.dims[1] -= frame.top + frame.bottom;
+  shape.dims[2] -= frame.left + frame.right;
+  auto inside = device.CreateTensor(std::move(shape), nullptr);
+  const uint32_t block = BlockSize(row_.output.layout);
+  crop_planes(floats_of(result), dims[0], dims[1], size_t{dims[2]} * block,
+              {frame.left * block, frame.right * block, frame.top, frame.bottom},
+              static_cast<float*>(inside->RawPointer()));
+  return inside;
+}
+
 template <typename Geometry>
 int Convolution<Geometry>::Forward(const Tensors& inputs, Tensors& outputs,
                                    const Pass& pass) const {
-  const auto input = prepared_input(inputs, pass);
+  check_input(inputs);
+  DeviceCPU& device = pass.device();
+  const Source source = source_of(std::static_pointer_cast<TensorCPU>(inputs[0]), device);
+  const Frame surplus = Geometry::surplus_of(params_);
   TensorShape shape = output_shape(inputs[0]->shape);
-  Geometry::enlarge(params_, shape.dims);
-  auto output = initial_output(shape, pass);
+  Geometry::enlarge(surplus, shape.dims);
+  auto output = initial_output(shape, device);
   // A transposed output may have no columns and billions of rows.
   if (runtime::ElementCount(output->shape) != 0) {
-    const ConvTask task = task_of(*input, *output);
+    const ConvTask task = task_of(source, *output);
     if (row_.method != nullptr) {
-      row_.method(task, pass.device());
+      row_.method(task, device);
     } else {
       row_.core(task);
     }
   }
-  output = cropped(std::move(output), pass);
-  outputs.push_back(std::move(output));
+  outputs.push_back(without(surplus, std::move(output), device));
   return runtime::KERNEL_OK;
 }
 
 template <typename Geometry>
-std::shared_ptr<TensorCPU> Convolution<Geometry>::cropped(TensorPointer result,
-                                                          const Pass& pass) const {
-  if constexpr (std::is_same_v<Geometry, ScatterGeometry>) {
-    result = row_.crop(result, params_.padding_l, params_.padding_r, params_.padding_t,
-                       params_.padding_b, pass.shared_device());
-    Assert(result != nullptr, "%s: %s", row_.name, Geometry::kMisfit);
+KernelFamily::Misfits Convolution<Geometry>::refusals(const LayerInfo* info,
+                                                      const InferenceParam* param) const {
+  if (param != nullptr) return {{"inference parameter", "none", "one"}};
+  const auto* description = dynamic_cast<const typename Geometry::Info*>(info);
+  if (description == nullptr) return {};
+  const Params params = Geometry::params_of(*description);
+  const Conv2dParams plane = Geometry::as_plane(params);
+  Misfits found = misfits(row_.accepts, plane, Geometry::kDims == 2);
+  if (!found.empty()) return found;
+  if (!Geometry::has_strides(params)) {
+    return {{"stride_y, stride_x", "above 0",
+             std::to_string(plane.stride_y) + " x " + std::to_string(plane.stride_x)}};
   }
-  return result;
+  found = missing_numbers("weight", description->weight, Geometry::weight_shape(params).dims);
+  if (!found.empty() || !params.if_bias) return found;
+  return missing_numbers("bias", description->bias,
+                         bias_shape(params.groups, params.out_channels_per_group).dims);
+}
+
+template <typename Geometry>
+KernelFamily::Misfits Convolution<Geometry>::input_refusals(const Shapes& inputs) const {
+  return input_misfits(row_.input, DataType::FLOAT32, params_.in_channels, Geometry::kDims, inputs);
+}
+
+template <typename Geometry>
+KernelFamily::Misfits Convolution<Geometry>::differences(const LayerInfo& info,
+                                                         const Shapes& inputs) const {
+  const auto* description = dynamic_cast<const typename Geometry::Info*>(&info);
+  if (description == nullptr) return {};
+  const Params params = Geometry::params_of(*description);
+  Misfits found = channel_differences(row_.computes, row_.input.layout, row_.output.layout,
+                                      Geometry::as_plane(params));
+  const bool has_input = !inputs.empty() && inputs[0].dims.size() >= Geometry::kDims;
+  if (!has_input) return found;
+  if (inputs[0].data_type == DataType::FLOAT16) {
+    found.push_back({"input 0", "FLOAT32, which a pass computes", "FLOAT16"});
+  }
+  if (row_.leaves_odd_ends && Geometry::window_fits(params, inputs[0].dims)) {
+    const std::vector<uint32_t> dims = Geometry::output_dims(params, inputs[0].dims);
+    if (dims[1] % 2 != 0 || dims[2] % 2 != 0) {
+      found.push_back({"output", "an even size; an odd last row or column holds the bias alone",
+                       std::to_string(dims[1]) + " x " + std::to_string(dims[2])});
+    }
+  }
+  return found;
 }
 
 template class Convolution<PlaneGeometry>;

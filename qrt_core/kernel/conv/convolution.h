@@ -1,12 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "qrt_core/kernel/conv/conv_cores.h"
 #include "qrt_core/kernel/conv/conv_geometry.h"
-#include "qrt_core/kernel/conv/fill.h"
-#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/conv/convolution_facts.h"
 #include "qrt_core/kernel/kernel_class.h"
+#include "qrt_core/kernel/layout/fill.h"
 
 // What all convolution kernels share: parameters, weights, tensor checks and the steps of a pass.
 // A convolution adds onto bias or zero and has no activation of its own.
@@ -16,42 +18,38 @@ namespace marlo::kernel {
 template <typename Geometry>
 class Convolution;
 
-/// What a kernel demands of the tensor on one of its sides. Data types that a check lets pass are
-/// not always computed: a pass refuses FLOAT16, so that a configuration can fall back before it.
-struct ConvolutionSide {
-  runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of the tensor
-  bool passes_half = false;    ///< the check accepts FLOAT16 beside FLOAT32
-  bool tests_channels = true;  ///< the check compares the channels with the description
+/// What a core reads.
+enum class Margin {
+  none,     ///< the input itself
+  padding,  ///< a copy with the layer's paddings
+  to_even,  ///< such a copy, with zeros to the right and below up to an even size
 };
 
-/// One convolution kernel: what it accepts, and the functions that its steps call.
+/// One convolution kernel: what it accepts, and what its steps do.
 template <typename Geometry>
 struct ConvolutionRow : KernelRow {
   using Family = Convolution<Geometry>;
   using Params = typename Geometry::Params;
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
 
-  /// Whether the kernel can run these parameters.
-  bool (*accepts)(const Params& params) = nullptr;
+  Accepts accepts;         ///< the layers it takes
   ConvolutionSide input;   ///< what is asked of the input
   ConvolutionSide output;  ///< what is asked of the output
-  /// The padded copy of the input, made on every pass; null for a core that needs none.
-  TensorPointer (*pad)(const TensorPointer& input, const Params& params,
-                       const std::shared_ptr<runtime::DeviceCPU>& device) = nullptr;
+  /// What the core reads. A copy is made on every pass, and has room for a vector behind its end.
+  Margin margin = Margin::none;
+  /// A pass takes an input of any layout, as long as it has the dims. Padding doesn't.
+  bool takes_any_layout = false;
   /// The weights in the order in which the core reads them; null for a core that reads them as they
   /// come.
   TensorPointer (*pack)(TensorPointer weight, std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
-  /// Gives an output the bias of its channels; without a bias it is cleared.
-  int (*fill_bias)(TensorPointer bias, TensorPointer output) = nullptr;
+  fill::Core fill = nullptr;  ///< repeats the bias over an output; without one it is cleared
   /// The core starts from `ConvTask::bias` itself and writes every output that has weights, so that
   /// the step above is left out where all have.
   bool starts_from_bias = false;
-  bool is_depthwise = false;      ///< the core computes one output channel for each group
-  conv::Core core = nullptr;      ///< adds the products onto the output
+  Computes computes = Computes::first_group;  ///< of the channels
+  bool leaves_odd_ends = false;               ///< an odd last row and column stay as they begin
+  conv::Core core = nullptr;                  ///< adds the products onto the output
   conv::Method method = nullptr;  ///< takes the place of `core` where scratch memory is needed
-  /// Cuts the paddings off a result that is larger by them. Null for a result that is what it is.
-  TensorPointer (*crop)(TensorPointer result, uint32_t left, uint32_t right, uint32_t top,
-                        uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
 
   /// The same kernel with one layout on both sides.
   constexpr ConvolutionRow in_layout(runtime::LayoutType layout) const {
@@ -77,14 +75,26 @@ class Convolution : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
+
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
 
+  // What the core reads: dims, and where the numbers are.
+  struct Source {
+    TensorPointer memory;
+    std::vector<uint32_t> dims;
+  };
+
   runtime::TensorShape output_shape(const runtime::TensorShape& input) const;
-  TensorPointer prepared_input(const Tensors& inputs, const Pass& pass) const;
-  TensorPointer initial_output(const runtime::TensorShape& shape, const Pass& pass) const;
-  ConvTask task_of(const runtime::TensorCPU& input, runtime::TensorCPU& output) const;
-  TensorPointer cropped(TensorPointer result, const Pass& pass) const;
+  void check_input(const Tensors& inputs) const;
+  uint32_t computed_channels() const;
+  Source source_of(TensorPointer input, runtime::DeviceCPU& device) const;
+  TensorPointer initial_output(const runtime::TensorShape& shape, runtime::DeviceCPU& device) const;
+  ConvTask task_of(const Source& source, runtime::TensorCPU& output) const;
+  TensorPointer without(const Frame& frame, TensorPointer result, runtime::DeviceCPU& device) const;
 
   const Row& row_;
   Params params_;

@@ -2,37 +2,27 @@
 
 #include "qrt_core/kernel/conv/convolution.h"
 #include "qrt_core/kernel/conv/depthwise_cores.h"
-#include "qrt_core/kernel/conv/direct_convolution.h"
 #include "qrt_core/kernel/conv/weight_packing.h"
 
 // Depthwise convolutions: as many groups as channels, one filter for each.
 
 namespace marlo::kernel {
 
-/// Whether a layer has this window and stride and no dilation. Paddings aren't tested.
-bool has_depthwise_window(const Conv2dParams& params, uint32_t size, uint32_t stride);
-
-/// For kernels over blocks: any number of groups. That there is one channel in each isn't tested;
-/// groups that have no channel are not computed.
-template <uint32_t kSize, uint32_t kStride>
-bool accepts_depthwise_blocks(const Conv2dParams& p) {
-  return has_depthwise_window(p, kSize, kStride) && p.groups != 0;
-}
-
-/// For kernels over planes: one channel in each group.
-template <uint32_t kSize, uint32_t kStride>
-bool accepts_depthwise_planes(const Conv2dParams& p) {
-  return has_depthwise_window(p, kSize, kStride) && p.groups != 0 && p.in_channels == p.groups &&
-         p.out_channels == p.groups;
+/// Layers with a square filter and no dilation; paddings aren't tested. Kernels over planes want
+/// one channel in each group. Those over blocks take any number of groups, and compute what groups
+/// have channels.
+constexpr Accepts depthwise_planes(uint32_t size, uint32_t stride) {
+  return with_groups(window_of(size, size, stride), Groups::one_a_channel);
 }
 
 /// A kernel in one layout. Unlike dense kernels it lets no FLOAT16 pass.
-constexpr ConvolutionRow<PlaneGeometry> depthwise(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<PlaneGeometry> depthwise(const Accepts& accepts,
                                                   runtime::LayoutType layout, conv::Core core) {
   ConvolutionRow<PlaneGeometry> row;
   row.accepts = accepts;
   row.input = {layout, false, true};
   row.output = {layout, false, layout == runtime::LayoutType::CHW};
+  row.computes = Computes::filter_per_channel;
   row.core = core;
   return row;
 }
@@ -51,70 +41,69 @@ void over_blocks(const ConvTask& task, runtime::DeviceCPU& device) {
 }
 
 /// A kernel over blocks.
-constexpr ConvolutionRow<PlaneGeometry> depthwise_blocks(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<PlaneGeometry> depthwise_blocks(const Accepts& accepts,
                                                          runtime::LayoutType layout,
                                                          conv::Method method) {
   ConvolutionRow<PlaneGeometry> row = depthwise(accepts, layout, nullptr);
   row.method = method;
   row.starts_from_bias = true;
-  row.is_depthwise = true;
   return row;
 }
 
 // clang-format off
 
-constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<PlaneGeometry> depthwise_chw_on_sse(const Accepts& accepts,
                                                              conv::Core core) {
   auto row = depthwise(accepts, runtime::LayoutType::CHW, core);
-  row.pad = padded_chw;
-  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.margin = Margin::padding;
+  row.fill = fill::repeat_portable;
   return row;
 }
 
 #define QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                      \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1,                                         \
-         depthwise_chw_on_sse(accepts_depthwise_planes<3, 1>, conv::depthwise_3x3_chw_sse))        \
+         depthwise_chw_on_sse(depthwise_planes(3, 1), conv::depthwise_3x3_chw_sse))        \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_CHW_FLOAT_M1,                                         \
-         depthwise_chw_on_sse(accepts_depthwise_planes<3, 2>, conv::depthwise_3x3_stride2_chw_sse))
+         depthwise_chw_on_sse(depthwise_planes(3, 2), conv::depthwise_3x3_stride2_chw_sse))
 
-constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<PlaneGeometry> depthwise_c4(const Accepts& accepts,
                                                      conv::Method method) {
   auto row = depthwise_blocks(accepts, runtime::LayoutType::C4HW4, method);
   row.pack = functional::Function_Weight_GNCHW_To_G4NCHWg4;
-  row.fill_bias = FillBias_C4HW4_Float_SSE;
+  row.fill = fill::repeat_portable;
   return row;
 }
 
 #define QRT_DEPTHWISE_KERNELS_SSE(KERNEL)                                                          \
   QRT_DEPTHWISE_CHW_KERNELS_SSE(KERNEL)                                                            \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_sse>))                 \
+         depthwise_c4(window_of(3, 3, 1), over_blocks<4, conv::depthwise_3x3_c4_sse>))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_SSE_C4HW4_FLOAT_M1,                                       \
-         depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_sse>))
+         depthwise_c4(window_of(3, 3, 2), over_blocks<4, conv::depthwise_3x3_stride2_c4_sse>))
 
 QRT_IF_SSE(QRT_DEPTHWISE_KERNELS_SSE(QRT_KERNEL))
 
-constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<PlaneGeometry> depthwise_c8(const Accepts& accepts,
                                                      conv::Method method) {
   auto row = depthwise_blocks(accepts, runtime::LayoutType::C8HW8, method);
   row.pack = functional::Function_Weight_GNCHW_To_G8NCHWg8;
-  row.fill_bias = FillBias_C8HW8_Float_AVX;
+  row.fill = fill::repeat_avx;
   return on_avx(row);
 }
 
 #define QRT_DEPTHWISE_KERNELS_AVX(KERNEL)                                                          \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         on_fma(depthwise_c4(accepts_depthwise_blocks<3, 1>, over_blocks<4, conv::depthwise_3x3_c4_fma>)))                 \
+         on_fma(depthwise_c4(window_of(3, 3, 1), over_blocks<4, conv::depthwise_3x3_c4_fma>)))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C4HW4_FLOAT_M1,                                       \
-         on_fma(depthwise_c4(accepts_depthwise_blocks<3, 2>, over_blocks<4, conv::depthwise_3x3_stride2_c4_fma>)))         \
+         on_fma(depthwise_c4(window_of(3, 3, 2), over_blocks<4, conv::depthwise_3x3_stride2_c4_fma>)))         \
   KERNEL(Depthwise_Conv2D_K3x3_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         on_fma(depthwise_c8(accepts_depthwise_blocks<3, 1>, over_blocks<8, conv::depthwise_3x3_c8_fma>)))                 \
+         on_fma(depthwise_c8(window_of(3, 3, 1), over_blocks<8, conv::depthwise_3x3_c8_fma>)))                 \
   KERNEL(Depthwise_Conv2D_K3x3_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<3, 2>, over_blocks<8, conv::depthwise_3x3_stride2_c8_avx>))                 \
+         depthwise_c8(window_of(3, 3, 2), over_blocks<8, conv::depthwise_3x3_stride2_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S1x1_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 1>, over_blocks<8, conv::depthwise_5x5_c8_avx>))                 \
+         depthwise_c8(window_of(5, 5, 1), over_blocks<8, conv::depthwise_5x5_c8_avx>))                 \
   KERNEL(Depthwise_Conv2D_K5x5_S2x2_D1x1_AVX_C8HW8_FLOAT_M1,                                       \
-         depthwise_c8(accepts_depthwise_blocks<5, 2>, over_blocks<8, conv::depthwise_5x5_stride2_c8_avx>))
+         depthwise_c8(window_of(5, 5, 2), over_blocks<8, conv::depthwise_5x5_stride2_c8_avx>))
 
 QRT_IF_AVX(QRT_DEPTHWISE_KERNELS_AVX(QRT_KERNEL))
 

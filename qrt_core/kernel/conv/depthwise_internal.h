@@ -132,19 +132,13 @@ class DepthwiseTiles {
     constexpr size_t kOutStep = Pixels::kPixels * kBlock;
     size_t i = 0;
     for (; i < inner_begin_; ++i) run_at_edge(source, i, output + i * kOutStep);
-    for (; i < larger_end_; i += tile_ + 1) {
-      sized_tile<kMost>(tile_ + 1, source, i, output + i * kOutStep);
+    while (i < inner_end_) {
+      const size_t vectors = i < larger_end_ ? tile_ + 1 : tile_;
+      with_static<kMost>(
+          vectors, [&](auto kCount) { run_tile<kCount.value>(source, i, output + i * kOutStep); });
+      i += vectors;
     }
-    for (; i < inner_end_; i += tile_) sized_tile<kMost>(tile_, source, i, output + i * kOutStep);
     for (; i < vectors_; ++i) run_at_edge(source, i, output + i * kOutStep);
-  }
-
-  template <size_t kCount>
-  void sized_tile(size_t count, const Source& source, size_t vector, float* output) const noexcept {
-    if constexpr (kCount > 1) {
-      if (count < kCount) return sized_tile<kCount - 1>(count, source, vector, output);
-    }
-    run_tile<kCount>(source, vector, output);
   }
 
   // The input column under the first tap of a vector, counted from the picture's first.

@@ -97,7 +97,8 @@ class DotProductTiles {
                              p.output + channel / kOutBlock * p.out_plane + pixel * kOutBlock +
                                  channel % kOutBlock,
                              p.pixels - pixel};
-          run_sized<kVectors>(group, tile, size, count);
+          with_static<kVectors>(
+              size, [&](auto kSize) { run_tiles_to_end<kSize.value>(group, tile, count); });
         });
       }
     }
@@ -115,17 +116,21 @@ class DotProductTiles {
            channel % kOutBlock * kInBlock;
   }
 
-  template <size_t size>
-  void run_sized(const Group& group, const Tile& tile, size_t vectors,
-                 size_t count) const noexcept {
-    if constexpr (size > 1) {
-      if (vectors < size) return run_sized<size - 1>(group, tile, vectors, count);
+  // The last vector of an odd number of pixels holds only one that is there.
+  template <size_t kSize>
+  void run_tiles_to_end(const Group& group, Tile tile, size_t count) const noexcept {
+    constexpr size_t kPixels = kSize * kPixelsOfVector;
+    if (kPixelsOfVector == 1 || count * kPixels <= tile.pixels) {
+      return run_tiles<kSize, true>(group, tile, count);
     }
-    run_tiles<size>(group, tile, count);
+    run_tiles<kSize, true>(group, tile, count - 1);
+    tile.input += (count - 1) * kPixels * kInBlock;
+    tile.output += (count - 1) * kPixels * kOutBlock;
+    run_tiles<kSize, false>(group, tile, 1);
   }
 
-  // `count` tiles of `size` vectors, side by side.
-  template <size_t size>
+  // `count` tiles of `size` vectors, side by side. `kWhole` says that the last vector is full, too.
+  template <size_t size, bool kWhole>
   [[gnu::noinline]] void run_tiles(const Group& group, Tile tile, size_t count) const noexcept {
     constexpr size_t kPixels = size * kPixelsOfVector;
     const size_t in_plane = product_.in_plane;
@@ -140,7 +145,10 @@ class DotProductTiles {
       for (size_t k = 0; k < group.depth; ++k) {
         _mm_prefetch(reinterpret_cast<const char*>(ahead), _MM_HINT_T0);
         __m256 x[size];
-        unrolled<size>(QRT_UNROLLED(v) { x[v] = Vector::load(input + 8 * v); });
+        unrolled<size>(QRT_UNROLLED(v) {
+          const float* from = input + 8 * v;
+          x[v] = kWhole || v + 1 < size ? Vector::load(from) : Vector::load_first(from, kInBlock);
+        });
         unrolled<4>(QRT_UNROLLED(n) {
           const __m256 w = weights_of(weight + n * kInBlock);
           unrolled<size>(
@@ -152,23 +160,22 @@ class DotProductTiles {
       }
       unrolled<size>(QRT_UNROLLED(v) {
         const __m256 sum = folded(sums[0][v], sums[1][v], sums[2][v], sums[3][v]);
-        add_vector(group.is_first, bias, sum, tile.output + v * kPixelsOfVector * kOutBlock,
-                   tile.pixels - v * kPixelsOfVector);
+        add_vector(group.is_first, kWhole || v + 1 < size, bias, sum,
+                   tile.output + v * kPixelsOfVector * kOutBlock);
       });
       tile.input += kPixels * kInBlock;
       tile.output += kPixels * kOutBlock;
-      tile.pixels -= kPixels;
     }
   }
 
-  // The last vector of an odd number of pixels holds only one that is there.
-  [[gnu::always_inline]] static void add_vector(bool is_first, __m128 bias, __m256 sum,
-                                                float* output, size_t pixels) noexcept {
+  [[gnu::always_inline]] static void add_vector(bool is_first, bool is_whole, __m128 bias,
+                                                __m256 sum, float* output) noexcept {
     if constexpr (kInBlock == 8) {
       add_pixel(is_first, bias, both_halves(sum), output);
     } else {
       add_pixel(is_first, bias, _mm256_castps256_ps128(sum), output);
-      if (pixels > 1) add_pixel(is_first, bias, _mm256_extractf128_ps(sum, 1), output + kOutBlock);
+      if (!is_whole) return;
+      add_pixel(is_first, bias, _mm256_extractf128_ps(sum, 1), output + kOutBlock);
     }
   }
 
@@ -224,19 +231,18 @@ class DotProductRows {
     const size_t tile_floats = depth * 8 * kPixels;
     const size_t tiles = tile_floats == 0 ? kPanelFloats : kPanelFloats / tile_floats;
     const size_t panel = kPixels * (tiles == 0 ? 1 : tiles);
-    const size_t groups = parts_of(p.out_channels, kChannels);
     for (size_t begin = 0; begin < p.pixels; begin += panel) {
       const size_t pixels = smaller_of(panel, p.pixels - begin);
-      for (size_t index = 0; index < groups; ++index) {
-        const size_t channel = part_begin(index, groups, p.out_channels);
-        const size_t next = part_begin(index + 1, groups, p.out_channels);
+      for_even_parts(p.out_channels, kChannels, [&](size_t channel, size_t count) {
+        const size_t next = channel + count;
         const Group group = {weights_at(channel, first),
                              weights_at(next < p.out_channels ? next : 0, first),
                              p.bias == nullptr ? nullptr : p.bias + channel, depth, first == 0};
         const Tile tile = {p.input + first * p.in_plane + begin * 8,
                            p.output + channel * p.out_plane + begin};
-        run_channels<kChannels>(group, tile, next - channel, pixels);
-      }
+        with_static<kChannels>(
+            count, [&](auto kCount) { run_channels<kCount.value>(group, tile, pixels); });
+      });
     }
   }
 
@@ -245,10 +251,7 @@ class DotProductRows {
   }
 
   template <size_t channels>
-  void run_channels(const Group& group, Tile tile, size_t count, size_t pixels) const noexcept {
-    if constexpr (channels > 1) {
-      if (count < channels) return run_channels<channels - 1>(group, tile, count, pixels);
-    }
+  void run_channels(const Group& group, Tile tile, size_t pixels) const noexcept {
     const size_t whole = pixels / kPixels;
     if (whole != 0) run_tiles<channels, kPixels>(group, tile, whole);
     tile.input += whole * kPixels * 8;

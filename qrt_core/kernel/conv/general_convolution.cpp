@@ -9,22 +9,6 @@ using runtime::DeviceCPU;
 using runtime::LayoutType;
 using runtime::TensorCPU;
 
-bool accepts_everything(const Conv2dParams&) { return true; }
-
-bool accepts_whole_blocks_of_8(const Conv2dParams& p) {
-  return p.in_channels % 8 == 0 && p.out_channels % 8 == 0;
-}
-
-std::shared_ptr<TensorCPU> pad_any_layout(const std::shared_ptr<TensorCPU>& input,
-                                          const Conv2dParams& p,
-                                          const std::shared_ptr<DeviceCPU>& device) {
-  const auto pad =
-      input->shape.layout == LayoutType::C4HW4   ? Padding_HW_MainMemory_C4HW4_Float_SSE_M1
-      : input->shape.layout == LayoutType::C8HW8 ? Padding_HW_MainMemory_C8HW8_Float_SSE_M1
-                                                 : Padding_HW_MainMemory_CHW_Float_Fallback_M1;
-  return pad(input, p.padding_l, p.padding_r, p.padding_t, p.padding_b, 0.0f, device);
-}
-
 #if QRT_WITH_SSE || QRT_WITH_AVX
 
 namespace {

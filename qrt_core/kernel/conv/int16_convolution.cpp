@@ -110,13 +110,7 @@ int Int16Convolution::CheckConfig(const LayerInfo* info, const InferenceParam* p
   if (!is_step(steps->weight_step_size) || !is_step(steps->output_step_size)) {
     return runtime::KERNEL_REFUSED;
   }
-  const Conv2dParams p = PlaneGeometry::params_of(*description);
-  const bool is_point = p.kernel_x == 1 && p.kernel_y == 1 && p.stride_x == 1 && p.stride_y == 1 &&
-                        p.dilation_x == 1 && p.dilation_y == 1;
-  const bool is_padded =
-      p.padding_l != 0 || p.padding_r != 0 || p.padding_t != 0 || p.padding_b != 0;
-  return config_verdict(is_point && !is_padded && p.groups != 0 && p.in_channels % kBlock == 0 &&
-                        p.out_channels % kBlock == 0);
+  return config_verdict(fits(row_.accepts, PlaneGeometry::params_of(*description)));
 }
 
 bool Int16Convolution::Configure(const LayerInfo* info, const InferenceParam* param,
@@ -161,7 +155,7 @@ int Int16Convolution::CheckOutputs(const Tensors& tensors) const {
 
 int Int16Convolution::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(weight_ != nullptr, "%s: not configured", row_.name);
-  const bool readable = is_int16(inputs[0]->shape) && inputs[0]->shape.layout == LayoutType::C8HW8;
+  const bool readable = is_int16(inputs[0]->shape);
   Assert(readable, "%s: the input must be an INT16 tensor in blocks of 8", row_.name);
   auto& input = static_cast<TensorCPU&>(*inputs[0]);
   const std::vector<uint32_t>& dims = input.shape.dims;
@@ -181,6 +175,54 @@ int Int16Convolution::Forward(const Tensors& inputs, Tensors& outputs, const Pas
                         weight_step_size_);
   outputs.push_back(std::move(output));
   return runtime::KERNEL_OK;
+}
+
+namespace {
+
+void add_step_misfit(const char* member, int step, KernelFamily::Misfits& found) {
+  if (is_step(step)) return;
+  found.push_back({member, std::to_string(kLeastStep) + " to " + std::to_string(kMostStep),
+                   std::to_string(step)});
+}
+
+}  // namespace
+
+KernelFamily::Misfits Int16Convolution::refusals(const LayerInfo* info,
+                                                 const InferenceParam* param) const {
+  const auto* steps = dynamic_cast<const runtime::InferenceParamConv2DQuant*>(param);
+  if (steps == nullptr) {
+    return {{"inference parameter", "InferenceParamConv2DQuant",
+             param == nullptr ? "none" : "another one"}};
+  }
+  const auto* description = dynamic_cast<const runtime::Conv2dInfo*>(info);
+  if (description == nullptr) return {};
+  const Conv2dParams params = PlaneGeometry::params_of(*description);
+  Misfits found = misfits(row_.accepts, params);
+  add_step_misfit("weight_step_size", steps->weight_step_size, found);
+  add_step_misfit("output_step_size", steps->output_step_size, found);
+  if (!found.empty()) return found;
+  found = missing_numbers("weight", description->weight, PlaneGeometry::weight_shape(params).dims);
+  if (!found.empty() || !params.if_bias) return found;
+  return missing_numbers("bias", description->bias,
+                         bias_shape(params.groups, params.out_channels_per_group).dims);
+}
+
+KernelFamily::Misfits Int16Convolution::input_refusals(const Shapes& inputs) const {
+  if (inputs.size() == 1 && is_int16(inputs[0]) && inputs[0].layout == LayoutType::C8HW8 &&
+      !is_step(inputs[0].extra.step_size)) {
+    Misfits found;
+    add_step_misfit("step size of input 0", inputs[0].extra.step_size, found);
+    return found;
+  }
+  return input_misfits({LayoutType::C8HW8, false, true}, DataType::INT16, params_.in_channels,
+                       PlaneGeometry::kDims, inputs);
+}
+
+KernelFamily::Misfits Int16Convolution::differences(const LayerInfo& info, const Shapes&) const {
+  const auto* description = dynamic_cast<const runtime::Conv2dInfo*>(&info);
+  if (description == nullptr) return {};
+  return channel_differences(Computes::first_group, LayoutType::C8HW8, LayoutType::C8HW8,
+                             PlaneGeometry::params_of(*description));
 }
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "qrt_core/kernel/conv/conv_params.h"
+#include "qrt_core/kernel/conv/convolution_facts.h"
 #include "qrt_core/kernel/kernel_class.h"
 
 // The fixed-point 1x1 convolution. A number v of a tensor with step size s stands for v / 2^s.
@@ -32,6 +32,8 @@ class Int16Convolution;
 
 struct Int16ConvolutionRow : KernelRow {
   using Family = Int16Convolution;
+
+  Accepts accepts = in_blocks_of(8, window_of(1, 1, 1, Paddings::none));  ///< the layers it takes
 };
 
 /// Over C8HW8 tensors of step sizes from 8 to 12. Products are scaled by the weights' step alone,
@@ -48,6 +50,10 @@ class Int16Convolution : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   const Int16ConvolutionRow& row_;

@@ -7,17 +7,14 @@
 
 namespace marlo::kernel {
 
-/// Whether a layer has a filter of 3 at stride 1 without dilation, channels, and any groups.
-bool accepts_line_of_3(const Conv1dParams& params);
-
 /// A line is a plane of height 1. No channels are compared; groups are accepted and not read.
 constexpr ConvolutionRow<LineGeometry> line_of_3_on_avx() {
   ConvolutionRow<LineGeometry> row;
-  row.accepts = accepts_line_of_3;
+  row.accepts = with_channels(window_of(1, 3, 1));
   row.input = {runtime::LayoutType::CL, true, false};
   row.output = {runtime::LayoutType::CL, false, false};
-  row.pad = pad_cl;
-  row.fill_bias = FillBias_CL_Float_Fallback;
+  row.margin = Margin::padding;
+  row.fill = fill::repeat_portable;
   row.core = conv::window_chw_avx;
   return on_avx(row);
 }

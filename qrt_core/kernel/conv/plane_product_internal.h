@@ -30,19 +30,24 @@ template <typename Vector>
 struct EachPixel {
   static constexpr size_t kStep = 1;
   static typename Vector::Register load(const float* from) noexcept { return Vector::load(from); }
+  static typename Vector::Register load_first(const float* from, size_t count) noexcept {
+    return Vector::load_first(from, count);
+  }
 };
 
-/// Every other pixel: the even lanes of eight floats.
+/// Every other pixel: the even lanes of eight floats. They come from a copy of the input that has
+/// room for a vector behind its end.
 struct EvenPixels {
   static constexpr size_t kStep = 2;
   static __m128 load(const float* from) noexcept {
     return _mm_shuffle_ps(_mm_loadu_ps(from), _mm_loadu_ps(from + 4), _MM_SHUFFLE(2, 0, 2, 0));
   }
+  static __m128 load_first(const float* from, size_t) noexcept { return load(from); }
 };
 
 /// Computes products in tiles of four planes by three vectors, 12 sums in registers. Each sum
 /// begins with the bias and runs over the planes in order, whatever its tile. The last vector of a
-/// row may load up to a vector past its end, and stores what is in the row.
+/// row holds what is in the row.
 template <typename Vector, typename Pixels>
 class PlaneProductTiles {
   using Register = typename Vector::Register;
@@ -76,19 +81,15 @@ class PlaneProductTiles {
   void run_row(size_t row, size_t first, size_t depth) const noexcept {
     const size_t vectors = parts_of(product_.pixels, kLanes);
     const size_t tiles = parts_of(vectors, kMostVectors);
-    const size_t groups = parts_of(product_.out_planes, kMostPlanes);
     for (size_t panel = 0; panel < tiles; panel += kPanelTiles) {
       const size_t end_tile = smaller_of(panel + kPanelTiles, tiles);
-      for (size_t group = 0; group < groups; ++group) {
-        const size_t plane = part_begin(group, groups, product_.out_planes);
-        const size_t planes = part_begin(group + 1, groups, product_.out_planes) - plane;
+      for_even_parts(product_.out_planes, kMostPlanes, [&](size_t plane, size_t planes) {
         for (size_t index = panel; index < end_tile; ++index) {
           const size_t begin = part_begin(index, tiles, vectors);
           const size_t end = part_begin(index + 1, tiles, vectors);
-          with_planes<kMostPlanes>(planes, end - begin,
-                                   tile_at(row, begin * kLanes, plane, first, depth));
+          run_sized(planes, end - begin, tile_at(row, begin * kLanes, plane, first, depth));
         }
-      }
+      });
     }
   }
 
@@ -103,68 +104,65 @@ class PlaneProductTiles {
             first == 0};
   }
 
-  template <size_t planes>
-  void with_planes(size_t count, size_t vectors, const Tile& tile) const noexcept {
-    if constexpr (planes > 1) {
-      if (count < planes) return with_planes<planes - 1>(count, vectors, tile);
-    }
-    with_vectors<planes, kMostVectors>(vectors, tile);
-  }
-
-  template <size_t planes, size_t vectors>
-  void with_vectors(size_t count, const Tile& tile) const noexcept {
-    if constexpr (vectors > 1) {
-      if (count < vectors) return with_vectors<planes, vectors - 1>(count, tile);
-    }
-    run_tile<planes, vectors>(tile);
-  }
-
-  template <size_t planes, size_t vectors>
-  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
-    const size_t out_plane = product_.out_plane;
-    const size_t weight_row = product_.in_planes;
-    Register sums[planes][vectors];
-    unrolled<planes>(QRT_UNROLLED(n) {
-      const Register bias = tile.bias == nullptr ? Vector::zero() : Vector::splat(tile.bias + n);
-      unrolled<vectors>(
-          QRT_UNROLLED(v) { sums[n][v] = tile.is_first ? bias : load_output(tile, n, v); });
-    });
-    const float* input = tile.input;
-    const float* weight = tile.weight;
-    for (size_t k = 0; k < tile.depth; ++k) {
-      Register x[vectors];
-      unrolled<vectors>(
-          QRT_UNROLLED(v) { x[v] = Pixels::load(input + v * kLanes * Pixels::kStep); });
-      unrolled<planes>(QRT_UNROLLED(n) {
-        const Register w = Vector::splat(weight + n * weight_row);
-        unrolled<vectors>(
-            QRT_UNROLLED(v) { sums[n][v] = Vector::plus_product(sums[n][v], x[v], w); });
-      });
-      input += product_.in_plane;
-      ++weight;
-    }
-    unrolled<planes>(QRT_UNROLLED(n) {
-      float* output = tile.output + n * out_plane;
-      unrolled<vectors>(QRT_UNROLLED(v) {
-        const size_t before = v * kLanes;
-        const bool whole = v + 1 < vectors || tile.pixels >= vectors * kLanes;
-        if (whole) {
-          Vector::store(output + before, sums[n][v]);
+  void run_sized(size_t planes, size_t vectors, const Tile& tile) const noexcept {
+    with_static<kMostPlanes>(planes, [&](auto kPlanes) {
+      with_static<kMostVectors>(vectors, [&](auto kVectors) {
+        if (tile.pixels >= vectors * kLanes) {
+          run_tile<kPlanes.value, kVectors.value, true>(tile);
         } else {
-          store_some(output + before, tile.pixels - before, sums[n][v]);
+          run_tile<kPlanes.value, kVectors.value, false>(tile);
         }
       });
     });
   }
 
-  Register load_output(const Tile& tile, size_t plane, size_t vector) const noexcept {
-    return Vector::load(tile.output + plane * product_.out_plane + vector * kLanes);
-  }
-
-  [[gnu::noinline]] static void store_some(float* to, size_t count, Register x) noexcept {
-    float lanes[kLanes];
-    Vector::store(lanes, x);
-    for (size_t i = 0; i < count; ++i) to[i] = lanes[i];
+  // `kWhole` says that the last vector is full, too.
+  template <size_t kPlanes, size_t kVectors, bool kWhole>
+  [[gnu::noinline]] void run_tile(const Tile& tile) const noexcept {
+    const size_t in_plane = product_.in_plane;
+    const size_t out_plane = product_.out_plane;
+    const size_t weight_row = product_.in_planes;
+    const size_t rest = tile.pixels - (kVectors - 1) * kLanes;  // of the last vector
+    Register sums[kPlanes][kVectors];
+    unrolled<kPlanes>(QRT_UNROLLED(n) {
+      const Register bias = tile.bias == nullptr ? Vector::zero() : Vector::splat(tile.bias + n);
+      const float* output = tile.output + n * out_plane;
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        if (tile.is_first) {
+          sums[n][v] = bias;
+        } else if (kWhole || v + 1 < kVectors) {
+          sums[n][v] = Vector::load(output + v * kLanes);
+        } else {
+          sums[n][v] = Vector::load_first(output + v * kLanes, rest);
+        }
+      });
+    });
+    const float* input = tile.input;
+    const float* weight = tile.weight;
+    for (size_t k = 0; k < tile.depth; ++k) {
+      Register x[kVectors];
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        const float* from = input + v * kLanes * Pixels::kStep;
+        x[v] = kWhole || v + 1 < kVectors ? Pixels::load(from) : Pixels::load_first(from, rest);
+      });
+      unrolled<kPlanes>(QRT_UNROLLED(n) {
+        const Register w = Vector::splat(weight + n * weight_row);
+        unrolled<kVectors>(
+            QRT_UNROLLED(v) { sums[n][v] = Vector::plus_product(sums[n][v], x[v], w); });
+      });
+      input += in_plane;
+      ++weight;
+    }
+    unrolled<kPlanes>(QRT_UNROLLED(n) {
+      float* output = tile.output + n * out_plane;
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        if (kWhole || v + 1 < kVectors) {
+          Vector::store(output + v * kLanes, sums[n][v]);
+        } else {
+          Vector::store_first(output + v * kLanes, rest, sums[n][v]);
+        }
+      });
+    });
   }
 
   const PlaneProduct& product_;

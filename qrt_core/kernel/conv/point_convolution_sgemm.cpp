@@ -1,5 +1,5 @@
-#include "qrt_core/kernel/conv/fill_cores.h"
 #include "qrt_core/kernel/conv/point_convolution_cores.h"
+#include "qrt_core/kernel/layout/fill_cores.h"
 #include "qrt_core/kernel/matrix/sgemm.h"
 
 namespace marlo::kernel::conv {

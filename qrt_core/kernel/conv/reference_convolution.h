@@ -3,31 +3,17 @@
 #include "qrt_core/kernel/conv/convolution.h"
 
 // The portable convolutions: any kernel, stride, dilation and groups. They define what every faster
-// kernel computes.
+// kernel computes. Paddings aren't tested, nor whether the groups divide the channels.
 
 namespace marlo::kernel {
-
-/// @name Acceptance
-/// Kernels, strides, dilations, channels and groups above zero; paddings are not tested, nor
-/// whether the groups divide the channels.
-/// @{
-bool accepts_any_plane(const Conv2dParams& params);
-bool accepts_any_line(const Conv1dParams& params);
-/// @}
-
-std::shared_ptr<runtime::TensorCPU> pad_chw(const std::shared_ptr<runtime::TensorCPU>& input,
-                                            const Conv2dParams& params,
-                                            const std::shared_ptr<runtime::DeviceCPU>& device);
-std::shared_ptr<runtime::TensorCPU> pad_cl(const std::shared_ptr<runtime::TensorCPU>& input,
-                                           const Conv1dParams& params,
-                                           const std::shared_ptr<runtime::DeviceCPU>& device);
 
 /// The portable convolution over planes.
 constexpr ConvolutionRow<PlaneGeometry> reference_convolution() {
   ConvolutionRow<PlaneGeometry> row;
-  row.accepts = accepts_any_plane;
-  row.pad = pad_chw;
-  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.accepts = any_above_zero();
+  row.computes = Computes::all_groups;
+  row.margin = Margin::padding;
+  row.fill = fill::repeat_portable;
   row.core = conv::direct_portable;
   return row;
 }
@@ -35,8 +21,10 @@ constexpr ConvolutionRow<PlaneGeometry> reference_convolution() {
 /// The portable transposed convolution.
 constexpr ConvolutionRow<TransposedGeometry> reference_transposed_convolution() {
   ConvolutionRow<TransposedGeometry> row;
-  row.accepts = accepts_any_plane;
-  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.accepts = any_above_zero();
+  row.computes = Computes::all_groups;
+  row.fill = fill::repeat_portable;
+  row.takes_any_layout = true;
   row.core = conv::transposed_portable;
   return row;
 }
@@ -44,9 +32,10 @@ constexpr ConvolutionRow<TransposedGeometry> reference_transposed_convolution() 
 /// The portable convolution over lines.
 constexpr ConvolutionRow<LineGeometry> reference_line_convolution() {
   ConvolutionRow<LineGeometry> row;
-  row.accepts = accepts_any_line;
-  row.pad = pad_cl;
-  row.fill_bias = FillBias_CL_Float_Fallback;
+  row.accepts = any_above_zero();
+  row.computes = Computes::all_groups;
+  row.margin = Margin::padding;
+  row.fill = fill::repeat_portable;
   row.core = conv::direct_portable;
   return row.in_layout(runtime::LayoutType::CL);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "qrt_core/kernel/conv/convolution.h"
-#include "qrt_core/kernel/conv/crop.h"
 #include "qrt_core/kernel/conv/scatter_cores.h"
 #include "qrt_core/kernel/conv/weight_packing.h"
 
@@ -12,31 +11,14 @@
 
 namespace marlo::kernel {
 
-/// Whether a layer has this window and stride and no dilation, and any groups. Paddings aren't
-/// tested, nor, but for `planes`, channels.
-bool accepts_scatter(const Conv2dParams& params);
-bool accepts_scatter_planes(const Conv2dParams& params);
-
-/// The input with a margin of one zero on all sides.
-/// @{
-std::shared_ptr<runtime::TensorCPU> framed_chw(const std::shared_ptr<runtime::TensorCPU>& input,
-                                               const Conv2dParams& params,
-                                               const std::shared_ptr<runtime::DeviceCPU>& device);
-std::shared_ptr<runtime::TensorCPU> framed_c4(const std::shared_ptr<runtime::TensorCPU>& input,
-                                              const Conv2dParams& params,
-                                              const std::shared_ptr<runtime::DeviceCPU>& device);
-std::shared_ptr<runtime::TensorCPU> framed_c8(const std::shared_ptr<runtime::TensorCPU>& input,
-                                              const Conv2dParams& params,
-                                              const std::shared_ptr<runtime::DeviceCPU>& device);
-/// @}
-
 /// A kernel in one layout, which compares no channels.
-constexpr ConvolutionRow<ScatterGeometry> scatter(bool (*accepts)(const Conv2dParams&),
+constexpr ConvolutionRow<ScatterGeometry> scatter(const Accepts& accepts,
                                                   runtime::LayoutType layout, conv::Core core) {
   ConvolutionRow<ScatterGeometry> row;
   row.accepts = accepts;
   row.input = {layout, true, false};
   row.output = {layout, false, false};
+  row.takes_any_layout = true;
   row.core = core;
   return row;
 }
@@ -44,19 +26,15 @@ constexpr ConvolutionRow<ScatterGeometry> scatter(bool (*accepts)(const Conv2dPa
 // clang-format off
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_chw_on_sse() {
-  auto row = scatter(accepts_scatter_planes, runtime::LayoutType::CHW, conv::scatter_chw_sse);
-  row.pad = framed_chw;
-  row.fill_bias = FillBias_CHW_Float_Fallback;
-  row.crop = Crop_HW_MainMemory_CHW_Float_Fallback_M1;
+  auto row = scatter(with_channels(window_of(3, 3, 2)), runtime::LayoutType::CHW, conv::scatter_chw_sse);
+  row.fill = fill::repeat_portable;
   return row;
 }
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_c4_on_sse() {
-  auto row = scatter(accepts_scatter, runtime::LayoutType::C4HW4, conv::scatter_c4_sse);
-  row.pad = framed_c4;
+  auto row = scatter(window_of(3, 3, 2), runtime::LayoutType::C4HW4, conv::scatter_c4_sse);
   row.pack = functional::Function_Weight_GNCHW_To_GN4C4HW4n4c_SSE;
-  row.fill_bias = FillBias_C4HW4_Float_SSE;
-  row.crop = Crop_HW_MainMemory_C4HW4_Float_SSE_M1;
+  row.fill = fill::repeat_sse;
   return row;
 }
 
@@ -67,11 +45,9 @@ constexpr ConvolutionRow<ScatterGeometry> scatter_c4_on_sse() {
 QRT_IF_SSE(QRT_SCATTER_KERNELS_SSE(QRT_KERNEL))
 
 constexpr ConvolutionRow<ScatterGeometry> scatter_c8_on_avx() {
-  auto row = scatter(accepts_scatter, runtime::LayoutType::C8HW8, conv::scatter_c8_avx);
-  row.pad = framed_c8;
+  auto row = scatter(window_of(3, 3, 2), runtime::LayoutType::C8HW8, conv::scatter_c8_avx);
   row.pack = functional::Function_Weight_GNCHW_To_GN8C8HW8n8c;
-  row.fill_bias = FillBias_C8HW8_Float_AVX;
-  row.crop = Crop_HW_MainMemory_C8HW8_Float_AVX_M1;
+  row.fill = fill::repeat_avx;
   return on_avx(row);
 }
 

@@ -7,8 +7,8 @@
 
 namespace marlo::kernel::conv {
 
-// The input has a margin of one zero on all sides. An output reads one, two or four taps, after
-// whether its row and column are odd; sums take the input planes or blocks in order.
+// An output reads one, two or four taps, after whether its row and column are odd and whether it
+// stands at an edge; sums take the input planes or blocks in order.
 
 /// Weights are [out, in, 3, 3].
 void scatter_chw_sse(const ConvTask& task) noexcept;

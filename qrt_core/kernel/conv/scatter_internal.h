@@ -3,14 +3,43 @@
 #include "qrt_core/kernel/conv/conv_params.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
-// Transposed 3x3 convolutions at stride 2 over blocks. Internal to the file that includes it.
+// Transposed 3x3 convolutions at stride 2. Internal to the file that includes it.
+//
+// Each output is computed once instead of adding each input to nine: along a dimension, output
+// 2 i + 1 reads tap 1 of input i, and output 2 i reads tap 2 of input i - 1 and tap 0 of input i.
+// The first and the last output read the one of them that is there. What isn't there isn't
+// multiplied either: a tap that is infinite reaches only the outputs of its inputs.
 
 namespace marlo::kernel::conv {
 namespace {
 
-/// Computes each output once instead of adding each input to nine: outputs of even rows read filter
-/// rows 2 and 0 of the inputs above and below, those of odd rows filter row 1; columns likewise.
-/// Four convolutions with small windows result, whose outputs stand two pixels apart.
+/// Outputs of one parity, along a dimension, that read the same taps. They stand two apart.
+struct ScatterRange {
+  size_t output;  ///< the first of them
+  size_t input;   ///< the first one's first input
+  size_t count;
+  size_t taps;    ///< how many each of them reads, from inputs side by side
+  size_t tap[2];  ///< of the filter
+};
+
+/// All outputs of one parity.
+struct ScatterRanges {
+  size_t count;
+  ScatterRange range[3];
+
+  ScatterRanges(size_t inputs, size_t parity) noexcept
+      : count(parity != 0 ? 1 : 3),
+        range{{0, 0, 1, 1, {0, 0}},
+              {2, 0, inputs - 1, 2, {2, 0}},
+              {2 * inputs, inputs - 1, 1, 1, {2, 0}}} {
+    if (parity != 0) range[0] = {1, 0, inputs, 1, {1, 0}};
+  }
+};
+
+/// Adds a transposed convolution onto its output, in tiles of up to `kMostBlocks` blocks by as many
+/// pixels as keep 12 sums in registers. A sum takes the input blocks in order, of each the upper
+/// input row before the lower one and the left input before the right one, and within an input the
+/// channels.
 template <typename Vector, size_t kBlock, size_t kMostBlocks>
 class ScatterTiles {
   using Register = typename Vector::Register;
@@ -23,11 +52,19 @@ class ScatterTiles {
     return most < 8 ? most : 8;
   }
 
-  // The taps of the outputs of one parity: where their weights and their inputs are.
+  // The taps of an output: where their weights and their inputs are.
   struct Taps {
     size_t count = 0;
     size_t weight[4];
     size_t input[4];
+  };
+
+  // Pixels side by side, or one below the other.
+  struct Line {
+    const float* input;
+    float* output;
+    size_t in_step;
+    size_t out_step;
   };
 
  public:
@@ -40,82 +77,84 @@ class ScatterTiles {
         weight_plane_(kTaps * kBlockWeights * task.in_blocks) {}
 
   void run() const noexcept {
-    const size_t groups = parts_of(task_.out_blocks, kMostBlocks);
-    for (size_t group = 0; group < groups; ++group) {
-      const size_t begin = part_begin(group, groups, task_.out_blocks);
-      const size_t end = part_begin(group + 1, groups, task_.out_blocks);
-      for (size_t parity = 0; parity < 4; ++parity) {
-        sweep<kMostBlocks>(end - begin, begin, parity / 2, parity % 2);
-      }
-    }
+    for_even_parts(task_.out_blocks, kMostBlocks, [this](size_t block, size_t count) {
+      with_static<kMostBlocks>(count, [&](auto kBlocks) {
+        for (size_t parity = 0; parity < 4; ++parity) {
+          run_parity<kBlocks.value>(block, parity / 2, parity % 2);
+        }
+      });
+    });
   }
 
  private:
-  Taps taps_of(size_t odd_row, size_t odd_column) const noexcept {
-    Taps taps;
-    for (size_t ky = odd_row; ky < 3; ky += 2) {
-      for (size_t kx = odd_column; kx < 3; kx += 2) {
-        // Behind the margin, the input of tap 0 and 1 is the one at the output's place, that of tap
-        // 2 the one before.
-        const size_t row = ky == 2 ? 0 : 1;
-        const size_t column = kx == 2 ? 0 : 1;
-        taps.weight[taps.count] = (ky * 3 + kx) * kBlockWeights;
-        taps.input[taps.count++] = row * in_row_ + column * kBlock;
+  template <size_t kBlocks>
+  void run_parity(size_t block, size_t odd_row, size_t odd_column) const noexcept {
+    const ScatterRanges rows(task_.in_height, odd_row);
+    const ScatterRanges columns(task_.in_width, odd_column);
+    for (size_t i = 0; i < rows.count; ++i) {
+      for (size_t j = 0; j < columns.count; ++j) {
+        run_region<kBlocks>(block, rows.range[i], columns.range[j]);
       }
     }
-    return taps;
   }
 
   template <size_t kBlocks>
-  void sweep(size_t blocks, size_t block, size_t odd_row, size_t odd_column) const noexcept {
-    if constexpr (kBlocks > 1) {
-      if (blocks < kBlocks) return sweep<kBlocks - 1>(blocks, block, odd_row, odd_column);
-    }
-    constexpr size_t kPixels = most_pixels(kBlocks);
-    const Taps taps = taps_of(odd_row, odd_column);
-    const float* weight = task_.weight + block * weight_plane_;
-    const size_t rows = (task_.out_height + 1 - odd_row) / 2;
-    const size_t columns = (task_.out_width + 1 - odd_column) / 2;
-    for (size_t i = 0; i < rows; ++i) {
-      const float* input = task_.input + i * in_row_;
-      float* output =
-          task_.output + block * out_plane_ + (2 * i + odd_row) * out_row_ + odd_column * kBlock;
-      for_even_tiles(columns, kPixels, [&](size_t begin, size_t size, size_t count) {
-        for (size_t tile = 0; tile < count; ++tile) {
-          const size_t at = begin + tile * size;
-          sized_tile<kBlocks, kPixels>(size, taps, input + at * kBlock, weight,
-                                       output + 2 * at * kBlock);
-        }
-      });
-    }
-  }
-
-  template <size_t kBlocks, size_t kPixels>
-  void sized_tile(size_t pixels, const Taps& taps, const float* input, const float* weight,
-                  float* output) const noexcept {
-    if constexpr (kPixels > 1) {
-      if (pixels < kPixels) {
-        return sized_tile<kBlocks, kPixels - 1>(pixels, taps, input, weight, output);
+  void run_region(size_t block, const ScatterRange& rows,
+                  const ScatterRange& columns) const noexcept {
+    Taps taps;
+    for (size_t i = 0; i < rows.taps; ++i) {
+      for (size_t j = 0; j < columns.taps; ++j, ++taps.count) {
+        taps.weight[taps.count] = (rows.tap[i] * 3 + columns.tap[j]) * kBlockWeights;
+        taps.input[taps.count] = i * in_row_ + j * kBlock;
       }
     }
-    run_tile<kBlocks, kPixels>(taps, input, weight, output);
+    const float* weight = task_.weight + block * weight_plane_;
+    Line line = {
+        task_.input + rows.input * in_row_ + columns.input * kBlock,
+        task_.output + block * out_plane_ + rows.output * out_row_ + columns.output * kBlock,
+        kBlock, 2 * kBlock};
+    if (columns.count == 1) {  // at the left and right edge
+      line.in_step = in_row_;
+      line.out_step = 2 * out_row_;
+      return run_line<kBlocks>(taps, line, rows.count, weight);
+    }
+    for (size_t row = 0; row < rows.count; ++row) {
+      run_line<kBlocks>(taps, line, columns.count, weight);
+      line.input += in_row_;
+      line.output += 2 * out_row_;
+    }
+  }
+
+  template <size_t kBlocks>
+  void run_line(const Taps& taps, Line line, size_t pixels, const float* weight) const noexcept {
+    constexpr size_t kMostPixels = most_pixels(kBlocks);
+    for_even_parts(pixels, kMostPixels, [&](size_t, size_t count) {
+      with_static<kMostPixels>(
+          count, [&](auto kPixels) { run_tile<kBlocks, kPixels.value>(taps, line, weight); });
+      line.input += count * line.in_step;
+      line.output += count * line.out_step;
+    });
   }
 
   template <size_t kBlocks, size_t kPixels>
-  [[gnu::noinline]] void run_tile(const Taps& taps, const float* input, const float* weight,
-                                  float* output) const noexcept {
+  [[gnu::noinline]] void run_tile(const Taps& taps, const Line& line,
+                                  const float* weight) const noexcept {
     constexpr size_t kVectors = kBlocks * kParts;
     const size_t weight_plane = weight_plane_;
     const auto place = [&](size_t v, size_t pixel) __attribute__((always_inline)) {
-      return output + v / kParts * out_plane_ + 2 * pixel * kBlock + v % kParts * Vector::kLanes;
+      return line.output + v / kParts * out_plane_ + pixel * line.out_step +
+             v % kParts * Vector::kLanes;
     };
+    const float* inputs[kPixels];
+    unrolled<kPixels>(QRT_UNROLLED(pixel) { inputs[pixel] = line.input + pixel * line.in_step; });
     Register sums[kVectors][kPixels];
     unrolled<kVectors>(QRT_UNROLLED(v) {
       unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = Vector::load(place(v, pixel)); });
     });
-    for (size_t k = 0; k < task_.in_blocks; ++k) {
+    size_t plane = 0;
+    for (size_t k = 0; k < task_.in_blocks; ++k, plane += in_plane_) {
       for (size_t tap = 0; tap < taps.count; ++tap) {
-        const float* x = input + taps.input[tap];
+        const size_t at = plane + taps.input[tap];
         const float* w = weight + taps.weight[tap];
         unrolled<kBlock>(QRT_UNROLLED(lane) {
           Register weights[kVectors];
@@ -124,14 +163,13 @@ class ScatterTiles {
                                       v % kParts * Vector::kLanes);
           });
           unrolled<kPixels>(QRT_UNROLLED(pixel) {
-            const Register splat = Vector::splat(x + pixel * kBlock + lane);
+            const Register x = Vector::splat(inputs[pixel] + at + lane);
             unrolled<kVectors>(QRT_UNROLLED(v) {
-              sums[v][pixel] = Vector::plus_product(sums[v][pixel], splat, weights[v]);
+              sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
             });
           });
         });
       }
-      input += in_plane_;
       weight += kTaps * kBlockWeights;
     }
     unrolled<kVectors>(QRT_UNROLLED(v) {

@@ -12,30 +12,29 @@ struct Columns {
   __m128 odd;
 };
 
-// Eight neighbours; what stands behind a row may be among them.
-Columns load_columns(const float* from) noexcept {
-  const __m128 first = _mm_loadu_ps(from);
-  const __m128 second = _mm_loadu_ps(from + kLanes);
+size_t behind(size_t count, size_t before) noexcept { return count < before ? 0 : count - before; }
+
+// The first `pairs` of four pairs of neighbours.
+Columns load_columns(const float* from, size_t pairs) noexcept {
+  const size_t count = 2 * pairs;
+  const __m128 first = SseVector::load_first(from, count);
+  const __m128 second = count <= kLanes
+                            ? SseVector::zero()
+                            : SseVector::load_first(from + kLanes, behind(count, kLanes));
   return {_mm_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0)),
           _mm_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1))};
 }
 
-void store_columns(float* to, size_t count, const Columns& columns) noexcept {
-  const __m128 first = _mm_unpacklo_ps(columns.even, columns.odd);
-  const __m128 second = _mm_unpackhi_ps(columns.even, columns.odd);
-  if (count >= 2 * kLanes) {
-    _mm_storeu_ps(to, first);
-    return _mm_storeu_ps(to + kLanes, second);
-  }
-  float lanes[2 * kLanes];
-  _mm_storeu_ps(lanes, first);
-  _mm_storeu_ps(lanes + kLanes, second);
-  for (size_t i = 0; i < count; ++i) to[i] = lanes[i];
+void store_columns(float* to, size_t pairs, const Columns& columns) noexcept {
+  const size_t count = 2 * pairs;
+  SseVector::store_first(to, count, _mm_unpacklo_ps(columns.even, columns.odd));
+  SseVector::store_first(to + kLanes, behind(count, kLanes),
+                         _mm_unpackhi_ps(columns.even, columns.odd));
 }
 
-// Computes each output once: adding each input to nine would load what has just been stored at
-// another place, which processors wait for. A sum takes the input planes in order, and of each the
-// upper input row before the lower one and the left input before the right one.
+// Adding each input to nine outputs would load what has just been stored at another place, which
+// processors wait for. A sum takes the input planes in order, and of each the upper input row
+// before the lower one and the left input before the right one.
 class ScatterPlanes {
   static constexpr size_t kMostPlanes = 2;
   static constexpr size_t kMostVectors = 2;
@@ -57,48 +56,68 @@ class ScatterPlanes {
 
   void run() const noexcept {
     for (size_t plane = 0; plane < task_.out_blocks; plane += kMostPlanes) {
-      for (size_t row = 0; row < task_.out_height; ++row) {
-        if (task_.out_blocks - plane < kMostPlanes) {
-          run_row<1>(plane, row);
-        } else {
-          run_row<kMostPlanes>(plane, row);
-        }
+      for (size_t parity = 0; parity < 2; ++parity) {
+        const ScatterRanges ranges(task_.in_height, parity);
+        for (size_t i = 0; i < ranges.count; ++i) run_rows(plane, ranges.range[i]);
       }
     }
   }
 
  private:
-  // Behind the margin, input row y + 1 reaches output rows 2 y, 2 y + 1 and 2 y + 2.
-  Rows rows_of(size_t row) const noexcept {
-    const size_t above = row / 2 * task_.in_width;
-    const size_t below = above + task_.in_width;
-    if (row % 2 != 0) return {1, {below, 0}, {3, 0}};
-    return {2, {above, below}, {6, 0}};
+  void run_rows(size_t plane, const ScatterRange& range) const noexcept {
+    Rows rows = {range.taps, {}, {}};
+    for (size_t row = 0; row < range.count; ++row) {
+      for (size_t tap = 0; tap < range.taps; ++tap) {
+        rows.input[tap] = (range.input + row + tap) * task_.in_width;
+        rows.filter[tap] = range.tap[tap] * 3;
+      }
+      float* output =
+          task_.output + plane * out_plane_ + (range.output + 2 * row) * task_.out_width;
+      with_static<kMostPlanes>(task_.out_blocks - plane,
+                               [&](auto kPlanes) { run_row<kPlanes.value>(plane, rows, output); });
+    }
   }
 
+  // Behind the first two columns there are pairs up to the last, which is by itself.
   template <size_t kPlanes>
-  void run_row(size_t plane, size_t row) const noexcept {
-    const Rows rows = rows_of(row);
-    float* output = task_.output + plane * out_plane_ + row * task_.out_width;
-    constexpr size_t kTile = 2 * kLanes * kMostVectors;
-    size_t column = 0;
-    for (; column + kTile / 2 < task_.out_width; column += kTile) {
-      run_tile<kPlanes, kMostVectors>(plane, rows, column, output + column);
+  void run_row(size_t plane, const Rows& rows, float* output) const noexcept {
+    run_edges<kPlanes>(plane, rows, output);
+    const size_t end = task_.in_width;
+    size_t input = 1;
+    for (; input + kLanes < end; input += kLanes * kMostVectors) {
+      run_pairs<kPlanes, kMostVectors>(plane, rows, input, output);
     }
-    if (column < task_.out_width) run_tile<kPlanes, 1>(plane, rows, column, output + column);
+    if (input < end) run_pairs<kPlanes, 1>(plane, rows, input, output);
   }
 
   template <size_t kPlanes, size_t kVectors>
-  [[gnu::noinline]] void run_tile(size_t plane, const Rows& rows, size_t column,
+  void run_pairs(size_t plane, const Rows& rows, size_t input, float* output) const noexcept {
+    const size_t pairs = task_.in_width - input;
+    if (pairs >= kVectors * kLanes) {
+      run_tile<kPlanes, kVectors, true>(plane, rows, input, pairs, output + 2 * input);
+    } else {
+      run_tile<kPlanes, kVectors, false>(plane, rows, input, pairs, output + 2 * input);
+    }
+  }
+
+  // Outputs of which the even ones have an input on either side. `kWhole` says that the last vector
+  // is full, too.
+  template <size_t kPlanes, size_t kVectors, bool kWhole>
+  [[gnu::noinline]] void run_tile(size_t plane, const Rows& rows, size_t first, size_t pairs,
                                   float* output) const noexcept {
+    const size_t rest = pairs - (kVectors - 1) * kLanes;  // of the last vector
+    const auto pairs_of = [&](size_t v) __attribute__((always_inline)) {
+      return kWhole || v + 1 < kVectors ? kLanes : rest;
+    };
     Columns sums[kPlanes][kVectors];
     unrolled<kPlanes>(QRT_UNROLLED(o) {
-      unrolled<kVectors>(
-          QRT_UNROLLED(v) { sums[o][v] = load_columns(output + o * out_plane_ + 2 * kLanes * v); });
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        sums[o][v] = load_columns(output + o * out_plane_ + 2 * kLanes * v, pairs_of(v));
+      });
     });
     const size_t out_step = out_step_;
     const float* filter = task_.weight + plane * out_step;
-    const float* input = task_.input + column / 2;
+    const float* input = task_.input + first - 1;
     for (size_t k = 0; k < task_.in_blocks; ++k, input += in_plane_, filter += kTaps) {
       for (size_t r = 0; r < rows.count; ++r) {
         const float* x = input + rows.input[r];
@@ -106,8 +125,8 @@ class ScatterPlanes {
         __m128 left[kVectors];
         __m128 right[kVectors];
         unrolled<kVectors>(QRT_UNROLLED(v) {
-          left[v] = _mm_loadu_ps(x + kLanes * v);
-          right[v] = _mm_loadu_ps(x + kLanes * v + 1);
+          left[v] = SseVector::load_first(x + kLanes * v, pairs_of(v));
+          right[v] = SseVector::load_first(x + kLanes * v + 1, pairs_of(v));
         });
         unrolled<kPlanes>(QRT_UNROLLED(o) {
           const float* w = taps + o * out_step;
@@ -119,9 +138,38 @@ class ScatterPlanes {
     }
     unrolled<kPlanes>(QRT_UNROLLED(o) {
       unrolled<kVectors>(QRT_UNROLLED(v) {
-        const size_t at = 2 * kLanes * v;
-        store_columns(output + o * out_plane_ + at, task_.out_width - column - at, sums[o][v]);
+        store_columns(output + o * out_plane_ + 2 * kLanes * v, pairs_of(v), sums[o][v]);
       });
+    });
+  }
+
+  // The first column, the second and the last read one tap of each row: side by side in a vector,
+  // these are the row of the filter.
+  template <size_t kPlanes>
+  [[gnu::noinline]] void run_edges(size_t plane, const Rows& rows, float* output) const noexcept {
+    const size_t last = task_.out_width - 1;
+    __m128 sums[kPlanes];
+    unrolled<kPlanes>(QRT_UNROLLED(o) {
+      const float* from = output + o * out_plane_;
+      sums[o] = _mm_setr_ps(from[0], from[1], from[last], 0.0f);
+    });
+    const float* filter = task_.weight + plane * out_step_;
+    const float* input = task_.input;
+    for (size_t k = 0; k < task_.in_blocks; ++k, input += in_plane_, filter += kTaps) {
+      for (size_t r = 0; r < rows.count; ++r) {
+        const float* x = input + rows.input[r];
+        const __m128 ends =
+            _mm_shuffle_ps(SseVector::splat(x), SseVector::splat(x + task_.in_width - 1), 0);
+        unrolled<kPlanes>(QRT_UNROLLED(o) {
+          const __m128 w = SseVector::load_first(filter + rows.filter[r] + o * out_step_, 3);
+          sums[o] = SseVector::plus_product(sums[o], ends, w);
+        });
+      }
+    }
+    unrolled<kPlanes>(QRT_UNROLLED(o) {
+      float* to = output + o * out_plane_;
+      SseVector::store_first(to, 2, sums[o]);
+      _mm_store_ss(to + last, _mm_movehl_ps(sums[o], sums[o]));
     });
   }
 

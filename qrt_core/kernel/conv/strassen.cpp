@@ -1,7 +1,7 @@
 #include "qrt_core/kernel/conv/strassen.h"
 
-#include "qrt_core/kernel/conv/fill_cores.h"
 #include "qrt_core/kernel/conv/strassen_cores.h"
+#include "qrt_core/kernel/layout/fill_cores.h"
 
 #if QRT_WITH_AVX
 

@@ -12,7 +12,8 @@ namespace {
 
 /// Adds a convolution at stride 1 onto its output. A vector holds all channels of one pixel, or,
 /// where a block is half a vector, those of two neighbours in a row. A tile is `kOuts` output
-/// channels by `kGroups` such vectors.
+/// channels by `kGroups` such vectors. The second pixel of a row's last vector may stand behind the
+/// row, where the padded copy has room.
 ///
 /// `Target` says where the sums of a tile go: `Target::add(task, channel, row, column, pixels,
 /// sums)`, with one vector for each output channel and `pixels` pixels in each.
@@ -41,14 +42,11 @@ class WindowDots {
   /// weight + c * out_step + (k * taps + t) * tap_step.
   void run(size_t channel, const float* weight, size_t out_step, size_t tap_step) const noexcept {
     const size_t in_row = parts_of(columns_, kPixels);
-    const size_t count = rows_ * in_row;
-    const size_t tiles = parts_of(count, kGroups);
-    size_t begin = 0;
-    for (size_t tile = 1; tile <= tiles; ++tile) {
-      const size_t end = part_begin(tile, tiles, count);
-      sized_tile<kGroups>(end - begin, begin, in_row, channel, weight, out_step, tap_step);
-      begin = end;
-    }
+    for_even_parts(rows_ * in_row, kGroups, [&](size_t first, size_t groups) {
+      with_static<kGroups>(groups, [&](auto kCount) {
+        run_tile<kCount.value>(first, in_row, channel, weight, out_step, tap_step);
+      });
+    });
   }
 
  private:
@@ -57,17 +55,6 @@ class WindowDots {
     const size_t column = index % in_row * kPixels;
     return {task_.input + row * in_row_ + column * kInBlock, row, column,
             smaller_of(columns_ - column, kPixels)};
-  }
-
-  template <size_t kCount>
-  void sized_tile(size_t count, size_t first, size_t in_row, size_t channel, const float* weight,
-                  size_t out_step, size_t tap_step) const noexcept {
-    if constexpr (kCount > 1) {
-      if (count < kCount) {
-        return sized_tile<kCount - 1>(count, first, in_row, channel, weight, out_step, tap_step);
-      }
-    }
-    run_tile<kCount>(first, in_row, channel, weight, out_step, tap_step);
   }
 
   template <size_t kCount>

@@ -9,17 +9,10 @@
 namespace marlo::kernel::conv {
 namespace {
 
-/// Every other pixel of four: the even lanes of eight floats, of which the last may be the first
-/// float behind the window.
-struct EveryOtherPixel {
-  static constexpr size_t kStep = 2;
-  static __m128 load(const float* from) noexcept { return EvenPixels::load(from); }
-};
-
 /// Adds a convolution onto its output, in tiles of up to four planes by three vectors. `Pixels` is
 /// the stride. Weights are [out, in, taps]. A sum takes the input planes in order, and within them
-/// the window's rows and columns. The last vector of a row may load past its end, and stores what
-/// is in the row.
+/// the window's rows and columns. The last vector of a row may load a vector of inputs past its
+/// end, for which the padded copy has room, and loads and stores outputs that are in the row.
 ///
 /// Sums stay in registers over all input planes, unless planes are so large that their windows
 /// would push each other out of L1: then they wait in the output after every few.
@@ -84,43 +77,25 @@ class WindowPlanes {
         taps_(size_t{task.params.kernel_y} * task.params.kernel_x) {}
 
   void run() const noexcept {
-    const size_t groups = parts_of(task_.out_blocks, kMostPlanes);
-    for (size_t group = 0; group < groups; ++group) {
-      const size_t begin = part_begin(group, groups, task_.out_blocks);
-      const size_t end = part_begin(group + 1, groups, task_.out_blocks);
-      sweep<kMostPlanes>(end - begin, begin);
-    }
+    for_even_parts(task_.out_blocks, kMostPlanes, [this](size_t plane, size_t planes) {
+      with_static<kMostPlanes>(planes, [&](auto kPlanes) { sweep<kPlanes.value>(plane); });
+    });
   }
 
  private:
   template <size_t kPlanes>
-  void sweep(size_t planes, size_t plane) const noexcept {
-    if constexpr (kPlanes > 1) {
-      if (planes < kPlanes) return sweep<kPlanes - 1>(planes, plane);
-    }
+  void sweep(size_t plane) const noexcept {
     const size_t count = parts_of(task_.out_width, kLanes) * task_.out_height;
-    const size_t tiles = parts_of(count, kMostVectors);
     const size_t depth = in_plane_ < kLargePlane ? task_.in_blocks : kLargePlanes;
     for (size_t k = 0; k < task_.in_blocks; k += depth) {
       const Planes inputs = {k, smaller_of(task_.in_blocks - k, depth)};
       Walk walk(task_, task_.output + plane * out_plane_);
-      size_t begin = 0;
-      for (size_t tile = 1; tile <= tiles; ++tile) {
-        const size_t end = part_begin(tile, tiles, count);
-        sized_tile<kPlanes, kMostVectors>(end - begin, plane, inputs, walk);
-        begin = end;
-      }
+      for_even_parts(count, kMostVectors, [&](size_t, size_t vectors) {
+        with_static<kMostVectors>(vectors, [&](auto kVectors) {
+          run_tile<kPlanes, kVectors.value>(plane, inputs, walk);
+        });
+      });
     }
-  }
-
-  template <size_t kPlanes, size_t kVectors>
-  void sized_tile(size_t vectors, size_t plane, const Planes& inputs, Walk& walk) const noexcept {
-    if constexpr (kVectors > 1) {
-      if (vectors < kVectors) {
-        return sized_tile<kPlanes, kVectors - 1>(vectors, plane, inputs, walk);
-      }
-    }
-    run_tile<kPlanes, kVectors>(plane, inputs, walk);
   }
 
   template <size_t kPlanes, size_t kVectors>
@@ -133,8 +108,9 @@ class WindowPlanes {
     });
     Register sums[kPlanes][kVectors];
     unrolled<kPlanes>(QRT_UNROLLED(o) {
-      unrolled<kVectors>(
-          QRT_UNROLLED(v) { sums[o][v] = Vector::load(places[v].output + o * out_plane_); });
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        sums[o][v] = Vector::load_first(places[v].output + o * out_plane_, places[v].pixels);
+      });
     });
     const size_t run = task_.params.kernel_x;
     const size_t rows = task_.params.kernel_y;
@@ -158,16 +134,9 @@ class WindowPlanes {
     unrolled<kVectors>(QRT_UNROLLED(v) {
       const Place& place = places[v];
       unrolled<kPlanes>(QRT_UNROLLED(o) {
-        store_first(place.output + o * out_plane_, place.pixels, sums[o][v]);
+        Vector::store_first(place.output + o * out_plane_, place.pixels, sums[o][v]);
       });
     });
-  }
-
-  static void store_first(float* to, size_t pixels, Register x) noexcept {
-    if (pixels == kLanes) return Vector::store(to, x);
-    float lanes[kLanes];
-    Vector::store(lanes, x);
-    for (size_t i = 0; i < pixels; ++i) to[i] = lanes[i];
   }
 
   const ConvTask& task_;

@@ -87,49 +87,31 @@ class WindowTiles {
 
   void run() const noexcept {
     const size_t blocks = task_.out_blocks / kStep;
-    const size_t groups = parts_of(blocks, kMostBlocks);
     const size_t resident = kResident / (kMostBlocks * kStep * taps_ * kBlockWeights);
     const size_t depth = kSweep == Sweep::depth ? task_.in_blocks : (resident == 0 ? 1 : resident);
-    for (size_t group = 0; group < groups; ++group) {
-      const size_t begin = part_begin(group, groups, blocks);
-      const size_t end = part_begin(group + 1, groups, blocks);
+    for_even_parts(blocks, kMostBlocks, [&](size_t begin, size_t count) {
       for (size_t first = 0; first < task_.in_blocks; first += depth) {
-        sweep<kMostBlocks>(end - begin, begin * kStep, first,
-                           smaller_of(task_.in_blocks - first, depth));
+        with_static<kMostBlocks>(count, [&](auto kBlocks) {
+          sweep<kBlocks.value>(begin * kStep, first, smaller_of(task_.in_blocks - first, depth));
+        });
       }
-    }
+    });
   }
 
  private:
   template <size_t kBlocks>
-  void sweep(size_t blocks, size_t block, size_t first, size_t depth) const noexcept {
-    if constexpr (kBlocks > 1) {
-      if (blocks < kBlocks) return sweep<kBlocks - 1>(blocks, block, first, depth);
-    }
-    constexpr size_t kPixels = most_pixels(kBlocks);
+  void sweep(size_t block, size_t first, size_t depth) const noexcept {
+    constexpr size_t kMostPixels = most_pixels(kBlocks);
     const float* weight = task_.weight + block * weight_plane_ + first * taps_ * kBlockWeights;
     const float* bias = task_.bias == nullptr ? nullptr : task_.bias + block * kOutBlock;
     float* output = task_.output + block * out_plane_;
-    const size_t tiles = parts_of(pixels_, kPixels);
     WindowWalk walk(task_, kInBlock);
-    size_t begin = 0;
-    for (size_t tile = 1; tile <= tiles; ++tile) {
-      const size_t end = part_begin(tile, tiles, pixels_);
-      sized_tile<kBlocks, kPixels>(end - begin, walk, first * in_plane_, depth, weight, bias,
-                                   output + begin * kOutBlock);
-      begin = end;
-    }
-  }
-
-  template <size_t kBlocks, size_t kPixels>
-  void sized_tile(size_t pixels, WindowWalk& walk, size_t offset, size_t depth, const float* weight,
-                  const float* bias, float* output) const noexcept {
-    if constexpr (kPixels > 1) {
-      if (pixels < kPixels) {
-        return sized_tile<kBlocks, kPixels - 1>(pixels, walk, offset, depth, weight, bias, output);
-      }
-    }
-    run_tile<kBlocks, kPixels>(walk, offset, depth, weight, bias, output);
+    for_even_parts(pixels_, kMostPixels, [&](size_t begin, size_t count) {
+      with_static<kMostPixels>(count, [&](auto kPixels) {
+        run_tile<kBlocks, kPixels.value>(walk, first * in_plane_, depth, weight, bias,
+                                         output + begin * kOutBlock);
+      });
+    });
   }
 
   [[gnu::always_inline]] static Register load(const float* from, size_t plane, size_t v) noexcept {

@@ -63,15 +63,6 @@ std::shared_ptr<TensorCPU> transform_filters(std::shared_ptr<TensorCPU> weight,
   return transformed;
 }
 
-std::shared_ptr<TensorCPU> padded_to_even(const std::shared_ptr<TensorCPU>& input,
-                                          const Conv2dParams& params,
-                                          const std::shared_ptr<DeviceCPU>& device) {
-  const std::vector<uint32_t>& dims = input->shape.dims;
-  return Padding_HW_MainMemory_CHW_Float_Fallback_M1(
-      input, params.padding_l, params.padding_r + dims[2] % 2, params.padding_t,
-      params.padding_b + dims[1] % 2, 0.0f, device);
-}
-
 }  // namespace marlo::kernel
 
 #endif

@@ -22,17 +22,11 @@ namespace marlo::kernel {
 std::shared_ptr<runtime::TensorCPU> transform_filters(std::shared_ptr<runtime::TensorCPU> weight,
                                                       std::shared_ptr<runtime::DeviceCPU> device);
 
-/// A margin of one pixel around the picture, and zeros to the right and below up to an even size.
-std::shared_ptr<runtime::TensorCPU> padded_to_even(
-    const std::shared_ptr<runtime::TensorCPU>& input, const Conv2dParams& params,
-    const std::shared_ptr<runtime::DeviceCPU>& device);
-
 constexpr ConvolutionRow<PlaneGeometry> winograd_on_sse(conv::Method method) {
-  auto row = window_planes(
-      accepts_window<3, 3, 1, WindowMargins::one_all_round, WindowChannels::above_zero>, nullptr);
-  row.pad = padded_to_even;
+  auto row = window_planes(with_channels(window_of(3, 3, 1, Paddings::one_all_round)), nullptr);
+  row.margin = Margin::to_even;
   row.pack = transform_filters;
-  row.fill_bias = FillBias_CHW_Float_Fallback;
+  row.fill = fill::repeat_portable;
   row.method = method;
   return row;
 }

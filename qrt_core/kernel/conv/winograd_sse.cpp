@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <memory>
 
-#include "qrt_core/kernel/conv/crop.h"
-#include "qrt_core/kernel/conv/padding.h"
 #include "qrt_core/kernel/conv/winograd_cores.h"
+#include "qrt_core/kernel/layout/crop.h"
+#include "qrt_core/kernel/layout/padding.h"
 
 namespace marlo::kernel::conv {
 namespace {
@@ -222,11 +222,10 @@ void winograd(const ConvTask& task, runtime::DeviceCPU& device) {
   // The tiles of an odd picture reach beyond it.
   const auto even = device.CreateF32FlexiableMainMemory({task.out_blocks, height, width}, nullptr);
   auto* pixels = static_cast<float*>(even->RawPointer());
-  const Margins margins = {0, width - task.out_width, 0, height - task.out_height};
-  frame_planes(task.output, task.out_blocks, task.out_height, task.out_width, margins, 0.0f,
-               pixels);
+  const Frame frame = {0, width - task.out_width, 0, height - task.out_height};
+  frame_planes(task.output, task.out_blocks, task.out_height, task.out_width, frame, 0.0f, pixels);
   Sweep<kFilters>(task, pixels, device).run();
-  crop_planes(pixels, task.out_blocks, height, width, margins, task.output);
+  crop_planes(pixels, task.out_blocks, height, width, frame, task.output);
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "qrt_core/kernel/conv/fill_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
+#include "qrt_core/kernel/layout/fill_cores.h"
 
 // Kernels that repeat one value per channel over a plane.
 

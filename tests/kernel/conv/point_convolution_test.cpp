@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "qrt_core/kernel/matrix/sgemm.h"
+#include "tests/support/blocked_layout.h"
 #include "tests/support/compare.h"
 #include "tests/support/conv_rows.h"
 #include "tests/support/conv_setup.h"
@@ -199,8 +200,33 @@ TEST_P(PointConvolution, RefusesInputsThatItCannotRead) {
   EXPECT_TRUE(fails({dims, DataType::FLOAT32, row().input.layout})) << "too few channels";
   dims[0] = 2;
   EXPECT_TRUE(fails({dims, DataType::FLOAT16, row().input.layout})) << "halves aren't computed";
-  EXPECT_TRUE(fails({dims, DataType::FLOAT32, LayoutType::HWC})) << "another layout";
-  EXPECT_TRUE(outputs.empty());
+  // The one member that makes a copy of its input does so for its layout only.
+  const bool copies = row().margin != kernel::Margin::none;
+  EXPECT_EQ(fails({dims, DataType::FLOAT32, LayoutType::HWC}), copies);
+  EXPECT_EQ(outputs.empty(), copies);
+}
+
+// `Reshape` and `Permute` label what they make FLEXIABLE, and one of the layout functions labels
+// blocks of 8 as blocks of 4.
+TEST_P(PointConvolution, ReadsBlocksAsItsOwnWhateverTheirLabel) {
+  if (row().margin != kernel::Margin::none) GTEST_SKIP() << "copies its input";
+  TestContext context;
+  const auto kernel = make_kernel(row().name);
+  const ConvCase sizes = tester(row(), 2, 2).sizes();
+  const ConvData data = integer_data(sizes, 1);
+  ASSERT_TRUE(kernel->Config(describe<kernel::PlaneGeometry>(sizes, data), nullptr, context));
+  const LayoutType layout = row().input.layout;
+  const auto dims = dims_in_layout({sizes.in_channels, sizes.height, sizes.width}, layout);
+  const auto input = context.floats(dims, layout, to_layout(data.input, sizes.in_channels, layout));
+  IKernel::Tensors outputs;
+  ASSERT_EQ(kernel->Forward({input}, outputs, context), 0);
+  for (const LayoutType label : {LayoutType::FLEXIABLE, LayoutType::C4HW4}) {
+    input->shape.layout = label;
+    outputs.resize(1);
+    ASSERT_EQ(kernel->Forward({input}, outputs, context), 0);
+    EXPECT_TRUE(same_bits(values_of(*outputs[1]), values_of(*outputs[0])));
+    EXPECT_EQ(outputs[1]->shape.dims, outputs[0]->shape.dims);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PointConvolution, testing::ValuesIn(kernel::point_convolution_rows),

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
+#include <string>
 
 #include "tests/support/blocked_layout.h"
 #include "tests/support/compare.h"
@@ -166,6 +168,35 @@ TEST_P(ScatterConvolution, CutsThePaddingsOff) {
   }
 }
 
+// Where an output that isn't a number, or is infinite, comes from a tap or an input that is.
+TEST_P(ScatterConvolution, SpreadsWhatIsNotFiniteOnlyToOutputsThatItReaches) {
+  const auto expect_as_defined = [this](const Layer& some, const std::string& what) {
+    const std::vector<float> found = run(some);
+    const std::vector<Sum> sums = some.sums();
+    for (size_t i = 0; i < found.size(); ++i) {
+      const auto wanted = static_cast<float>(sums[i].value);
+      EXPECT_EQ(std::fpclassify(found[i]), std::fpclassify(wanted))
+          << what << ", output " << i << ": " << found[i] << " instead of " << wanted;
+    }
+  };
+  for (const float special : {kInfinity, kNaN}) {
+    for (const std::array<uint32_t, 2>& size : {std::array<uint32_t, 2>{1, 1}, {2, 2}, {3, 9}}) {
+      Layer some = layer(1, 1, size[0], size[1]);
+      some.fill(false);
+      for (size_t tap = 0; tap < 9; ++tap) {
+        Layer changed = some;
+        changed.weights[tap] = special;
+        expect_as_defined(changed, "tap " + std::to_string(tap));
+      }
+      for (size_t at : {size_t{0}, size_t{size[0]} * size[1] - 1}) {
+        Layer changed = some;
+        changed.input[at] = special;
+        expect_as_defined(changed, "input " + std::to_string(at));
+      }
+    }
+  }
+}
+
 TEST_P(ScatterConvolution, RefusesPaddingsThatLeaveNothingOrAddSomething) {
   for (const std::array<int16_t, 4>& p :
        {std::array<int16_t, 4>{-1, 0, 0, 0}, std::array<int16_t, 4>{0, 0, 0, -3},
@@ -232,32 +263,6 @@ TEST_P(ScatterConvolution, ComparesNoChannels) {
 INSTANTIATE_TEST_SUITE_P(Rows, ScatterConvolution,
                          testing::ValuesIn(kernel::scatter_convolution_rows),
                          [](const auto& test) { return std::string(test.param->name); });
-
-// The input stands in for a picture whose pixels are their own numbers.
-TEST(Crop, KeepsWhatIsInside) {
-  TestContext context;
-  const auto cut = [&](auto crop, LayoutType layout) {
-    const std::vector<float> planes = ramp(size_t{8} * 4 * 5);
-    const auto tensor =
-        context.floats(dims_in_layout({8, 4, 5}, layout), layout, to_layout(planes, 8, layout));
-    const auto inside = crop(tensor, 1, 2, 1, 0, context.device());
-    EXPECT_TRUE(inside->shape ==
-                TensorShape(dims_in_layout({8, 3, 2}, layout), DataType::FLOAT32, layout));
-    const auto values = from_layout(values_of(*inside), 8, layout);
-    for (size_t i = 0; i < values.size(); ++i) {
-      EXPECT_EQ(values[i], planes[(i / 6 * 4 + i / 2 % 3 + 1) * 5 + i % 2 + 1]);
-    }
-    EXPECT_EQ(crop(tensor, 3, 3, 0, 0, context.device()), nullptr);
-    EXPECT_EQ(crop(tensor, 0, 0, 4, 1, context.device()), nullptr);
-    EXPECT_EQ(crop(tensor, ~0u, 2, 0, 0, context.device()), nullptr);
-    tensor->shape.layout = LayoutType::HWC;
-    EXPECT_EQ(crop(tensor, 0, 0, 0, 0, context.device()), nullptr);
-  };
-  cut(kernel::Crop_HW_MainMemory_CHW_Float_Fallback_M1, LayoutType::CHW);
-  cut(kernel::Crop_HW_MainMemory_C4HW4_Float_SSE_M1, LayoutType::C4HW4);
-  cut(kernel::Crop_HW_MainMemory_C8HW8_Float_AVX_M1, LayoutType::C8HW8);
-  context.pool().check();
-}
 
 }  // namespace
 }  // namespace marlo::test

@@ -163,7 +163,8 @@ TEST_P(Winograd, StaysWithinItsBound) {
 
 TEST_P(Winograd, RefusesWhatItsNameExcludes) {
   const auto accepts = [this](const ConvTester& sized) {
-    return row().accepts(PlaneGeometry::params_of(*describe<PlaneGeometry>(sized.sizes(), {})));
+    return kernel::fits(row().accepts,
+                        PlaneGeometry::params_of(*describe<PlaneGeometry>(sized.sizes(), {})));
   };
   const ConvTester base = tester(2, 2, 7, 7);
   EXPECT_TRUE(accepts(base));

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
+#include "qrt_core/kernel/layout/fill_cores.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 
 // The bias of a convolution's output: its initial state, onto which a core adds, or a last step.
@@ -38,6 +40,12 @@ int AddBias_CHW_Float_SSE(std::shared_ptr<runtime::TensorCPU> bias,
 int AddBias_C8HW8_Float_AVX(std::shared_ptr<runtime::TensorCPU> bias,
                             std::shared_ptr<runtime::TensorCPU> output);
 /// @}
+
+/// Runs `core` over each of `planes` planes of `plane_floats` floats with the values of its `block`
+/// channels. Where a block is a channel, planes beyond the `channels` values are left alone; other
+/// blocks take 0 for channels beyond them.
+void fill_channels(const float* values, size_t channels, float* output, size_t planes,
+                   size_t plane_floats, size_t block, fill::Core core) noexcept;
 
 /// Clears a tensor.
 /// @return 0, or -2 unless it is FLOAT32 in main memory

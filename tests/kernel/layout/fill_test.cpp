@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/conv/fill.h"
+#include "qrt_core/kernel/layout/fill.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <emmintrin.h>
 
-#include "qrt_core/kernel/conv/fill_cores.h"
+#include "qrt_core/kernel/layout/fill_cores.h"
 
 namespace marlo::kernel::fill {
 

@@ -4,7 +4,7 @@
 
 #include <immintrin.h>
 
-#include "qrt_core/kernel/conv/fill_cores.h"
+#include "qrt_core/kernel/layout/fill_cores.h"
 
 namespace marlo::kernel::fill {
 

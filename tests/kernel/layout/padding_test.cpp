@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/layout/padding.h"
 
 #include <gtest/gtest.h>
 

@@ -3,16 +3,16 @@
 #include <cstdint>
 #include <memory>
 
-#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/layout/padding.h"
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 
 namespace marlo::kernel {
 
 /// Copies what lies inside a frame, of `planes` pictures of `height` rows of `width` floats with
-/// the frame; `margins` count floats in the horizontal direction.
-void crop_planes(const float* from, size_t planes, size_t height, size_t width,
-                 const Margins& margins, float* to) noexcept;
+/// the frame; `frame` counts floats in the horizontal direction.
+void crop_planes(const float* from, size_t planes, size_t height, size_t width, const Frame& frame,
+                 float* to) noexcept;
 
 /// @name Cropping of planes
 /// A new tensor from `device` with what is left of the picture when `left`, `right`, `top` and

@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/conv/crop.h"
+#include "qrt_core/kernel/layout/crop.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,12 +10,12 @@ using runtime::LayoutType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
 
-void crop_planes(const float* from, size_t planes, size_t height, size_t width,
-                 const Margins& margins, float* to) noexcept {
-  const size_t count = width - margins.left - margins.right;
+void crop_planes(const float* from, size_t planes, size_t height, size_t width, const Frame& frame,
+                 float* to) noexcept {
+  const size_t count = width - frame.left - frame.right;
   for (size_t plane = 0; plane < planes; ++plane, from += height * width) {
-    for (size_t row = margins.top; row < height - margins.bottom; ++row) {
-      to = std::copy_n(from + row * width + margins.left, count, to);
+    for (size_t row = frame.top; row < height - frame.bottom; ++row) {
+      to = std::copy_n(from + row * width + frame.left, count, to);
     }
   }
 }

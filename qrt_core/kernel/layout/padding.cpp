@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/conv/padding.h"
+#include "qrt_core/kernel/layout/padding.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,18 +13,18 @@ using runtime::LocationType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
 
-void frame_planes(const float* from, size_t planes, size_t height, size_t width,
-                  const Margins& margins, float value, float* to) noexcept {
-  const size_t framed_width = width + margins.left + margins.right;
+void frame_planes(const float* from, size_t planes, size_t height, size_t width, const Frame& frame,
+                  float value, float* to) noexcept {
+  const size_t framed_width = width + frame.left + frame.right;
   for (size_t plane = 0; plane < planes; ++plane) {
-    to = std::fill_n(to, margins.top * framed_width, value);
+    to = std::fill_n(to, frame.top * framed_width, value);
     for (size_t row = 0; row < height; ++row) {
-      to = std::fill_n(to, margins.left, value);
+      to = std::fill_n(to, frame.left, value);
       to = std::copy_n(from, width, to);
-      to = std::fill_n(to, margins.right, value);
+      to = std::fill_n(to, frame.right, value);
       from += width;
     }
-    to = std::fill_n(to, margins.bottom * framed_width, value);
+    to = std::fill_n(to, frame.bottom * framed_width, value);
   }
 }
 
@@ -38,7 +38,7 @@ bool is_float_of(const TensorCPU& tensor, LayoutType layout, size_t dims) {
 
 // Pads [planes, H, W] or [planes, H, W, block]; a copy of whole rows is as fast as memory allows
 // whatever the block.
-std::shared_ptr<TensorCPU> pad_planes(const TensorCPU& input, LayoutType layout, Margins margins,
+std::shared_ptr<TensorCPU> pad_planes(const TensorCPU& input, LayoutType layout, Frame frame,
                                       float value, DeviceCPU& device) {
   const bool blocked = layout != LayoutType::CHW;
   if (!is_float_of(input, layout, blocked ? 4 : 3)) return nullptr;
@@ -46,13 +46,13 @@ std::shared_ptr<TensorCPU> pad_planes(const TensorCPU& input, LayoutType layout,
   const uint32_t block = blocked ? dims[3] : 1;
 
   TensorShape shape = input.shape;
-  shape.dims[1] += margins.top + margins.bottom;
-  shape.dims[2] += margins.left + margins.right;
+  shape.dims[1] += frame.top + frame.bottom;
+  shape.dims[2] += frame.left + frame.right;
   auto padded = device.CreateTensor(std::move(shape), nullptr);
-  margins.left *= block;
-  margins.right *= block;
+  frame.left *= block;
+  frame.right *= block;
   frame_planes(static_cast<const float*>(input.RawPointer()), dims[0], dims[1],
-               static_cast<size_t>(dims[2]) * block, margins, value,
+               static_cast<size_t>(dims[2]) * block, frame, value,
                static_cast<float*>(padded->RawPointer()));
   return padded;
 }

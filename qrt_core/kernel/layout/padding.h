@@ -10,17 +10,19 @@
 namespace marlo::kernel {
 
 /// The widths of a frame. Plain data: any number of threads may read it while none changes it.
-struct Margins {
-  uint32_t left;    ///< before each row
-  uint32_t right;   ///< behind each row
-  uint32_t top;     ///< rows above the picture
-  uint32_t bottom;  ///< rows below it
+struct Frame {
+  uint32_t left = 0;    ///< before each row
+  uint32_t right = 0;   ///< behind each row
+  uint32_t top = 0;     ///< rows above the picture
+  uint32_t bottom = 0;  ///< rows below it
+
+  bool is_empty() const { return left == 0 && right == 0 && top == 0 && bottom == 0; }
 };
 
-/// Copies `planes` pictures of `height` rows of `width` floats into a frame of `value`; `margins`
-/// count floats in the horizontal direction. Rows are copied whole and only the margins are filled.
+/// Copies `planes` pictures of `height` rows of `width` floats into a frame of `value`; `frame`
+/// counts floats in the horizontal direction. Rows are copied whole, and only the frame is filled.
 QRT_API void frame_planes(const float* from, size_t planes, size_t height, size_t width,
-                          const Margins& margins, float value, float* to) noexcept;
+                          const Frame& frame, float value, float* to) noexcept;
 
 /// @name Padding of planes
 /// A new tensor from `device` with the picture of `input` inside a margin of `left`, `right`, `top`
@@ -31,16 +33,16 @@ QRT_API void frame_planes(const float* from, size_t planes, size_t height, size_
 QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
@@ -48,14 +50,14 @@ QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AV
 /// @name Padding of planes with zeros
 /// As above with a value of 0.
 /// @{
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
+std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
 
 /// Padding of rows: [C, L] becomes [C, front + L + back].
 /// @return null unless `input` is a FLOAT32 tensor of layout CL in main memory
-QRT_API std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
+std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t front, uint32_t back, float value,
     std::shared_ptr<runtime::DeviceCPU> device);
 
