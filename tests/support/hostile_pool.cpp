@@ -1,17 +1,56 @@
 #include "tests/support/hostile_pool.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
+#include <new>
+#include <random>
 #include <utility>
+#include <vector>
+
+#include "tests/support/sanitizer.h"
 
 namespace marlo::test {
 namespace {
 
-// In front of a block stand at least as many canaries as behind it.
+// Bytes of canaries in front of a block.
 constexpr size_t kInFront = 64;
+
+// Pages that are kept for the next block of their size, and what is too large to be kept.
+constexpr size_t kKeptPages = 16;
+constexpr size_t kMostKeptBytes = size_t{1} << 20;
+
+size_t page_bytes() {
+  static const auto bytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  return bytes;
+}
+
+using KeptPages = std::map<size_t, std::vector<unsigned char*>>;
+
+KeptPages& kept_pages() {
+  thread_local KeptPages pages;
+  return pages;
+}
+
+unsigned char* map_pages(size_t size) {
+  void* const pages = mmap(nullptr, size + page_bytes(), PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (pages == MAP_FAILED) throw std::bad_alloc();
+  auto* const begin = static_cast<unsigned char*>(pages);
+  if (mprotect(begin + size, page_bytes(), PROT_NONE) != 0) throw std::bad_alloc();
+  return begin;
+}
+
+// Which blocks stand at their page, where both can't be had.
+bool stands_at_page() {
+  thread_local std::minstd_rand random(1);
+  return random() / 16 % 2 == 0;
+}
 
 using Pattern = std::array<unsigned char, sizeof(uint32_t)>;
 
@@ -61,6 +100,31 @@ size_t last_change(const unsigned char* memory, size_t end) {
 
 }  // namespace
 
+GuardedPages::GuardedPages(size_t bytes)
+    : begin_(nullptr), size_((bytes + page_bytes() - 1) / page_bytes() * page_bytes()) {
+  std::vector<unsigned char*>& kept = kept_pages()[size_];
+  if (kept.empty()) {
+    begin_ = map_pages(size_);
+  } else {
+    begin_ = kept.back();
+    kept.pop_back();
+  }
+}
+
+GuardedPages::GuardedPages(GuardedPages&& other) noexcept
+    : begin_(std::exchange(other.begin_, nullptr)), size_(other.size_) {}
+
+GuardedPages::~GuardedPages() {
+  if (begin_ == nullptr) return;
+  QRT_ALLOW_ACCESS(begin_, size_);
+  std::vector<unsigned char*>& kept = kept_pages()[size_];
+  if (size_ <= kMostKeptBytes && kept.size() < kKeptPages) {
+    kept.push_back(begin_);
+  } else {
+    munmap(begin_, size_ + page_bytes());
+  }
+}
+
 HostilePool::HostilePool(size_t alignment) : alignment_(alignment) {}
 
 HostilePool::~HostilePool() {
@@ -73,20 +137,18 @@ HostilePool::~HostilePool() {
 void* HostilePool::Allocate(uint64_t size) {
   ++allocations_;
   if (calls_to_failure_ != 0 && --calls_to_failure_ == 0) return nullptr;
-  Block block;
-  block.size = static_cast<size_t>(size);
-  block.memory.resize(kInFront + 2 * alignment_ + block.size + kReadableBehind);
-  unsigned char* const memory = block.memory.data();
-  const auto start = reinterpret_cast<uintptr_t>(memory) + kInFront;
-  uintptr_t address = (start + alignment_ - 1) / alignment_ * alignment_;
-  if (address % (2 * alignment_) == 0) address += alignment_;
-  block.offset = static_cast<size_t>(address - reinterpret_cast<uintptr_t>(memory));
+  const auto bytes = static_cast<size_t>(size);
+  GuardedPages pages(kInFront + 2 * alignment_ + bytes);
+  unsigned char* start = pages.end() - bytes;
+  start -= reinterpret_cast<uintptr_t>(start) % alignment_;
+  const bool is_aligned_to_more = reinterpret_cast<uintptr_t>(start) % (2 * alignment_) == 0;
+  if (is_aligned_to_more && !stands_at_page()) start -= alignment_;
 
-  fill(memory, block.memory.size(), kCanaryBits);
-  fill(memory + block.offset, block.size, kFreshBits);
-  void* const handed_out = memory + block.offset;
-  blocks_.emplace(handed_out, std::move(block));
-  return handed_out;
+  fill(pages.begin(), static_cast<size_t>(pages.end() - pages.begin()), kCanaryBits);
+  fill(start, bytes, kFreshBits);
+  const Block& block = blocks_.emplace(start, Block{std::move(pages), start, bytes}).first->second;
+  refuse_access(block);
+  return start;
 }
 
 void HostilePool::Free(void* address) {
@@ -110,18 +172,27 @@ void HostilePool::check() const {
 }
 
 void HostilePool::check(const Block& block) {
-  const unsigned char* const memory = block.memory.data();
-  const size_t in_front = last_change(memory, block.offset);
+  const unsigned char* const memory = block.pages.begin();
+  const auto size = static_cast<size_t>(block.pages.end() - memory);
+  const auto offset = static_cast<size_t>(block.start - memory);
+  QRT_ALLOW_ACCESS(memory, size);
+  const size_t in_front = last_change(memory, offset);
   if (in_front != 0) {
     ADD_FAILURE() << "a block of " << block.size << " bytes was written at offset -"
-                  << block.offset + 1 - in_front << ", in front of it";
+                  << offset + 1 - in_front << ", in front of it";
   }
-  const size_t end = block.offset + block.size;
-  const size_t behind = first_change(memory, end, block.memory.size());
-  if (behind != block.memory.size()) {
+  const size_t end = offset + block.size;
+  const size_t behind = first_change(memory, end, size);
+  if (behind != size) {
     ADD_FAILURE() << "a block of " << block.size << " bytes was written at offset "
-                  << behind - block.offset << ", behind it";
+                  << behind - offset << ", behind it";
   }
+  refuse_access(block);
+}
+
+void HostilePool::refuse_access(const Block& block) {
+  QRT_REFUSE_ACCESS(block.pages.begin(), block.start - block.pages.begin());
+  QRT_REFUSE_ACCESS(block.end(), block.pages.end() - block.end());
 }
 
 }  // namespace marlo::test

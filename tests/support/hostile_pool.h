@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
-#include <vector>
 
 #include "qrt_core/runtime/tensor/memory_pool.h"
 
@@ -16,15 +15,36 @@ constexpr uint32_t kFreshBits = 0x7FC0DEAD;
 /// Bits of the quiet NaNs that stand around a block.
 constexpr uint32_t kCanaryBits = 0x7FC0CA9A;
 
-/// Bytes behind a block that may be read but not written.
-constexpr size_t kReadableBehind = 64;
+/// Pages of which the last can be neither read nor written. They are handed on when they aren't
+/// needed any more, since the system takes its time to make them.
+class GuardedPages {
+ public:
+  /// @param bytes in front of the last page
+  explicit GuardedPages(size_t bytes);
+  GuardedPages(GuardedPages&& other) noexcept;
+  GuardedPages& operator=(GuardedPages&&) = delete;
+  GuardedPages(const GuardedPages&) = delete;
+  GuardedPages& operator=(const GuardedPages&) = delete;
+  ~GuardedPages();
+
+  unsigned char* begin() const { return begin_; }
+  /// Where the page without access begins.
+  unsigned char* end() const { return begin_ + size_; }
+
+ private:
+  unsigned char* begin_;
+  size_t size_;
+};
 
 /// A pool that makes life hard for kernels.
 ///
-/// Each block is new from the system, filled with NaNs and aligned to `alignment` but to nothing
-/// more. Canaries stand in front of it and in the 64 bytes behind the size that was asked for; they
-/// are checked when the block comes back and when the pool ends. An overrun, a block that never
-/// comes back and one that comes back twice are failures of the running test.
+/// Each block is filled with NaNs and gives exactly what was asked for: right behind it, or as
+/// close as its alignment allows, a page without access ends the program that touches it. Where the
+/// size would make a block aligned to more than `alignment`, every other one is moved away from the
+/// page instead, so that it is aligned to nothing more. Canaries stand in front of it and up to the
+/// page; they are checked when the block comes back and when the pool ends. Under AddressSanitizer
+/// what is around a block can't be read either, to the byte. An overrun, a block that never comes
+/// back and one that comes back twice are failures of the running test.
 class HostilePool final : public runtime::MemoryPool {
  public:
   /// @param alignment of the blocks in bytes: a power of two of 4 or more
@@ -55,12 +75,15 @@ class HostilePool final : public runtime::MemoryPool {
 
  private:
   struct Block {
-    std::vector<unsigned char> memory;
-    size_t offset;  // of the block in `memory`
+    GuardedPages pages;
+    unsigned char* start;
     size_t size;
+
+    unsigned char* end() const { return start + size; }
   };
 
   static void check(const Block& block);
+  static void refuse_access(const Block& block);
 
   size_t alignment_;
   size_t allocations_ = 0;

@@ -11,3 +11,13 @@
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define QRT_UNDER_SANITIZER 1
 #endif
+
+// What AddressSanitizer lets a program touch; without it these do nothing.
+#if __has_include(<sanitizer/asan_interface.h>)
+#include <sanitizer/asan_interface.h>
+#define QRT_ALLOW_ACCESS(memory, size) ASAN_UNPOISON_MEMORY_REGION(memory, size)
+#define QRT_REFUSE_ACCESS(memory, size) ASAN_POISON_MEMORY_REGION(memory, size)
+#else
+#define QRT_ALLOW_ACCESS(memory, size) ((void)(memory), (void)(size))
+#define QRT_REFUSE_ACCESS(memory, size) ((void)(memory), (void)(size))
+#endif

@@ -25,8 +25,8 @@ class TestContext {
   std::shared_ptr<runtime::TensorCPU> floats(std::vector<uint32_t> dims, runtime::LayoutType layout,
                                              const std::vector<float>& values);
 
-  /// The same with a buffer that the caller owns in effect: it has canaries too, and stands at an
-  /// address that is a multiple of 4 bytes only.
+  /// The same with a buffer that the caller owns in effect: it ends where its numbers end, and
+  /// stands at an address that is a multiple of 4 bytes only.
   std::shared_ptr<runtime::TensorCPU> external_floats(std::vector<uint32_t> dims,
                                                       runtime::LayoutType layout,
                                                       const std::vector<float>& values);

@@ -11,8 +11,8 @@ namespace marlo::runtime {
 /// The pool of `create_context`: sizes are rounded up to a granule, and a request takes the block
 /// freed last among those that are large enough, however much larger it is.
 ///
-/// Each block has 64 bytes more than was asked for, so that a kernel may read a whole vector past
-/// the end of a tensor. Every block must be back before the pool ends; otherwise its destructor
+/// Each block has 64 bytes more than was asked for, on which nothing in the library relies: its
+/// kernels touch what is in their tensors. Every block must be back before the pool ends; otherwise its destructor
 /// reports it and ends the process.
 class QRT_API AlignUpPool final : public MemoryPool {
  public:

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <sstream>
 
 namespace marlo::toolkit::test {
 namespace {
@@ -71,15 +70,8 @@ std::string difference(const Numbers& result, const Numbers& expected) {
     const bool same = a == b || (std::isnan(a) && std::isnan(b)) ||
                       std::fabs(a - b) <= 1e-5 + relative * std::fabs(b);
     if (!same) {
-      std::ostringstream text;
-      text << "element " << i << " is ";
-      if (std::isnan(a)) {
-        text << "NaN";
-      } else {
-        text << a;
-      }
-      text << " instead of " << b;
-      return text.str();
+      return "element " + std::to_string(i) + " is " + std::to_string(a) + " instead of " +
+             std::to_string(b);
     }
   }
   return "";
