@@ -39,13 +39,22 @@ static int classify(const char* model, const char* picture, const char* label_fi
 
   auto& network = *networks.begin()->second;
   const auto size_h = static_cast<unsigned int>(height), size_w = static_cast<unsigned int>(width);
+  const auto& wanted = network.extra_info;
+  if (wanted.model_base_h != 0 &&
+      (wanted.model_base_h != size_h || wanted.model_base_w != size_w)) {
+    return std::fprintf(stderr, "%s: %u x %u pixels, the model reads %u x %u\n", picture, size_w,
+                        size_h, wanted.model_base_w, wanted.model_base_h),
+           1;
+  }
   network.input_tensors[0] = context->cpu->CreateF32CHWMainMem({1, size_h, size_w}, pixels.data());
   auto results =
       network.net->Forward(network.input_tensors, network.output_ids, context, nullptr, nullptr);
   const auto& output = results.at(network.output_ids.at(0)).at(0);
   const auto* logits = static_cast<const float*>(output->handle.cpu);
   if (labels.size() != ElementCount(output->shape)) {
-    return std::fprintf(stderr, "%s: not one label per output\n", label_file), 1;
+    return std::fprintf(stderr, "%s: %zu labels for %u outputs\n", label_file, labels.size(),
+                        static_cast<unsigned int>(ElementCount(output->shape))),
+           1;
   }
 
   std::vector<size_t> order(labels.size());
