@@ -3,10 +3,12 @@
 usage: check_headers.py CMAKE BUILD_DIR COMPILER [FLAG...]
 
 The headers are those that the install rules take, in a folder with nothing else beside them, so that a
-public header that includes a private one or a dependency of the sources fails here.
+public header that includes a private one or a dependency of the sources fails here. Loop bodies that sources
+share, recognised by an anonymous namespace, aren't for consumers: they belong into a *_internal.h.
 """
 
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -33,9 +35,16 @@ def included_dependencies(path):
                     yield target
 
 
+def has_anonymous_namespace(path):
+    with open(path, encoding="ascii") as file:
+        return re.search(r"^\s*namespace\s*\{", file.read(), re.M) is not None
+
+
 def check(compiler, flags, root, header):
-    problems = [f"{header} includes {name}, which consumers don't have"
-                for name in included_dependencies(os.path.join(root, header))]
+    path = os.path.join(root, header)
+    problems = [f"{header} includes {name}, which consumers don't have" for name in included_dependencies(path)]
+    if has_anonymous_namespace(path):
+        problems.append(f"{header} is installed and has an anonymous namespace")
     # Included twice, so that a missing include guard shows as well.
     source = f'#include "{header}"\n#include "{header}"\n'
     result = subprocess.run([compiler, *FLAGS, *flags, "-I", root, "-"], input=source,

@@ -14,14 +14,12 @@ namespace qrt_tool {
 /// description, or a changed copy.
 ///
 /// - A transposed convolution holds weights [out, in, y, x], and as paddings what is cut off the
-/// full
-///   result; the portable kernel wants weights [in, out, y, x], and paddings of a convolution over
-///   the spread input.
+///   full result; the portable kernel wants weights [in, out, y, x], and paddings of a convolution
+///   over the spread input.
 /// - A concatenation counts its axis with a batch; one kernel counts without.
 /// - A batch normalisation becomes a convolution of 1x1 with one channel a group where the kernel
-/// is
-///   one of convolutions: x * a + b with a = scale / sqrt(variance + eps) and b = shift - mean * a,
-///   computed in double.
+///   is one of convolutions: x * a + b with a = scale / sqrt(variance + eps) and
+///   b = shift - mean * a, computed in double.
 /// @throws ToolError (kModelError) for numbers that the changed description can't hold
 std::shared_ptr<marlo::runtime::LayerInfo> fitted(
     const std::shared_ptr<marlo::runtime::LayerInfo>& info, const std::string& kernel);

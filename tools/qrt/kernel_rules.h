@@ -29,11 +29,13 @@ struct KernelRule {
 
 /// A rules file:
 ///
-///     # the rest of a line is a comment
-///     default = sse
-///     Conv2d = Conv2d_K3x3_S1x1_D1x1_G1_SSE_CHW_FLOAT_M1,
-///     Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1 Activation 3 = HSwish_SSE_Float_M1 layer-12 =
-///     TanH_SSE_Float_M1
+/// @code{.unparsed}
+/// # the rest of a line is a comment
+/// default = sse
+/// MaxPool2d = Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1, Pooling2D_Max_Fallback_Float_M1
+/// Activation 3 = HSwish_SSE_Float_M1
+/// layer-12 = TanH_SSE_Float_M1
+/// @endcode
 class KernelRules {
  public:
   KernelRules() = default;

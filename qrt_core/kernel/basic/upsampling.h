@@ -20,8 +20,7 @@ enum class UpsamplingFactors { any, not_negative, at_least_one };
 /// How a bilinear kernel finds its positions. All sample alike where the sizes are whole multiples.
 enum class UpsamplingMethod {
   /// By the factors: output i lies at (i + 0.5) / factor - 0.5, or by the sizes with
-  /// "align_corner". The
-  /// output size is rounded.
+  /// "align_corner". The output size is rounded.
   general,
   /// The same, but factors of 4 are two passes of 2.
   doubling,
