@@ -29,7 +29,10 @@ In the order in which they stand in a binary file, and are written in JSON; [fil
 written. `./dev catalogue` makes this page of the list that the tests hold the classes to.
 
 Numbers are named by their kind and bits: u16, i32, f32, half; u16s is a vector of u16. A blob is trained numbers. The default
-is what a new object has, and what a binary file that is older than the attribute leaves.
+is what a new object has, and what a binary file that is older than the attribute leaves. In JSON it holds for nested objects only:
+a number that is left out is 0, a boolean false, and a string must be there.
+
+Orders of weights and gates, and what counts a batch, are told with examples in [from-a-trained-network.md](from-a-trained-network.md).
 """
 
 
@@ -49,6 +52,18 @@ def classes(root):
     yield current
 
 
+def without_kernel(root):
+    """The descriptions that no kernel's source names: nothing but kernels for any description could run them."""
+    text = ""
+    for path in glob.glob(os.path.join(root, "qrt_core/kernel/**/*"), recursive=True):
+        if path.endswith((".h", ".cpp")):
+            with open(path, encoding="ascii") as file:
+                text += file.read()
+    names = [name for name, _, code, _ in classes(root) if code is not None]
+    # Inputs run on a kernel for any description.
+    return {name for name in names if name != "InputInfo" and not re.search(rf"\b{name}\b", text)}
+
+
 class Meanings:
     """The comments of the members in the headers, by class and member, and the classes' bases."""
 
@@ -56,8 +71,10 @@ class Meanings:
         self.comments, self.bases = {}, {}
         for pattern in HEADERS:
             for path in sorted(glob.glob(os.path.join(root, pattern))):
-                with open(path, encoding="ascii") as lines:
-                    self.read([line.rstrip() for line in lines])
+                with open(path, encoding="ascii") as file:
+                    # The bases of a class may stand on lines of their own.
+                    text = re.sub(r",\n\s+public ", ", public ", file.read())
+                self.read(text.split("\n"))
 
     def read(self, lines):
         name = last = above = None
@@ -123,11 +140,12 @@ def kind_text(kind):
 
 
 def page(root):
-    meanings = Meanings(root)
+    meanings, unread = Meanings(root), without_kernel(root)
     output = [HEAD]
     for name, base, code, attributes in classes(root):
         output.append(f"## {name}\n")
         notes = [f"Type {code}." if code else "",
+                 "No kernel of the library reads it." if name in unread else "",
                  f"First the attributes of [{base}](#{base.lower().replace(':', '')})." if base else ""]
         text = " ".join(note for note in notes if note)
         if text:

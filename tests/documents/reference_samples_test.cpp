@@ -98,6 +98,18 @@ TEST(FileFormats, TheConfigurationTextIsRead) {
   EXPECT_EQ(config->layers[1].output_converters.at(0)->kernel_type, "Straight_Through_Fallback_M1");
 }
 
+TEST(FileFormats, TheConvertersOfAModelAreRead) {
+  runtime::LayerCfg layer;
+  layer.FromJsonString(
+#include "samples/converters_in_a_model.inc"
+  );
+  const auto& converters = layer.input_converters->kernel_cfgs;
+  ASSERT_EQ(converters.count("0"), 1u);
+  EXPECT_EQ(converters.at("0")->kernel_type,
+            "LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1");
+  EXPECT_TRUE(layer.output_converters->kernel_cfgs.empty());
+}
+
 TEST(Headers, TheConfigurationTextOfInferenceConfigIsRead) {
   expect_input_and_relu(
 #include "samples/inference_config_h.inc"
@@ -190,6 +202,19 @@ TEST(Headers, TheSampleOfYuvImageMakesPlanes) {
 #include "samples/yuv_image_h.inc"
   const auto* values = static_cast<const unsigned char*>(planes->RawPointer());
   EXPECT_THAT(std::vector<int>(values, values + 2), ElementsAre(128, 128));
+}
+
+TEST(Headers, TheSampleOfElementsReadsNumbers) {
+  using runtime::elements;
+  std::shared_ptr<runtime::Context> context;
+  utility::create_context(context, 32);
+  const float logits[] = {0, 1};
+  const unsigned int output = 7;
+  const std::map<unsigned int, std::vector<std::shared_ptr<runtime::Tensor>>> results{
+      {output, {context->cpu->CreateF32CMainMemory(2, logits)}}};
+  float sum = 0;
+#include "samples/elements_h.inc"
+  EXPECT_FLOAT_EQ(sum, 1 + std::exp(1.0f));
 }
 
 TEST(Headers, TheSampleOfTimeMetricsMeasures) {

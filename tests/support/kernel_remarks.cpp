@@ -2,6 +2,11 @@
 
 namespace marlo::test {
 
+namespace {
+// A maximum of negative numbers and padding is 0.
+constexpr char kOfPaddedMaxima[] = "same bits where nothing is padded, or nothing is negative";
+}  // namespace
+
 const std::vector<KernelRemark>& kernel_remarks() {
   static const std::vector<KernelRemark> remarks = {
       {"Sigmoid_SSE_Float_M1", "fast exponential", "off by at most 4 % of the exponential"},
@@ -27,7 +32,11 @@ const std::vector<KernelRemark>& kernel_remarks() {
       {"Reshape_Fallback_To_SC_M1", "the batch must be 1", ""},
       {"PixelShuffle_Downscale2_AVX_C8HW8_Float_M1", "refuses odd sizes", ""},
       {"PixelShuffle_Downscale2_SSE_C4HW4_Float_M1", "drops an odd last row or column", ""},
-      {"Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1", "maxima below -999 become -999 in vectors", ""},
+      {"Pooling2D_Max_K2x2_S2x2_SSE_CHW_Float_M1", "", kOfPaddedMaxima},
+      {"Pooling2D_Max_K2x2_S2x2_AVX_C8HW8_Float_M1", "", kOfPaddedMaxima},
+      {"Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1", "maxima below -999 become -999 in vectors",
+       kOfPaddedMaxima},
+      {"Pooling2D_Max_K3x3_S2x2_AVX_C8HW8_Float_M1", "", kOfPaddedMaxima},
       {"Pooling2D_Avg_Fallback_Float_M1", "heeds `count_include_pad`", ""},
       {"ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1",
        "paddings hold (kernel - 1) * dilation - p; weights are [in, out]", ""},

@@ -58,7 +58,7 @@ class QRT_API SoftmaxInfo : public LayerInfo {
   SoftmaxInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint16_t dim = 0;  ///< axis
+  uint16_t dim = 0;  ///< axis, counting a batch: 1 is the tensor's first dim
 };
 
 /// A reduction over axes.
@@ -67,7 +67,7 @@ class QRT_API TensorArithmeticInfo : public LayerInfo {
   TensorArithmeticInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<int16_t> dim;  ///< axes reduced over
+  std::vector<int16_t> dim;  ///< axes reduced over, counting a batch
   uint16_t arith_type = 0;   ///< 0 sum, 1 mean
 };
 

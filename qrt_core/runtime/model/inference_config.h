@@ -69,8 +69,8 @@ class QRT_API QRModelMultiBackendCfgs : public Serializable {
   QRModelMultiBackendCfgs();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::shared_ptr<QRModelCfg> cpu_sse;     ///< what this library runs
-  std::shared_ptr<QRModelCfg> cpu_avx;     ///< kept
+  std::shared_ptr<QRModelCfg> cpu_sse;     ///< what this library runs, AVX kernels too
+  std::shared_ptr<QRModelCfg> cpu_avx;     ///< kept, never loaded
   std::shared_ptr<QRModelCfg> cpu_armv7;   ///< kept
   std::shared_ptr<QRModelCfg> cpu_armv8;   ///< kept
   std::shared_ptr<QRModelCfg> cpu_armv82;  ///< kept; since version 20008

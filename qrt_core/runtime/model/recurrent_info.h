@@ -36,18 +36,21 @@ struct RecurrentActivation {
   half_float::half activation_beta;   ///< kept
 };
 
-/// The weights of one step. Plain data: any number of threads may read it while none changes it.
+/// The weights of one step. Rows stand gate after gate, `hidden_size` rows each: input, forget,
+/// cell and output of an LSTM; reset, update and new of a GRU; one gate of a simple network. Plain
+/// data: any number of threads may read it while none changes it.
 struct RecurrentCellWeights {
   /// Walks the members in this order.
   void Visit(const std::shared_ptr<Visitor>& visitor);
 
-  WeightBlob weight_ih;  ///< input to hidden weights
-  WeightBlob weight_hh;  ///< hidden to hidden weights
-  WeightBlob bias_ih;    ///< input bias
-  WeightBlob bias_hh;    ///< hidden bias
+  WeightBlob weight_ih;  ///< [gates * hidden_size, in_size]: input to hidden
+  WeightBlob weight_hh;  ///< [gates * hidden_size, hidden_size]: hidden to hidden
+  WeightBlob bias_ih;    ///< [gates * hidden_size]: added with the input
+  WeightBlob bias_hh;    ///< [gates * hidden_size]: added with the state
 };
 
-/// The structure and weights of a layer over a sequence. Lists hold one entry per stacked layer.
+/// The structure and weights of a layer over a sequence. Lists hold one entry per stacked layer,
+/// each as in `RecurrentCellWeights`; a layer above the first reads what the one below returns.
 /// Plain data: any number of threads may read it while none changes it.
 struct RecurrentSequenceWeights {
   /// Walks the members in this order.
@@ -55,15 +58,15 @@ struct RecurrentSequenceWeights {
 
   uint16_t num_layers = 0;                    ///< stacked layers
   bool bidirectional = false;                 ///< both directions
-  uint16_t complex_rnn_type = 0;              ///< how layers and directions are ordered
-  std::vector<WeightBlob> weight_ih_forward;  ///< input to hidden weights, first step to last
-  std::vector<WeightBlob> weight_hh_forward;  ///< hidden to hidden weights, first step to last
-  std::vector<WeightBlob> bias_ih_forward;    ///< input biases, first step to last
-  std::vector<WeightBlob> bias_hh_forward;    ///< hidden biases, first step to last
-  std::vector<WeightBlob> weight_ih_reverse;  ///< input to hidden weights, last step to first
-  std::vector<WeightBlob> weight_hh_reverse;  ///< hidden to hidden weights, last step to first
-  std::vector<WeightBlob> bias_ih_reverse;    ///< input biases, last step to first
-  std::vector<WeightBlob> bias_hh_reverse;    ///< hidden biases, last step to first
+  uint16_t complex_rnn_type = 0;              ///< 0; two directions with any other are refused
+  std::vector<WeightBlob> weight_ih_forward;  ///< input to hidden, one per stacked layer
+  std::vector<WeightBlob> weight_hh_forward;  ///< hidden to hidden, one per stacked layer
+  std::vector<WeightBlob> bias_ih_forward;    ///< input biases, one per stacked layer
+  std::vector<WeightBlob> bias_hh_forward;    ///< hidden biases, one per stacked layer
+  std::vector<WeightBlob> weight_ih_reverse;  ///< the same of the reverse direction
+  std::vector<WeightBlob> weight_hh_reverse;  ///< the same of the reverse direction
+  std::vector<WeightBlob> bias_ih_reverse;    ///< the same of the reverse direction
+  std::vector<WeightBlob> bias_hh_reverse;    ///< the same of the reverse direction
 };
 
 /// One step of a simple recurrent network.

@@ -27,7 +27,7 @@ class QRT_API ConcatenateInfo : public LayerInfo {
   ConcatenateInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  uint16_t dim = 0;  ///< axis
+  uint16_t dim = 0;  ///< axis; channels are 1 or 0, by kernel: Concatenate_C counts a batch
 };
 
 /// A change of dims.
@@ -36,7 +36,7 @@ class QRT_API TensorReshapeInfo : public LayerInfo {
   TensorReshapeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<int16_t> new_shape;  ///< target shape
+  std::vector<int16_t> new_shape;  ///< batch 1 first, [1, 256]; -1 is inferred
 };
 
 /// A permutation of axes.
@@ -45,7 +45,7 @@ class QRT_API TensorTransposeInfo : public LayerInfo {
   TensorTransposeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<uint16_t> axes;  ///< permutation of the axes
+  std::vector<uint16_t> axes;  ///< axes of the tensor, without a batch
 };
 
 /// Removal of an axis of size 1.
@@ -66,7 +66,7 @@ class QRT_API TensorUnSqueezeInfo : public LayerInfo {
   TensorUnSqueezeInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  int16_t dim = 0;  ///< axis
+  int16_t dim = 0;  ///< axis, counting a batch
 };
 
 /// Exchange of channels for pixels.
@@ -84,7 +84,7 @@ class QRT_API TensorExpandInfo : public LayerInfo {
   TensorExpandInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<int16_t> new_shape;  ///< target shape
+  std::vector<int16_t> new_shape;  ///< batch 1 first; -1 keeps a size
 };
 
 /// Sampling at given positions.
@@ -104,7 +104,7 @@ class QRT_API TensorSliceInfo : public LayerInfo {
   TensorSliceInfo();
   void VisitAttr(std::shared_ptr<Visitor> visitor) override;
 
-  std::vector<int16_t> slice_dims;  ///< slice description
+  std::vector<int16_t> slice_dims;  ///< begin, end, step of each dim, no batch
 };
 
 /// How one axis is sampled.

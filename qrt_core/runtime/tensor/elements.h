@@ -73,7 +73,7 @@ constexpr DataType DataTypeOf() {
 /// The elements of a tensor as numbers of type `T`.
 ///
 /// @code
-/// for (float logit : elements<float>(*results.at(output)[0])) ...
+/// for (float logit : elements<float>(*results.at(output)[0])) sum += std::exp(logit);
 /// @endcode
 ///
 /// @tparam T float, half_float::half, or an integer of 8, 16 or 32 bits, that of the tensor's data
