@@ -21,7 +21,7 @@ PREPROCESSOR = re.compile(r"^[ \t]*#[ \t]*(?:error|include|if).*$|static_assert\
 # Pieces that complete another message, and what only a compiler says.
 PIECES = {
     "a boolean", "an object", "an array", "a string", "a number", "an integer", "an array of arrays", "the document",
-    "rows of ", " of rows", "unknown type", " layout ", " and ", "] (Verbose): ", "] (Info): ", "] (Warnning): ",
+    "AVX and FMA", "AVX2 and FMA", "a layer that ", "inputs that ", "no description", "rows of ", " of rows", "unknown type", " layout ", " and ", "] (Verbose): ", "] (Info): ", "] (Warnning): ",
     # Faults of check_shapes, which the document explains as whole sentences.
     " refuses ", " would make ", " of ", ", which no tensor can hold", ", which is empty", " refuses its own output ",
     "no shape is given for this input", " would make nothing", "it is a null pointer",

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <sstream>
 
@@ -202,6 +203,25 @@ TEST(Headers, TheSampleOfYuvImageMakesPlanes) {
 #include "samples/yuv_image_h.inc"
   const auto* values = static_cast<const unsigned char*>(planes->RawPointer());
   EXPECT_THAT(std::vector<int>(values, values + 2), ElementsAre(128, 128));
+}
+
+TEST(Headers, TheSampleOfErrorsTellsTheStory) {
+  using utility::load_model;
+  const TemporaryFolder temporary;
+  const WorkingFolder folder(temporary.file(""));
+  std::shared_ptr<runtime::Context> context;
+  utility::create_context(context, 32);
+  runtime::KernelRegistry kernels;
+  runtime::InferenceParamRegistry params;
+  std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
+  // No kernel is registered.
+  write_text("net.json",
+#include "samples/smallest_model.inc"
+  );
+  const std::string path = "net.json";
+  testing::internal::CaptureStderr();
+#include "samples/errors_h.inc"
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("Input_Fallback_M1"));
 }
 
 TEST(Headers, TheSampleOfElementsReadsNumbers) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/basic/upsampling_body.h"
+#include "qrt_core/kernel/basic/upsampling_loops_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
 // Upsampling for any vector.

@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/basic/upsampling_body.h"
+#include "qrt_core/kernel/basic/upsampling_loops_internal.h"
 
 namespace marlo::kernel::upsampling {
 

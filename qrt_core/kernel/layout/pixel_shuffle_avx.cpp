@@ -4,7 +4,7 @@
 
 #include <immintrin.h>
 
-#include "qrt_core/kernel/layout/pixel_shuffle_blocked.h"
+#include "qrt_core/kernel/layout/pixel_shuffle_internal.h"
 
 namespace marlo::kernel::pixel_shuffle {
 namespace {

@@ -1,6 +1,6 @@
 #include <emmintrin.h>
 
-#include "qrt_core/kernel/layout/pixel_shuffle_blocked.h"
+#include "qrt_core/kernel/layout/pixel_shuffle_internal.h"
 
 namespace marlo::kernel::pixel_shuffle {
 
