@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# Runs commands of ./dev on a clean Debian system in a folder, each on a system of its own, so that every package
+# that a command needs is one that it installs. Must be root. Debian packages that were fetched are kept in FOLDER.
+#
+# usage: try_fresh.sh FOLDER [COMMAND...]    a command may have arguments: "test release"
+set -euo pipefail
+
+if (($# < 1)); then
+  sed -n 's/^# usage: /usage: /p' "$0" >&2
+  exit 2
+fi
+if ((EUID != 0)); then
+  echo "try_fresh.sh: must be root, to make a system in a folder" >&2
+  exit 2
+fi
+source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+folder=$(cd "$1" && pwd)
+shift
+suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+readonly source_dir folder suite mirror=http://deb.debian.org/debian cache=$folder/cache root=$folder/root
+mkdir -p "$cache"
+commands=("$@")
+if ((${#commands[@]} == 0)); then
+  commands=(help demo package lint docs catalogue "bench ReLU_SSE" "fuzz 5" "test release" "test debug" "test clang"
+    "test portable" "test asan-ubsan" "test tsan" "test baseline-cpu")
+fi
+
+say() { printf '\n---- %s\n' "$*"; }
+
+remove_root() {
+  if mountpoint -q "$root/proc"; then umount "$root/proc"; fi
+  rm -rf --one-file-system "$root"
+}
+trap remove_root EXIT
+
+# Packages that an earlier command fetched needn't be fetched again.
+make_root() {
+  remove_root
+  mkdir -p "$root"
+  debootstrap --variant=minbase --cache-dir="$cache" "$suite" "$root" "$mirror" >"$folder/debootstrap.log" 2>&1 || {
+    tail -n 20 "$folder/debootstrap.log" >&2
+    exit 1
+  }
+  cp -n "$cache"/*.deb "$root/var/cache/apt/archives/" 2>/dev/null || true
+  mount -t proc proc "$root/proc"
+  mkdir "$root/source"
+  (cd "$source_dir" && git ls-files -z --cached --others --exclude-standard | tar --null --files-from=- --ignore-failed-read -cf -) | tar -C "$root/source" -xf -
+}
+
+failed=()
+for command in "${commands[@]}"; do
+  say "./dev $command, on a clean $suite"
+  make_root
+  read -ra words <<<"$command"
+  start=$SECONDS
+  log="$folder/${command// /-}.log"
+  if chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
+    /source/dev "${words[@]}" >"$log" 2>&1 </dev/null; then
+    echo "passed after $((SECONDS - start)) s"
+  else
+    tail -n 40 "$log" >&2
+    echo "FAILED after $((SECONDS - start)) s; all of its output: $log" >&2
+    failed+=("$command")
+  fi
+  cp -n "$root"/var/cache/apt/archives/*.deb "$cache/" 2>/dev/null || true
+done
+if ((${#failed[@]} > 0)); then
+  printf 'failed: %s\n' "${failed[*]}" >&2
+  exit 1
+fi
+echo "Every command works on a clean $suite."
