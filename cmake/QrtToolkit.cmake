@@ -27,6 +27,9 @@ endif()
 add_library(qrt_objects_toolkit OBJECT ${toolkit_sources})
 qrt_set_usage(qrt_objects_toolkit)
 target_link_libraries(qrt_objects_toolkit PRIVATE qrt_build_flags)
+target_include_directories(qrt_objects_toolkit SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
+target_compile_options(qrt_objects_toolkit PRIVATE
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-ambiguous-reversed-operator>)
 set_target_properties(qrt_objects_toolkit PROPERTIES
   CXX_STANDARD 20
   CXX_STANDARD_REQUIRED ON

@@ -242,6 +242,15 @@ void infer_resize(ShapeStep& step) {
   step.set(0, step.input(0).type, result);
 }
 
+}  // namespace
+
+int64_t nearest_source(const Node& node, int64_t in, int64_t out, double scale, int64_t place) {
+  const ResizedAxis axis{static_cast<double>(in), static_cast<double>(out), scale};
+  return std::clamp<int64_t>(taps_of(node, axis, place).first, 0, in - 1);
+}
+
+namespace {
+
 constexpr Operator kRows[] = {
     {"GridSample", 16, grid_sample, infer_grid_sample, "pictures: inputs of four axes"},
     {"Resize", 7, resize, infer_resize, "no antialiasing"},

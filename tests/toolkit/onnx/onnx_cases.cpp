@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
+#include <sstream>
 
 namespace marlo::toolkit::test {
 namespace {
@@ -70,8 +71,15 @@ std::string difference(const Numbers& result, const Numbers& expected) {
     const bool same = a == b || (std::isnan(a) && std::isnan(b)) ||
                       std::fabs(a - b) <= 1e-5 + relative * std::fabs(b);
     if (!same) {
-      return "element " + std::to_string(i) + " is " + std::to_string(a) + " instead of " +
-             std::to_string(b);
+      std::ostringstream text;
+      text << "element " << i << " is ";
+      if (std::isnan(a)) {
+        text << "NaN";
+      } else {
+        text << a;
+      }
+      text << " instead of " << b;
+      return text.str();
     }
   }
   return "";

@@ -1,0 +1,116 @@
+#include "qrt_toolkit/import_onnx.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+#include "qrt_toolkit/lower/lowering.h"
+#include "qrt_toolkit/onnx/read.h"
+#include "qrt_toolkit/shapes/batch.h"
+#include "qrt_toolkit/shapes/fix.h"
+#include "qrt_toolkit/shapes/infer.h"
+#include "qrt_toolkit/simplify/simplify.h"
+#include "qrt_toolkit/write/write.h"
+
+namespace marlo::toolkit {
+namespace {
+
+Numbers numbers_of(const std::string& name, const GivenTensor& given) {
+  const auto count = count_of(given.shape);
+  if (!count || static_cast<size_t>(*count) != given.numbers.size()) {
+    throw UnsupportedError({{"", "", 0, "", "input \"" + name + "\"",
+                             std::to_string(given.numbers.size()) + " numbers make no tensor of " +
+                                 text_of(given.shape),
+                             ""}});
+  }
+  Numbers numbers(ElementType::float64, given.shape);
+  numbers.data = given.numbers;
+  return numbers;
+}
+
+void apply(const ImportOptions& options, Graph& graph, std::vector<std::string>& notes) {
+  std::map<std::string, Numbers> constants;
+  for (const auto& [name, given] : options.constants) {
+    constants.emplace(name, numbers_of(name, given));
+  }
+  std::map<std::string, Shape> shapes;
+  for (const auto& [name, sizes] : options.shapes) shapes.emplace(name, shape_of(sizes));
+  fix_values(graph, constants);
+  fix_shapes(graph, shapes);
+  for (const std::string& name : assume_batch_of_one(graph)) {
+    notes.push_back("input \"" + name + "\": its first size is open, and taken for a batch of 1");
+  }
+}
+
+/// Every node that isn't in the table of operators, so that they are told of together.
+void refuse_unlowered(const Graph& graph) {
+  std::vector<Refusal> refusals;
+  for (const NodeId id : graph.order()) {
+    const Node& node = graph.node(id);
+    if (find_lowering(node.op) != nullptr) continue;
+    refusals.push_back(refusal_of(node, {"", "no layers of this library compute the operator"}));
+  }
+  if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
+}
+
+ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, bool has_batch) {
+  return {name, layer.shape.dims, has_batch};
+}
+
+}  // namespace
+
+ImportedModel import_onnx(const std::string& path, const ImportOptions& options) {
+  OnnxModel source = read_onnx(path);
+  Graph& graph = source.graph;
+  ImportedModel imported;
+  ImportReport& report = imported.report;
+  report.producer = source.producer;
+  report.opset = source.opset;
+  ModelHeader header;
+  for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
+  apply(options, graph, report.notes);
+  simplify(graph);
+  refuse_unlowered(graph);
+  const auto batches = find_batch_axes(graph, infer_facts(graph));
+  for (const ValueId id : graph.inputs) {
+    header.input_batches.push_back(batches[static_cast<size_t>(id)].has_value());
+  }
+  Lowering lowering(graph);
+  Plan plan = lowering.run();
+  const std::filesystem::path file = path;
+  header.network = options.network.empty() ? file.stem().string() : options.network;
+  header.source = file.filename().string();
+  header.producer = source.producer;
+  report.network = header.network;
+  for (size_t i = 0; i < graph.inputs.size(); ++i) {
+    report.inputs.push_back(
+        tensor_of(graph.value(graph.inputs[i]).name, plan.layer(i), header.input_batches[i]));
+  }
+  for (size_t i = 0; i < lowering.outputs().size(); ++i) {
+    const PlannedLayer& layer = plan.layer(lowering.outputs()[i]);
+    const bool has_batch = batches[static_cast<size_t>(graph.outputs[i])].has_value();
+    report.outputs.push_back(tensor_of(header.output_names[i], layer, has_batch));
+  }
+  WrittenModel written = write_model(graph, std::move(plan), lowering.outputs(), header);
+  imported.model = std::move(written.model);
+  report.node_of_layer = std::move(written.node_of_layer);
+  report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
+  return imported;
+}
+
+std::vector<OperatorSupport> supported_operators() {
+  std::vector<OperatorSupport> operators;
+  for (const Operator& row : all_operators()) {
+    const LoweringRow* lowering = find_lowering(row.name);
+    OperatorSupport support;
+    support.name = row.name;
+    support.since = row.since;
+    support.is_lowered = lowering != nullptr;
+    support.limits =
+        lowering != nullptr && !lowering->limits.empty() ? lowering->limits : row.limits;
+    operators.push_back(std::move(support));
+  }
+  return operators;
+}
+
+}  // namespace marlo::toolkit

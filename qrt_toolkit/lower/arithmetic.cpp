@@ -1,0 +1,261 @@
+#include <cmath>
+#include <limits>
+#include <tuple>
+#include <utility>
+
+#include "qrt_core/runtime/model/half_rounding.h"
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_toolkit/lower/groups.h"
+
+// Activations, and sums and products of tensors with each other and with constants.
+
+namespace marlo::toolkit {
+namespace {
+
+Numbers scalar(double number) {
+  Numbers result(ElementType::float32, {});
+  result.reals()[0] = number;
+  return result;
+}
+
+bool is_half(double number) {
+  const auto exact = static_cast<float>(number);
+  return runtime::RoundToHalf(exact) == exact;
+}
+
+template <const char* const& kernel>
+void lower_activation(Lowering& lowering) {
+  lowering.result(lowering.activated(kernel, lowering.input(0)));
+}
+
+constexpr const char* kReLU = "ReLU_Fallback_Float_M1";
+constexpr const char* kSigmoid = "Sigmoid_Fallback_Float_M1";
+constexpr const char* kTanH = "TanH_Fallback_Float_M1";
+constexpr const char* kHSwish = "HSwish_Fallback_Float_M1";
+
+/// Slopes below zero: x above it, slope * x below, from rectifiers and weights.
+size_t with_slopes(Lowering& lowering, size_t x, const Numbers& slope) {
+  Numbers negative = slope;
+  for (double& number : negative.reals()) number = -number;
+  const size_t above = lowering.activated(kReLU, x);
+  const size_t mirrored = lowering.affine(x, scalar(-1), scalar(0));
+  const size_t below = lowering.affine(lowering.activated(kReLU, mirrored), negative, scalar(0));
+  return lowering.combined(0, above, below);
+}
+
+// The description holds the slope as a half.
+void lower_leaky_relu(Lowering& lowering) {
+  const double alpha = lowering.node().real("alpha", 0.01);
+  const size_t x = lowering.input(0);
+  lowering.result(is_half(alpha)
+                      ? lowering.activated("Leaky_Fallback_Float_M1", x, static_cast<float>(alpha))
+                      : with_slopes(lowering, x, scalar(alpha)));
+}
+
+void lower_prelu(Lowering& lowering) {
+  const SharedNumbers given = lowering.required_constant(1);
+  if (lowering.node().integer("channel_slope", 0) != 0 && given->count() != 1) {
+    Numbers per_channel = *given;
+    per_channel.shape.resize(lowering.input_sizes(0).size(), 1);
+    return lowering.result(with_slopes(lowering, lowering.input(0), per_channel));
+  }
+  lowering.result(with_slopes(lowering, lowering.input(0), *lowering.aligned_constant(1)));
+}
+
+/// min(max(x, low), high), where a bound beyond all numbers is none.
+size_t clipped(Lowering& lowering, size_t x, double low, double high) {
+  constexpr double kMost = std::numeric_limits<float>::max();
+  if (low == 0 && high == 6) return lowering.activated("ReLU6_Fallback_Float_M1", x);
+  if (low == 0) {
+    x = lowering.activated(kReLU, x);
+  } else if (low > -kMost) {
+    x = lowering.combined(4, x, lowering.constants_like(x, scalar(low)));
+  }
+  if (high < kMost) x = lowering.combined(5, x, lowering.constants_like(x, scalar(high)));
+  return x;
+}
+
+void lower_clip(Lowering& lowering) {
+  constexpr double kMost = std::numeric_limits<float>::max();
+  const auto bound = [&](size_t place, double otherwise) {
+    if (!lowering.node().has_input(place)) return otherwise;
+    return lowering.required_constant(place)->real(0);
+  };
+  lowering.result(clipped(lowering, lowering.input(0), bound(1, -kMost), bound(2, kMost)));
+}
+
+void lower_hard_sigmoid(Lowering& lowering) {
+  const double alpha = lowering.node().real("alpha", 0.2);
+  const double beta = lowering.node().real("beta", 0.5);
+  const bool own = static_cast<float>(alpha) == 1.0f / 6 && beta == 0.5;
+  if (own) {
+    return lowering.result(lowering.activated("HSigmoid_Fallback_Float_M1", lowering.input(0)));
+  }
+  const size_t line = lowering.affine(lowering.input(0), scalar(alpha), scalar(beta));
+  lowering.result(clipped(lowering, line, 0, 1));
+}
+
+void lower_negative(Lowering& lowering) {
+  lowering.result(lowering.affine(lowering.input(0), scalar(-1), scalar(0)));
+}
+
+Numbers mapped(Numbers numbers, double (*function)(double)) {
+  for (double& number : numbers.reals()) number = function(number);
+  return numbers;
+}
+
+/// A tensor and a constant: the constant becomes weights.
+size_t with_constant(Lowering& lowering, uint16_t operation, size_t x, const Numbers& constant,
+                     bool constant_first) {
+  switch (operation) {
+    case 0:
+      return lowering.affine(x, scalar(1), constant);
+    case 1:
+      if (constant_first) return lowering.affine(x, scalar(-1), constant);
+      return lowering.affine(x, scalar(1), mapped(constant, [](double c) { return -c; }));
+    case 2:
+      return lowering.affine(x, constant, scalar(0));
+    case 3:
+      if (constant_first) {
+        return lowering.combined(3, lowering.constants_like(x, constant), x);
+      }
+      // A quotient is rounded once, a product with the rounded reciprocal twice.
+      return lowering.combined(3, x, lowering.constants_like(x, constant));
+    default:
+      return lowering.combined(operation, x, lowering.constants_like(x, constant));
+  }
+}
+
+void lower_two(Lowering& lowering, uint16_t operation) {
+  const SharedNumbers a = lowering.aligned_constant(0);
+  const SharedNumbers b = lowering.aligned_constant(1);
+  if (a != nullptr) {
+    lowering.result(with_constant(lowering, operation, lowering.input(1), *a, true));
+  } else if (b != nullptr) {
+    lowering.result(with_constant(lowering, operation, lowering.input(0), *b, false));
+  } else {
+    lowering.result(lowering.combined(operation, lowering.input(0), lowering.input(1)));
+  }
+}
+
+void lower_sub(Lowering& lowering) { lower_two(lowering, 1); }
+void lower_div(Lowering& lowering) { lower_two(lowering, 3); }
+
+/// Any number of inputs, one after the other.
+size_t lower_many(Lowering& lowering, uint16_t operation) {
+  const size_t count = lowering.node().inputs.size();
+  size_t first = 0;
+  while (first < count && lowering.constant(first) != nullptr) ++first;
+  size_t result = lowering.input(first);
+  for (size_t i = 0; i < count; ++i) {
+    if (i == first) continue;
+    const SharedNumbers constant = lowering.aligned_constant(i);
+    result = constant != nullptr ? with_constant(lowering, operation, result, *constant, false)
+                                 : lowering.combined(operation, result, lowering.input(i));
+  }
+  return result;
+}
+
+template <uint16_t operation>
+void lower_symmetric(Lowering& lowering) {
+  lowering.result(lower_many(lowering, operation));
+}
+
+void lower_mean(Lowering& lowering) {
+  const size_t sum = lower_many(lowering, 0);
+  const auto count = static_cast<double>(lowering.node().inputs.size());
+  lowering.result(lowering.combined(3, sum, lowering.constants_like(sum, scalar(count))));
+}
+
+void lower_pow(Lowering& lowering) {
+  const SharedNumbers exponent = lowering.required_constant(1);
+  const double power = exponent->count() == 1 ? exponent->real(0) : 0;
+  if (power != std::floor(power) || power < 1 || power > 8) {
+    throw NodeFault{"input 1", "only one exponent from 1 to 8 without fraction has layers"};
+  }
+  const size_t x = lowering.input(0);
+  size_t result = x;
+  for (int i = 1; i < static_cast<int>(power); ++i) result = lowering.combined(2, result, x);
+  lowering.result(result);
+}
+
+void lower_batch_normalization(Lowering& lowering) {
+  const auto list = [&](size_t place) { return lowering.required_constant(place)->reals(); };
+  const double epsilon = lowering.node().real("epsilon", 1e-5);
+  const auto [gamma, beta, mean, variance] = std::tuple(list(1), list(2), list(3), list(4));
+  Extents shape(lowering.input_sizes(0).size(), 1);
+  shape[0] = static_cast<int64_t>(gamma.size());
+  Numbers scale(ElementType::float32, shape);
+  Numbers shift(ElementType::float32, shape);
+  for (size_t c = 0; c < gamma.size(); ++c) {
+    scale.reals()[c] = gamma[c] / std::sqrt(variance.at(c) + epsilon);
+    shift.reals()[c] = beta.at(c) - mean.at(c) * scale.reals()[c];
+  }
+  lowering.result(lowering.affine(lowering.input(0), scale, shift));
+}
+
+constexpr LoweringRow kRows[] = {
+    {"Add", lower_symmetric<0>},
+    {"BatchNormalization", lower_batch_normalization, "constant statistics"},
+    {"Clip", lower_clip, "constant bounds"},
+    {"Div", lower_div},
+    {"HardSigmoid", lower_hard_sigmoid},
+    {"HardSwish", lower_activation<kHSwish>},
+    {"LeakyRelu", lower_leaky_relu},
+    {"Max", lower_symmetric<4>},
+    {"Mean", lower_mean},
+    {"Min", lower_symmetric<5>},
+    {"Mul", lower_symmetric<2>},
+    {"Neg", lower_negative},
+    {"PRelu", lower_prelu, "constant slopes"},
+    {"Pow", lower_pow, "one constant exponent from 1 to 8 without fraction"},
+    {"Relu", lower_activation<kReLU>},
+    {"Sigmoid", lower_activation<kSigmoid>},
+    {"Sub", lower_sub},
+    {"Sum", lower_symmetric<0>},
+    {"Tanh", lower_activation<kTanH>},
+};
+
+}  // namespace
+
+size_t Lowering::constants_like(size_t layer, const Numbers& numbers) {
+  return affine(layer, scalar(0), numbers);
+}
+
+size_t Lowering::combined(uint16_t operation, size_t a, size_t b) {
+  if (plan_.shape(a).dims == plan_.shape(b).dims && operation <= 3) {
+    auto info = std::make_shared<runtime::ElementWiseOperatorInfo>();
+    info->op_type = operation;
+    return plan_.add(std::move(info), "Elementwise_Fallback_Float_M1", {a, b});
+  }
+  auto info = std::make_shared<runtime::BroadcastOperatorInfo>();
+  info->op_type = operation;
+  return plan_.add(std::move(info), "BroadcastOperator_Fallback_Float_M1", {a, b});
+}
+
+size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float beta) {
+  auto info = std::make_shared<runtime::ActivationInfo>();
+  info->activation_alpha = alpha;
+  info->activation_beta = beta;
+  return plan_.add(std::move(info), kernel, {layer});
+}
+
+SharedNumbers Lowering::aligned_constant(size_t place) const {
+  const SharedNumbers numbers = constant(place);
+  if (numbers == nullptr || node_->outputs.empty()) return numbers;
+  const ValueId output = node_->outputs[0];
+  const auto batch = batch_[static_cast<size_t>(output)];
+  const auto& shape = facts_of(output).shape;
+  if (!batch || !shape || numbers->shape.size() + *batch < shape->size()) return numbers;
+  Numbers aligned = *numbers;
+  const size_t axis = *batch + numbers->shape.size() - shape->size();
+  if (aligned.shape[axis] != 1) {
+    throw NodeFault{"input " + std::to_string(place), "a constant that differs along the batch"};
+  }
+  aligned.shape.erase(aligned.shape.begin() + static_cast<std::ptrdiff_t>(axis));
+  return std::make_shared<const Numbers>(std::move(aligned));
+}
+
+std::span<const LoweringRow> arithmetic_lowerings() { return kRows; }
+
+}  // namespace marlo::toolkit

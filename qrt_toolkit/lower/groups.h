@@ -1,0 +1,15 @@
+#pragma once
+
+#include <span>
+
+#include "qrt_toolkit/lower/lowering.h"
+
+// The parts that the table of lowerings is made of: one function for each source file with rows.
+
+namespace marlo::toolkit {
+
+std::span<const LoweringRow> window_lowerings();
+std::span<const LoweringRow> arithmetic_lowerings();
+std::span<const LoweringRow> movement_lowerings();
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,334 @@
+#include "qrt_toolkit/lower/lowering.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_toolkit/lower/groups.h"
+#include "qrt_toolkit/operators/strided.h"
+#include "qrt_toolkit/shapes/batch.h"
+#include "qrt_toolkit/shapes/infer.h"
+
+namespace marlo::toolkit {
+namespace {
+
+using runtime::LayoutType;
+using runtime::TensorShape;
+
+/// How tensors lie at the network's borders.
+LayoutType layout_of(size_t axes) {
+  if (axes == 3) return LayoutType::CHW;
+  if (axes == 1) return LayoutType::C;
+  return LayoutType::FLEXIABLE;
+}
+
+std::vector<uint32_t> dims_of(const Extents& sizes) {
+  std::vector<uint32_t> dims;
+  for (const int64_t size : sizes) {
+    if (size < 1 || size > std::numeric_limits<int32_t>::max()) {
+      throw NodeFault{"", "a size of " + std::to_string(size) + " is out of range"};
+    }
+    dims.push_back(static_cast<uint32_t>(size));
+  }
+  return dims;
+}
+
+Extents extents_of(const TensorShape& shape) { return {shape.dims.begin(), shape.dims.end()}; }
+
+/// The sizes of a reshape as descriptions hold them: behind a batch, and at most one beyond 16
+/// bits, which is left to be computed.
+std::vector<int16_t> new_shape(const Extents& sizes) {
+  constexpr int64_t kMost = std::numeric_limits<int16_t>::max();
+  std::vector<int16_t> shape = {1};
+  bool computed = false;
+  for (const int64_t size : sizes) {
+    if (size <= kMost) {
+      shape.push_back(static_cast<int16_t>(size));
+    } else if (!std::exchange(computed, true)) {
+      shape.push_back(-1);
+    } else {
+      throw NodeFault{"", "two sizes beyond 32767 in " + text_of(sizes) + " can't be described"};
+    }
+  }
+  return shape;
+}
+
+const char* reshape_kernel(size_t axes) {
+  if (axes == 3) return "Reshape_Fallback_To_CHW_M1";
+  if (axes == 1) return "Reshape_Fallback_To_C_M1";
+  return "Transform_MainMemory_Reshape_Fallback";
+}
+
+/// How many leading axes numbers of `shape` vary along, when they are broadcast to `box`.
+size_t varying_axes(const Extents& shape, const Extents& box) {
+  const size_t offset = box.size() - shape.size();
+  size_t axes = 0;
+  for (size_t i = 0; i < shape.size(); ++i) {
+    if (shape[i] != 1) axes = offset + i + 1;
+  }
+  return axes;
+}
+
+/// Numbers broadcast to `box`, as float32.
+std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
+  std::vector<float> result(static_cast<size_t>(count_of(box).value_or(0)));
+  for_each_row<2>(box, {strides_of(box), broadcast_strides(numbers.shape, box)},
+                  [&](const auto& at, int64_t count, const auto& steps) {
+                    for (int64_t i = 0; i < count; ++i) {
+                      const double number = numbers.real(static_cast<size_t>(at[1] + i * steps[1]));
+                      const auto rounded = static_cast<float>(number);
+                      if (std::isinf(rounded) && !std::isinf(number)) {
+                        throw NodeFault{"inputs", "a constant is beyond the range of float32"};
+                      }
+                      result[static_cast<size_t>(at[0] + i)] = rounded;
+                    }
+                  });
+  return result;
+}
+
+}  // namespace
+
+uint16_t narrow_u16(int64_t number, const char* what) {
+  if (number < 0 || number > std::numeric_limits<uint16_t>::max()) {
+    throw NodeFault{what, std::to_string(number) + " is beyond the 65535 that descriptions hold"};
+  }
+  return static_cast<uint16_t>(number);
+}
+
+int16_t narrow_i16(int64_t number, const char* what) {
+  if (number < std::numeric_limits<int16_t>::min() ||
+      number > std::numeric_limits<int16_t>::max()) {
+    throw NodeFault{what, std::to_string(number) + " is beyond the 32767 that descriptions hold"};
+  }
+  return static_cast<int16_t>(number);
+}
+
+Lowering::Lowering(const Graph& graph)
+    : graph_(graph),
+      facts_(infer_facts(graph)),
+      batch_(find_batch_axes(graph, facts_)),
+      values_(graph.value_count()) {}
+
+Plan Lowering::run() {
+  std::vector<Refusal> refusals;
+  for (const ValueId id : graph_.inputs) {
+    const std::string what = "input \"" + graph_.value(id).name + "\"";
+    try {
+      if (!is_real(facts_of(id).type) && facts_of(id).type != ElementType::undefined) {
+        throw NodeFault{what,
+                        "inputs of " + std::string(name_of(facts_of(id).type)) + " can't be run",
+                        "make it a constant"};
+      }
+      const Extents sizes = sizes_of(id);
+      const size_t layer = plan_.add_input(
+          graph_.value(id).name,
+          TensorShape(dims_of(sizes), runtime::DataType::FLOAT32, layout_of(sizes.size())));
+      plan_.layer(layer).value = id;
+      values_[static_cast<size_t>(id)].layer = layer;
+    } catch (const NodeFault& fault) {
+      refusals.push_back({"", "", 0, "", what, fault.why, fault.help});
+    }
+  }
+  for (const NodeId id : graph_.order()) {
+    node_ = &graph_.node(id);
+    plan_.node = node_->name;
+    try {
+      const LoweringRow* row = find_lowering(node_->op);
+      if (row == nullptr) throw NodeFault{"", "no layers of this library compute the operator"};
+      // What reads an output of a node that was refused can't be judged.
+      const bool judged =
+          std::none_of(node_->inputs.begin(), node_->inputs.end(), [&](ValueId input) {
+            return input != kAbsent && !graph_.value(input).constant &&
+                   !values_[static_cast<size_t>(input)].layer;
+          });
+      if (judged) row->lower(*this);
+    } catch (const NodeFault& fault) {
+      refusals.push_back(refusal_of(*node_, fault));
+    }
+  }
+  for (const ValueId id : graph_.outputs) {
+    const auto& layer = values_[static_cast<size_t>(id)].layer;
+    if (!layer && refusals.empty()) {
+      refusals.push_back({"", "", 0, "", "output \"" + graph_.value(id).name + "\"",
+                          "it is a constant, which no layer makes", ""});
+    }
+    if (!layer) continue;
+    // An output is a layer of its own: no input, and none that is an output already.
+    const bool own = plan_.layer(*layer).info->type != 0 &&
+                     std::find(outputs_.begin(), outputs_.end(), *layer) == outputs_.end();
+    outputs_.push_back(own ? *layer : copied(*layer));
+    plan_.layer(outputs_.back()).value = id;
+  }
+  if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
+  return std::move(plan_);
+}
+
+Extents Lowering::sizes_of(ValueId id) const {
+  const std::optional<Shape>& shape = facts_of(id).shape;
+  const auto sizes = shape ? toolkit::extents_of(*shape) : std::nullopt;
+  if (!sizes) {
+    throw NodeFault{"\"" + graph_.value(id).name + "\"",
+                    "its shape isn't known" + (shape ? ": " + text_of(*shape) : std::string()),
+                    "state the shapes of the network's inputs"};
+  }
+  Extents result = *sizes;
+  if (const auto axis = batch_[static_cast<size_t>(id)]) {
+    result.erase(result.begin() + static_cast<std::ptrdiff_t>(*axis));
+  }
+  // A tensor of the runtime has at least one axis.
+  if (result.empty()) result = {1};
+  return result;
+}
+
+ValueId Lowering::input_id(size_t place) const {
+  if (!node_->has_input(place)) {
+    throw NodeFault{"input " + std::to_string(place), "it isn't given"};
+  }
+  return node_->inputs[place];
+}
+
+size_t Lowering::input(size_t place) const {
+  const ValueId id = input_id(place);
+  const auto& layer = values_[static_cast<size_t>(id)].layer;
+  if (!layer) {
+    throw NodeFault{"input " + std::to_string(place), "a constant can't stand here",
+                    "no layer makes constant tensors"};
+  }
+  return *layer;
+}
+
+SharedNumbers Lowering::constant(size_t place) const {
+  if (!node_->has_input(place)) return nullptr;
+  const auto& constant = graph_.value(node_->inputs[place]).constant;
+  return constant ? std::make_shared<const Numbers>(constant->numbers()) : nullptr;
+}
+
+SharedNumbers Lowering::required_constant(size_t place) const {
+  SharedNumbers numbers = constant(place);
+  if (numbers == nullptr) {
+    throw NodeFault{"input " + std::to_string(place), "only a constant can stand here",
+                    "set it, or fold it into the model"};
+  }
+  return numbers;
+}
+
+Extents Lowering::input_sizes(size_t place) const { return sizes_of(input_id(place)); }
+
+Extents Lowering::output_sizes(size_t place) const { return sizes_of(node_->outputs.at(place)); }
+
+size_t Lowering::input_rank(size_t place) const {
+  const auto& shape = facts_of(input_id(place)).shape;
+  return shape ? shape->size() : 0;
+}
+
+std::optional<size_t> Lowering::batch_of_input(size_t place) const {
+  return batch_[static_cast<size_t>(input_id(place))];
+}
+
+size_t Lowering::axis_of_input(size_t place, int64_t axis) const {
+  const ValueId id = input_id(place);
+  const std::optional<Shape>& shape = facts_of(id).shape;
+  const size_t from_front = axis_from_front(axis, shape ? shape->size() : 0);
+  const auto batch = batch_[static_cast<size_t>(id)];
+  if (!batch || from_front < *batch) return from_front;
+  if (from_front == *batch) {
+    throw NodeFault{"axis", "it is the batch, which tensors of the runtime don't have"};
+  }
+  return from_front - 1;
+}
+
+size_t Lowering::reshaped(size_t layer, const Extents& sizes) {
+  const TensorShape& shape = plan_.shape(layer);
+  if (extents_of(shape) == sizes && shape.layout == layout_of(sizes.size())) return layer;
+  auto info = std::make_shared<runtime::TensorReshapeInfo>();
+  info->new_shape = new_shape(sizes);
+  return plan_.add(std::move(info), reshape_kernel(sizes.size()), {layer});
+}
+
+size_t Lowering::planes(size_t place) {
+  Extents sizes = input_sizes(place);
+  if (sizes.size() > 3) {
+    throw NodeFault{"input " + std::to_string(place),
+                    "a tensor of " + text_of(sizes) + " is no picture with channels"};
+  }
+  while (sizes.size() < 3) sizes.insert(sizes.begin() + 1, 1);
+  return reshaped(input(place), sizes);
+}
+
+size_t Lowering::copied(size_t layer) {
+  const Extents sizes = extents_of(plan_.shape(layer));
+  auto info = std::make_shared<runtime::TensorReshapeInfo>();
+  info->new_shape = new_shape(sizes);
+  return plan_.add(std::move(info), reshape_kernel(sizes.size()), {layer});
+}
+
+// A convolution of 1 x 1 whose groups have one channel each. The channels are as many leading axes
+// as the numbers vary along, made one.
+size_t Lowering::affine(size_t layer, const Numbers& scale, const Numbers& shift) {
+  const Extents sizes = extents_of(plan_.shape(layer));
+  if (broadcast_of(broadcast_of(scale.shape, shift.shape), sizes) != sizes) {
+    throw NodeFault{"inputs", "a constant of " + text_of(broadcast_of(scale.shape, shift.shape)) +
+                                  " is larger than the tensor of " + text_of(sizes)};
+  }
+  const size_t axes = std::max(varying_axes(scale.shape, sizes), varying_axes(shift.shape, sizes));
+  Extents leading(sizes.begin(), sizes.begin() + static_cast<std::ptrdiff_t>(axes));
+  Extents box(sizes.size(), 1);
+  std::copy(leading.begin(), leading.end(), box.begin());
+  const int64_t channels = count_of(leading).value_or(0);
+  const int64_t rest = count_of(sizes).value_or(0) / std::max<int64_t>(1, channels);
+  auto info = std::make_shared<runtime::Conv2dInfo>();
+  info->in_channels = narrow_u16(channels, "channels");
+  info->out_channels = info->in_channels;
+  info->groups = info->in_channels;
+  info->kernel_x = 1;
+  info->kernel_y = 1;
+  const std::vector<float> weight = broadcast_to(scale, box);
+  const std::vector<float> bias = broadcast_to(shift, box);
+  info->weight = runtime::MakeWeightBlob(weight.data(), weight.size());
+  info->if_bias = std::any_of(bias.begin(), bias.end(), [](float x) { return x != 0; });
+  if (info->if_bias) info->bias = runtime::MakeWeightBlob(bias.data(), bias.size());
+  const bool picture = sizes.size() == 3 && axes == 1;
+  const size_t in = reshaped(layer, picture ? sizes : Extents{channels, 1, rest});
+  const size_t out = plan_.add(info, "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1", {in});
+  plan_.layer(out).products = static_cast<uint64_t>(count_of(sizes).value_or(0));
+  return reshaped(out, sizes);
+}
+
+void Lowering::result(size_t layer, size_t place) {
+  if (!node_->has_output(place)) return;
+  const ValueId id = node_->outputs[place];
+  const Extents sizes = sizes_of(id);
+  const Extents made = extents_of(plan_.shape(layer));
+  if (count_of(made) != count_of(sizes)) {
+    throw NodeFault{"", "the layer makes " + text_of(made) + ", the operator " + text_of(sizes)};
+  }
+  const size_t last = reshaped(layer, sizes);
+  if (plan_.layer(last).value == kAbsent) plan_.layer(last).value = id;
+  values_[static_cast<size_t>(id)].layer = last;
+}
+
+std::span<const LoweringRow> all_lowerings() {
+  static const std::vector<LoweringRow> table = [] {
+    std::vector<LoweringRow> rows;
+    for (const auto group : {window_lowerings, arithmetic_lowerings, movement_lowerings}) {
+      const auto part = group();
+      rows.insert(rows.end(), part.begin(), part.end());
+    }
+    std::sort(rows.begin(), rows.end(),
+              [](const LoweringRow& a, const LoweringRow& b) { return a.op < b.op; });
+    return rows;
+  }();
+  return table;
+}
+
+const LoweringRow* find_lowering(std::string_view op) {
+  const auto table = all_lowerings();
+  const auto place =
+      std::lower_bound(table.begin(), table.end(), op,
+                       [](const LoweringRow& row, std::string_view key) { return row.op < key; });
+  return place != table.end() && place->op == op ? &*place : nullptr;
+}
+
+}  // namespace marlo::toolkit

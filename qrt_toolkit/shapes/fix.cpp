@@ -1,0 +1,99 @@
+#include "qrt_toolkit/shapes/fix.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace marlo::toolkit {
+namespace {
+
+Refusal about_input(const std::string& name, std::string why, std::string help = "") {
+  return {"", "", 0, "", "input \"" + name + "\"", std::move(why), std::move(help)};
+}
+
+ValueId find_input(const Graph& graph, const std::string& name) {
+  for (const ValueId id : graph.inputs) {
+    if (graph.value(id).name == name) return id;
+  }
+  return kAbsent;
+}
+
+std::string names_of_inputs(const Graph& graph) {
+  std::string text;
+  for (const ValueId id : graph.inputs) {
+    text += (text.empty() ? "" : ", ") + graph.value(id).name;
+  }
+  return text.empty() ? "it has none" : "its inputs are " + text;
+}
+
+/// Calls `fix(value, entry)` for every entry, which returns why it doesn't fit, and throws with
+/// all.
+template <class Entries, class Fix>
+void fix_each(Graph& graph, const Entries& entries, Fix&& fix) {
+  std::vector<Refusal> refusals;
+  const std::string names = names_of_inputs(graph);
+  for (const auto& [name, entry] : entries) {
+    const ValueId id = find_input(graph, name);
+    if (id == kAbsent) {
+      refusals.push_back(about_input(name, "the graph has no such input", names));
+      continue;
+    }
+    const std::string why = fix(id, entry);
+    if (!why.empty()) refusals.push_back(about_input(name, why));
+  }
+  if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
+}
+
+/// Why a shape isn't one that the graph allows; empty if it is.
+std::string misfit(const Value& value, const Shape& shape) {
+  if (!value.shape) return "";
+  bool fits = value.shape->size() == shape.size();
+  for (size_t i = 0; fits && i < shape.size(); ++i) {
+    const Dimension& stated = (*value.shape)[i];
+    fits = !stated.known() || !shape[i].known() || stated.size == shape[i].size;
+  }
+  return fits ? "" : "a shape of " + text_of(shape) + " is not " + text_of(*value.shape);
+}
+
+}  // namespace
+
+void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes) {
+  fix_each(graph, shapes, [&](ValueId id, const Shape& shape) {
+    Value& value = graph.value(id);
+    std::string why = misfit(value, shape);
+    if (!why.empty()) return why;
+    Shape fixed = shape;
+    for (size_t i = 0; value.shape && i < fixed.size(); ++i) {
+      if (!fixed[i].known()) fixed[i] = (*value.shape)[i];
+    }
+    value.shape = std::move(fixed);
+    return why;
+  });
+}
+
+void fix_values(Graph& graph, const std::map<std::string, Numbers>& values) {
+  fix_each(graph, values, [&](ValueId id, const Numbers& numbers) {
+    Value& value = graph.value(id);
+    std::string why = misfit(value, shape_of(numbers.shape));
+    if (!why.empty()) return why;
+    const ElementType type = value.type == ElementType::undefined ? numbers.type : value.type;
+    value.constant = constant_of(converted(numbers, type));
+    value.type = type;
+    value.shape = shape_of(numbers.shape);
+    graph.inputs.erase(std::find(graph.inputs.begin(), graph.inputs.end(), id));
+    return why;
+  });
+}
+
+std::vector<std::string> assume_batch_of_one(Graph& graph) {
+  std::vector<std::string> names;
+  for (const ValueId id : graph.inputs) {
+    Value& value = graph.value(id);
+    if (value.shape && value.shape->size() >= 2 && !value.shape->front().known()) {
+      value.shape->front() = 1;
+      names.push_back(value.name);
+    }
+  }
+  return names;
+}
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,91 @@
+#include "qrt_toolkit/simplify/simplify.h"
+
+#include <algorithm>
+
+#include "qrt_toolkit/shapes/infer.h"
+
+namespace marlo::toolkit {
+namespace {
+
+/// Whether `to` surely is the shape `from`.
+bool same_shape(const Facts& from, const Facts& to) {
+  if (!from.shape || !to.shape || from.shape->size() != to.shape->size()) return false;
+  return std::equal(from.shape->begin(), from.shape->end(), to.shape->begin(),
+                    [](const Dimension& a, const Dimension& b) { return a.same_as(b); });
+}
+
+bool is_straight(const Node& node, size_t rank) {
+  const auto perm = node.integers("perm");
+  for (size_t i = 0; i < perm.size(); ++i) {
+    if (perm[i] != static_cast<int64_t>(i)) return false;
+  }
+  return perm.size() == rank;
+}
+
+/// Whether the node's first output is its first input, number for number.
+bool hands_on(const Node& node, const Facts& in, const Facts& out) {
+  if (node.op == "Identity" || node.op == "Dropout") return true;
+  if (node.op == "Cast" || node.op == "CastLike") {
+    return in.type == out.type || (is_real(in.type) && is_real(out.type));
+  }
+  if (node.op == "Transpose") return in.shape && is_straight(node, in.shape->size());
+  const bool reshapes = node.op == "Reshape" || node.op == "Flatten" || node.op == "Squeeze" ||
+                        node.op == "Unsqueeze" || node.op == "Expand";
+  return reshapes && same_shape(in, out);
+}
+
+}  // namespace
+
+bool drop_identities(Graph& graph) {
+  bool changed = false;
+  const std::vector<Facts> facts = infer_facts(graph);
+  for (const NodeId id : graph.order()) {
+    const Node& node = graph.node(id);
+    if (!node.has_input(0) || !node.has_output(0)) continue;
+    // Of Dropout only the first output is the input.
+    const bool others = std::any_of(node.outputs.begin() + 1, node.outputs.end(), [&](ValueId out) {
+      return out != kAbsent && !graph.is_unused(out);
+    });
+    const ValueId in = node.inputs[0];
+    const ValueId out = node.outputs[0];
+    if (others ||
+        !hands_on(node, facts[static_cast<size_t>(in)], facts[static_cast<size_t>(out)])) {
+      continue;
+    }
+    graph.remove_node(id);
+    graph.replace(out, in);
+    changed = true;
+  }
+  return changed;
+}
+
+bool drop_unused(Graph& graph) {
+  bool changed = false;
+  std::vector<NodeId> order = graph.order();
+  std::reverse(order.begin(), order.end());
+  for (const NodeId id : order) {
+    const Node& node = graph.node(id);
+    const bool used = std::any_of(node.outputs.begin(), node.outputs.end(), [&](ValueId output) {
+      return output != kAbsent && !graph.is_unused(output);
+    });
+    if (used) continue;
+    graph.remove_node(id);
+    changed = true;
+  }
+  return changed;
+}
+
+void simplify(Graph& graph) {
+  bool changed = true;
+  while (changed) {
+    changed = false;
+    for (bool (*rule)(Graph&) :
+         {drop_unused, take_branches, fold_constants, drop_identities, fold_batch_normalizations}) {
+      changed = rule(graph) || changed;
+    }
+  }
+  drop_unused(graph);
+  infer_shapes(graph);
+}
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,176 @@
+#include "qrt_toolkit/simplify/simplify.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "model_text.h"
+#include "qrt_toolkit/evaluate/evaluate.h"
+
+// Each rule alone: what it changes, what it leaves, and that the graph computes the same.
+
+namespace marlo::toolkit::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+std::vector<std::string> operators_of(const Graph& graph) {
+  std::vector<std::string> names;
+  for (const NodeId id : graph.order()) names.push_back(graph.node(id).op);
+  return names;
+}
+
+SharedNumbers random_numbers(const Extents& shape) {
+  std::mt19937 random(1);
+  std::uniform_real_distribution<double> any(-2, 2);
+  auto numbers = std::make_shared<Numbers>(ElementType::float32, shape);
+  for (double& number : numbers->reals()) number = any(random);
+  return numbers;
+}
+
+/// The graph before and after a change computes the same for these inputs, up to float32.
+void expect_same(const Graph& before, const Graph& after,
+                 const std::vector<SharedNumbers>& inputs) {
+  const auto a = evaluate_graph(before, inputs);
+  const auto b = evaluate_graph(after, inputs);
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t i = 0; i < a.size(); ++i) {
+    ASSERT_EQ(a[i]->shape, b[i]->shape);
+    for (size_t k = 0; k < static_cast<size_t>(a[i]->count()); ++k) {
+      EXPECT_NEAR(a[i]->real(k), b[i]->real(k), 1e-5) << i << " " << k;
+    }
+  }
+}
+
+TEST(FoldConstants, ShapeArithmeticFoldsAway) {
+  const OnnxModel model = model_of(R"(g (float[2,3,4] x) => (float[2,12] y) {
+    s = Shape(x)
+    i = Constant<value_ints=[0]>()
+    n = Gather(s, i)
+    m = Constant<value_ints=[-1]>()
+    t = Concat<axis=0>(n, m)
+    y = Reshape(x, t)
+  })");
+  Graph graph = model.graph;
+  EXPECT_TRUE(fold_constants(graph));
+  EXPECT_THAT(operators_of(graph), ElementsAre("Reshape"));
+  EXPECT_FALSE(fold_constants(graph));
+  expect_same(model.graph, graph, {random_numbers({2, 3, 4})});
+}
+
+TEST(FoldConstants, LeavesWhatDependsOnInputs) {
+  Graph graph = model_of("g (float[2] x) => (float[2] y) { y = Relu(x) }").graph;
+  EXPECT_FALSE(fold_constants(graph));
+}
+
+TEST(TakeBranches, AConstantConditionChoosesOne) {
+  const OnnxModel model = model_of(R"(g (float[2] x) => (float[2] y) {
+    c = Constant<value = bool[1] {0}>()
+    a = Relu(x)
+    y = If (c) <then_branch = t () => (float[2] p) { p = Neg(a) },
+                else_branch = e () => (float[2] q) { r = Abs(a)
+                                                     q = Add(r, x) }>
+  })");
+  Graph graph = model.graph;
+  EXPECT_TRUE(take_branches(graph));
+  EXPECT_THAT(operators_of(graph), ElementsAre("Relu", "Abs", "Add"));
+  expect_same(model.graph, graph, {random_numbers({2})});
+}
+
+TEST(TakeBranches, AnOpenConditionStays) {
+  Graph graph = model_of(R"(g (float[2] x, bool c) => (float[2] y) {
+    y = If (c) <then_branch = t () => (float[2] p) { p = Neg(x) },
+                else_branch = e () => (float[2] q) { q = Abs(x) }>
+  })")
+                    .graph;
+  EXPECT_FALSE(take_branches(graph));
+}
+
+TEST(DropIdentities, LeavesOutWhatHandsItsInputOn) {
+  const OnnxModel model = model_of(R"(g (float[2,3] x) => (float[2,3] y) {
+    a = Identity(x)
+    b, mask = Dropout(a)
+    c = Cast<to=11>(b)
+    d = Cast<to=1>(c)
+    s = Constant<value_ints=[2, 3]>()
+    e = Reshape(d, s)
+    f = Transpose<perm=[0, 1]>(e)
+    y = Relu(f)
+  })");
+  Graph graph = model.graph;
+  EXPECT_TRUE(drop_identities(graph));
+  EXPECT_THAT(operators_of(graph), ElementsAre("Relu"));
+  expect_same(model.graph, graph, {random_numbers({2, 3})});
+}
+
+TEST(DropIdentities, KeepsAMaskThatIsRead) {
+  Graph graph = model_of("g (float[2] x) => (float[2] y, bool[2] m) { y, m = Dropout(x) }").graph;
+  EXPECT_FALSE(drop_identities(graph));
+}
+
+TEST(DropIdentities, KeepsCastsThatChangeNumbers) {
+  Graph graph = model_of(R"(g (float[2] x) => (float[2] y) {
+    a = Cast<to=7>(x)
+    y = Cast<to=1>(a)
+  })")
+                    .graph;
+  EXPECT_FALSE(drop_identities(graph));
+}
+
+TEST(FoldBatchNormalizations, GoIntoTheConvolutionInFront) {
+  const OnnxModel model = model_of(R"(g (float[1,1,3,3] x) => (float[1,2,2,2] y)
+      <float[2,1,2,2] w = {1, 2, 3, 4, -1, 0, 2, 1}, float[2] b = {1, -1}, float[2] s = {2, 0.5},
+       float[2] o = {0.5, 1}, float[2] m = {0.1, 0.2}, float[2] v = {4, 0.25}> {
+    c = Conv(x, w, b)
+    y = BatchNormalization(c, s, o, m, v)
+  })");
+  Graph graph = model.graph;
+  EXPECT_TRUE(fold_batch_normalizations(graph));
+  EXPECT_THAT(operators_of(graph), ElementsAre("Conv"));
+  expect_same(model.graph, graph, {random_numbers({1, 1, 3, 3})});
+}
+
+TEST(FoldBatchNormalizations, GoIntoTransposedConvolutionsWithGroups) {
+  const OnnxModel model = model_of(R"(g (float[1,4,2,2] x) => (float[1,4,3,3] y)
+      <float[4,2,2,2] w = {1, 2, 3, 4, -1, 0, 2, 1, 2, 2, 1, 0, 3, 1, 1, 1, 0, 2, 1, 4, -1, 5, 2, 1,
+                           1, 1, 3, 4, -1, 0, 0, 1},
+       float[4] s = {2, 0.5, 3, 1}, float[4] o = {0.5, 1, 0, 2}, float[4] m = {0.1, 0.2, 0, 1},
+       float[4] v = {4, 0.25, 1, 2}> {
+    c = ConvTranspose<group=2>(x, w)
+    y = BatchNormalization(c, s, o, m, v)
+  })");
+  Graph graph = model.graph;
+  EXPECT_TRUE(fold_batch_normalizations(graph));
+  EXPECT_THAT(operators_of(graph), ElementsAre("ConvTranspose"));
+  expect_same(model.graph, graph, {random_numbers({1, 4, 2, 2})});
+}
+
+TEST(FoldBatchNormalizations, LeaveAConvolutionThatIsReadTwice) {
+  Graph graph = model_of(R"(g (float[1,1,3,3] x) => (float[1,1,3,3] y, float[1,1,3,3] z)
+      <float[1,1,1,1] w = {2}, float[1] s = {2}> {
+    c = Conv(x, w)
+    y = BatchNormalization(c, s, s, s, s)
+    z = Relu(c)
+  })")
+                    .graph;
+  EXPECT_FALSE(fold_batch_normalizations(graph));
+}
+
+TEST(Simplify, RunsToAFixedPointAndDropsWhatNothingReads) {
+  const OnnxModel model = model_of(R"(g (float[1,1,3,3] x) => (float[1,1,3,3] y)
+      <float[1,1,1,1] w = {2}, float[1] s = {2}> {
+    unused = Relu(x)
+    a = Identity(w)
+    c = Conv(x, a)
+    d = Identity(c)
+    y = BatchNormalization(d, s, s, s, s)
+  })");
+  Graph graph = model.graph;
+  simplify(graph);
+  EXPECT_THAT(operators_of(graph), ElementsAre("Conv"));
+  expect_same(model.graph, graph, {random_numbers({1, 1, 3, 3})});
+}
+
+}  // namespace
+}  // namespace marlo::toolkit::test
