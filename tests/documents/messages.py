@@ -16,12 +16,18 @@ STRINGS = re.compile(r'"(?:[^"\\\n]|\\.)*"(?:\s*(?:PRI\w+\s*)?"(?:[^"\\\n]|\\.)*
 PIECE = re.compile(r'"((?:[^"\\]|\\.)*)"')
 VALUE = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z|j|t)?[a-zA-Z]")
 ELLIPSIS = "\u2026"
+# Sources that say nothing but what a kernel expects and what it found instead: see PIECES.
+REASONS = re.compile(r"(?:/acceptance|_facts)\.cpp$")
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 PREPROCESSOR = re.compile(r"^[ \t]*#[ \t]*(?:error|include|if).*$|static_assert\([^;]*;", re.M)
 # Pieces that complete another message, and what only a compiler says.
 PIECES = {
     "a boolean", "an object", "an array", "a string", "a number", "an integer", "an array of arrays", "the document",
-    "AVX and FMA", "AVX2 and FMA", "a layer that ", "inputs that ", "no description", "rows of ", " of rows", "unknown type", " layout ", " and ", "] (Verbose): ", "] (Info): ", "] (Warnning): ",
+    "AVX and FMA", "AVX2 and FMA", "rows of ", " of rows", "unknown type", " layout ", " and ",
+    "] (Verbose): ", "] (Info): ", "] (Warnning): ",
+    # Members, expectations and findings of a kernel's reasons, which explain themselves.
+    "a layer that ", "inputs that ", "no description", "inference parameter", "input 0", "step size of input 0",
+    "stride_y, stride_x", "above 0", "another one", "FLOAT32, which a pass computes", "an even size; an odd last row or column holds the bias alone",
     # Faults of check_shapes, which the document explains as whole sentences.
     " refuses ", " would make ", " of ", ", which no tensor can hold", ", which is empty", " refuses its own output ",
     "no shape is given for this input", " would make nothing", "it is a null pointer",
@@ -48,7 +54,7 @@ def messages_of(text):
 def all_messages(root):
     found = {}
     for path in sorted(glob.glob(os.path.join(root, "qrt_core/**/*"), recursive=True)):
-        if path.endswith((".h", ".cpp")):
+        if path.endswith((".h", ".cpp")) and not REASONS.search(path):
             with open(path, encoding="ascii") as file:
                 for message in messages_of(file.read()):
                     found.setdefault(message, os.path.relpath(path, root))
