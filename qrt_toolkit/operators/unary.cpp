@@ -45,7 +45,9 @@ void infer_answer(ShapeStep& step) { step.set(0, ElementType::boolean, step.inpu
 
 struct Absolute {
   double operator()(double x) const { return std::fabs(x); }
-  int64_t operator()(int64_t x) const { return x < 0 ? -x : x; }
+  int64_t operator()(int64_t x) const {
+    return x < 0 ? static_cast<int64_t>(uint64_t{0} - static_cast<uint64_t>(x)) : x;
+  }
 };
 
 struct Negative {
