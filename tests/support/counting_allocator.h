@@ -1,8 +1,8 @@
 #pragma once
 
 // Counts every call to the system allocator that the running thread makes, and can make the
-// operators new fail. It replaces allocation functions of the whole program: include it in exactly
-// one file of a test program.
+// operators new, and requests for aligned blocks, fail. It replaces allocation functions of the
+// whole program: include it in exactly one file of a test program.
 
 #include <cerrno>
 #include <cstddef>
@@ -82,6 +82,8 @@ void* aligned_alloc(size_t alignment, size_t size) noexcept {
 
 int posix_memalign(void** address, size_t alignment, size_t size) noexcept {
   ++marlo::test::counting::calls;
+  uint64_t& to_failure = marlo::test::counting::blocks_to_failure;
+  if (to_failure != 0 && --to_failure == 0) return ENOMEM;
   *address = __libc_memalign(alignment, size);
   return *address == nullptr ? ENOMEM : 0;
 }

@@ -36,7 +36,7 @@ AlignUpPool::~AlignUpPool() {
 }
 
 void AlignUpPool::ReleaseFreeBlocks() {
-  for (const BlockTable::FreeBlock& block : blocks_.take_free_blocks()) std::free(block.address);
+  blocks_.release_free_blocks(std::free);
 }
 
 void* AlignUpPool::Allocate(uint64_t size) {

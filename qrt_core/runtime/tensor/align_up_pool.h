@@ -29,9 +29,14 @@ class QRT_API AlignUpPool final : public MemoryPool {
 
   void ReleaseFreeBlocks() override;
 
-  /// @return null when the system has no memory left
+  /// @return null when the system has no memory left. Such a request counts as a block in use, of
+  ///   its size, until `Free(nullptr)` takes it back, and like any other it must be back before the
+  ///   pool ends. (A device does that for its tensors; a request beyond all addresses counts as
+  ///   nothing.)
+  /// @throws std::bad_alloc when there is no memory to note a block down
   void* Allocate(uint64_t size) override;
 
+  /// Needs no memory. Null is a valid address while a request that failed is in use.
   /// @throws std::runtime_error for an address that isn't in use
   void Free(void* address) override;
 

@@ -51,7 +51,7 @@ AlignedPool::~AlignedPool() {
 }
 
 void AlignedPool::ReleaseFreeBlocks() {
-  for (const BlockTable::FreeBlock& block : blocks_.take_free_blocks()) free_raw(block.address);
+  blocks_.release_free_blocks(free_raw);
 }
 
 void* AlignedPool::Allocate(uint64_t size) {

@@ -1,12 +1,15 @@
 #include "qrt_core/runtime/tensor/block_table.h"
 
+#include <utility>
+
 namespace marlo::runtime {
 
 void BlockTable::add(void* address, uint64_t size) {
-  // Room for the block's return is made now, so that `release` can't fail half-way.
+  // Room for the block's return, and for its next use, is made now: neither can fail half-way.
   const std::size_t blocks = free_.size() + used_.size() + 1;
   if (free_.capacity() < blocks) free_.reserve(2 * blocks);
   if (spare_nodes_.capacity() < blocks) spare_nodes_.reserve(2 * blocks);
+  used_.reserve(blocks);
   used_.emplace(address, size);
 }
 
@@ -28,11 +31,6 @@ bool BlockTable::release(void* address) {
   free_.push_back({node.mapped(), address});
   spare_nodes_.push_back(std::move(node));
   return true;
-}
-
-std::vector<BlockTable::FreeBlock> BlockTable::take_free_blocks() {
-  spare_nodes_.clear();
-  return std::exchange(free_, {});
 }
 
 uint64_t BlockTable::total_bytes() const {

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace marlo::runtime {
@@ -28,7 +27,9 @@ class BlockTable {
   /// Addresses and sizes of the blocks in use.
   const std::unordered_map<void*, uint64_t>& used_blocks() const { return used_; }
 
-  /// Enters a new block as in use.
+  /// Enters a new block as in use. Of all functions that change the table only this one takes
+  /// memory.
+  /// @throws std::bad_alloc; the table is then as before
   void add(void* address, uint64_t size);
 
   /// Moves the free block at `index` to the blocks in use. @return its address
@@ -40,8 +41,14 @@ class BlockTable {
   /// Drops a block in use without keeping it. @return false if it isn't in use
   bool forget(void* address) { return used_.erase(address) != 0; }
 
-  /// Empties the list of free blocks. @return what it held
-  std::vector<FreeBlock> take_free_blocks();
+  /// Empties the list of free blocks, each of which is handed to `give_back` by its address. The
+  /// list keeps its room, because blocks in use come back to it.
+  template <typename GiveBack>
+  void release_free_blocks(GiveBack give_back) {
+    for (const FreeBlock& block : free_) give_back(block.address);
+    free_.clear();
+    spare_nodes_.clear();
+  }
 
   /// Bytes of all blocks.
   uint64_t total_bytes() const;

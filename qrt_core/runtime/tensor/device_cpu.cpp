@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "qrt_core/runtime/tensor/align_up_pool.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -82,7 +83,11 @@ std::shared_ptr<TensorCPU> DeviceCPU::create(TensorShape&& shape, const void* da
   refuse_wrapped_size(shape);
   const uint32_t bytes = ByteSize(shape);
   void* address = pool->Allocate(bytes);
-  if (address == nullptr) throw std::bad_alloc();
+  if (address == nullptr) {
+    // This pool counts the request as a block until it is taken back.
+    if (auto* own = dynamic_cast<AlignUpPool*>(pool)) own->Free(nullptr);
+    throw std::bad_alloc();
+  }
   BlockGuard guard(pool, address);
   if (data != nullptr) std::memcpy(address, data, bytes);
   auto* tensor = new TensorCPU(std::move(shape), TensorHandle{address}, this);

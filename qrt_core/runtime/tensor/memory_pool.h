@@ -12,7 +12,8 @@ class MemoryPool {
   /// Gives every block that isn't in use back to the system.
   virtual void ReleaseFreeBlocks() = 0;
 
-  /// A block of at least `size` bytes.
+  /// A block of at least `size` bytes. A pool without memory throws std::bad_alloc, or returns null:
+  /// a device then throws in its place, and gives nothing back to a pool of an application's own.
   virtual void* Allocate(uint64_t size) = 0;
 
   /// Takes a block back for reuse.

@@ -9,6 +9,7 @@
 #include "tests/support/allocator_counts.h"
 #include "tests/support/counting_pool.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 
 namespace marlo::runtime {
@@ -139,6 +140,93 @@ TEST_P(AllocationFailureTest, OperatorNewThatFailsAtTheNthCall) {
     ASSERT_LE(test::live_objects(), objects) << "call " << call;
   }
   EXPECT_GT(call, 500u);
+}
+
+// From here on with the context and the pools that an application has.
+class RealPoolsTest : public AllocationFailureTest {
+ protected:
+  using Outputs = std::vector<std::vector<char>>;
+
+  static std::vector<char> bytes_of(const Tensor& tensor) {
+    const auto* first = static_cast<const char*>(tensor.handle.cpu);
+    return {first, first + ByteSize(tensor.shape)};
+  }
+
+  Outputs load_and_pass(std::shared_ptr<Context>& context) {
+    Nets nets;
+    EXPECT_EQ(utility::load_model(path_, nets, context, kernels_, params_, "sdk", 1, 0), 0);
+    utility::_NetworkPackage& package = *nets.at("net");
+    package.input_tensors = test::all_layers_inputs(*context->cpu);
+    const auto results =
+        package.net->Forward(package.input_tensors, package.output_ids, context, nullptr, nullptr);
+    Outputs outputs;
+    for (const unsigned int id : package.output_ids) {
+      for (const auto& tensor : results.at(id)) outputs.push_back(bytes_of(*tensor));
+    }
+    return outputs;
+  }
+
+  // Blocks that a pool holds although nothing uses them can go; what is left was lost.
+  static uint64_t bytes_left(MemoryPool& pool) {
+    pool.ReleaseFreeBlocks();
+    return pool.TotalBytes();
+  }
+
+  // Fails at the n-th chance, then does it all again on the same context, which then goes away.
+  template <typename FailAt, typename Pending>
+  uint64_t fail_at_each_call(FailAt fail_at, Pending pending) {
+    Outputs expected;
+    {
+      std::shared_ptr<Context> context;
+      utility::create_context(context, 32);
+      expected = load_and_pass(context);
+    }
+    log_.clear();
+    uint64_t call = 1;
+    for (bool failed = true; failed && !HasFailure(); ++call) {
+      SCOPED_TRACE("call " + std::to_string(call));
+      std::shared_ptr<Context> context;
+      utility::create_context(context, 32);
+      DeviceCPU& device = *context->cpu;
+      bool threw = false;
+      fail_at(call);
+      try {
+        load_and_pass(context);
+      } catch (const std::exception&) {
+        threw = true;
+      }
+      failed = !pending();
+      fail_at(0);
+      EXPECT_EQ(threw, failed);
+      log_.clear();
+      EXPECT_EQ(bytes_left(*device.static_pool), 0u);
+      EXPECT_EQ(bytes_left(*device.dynamic_pool), 0u);
+      // Whoever loads after a pass that failed leaves the pass first.
+      device.dynamic_mode = false;
+      EXPECT_EQ(load_and_pass(context), expected);
+      EXPECT_EQ(bytes_left(*device.static_pool), 0u);
+      EXPECT_EQ(bytes_left(*device.dynamic_pool), 0u);
+      EXPECT_TRUE(log_.lines().empty());
+    }
+    return call;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Formats, RealPoolsTest, ::testing::Values("model.json", "model.qrtmodel"),
+                         [](const auto& form) {
+                           return form.param[6] == 'j' ? std::string("Json")
+                                                       : std::string("Binary");
+                         });
+
+TEST_P(RealPoolsTest, SystemThatRefusesTheNthBlock) {
+#ifdef QRT_UNDER_SANITIZER
+  GTEST_SKIP() << "the sanitizer's allocator serves all";
+#endif
+  EXPECT_GT(fail_at_each_call(test::refuse_block_at, test::block_refusal_is_pending), 15u);
+}
+
+TEST_P(RealPoolsTest, OperatorNewThatFailsAtTheNthCall) {
+  EXPECT_GT(fail_at_each_call(test::fail_new_at, test::new_failure_is_pending), 500u);
 }
 
 }  // namespace
