@@ -11,21 +11,21 @@ namespace {
 constexpr std::size_t kMessageCapacity = 2048;
 constexpr unsigned int kDefaultMask = LOG_TRACE | LOG_INFO | LOG_WARNING | LOG_ERROR;
 
+// The line and its end in one call, so that those of two threads don't mix.
 int print_line(const char* line) {
-  std::fputs(line, stdout);
-  std::fputc('\n', stdout);
+  std::puts(line);
   std::fflush(stdout);
   return 0;
 }
 
 unsigned int log_mask = kDefaultMask;
 LogCallback log_callback = print_line;
-char message_buffer[kMessageCapacity] = "";
+thread_local char message_buffer[kMessageCapacity] = "";
 
-// A function-local object, so that the tag is there for a log call made by another static
-// initialiser.
+// Made at the first call, which may come from another static initialiser, and never destroyed: an
+// application's globals may log when they go.
 std::string& log_tag() {
-  static std::string tag = "QRT";
+  static std::string& tag = *new std::string("QRT");
   return tag;
 }
 
@@ -83,12 +83,12 @@ QR_STATUS SetLogLevel(unsigned int mask) {
 }
 
 QR_STATUS GetLogLevel(unsigned int* mask) {
-  *mask = log_mask;
+  if (mask != nullptr) *mask = log_mask;
   return QR_STATUS_OK;
 }
 
 QR_STATUS SetLogTag(const char* tag) {
-  if (*tag == '\0') return QR_STATUS_REFUSED;
+  if (tag == nullptr || *tag == '\0') return QR_STATUS_REFUSED;
   log_tag() = tag;
   return QR_STATUS_OK;
 }

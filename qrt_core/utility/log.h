@@ -9,11 +9,11 @@
 #define QRT_PRINTF_LIKE(format_index) \
   __attribute__((format(printf, format_index, (format_index) + 1)))
 
-// Mask, tag, callback and the buffer that messages are formatted in are there once per process,
-// without a lock: set the first three before other threads begin. The texts of two threads that
-// log, or fail, at one time can mix; a program that can't have that keeps its loading, where faults
-// are found, to one thread or behind a lock of its own. A pass over what fits together logs
-// nothing.
+// Mask, tag and callback are there once per process, without a lock: set them before other threads
+// begin. Each thread formats its messages in a buffer of its own, so that threads that log, or
+// fail, at one time keep their own texts; the callback is then called by all of them, and an
+// application's own must be ready for that. All of it works until the process ends, in the
+// destructors of an application's globals too.
 
 namespace marlo::utility {
 
@@ -34,7 +34,8 @@ using LogCallback = int (*)(const char* line);
 ///
 /// A level that is not one of 1, 4, 8, 16, or whose bit is clear in the mask, formats nothing.
 /// Text beyond 2047 characters is cut.
-/// @return the message buffer: this message, or the last one formatted if this call was filtered.
+/// @return the thread's message buffer: this message, or the last one that the thread formatted if
+///   this call was filtered
 QRT_API std::string Log(int level, const char* format, ...) QRT_PRINTF_LIKE(2);
 
 /// Does nothing and returns 0 when `condition` holds. Otherwise reports the formatted message to
@@ -47,11 +48,11 @@ QRT_API QR_STATUS Assert(bool condition, const char* format, ...) QRT_PRINTF_LIK
 /// Sets the mask of enabled levels; 30 (all but verbose) at start. Always 0.
 QRT_API QR_STATUS SetLogLevel(unsigned int mask);
 
-/// Stores the mask of enabled levels in `*mask`, which must not be null. Always 0.
+/// Stores the mask of enabled levels in `*mask`, unless that is null. Always 0.
 QRT_API QR_STATUS GetLogLevel(unsigned int* mask);
 
 /// Sets the text between the brackets of each line; "QRT" at start.
-/// @return -1 for an empty text, which changes nothing
+/// @return -1 for an empty text or a null pointer, which change nothing
 QRT_API QR_STATUS SetLogTag(const char* tag);
 
 /// Replaces the sink of `Log` and `Assert`, which at start prints to standard output.

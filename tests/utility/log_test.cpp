@@ -71,6 +71,41 @@ TEST(DefaultSink, PrintsAFailedAssertion) {
 
 TEST(DefaultSink, PrintsNoVerboseLineAtFirst) { EXPECT_PRINTS_NOTHING(Log(1, "chatter")); }
 
+// Made before anything logs, and thus gone after what the first line makes.
+struct LastWord {
+  ~LastWord() {
+    if (!speaks) return;
+    Log(4, "bye");
+    try {
+      Assert(false, "no %s", "way");
+    } catch (const std::runtime_error& failure) {
+      std::fputs(failure.what(), stderr);
+    }
+  }
+  bool speaks = false;
+} last_word;
+
+int print_to_stderr(const char* line) {
+  std::fprintf(stderr, "%s\n", line);
+  return 0;
+}
+
+TEST(LogTag, IsThereUntilTheProcessEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        last_word.speaks = true;
+        SetLogCallback(print_to_stderr);
+        SetLogTag("a tag that is longer than what a string holds in itself");
+        Log(4, "hi");
+        std::exit(0);
+      },
+      ExitedWithCode(0),
+      "a tag that is longer than what a string holds in itself\\] \\(Info\\): bye\n"
+      ".a tag that is longer than what a string holds in itself\\]: no way\n\n"
+      ".a tag that is longer than what a string holds in itself\\]: no way\n$");
+}
+
 TEST(LogMask, Is30AtTheStart) {
   unsigned int mask = 0;
   EXPECT_PRINTS(GetLogLevel(&mask); std::fprintf(stderr, "\nmask %u\n", mask), "mask 30\n");
@@ -202,6 +237,15 @@ TEST(LogTag, EmptyIsRefusedAndChangesNothing) {
   Log(4, "hello");
   EXPECT_THAT(capture.lines(), ElementsAre("[QRT] (Info): hello"));
 }
+
+TEST(LogTag, NullIsRefusedAndChangesNothing) {
+  LogCapture capture;
+  EXPECT_EQ(SetLogTag(nullptr), -1);
+  Log(4, "hello");
+  EXPECT_THAT(capture.lines(), ElementsAre("[QRT] (Info): hello"));
+}
+
+TEST(LogMask, IsNotWrittenThroughANullPointer) { EXPECT_EQ(GetLogLevel(nullptr), 0); }
 
 TEST(LogCallback, NullIsRefusedAndChangesNothing) {
   LogCapture capture;

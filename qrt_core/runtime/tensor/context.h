@@ -14,8 +14,8 @@ class DeviceVulkan;
 class Profiler;
 
 /// The devices that a network may use. Only `cpu` is ever filled by this library. A context, and
-/// all that was made on it, belongs to one thread at a time; different contexts share nothing, so
-/// that each thread may have its own.
+/// all that was made on it, belongs to one thread at a time; different contexts share nothing but
+/// the log, so that each thread may have its own.
 struct Context {
   std::shared_ptr<DeviceCPU> cpu;             ///< makes the tensors of every network
   std::shared_ptr<DeviceOpenGL> opengl;       ///< kept, never used
