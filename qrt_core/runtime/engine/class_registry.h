@@ -16,19 +16,26 @@ namespace marlo::runtime {
 /// registers.
 ///
 /// @code
-/// ClassRegistry<std::shared_ptr<IKernel>> kernels;
-/// kernels.Register("MyKernel", [] { return std::make_shared<MyKernel>(); }, false);
-/// std::shared_ptr<IKernel> kernel = kernels.Create("MyKernel");
+/// KernelRegistry kernels;  // ClassRegistry<std::shared_ptr<IKernel>>
+/// kernels.Register("Mine", [] { return std::make_shared<Mine>(); }, KernelRegistry::kKeep);
+/// std::shared_ptr<IKernel> kernel = kernels.Create("Mine");
 /// @endcode
 ///
 /// @tparam T what a factory makes; a default-constructed `T` stands for nothing
 template <typename T>
 class ClassRegistry {
  public:
+  /// @name What `Register` does with a key that is there
+  /// @{
+  static constexpr bool kKeep = false;    ///< leaves it as it is
+  static constexpr bool kReplace = true;  ///< puts the new factory in its place
+  /// @}
+
   /// Makes one object.
   using Factory = std::function<T()>;
 
-  /// Enters a factory. An existing key is replaced only if `overwrite` is set.
+  /// Enters a factory.
+  /// @param overwrite `kReplace` or `kKeep`: whether an existing key is replaced
   /// @return whether the factory was entered
   /// @throws std::runtime_error for a factory that holds no function
   bool Register(const std::string& key, Factory factory, bool overwrite) {

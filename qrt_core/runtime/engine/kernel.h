@@ -60,7 +60,7 @@ class IKernel {
   /// Called before each `Forward` of a pass; its result is ignored.
   /// @param context the pass's context
   /// @param inputs what `Forward` is about to get
-  /// @param outputs empty; what is appended here is ignored
+  /// @param outputs empty; what is appended here stays, in front of what `Forward` appends
   /// @param transient whether the outputs may be recycled when the pass ends
   virtual int PrepareForward(const std::shared_ptr<Context>& context, Tensors& inputs,
                              bool& transient, Tensors& outputs) {

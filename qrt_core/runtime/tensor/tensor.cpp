@@ -35,6 +35,14 @@ std::vector<uint32_t> permuted(const std::vector<uint32_t>& dims,
   return result;
 }
 
+// Strides from the first one on, of which `count` must be there.
+const uint32_t* strides_for(size_t count, const std::vector<uint32_t>& strides) {
+  if (strides.size() < count) {
+    Assert(false, "indices of %zu dims don't go with a tensor of %zu", count, strides.size());
+  }
+  return strides.data();
+}
+
 }  // namespace
 
 Tensor::Tensor(TensorShape tensor_shape, TensorHandle tensor_handle, Device* maker)
@@ -48,36 +56,43 @@ TensorCPU::TensorCPU(TensorShape tensor_shape, TensorHandle tensor_handle, Devic
 
 TensorCPU::~TensorCPU() = default;
 
-const void* TensorCPU::Locate2D(uint32_t i0, uint32_t i1) const { return at(strides[0] * i0 + i1); }
+const void* TensorCPU::Locate2D(uint32_t i0, uint32_t i1) const {
+  const uint32_t* const s = strides_for(1, strides);
+  return at(s[0] * i0 + i1);
+}
 
 const void* TensorCPU::Locate3D(uint32_t i0, uint32_t i1, uint32_t i2) const {
-  return at(strides[0] * i0 + strides[1] * i1 + i2);
+  const uint32_t* const s = strides_for(2, strides);
+  return at(s[0] * i0 + s[1] * i1 + i2);
 }
 
 const void* TensorCPU::Locate4D(uint32_t i0, uint32_t i1, uint32_t i2, uint32_t i3) const {
-  return at(strides[0] * i0 + strides[1] * i1 + strides[2] * i2 + i3);
+  const uint32_t* const s = strides_for(3, strides);
+  return at(s[0] * i0 + s[1] * i1 + s[2] * i2 + i3);
 }
 
 const void* TensorCPU::Locate5D(uint32_t i0, uint32_t i1, uint32_t i2, uint32_t i3,
                                 uint32_t i4) const {
-  return at(strides[0] * i0 + strides[1] * i1 + strides[2] * i2 + strides[3] * i3 + i4);
+  const uint32_t* const s = strides_for(4, strides);
+  return at(s[0] * i0 + s[1] * i1 + s[2] * i2 + s[3] * i3 + i4);
 }
 
 const void* TensorCPU::Locate6D(uint32_t i0, uint32_t i1, uint32_t i2, uint32_t i3, uint32_t i4,
                                 uint32_t i5) const {
-  return at(strides[0] * i0 + strides[1] * i1 + strides[2] * i2 + strides[3] * i3 +
-            strides[4] * i4 + i5);
+  const uint32_t* const s = strides_for(5, strides);
+  return at(s[0] * i0 + s[1] * i1 + s[2] * i2 + s[3] * i3 + s[4] * i4 + i5);
 }
 
 const void* TensorCPU::Locate7D(uint32_t i0, uint32_t i1, uint32_t i2, uint32_t i3, uint32_t i4,
                                 uint32_t i5, uint32_t i6) const {
-  return at(strides[0] * i0 + strides[1] * i1 + strides[2] * i2 + strides[3] * i3 +
-            strides[4] * i4 + strides[5] * i5 + i6);
+  const uint32_t* const s = strides_for(6, strides);
+  return at(s[0] * i0 + s[1] * i1 + s[2] * i2 + s[3] * i3 + s[4] * i4 + s[5] * i5 + i6);
 }
 
 const void* TensorCPU::Locate(const std::vector<uint32_t>& indices) const {
+  const uint32_t* const s = strides_for(indices.size(), strides);
   uint32_t offset = 0;
-  for (size_t k = 0; k < indices.size(); ++k) offset += strides[k] * indices[k];
+  for (size_t k = 0; k < indices.size(); ++k) offset += s[k] * indices[k];
   return at(offset);
 }
 
@@ -132,6 +147,7 @@ std::shared_ptr<TensorCPU> TensorCPU::Reshape(std::vector<int32_t> new_dims) {
   Assert(count % known == 0, nullptr);
   if (marked == 1) sizes[inferred] = static_cast<uint32_t>(count / known);
 
+  Assert(RawPointer() != nullptr, "a tensor without a buffer can't be copied");
   const TensorShape new_shape(std::move(sizes), shape.data_type, shape.layout, shape.location);
   auto* maker = static_cast<DeviceCPU*>(device);
   auto result = maker->CreateTensor(new_shape, nullptr);

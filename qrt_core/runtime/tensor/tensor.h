@@ -47,7 +47,7 @@ class QRT_API Tensor : public std::enable_shared_from_this<Tensor> {
 
 /// A tensor in main memory: a buffer in row-major order of its dims.
 ///
-/// `Locate*` compute addresses and check nothing.
+/// `Locate*` compute addresses and check no index.
 class QRT_API TensorCPU final : public Tensor {
  public:
   /// Address of the first element.
@@ -60,6 +60,7 @@ class QRT_API TensorCPU final : public Tensor {
 
   /// Address of the element at the given indices. The last index is added without a stride, so
   /// that `LocateND` on a tensor of more than N dims addresses within its innermost rows.
+  /// @throws std::runtime_error for a tensor of fewer than N - 1 dims
   void* Locate1D(uint32_t i0) { return at(i0); }
   void* Locate2D(uint32_t i0, uint32_t i1);
   void* Locate3D(uint32_t i0, uint32_t i1, uint32_t i2);
@@ -81,6 +82,7 @@ class QRT_API TensorCPU final : public Tensor {
   /// @}
 
   /// Address of the sub-block at a vector of indices, each with its stride.
+  /// @throws std::runtime_error for more indices than dims
   void* Locate(const std::vector<uint32_t>& indices);
   /// Address of the sub-block at a vector of indices, each with its stride.
   const void* Locate(const std::vector<uint32_t>& indices) const;
@@ -89,8 +91,8 @@ class QRT_API TensorCPU final : public Tensor {
   ///
   /// One entry of zero or less is inferred. Without such an entry the new element count may be a
   /// divisor of the old one; the first elements are then copied.
-  /// @throws std::runtime_error if several entries are to be inferred, or if the element count
-  ///   isn't divisible by the product of the given ones
+  /// @throws std::runtime_error if several entries are to be inferred, if the element count
+  ///   isn't divisible by the product of the given ones, or for a tensor on a null pointer
   std::shared_ptr<TensorCPU> Reshape(std::vector<int32_t> dims);
 
   /// A copy with transposed axes: dims[i] of the result is dims[axes[i]]. Its layout is FLEXIABLE.

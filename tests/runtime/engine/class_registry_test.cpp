@@ -37,14 +37,14 @@ TEST(ClassRegistry, RegisterOfANewKeyReturnsTrueWithEitherFlag) {
 TEST(ClassRegistry, WithoutOverwriteTheFirstFactoryStaysAndTheResultIsFalse) {
   IntRegistry registry;
   registry.Register("a", makes(1), false);
-  EXPECT_FALSE(registry.Register("a", makes(2), false));
+  EXPECT_FALSE(registry.Register("a", makes(2), registry.kKeep));
   EXPECT_EQ(*registry.Create("a"), 1);
 }
 
 TEST(ClassRegistry, WithOverwriteTheFactoryIsReplaced) {
   IntRegistry registry;
   registry.Register("a", makes(1), false);
-  EXPECT_TRUE(registry.Register("a", makes(2), true));
+  EXPECT_TRUE(registry.Register("a", makes(2), registry.kReplace));
   EXPECT_EQ(*registry.Create("a"), 2);
   EXPECT_EQ(registry.Keys().size(), 1u);
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <new>
-#include <set>
 #include <vector>
 
 #include "qrt_core/runtime/tensor/align_up_pool.h"
@@ -78,14 +77,14 @@ TYPED_TEST_SUITE(PoolFailureTest, Pools);
 
 // Many blocks at once, then fewer, then all again: `attempt` makes and frees them, and may throw.
 template <typename Pool>
-void use(Pool& pool, std::set<void*>& held) {
+void use(Pool& pool, std::vector<void*>& held) {
   const auto take = [&](uint64_t size) {
     void* address = pool.Allocate(size);
     if (address == nullptr) {
       pool.Free(nullptr);
       throw std::bad_alloc();
     }
-    held.insert(address);
+    held.push_back(address);
   };
   const auto give_all = [&] {
     for (void* address : held) pool.Free(address);
@@ -104,7 +103,8 @@ void use(Pool& pool, std::set<void*>& held) {
 }
 
 TYPED_TEST(PoolFailureTest, OperatorNewThatFailsAtTheNthCallLeavesItWhole) {
-  std::set<void*> held;
+  std::vector<void*> held;
+  held.reserve(100);
   uint64_t call = 1;
   for (bool failed = true; failed; ++call) {
     TypeParam pool;
@@ -127,7 +127,8 @@ TYPED_TEST(PoolFailureTest, OperatorNewThatFailsAtTheNthCallLeavesItWhole) {
 
 TEST(AlignUpPool, SystemThatRefusesTheNthBlockLeavesItWhole) {
   QRT_SKIP_WHERE_NOTHING_IS_REFUSED();
-  std::set<void*> held;
+  std::vector<void*> held;
+  held.reserve(100);
   uint64_t call = 1;
   for (bool failed = true; failed; ++call) {
     AlignUpPool pool;

@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "qrt_core/qrt_core.h"
+#include "tests/support/kernels.h"
+#include "tests/support/log_capture.h"
 
 namespace marlo::runtime {
 namespace {
@@ -63,6 +65,35 @@ TEST_F(TensorTest, Locate1DUsesNoStride) {
 TEST_F(TensorTest, Locate2DOnThreeDimsAddsTheSecondIndexWithoutAStride) {
   const auto tensor = make({3, 4, 5}, DataType::FLOAT32, LayoutType::CHW);
   EXPECT_EQ(offset_of(*tensor, tensor->Locate2D(1, 5)), 4 * (tensor->strides[0] + 5));
+}
+
+TEST_F(TensorTest, LocateWithIndicesOfMissingDimsIsRefused) {
+  const test::LogCapture log;
+  const auto none = make({});
+  const auto line = make({7});
+  EXPECT_EQ(offset_of(*none, none->Locate1D(0)), 0);
+  EXPECT_EQ(offset_of(*line, line->Locate2D(2, 3)), 20);
+  EXPECT_EQ(test::failure_of([&] { none->Locate2D(0, 0); }),
+            "[QRT]: indices of 1 dims don't go with a tensor of 0\n");
+  EXPECT_THROW(line->Locate3D(0, 0, 0), std::runtime_error);
+  EXPECT_THROW(line->Locate4D(0, 0, 0, 0), std::runtime_error);
+  EXPECT_THROW(line->Locate5D(0, 0, 0, 0, 0), std::runtime_error);
+  EXPECT_THROW(line->Locate6D(0, 0, 0, 0, 0, 0), std::runtime_error);
+  EXPECT_THROW(line->Locate7D(0, 0, 0, 0, 0, 0, 0), std::runtime_error);
+  EXPECT_THROW(line->Locate({0, 0}), std::runtime_error);
+  EXPECT_EQ(offset_of(*line, line->Locate({})), 0);
+}
+
+TEST_F(TensorTest, CopiesOfATensorWithoutABufferAreRefused) {
+  const test::LogCapture log;
+  const auto tensor = device().CreateTensorExternal(
+      TensorShape({2, 3}, DataType::FLOAT32, LayoutType::FLEXIABLE), nullptr);
+  EXPECT_EQ(test::failure_of([&] { tensor->Reshape({-1}); }),
+            "[QRT]: a tensor without a buffer can't be copied\n");
+  EXPECT_EQ(test::failure_of([&] {
+              tensor->Permute({1, 0});
+            }),
+            "[QRT]: Input shared pointer is null.\n");
 }
 
 TEST_F(TensorTest, LocateNDAddressesEachElementOfNDims) {
