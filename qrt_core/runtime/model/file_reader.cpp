@@ -56,11 +56,14 @@ FILEReader::~FILEReader() {
   if (!borrowed_) std::fclose(stream_);
 }
 
-bool FILEReader::fits(uint64_t count, uint64_t bytes) const {
-  if (size_ < 0) return true;
+uint64_t FILEReader::BytesLeft() const {
+  if (size_ < 0) return 0;
   const int64_t position = ftello(stream_);
-  const int64_t left = position < 0 ? 0 : std::max<int64_t>(size_ - position, 0);
-  return count <= static_cast<uint64_t>(left) / bytes;
+  return position < 0 ? 0 : static_cast<uint64_t>(std::max<int64_t>(size_ - position, 0));
+}
+
+bool FILEReader::fits(uint64_t count, uint64_t bytes) const {
+  return size_ < 0 || count <= BytesLeft() / bytes;
 }
 
 template <typename T>

@@ -28,6 +28,9 @@ class QRT_API FILEReader final : public Visitor {
   template <typename T>
   void Require(uint64_t count, uint64_t bytes) const;
 
+  /// Bytes behind what has been read; 0 for a stream whose size isn't known.
+  uint64_t BytesLeft() const;
+
   /// Reads `count` halves that stand back to back, without a count of their own. Weights are most
   /// of a model, and one call per number would be most of the time to load it.
   void ReadHalves(half_float::half* values, uint64_t count);
@@ -52,6 +55,7 @@ class QRT_API FILEWriter final : public Visitor {
  public:
   /// @param stream open for writing, not owned
   /// @param write_header whether the protocol version is written at once
+  /// @throws std::runtime_error for a null stream
   FILEWriter(std::FILE* stream, bool write_header);
   ~FILEWriter() override;
 

@@ -20,6 +20,7 @@ void fail_to_write(std::FILE* stream) {
 }  // namespace
 
 FILEWriter::FILEWriter(std::FILE* stream, bool write_header) : stream_(stream) {
+  Assert(stream != nullptr, "cant construct FILEWriter object using a NULL ptr.");
   if (write_header) write(_serialization_protocol_version);
 }
 

@@ -1,11 +1,13 @@
 #include "qrt_core/runtime/model/inference_config.h"
 
 #include <cstdlib>
+#include <typeinfo>
 
 #include "qrt_core/runtime/model/json_document.h"
 #include "qrt_core/runtime/model/json_visitor.h"
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/object_table.h"
+#include "qrt_core/runtime/model/write_check_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -20,7 +22,16 @@ void KernelCfg::VisitAttr(std::shared_ptr<Visitor> visitor) {
   QRT_VISIT(visitor, kernel_type);
   QRT_VISIT(visitor, infer_param_type);
   if (infer_param == nullptr) infer_param = CreateInferenceParam(infer_param_type.c_str());
-  if (infer_param != nullptr) visitor->Visit(infer_param.get(), "infer_param");
+  if (infer_param == nullptr) return;
+  if (const auto check = std::dynamic_pointer_cast<WriteCheck>(visitor)) {
+    const auto read = CreateInferenceParam(infer_param_type.c_str());
+    if (read == nullptr || typeid(*read) != typeid(*infer_param)) {
+      check->Refuse(
+          "its parameter is of class %s, which \"infer_param_type\" (\"%s\") does not name",
+          infer_param->GetClassTypeNameWithNamespace().c_str(), infer_param_type.c_str());
+    }
+  }
+  visitor->Visit(infer_param.get(), "infer_param");
 }
 
 KernelCfgArr::KernelCfgArr() { serializable_type = "KernelCfgArr"; }
@@ -39,9 +50,9 @@ LayerCfg::LayerCfg()
 
 void LayerCfg::VisitAttr(std::shared_ptr<Visitor> visitor) {
   QRT_VISIT(visitor, summary);
-  visitor->Visit(input_converters.get(), "input_converters");
-  visitor->Visit(kernel.get(), "kernel");
-  visitor->Visit(output_converters.get(), "output_converters");
+  VisitHeld(*visitor, input_converters, "input_converters");
+  VisitHeld(*visitor, kernel, "kernel");
+  VisitHeld(*visitor, output_converters, "output_converters");
 }
 
 QRModelCfg::QRModelCfg() { serializable_type = "QRModelCfg"; }
@@ -66,15 +77,15 @@ QRModelMultiBackendCfgs::QRModelMultiBackendCfgs()
 
 // The order is that of the files: "cpu_armv82" came later and stands last.
 void QRModelMultiBackendCfgs::VisitAttr(std::shared_ptr<Visitor> visitor) {
-  visitor->Visit(cpu_sse.get(), "cpu_sse");
-  visitor->Visit(cpu_avx.get(), "cpu_avx");
-  visitor->Visit(cpu_armv7.get(), "cpu_armv7");
-  visitor->Visit(cpu_armv8.get(), "cpu_armv8");
-  visitor->Visit(gpu_opengl.get(), "gpu_opengl");
-  visitor->Visit(gpu_metal.get(), "gpu_metal");
-  visitor->Visit(gpu_cuda.get(), "gpu_cuda");
+  VisitHeld(*visitor, cpu_sse, "cpu_sse");
+  VisitHeld(*visitor, cpu_avx, "cpu_avx");
+  VisitHeld(*visitor, cpu_armv7, "cpu_armv7");
+  VisitHeld(*visitor, cpu_armv8, "cpu_armv8");
+  VisitHeld(*visitor, gpu_opengl, "gpu_opengl");
+  VisitHeld(*visitor, gpu_metal, "gpu_metal");
+  VisitHeld(*visitor, gpu_cuda, "gpu_cuda");
   if (visitor->_serialization_protocol_version < 20008) return;
-  visitor->Visit(cpu_armv82.get(), "cpu_armv82");
+  VisitHeld(*visitor, cpu_armv82, "cpu_armv82");
 }
 
 QRModelMultiBackendCfgsArr::QRModelMultiBackendCfgsArr() {
@@ -116,7 +127,7 @@ std::map<int, std::shared_ptr<KernelInferenceConfig>> read_converters(
     json::Value& entry, const char* key, InferenceParamRegistry& registry) {
   std::map<int, std::shared_ptr<KernelInferenceConfig>> converters;
   const auto found = entry.FindMember(key);
-  if (found == entry.MemberEnd()) return converters;
+  if (found == entry.MemberEnd() || found->value.IsNull()) return converters;
   Assert(found->value.IsObject(), "\"%s\" of a layer's configuration: expected an object, found %s",
          key, json::kind_of(found->value));
   for (auto& member : found->value.GetObject()) {
@@ -134,7 +145,7 @@ std::shared_ptr<InferenceConfig> CreateConfigFromJSON(const std::string& json,
   Assert(document.IsObject(), "the configuration text is not a JSON object");
   auto config = std::make_shared<InferenceConfig>();
   const auto list = document.FindMember("config");
-  if (list == document.MemberEnd()) return config;
+  if (list == document.MemberEnd() || list->value.IsNull()) return config;
   Assert(list->value.IsArray(), "\"config\": expected an array, found %s",
          json::kind_of(list->value));
 

@@ -15,7 +15,8 @@ namespace marlo::runtime {
 
 using InferenceParamRegistry = ClassRegistry<std::shared_ptr<InferenceParam>>;
 
-// None of the classes of this file carries "serializable_type".
+// None of the classes of this file carries "serializable_type". Copies share the objects that are
+// held by pointer.
 
 /// Which kernel runs, and with which extra parameters.
 class QRT_API KernelCfg : public Serializable {
@@ -130,6 +131,8 @@ struct InferenceConfig {
 ///   {"kernel": {"kernel_type": "ReLU_SSE_Float_M1", "infer_param_type": ""}}
 /// ]}
 /// @endcode
+///
+/// A null counts as absent, as in model files.
 ///
 /// @return an empty configuration for an object without "config"
 /// @throws std::runtime_error for a text that isn't such an object

@@ -142,6 +142,7 @@ constexpr Entry kEntries[] = {
 }  // namespace
 
 std::shared_ptr<InferenceParam> CreateInferenceParam(const char* name) {
+  if (name == nullptr) return nullptr;
   for (const Entry& entry : kEntries) {
     if (std::strcmp(entry.name, name) == 0) return entry.make();
   }

@@ -142,7 +142,7 @@ QRT_NAMED_PARAM(InferenceParamConcatenateMetalCompute, InferenceParamMetalComput
 
 #undef QRT_NAMED_PARAM
 
-/// A default parameter object of the named class, or null for an unknown name.
+/// A default parameter object of the named class, or null for an unknown name or none.
 QRT_API std::shared_ptr<InferenceParam> CreateInferenceParam(const char* name);
 
 }  // namespace marlo::runtime

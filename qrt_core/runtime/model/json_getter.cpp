@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <string_view>
@@ -20,9 +22,21 @@ constexpr char kVersionKey[] = "serialization_protocol_version";
 // Objects of no more members are searched one by one.
 constexpr uint32_t kScannedMembers = 32;
 
-// The integer in a number's own representation, before it is cut to an attribute's width.
+// Whether a number is whole, however it is written: 3, 3.0 and 3e0 are one number.
+bool is_integer(const JSONValue& value) {
+  if (value.IsInt64() || value.IsUint64()) return true;
+  if (!value.IsDouble()) return false;
+  const double number = value.GetDouble();
+  return number >= -0x1p63 && number < 0x1p64 && number == std::trunc(number);
+}
+
+// The integer that a number is, before it is cut to an attribute's width.
 uint64_t integer_in(const JSONValue& value) {
-  return value.IsUint64() ? value.GetUint64() : static_cast<uint64_t>(value.GetInt64());
+  if (value.IsUint64()) return value.GetUint64();
+  if (value.IsInt64()) return static_cast<uint64_t>(value.GetInt64());
+  const double number = value.GetDouble();
+  return number < 0 ? static_cast<uint64_t>(static_cast<int64_t>(number))
+                    : static_cast<uint64_t>(number);
 }
 
 }  // namespace
@@ -129,7 +143,7 @@ template <typename T>
 T JSONNodeGetter::number_in(const JSONValue& value, const char* key) const {
   if (value.IsNull()) return T();
   if constexpr (std::is_integral_v<T>) {
-    if (!value.IsInt64() && !value.IsUint64()) refuse(value, key, "an integer");
+    if (!is_integer(value)) refuse(value, key, "an integer");
     return static_cast<T>(integer_in(value));
   } else {
     if (!value.IsNumber()) refuse(value, key, "a number");
@@ -196,10 +210,16 @@ void JSONNodeGetter::Visit(std::string* value, const char* key) {
   *value = text_in(*found, key);
 }
 
-// A char attribute is a text without a terminator: the caller's storage has room for it.
+// A char attribute begins a text with a terminator, as writers take it, and what is read is laid
+// over its beginning: no file can write beyond the text that stands there, or the one char.
 void JSONNodeGetter::Visit(char* value, const char* key) {
   std::string text;
   Visit(&text, key);
+  const size_t room = std::max<size_t>(std::strlen(value), 1);
+  if (text.size() > room) {
+    Assert(false, "\"%s\" in %s: a text of %zu characters, and room for %zu", key, path().c_str(),
+           text.size(), room);
+  }
   std::memcpy(value, text.data(), text.size());
 }
 

@@ -14,49 +14,51 @@ namespace {
 struct Entry {
   uint16_t code;
   std::shared_ptr<LayerInfo> (*make)();
+  bool (*is_made_of)(const LayerInfo& layer);
 };
 
 template <typename Info>
-std::shared_ptr<LayerInfo> make() {
-  return std::make_shared<Info>();
+constexpr Entry entry(uint16_t code) {
+  return {code, []() -> std::shared_ptr<LayerInfo> { return std::make_shared<Info>(); },
+          [](const LayerInfo& layer) { return dynamic_cast<const Info*>(&layer) != nullptr; }};
 }
 
 constexpr Entry kEntries[] = {
-    {kInputLayerType, make<InputInfo>},
-    {1, make<ActivationInfo>},
-    {2, make<Conv2dInfo>},
-    {3, make<ConvTranspose2dInfo>},
-    {6, make<AvgPool2dInfo>},
-    {7, make<MaxPool2dInfo>},
-    {8, make<InstanceNorm2dInfo>},
-    {9, make<BatchNorm2dInfo>},
-    {10, make<Upsample2dInfo>},
-    {11, make<ElementWiseOperatorInfo>},
-    {12, make<ConcatenateInfo>},
-    {13, make<TensorReshapeInfo>},
-    {14, make<TensorTransposeInfo>},
-    {15, make<TensorSqueezeInfo>},
-    {16, make<TensorUnSqueezeInfo>},
-    {17, make<FullConnectionInfo>},
-    {21, make<PixelShuffleInfo>},
-    {22, make<TensorGetItemInfo>},
-    {26, make<AdaptiveAvgPool2dInfo>},
-    {29, make<BroadcastOperatorInfo>},
-    {30, make<BatchNorm1dInfo>},
-    {31, make<ClipInfo>},
-    {32, make<SoftmaxInfo>},
-    {33, make<RNNCellInfo>},
-    {34, make<RNNInfo>},
-    {35, make<LSTMCellInfo>},
-    {36, make<LSTMInfo>},
-    {37, make<GRUCellInfo>},
-    {38, make<GRUInfo>},
-    {40, make<Conv1dInfo>},
-    {41, make<TensorExpandInfo>},
-    {44, make<GridSampleInfo>},
-    {45, make<TensorArithmeticInfo>},
-    {46, make<TensorSliceInfo>},
-    {252, make<LayerPlaceholderInfo>},
+    entry<InputInfo>(kInputLayerType),
+    entry<ActivationInfo>(1),
+    entry<Conv2dInfo>(2),
+    entry<ConvTranspose2dInfo>(3),
+    entry<AvgPool2dInfo>(6),
+    entry<MaxPool2dInfo>(7),
+    entry<InstanceNorm2dInfo>(8),
+    entry<BatchNorm2dInfo>(9),
+    entry<Upsample2dInfo>(10),
+    entry<ElementWiseOperatorInfo>(11),
+    entry<ConcatenateInfo>(12),
+    entry<TensorReshapeInfo>(13),
+    entry<TensorTransposeInfo>(14),
+    entry<TensorSqueezeInfo>(15),
+    entry<TensorUnSqueezeInfo>(16),
+    entry<FullConnectionInfo>(17),
+    entry<PixelShuffleInfo>(21),
+    entry<TensorGetItemInfo>(22),
+    entry<AdaptiveAvgPool2dInfo>(26),
+    entry<BroadcastOperatorInfo>(29),
+    entry<BatchNorm1dInfo>(30),
+    entry<ClipInfo>(31),
+    entry<SoftmaxInfo>(32),
+    entry<RNNCellInfo>(33),
+    entry<RNNInfo>(34),
+    entry<LSTMCellInfo>(35),
+    entry<LSTMInfo>(36),
+    entry<GRUCellInfo>(37),
+    entry<GRUInfo>(38),
+    entry<Conv1dInfo>(40),
+    entry<TensorExpandInfo>(41),
+    entry<GridSampleInfo>(44),
+    entry<TensorArithmeticInfo>(45),
+    entry<TensorSliceInfo>(46),
+    entry<LayerPlaceholderInfo>(252),
 };
 
 struct Name {
@@ -101,11 +103,18 @@ constexpr std::array<const char*, 3> kSamplingWords = {"Nearest", "Bilinear", "B
 }  // namespace
 
 std::shared_ptr<LayerInfo> MakeLayerInfo(uint16_t code) {
-  for (const Entry& entry : kEntries) {
-    if (entry.code == code) return entry.make();
+  for (const Entry& known : kEntries) {
+    if (known.code == code) return known.make();
   }
   Assert(false, "Unsupported Layer Type [%u].", code);
   return nullptr;
+}
+
+bool IsLayerOfType(const LayerInfo& layer, uint16_t code) {
+  for (const Entry& known : kEntries) {
+    if (known.code == code) return known.is_made_of(layer);
+  }
+  return false;
 }
 
 const char* LayerTypeName(uint16_t code) {

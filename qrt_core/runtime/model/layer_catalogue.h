@@ -15,6 +15,9 @@ constexpr uint16_t kInputLayerType = 0;
 /// @throws std::runtime_error for a code without a class
 QRT_API std::shared_ptr<LayerInfo> MakeLayerInfo(uint16_t code);
 
+/// Whether a description is of the class for a layer type code, or of one derived from that.
+QRT_API bool IsLayerOfType(const LayerInfo& layer, uint16_t code);
+
 /// The printed name of a layer type code, "UnKnown" for a code without one.
 ///
 /// Narrower than the catalogue of classes: later codes were never named.

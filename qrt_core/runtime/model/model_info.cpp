@@ -5,6 +5,7 @@
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/runtime/model/object_table.h"
+#include "qrt_core/runtime/model/write_check_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -56,6 +57,7 @@ void QRModelInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
   QRT_VISIT(visitor, squential_types);
   Assert(squential_ids.size() == squential_types.size(), "Length of layer id and type mismatch.");
 
+  const auto check = std::dynamic_pointer_cast<WriteCheck>(visitor);
   for (size_t i = 0; i < squential_ids.size(); ++i) {
     const std::string& id = squential_ids[i];
     const uint16_t code = squential_types[i];
@@ -64,7 +66,14 @@ void QRModelInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
       layers.emplace(id, MakeLayerInfo(code));
     }
     const std::shared_ptr<LayerInfo> layer = layers[id];
-    visitor->Visit(layer.get(), id.c_str());
+    if (check != nullptr && layer != nullptr && !IsLayerOfType(*layer, code)) {
+      check->Refuse(
+          "layer \"%s\" is of class %s, which its code %u in \"squential_types\" does not stand "
+          "for",
+          id.c_str(), layer->GetClassTypeNameWithNamespace().c_str(), code);
+      continue;
+    }
+    VisitHeld(*visitor, layer, id.c_str());
     if (layer->type != code) {
       utility::Log(utility::LOG_WARNING,
                    "This QRModelInfo may be a old vesion file, please verify it.");
@@ -82,7 +91,10 @@ std::vector<std::string> QRModelInfo::GetInputIDs() {
 }
 
 std::vector<std::string> QRModelInfo::GetOutputIDs() {
-  for (const auto& [id, layer] : layers) layer->read_count = 0;
+  for (const auto& [id, layer] : layers) {
+    Assert(layer != nullptr, "layer \"%s\" is a null pointer", id.c_str());
+    layer->read_count = 0;
+  }
   for (const auto& [id, layer] : layers) {
     for (const std::string& source : layer->input_ids) {
       const auto found = layers.find(source);
@@ -118,8 +130,8 @@ void QRTModel::VisitAttr(std::shared_ptr<Visitor> visitor) {
   QRT_VISIT(visitor, core_minor_ver);
   QRT_VISIT(visitor, sdk_major_ver);
   QRT_VISIT(visitor, sdk_minor_ver);
-  visitor->Visit(model_arr.get(), "model_arr");
-  visitor->Visit(config_arr.get(), "config_arr");
+  VisitHeld(*visitor, model_arr, "model_arr");
+  VisitHeld(*visitor, config_arr, "config_arr");
 }
 
 }  // namespace marlo::runtime

@@ -44,7 +44,7 @@ class QRT_API NetExtraInfo : public Serializable {
   std::string summary;        ///< free text; since version 20004
 };
 
-/// One network: its header and its layers in execution order.
+/// One network: its header and its layers in execution order. Copies share the layers.
 class QRT_API QRModelInfo : public Serializable {
  public:
   QRModelInfo();
@@ -55,15 +55,18 @@ class QRT_API QRModelInfo : public Serializable {
 
   /// Ids of the layers that no other layer reads, in the order of the table. Counts the readers of
   /// every layer into `read_count`.
-  /// @throws std::runtime_error for a layer that reads one that isn't in the table
+  /// @throws std::runtime_error for a layer that reads one that isn't in the table, or for a null
+  ///   pointer in it
   std::vector<std::string> GetOutputIDs();
 
   /// Takes the place of what the object held with a network from a file of the earlier generation.
   /// Layers are named "layer-12"; one with an activation of its own becomes two, "layer-12!" and
   /// "layer-12". Transposed convolutions keep the weights and paddings of those files, which are
-  /// those that the SSE and AVX kernels read.
-  /// @throws std::runtime_error for a file that can't be read whole, and for layers that have no
-  ///   counterpart; the object is then as before
+  /// those that the SSE and AVX kernels read. A layer without a bias gets an empty one, although
+  /// these files hold one for every layer.
+  /// @throws std::runtime_error for a file that can't be read whole, one with more than 1000
+  ///   unknown records, an id twice, an input that is no id or no numbers where there must be some,
+  ///   and for layers that have no counterpart; the object is then as before
   void LoadFromQRModel1(const char* path);
 
   std::vector<std::string> squential_output_ids;  ///< layers whose results the network returns
@@ -73,7 +76,7 @@ class QRT_API QRModelInfo : public Serializable {
   std::unordered_map<std::string, std::shared_ptr<LayerInfo>> layers;  ///< by id
 };
 
-/// The networks of a model file.
+/// The networks of a model file. Copies share them.
 class QRT_API QRModelInfoArr : public Serializable {
  public:
   QRModelInfoArr();
@@ -85,7 +88,8 @@ class QRT_API QRModelInfoArr : public Serializable {
 
 class QRModelMultiBackendCfgsArr;
 
-/// A model file: networks, and how to run them.
+/// A model file: networks, and how to run them. Copies share both, so that reading into a copy
+/// changes the original; one that was moved from has neither, and can only be assigned to.
 class QRT_API QRTModel : public Serializable {
  public:
   QRTModel();

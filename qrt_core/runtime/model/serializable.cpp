@@ -11,6 +11,7 @@
 #include "qrt_core/runtime/model/json_document.h"
 #include "qrt_core/runtime/model/json_visitor.h"
 #include "qrt_core/runtime/model/type_name.h"
+#include "qrt_core/runtime/model/write_check_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -24,6 +25,8 @@ using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 constexpr char kJsonType[] = "json";
 constexpr char kBinaryType[] = "bin";
+constexpr char kPath[] = "path";
+constexpr char kType[] = "type";
 
 // For the objects that an empty document stands for.
 constexpr uint64_t kSpareSteps = 1000;
@@ -46,6 +49,14 @@ void read_json_text(Serializable& object, const std::string& text) {
   object.VisitAttr(getter);
 }
 
+void log_not_opened(const char* path) {
+  Log(utility::LOG_ERROR, "Failed to open model file, file path: %s.", path);
+}
+
+void log_not_written(const char* path) {
+  Log(utility::LOG_ERROR, "Failed to write model file, file path: %s.", path);
+}
+
 bool write_json_file(Serializable& object, const char* path) {
   json::Document document(rapidjson::kObjectType);
   object.VisitAttr(std::make_shared<JSONNodeSetter>(document, document.GetAllocator(), true));
@@ -58,32 +69,60 @@ bool write_json_file(Serializable& object, const char* path) {
     return false;
   }
   std::ofstream stream(path, std::ios::binary);
+  if (!stream.is_open()) {
+    log_not_opened(path);
+    return true;  // the documented result; only the log tells
+  }
   stream.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
+  stream.close();
+  if (stream.fail()) {
+    log_not_written(path);
+    return false;
+  }
   return true;
 }
 
 bool read_binary_file(Serializable& object, const char* path) {
   const File file = open_file(path, "rb");
   if (file == nullptr) {
-    Log(utility::LOG_ERROR, "Failed to open model file, file path: %s.", path);
+    log_not_opened(path);
     return false;
   }
-  object.VisitAttr(std::make_shared<FILEReader>(file.get(), 0));
+  const auto reader = std::make_shared<FILEReader>(file.get(), 0);
+  object.VisitAttr(reader);
+  if (const uint64_t left = reader->BytesLeft(); left != 0) {
+    Log(utility::LOG_WARNING,
+        "%llu bytes follow the object, which may be another one than was written, file path: %s.",
+        static_cast<unsigned long long>(left), path);
+  }
   return true;
 }
 
 bool write_binary_file(Serializable& object, const char* path) {
   File file = open_file(path, "wb+");
   if (file == nullptr) {
-    Log(utility::LOG_ERROR, "Failed to open model file, file path: %s.", path);
+    log_not_opened(path);
     return false;
   }
   object.VisitAttr(std::make_shared<FILEWriter>(file.get(), true));
   if (std::fclose(file.release()) != 0) {
-    Log(utility::LOG_ERROR, "Failed to write model file, file path: %s.", path);
+    log_not_written(path);
     return false;
   }
   return true;
+}
+
+// What the walk of an object would throw for is thrown before the file is touched.
+bool can_be_read_again(Serializable& object, const char* path, bool as_json) {
+  const std::string fault = WriteFault(object, as_json);
+  if (fault.empty()) return true;
+  Log(utility::LOG_ERROR, "What is written could not be read again: %s, file path: %s.",
+      fault.c_str(), path);
+  return false;
+}
+
+void require(const char* text, const char* what) {
+  Assert(text != nullptr, "a null pointer was given for the %s", what);
 }
 
 bool refuse_type(const char* path) {
@@ -101,8 +140,14 @@ Serializable& Serializable::operator=(Serializable&&) noexcept = default;
 Serializable::~Serializable() = default;
 
 void Serializable::VisitAttr(std::shared_ptr<Visitor> visitor) {
-  serializable_type = GetClassTypeName();
+  const std::string name = GetClassTypeName();
+  serializable_type = name;
   visitor->Visit(&serializable_type, "serializable_type");
+  if (serializable_type == name || serializable_type.empty()) return;
+  // A binary file has no other mark that tells one object from another.
+  if (std::dynamic_pointer_cast<FILEReader>(visitor) == nullptr) return;
+  Log(utility::LOG_WARNING, "what is read as a %s calls itself \"%.64s\" in the file", name.c_str(),
+      serializable_type.c_str());
 }
 
 std::string Serializable::GetClassTypeName() {
@@ -115,6 +160,8 @@ std::string Serializable::GetClassTypeNameWithNamespace() {
 }
 
 bool Serializable::FromFile(const char* path, const char* type) {
+  require(path, kPath);
+  require(type, kType);
   if (std::strcmp(type, kJsonType) == 0) {
     read_json_text(*this, ReadJsonFile2StrStream(path).str());
     return true;
@@ -124,6 +171,7 @@ bool Serializable::FromFile(const char* path, const char* type) {
 }
 
 bool Serializable::FromFile(const char* path) {
+  require(path, kPath);
   const std::string name = path;
   if (has_suffix(name, ".json")) return FromFile(path, kJsonType);
   if (has_suffix(name, ".qrmod") || has_suffix(name, ".qrcfg") || has_suffix(name, ".qrmods") ||
@@ -135,17 +183,22 @@ bool Serializable::FromFile(const char* path) {
 }
 
 bool Serializable::FromJsonString(const char* text) {
+  require(text, "JSON text");
   read_json_text(*this, text);
   return true;
 }
 
 bool Serializable::ToFile(const char* path, const char* type) {
-  if (std::strcmp(type, kJsonType) == 0) return write_json_file(*this, path);
-  if (std::strcmp(type, kBinaryType) == 0) return write_binary_file(*this, path);
-  return refuse_type(path);
+  require(path, kPath);
+  require(type, kType);
+  const bool as_json = std::strcmp(type, kJsonType) == 0;
+  if (!as_json && std::strcmp(type, kBinaryType) != 0) return refuse_type(path);
+  if (!can_be_read_again(*this, path, as_json)) return false;
+  return as_json ? write_json_file(*this, path) : write_binary_file(*this, path);
 }
 
 std::stringstream ReadJsonFile2StrStream(const char* path) {
+  require(path, kPath);
   const File file = open_file(path, "rb");
   Assert(file != nullptr, "Error in opening the file [%s].", path);
   long size = -1;

@@ -14,6 +14,10 @@ namespace marlo::runtime {
 /// A derived class sets its members' defaults and `serializable_type` in its constructor and lists
 /// its attributes once in `VisitAttr`; reading and writing, as JSON and as binary, follow.
 ///
+/// Read into a new object. One that has been read into, or filled, keeps what the file doesn't say:
+/// JSON appends to its vectors of numbers, tables keep entries that aren't listed, and a parameter
+/// object that is there is read into, whatever class the file names.
+///
 /// This holds for every class derived from it: any number of threads may read the members of one
 /// object, and make networks of it, while none changes it. A walk, and with it reading and writing
 /// a file, changes it.
@@ -60,8 +64,12 @@ class QRT_API Serializable {
   /// @param type "json" or "bin"
   /// @return false, after an error line in the log, for another type or a binary file that can't be
   ///   opened
-  /// @throws std::runtime_error for a file that can't be read or doesn't hold this object; what was
-  ///   read up to the fault stays in the object
+  /// @throws std::runtime_error for a JSON file that can't be opened, for a file that can't be read
+  ///   or doesn't hold this object; what was read up to the fault stays in the object. A list of
+  ///   ids that makes a JSON document be read more than about twice per byte counts as such.
+  ///
+  /// A binary file that names another class, or goes on behind the object, is read with a warning
+  /// in the log.
   virtual bool FromFile(const char* path, const char* type);
 
   /// Reads the object from a file whose type follows from its suffix: .json is JSON; .qrmod,
@@ -78,7 +86,12 @@ class QRT_API Serializable {
   /// @param path the file; an existing one is replaced
   /// @param type "json" or "bin"
   /// @return false, after an error line in the log, for another type, a binary file that can't be
-  ///   created, or a value that JSON can't hold
+  ///   created, a file that can't be written whole, a value that JSON can't hold, or an object that
+  ///   couldn't be read again: a parameter whose class its type doesn't name, a layer whose class
+  ///   contradicts its type code, an id that JSON would mistake for an attribute. A refused object
+  ///   leaves the file as it was. For a JSON file that can't be created it is true, after an error
+  ///   line in the log.
+  /// @throws std::runtime_error for a part of the object that is a null pointer, and as `VisitAttr`
   virtual bool ToFile(const char* path, const char* type);
 
   /// The class's short name, or whatever name the object was read with.

@@ -49,6 +49,10 @@ class Serializable;
 /// A class lists its attributes once, in `Serializable::VisitAttr`; the visitor it is given decides
 /// on format and direction.
 ///
+/// A `char` is one byte in the binary form. In JSON it begins a text with a terminator, such as an
+/// array of chars that is filled: the text is written whole, and what is read is laid over its
+/// beginning without a terminator; a longer one than stands there is refused. Prefer std::string.
+///
 /// One walk belongs to one thread.
 class Visitor {
  public:

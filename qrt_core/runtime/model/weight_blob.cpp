@@ -7,6 +7,7 @@
 #include "qrt_core/runtime/model/file_visitor.h"
 #include "qrt_core/runtime/model/json_visitor.h"
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/runtime/model/write_check_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -62,9 +63,10 @@ void write_half_weight_list(FILEWriter& writer, const std::vector<WeightBlob>& b
   for (const WeightBlob& blob : blobs) write_half_weights(writer, blob);
 }
 
-bool is_json(const std::shared_ptr<Visitor>& visitor) {
+bool takes_text(const std::shared_ptr<Visitor>& visitor) {
   return std::dynamic_pointer_cast<JSONNodeGetter>(visitor) != nullptr ||
-         std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr;
+         std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr ||
+         std::dynamic_pointer_cast<WriteCheck>(visitor) != nullptr;
 }
 
 // Passes over all attributes but weights.
@@ -111,7 +113,7 @@ void VisitBlobs(const std::shared_ptr<Visitor>& visitor,
   } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
     for (const BlobAttribute& attribute : attributes) collector->collect(attribute);
   } else {
-    Assert(foreign == ForeignVisitor::visit_as_text || is_json(visitor), "Not Implemented.");
+    Assert(foreign == ForeignVisitor::visit_as_text || takes_text(visitor), "Not Implemented.");
     for (const auto& [blob, key] : attributes) visitor->Visit(blob, key);
   }
 }
@@ -125,7 +127,7 @@ void VisitBlobLists(const std::shared_ptr<Visitor>& visitor,
   } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
     for (const BlobListAttribute& attribute : attributes) collector->collect(attribute);
   } else {
-    Assert(is_json(visitor), "Not Implemented.");
+    Assert(takes_text(visitor), "Not Implemented.");
     for (const auto& [blobs, key] : attributes) visitor->Visit(blobs, key);
   }
 }

@@ -369,10 +369,12 @@ TEST(BinaryWriter, ThatCannotWriteNamesAValueOrTheCount) {
 TEST(BinaryWriter, AtAFullDiskDoesNotReportSuccess) {
   One<uint16_t> object(1);
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "there is no /dev/full";
-  const LogCapture log;
-  EXPECT_FALSE(object.ToFile("/dev/full", "bin"));
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_THAT(log.lines()[0], HasSubstr("/dev/full"));
+  for (const char* form : {"bin", "json"}) {
+    const LogCapture log;
+    EXPECT_FALSE(object.ToFile("/dev/full", form)) << form;
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0], "[QRT]: Failed to write model file, file path: /dev/full.\n");
+  }
 }
 
 TEST(BinaryWriter, WritesTheHeaderOnlyWhenAsked) {

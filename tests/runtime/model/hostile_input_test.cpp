@@ -199,9 +199,11 @@ TEST(HostileJson, LayersWithThousandsOfConvertersAreCheap) {
   const fuzz::Library& library = fuzz::Library::get();
   runtime::QRTModel tree;
   tree.FromJsonString(text.c_str());
+  std::shared_ptr<runtime::Context> context;
+  utility::create_context(context, 16);
   EXPECT_THAT(error_of([&] {
                 runtime::CreateNet(tree.model_arr->infos["n"], tree.config_arr->cfgs["n"]->cpu_sse,
-                                   library.kernels, nullptr);
+                                   library.kernels, context);
               }),
               ::testing::HasSubstr("the network has more than 65536 kernels"));
 }

@@ -123,6 +123,20 @@ TEST(JsonWrongKind, OfAnIntegerNamesKeyObjectExpectedAndFound) {
   EXPECT_THAT(refusal<int16_t>("\"\""), HasSubstr("expected an integer"));
 }
 
+TEST(JsonInteger, IsReadHoweverItIsWritten) {
+  EXPECT_EQ(read_value<uint16_t>(R"({"value":3.0})"), 3);
+  EXPECT_EQ(read_value<int8_t>(R"({"value":-1e2})"), -100);
+  EXPECT_EQ(read_value<uint64_t>(R"({"value":1e19})"), 10000000000000000000u);
+  EXPECT_EQ(read_value<int64_t>(R"({"value":-9e18})"), -9000000000000000000);
+  EXPECT_EQ(read_value<int32_t>(R"({"value":-0.0})"), 0);
+  EXPECT_EQ(read_value<uint8_t>(R"({"value":258.0})"), 2) << "cut to the width";
+  EXPECT_EQ(read_value<uint16_t>(R"({"value":-1.0})"), 0xFFFF) << "cut to the width";
+  EXPECT_THAT(read_value<std::vector<uint32_t>>(R"({"value":[1e0,2]})"), ElementsAre(1, 2));
+  for (const char* number : {"0.5", "-1.5", "2e19", "-1e19"}) {
+    EXPECT_THAT(refusal<int64_t>(number), HasSubstr("expected an integer")) << number;
+  }
+}
+
 TEST(JsonWrongKind, OfAFractionIsRefused) {
   EXPECT_THAT(refusal<float>("\"1\""), HasSubstr("expected a number, found a string"));
   EXPECT_THAT(refusal<double>("[1]"), HasSubstr("expected a number, found an array"));
@@ -287,6 +301,18 @@ TEST(JsonChar, IsReadWithoutATerminator) {
   Letters object;
   object.FromJsonString(R"({"letters":"xy"})");
   EXPECT_STREQ(object.letters, "xy-----");
+}
+
+TEST(JsonChar, IsNotReadBeyondTheTextThatStandsThere) {
+  Letters object;
+  object.FromJsonString(R"({"letters":"1234567"})");
+  EXPECT_STREQ(object.letters, "1234567");
+  EXPECT_THAT(error_of([&] { object.FromJsonString(R"({"letters":"12345678"})"); }),
+              HasSubstr("\"letters\" in the document: a text of 8 characters, and room for 7"));
+  EXPECT_STREQ(object.letters, "1234567");
+  // One char without a text has room for itself.
+  EXPECT_EQ(read_value<char>(R"({"value":"x"})"), 'x');
+  EXPECT_THAT(refusal<char>("\"xy\""), HasSubstr("a text of 2 characters, and room for 1"));
 }
 
 TEST(JsonVector, OfNumbersIsAppendedTo) {

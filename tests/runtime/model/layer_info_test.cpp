@@ -252,5 +252,14 @@ TEST(LayerInfos, CopyWithAllTheyHold) {
   EXPECT_EQ(assigned.weight, "text");
 }
 
+TEST(IsLayerOfType, ComparesAClassWithACode) {
+  struct Own : runtime::Conv2dInfo {};
+  EXPECT_TRUE(runtime::IsLayerOfType(runtime::Conv2dInfo(), 2));
+  EXPECT_TRUE(runtime::IsLayerOfType(Own(), 2));
+  EXPECT_FALSE(runtime::IsLayerOfType(runtime::Conv2dInfo(), 3));
+  EXPECT_FALSE(runtime::IsLayerOfType(runtime::LayerInfo(), 2));
+  EXPECT_FALSE(runtime::IsLayerOfType(runtime::Conv2dInfo(), 4)) << "a code without a class";
+}
+
 }  // namespace
 }  // namespace marlo::testing

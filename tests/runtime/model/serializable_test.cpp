@@ -1,5 +1,6 @@
 #include "qrt_core/runtime/model/serializable.h"
 
+#include "qrt_core/runtime/model/file_visitor.h"
 #include "tests/runtime/model/all_types.h"
 #include "tests/runtime/model/classes.h"
 #include "tests/runtime/model/file_helpers.h"
@@ -128,6 +129,54 @@ TEST_F(FromFile, IgnoresWhatFollowsTheLastAttributeOfABinaryFile) {
   EXPECT_TRUE(time_.FromFile(made("a", kTimeBinary + "more").c_str(), "bin"));
 }
 
+TEST_F(FromFile, WarnsOfWhatFollowsTheLastAttributeOfABinaryFile) {
+  const LogCapture log;
+  const std::string path = made("a", kTimeBinary + "more");
+  EXPECT_TRUE(time_.FromFile(path.c_str(), "bin"));
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0],
+            "[QRT] (Warnning): 4 bytes follow the object, which may be another one than was "
+            "written, file path: " +
+                path + ".");
+}
+
+TEST_F(FromFile, WarnsOfAnotherClassInABinaryFile) {
+  runtime::ClipInfo clip;
+  const std::string bytes = written(clip, "bin");
+  runtime::SoftmaxInfo softmax;
+  const LogCapture log;
+  EXPECT_TRUE(read_bytes(softmax, bytes));
+  ASSERT_EQ(log.lines().size(), 2u);
+  EXPECT_EQ(
+      log.lines()[0],
+      "[QRT] (Warnning): what is read as a SoftmaxInfo calls itself \"ClipInfo\" in the file");
+  EXPECT_THAT(log.lines()[1], HasSubstr("2 bytes follow the object"));
+}
+
+TEST_F(FromFile, SaysNothingOfTheRightClassOrOfNoName) {
+  const LogCapture log;
+  EXPECT_TRUE(read_bytes(time_, kTimeBinary));
+  EXPECT_TRUE(read_bytes(time_, binary_file(counted("") + std::string(24, '\0'))));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(NullArgument, IsNamed) {
+  runtime::TimeInfo time;
+  const char* const none = nullptr;
+  const std::string path = "[QRT]: a null pointer was given for the path\n";
+  const std::string type = "[QRT]: a null pointer was given for the type\n";
+  EXPECT_EQ(error_of([&] { time.FromFile(none); }), path);
+  EXPECT_EQ(error_of([&] { time.FromFile(none, "bin"); }), path);
+  EXPECT_EQ(error_of([&] { time.FromFile("p", none); }), type);
+  EXPECT_EQ(error_of([&] { time.ToFile(none, "bin"); }), path);
+  EXPECT_EQ(error_of([&] { time.ToFile("p", none); }), type);
+  EXPECT_EQ(error_of([&] { runtime::ReadJsonFile2StrStream(none); }), path);
+  EXPECT_EQ(error_of([&] { time.FromJsonString(none); }),
+            "[QRT]: a null pointer was given for the JSON text\n");
+  EXPECT_EQ(error_of([] { runtime::FILEWriter(nullptr, true); }),
+            "[QRT]: cant construct FILEWriter object using a NULL ptr.\n");
+}
+
 TEST(ToFile, WithAnUnknownTypeLogsAndReturnsFalse) {
   runtime::TimeInfo time;
   for (const char* const type : {"JSON", "Bin", "", "text"}) {
@@ -178,7 +227,12 @@ TEST(ToFile, OfJsonReadBackGivesEqualValues) {
 
 TEST(ToFile, ToAPathThatCannotBeOpenedIsUndetectedForJsonAndFalseForBinary) {
   runtime::TimeInfo time;
-  EXPECT_TRUE(time.ToFile("/nonexistent/folder/file", "json"));
+  {
+    const LogCapture log;
+    EXPECT_TRUE(time.ToFile("/nonexistent/folder/file", "json"));
+    ASSERT_EQ(log.lines().size(), 1u) << "only the log tells";
+    EXPECT_THAT(log.lines()[0], HasSubstr("Failed to open model file"));
+  }
   const LogCapture log;
   EXPECT_FALSE(time.ToFile("/nonexistent/folder/file", "bin"));
   ASSERT_EQ(log.lines().size(), 1u);
