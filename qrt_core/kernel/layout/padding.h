@@ -33,16 +33,16 @@ QRT_API void frame_planes(const float* from, size_t planes, size_t height, size_
 QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C4HW4_Float_SSE_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_SSE_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, float value, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
@@ -50,14 +50,14 @@ std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_C8HW8_Float_AVX_M2(
 /// @name Padding of planes with zeros
 /// As above with a value of 0.
 /// @{
-std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
     uint32_t bottom, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
 
 /// Padding of rows: [C, L] becomes [C, front + L + back].
 /// @return null unless `input` is a FLOAT32 tensor of layout CL in main memory
-std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
+QRT_API std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t front, uint32_t back, float value,
     std::shared_ptr<runtime::DeviceCPU> device);
 
