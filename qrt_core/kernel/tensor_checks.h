@@ -6,6 +6,12 @@
 
 namespace marlo::kernel {
 
+/// Whether a shape is that of floats in main memory.
+inline bool is_float_in_main_memory(const runtime::TensorShape& shape) {
+  return shape.data_type == runtime::DataType::FLOAT32 &&
+         shape.location == runtime::LocationType::MainMemory;
+}
+
 /// Whether a vector holds exactly one tensor, and that in main memory.
 inline bool is_one_in_main_memory(const runtime::IKernel::Tensors& tensors) {
   return tensors.size() == 1 && tensors[0] != nullptr &&

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/base64.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
@@ -20,6 +21,38 @@ float first_float(const std::string& text) {
   float number = 0.0f;
   std::memcpy(&number, bytes.data(), std::min(sizeof number, bytes.size()));
   return number;
+}
+
+// The codes of "activation_type" whose functions are known.
+constexpr uint16_t kRectifier = 2;
+constexpr uint16_t kLeaky = 4;
+constexpr uint16_t kTangent = 5;
+
+std::string in_words(uint16_t type) {
+  const std::string number = std::to_string(type);
+  switch (type) {
+    case kRectifier:
+      return number + ", the rectifier";
+    case kLeaky:
+      return number + ", the leaky rectifier";
+    case kTangent:
+      return number + ", tanh";
+    default:
+      return number;
+  }
+}
+
+// Of the function that a row computes; 0 for one without a known code.
+uint16_t type_of(const ActivationRow& row) {
+  if (row.scalar == activation::relu_scalar) return kRectifier;
+  if (row.scalar == activation::leaky_scalar) return kLeaky;
+  return row.scalar == activation::tanh_scalar ? kTangent : 0;
+}
+
+// 0 is what files say that don't know; a code without a known function may be any other function.
+bool contradict(uint16_t layer, uint16_t kernel) {
+  const bool is_known = layer == kRectifier || layer == kLeaky || layer == kTangent;
+  return layer != 0 && layer != kernel && (is_known || kernel != 0);
 }
 
 }  // namespace
@@ -44,6 +77,45 @@ bool Activation::Configure(const LayerInfo* info, const InferenceParam*, const C
     parameters_[1] = activation->activation_beta;
   }
   return true;
+}
+
+KernelFamily::Misfits Activation::refusals(const LayerInfo* info,
+                                           const InferenceParam* param) const {
+  const bool any_description = row_.check == ActivationCheck::nothing;
+  Expectations expected;
+  if (any_description && row_.parameters == ActivationParameters::none) {
+    expected.expect(info != nullptr || param != nullptr, "", "a description", class_of(info));
+    return std::move(expected).unmet();
+  }
+  const auto* layer = expected.describe<ActivationInfo>(info, any_description ? nullptr : param);
+  if (layer != nullptr && row_.parameters == ActivationParameters::slope) {
+    expected.expect(!layer->weight.empty(), "weight", "1 slope", "none");
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Activation::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.one_float(inputs);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Activation::differences(const LayerInfo& info, const Shapes&) const {
+  Expectations expected;
+  const auto* layer = expected.describe<ActivationInfo>(&info, nullptr);
+  if (layer == nullptr) return std::move(expected).unmet();
+  const uint16_t type = type_of(row_);
+  const std::string own =
+      type == 0 ? std::string("the code of what ") + row_.name + " computes" : in_words(type);
+  expected.expect(!contradict(layer->activation_type, type), "activation_type", own,
+                  in_words(layer->activation_type));
+  if (row_.parameters == ActivationParameters::slope) {
+    const uint64_t slopes =
+        std::max<uint64_t>(numbers_in(layer->weight), static_cast<uint16_t>(layer->num_parameters));
+    expected.expect(slopes <= 1, "num_parameters, weight", "1 slope, which all channels share",
+                    counted(slopes, "slope"));
+  }
+  return std::move(expected).unmet();
 }
 
 int Activation::CheckInputs(const Tensors& tensors) const {

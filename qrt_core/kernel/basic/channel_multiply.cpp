@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 
@@ -28,6 +29,16 @@ int ChannelMultiply::CheckConfig(const LayerInfo* info, const InferenceParam* pa
   const auto* operation = dynamic_cast<const BroadcastOperatorInfo*>(info);
   if (param != nullptr || operation == nullptr) return runtime::KERNEL_REFUSED;
   return operation->op_type == kMultiply ? runtime::KERNEL_OK : kOtherOperation;
+}
+
+KernelFamily::Misfits ChannelMultiply::differences(const LayerInfo& info, const Shapes&) const {
+  Expectations expected;
+  const auto* layer = expected.describe<BroadcastOperatorInfo>(&info, nullptr);
+  if (layer != nullptr) {
+    expected.expect(layer->op_type == kMultiply, "op_type", "2, a multiplication",
+                    std::to_string(layer->op_type));
+  }
+  return std::move(expected).unmet();
 }
 
 KernelFamily::Shapes ChannelMultiply::InferOutputShapes(const Shapes& shapes) const {

@@ -34,6 +34,7 @@ class ChannelMultiply : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   bool is_blocked(const std::shared_ptr<runtime::Tensor>& tensor) const;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
@@ -41,6 +42,42 @@ int Elementwise::CheckConfig(const LayerInfo* info, const InferenceParam* param)
   if (param != nullptr || operation == nullptr) return runtime::KERNEL_REFUSED;
   if (row_.word == nullptr) return runtime::KERNEL_OK;
   return config_verdict(std::strcmp(runtime::ElementWiseWord(operation->op_type), row_.word) == 0);
+}
+
+KernelFamily::Misfits Elementwise::refusals(const LayerInfo* info,
+                                            const InferenceParam* param) const {
+  constexpr uint16_t kWords = 4;
+  Expectations expected;
+  const auto* layer = expected.describe<ElementWiseOperatorInfo>(info, param);
+  if (layer == nullptr) return std::move(expected).unmet();
+  if (layer->op_type >= kWords) {
+    expected.expect(false, "op_type", "0 to 3", std::to_string(layer->op_type));
+  } else if (row_.word != nullptr) {
+    const std::string word = runtime::ElementWiseWord(layer->op_type);
+    expected.expect(word == row_.word, "op_type", row_.word,
+                    std::to_string(layer->op_type) + ", " + word);
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Elementwise::input_refusals(const Shapes& inputs) const {
+  const bool any_shapes = row_.inputs == ElementwiseInputs::any_shapes;
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  any_shapes ? "two FLOAT32 tensors in main memory"
+                             : "two FLOAT32 tensors of one shape in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Elementwise::differences(const LayerInfo&, const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.size() == 2) {
+    expected.expect(inputs[0] == inputs[1], "inputs",
+                    "two tensors of one shape: elements are combined in memory order",
+                    runtime::ShapesText(inputs));
+  }
+  return std::move(expected).unmet();
 }
 
 bool Elementwise::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

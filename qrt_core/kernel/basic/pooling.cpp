@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "qrt_core/kernel/layout/padding.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 
@@ -95,12 +96,67 @@ std::shared_ptr<TensorCPU> with_slack(const TensorCPU& planes, const PoolingTask
 }  // namespace
 
 int Pooling::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  PoolingParams params;
-  if (param != nullptr || !read_params(row_.kind, info, params)) return runtime::KERNEL_REFUSED;
-  const bool made_for =
-      row_.kernel == 0 || (params.kernel_x == row_.kernel && params.kernel_y == row_.kernel &&
-                           params.stride_x == row_.stride && params.stride_y == row_.stride);
-  return made_for ? runtime::KERNEL_OK : runtime::KERNEL_REFUSED;
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Pooling::refusals(const LayerInfo* info, const InferenceParam* param) const {
+  Expectations expected;
+  const bool described = row_.kind == PoolingKind::average
+                             ? expected.describe<AvgPool2dInfo>(info, param) != nullptr
+                             : expected.describe<MaxPool2dInfo>(info, param) != nullptr;
+  PoolingParams p;
+  if (described && row_.kernel != 0 && read_params(row_.kind, info, p)) {
+    expected.expect(p.kernel_y == row_.kernel && p.kernel_x == row_.kernel, "kernel_y, kernel_x",
+                    by(row_.kernel, row_.kernel), by(p.kernel_y, p.kernel_x));
+    expected.expect(p.stride_y == row_.stride && p.stride_x == row_.stride, "stride_y, stride_x",
+                    by(row_.stride, row_.stride), by(p.stride_y, p.stride_x));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Pooling::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.one_float_of(inputs, row_.layout);
+  return std::move(expected).unmet();
+}
+
+// What a kernel for one window doesn't look at, and what no window can do.
+KernelFamily::Misfits Pooling::differences(const LayerInfo& info, const Shapes& inputs) const {
+  Expectations expected;
+  PoolingParams p;
+  if (!read_params(row_.kind, &info, p)) return {};
+  const bool average = row_.kind == PoolingKind::average;
+  const bool padded = p.padding_l != 0 || p.padding_r != 0 || p.padding_t != 0 || p.padding_b != 0;
+  expected.expect(p.stride_y != 0 && p.stride_x != 0, "stride_y, stride_x", "above 0",
+                  by(p.stride_y, p.stride_x));
+  if (average) {
+    expected.expect(!p.ceil_mode, "ceil_mode", "false: the output size rounds down", "true");
+  } else {
+    expected.expect(p.dilation_y != 0 && p.dilation_x != 0, "dilation_y, dilation_x", "above 0",
+                    by(p.dilation_y, p.dilation_x));
+  }
+  if (row_.kernel == 0) return std::move(expected).unmet();
+  if (average) {
+    expected.expect(!padded || p.count_include_pad, "count_include_pad",
+                    "true: the divisor is the window's area, padding or not", "false");
+    return std::move(expected).unmet();
+  }
+  expected.expect(p.dilation_y <= 1 && p.dilation_x <= 1, "dilation_y, dilation_x", "1 x 1",
+                  by(p.dilation_y, p.dilation_x));
+  expected.expect(!padded, "padding_l, padding_r, padding_t, padding_b",
+                  "none: zeros are the margin, and the maximum where all numbers are below",
+                  std::to_string(p.padding_l) + ", " + std::to_string(p.padding_r) + ", " +
+                      std::to_string(p.padding_t) + ", " + std::to_string(p.padding_b));
+  if (p.ceil_mode && inputs.size() == 1 && inputs[0].dims.size() >= 3) {
+    const auto is_whole = [&](uint32_t size, int32_t before, int32_t after) {
+      return (padded_size(size, before, after) - row_.kernel) % row_.stride == 0;
+    };
+    expected.expect(is_whole(inputs[0].dims[1], p.padding_t, p.padding_b) &&
+                        is_whole(inputs[0].dims[2], p.padding_l, p.padding_r),
+                    "ceil_mode", "false: what stands behind the last row counts in its windows",
+                    "true");
+  }
+  return std::move(expected).unmet();
 }
 
 bool Pooling::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -52,6 +52,9 @@ class Pooling : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;

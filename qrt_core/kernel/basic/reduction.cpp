@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
@@ -102,6 +103,13 @@ int Reduction::CheckConfig(const LayerInfo* info, const InferenceParam* param) c
   if (param != nullptr || arithmetic == nullptr) return runtime::KERNEL_REFUSED;
   const std::vector<int16_t>& axes = arithmetic->dim;
   return config_verdict(!axes.empty() && std::count(axes.begin(), axes.end(), kLastAxis) <= 1);
+}
+
+// `Config` takes what the check refuses, as long as it is described at all.
+KernelFamily::Misfits Reduction::refusals(const LayerInfo* info, const InferenceParam*) const {
+  Expectations expected;
+  expected.describe<TensorArithmeticInfo>(info, nullptr);
+  return std::move(expected).unmet();
 }
 
 bool Reduction::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

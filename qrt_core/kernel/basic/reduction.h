@@ -35,6 +35,7 @@ class Reduction : public KernelFamily {
   /// @throws std::runtime_error for an INT16 tensor, which the checks accept, and for a list that
   ///   names an axis twice, one that isn't there, or one of size 0
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
 
  private:
   enum class Operation { none, sum, mean };

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/runtime/model/shape_info.h"
@@ -106,6 +107,44 @@ int Upsampling::CheckConfig(const LayerInfo* info, const InferenceParam* param) 
   return config_verdict(takes_mode(row_.modes, word) &&
                         takes_factor(row_.factors, upsample->scale_factor_y) &&
                         takes_factor(row_.factors, upsample->scale_factor_x));
+}
+
+KernelFamily::Misfits Upsampling::refusals(const LayerInfo* info,
+                                           const InferenceParam* param) const {
+  constexpr uint16_t kWords = 2;
+  Expectations expected;
+  const auto* layer = expected.describe<Upsample2dInfo>(info, param);
+  if (layer == nullptr) return std::move(expected).unmet();
+  const char* modes = row_.modes == UpsamplingModes::both      ? "0 or 1"
+                      : row_.modes == UpsamplingModes::nearest ? "0, nearest"
+                                                               : "1, bilinear";
+  const bool has_word = layer->unsample_type < kWords;
+  expected.expect(has_word && takes_mode(row_.modes, runtime::UpsampleWord(layer->unsample_type)),
+                  "unsample_type", modes, std::to_string(layer->unsample_type));
+  const bool from_one = row_.factors == UpsamplingFactors::at_least_one;
+  for (const auto& [key, factor] : {std::pair("scale_factor_y", layer->scale_factor_y),
+                                    std::pair("scale_factor_x", layer->scale_factor_x)}) {
+    expected.expect(takes_factor(row_.factors, factor), key, from_one ? "at least 1" : "at least 0",
+                    std::to_string(static_cast<float>(factor)));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Upsampling::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.one_float_of(inputs, row_.layout);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Upsampling::differences(const LayerInfo&, const Shapes& inputs) const {
+  Expectations expected;
+  if (!inputs.empty() && !inputs[0].dims.empty()) {
+    expected.expect(
+        inputs[0].dims[0] % row_.channel_multiple == 0, "input 0",
+        "channels in blocks of " + std::to_string(row_.channel_multiple) + ", or nothing comes out",
+        std::to_string(inputs[0].dims[0]));
+  }
+  return std::move(expected).unmet();
 }
 
 bool Upsampling::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/kernel/misfits_internal.h"
 
 namespace marlo::kernel {
 
@@ -93,6 +94,24 @@ KernelFamily::Shapes LayoutTransform::InferOutputShapes(const Shapes& shapes) co
 
 int LayoutTransform::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(all_are(tensors, row_.source, row_.source_multiple));
+}
+
+KernelFamily::Misfits LayoutTransform::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    const std::string member = "input " + std::to_string(i);
+    const TensorShape& shape = inputs[i];
+    expected.expect(
+        shape.data_type == runtime::DataType::FLOAT32 && shape.layout == row_.source.layout &&
+            shape.location == runtime::LocationType::MainMemory,
+        member, "FLOAT32 " + runtime::LayoutText(row_.source.layout) + " in main memory",
+        runtime::ShapeText(shape));
+    const uint32_t channels = shape.dims.empty() ? 0 : shape.dims[0] * row_.source.block;
+    expected.expect(!shape.dims.empty() && shape.dims[0] % row_.source_multiple == 0, member,
+                    "channels in multiples of " + std::to_string(row_.target.block),
+                    std::to_string(channels));
+  }
+  return std::move(expected).unmet();
 }
 
 int LayoutTransform::CheckOutputs(const Tensors& tensors) const {

@@ -53,6 +53,7 @@ class LayoutTransform : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits input_refusals(const Shapes& inputs) const;
 
  private:
   const LayoutTransformRow& row_;

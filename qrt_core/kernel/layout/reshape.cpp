@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
 namespace marlo::kernel {
@@ -40,6 +41,35 @@ KernelFamily::Shapes Reshape::InferOutputShapes(const Shapes& shapes) const {
   }
   shape.layout = row_.layout;
   return {std::move(shape)};
+}
+
+KernelFamily::Misfits Reshape::refusals(const LayerInfo* info, const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<TensorReshapeInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Reshape::differences(const LayerInfo& info, const Shapes& inputs) const {
+  Expectations expected;
+  const auto* layer = expected.describe<TensorReshapeInfo>(&info, nullptr);
+  if (layer == nullptr || layer->new_shape.empty()) return std::move(expected).unmet();
+  const int16_t batch = layer->new_shape[0];
+  const bool none = batch == 1 || (batch <= 0 && row_.batch == BatchEntry::any);
+  expected.expect(none, "new_shape", "1 as the first entry, a batch, which the output leaves out",
+                  std::to_string(batch));
+  uint64_t count = 1;
+  bool all_known = true;
+  for (size_t i = 1; i < layer->new_shape.size(); ++i) {
+    all_known = all_known && layer->new_shape[i] > 0;
+    if (layer->new_shape[i] > 0 && count <= UINT32_MAX) {
+      count *= static_cast<uint64_t>(layer->new_shape[i]);
+    }
+  }
+  if (none && all_known && inputs.size() == 1) {
+    expected.expect(count == runtime::ElementCount(inputs[0]), "new_shape",
+                    counted(runtime::ElementCount(inputs[0]), "element"), std::to_string(count));
+  }
+  return std::move(expected).unmet();
 }
 
 int Reshape::CheckInputs(const Tensors& tensors) const {

@@ -48,6 +48,8 @@ class Reshape : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   const ReshapeRow& row_;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
@@ -77,6 +78,13 @@ int Slice::CheckConfig(const LayerInfo* info, const InferenceParam* param) const
     }
   }
   return runtime::KERNEL_OK;
+}
+
+// `Config` takes what the check refuses, as long as it is described at all.
+KernelFamily::Misfits Slice::refusals(const LayerInfo* info, const InferenceParam*) const {
+  Expectations expected;
+  expected.describe<TensorSliceInfo>(info, nullptr);
+  return std::move(expected).unmet();
 }
 
 bool Slice::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "qrt_core/kernel/conv/weights.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/conv_info.h"
 
@@ -52,6 +53,69 @@ int FullConnection::CheckConfig(const LayerInfo* info, const InferenceParam* par
   return config_verdict(ins != 0 && outs != 0 && row_.accepts(ins, outs));
 }
 
+KernelFamily::Misfits FullConnection::refusals(const LayerInfo* info,
+                                               const InferenceParam* param) const {
+  Expectations expected;
+  const auto* layer = expected.describe<FullConnectionInfo>(info, param);
+  if (layer == nullptr) return std::move(expected).unmet();
+  const uint32_t ins = layer->in_features;
+  const uint32_t outs = layer->out_features;
+  const std::string found = std::to_string(ins) + " and " + std::to_string(outs);
+  const char* const members = "in_features, out_features";
+  expected.expect(ins != 0 && outs != 0, members, "above 0", found);
+  if (ins != 0 && outs != 0 && !row_.accepts(ins, outs)) {
+    const char* blocks = row_.block == 8   ? "multiples of 8"
+                         : row_.block == 4 ? "one multiple of 4 for both"
+                                           : "none: the kernel's method doesn't fit together";
+    expected.expect(false, members, blocks, found);
+  }
+  const uint64_t weights = uint64_t{ins} * outs;
+  const uint64_t found_weights = numbers_in(layer->weight);
+  expected.expect(found_weights >= weights, "weight", counted(weights, "number"),
+                  std::to_string(found_weights));
+  const uint64_t found_biases = numbers_in(layer->bias);
+  expected.expect(!layer->if_bias || found_biases >= outs, "bias", counted(outs, "number"),
+                  std::to_string(found_biases));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits FullConnection::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  const bool readable = row_.takes_any_layout ? expected.one_float(inputs)
+                                              : expected.one_float_of(inputs, row_.layout);
+  if (readable) {
+    expected.expect(false, "input 0",
+                    row_.is_batch ? "rows of " + counted(in_features_, "feature")
+                                  : counted(in_features_, "feature"),
+                    runtime::ShapeText(inputs[0]));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits FullConnection::differences(const LayerInfo& info,
+                                                  const Shapes& inputs) const {
+  Expectations expected;
+  const auto* layer = expected.describe<FullConnectionInfo>(&info, nullptr);
+  if (layer == nullptr) return std::move(expected).unmet();
+  const uint64_t weights = uint64_t{layer->in_features} * layer->out_features;
+  const uint64_t found = numbers_in(layer->weight);
+  expected.expect(found <= weights, "weight", counted(weights, "number"), std::to_string(found));
+  const uint64_t biases = numbers_in(layer->bias);
+  expected.expect(layer->if_bias || biases == 0, "if_bias", "true, as there is a bias", "false");
+  expected.expect(!layer->if_bias || biases <= layer->out_features, "bias",
+                  counted(layer->out_features, "number"), std::to_string(biases));
+  if (inputs.size() != 1 || inputs[0].dims.empty()) return std::move(expected).unmet();
+  if (row_.is_batch) {
+    expected.expect(inputs[0].dims[0] <= 1, "input 0", "1 row: no other is computed",
+                    std::to_string(inputs[0].dims[0]));
+  } else {
+    const uint32_t elements = runtime::ElementCount(inputs[0]);
+    expected.expect(elements <= layer->in_features, "input 0",
+                    counted(layer->in_features, "feature"), std::to_string(elements));
+  }
+  return std::move(expected).unmet();
+}
+
 bool FullConnection::Configure(const LayerInfo* info, const InferenceParam*,
                                const Context& context) {
   const auto& description = static_cast<const FullConnectionInfo&>(*info);
@@ -90,13 +154,15 @@ int FullConnection::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(passes(tensors, out_features_));
 }
 
-// The floats that the core reads. What would send it beyond them is refused here.
+// The floats that the core reads. What would send it beyond them is refused here, and nothing else:
+// the numbers count, whatever their dims and their layout are called. A batch has rows, though.
 const float* FullConnection::readable_input(const Tensors& inputs) const {
   const TensorCPU& input = float_input(row_.name, inputs);
   Assert(weight_ != nullptr, "%s: not configured", row_.name);
-  const bool passes_check =
-      passes(inputs, in_features_) && runtime::ElementCount(input.shape) >= in_features_;
-  Assert(passes_check, "%s: the input must be FLOAT32 in main memory, of %s%u features", row_.name,
+  const bool readable = is_float_in_main_memory(input.shape) &&
+                        runtime::ElementCount(input.shape) >= in_features_ &&
+                        (!row_.is_batch || passes(inputs, in_features_));
+  Assert(readable, "%s: the input must be FLOAT32 in main memory, of %s%u features", row_.name,
          row_.is_batch ? "rows of " : "", in_features_);
   return static_cast<const float*>(input.RawPointer());
 }

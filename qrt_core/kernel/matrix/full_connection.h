@@ -40,6 +40,9 @@ class FullConnection : public KernelFamily {
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   bool passes(const Tensors& tensors, uint32_t features) const;

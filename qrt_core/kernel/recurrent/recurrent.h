@@ -143,6 +143,8 @@ class RecurrentCell : public RecurrentLayer {
 
   /// Replaces what `outputs` holds. An exception leaves the state as it was.
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   const RecurrentCellRow& row_;
@@ -172,6 +174,8 @@ class RecurrentSequence : public RecurrentLayer {
 
   /// An exception leaves the state as it was.
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   using Cells = std::vector<RecurrentWeights>;

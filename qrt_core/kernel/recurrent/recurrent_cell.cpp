@@ -48,8 +48,10 @@ bool RecurrentCell::Configure(const LayerInfo* info, const InferenceParam*,
   h_ = nullptr;
   c_ = nullptr;
   start(*description.sizes, description.activation);
-  const bool has_bias = description.sizes->if_bias;
   const runtime::RecurrentCellWeights& weights = *description.weights;
+  // A bias that isn't there is none.
+  const bool has_bias =
+      description.sizes->if_bias && !weights.bias_ih.empty() && !weights.bias_hh.empty();
   const RecurrentWeights::Texts texts = {weights.weight_ih, weights.weight_hh,
                                          has_bias ? &weights.bias_ih : nullptr,
                                          has_bias ? &weights.bias_hh : nullptr};
@@ -81,8 +83,10 @@ int RecurrentCell::CheckOutputs(const Tensors& tensors) const {
 int RecurrentCell::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) {
   const TensorCPU& input = float_input(name_, inputs);
   require_configured();
-  const bool fits = is_vector(inputs, in_size_) && runtime::ElementCount(input.shape) >= in_size_;
-  Assert(fits, "%s: the input must be a FLOAT32 vector of layout C with %u elements", name_,
+  // A vector counts, whatever its dims and its layout are called.
+  const bool fits =
+      is_float_in_main_memory(input.shape) && runtime::ElementCount(input.shape) >= in_size_;
+  Assert(fits, "%s: the input must be a FLOAT32 vector of %u elements in main memory", name_,
          in_size_);
   runtime::DeviceCPU& device = pass.device();
   // A zero state is made here and not earlier: from the second pass on, the new state stands in

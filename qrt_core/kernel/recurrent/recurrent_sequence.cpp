@@ -29,13 +29,14 @@ struct DirectionTexts {
   const std::vector<runtime::WeightBlob>& bias_ih;
   const std::vector<runtime::WeightBlob>& bias_hh;
 
-  bool have(size_t layers, bool has_bias) const {
-    const size_t biases = has_bias ? layers : 0;
-    return weight_ih.size() >= layers && weight_hh.size() >= layers && bias_ih.size() >= biases &&
-           bias_hh.size() >= biases;
+  bool have(size_t layers) const {
+    return weight_ih.size() >= layers && weight_hh.size() >= layers;
   }
 
-  RecurrentWeights::Texts of(size_t layer, bool has_bias) const {
+  // A bias that isn't there is none.
+  RecurrentWeights::Texts of(size_t layer, bool if_bias) const {
+    const bool has_bias = if_bias && layer < bias_ih.size() && layer < bias_hh.size() &&
+                          !bias_ih[layer].empty() && !bias_hh[layer].empty();
     return {weight_ih[layer], weight_hh[layer], has_bias ? &bias_ih[layer] : nullptr,
             has_bias ? &bias_hh[layer] : nullptr};
   }
@@ -85,7 +86,7 @@ bool RecurrentSequence::decode_cells(const Weights& weights, bool has_bias,
   forward_.clear();
   reverse_.clear();
   for (uint32_t direction = 0; direction < directions(); ++direction) {
-    if (!texts[direction].have(count, has_bias)) return false;
+    if (!texts[direction].have(count)) return false;
     cells[direction]->resize(count);
     for (size_t layer = 0; layer < count; ++layer) {
       const uint32_t width = layer == 0 ? in_size_ : stacked_width;
@@ -129,7 +130,7 @@ const float* RecurrentSequence::readable_input(const Tensors& inputs) const {
   const TensorCPU& input = float_input(name_, inputs);
   require_configured();
   const bool fits =
-      passes(inputs, in_size_) &&
+      is_float_in_main_memory(input.shape) && !input.shape.dims.empty() &&
       runtime::ElementCount(input.shape) >= static_cast<uint64_t>(input.shape.dims[0]) * in_size_;
   Assert(fits, "%s: the input must be a FLOAT32 tensor [steps, %u] in main memory", name_,
          in_size_);

@@ -186,7 +186,7 @@ TEST_P(RecurrentSequences, RefuseListsThatAreShorterThanTheLayers) {
     }
     const Info one = describe();
     dynamic_cast<runtime::RecurrentSequenceWeights&>(*one).bias_hh_forward.pop_back();
-    EXPECT_FALSE(make_kernel(GetParam())->Config(one, nullptr, context_));
+    EXPECT_TRUE(make_kernel(GetParam())->Config(one, nullptr, context_)) << "it has no bias";
     one->if_bias = false;
     EXPECT_TRUE(make_kernel(GetParam())->Config(one, nullptr, context_));
   }
@@ -251,11 +251,13 @@ TEST_P(Recurrent, TakesOneFloatTensorOfItsWidth) {
   shape = good->shape;
   shape.location = static_cast<LocationType>(0x20001);
   expect_refused(shape);
-  for (const uint32_t width : {0u, 2u, 4u}) {
+  for (const uint32_t width : {0u, 2u}) {
     shape = good->shape;
     shape.dims.back() = width;
     expect_refused(shape);
   }
+  shape.dims.back() = 4;
+  EXPECT_EQ(kernel->CheckInputs({context_.device()->CreateTensor(shape, nullptr)}), -2);
   shape = good->shape;
   shape.dims.clear();
   expect_refused(shape);
@@ -280,11 +282,35 @@ TEST_P(Recurrent, ChecksOutputsByWidthAndLayout) {
   EXPECT_EQ(kernel->CheckOutputs({context_.device()->CreateTensor(shape, nullptr)}), -2);
 }
 
-TEST_P(RecurrentCells, TakeVectorsOfLayoutCOnly) {
+TEST_P(RecurrentCells, CheckForVectorsOfLayoutCAndRunWithAnyOther) {
   const auto kernel = configured();
-  const auto other = context_.floats({3}, LayoutType::FLEXIABLE, layer_.input);
-  EXPECT_EQ(kernel->CheckInputs({other}), -2);
-  EXPECT_NE(failure(*kernel, other).find("layout C with 3 elements"), std::string::npos);
+  const Floats expected = run(*kernel);
+  for (const auto& dims : {std::vector<uint32_t>{3}, {3, 1, 1}, {1, 3}}) {
+    kernel->ResetState();
+    const auto other = context_.floats(dims, LayoutType::FLEXIABLE, layer_.input);
+    EXPECT_EQ(kernel->CheckInputs({other}), -2);
+    IKernel::Tensors outputs;
+    EXPECT_EQ(kernel->Forward({other}, outputs, context_), 0);
+    EXPECT_TRUE(same_bits(values_of(*outputs.at(0)), expected));
+  }
+  const auto small = context_.floats({2}, LayoutType::C, {1, 2});
+  EXPECT_NE(failure(*kernel, small).find("vector of 3 elements"), std::string::npos);
+}
+
+// What a description says of a bias and doesn't bring is no bias.
+TEST_P(Recurrent, RunsWithoutABiasThatIsNotThere) {
+  RecurrentCase without = layer_;
+  for (CellData& cell : without.cells) cell.bias_ih.clear();
+  const Info missing = describe(without);
+  missing->if_bias = true;
+  const Info none = describe(layer_);
+  none->if_bias = false;
+  const auto result = [&](const Info& info) {
+    const auto kernel = make_kernel(GetParam());
+    EXPECT_TRUE(kernel->Config(info, nullptr, context_));
+    return run(*kernel);
+  };
+  EXPECT_TRUE(same_bits(result(missing), result(none)));
 }
 
 TEST_P(RecurrentSequences, TakeAnyLayout) {
