@@ -17,7 +17,9 @@ PIECE = re.compile(r'"((?:[^"\\]|\\.)*)"')
 VALUE = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z|j|t)?[a-zA-Z]")
 ELLIPSIS = "\u2026"
 # Sources that say nothing but what a kernel expects and what it found instead: see PIECES.
-REASONS = re.compile(r"(?:/acceptance|_facts)\.cpp$")
+REASONS = re.compile(r"(?:/acceptance|_facts)\.cpp$|/misfits_internal\.h$")
+# Functions that say the same.
+REASONING = re.compile(r"^KernelFamily::Misfits .*?^}$", re.M | re.S)
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 PREPROCESSOR = re.compile(r"^[ \t]*#[ \t]*(?:error|include|if).*$|static_assert\([^;]*;", re.M)
 # Pieces that complete another message, and what only a compiler says.
@@ -26,7 +28,7 @@ PIECES = {
     "AVX and FMA", "AVX2 and FMA", "rows of ", " of rows", "unknown type", " layout ", " and ",
     "] (Verbose): ", "] (Info): ", "] (Warnning): ",
     # Members, expectations and findings of a kernel's reasons, which explain themselves.
-    "a layer that ", "inputs that ", "no description", "inference parameter", "input 0", "step size of input 0",
+    ", the rectifier", ", the leaky rectifier", ", tanh", "a layer that ", "inputs that ", "no description", "inference parameter", "input 0", "step size of input 0",
     "stride_y, stride_x", "above 0", "another one", "FLOAT32, which a pass computes", "an even size; an odd last row or column holds the bias alone",
     # Faults of check_shapes, which the document explains as whole sentences.
     " refuses ", " would make ", " of ", ", which no tensor can hold", ", which is empty", " refuses its own output ",
@@ -40,7 +42,7 @@ PIECES = {
 
 
 def messages_of(text):
-    text = PREPROCESSOR.sub("", COMMENT.sub("", text))
+    text = REASONING.sub("", PREPROCESSOR.sub("", COMMENT.sub("", text)))
     for match in STRINGS.finditer(text):
         message = "".join(PIECE.findall(match[0]))
         message = message.replace('\\"', '"').replace("\\n", "").replace("\\\\", "\\")
