@@ -21,6 +21,8 @@ if(TARGET qrt)
 endif()
 if(TARGET qrt_man_page)
   install(FILES "${QRT_MAN_PAGE}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT qrt_tool)
+  install(FILES "${QRT_BASH_COMPLETION}" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    COMPONENT qrt_tool)
 endif()
 
 # These serve the library's own sources only. A public header that includes one of them, or a header of a

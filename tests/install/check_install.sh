@@ -48,6 +48,8 @@ if grep -rnF -e "$first" -e "$source_dir" -e "$build_dir" "$prefix/include" "$pr
 fi
 if [[ -e $prefix/bin/qrt ]]; then
   "$prefix/bin/qrt" --help >/dev/null || fail "the installed tool doesn't start"
+  [[ ! -e $prefix/share/man ]] || [[ -s $prefix/share/bash-completion/completions/qrt ]] ||
+    fail "the completion of the tool isn't installed beside its manual page"
 fi
 
 say "find_package, shared and static"

@@ -48,6 +48,7 @@ done
 expect_file libqrt-core1 "$lib/libqrt_core.so.1"
 expect_file qrt usr/bin/qrt
 expect_file qrt usr/share/man/man1/qrt.1.gz
+expect_file qrt usr/share/bash-completion/completions/qrt
 [[ $(readlink "$scratch/libqrt-core-dev/$lib/libqrt_core.so") == libqrt_core.so.1 ]] ||
   fail "libqrt_core.so doesn't point to libqrt_core.so.1"
 [[ $(find "$scratch/libqrt-core1/usr" -name '*.so*' -type f | wc -l) == 1 ]] ||

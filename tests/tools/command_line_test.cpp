@@ -31,7 +31,7 @@ TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutput) {
 
 TEST_F(CommandLineTest, HelpFits100Columns) {
   for (const std::string command :
-       {"info", "run", "check", "image", "convert", "kernels", "help"}) {
+       {"info", "run", "compare", "check", "image", "convert", "kernels", "help"}) {
     std::istringstream lines(qrt({command, "--help"}).out);
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
   }
@@ -43,6 +43,7 @@ TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
   EXPECT_THAT(all.out, AllOf(HasSubstr("ReLU_Fallback_Float_M1"), HasSubstr("Input_Fallback_M1")));
   EXPECT_EQ(qrt({"kernels", "relu6_fall"}).out, "ReLU6_Fallback_Float_M1\n");
   EXPECT_EQ(qrt({"kernels", "input*"}).out, "Input_Fallback_M1\n");
+  EXPECT_EQ(qrt({"kernels", "Leaky_Fallback_Float_M1"}).out.find("Leaky_Fallback_Float_M1\n"), 0u);
   EXPECT_EQ(qrt({"kernels", "knxm", "transpose"}).out,
             "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1\n");
   EXPECT_THAT(
@@ -50,7 +51,9 @@ TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
       AllOf(HasSubstr("\"name\": \"Input_Fallback_M1\""), HasSubstr("\"runs_here\": true")));
   const Outcome none = qrt({"kernels", "imaginary"});
   EXPECT_EQ(none.code, 5);
-  EXPECT_THAT(none.err, HasSubstr("no kernel matches imaginary"));
+  EXPECT_THAT(none.err, HasSubstr("no kernel matches \"imaginary\" (`qrt kernels` lists all)\n"));
+  EXPECT_THAT(qrt({"kernels", "ReLU6_Fallbcak_Float_M1"}).err,
+              HasSubstr("did you mean \"ReLU6_Fallback_Float_M1\"?"));
 }
 
 TEST_F(CommandLineTest, KernelsThatThisProcessorCannotRunAreMarked) {
@@ -60,6 +63,42 @@ TEST_F(CommandLineTest, KernelsThatThisProcessorCannotRunAreMarked) {
     const std::string kernel = line.substr(0, line.find(' '));
     EXPECT_EQ(is_marked, !marlo::test::why_not_here(kernel).empty()) << line;
   }
+}
+
+TEST_F(CommandLineTest, AKernelsNameShowsAllAboutIt) {
+  const std::string name = "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
+  EXPECT_EQ(qrt({"kernels", name}).out,
+            name +
+                "\n  needs      SSE2\n"
+                "  accepts    any filter, any stride, any dilation, any padding\n"
+                "  in         CHW\n  out        CHW\n  agreement  defines\n");
+  EXPECT_THAT(qrt({"kernels", name, "--json"}).out,
+              AllOf(HasSubstr("\"accepts\": \"any filter, "), HasSubstr("\"in\": \"CHW\"")));
+  EXPECT_THAT(qrt({"kernels", "transpose2D", "--long"}).out,
+              AllOf(HasSubstr("agreement"), HasSubstr("weights are [in, out]")));
+}
+
+// The catalogue in the tool is that of the kernels in the tool.
+TEST_F(CommandLineTest, TheCatalogueHoldsEveryKernel) {
+  const std::string json = qrt({"kernels", "--json"}).out;
+  EXPECT_EQ(json.find("\"agreement\": \"\""), std::string::npos);
+}
+
+TEST_F(CommandLineTest, KernelsAreTriedOnALayer) {
+  toy_model()->ToFile(path("m.json").c_str(), "json");
+  const std::string layer = path("m.json") + ":mix";
+  const Outcome outcome = qrt({"kernels", "--for", layer});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out,
+              AllOf(HasSubstr("Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1  fits\n"),
+                    HasSubstr("LSTM_Fallback_SC_F32_M1  refuses")));
+  EXPECT_EQ(qrt({"kernels", "--for", path("m.json") + ":1", "conv2d_knxm*gn_fallback*"}).out,
+            "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1  fits\n");
+  EXPECT_THAT(qrt({"kernels", "--for", layer, "--json"}).out, HasSubstr("\"result\": \"fits\""));
+  const Outcome absent = qrt({"kernels", "--for", path("m.json") + ":mxi"});
+  EXPECT_EQ(absent.code, 2);
+  EXPECT_THAT(absent.err, HasSubstr("has no layer \"mxi\"; did you mean \"mix\"?"));
+  EXPECT_EQ(qrt({"kernels", "--for", "mix"}).code, 2);
 }
 
 TEST_F(CommandLineTest, AnUnknownWordIsRepeatedWithTheOneThatWasMeant) {

@@ -91,6 +91,15 @@ TEST_F(ConvertOldTest, MakesAModelThatRuns) {
   EXPECT_THAT(info.out, AllOf(HasSubstr("layer-1!"), HasSubstr("layer-1")));
 }
 
+TEST_F(ConvertOldTest, RulesThatMatchNothingAreSaid) {
+  const Outcome outcome = convert_with_rules(
+      toy_network(), "Activation 2 = ReLU_Fallback_Float_M1\n\nLSTM = LSTM_Fallback_SC_F32_M1\n");
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.err,
+              AllOf(HasSubstr("warning: "), HasSubstr("rules.txt: line 3: no layer of "),
+                    HasSubstr("\"LSTM\"\n"), ::testing::Not(HasSubstr("line 1"))));
+}
+
 TEST_F(ConvertOldTest, WritesJsonToo) {
   EXPECT_EQ(convert(toy_network(), {}, "new.json").code, 0);
   EXPECT_EQ(kernels("new.json").size(), 3u);

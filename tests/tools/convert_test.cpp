@@ -47,13 +47,111 @@ TEST_F(ConvertTest, SingleObjectsGoBothWays) {
 
 TEST_F(ConvertTest, KindMustAgreeWithTheNames) {
   toy_model()->ToFile(path("a.qrtmodel").c_str(), "bin");
-  const Outcome outcome = convert("a.qrtmodel", "b.qrmod");
+  const Outcome outcome = qrt({"convert", path("a.qrtmodel"), path("b.qrmod"), "--kind", "config"});
   EXPECT_EQ(outcome.code, 2);
-  EXPECT_THAT(outcome.err, HasSubstr("its name says that it is a network; expected a model"));
-  EXPECT_EQ(qrt({"convert", path("a.qrtmodel"), path("b.json"), "--kind", "config"}).code, 2);
-  const Outcome word = qrt({"convert", path("a.qrtmodel"), path("b.json"), "--kind", "thing"});
+  EXPECT_THAT(outcome.err, HasSubstr("its name says that it is a network; expected a config"));
+  const Outcome word = qrt({"convert", path("a.qrtmodel"), path("b.json"), "--kind", "modle"});
   EXPECT_EQ(word.code, 2);
-  EXPECT_THAT(word.err, HasSubstr("expected one of model, network, networks, config, configs"));
+  EXPECT_THAT(word.err, HasSubstr("expected one of model, network, networks, config, configs; did "
+                                  "you mean \"model\"?"));
+}
+
+TEST_F(ConvertTest, AModelIsTakenApartAndPutTogether) {
+  toy_model()->ToFile(path("a.qrtmodel").c_str(), "bin");
+  for (const std::string part : {"net.qrmod", "nets.qrmods", "c.qrcfg", "cs.qrcfgs"}) {
+    EXPECT_EQ(convert("a.qrtmodel", part).code, 0) << part;
+  }
+  const std::vector<std::vector<std::string>> ways{{"net.qrmod", "c.qrcfg"},
+                                                   {"net.qrmod", "cs.qrcfgs"},
+                                                   {"nets.qrmods", "cs.qrcfgs"},
+                                                   {"nets.qrmods", "c.qrcfg"}};
+  for (const auto& way : ways) {
+    const Outcome outcome = qrt(
+        {"convert", path(way[0]), path("b.qrtmodel"), "--with", path(way[1]), "--sdk", "toy:2.5"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    EXPECT_EQ(file_text(path("b.qrtmodel")), file_text(path("a.qrtmodel"))) << way[0] << way[1];
+  }
+  EXPECT_EQ(qrt({"convert", path("a.qrtmodel"), path("n.json"), "--kind", "network"}).code, 0);
+  EXPECT_THAT(qrt({"info", path("n.json")}).out, HasSubstr("1  mix    Conv2d"));
+
+  const Outcome alone = convert("net.qrmod", "b.qrtmodel");
+  EXPECT_EQ(alone.code, 2);
+  EXPECT_THAT(alone.err, HasSubstr("a network holds no model; --with adds the configuration"));
+  EXPECT_EQ(convert("c.qrcfg", "b.qrmod").code, 2);
+  const Outcome other = qrt({"convert", path("net.qrmod"), path("b.qrtmodel"), "--with",
+                             path("cs.qrcfgs"), "--network", "nett"});
+  EXPECT_EQ(other.code, 4);
+  EXPECT_THAT(other.err,
+              HasSubstr("no configuration is for network \"nett\"; did you mean \"net\"?"));
+}
+
+TEST_F(ConvertTest, APartOfAModelOfSeveralNetworksIsChosen) {
+  auto model = toy_model();
+  model->model_arr->squential_ids.push_back("other");
+  model->model_arr->infos["other"] = model->model_arr->infos["net"];
+  model->config_arr->squential_ids.push_back("other");
+  model->config_arr->cfgs["other"] = model->config_arr->cfgs["net"];
+  model->ToFile(path("a.json").c_str(), "json");
+  const Outcome open = convert("a.json", "b.qrmod");
+  EXPECT_EQ(open.code, 2);
+  EXPECT_THAT(open.err, HasSubstr("it holds \"net\", \"other\"; choose one with --network"));
+  EXPECT_EQ(qrt({"convert", path("a.json"), path("b.qrmod"), "--network", "other"}).code, 0);
+  EXPECT_EQ(qrt({"convert", path("a.json"), path("b.qrmod"), "--network", "third"}).code, 2);
+}
+
+TEST_F(ConvertTest, StreamsAreConverted) {
+  toy_model()->ToFile(path("a.json").c_str(), "json");
+  ASSERT_EQ(convert("a.json", "a.qrtmodel").code, 0);
+  const Outcome json = qrt({"convert", path("a.qrtmodel"), "-"});
+  EXPECT_EQ(json.code, 0);
+  EXPECT_EQ(json.err, "");
+  write_text(path("b.json"), json.out);
+  const Outcome binary = qrt({"convert", "-", path("b.qrtmodel")}, path("b.json"));
+  EXPECT_EQ(binary.code, 0) << binary.err;
+  EXPECT_EQ(file_text(path("b.qrtmodel")), file_text(path("a.qrtmodel")));
+}
+
+TEST_F(ConvertTest, WeightsThatHalvesLoseAreNamedAndNeedForce) {
+  auto model = toy_model();
+  mix_of(*model).weight = blob_of({1e5f, 1e-9f});
+  model->ToFile(path("a.json").c_str(), "json");
+  const Outcome outcome = convert("a.json", "b.qrtmodel");
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_THAT(
+      outcome.err,
+      AllOf(HasSubstr("network \"net\", layer 1 \"mix\" (Conv2d), \"weight\": 1 of 2 numbers "
+                      "becomes infinite, 1 becomes 0\n"),
+            HasSubstr("--force writes it all the same")));
+  EXPECT_FALSE(fs::exists(path("b.qrtmodel")));
+  const Outcome forced = qrt({"convert", path("a.json"), path("b.qrtmodel"), "--force"});
+  EXPECT_EQ(forced.code, 0);
+  EXPECT_THAT(forced.err, HasSubstr("warning: network \"net\", layer 1"));
+  EXPECT_TRUE(fs::exists(path("b.qrtmodel")));
+  // JSON keeps them.
+  EXPECT_EQ(convert("a.json", "c.json").err.find("infinite"), std::string::npos);
+}
+
+TEST_F(ConvertTest, WeightsAreRoundedToTheNearestHalfOnDemand) {
+  auto model = toy_model();
+  const float between = 1.0f + 0x1.8p-11f;  // nearer to the half above
+  mix_of(*model).weight = blob_of({between, 2});
+  model->ToFile(path("a.json").c_str(), "json");
+  const auto weight = [&](const std::string& name) {
+    marlo::runtime::QRTModel read;
+    read.FromFile(path(name).c_str(), "bin");
+    return marlo::runtime::WeightNumbers(mix_of(read).weight).at(0);
+  };
+  const Outcome cut = convert("a.json", "cut.qrtmodel");
+  EXPECT_EQ(cut.code, 0);
+  EXPECT_THAT(cut.err, HasSubstr("4 weights as halves: relative error at most 0.00073, rms 0.00042 "
+                                 "(truncated; --round nearest loses less)"));
+  EXPECT_EQ(weight("cut.qrtmodel"), 1.0f);
+  const Outcome rounded =
+      qrt({"convert", path("a.json"), path("near.qrtmodel"), "--round", "nearest"});
+  EXPECT_EQ(rounded.code, 0);
+  EXPECT_THAT(rounded.err, HasSubstr("at most 0.00024, rms 0.00014 (rounded to nearest)"));
+  EXPECT_EQ(weight("near.qrtmodel"), 1.0f + 0x1p-10f);
+  EXPECT_EQ(qrt({"convert", path("a.json"), path("x.qrtmodel"), "--round", "up"}).code, 2);
 }
 
 TEST_F(ConvertTest, NeverOverwritesItsInput) {

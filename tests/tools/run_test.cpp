@@ -150,7 +150,7 @@ TEST_F(RunTest, ArrayThatNoLayerTakesNamesTheLayer) {
   EXPECT_EQ(outcome.code, 3);
   EXPECT_THAT(outcome.err, AllOf(HasSubstr("x.npy (FLOAT32 CHW 2x2x2; the model expects 1x2x3)"),
                                  HasSubstr("layer 1 \"mix\" (Conv2d, kernel Conv2D_"),
-                                 HasSubstr("expected FLOAT32 CHW with 1 channel")));
+                                 HasSubstr("input 0: expected 1 channel, found 2 channels")));
 }
 
 TEST_F(RunTest, InputsThatCannotBeReadAreNamed) {
@@ -196,7 +196,7 @@ TEST_F(RunTest, RefusedLayerOfAModelIsNamed) {
   EXPECT_EQ(outcome.code, 4);
   EXPECT_THAT(outcome.err,
               AllOf(HasSubstr("m.qrtmodel: network \"net\", layer 1 \"mix\" (Conv2d, kernel "),
-                    HasSubstr("expected 2 numbers in \"weight\", found 0")));
+                    HasSubstr("weight: expected 1 x 2 x 1 x 1 x 1 numbers, found 0")));
 }
 
 TEST_F(RunTest, ConverterThatRefusesIsNamed) {

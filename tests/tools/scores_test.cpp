@@ -56,9 +56,9 @@ TEST(Bar, FillsByShare) {
 }
 
 TEST(Median, MiddleOrMeanOfTheMiddle) {
-  EXPECT_EQ(median({}), 0.0);
-  EXPECT_EQ(median({3, 1, 2}), 2.0);
-  EXPECT_EQ(median({4, 1, 2, 3}), 2.5);
+  EXPECT_EQ(median(std::vector<double>{}), 0.0);
+  EXPECT_EQ(median(std::vector<double>{3, 1, 2}), 2.0);
+  EXPECT_EQ(median(std::vector<double>{4, 1, 2, 3}), 2.5);
 }
 
 }  // namespace

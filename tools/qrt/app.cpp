@@ -29,6 +29,8 @@ constexpr char kFooter[] =
     "  qrt convert digits.json digits.qrtmodel\n"
     "  qrt convert old.qrm new.qrtmodel --isa sse\n"
     "  qrt kernels relu\n"
+    "  qrt kernels --for net.qrtmodel:conv3          which kernels could run this layer?\n"
+    "  qrt compare net.json net.qrtmodel --input x.npy --bound 1e-3\n"
     "\n"
     "`qrt COMMAND --help` tells more about a command.\n"
     "\n"
@@ -84,7 +86,7 @@ int guarded_run(CLI::App& app, int argc, char** argv) {
     say_failure("out of memory", kRunError);
     return kRunError;
   } catch (const std::exception& failure) {
-    const std::string fault = take_fault(failure);
+    const std::string fault = take_story(failure);
     say_failure(fault.empty() ? "the library gave up without a reason" : fault, kRunError);
     return kRunError;
   }

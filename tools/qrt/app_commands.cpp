@@ -40,6 +40,20 @@ void add_info(CLI::App& app, InfoOptions& options) {
   command->callback([&options] { run_info(options); });
 }
 
+void add_picture_options(CLI::App& command, PictureOptions& pictures) {
+  command.add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
+  command
+      .add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
+      ->type_name("SIZE");
+  command.add_option("--color", pictures.color, "Planes of pictures: rgb, bgr or gray")
+      ->type_name("ORDER");
+  command.add_option("--mean", pictures.mean, "Subtract M, or R,G,B, from samples of 0 to 255")
+      ->type_name("M");
+  command.add_option("--scale", pictures.scale, "Then multiply by S, or R,G,B (default 1/255)")
+      ->type_name("S");
+  command.add_flag("--any-size", pictures.any_size, "Let pictures of another size through");
+}
+
 void add_run(CLI::App& app, RunOptions& options) {
   CLI::App* command = app.add_subcommand("run", "Run a network on pictures or arrays");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
@@ -51,6 +65,8 @@ void add_run(CLI::App& app, RunOptions& options) {
       ->type_name("ID");
   command->add_option("-o,--output", options.output, "Write to this .npy file instead of printing")
       ->type_name("FILE");
+  command->add_option("--dump", options.dump, "Write every layer's output to DIR/LAYER.npy")
+      ->type_name("DIR");
   command->add_option("-t,--top", options.top, "Print the K best values as probabilities")
       ->type_name("K")
       ->check(CLI::Range(1, 1000000));
@@ -65,22 +81,15 @@ void add_run(CLI::App& app, RunOptions& options) {
   command->add_option("-r,--repeat", options.repeat, "Time N passes after one to warm up")
       ->type_name("N")
       ->check(CLI::Range(1, 1000000));
-  command->add_flag("--profile", options.profile, "Print each layer's time and share");
+  command->add_flag("--profile", options.profile, "Print each layer's time, share and rates");
+  command->add_option("--by", options.profile_by, "Its lines: layer, kind (sums), or kernel (sums)")
+      ->type_name("WHAT");
+  command->add_option("--sort", options.profile_sort, "Their order: order (of the layers) or time")
+      ->type_name("HOW");
   command->add_flag("--keep-state", options.keep_state,
                     "Recurrent layers begin each pass where the last ended");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
-  PictureOptions& pictures = options.pictures;
-  command->add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
-  command
-      ->add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
-      ->type_name("SIZE");
-  command->add_option("--color", pictures.color, "Planes of pictures: rgb, bgr or gray")
-      ->type_name("ORDER");
-  command->add_option("--mean", pictures.mean, "Subtract M, or R,G,B, from samples of 0 to 255")
-      ->type_name("M");
-  command->add_option("--scale", pictures.scale, "Then multiply by S, or R,G,B (default 1/255)")
-      ->type_name("S");
-  command->add_flag("--any-size", pictures.any_size, "Let pictures of another size through");
+  add_picture_options(*command, options.pictures);
   command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
   command->add_option("--width", options.width, kWidthHelp)->type_name("N");
   command->add_flag("--json", options.json, "Print JSON");
@@ -93,11 +102,44 @@ void add_run(CLI::App& app, RunOptions& options) {
       "Arrays of any integer or floating-point type become FLOAT32 as they are: 3 dimensions are\n"
       "CHW (a leading 1 is dropped from 4), 2 are channels by length or a single plane.\n"
       "FILE - is a model or an input on standard input, --output - an array on standard output.\n"
+      "--dump writes blocks of channels as planes.\n"
       "Several inputs are given in the order of their layers, or each as LAYER=FILE; several\n"
       "outputs are written as NAME-LAYER.npy.\n"
       "--top shows softmax probabilities. --repeat and --profile show medians of the passes; each\n"
-      "begins with the state of recurrent layers reset.");
+      "begins with the state of recurrent layers reset. Times of --profile are the processor's "
+      "for\n"
+      "this program; where others interrupt it, the time on the wall stands beside them. GB/s "
+      "count\n"
+      "a kernel's inputs, outputs and weights once.");
   command->callback([&options] { run_network(options); });
+}
+
+void add_compare(CLI::App& app, CompareOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("compare", "Run two models, and show where their layers differ");
+  command->add_option("A", options.first, kModelHelp)->required()->type_name("FILE");
+  command->add_option("B", options.second, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Picture or .npy file, once per input layer")
+      ->take_all()
+      ->expected(1)
+      ->type_name("FILE");
+  command->add_option("-n,--network", options.network, "Network where there are several")
+      ->type_name("ID");
+  command->add_option("--bound", options.bound, "Fail where a layer differs by more than E")
+      ->type_name("E")
+      ->check(CLI::NonNegativeNumber);
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  add_picture_options(*command, options.pictures);
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Layers are compared that have the same id in both models, whatever their kernels and\n"
+      "layouts: blocks of channels are compared as planes. The differences are those of B from A,\n"
+      "the largest one and the root of the mean of squares; \"max / largest\" is the largest\n"
+      "difference over the largest value of the layer in A, which --bound is about. The first "
+      "layer\n"
+      "beyond it is named on standard error, and the exit code is 5, as it is where sizes differ.");
+  command->callback([&options] { run_compare(options); });
 }
 
 void add_check(CLI::App& app, CheckOptions& options) {
@@ -191,12 +233,29 @@ void add_convert(CLI::App& app, ConvertOptions& options) {
       ->type_name("FILE");
   command->add_option("--isa", options.isa, "Kernels of layers without a rule: portable or sse")
       ->type_name("SET");
+  command->add_option("--round", options.round, "Weights to halves: truncate (default) or nearest")
+      ->type_name("HOW");
+  command->add_flag("--force", options.force, "Let weights become infinite or zero");
+  command->add_option("--with", options.with, "Make a model of network IN and this configuration")
+      ->type_name("FILE");
+  command->add_option("-n,--network", options.network, "Network to take out, or the name of IN")
+      ->type_name("ID");
+  command->add_option("--sdk", options.sdk, "SDK of the model that --with makes (default qrt:1.0)")
+      ->type_name("SDK");
   command->footer(
       "KIND is one of model, network, networks, config, configs; it is needed only where neither\n"
       "name nor contents say it. Suffixes: .json for the JSON form of anything; binary: .qrtmodel\n"
       "for a model, .qrmod for one network, .qrmods for several, .qrcfg for the configuration of\n"
       "one network on one back end, .qrcfgs for those of a model.\n"
-      "The binary form holds weights in half precision.\n"
+      "OUT - is the JSON form on standard output. Of a model OUT may be a part: its networks, its\n"
+      "configurations, or one of them; .json is then given a --kind. --with makes a model of "
+      "parts.\n"
+      "The binary form holds weights in half precision and truncates them, unless they are "
+      "rounded\n"
+      "before by `--round nearest`. What that costs is said; weights that would become infinite "
+      "or\n"
+      "zero are named, and nothing is written without --force.\n"
+      "An existing OUT keeps its mode and owner, and links to it stay.\n"
       "\n"
       "IN is a network of the earlier generation where its name ends in .qrm, or where --config\n"
       "or --isa is given; OUT is then a model (.qrtmodel or .json) that is ready to run. Old\n"
@@ -220,8 +279,23 @@ void add_kernels(CLI::App& app, KernelsOptions& options) {
       ->add_option("FILTER", options.filters,
                    "Part of a name, or a pattern with * ? [];\nall of them must match")
       ->type_name("TEXT");
+  command->add_flag("--long", options.is_long, "A table with what the catalogue says of each");
+  command->add_option("--for", options.layer, "Try them on a layer, by its id or index")
+      ->type_name("MODEL:LAYER");
+  command->add_option("-i,--input", options.inputs, "Sizes of that model's inputs")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Network of that model")->type_name("ID");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
   command->add_flag("--json", options.json, "Print JSON");
-  command->footer("Case doesn't matter. Kernels that this processor can't run are marked.");
+  command->footer(
+      "Case doesn't matter. Kernels that this processor can't run are marked. The whole name of a\n"
+      "kernel shows all about it: the instructions it needs, what it accepts, the layouts of its\n"
+      "inputs and outputs, what sets it apart, and how its results agree with the portable one's.\n"
+      "--for says of every kernel whether it fits the layer, or why not; one that needs a "
+      "converter\n"
+      "takes the layer, but not its inputs as they come.");
   command->callback([&options] { run_kernels(options); });
 }
 
@@ -240,6 +314,7 @@ void add_help(CLI::App& app, std::string& about) {
 void add_commands(CLI::App& app, CommandOptions& options) {
   add_info(app, options.info);
   add_run(app, options.run);
+  add_compare(app, options.compare);
   add_check(app, options.check);
   add_image(app, options.image);
   add_convert(app, options.convert);

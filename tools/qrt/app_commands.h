@@ -13,6 +13,7 @@ namespace qrt_tool {
 struct CommandOptions {
   InfoOptions info;
   RunOptions run;
+  CompareOptions compare;
   CheckOptions check;
   ImageOptions image;
   ConvertOptions convert;

@@ -26,12 +26,11 @@ struct Verdict {
   bool is_own;  ///< the sizes are those of the model's header
 
   // A layer isn't judged where one that it reads gives nothing.
-  bool is_judged(size_t index) const {
-    const auto& sources = report.layers[index].sources;
-    return std::none_of(sources.begin(), sources.end(),
-                        [&](uint32_t source) { return layers[source].outputs.empty(); });
+  bool is_judged(size_t index) const { return !layers[index].is_consequence; }
+  bool fits(size_t index) const { return is_judged(index) && fault(index).empty(); }
+  std::string fault(size_t index) const {
+    return shapes_fault(report.layers[index], layers[index]);
   }
-  bool fits(size_t index) const { return layers[index].fault.empty(); }
 };
 
 InputShapes shapes_to_check(const NetworkReport& report, const CheckOptions& options) {
@@ -49,14 +48,6 @@ std::string all_shapes(const std::vector<TensorShape>& shapes) {
   texts.reserve(shapes.size());
   for (const TensorShape& shape : shapes) texts.push_back(shape_text(shape));
   return joined(texts, ", ");
-}
-
-// A fault as one line, without the library's tag in front.
-std::string fault_line(std::string fault) {
-  constexpr char kTag[] = "[QRT]: ";
-  if (fault.rfind(kTag, 0) == 0) fault.erase(0, sizeof kTag - 1);
-  while (!fault.empty() && fault.back() == '\n') fault.pop_back();
-  return printable(fault);
 }
 
 std::string as_table(const Verdict& verdict, size_t width) {
@@ -104,7 +95,7 @@ std::string as_json(const Verdict& verdict, const std::string& path,
     json.boolean("judged", verdict.is_judged(i));
     json.boolean("fits", verdict.fits(i));
     if (!verdict.fits(i) && verdict.is_judged(i)) {
-      json.text("fault", fault_line(verdict.layers[i].fault));
+      json.text("fault", verdict.fault(i));
     }
     json.end_object();
   }
@@ -123,8 +114,7 @@ std::vector<std::string> faults_of(const Verdict& verdict) {
   for (size_t i = 0; i < verdict.layers.size(); ++i) {
     if (verdict.fits(i)) continue;
     if (verdict.is_judged(i)) {
-      faults.push_back(verdict.report.layers[i].title() + ": " +
-                       fault_line(verdict.layers[i].fault));
+      faults.push_back(verdict.report.layers[i].title() + ": " + verdict.fault(i));
     } else {
       ++open;
     }

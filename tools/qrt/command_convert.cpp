@@ -3,8 +3,10 @@
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
+#include "tools/qrt/half_report.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
+#include "tools/qrt/model_parts.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/old_network.h"
 #include "tools/qrt/text.h"
@@ -13,24 +15,44 @@ namespace qrt_tool {
 
 namespace fs = std::filesystem;
 
+using marlo::runtime::HalfConversion;
+using marlo::runtime::Serializable;
+
 namespace {
 
-// The kind that names and --kind agree on; a .json file is looked into where neither says.
-ObjectKind common_kind(const ConvertOptions& options, const FileFormat& from,
-                       const FileFormat& to) {
+// What IN holds: as its name says, else as --kind does, else as its members do. A model is told by
+// its members although --kind asks for a part of it.
+ObjectKind kind_of_input(const ConvertOptions& options, const FileFormat& from) {
+  if (from.kind) return *from.kind;
+  if (!from.is_json) return options.kind.empty() ? ObjectKind::model : kind_for(options.kind);
+  if (options.kind.empty()) return kind_of_json(options.input);
+  const ObjectKind kind = kind_for(options.kind);
+  return kind_of_json(options.input) == ObjectKind::model ? ObjectKind::model : kind;
+}
+
+// What OUT is to hold: as its name says, else as --kind does, else what IN holds.
+ObjectKind kind_of_output(const ConvertOptions& options, const FileFormat& to, ObjectKind from) {
   std::optional<ObjectKind> kind;
   if (!options.kind.empty()) kind = kind_for(options.kind);
-  const auto agree = [&](const std::string& path, const FileFormat& format) {
-    if (!format.kind) return;
-    if (kind && *kind != *format.kind) {
-      throw ToolError(kUsageError, printable(path) + ": its name says that it is a " +
-                                       word_for(*format.kind) + "; expected a " + word_for(*kind));
-    }
-    kind = format.kind;
-  };
-  agree(options.input, from);
-  agree(options.output, to);
-  return kind ? *kind : kind_of_json(options.input);
+  if (to.kind && kind && *kind != *to.kind) {
+    throw ToolError(kUsageError, printable(options.output) + ": its name says that it is " +
+                                     phrase_for(*to.kind) + "; expected " + phrase_for(*kind));
+  }
+  if (to.kind) return *to.kind;
+  if (!options.with.empty()) return ObjectKind::model;
+  return kind.value_or(from);
+}
+
+std::shared_ptr<Serializable> read_any(const std::string& path, const std::string& kind_word,
+                                       ObjectKind& kind) {
+  const FileFormat format = format_of_name(path, kUsageError);
+  ConvertOptions options;
+  options.input = path;
+  options.kind = kind_word;
+  kind = kind_of_input(options, format);
+  auto object = make_object(kind);
+  read_object(*object, path, format.is_json);
+  return object;
 }
 
 std::string size_text(const std::string& path) {
@@ -40,6 +62,7 @@ std::string size_text(const std::string& path) {
 }
 
 void refuse_same_file(const ConvertOptions& options) {
+  if (options.output == kStandardStream) return;
   if (options.input == options.output || is_same_file(options.input, options.output)) {
     throw ToolError(kUsageError, printable(options.output) +
                                      ": IN and OUT are the same file; expected another OUT");
@@ -48,6 +71,44 @@ void refuse_same_file(const ConvertOptions& options) {
 
 void say_written(const std::string& path, ObjectKind kind) {
   say("wrote " + printable(path) + " (" + word_for(kind) + ", " + size_text(path) + ")");
+}
+
+// Rounds the weights if that is wanted, and says what halves cost them.
+void prepare_halves(Serializable& object, bool to_halves, const ConvertOptions& options) {
+  if (!options.round.empty() && options.round != "nearest" && options.round != "truncate") {
+    throw ToolError(kUsageError,
+                    "--round " + printable(options.round) + ": expected nearest or truncate");
+  }
+  const bool to_nearest = options.round == "nearest";
+  if (!to_halves && !to_nearest) return;
+  const HalfReport report =
+      to_nearest ? round_to_halves(object) : measure_halves(object, HalfConversion::truncate);
+  for (const std::string& weight : report.lost) {
+    say(weight, options.force ? Level::warning : Level::error);
+  }
+  if (!report.lost.empty() && !options.force) {
+    throw ToolError(kRunError, printable(options.output) +
+                                   ": the binary form would lose weights of " +
+                                   counted(report.lost.size(), "blob") +
+                                   "; --force writes it all the same, .json keeps them");
+  }
+  if (report.loss.max_relative_error == 0) return;
+  say(report.summary() +
+      (to_nearest ? " (rounded to nearest)" : " (truncated; --round nearest loses less)"));
+}
+
+void write_converted(Serializable& object, ObjectKind kind, const ConvertOptions& options) {
+  const bool to_stream = options.output == kStandardStream;
+  const bool is_json = to_stream || format_of_name(options.output, kUsageError).is_json;
+  prepare_halves(object, !is_json, options);
+  if (to_stream) return print(json_text_of(object));
+  write_object(object, kind, options.output, is_json);
+  say_written(options.output, kind);
+}
+
+FileFormat format_of_output(const ConvertOptions& options) {
+  return options.output == kStandardStream ? FileFormat{true, std::nullopt}
+                                           : format_of_name(options.output, kUsageError);
 }
 
 bool is_old_network(const ConvertOptions& options) {
@@ -82,7 +143,7 @@ std::shared_ptr<marlo::runtime::QRTModel> model_of(
 }
 
 void convert_old_network(const ConvertOptions& options) {
-  const FileFormat to = format_of_name(options.output, kUsageError);
+  const FileFormat to = format_of_output(options);
   const bool is_model = to.kind.value_or(ObjectKind::model) == ObjectKind::model &&
                         (options.kind.empty() || kind_for(options.kind) == ObjectKind::model);
   if (!is_model) {
@@ -99,22 +160,29 @@ void convert_old_network(const ConvertOptions& options) {
   const std::string id = fs::path(options.input).stem().string();
   const auto model = model_of(id, network, config);
   load_network(library, *model, options.input, id);
-  write_object(*model, ObjectKind::model, options.output, to.is_json);
-  say_written(options.output, ObjectKind::model);
+  write_converted(*model, ObjectKind::model, options);
 }
 
 }  // namespace
 
 void run_convert(const ConvertOptions& options) {
   if (is_old_network(options)) return convert_old_network(options);
-  const FileFormat from = format_of_name(options.input, kUsageError);
-  const FileFormat to = format_of_name(options.output, kUsageError);
+  const FileFormat to = format_of_output(options);
   refuse_same_file(options);
-  const ObjectKind kind = common_kind(options, from, to);
-  const auto object = make_object(kind);
-  read_object(*object, options.input, from.is_json);
-  write_object(*object, kind, options.output, to.is_json);
-  say_written(options.output, kind);
+  ObjectKind from = ObjectKind::model;
+  // With --with, --kind is about OUT, which is a model.
+  auto object = read_any(options.input, options.with.empty() ? options.kind : "", from);
+  const ObjectKind kind = kind_of_output(options, to, from);
+  if (!options.with.empty()) {
+    ObjectKind config = ObjectKind::config;
+    const auto configs = read_any(options.with, "", config);
+    const std::string id =
+        options.network.empty() ? fs::path(options.input).stem().string() : options.network;
+    object = joined_model(object, configs, id, options.sdk);
+    from = ObjectKind::model;
+  }
+  object = part_of(object, from, kind, options.input, options.network);
+  write_converted(*object, kind, options);
 }
 
 }  // namespace qrt_tool

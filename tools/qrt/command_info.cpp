@@ -39,7 +39,7 @@ class Inspector {
     if (!problem.empty()) problems_.push_back(prefix + problem);
 
     const std::string misfit =
-        infer_shapes(found.report, given_shapes(found.report), *library_.context->cpu);
+        infer_shapes(found.report, given_shapes(found.report), library_.context);
     if (!misfit.empty()) {
       const std::string text = prefix + "with the input given or known, " + misfit;
       if (!options_.inputs.empty()) throw ToolError(kInputError, text);

@@ -4,6 +4,7 @@
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/profile_output.h"
 #include "tools/qrt/run_output.h"
 #include "tools/qrt/scores.h"
 #include "tools/qrt/text.h"
@@ -28,6 +29,10 @@ void check_options(const RunOptions& options) {
       1) {
     refuse("standard input (-) can be read once only");
   }
+  if (!options.profile && !(options.profile_by + options.profile_sort).empty()) {
+    refuse("--by and --sort go with --profile");
+  }
+  parse_profile_view(options.profile_by, options.profile_sort);
   if (options.top == 0 && (!options.labels.empty() || options.no_softmax)) {
     refuse("--labels and --no-softmax go with --top");
   }
@@ -60,7 +65,11 @@ void run_network(const RunOptions& options) {
   const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
   PassResult result;
   try {
-    result = run_passes(network, inputs, {repeat, options.profile, options.keep_state});
+    result = run_passes(network, inputs,
+                        {.repeat = repeat,
+                         .profile = options.profile,
+                         .record = !options.dump.empty(),
+                         .keep_state = options.keep_state});
   } catch (const ToolError& error) {
     throw ToolError(error.exit_code(), shown(options.model) + ": " + error.what());
   }
@@ -70,6 +79,10 @@ void run_network(const RunOptions& options) {
   }
   std::vector<Score> scores;
   if (options.top != 0) scores = best_scores(result, options);
+  if (!options.dump.empty()) {
+    const size_t count = write_records(result, network.report, options.dump);
+    say("wrote " + counted(count, "array") + " to " + printable(options.dump));
+  }
   if (options.output == kStandardStream) return print(only_output(result));
   if (!options.output.empty()) {
     for (const std::string& path : write_outputs(result, options.output)) {

@@ -27,6 +27,7 @@ struct RunOptions {
   std::string network;
   std::vector<std::string> inputs;  ///< files, "FILE" or "LAYER=FILE"
   std::string output;               ///< .npy file, or "-"; empty to print
+  std::string dump;                 ///< folder for every layer's outputs; empty for none
   std::string labels;               ///< file with one label a line
   std::string sdk;
   uint64_t top = 0;     ///< so many best values; 0 for all values as they are
@@ -37,7 +38,21 @@ struct RunOptions {
   bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
   bool no_softmax = false;
   bool profile = false;
+  std::string profile_by;    ///< as `parse_profile_view` reads it
+  std::string profile_sort;  ///< the same
   bool preview = false;
+  PictureOptions pictures;
+  bool json = false;
+};
+
+struct CompareOptions {
+  std::string first;
+  std::string second;
+  std::vector<std::string> inputs;  ///< files, "FILE" or "LAYER=FILE", for both
+  std::string network;
+  std::optional<double> bound;  ///< of the largest difference over the largest value of a layer
+  std::optional<size_t> width;
+  bool keep_batch = false;
   PictureOptions pictures;
   bool json = false;
 };
@@ -62,18 +77,29 @@ struct ImageOptions {
 struct ConvertOptions {
   std::string input;
   std::string output;
-  std::string kind;    ///< what the files hold; empty to tell it by their names
-  std::string config;  ///< rules file for a network of the earlier generation; empty for none
-  std::string isa;     ///< kernels of layers without a rule: "portable", "sse", or empty
+  std::string kind;     ///< what the files hold; empty to tell it by their names
+  std::string config;   ///< rules file for a network of the earlier generation; empty for none
+  std::string isa;      ///< kernels of layers without a rule: "portable", "sse", or empty
+  std::string with;     ///< configuration that makes a model of a network; empty for none
+  std::string network;  ///< id of the network that is taken out of a model, or gets into one
+  std::string sdk;      ///< of a model that is put together
+  std::string round;    ///< how weights become halves: "truncate", "nearest", or empty
+  bool force = false;   ///< weights may become infinite or zero
 };
 
 struct KernelsOptions {
   std::vector<std::string> filters;  ///< parts of names, or patterns with * ? [
+  std::string layer;                 ///< "MODEL:LAYER" that kernels are tried on; empty for none
+  std::vector<std::string> inputs;   ///< sizes, one per input layer of that model
+  std::string network;               ///< of that model
+  std::optional<size_t> width;
+  bool is_long = false;  ///< with what the catalogue says
   bool json = false;
 };
 
 void run_info(const InfoOptions& options);
 void run_network(const RunOptions& options);
+void run_compare(const CompareOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);

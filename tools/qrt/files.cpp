@@ -25,17 +25,6 @@ constexpr size_t kMostBytes = size_t{1} << 30;
 
 std::string reason() { return std::strerror(errno); }
 
-[[noreturn]] void fail_to_write(const std::string& path, const std::string& why) {
-  throw ToolError(kRunError, printable(path) + ": can't be written: " + why);
-}
-
-// The file that a chain of symbolic links ends at, so that the links stay.
-fs::path target_of(const std::string& path) {
-  std::error_code error;
-  fs::path target = fs::weakly_canonical(path, error);
-  return error ? fs::path(path) : target;
-}
-
 // What can be read once only, by name.
 std::map<std::string, std::string>& copies() {
   static std::map<std::string, std::string> paths;
@@ -87,32 +76,6 @@ std::string read_whole(const std::string& path, ExitCode exit_code) {
   return bytes;
 }
 
-/// A new file that goes away unless it is renamed.
-class NewFile {
- public:
-  explicit NewFile(const fs::path& target)
-      : path_(target.string() + ".new-" + std::to_string(getpid())) {
-    const int file = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666);
-    if (file < 0) fail_to_write(target.string(), reason());
-    close(file);
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-  ~NewFile() {
-    if (!path_.empty()) unlink(path_.c_str());
-  }
-
-  const std::string& path() const { return path_; }
-
-  void rename_to(const fs::path& target) {
-    if (std::rename(path_.c_str(), target.c_str()) != 0) fail_to_write(target.string(), reason());
-    path_.clear();
-  }
-
- private:
-  std::string path_;
-};
-
 }  // namespace
 
 std::string shown(const std::string& path) {
@@ -145,26 +108,6 @@ void check_readable(const std::string& path, ExitCode exit_code) {
 bool is_same_file(const std::string& a, const std::string& b) {
   std::error_code error;
   return fs::equivalent(a, b, error) && !error;
-}
-
-void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
-  const fs::path target = target_of(path);
-  std::error_code error;
-  if (fs::exists(target, error) && !fs::is_regular_file(target, error)) {
-    fail_to_write(path, "it is not a regular file");
-  }
-  NewFile file(target);
-  write(file.path());
-  file.rename_to(target);
-}
-
-void write_file(const std::string& path, const std::string& bytes) {
-  replace_file(path, [&](const std::string& temporary) {
-    std::FILE* file = std::fopen(temporary.c_str(), "wb");
-    if (file == nullptr) fail_to_write(path, reason());
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    if (std::fclose(file) != 0 || !written) fail_to_write(path, reason());
-  });
 }
 
 }  // namespace qrt_tool

@@ -33,8 +33,10 @@ void check_readable(const std::string& path, ExitCode exit_code);
 /// Whether both paths lead to one existing file.
 bool is_same_file(const std::string& a, const std::string& b);
 
-/// Makes a file whole or not at all: `write` fills a new file beside it, which then takes its name.
-/// @param write receives the path of the new file; what it throws goes on, and nothing is left
+/// Makes a file whole or not at all: `write` fills a new file, which then takes its name. An
+/// existing file's mode and owner stay, as do symbolic links to it; one with several hard links is
+/// overwritten, so that they all lead to the new contents.
+/// @param write receives a path at which to write; what it throws goes on, and nothing is left
 /// @throws ToolError (kRunError), naming the file, if it can't be made
 void replace_file(const std::string& path, const std::function<void(const std::string&)>& write);
 

@@ -1,5 +1,6 @@
 #include "tools/qrt/info_text.h"
 
+#include "qrt_core/runtime/tensor/shape_text.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
@@ -36,7 +37,7 @@ std::string output_sizes(const LayerReport& layer) {
   std::string text = sizes_text(layer.outputs[0].dims);
   const auto layout = layer.outputs[0].layout;
   const bool is_usual = layout == float_shape(layer.outputs[0].dims).layout;
-  return is_usual ? text : text + " " + layout_name(layout);
+  return is_usual ? text : text + " " + LayoutText(layout);
 }
 
 std::string version_text(uint32_t major, uint32_t minor) {

@@ -189,7 +189,7 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
     }
     described.push_back(text + ")");
   }
-  const std::string problem = infer_shapes(report, shapes, *context->cpu);
+  const std::string problem = infer_shapes(report, shapes, context);
   if (problem.empty()) return inputs;
   if (are_model_shapes(report, shapes)) {
     throw ToolError(kModelError, "network " + quoted(report.id) +

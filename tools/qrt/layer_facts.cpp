@@ -204,9 +204,6 @@ std::string description_fault(const LayerInfo& info) {
     }
     return fault.empty() ? "expected other settings than " + settings : fault;
   }
-  if (const auto* activation = dynamic_cast<const ActivationInfo*>(&info)) {
-    if (activation->weight.empty()) return "expected a slope in \"weight\", found no text";
-  }
   return "expected a layer of another kind than " + kind_of(info) + ", or with other settings";
 }
 

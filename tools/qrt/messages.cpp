@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 #include <vector>
 
+#include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/log.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/text.h"
@@ -38,18 +40,12 @@ bool is_error(const std::string& line) {
   return bracket != std::string::npos && line.compare(bracket, 3, kErrorMark) == 0;
 }
 
-std::string without_tag(std::string line) {
-  if (is_error(line)) line.erase(0, line.find(kErrorMark) + 3);
-  line.erase(line.find_last_not_of("\r\n") + 1);
-  return line;
-}
-
 int receive(const char* text) {
   const std::string line = text;
   if (!is_error(line)) {
     say(printable(line.substr(line.find(']') + 1 + (line.find(']') + 1 < line.size() ? 1 : 0))));
   } else if (kept_errors().size() < kMostKept) {
-    kept_errors().push_back(printable(without_tag(line)));
+    kept_errors().push_back(without_tag(line));
   }
   return 0;
 }
@@ -60,6 +56,12 @@ int64_t now_ms() {
 }
 
 }  // namespace
+
+std::string without_tag(std::string line) {
+  if (is_error(line)) line.erase(0, line.find(kErrorMark) + 3);
+  line.erase(line.find_last_not_of("\r\n") + 1);
+  return printable(line);
+}
 
 void write_messages_as_json() { messages_are_json = true; }
 
@@ -92,11 +94,43 @@ void show_library_errors() {
   kept_errors().clear();
 }
 
-std::string take_fault(const std::exception& failure) {
-  std::string text = printable(without_tag(failure.what()));
+namespace {
+
+void forget(const std::string& text) {
   std::vector<std::string>& errors = kept_errors();
   if (!errors.empty() && errors.back() == text) errors.pop_back();
-  return text;
+}
+
+}  // namespace
+
+std::string take_fault(const std::exception& failure) {
+  std::string text = without_tag(failure.what());
+  forget(text);
+  const auto* error = dynamic_cast<const marlo::utility::Error*>(&failure);
+  if (error == nullptr) return text;
+  std::vector<std::string> parts;
+  if (!text.empty()) parts.push_back(text);
+  if (!error->detail().empty()) parts.push_back(printable(error->detail()));
+  if (error->layer() != nullptr) {
+    for (const auto& misfit : error->layer()->misfits) {
+      parts.push_back(printable(misfit_text(misfit)));
+    }
+  }
+  return joined(parts, "; ");
+}
+
+std::string take_story(const std::exception& failure) {
+  forget(without_tag(failure.what()));
+  const auto* error = dynamic_cast<const marlo::utility::Error*>(&failure);
+  if (error == nullptr) return without_tag(failure.what());
+  std::string line;
+  std::istringstream lines(error->story());
+  for (std::string part; std::getline(lines, part);) {
+    const size_t begin = part.find_first_not_of(' ');
+    if (begin == std::string::npos) continue;
+    line += (line.empty() ? "" : "; ") + part.substr(begin);
+  }
+  return printable(line);
 }
 
 Progress::Progress(std::string what, uint64_t count) : what_(std::move(what)), count_(count) {

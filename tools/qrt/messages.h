@@ -36,7 +36,15 @@ std::string take_library_errors();
 /// Prints the error messages that nobody took.
 void show_library_errors();
 
-/// The library's text for a failure without the tag in front; empty when there is none but the tag.
+/// A line of the library's log without the tag in front and the line end, made printable.
+std::string without_tag(std::string line);
+
+/// Everything that the library says of a failure, in one line: the layer, its kernel, and why. The
+/// same text in the log is forgotten.
+std::string take_story(const std::exception& failure);
+
+/// The library's text for a failure without the tag in front; with its
+/// reasons where it has any; empty when there is none but the tag.
 /// The same text in the log is forgotten.
 std::string take_fault(const std::exception& failure);
 

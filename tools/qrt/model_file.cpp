@@ -1,5 +1,8 @@
 #include "tools/qrt/model_file.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <vector>
@@ -8,6 +11,7 @@
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/layer_facts.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/suggestion.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -103,14 +107,19 @@ FileFormat format_of_name(const std::string& path, ExitCode exit_code) {
 
 const char* word_for(ObjectKind kind) { return kKinds[static_cast<size_t>(kind)].word; }
 
+std::string phrase_for(ObjectKind kind) {
+  const bool is_plural = kind == ObjectKind::networks || kind == ObjectKind::configs;
+  return (is_plural ? "a file of " : "a ") + std::string(word_for(kind));
+}
+
 ObjectKind kind_for(const std::string& word) {
   std::vector<std::string> words;
   for (const Kind& kind : kKinds) {
     if (word == kind.word) return kind.kind;
     words.emplace_back(kind.word);
   }
-  throw ToolError(kUsageError,
-                  "--kind " + printable(word) + ": expected one of " + joined(words, ", "));
+  throw ToolError(kUsageError, "--kind " + printable(word) + ": expected one of " +
+                                   joined(words, ", ") + did_you_mean(word, words));
 }
 
 std::shared_ptr<Serializable> make_object(ObjectKind kind) {
@@ -157,6 +166,18 @@ void read_object(Serializable& object, const std::string& path, bool is_json) {
                  (is_json ? "" : place_of_damage(object)) + read_fault(path, is_json, failure));
   }
   if (!read) refuse_model(path, take_library_errors());
+}
+
+std::string json_text_of(Serializable& object) {
+  // The library writes files only; this one has no name.
+  const int file = memfd_create("qrt", MFD_CLOEXEC);
+  const std::string path = "/proc/self/fd/" + std::to_string(file);
+  const bool written = file >= 0 && object.ToFile(path.c_str(), kJsonForm);
+  std::string text = written ? read_file(path, kRunError) : "";
+  if (file >= 0) close(file);
+  if (!written) throw ToolError(kRunError, "the JSON text can't be made: " + take_library_errors());
+  if (!text.empty() && text.back() != '\n') text += '\n';
+  return text;
 }
 
 void write_object(Serializable& object, ObjectKind kind, const std::string& path, bool is_json) {

@@ -33,6 +33,9 @@ FileFormat format_of_name(const std::string& path, ExitCode exit_code);
 /// The word for a kind, as `--kind` takes it.
 const char* word_for(ObjectKind kind);
 
+/// The same with its article: "a model", "several networks".
+std::string phrase_for(ObjectKind kind);
+
 /// The kind for a word.
 /// @throws ToolError (kUsageError)
 ObjectKind kind_for(const std::string& word);
@@ -47,6 +50,9 @@ ObjectKind kind_of_json(const std::string& path);
 /// Fills an object from a file.
 /// @throws ToolError (kModelError), naming the file and what is wrong in it
 void read_object(marlo::runtime::Serializable& object, const std::string& path, bool is_json);
+
+/// The JSON form of an object.
+std::string json_text_of(marlo::runtime::Serializable& object);
 
 /// Makes a file of an object, whole or not at all.
 /// @throws ToolError (kRunError), naming the file

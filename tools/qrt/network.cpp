@@ -126,8 +126,8 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
     marlo::utility::Load_Single_Net(loaded.package, info, model.config_arr->cfgs.at(network),
                                     "x86");
   } catch (const std::runtime_error& failure) {
-    // A refused layer is reported without a word, so the layers are tried one by one.
-    const std::string fault = take_fault(failure);
+    // The tool's own report of a refused layer knows more than the exception does.
+    const std::string fault = take_story(failure);
     const std::string problem =
         inspect_network(network, *info, config, library.kernels, library.context).problem();
     if (!problem.empty()) refuse(path, within(network) + ", " + problem);

@@ -4,6 +4,8 @@
 #include <unordered_map>
 
 #include "qrt_core/runtime/model/layer_catalogue.h"
+#include "tools/qrt/kernel_catalogue.h"
+#include "tools/qrt/kernel_trial.h"
 #include "tools/qrt/layer_facts.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/processor.h"
@@ -25,6 +27,16 @@ using marlo::runtime::QRModelInfo;
 namespace {
 
 using Info = std::shared_ptr<LayerInfo>;
+
+// What is wrong, and what the kernel takes instead.
+std::string refusal_text(IKernel& kernel, const LayerInfo& info) {
+  const std::vector<std::string> reasons = refusals_of(kernel, &info, nullptr);
+  std::string text = reasons.empty() ? description_fault(info) : joined(reasons, "; ");
+  const std::string accepts = catalogue_entry(kernel.GetKernelName()).accepts;
+  const bool is_about_numbers = text.find(" numbers") != std::string::npos;
+  if (!accepts.empty() && !is_about_numbers) text += "; the kernel accepts: " + accepts;
+  return text;
+}
 
 // `ready` is the kernel of a network that was already built; otherwise one is made.
 KernelReport report_kernel(const KernelCfg* config, const Info& info, const KernelRegistry& kernels,
@@ -56,7 +68,7 @@ KernelReport report_kernel(const KernelCfg* config, const Info& info, const Kern
     } else if (info == nullptr) {
       report.problem = "the kernel can't be a converter: it expects a layer's description";
     } else {
-      report.problem = "the kernel refuses it: " + description_fault(*info);
+      report.problem = "the kernel refuses it: " + refusal_text(*kernel, *info);
     }
   } catch (const std::runtime_error& failure) {
     report.problem = take_fault(failure);

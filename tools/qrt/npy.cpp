@@ -233,7 +233,10 @@ NumberArray parse_npy(const std::string& bytes) {
 }
 
 std::string npy_bytes(const marlo::runtime::Tensor& tensor) {
-  const marlo::runtime::TensorShape& shape = tensor.shape;
+  return npy_bytes(tensor.shape, tensor.handle.cpu);
+}
+
+std::string npy_bytes(const marlo::runtime::TensorShape& shape, const void* numbers) {
   const char* code = npy_code(shape.data_type);
   if (code == nullptr || shape.location != marlo::runtime::LocationType::MainMemory) {
     throw ToolError(kRunError, "the output is not an array of numbers in main memory");
@@ -256,7 +259,7 @@ std::string npy_bytes(const marlo::runtime::Tensor& tensor) {
   bytes += static_cast<char>(header.size() & 0xFF);
   bytes += static_cast<char>(header.size() >> 8);
   bytes += header;
-  bytes.append(static_cast<const char*>(tensor.handle.cpu), ByteSize(shape));
+  bytes.append(static_cast<const char*>(numbers), ByteSize(shape));
   return bytes;
 }
 

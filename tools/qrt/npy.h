@@ -24,5 +24,6 @@ NumberArray parse_npy(const std::string& bytes);
 /// The bytes of a version 1.0 file that holds a tensor, in the tensor's own data type.
 /// @throws ToolError (kRunError) for a tensor that isn't in main memory or has an unknown type
 std::string npy_bytes(const marlo::runtime::Tensor& tensor);
+std::string npy_bytes(const marlo::runtime::TensorShape& shape, const void* numbers);
 
 }  // namespace qrt_tool

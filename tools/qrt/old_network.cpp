@@ -53,10 +53,20 @@ class Configurator {
       known.insert(id);
       configure(info);
     }
+    warn_of_unused_rules();
     return config_;
   }
 
  private:
+  void warn_of_unused_rules() const {
+    for (const KernelRule& rule : rules_.rules()) {
+      if (used_rules_.count(rule.line) != 0) continue;
+      say(rules_.place_of(rule) + "no layer of " + printable(path_) + " gets its kernel from " +
+              quoted(rule.key),
+          Level::warning);
+    }
+  }
+
   void check_rules() const {
     for (const KernelRule& rule : rules_.rules()) {
       if (is_layer_key(rule.key) && network_.layers.count(rule.key) == 0) {
@@ -78,6 +88,7 @@ class Configurator {
     const KernelRule* rule = rules_.rule_for(*info);
     Candidates candidates;
     if (rule != nullptr) {
+      used_rules_.insert(rule->line);
       candidates.kernels = rule->kernels;
     } else {
       candidates = candidates_for(*info, set_);
@@ -174,7 +185,8 @@ class Configurator {
   const KernelSet set_;
   Library& library_;
   std::shared_ptr<QRModelCfg> config_ = std::make_shared<QRModelCfg>();
-  std::set<std::string> rows_;  // layers known to make tensors of one row
+  std::set<size_t> used_rules_;  // by their lines
+  std::set<std::string> rows_;   // layers known to make tensors of one row
 };
 
 // The library's words for a file that it can't translate, made plain.

@@ -1,36 +1,20 @@
 #include "tools/qrt/passes.h"
 
-#include <chrono>
-#include <cstring>
 #include <optional>
 
 #include "tools/qrt/errors.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/recorder.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
 
-using marlo::runtime::DataType;
 using marlo::runtime::Net;
 using marlo::runtime::Tensor;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using TensorMap = std::unordered_map<unsigned int, std::shared_ptr<Tensor>>;
-
-template <typename T>
-std::vector<double> widened(const Tensor& tensor) {
-  std::vector<double> values(ElementCount(tensor.shape));
-  const char* from = static_cast<const char*>(tensor.handle.cpu);
-  for (size_t i = 0; i < values.size(); ++i) {
-    T value;
-    std::memcpy(&value, from + i * sizeof value, sizeof value);
-    values[i] = static_cast<double>(
-        static_cast<std::conditional_t<std::is_same_v<T, half_float::half>, float, T>>(value));
-  }
-  return values;
-}
 
 // New tensors for every pass: a kernel that works in place writes over its input.
 TensorMap make_inputs(const std::vector<InputData>& inputs, marlo::runtime::DeviceCPU& device) {
@@ -52,13 +36,13 @@ void reset_state(const Net& net) {
 
 std::unordered_map<unsigned int, Net::Tensors> pass(const LoadedNetwork& network,
                                                     const std::vector<InputData>& inputs,
-                                                    double& milliseconds) {
+                                                    Times& times) {
   auto& package = *network.package;
   const TensorMap tensors = make_inputs(inputs, *package.context->cpu);
-  const Clock::time_point start = Clock::now();
+  const Stopwatch watch;
   auto results =
       package.net->Forward(tensors, package.output_ids, package.context, nullptr, nullptr);
-  milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+  times = watch.times();
   return results;
 }
 
@@ -80,28 +64,21 @@ std::vector<OutputData> collect(const LoadedNetwork& network,
   return outputs;
 }
 
+// A layer's own kernel reads its weights beside its inputs, and does its multiply-adds.
+Profile counted_profile(Profile profile, const NetworkReport& report) {
+  for (ProfileRow& row : profile.rows) {
+    if (!row.role.empty()) continue;
+    const LayerReport& layer = report.layers[row.layer];
+    row.multiply_adds = layer.multiply_adds;
+    row.bytes += layer.weights * sizeof(float);
+  }
+  return profile;
+}
+
 }  // namespace
 
 std::vector<double> OutputData::values() const {
-  switch (tensor->shape.data_type) {
-    case DataType::FLOAT32:
-      return widened<float>(*tensor);
-    case DataType::FLOAT16:
-      return widened<half_float::half>(*tensor);
-    case DataType::INT32:
-      return widened<int32_t>(*tensor);
-    case DataType::INT16:
-      return widened<int16_t>(*tensor);
-    case DataType::INT8:
-      return widened<int8_t>(*tensor);
-    case DataType::UINT32:
-      return widened<uint32_t>(*tensor);
-    case DataType::UINT16:
-      return widened<uint16_t>(*tensor);
-    case DataType::UINT8:
-      return widened<uint8_t>(*tensor);
-  }
-  return {};
+  return numbers_of(tensor->shape, tensor->handle.cpu);
 }
 
 PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,
@@ -112,31 +89,34 @@ PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>
   }
   PassResult result;
   std::optional<Profiler> profiler;
+  std::optional<Recorder> recorder;
+  if (options.record) recorder.emplace(*network.package->net);
   if (options.profile) profiler.emplace(*network.package->net);
-  std::vector<double> times;
+  std::vector<Times> samples;
   Progress progress("pass", options.repeat);
   try {
-    double milliseconds = 0.0;
-    if (options.repeat > 1) pass(network, inputs, milliseconds);
+    Times times;
+    if (options.repeat > 1) pass(network, inputs, times);
     if (profiler) profiler->clear();
     for (uint64_t i = 0; i < options.repeat; ++i) {
       if (!options.keep_state) reset_state(*network.package->net);
       result.outputs.clear();
-      auto results = pass(network, inputs, milliseconds);
-      times.push_back(milliseconds);
-      if (profiler) profiler->end_pass();
+      auto results = pass(network, inputs, times);
+      samples.push_back(times);
+      if (profiler) profiler->end_pass(times);
       result.outputs = collect(network, results);
       progress.step();
     }
   } catch (const ToolError&) {
     throw;
   } catch (const std::runtime_error& failure) {
-    const std::string fault = take_fault(failure);
+    const std::string fault = take_story(failure);
     throw ToolError(kRunError, "network " + quoted(network.report.id) + ": the pass failed: " +
                                    (fault.empty() ? "a kernel refused its input" : fault));
   }
-  result.median_ms = median(times);
-  if (profiler) result.rows = profiler->rows();
+  if (recorder) result.records = recorder->take_records();
+  result.pass = median(samples);
+  if (profiler) result.profile = counted_profile(profiler->profile(), network.report);
   return result;
 }
 

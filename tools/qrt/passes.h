@@ -8,6 +8,7 @@
 #include "tools/qrt/inputs.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/profile.h"
+#include "tools/qrt/recorder.h"
 
 namespace qrt_tool {
 
@@ -24,15 +25,17 @@ struct OutputData {
 
 /// What the passes gave.
 struct PassResult {
-  std::vector<OutputData> outputs;  ///< of the last pass
-  double median_ms = 0.0;           ///< of a whole pass
-  std::vector<Profiler::Row> rows;  ///< where kernels were timed
+  std::vector<OutputData> outputs;   ///< of the last pass
+  Times pass;                        ///< medians of whole passes
+  std::vector<LayerRecord> records;  ///< of the last pass, where layers were recorded
+  std::optional<Profile> profile;    ///< where kernels were timed
 };
 
 /// How a network is run.
 struct PassOptions {
   uint64_t repeat = 1;      ///< so many passes; more than one after a pass to warm up
   bool profile = false;     ///< kernels are timed
+  bool record = false;      ///< every layer's outputs are kept
   bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
 };
 

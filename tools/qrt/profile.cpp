@@ -1,77 +1,81 @@
 #include "tools/qrt/profile.h"
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 
 namespace qrt_tool {
 
-using marlo::runtime::Context;
 using marlo::runtime::IKernel;
-using marlo::runtime::InferenceParam;
-using marlo::runtime::LayerInfo;
 using marlo::runtime::Net;
-using marlo::runtime::TensorShape;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+double milliseconds(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
+}
 
-double milliseconds_since(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+std::string role_text(const KernelPlace& place) {
+  if (place.role == KernelRole::own) return "";
+  return (place.role == KernelRole::input_converter ? "input " : "output ") +
+         std::to_string(place.position);
+}
+
+uint64_t bytes_of(const IKernel::Tensors& tensors) {
+  uint64_t bytes = 0;
+  for (const auto& tensor : tensors) {
+    if (tensor != nullptr) bytes += ByteSize(tensor->shape);
+  }
+  return bytes;
 }
 
 }  // namespace
 
+Stopwatch::Stopwatch()
+    : start_{milliseconds(CLOCK_MONOTONIC), milliseconds(CLOCK_THREAD_CPUTIME_ID)} {}
+
+Times Stopwatch::times() const {
+  // The processor's time is taken inside of the other, so that it is never the longer one.
+  const double cpu = milliseconds(CLOCK_THREAD_CPUTIME_ID);
+  return {milliseconds(CLOCK_MONOTONIC) - start_.wall_ms, cpu - start_.cpu_ms};
+}
+
 /// A kernel that notes how long another one takes.
-class Profiler::TimedKernel final : public IKernel {
+class Profiler::TimedKernel final : public KernelWrapper {
  public:
-  explicit TimedKernel(std::shared_ptr<IKernel> kernel) : kernel_(std::move(kernel)) {}
+  using KernelWrapper::KernelWrapper;
 
-  std::string GetKernelName() override { return kernel_->GetKernelName(); }
-  int CheckConfig(std::shared_ptr<LayerInfo> info, std::shared_ptr<InferenceParam> param) override {
-    return kernel_->CheckConfig(std::move(info), std::move(param));
-  }
-  bool Config(std::shared_ptr<LayerInfo> info, std::shared_ptr<InferenceParam> param,
-              std::shared_ptr<Context> context) override {
-    return kernel_->Config(std::move(info), std::move(param), std::move(context));
-  }
-  bool IsConfigured() override { return kernel_->IsConfigured(); }
-  std::vector<TensorShape> InferOutputShapes(const std::vector<TensorShape>& shapes) override {
-    return kernel_->InferOutputShapes(shapes);
-  }
-  int PrepareForward(const std::shared_ptr<Context>& context, Tensors& inputs, bool& transient,
+  int PrepareForward(const ContextPointer& context, Tensors& inputs, bool& transient,
                      Tensors& outputs) override {
-    const Clock::time_point start = Clock::now();
-    const int result = kernel_->PrepareForward(context, inputs, transient, outputs);
-    spent_ms_ += milliseconds_since(start);
+    const Stopwatch watch;
+    const int result = KernelWrapper::PrepareForward(context, inputs, transient, outputs);
+    spent_ += watch.times();
     return result;
   }
-  int ResetState() override { return kernel_->ResetState(); }
-  int CheckInputs(const Tensors& tensors) override { return kernel_->CheckInputs(tensors); }
-  int Forward(const Tensors& inputs, Tensors& outputs, std::shared_ptr<Context> context) override {
-    const Clock::time_point start = Clock::now();
-    const int result = kernel_->Forward(inputs, outputs, std::move(context));
-    spent_ms_ += milliseconds_since(start);
+  int Forward(const Tensors& inputs, Tensors& outputs, ContextPointer context) override {
+    const size_t before = outputs.size();
+    const Stopwatch watch;
+    const int result = KernelWrapper::Forward(inputs, outputs, std::move(context));
+    spent_ += watch.times();
+    const auto first = outputs.begin() + static_cast<std::ptrdiff_t>(before);
+    bytes_ = bytes_of(inputs) + bytes_of({first, outputs.end()});
     return result;
   }
-  int CheckOutputs(const Tensors& tensors) override { return kernel_->CheckOutputs(tensors); }
 
-  const std::shared_ptr<IKernel>& kernel() const { return kernel_; }
-
-  double take_spent_ms() { return std::exchange(spent_ms_, 0.0); }
+  Times take_spent() { return std::exchange(spent_, Times{}); }
+  uint64_t bytes() const { return bytes_; }
 
  private:
-  std::shared_ptr<IKernel> kernel_;
-  double spent_ms_ = 0.0;
+  Times spent_;
+  uint64_t bytes_ = 0;  // of the last call's tensors
 };
 
 /// One wrapped kernel, and where it stands in the network.
 struct Profiler::Entry {
-  uint32_t layer;
-  std::string role;
+  KernelPlace place;
   std::shared_ptr<TimedKernel> timer;
-  std::shared_ptr<IKernel>* place;
-  std::vector<double> samples;
+  std::vector<Times> samples;
 };
 
 double median(std::vector<double> samples) {
@@ -82,49 +86,60 @@ double median(std::vector<double> samples) {
   return (samples[middle - 1] + samples[middle]) / 2.0;
 }
 
-Profiler::Profiler(Net& net) {
-  for (uint32_t index = 0; index < net.layers.size(); ++index) {
-    marlo::runtime::Layer& layer = *net.layers[index];
-    for (auto& [position, kernel] : layer.input_converters) {
-      wrap(index, "input " + std::to_string(position), kernel);
-    }
-    wrap(index, "", layer.kernel);
-    for (auto& [position, kernel] : layer.output_converters) {
-      wrap(index, "output " + std::to_string(position), kernel);
-    }
+Times median(const std::vector<Times>& samples) {
+  std::vector<double> wall;
+  std::vector<double> cpu;
+  for (const Times& sample : samples) {
+    wall.push_back(sample.wall_ms);
+    cpu.push_back(sample.cpu_ms);
   }
+  return {median(std::move(wall)), median(std::move(cpu))};
 }
 
-Profiler::~Profiler() {
-  for (Entry& entry : entries_) *entry.place = entry.timer->kernel();
-}
+Profiler::Profiler(Net& net)
+    : kernels_(net, [this](const KernelPlace& place, const std::shared_ptr<IKernel>& kernel) {
+        entries_.push_back({place, std::make_shared<TimedKernel>(kernel), {}});
+        return entries_.back().timer;
+      }) {}
 
-void Profiler::wrap(uint32_t layer, const std::string& role, std::shared_ptr<IKernel>& kernel) {
-  if (kernel == nullptr) return;
-  auto timer = std::make_shared<TimedKernel>(kernel);
-  kernel = timer;
-  entries_.push_back({layer, role, std::move(timer), &kernel, {}});
-}
+Profiler::~Profiler() = default;
 
-void Profiler::end_pass() {
-  for (Entry& entry : entries_) entry.samples.push_back(entry.timer->take_spent_ms());
+void Profiler::end_pass(const Times& pass) {
+  double in_kernels = 0;
+  for (Entry& entry : entries_) {
+    entry.samples.push_back(entry.timer->take_spent());
+    in_kernels += entry.samples.back().cpu_ms;
+  }
+  passes_.push_back(pass);
+  between_.push_back(pass.cpu_ms - in_kernels);
+  others_.push_back(pass.wall_ms - pass.cpu_ms);
 }
 
 void Profiler::clear() {
   for (Entry& entry : entries_) {
-    entry.timer->take_spent_ms();
+    entry.timer->take_spent();
     entry.samples.clear();
   }
+  passes_.clear();
+  between_.clear();
+  others_.clear();
 }
 
-std::vector<Profiler::Row> Profiler::rows() const {
-  std::vector<Row> rows;
-  rows.reserve(entries_.size());
+Profile Profiler::profile() const {
+  Profile profile;
+  profile.pass = median(passes_);
+  profile.between_ms = std::max(0.0, median(between_));
+  profile.others_ms = std::max(0.0, median(others_));
   for (const Entry& entry : entries_) {
-    rows.push_back(
-        {entry.layer, entry.role, entry.timer->kernel()->GetKernelName(), median(entry.samples)});
+    ProfileRow row;
+    row.layer = entry.place.layer;
+    row.role = role_text(entry.place);
+    row.kernel = entry.timer->kernel()->GetKernelName();
+    row.times = median(entry.samples);
+    row.bytes = entry.timer->bytes();
+    profile.rows.push_back(std::move(row));
   }
-  return rows;
+  return profile;
 }
 
 }  // namespace qrt_tool

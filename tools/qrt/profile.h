@@ -1,19 +1,64 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "qrt_core/qrt_core.h"
+#include "tools/qrt/kernel_wrapper.h"
 
 // Times of kernels, measured around them: the engine isn't involved.
 
 namespace qrt_tool {
 
+/// How long something took.
+struct Times {
+  double wall_ms = 0.0;  ///< as a clock on the wall sees it
+  double cpu_ms = 0.0;   ///< of it, what the processor worked on this thread
+
+  Times& operator+=(const Times& other) {
+    wall_ms += other.wall_ms;
+    cpu_ms += other.cpu_ms;
+    return *this;
+  }
+};
+
+/// Times from its making on. It belongs to one thread.
+class Stopwatch {
+ public:
+  Stopwatch();
+  Times times() const;
+
+ private:
+  Times start_;
+};
+
 /// The middle of the samples, or the mean of the two in the middle; 0 without samples.
 double median(std::vector<double> samples);
 
-/// The passes of a network, each kernel timed by a steady clock.
+/// The medians of both times, each for itself.
+Times median(const std::vector<Times>& samples);
+
+/// One kernel: of which layer, in which role, and what a pass spends in it.
+struct ProfileRow {
+  uint32_t layer = 0;
+  std::string role;  ///< empty for the layer's own kernel, else "input 0" and the like
+  std::string kernel;
+  Times times;         ///< medians
+  uint64_t bytes = 0;  ///< of the tensors that it reads and makes
+  std::optional<uint64_t> multiply_adds;
+};
+
+/// Where the time of a pass goes; medians of the passes.
+struct Profile {
+  Times pass;               ///< whole passes
+  double between_ms = 0.0;  ///< of the processor's time of a pass, what was in no kernel
+  double others_ms = 0.0;   ///< in which the processor worked for other programs, or waited
+  std::vector<ProfileRow> rows;
+};
+
+/// The passes of a network, each kernel timed.
 ///
 /// Takes the place of every kernel of the network, and hands each call on to it.
 class Profiler {
@@ -24,31 +69,24 @@ class Profiler {
   /// Gives the network its kernels back.
   ~Profiler();
 
-  /// Ends a pass: what the kernels took since the last call becomes one sample.
-  void end_pass();
+  /// Ends a pass, which took so long: what the kernels took since the last call becomes one sample.
+  void end_pass(const Times& pass);
 
   /// Forgets the samples.
   void clear();
 
-  /// One kernel: of which layer, and in which role.
-  struct Row {
-    uint32_t layer;
-    std::string role;  ///< empty for the layer's own kernel, else "input 0" and the like
-    std::string kernel;
-    double median_ms;
-  };
-
-  /// Every kernel in the order in which they run within their layer.
-  std::vector<Row> rows() const;
+  /// Every kernel in the order in which they run within their layer. Multiply-adds are left open.
+  Profile profile() const;
 
  private:
   class TimedKernel;
   struct Entry;
 
-  void wrap(uint32_t layer, const std::string& role,
-            std::shared_ptr<marlo::runtime::IKernel>& kernel);
-
   std::vector<Entry> entries_;
+  KernelsTaken kernels_;
+  std::vector<Times> passes_;
+  std::vector<double> between_;
+  std::vector<double> others_;
 };
 
 }  // namespace qrt_tool

@@ -1,4 +1,5 @@
 #include "tools/qrt/json_text.h"
+#include "tools/qrt/profile_output.h"
 #include "tools/qrt/run_output.h"
 #include "tools/qrt/shapes.h"
 
@@ -42,20 +43,9 @@ std::string run_json(const LoadedNetwork& network, const std::vector<InputData>&
     json.end_array();
   }
   json.integer("passes", options.repeat == 0 ? 1 : options.repeat);
-  json.number("pass_ms", result.median_ms);
-  if (options.profile) {
-    json.begin_array("profile");
-    for (const Profiler::Row& row : result.rows) {
-      json.begin_object();
-      json.integer("layer", row.layer);
-      json.text("id", network.report.layers[row.layer].id);
-      json.text("role", row.role.empty() ? "kernel" : row.role);
-      json.text("kernel", row.kernel);
-      json.number("median_ms", row.median_ms);
-      json.end_object();
-    }
-    json.end_array();
-  }
+  json.number("pass_ms", result.pass.wall_ms);
+  json.number("pass_cpu_ms", result.pass.cpu_ms);
+  if (result.profile) add_profile(json, network.report, *result.profile);
   json.end_object();
   return json.finish();
 }

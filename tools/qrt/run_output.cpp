@@ -1,12 +1,14 @@
 #include "tools/qrt/run_output.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/npy.h"
 #include "tools/qrt/preview.h"
+#include "tools/qrt/profile_output.h"
 #include "tools/qrt/scores.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
@@ -92,33 +94,26 @@ std::string values_text(const OutputData& output, size_t width) {
   return text;
 }
 
-std::string profile_text(const LoadedNetwork& network, const PassResult& result, size_t width) {
-  double in_kernels = 0.0;
-  for (const Profiler::Row& row : result.rows) in_kernels += row.median_ms;
-  // A pass can't be shorter than its kernels, but medians of each can add up to more.
-  const double whole = std::max(result.median_ms, in_kernels);
-  const auto share = [&](double ms) {
-    return whole > 0.0 ? decimal(100.0 * ms / whole, 1) + " %" : "";
-  };
-  Table table({{"#", true},
-               {"layer", false, true},
-               {"kernel", false, true},
-               {"output"},
-               {"ms", true},
-               {"share", true}});
-  for (const Profiler::Row& row : result.rows) {
-    const LayerReport& layer = network.report.layers[row.layer];
-    const bool is_own = row.role.empty();
-    const std::string sizes = layer.outputs.empty() ? "" : sizes_text(layer.outputs[0].dims);
-    table.add({std::to_string(row.layer), is_own ? layer.id : layer.id + " " + row.role, row.kernel,
-               is_own ? sizes : "", decimal(row.median_ms, 4), share(row.median_ms)});
+/// Names of .npy files after layers.
+class ArrayNames {
+ public:
+  explicit ArrayNames(std::string stem) : stem_(std::move(stem)) {}
+
+  std::string next(std::string id, uint32_t layer, uint32_t position) {
+    // An id comes out of a file: it must not lead to another folder.
+    std::replace_if(
+        id.begin(), id.end(),
+        [](unsigned char c) { return !std::isalnum(c) && c != '-' && c != '_' && c != '.'; }, '_');
+    std::string name = stem_ + id;
+    if (position != 0) name += "-" + std::to_string(position);
+    if (!taken_.insert(name).second) name += "-layer" + std::to_string(layer);
+    return name + ".npy";
   }
-  table.add_rule();
-  const double between = whole - in_kernels;
-  table.add({"", "between the kernels", "", "", decimal(between, 4), share(between)});
-  table.add({"", "pass", "", "", decimal(whole, 4), share(whole)});
-  return table.text(width);
-}
+
+ private:
+  std::string stem_;
+  std::set<std::string> taken_;
+};
 
 }  // namespace
 
@@ -166,7 +161,7 @@ std::string run_text(const LoadedNetwork& network, const std::vector<InputData>&
   if (options.repeat != 0) {
     if (!lines.empty()) lines.emplace_back();
     lines.push_back(
-        "one pass: " + decimal(result.median_ms, 3) + " ms" +
+        "one pass: " + decimal(result.pass.wall_ms, 3) + " ms" +
         (options.repeat > 1 ? " (median of " + std::to_string(options.repeat) + ")" : ""));
   }
   std::string values;
@@ -187,8 +182,11 @@ std::string run_text(const LoadedNetwork& network, const std::vector<InputData>&
     text += pictures.empty() ? joined(lines, "\n") + '\n' : side_by_side(pictures, lines);
   }
   text += values;
-  if (options.profile) {
-    text += (text.empty() ? "" : "\n") + profile_text(network, result, table_width(options.width));
+  if (result.profile) {
+    text += (text.empty() ? "" : "\n") +
+            profile_text(network.report, *result.profile,
+                         parse_profile_view(options.profile_by, options.profile_sort),
+                         table_width(options.width));
   }
   return text;
 }
@@ -201,25 +199,30 @@ std::string only_output(const PassResult& result) {
   return npy_bytes(*result.outputs[0].tensor);
 }
 
+size_t write_records(const PassResult& result, const NetworkReport& report,
+                     const std::string& directory) {
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  if (error) {
+    throw ToolError(kRunError, printable(directory) + ": can't be made: " + error.message());
+  }
+  ArrayNames names(directory + "/");
+  for (const LayerRecord& record : result.records) {
+    write_file(names.next(report.layers[record.layer].id, record.layer, record.position),
+               npy_bytes(record.shape, record.bytes.data()));
+  }
+  return result.records.size();
+}
+
 std::vector<std::string> write_outputs(const PassResult& result, const std::string& path) {
   if (result.outputs.size() == 1) {
     write_file(path, npy_bytes(*result.outputs[0].tensor));
     return {path};
   }
-  const std::string stem = path.substr(0, path.size() - 4);
+  ArrayNames names(path.substr(0, path.size() - 4) + "-");
   std::vector<std::string> written;
-  std::set<std::string> taken;
   for (const OutputData& output : result.outputs) {
-    // An id comes out of a file: it must not lead to another folder.
-    std::string id = output.id;
-    std::replace_if(
-        id.begin(), id.end(),
-        [](unsigned char c) { return !std::isalnum(c) && c != '-' && c != '_' && c != '.'; }, '_');
-    std::string name = stem;
-    name.append("-").append(id);
-    if (output.position != 0) name += "-" + std::to_string(output.position);
-    if (!taken.insert(name).second) name += "-layer" + std::to_string(output.layer);
-    written.push_back(name + ".npy");
+    written.push_back(names.next(output.id, output.layer, output.position));
     write_file(written.back(), npy_bytes(*output.tensor));
   }
   return written;

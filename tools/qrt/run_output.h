@@ -37,6 +37,11 @@ std::string run_json(const LoadedNetwork& network, const std::vector<InputData>&
 /// @throws ToolError (kRunError) where there are several
 std::string only_output(const PassResult& result);
 
+/// Writes every layer's outputs as DIRECTORY/LAYER.npy, blocks of channels as planes. Returns the
+/// number of files.
+size_t write_records(const PassResult& result, const NetworkReport& report,
+                     const std::string& directory);
+
 /// Writes the outputs as .npy files: FILE, or FILE with the layer's id before the suffix where
 /// there are several. Returns their names.
 std::vector<std::string> write_outputs(const PassResult& result, const std::string& path);

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <limits>
 
+#include "qrt_core/runtime/tensor/shape_text.h"
 #include "tools/qrt/errors.h"
+#include "tools/qrt/kernel_trial.h"
 #include "tools/qrt/layer_facts.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/text.h"
@@ -13,19 +15,14 @@
 namespace qrt_tool {
 
 using marlo::runtime::DataType;
-using marlo::runtime::DeviceCPU;
+using marlo::runtime::LayoutText;
 using marlo::runtime::LayoutType;
-using marlo::runtime::Tensor;
 using marlo::runtime::TensorShape;
+using marlo::utility::LayerShapes;
 
 namespace {
 
 constexpr size_t kMostDims = 8;
-
-/// A layer can't take its inputs; the text says what it expected.
-struct Misfit {
-  std::string text;
-};
 
 uint64_t physical_memory() {
   const long pages = sysconf(_SC_PHYS_PAGES);
@@ -34,94 +31,48 @@ uint64_t physical_memory() {
   return static_cast<uint64_t>(pages) * static_cast<uint64_t>(page);
 }
 
-// A tensor without numbers, for checks that look at shapes only.
-std::shared_ptr<Tensor> hollow_tensor(const TensorShape& shape, DeviceCPU& device) {
-  static char nothing[64];
-  return device.CreateTensorExternal(shape, nothing);
-}
-
-void check_size(const TensorShape& shape) {
+// Why a tensor can't be made, on this machine; empty if it can.
+std::string size_fault(const TensorShape& shape) {
   double bytes = ElementSize(shape.data_type);
   for (const uint32_t size : shape.dims) bytes *= size;
-  if (bytes == 0) throw Misfit{"its tensor " + shape_text(shape) + " is empty"};
+  if (bytes == 0) return "its tensor " + shape_text(shape) + " is empty";
   const auto most = static_cast<double>(std::min<uint64_t>(physical_memory(), UINT32_MAX));
-  if (bytes > most) {
-    throw Misfit{"its tensor " + shape_text(shape) + " needs " + decimal(bytes / (1 << 20), 0) +
-                 " MiB; expected at most " + decimal(most / (1 << 20), 0) + " MiB"};
-  }
+  if (bytes <= most) return "";
+  return "its tensor " + shape_text(shape) + " needs " + decimal(bytes / (1 << 20), 0) +
+         " MiB; expected at most " + decimal(most / (1 << 20), 0) + " MiB";
 }
 
-// The output of one kernel, after its own check of the inputs.
-std::vector<TensorShape> through(const KernelReport& report, const std::vector<TensorShape>& inputs,
-                                 const std::string& expected, DeviceCPU& device) {
-  marlo::runtime::IKernel::Tensors tensors;
-  std::vector<std::string> found;
-  for (const TensorShape& input : inputs) {
-    check_size(input);
-    tensors.push_back(hollow_tensor(input, device));
-    found.push_back(shape_text(input));
-  }
-  if (report.kernel->CheckInputs(tensors) != marlo::runtime::KERNEL_OK) {
-    throw Misfit{"expected " + expected + ", found " + joined(found, " and ")};
-  }
-  std::vector<TensorShape> outputs = report.kernel->InferOutputShapes(inputs);
-  for (const TensorShape& output : outputs) check_size(output);
-  return outputs;
-}
-
-void infer_layer(LayerReport& layer, std::vector<TensorShape> inputs, DeviceCPU& device) {
-  for (uint32_t position = 0; position < inputs.size(); ++position) {
-    const auto converter = layer.input_converters.find(position);
-    if (converter == layer.input_converters.end()) continue;
-    const auto converted =
-        through(converter->second, {inputs[position]},
-                "a tensor that " + printable(converter->second.name) + " takes", device);
-    if (!converted.empty()) inputs[position] = converted[0];
-  }
-  std::string expected = "a tensor that the kernel takes";
-  if (const auto demanded = expected_input(*layer.info)) {
-    // A kernel on blocks of channels has its layout in its name.
-    const bool is_blocked = layer.kernel.name.find("HW4") != std::string::npos ||
-                            layer.kernel.name.find("HW8") != std::string::npos;
-    const std::string layout = demanded->dims == 3 ? "FLOAT32 CHW" : "FLOAT32 CL";
-    expected = (is_blocked ? expected : layout) + " with " + counted(demanded->channels, "channel");
-  }
-  if (!inputs.empty()) {
-    const std::string fault = window_fault(*layer.info, inputs[0].dims);
-    if (!fault.empty()) {
-      throw Misfit{"expected a larger input than " + shape_text(inputs[0]) + ": " + fault};
+// The first fault of the kind among the tensors of a layer.
+std::string size_fault(const LayerShapes& shapes) {
+  for (const auto* tensors : {&shapes.inputs, &shapes.made, &shapes.outputs}) {
+    for (const TensorShape& shape : *tensors) {
+      std::string fault = size_fault(shape);
+      if (!fault.empty()) return fault;
     }
   }
-  std::vector<TensorShape> outputs = through(layer.kernel, inputs, expected, device);
-  if (!inputs.empty() && !outputs.empty()) {
-    layer.multiply_adds = multiply_adds(*layer.info, inputs[0].dims, outputs[0].dims);
-  }
-  for (uint32_t position = 0; position < outputs.size(); ++position) {
-    const auto converter = layer.output_converters.find(position);
-    if (converter == layer.output_converters.end()) continue;
-    const auto converted =
-        through(converter->second, {outputs[position]},
-                "a tensor that " + printable(converter->second.name) + " takes", device);
-    if (!converted.empty()) outputs[position] = converted[0];
-  }
-  layer.outputs = std::move(outputs);
+  return "";
 }
 
-// The shapes that a layer reads; nothing where one isn't known.
-std::optional<std::vector<TensorShape>> inputs_of(const NetworkReport& report,
-                                                  const LayerReport& layer,
-                                                  const InputShapes& inputs) {
-  if (layer.is_input) {
-    const auto found = inputs.find(layer.index);
-    if (found == inputs.end()) return std::nullopt;
-    return std::vector<TensorShape>{found->second};
+// The network of a report as the library's own check sees it. Kernels that couldn't be configured
+// are null there.
+marlo::runtime::Net net_of(const NetworkReport& report) {
+  std::vector<std::shared_ptr<marlo::runtime::Layer>> layers;
+  layers.reserve(report.layers.size());
+  for (const LayerReport& layer : report.layers) {
+    auto made = std::make_shared<marlo::runtime::Layer>();
+    made->name = layer.is_input ? "Input" : layer.kind;
+    made->id = layer.id;
+    for (const uint32_t source : layer.sources) made->inputs.emplace_back(source, 0);
+    if (layer.kernel.problem.empty()) made->kernel = layer.kernel.kernel;
+    for (const auto& [position, converter] : layer.input_converters) {
+      made->input_converters[position] = converter.kernel;
+    }
+    for (const auto& [position, converter] : layer.output_converters) {
+      made->output_converters[position] = converter.kernel;
+    }
+    layers.push_back(std::move(made));
   }
-  std::vector<TensorShape> shapes;
-  for (const uint32_t source : layer.sources) {
-    if (report.layers[source].outputs.empty()) return std::nullopt;
-    shapes.push_back(report.layers[source].outputs[0]);
-  }
-  return shapes;
+  return marlo::runtime::Net(layers, {});
 }
 
 bool has_all_kernels(const LayerReport& layer) {
@@ -131,52 +82,45 @@ bool has_all_kernels(const LayerReport& layer) {
          std::all_of(layer.output_converters.begin(), layer.output_converters.end(), ready);
 }
 
+// What the description demands of an input that the layer's own kernel has refused.
+std::string expectation(const LayerReport& layer, const std::vector<TensorShape>& inputs) {
+  const std::string fault = inputs.empty() ? "" : window_fault(*layer.info, inputs[0].dims);
+  if (!fault.empty()) return "expected a larger input than " + shape_text(inputs[0]) + ": " + fault;
+  std::string expected = "a tensor that the kernel takes";
+  if (const auto demanded = expected_input(*layer.info)) {
+    // A kernel on blocks of channels has its layout in its name.
+    const bool is_blocked = layer.kernel.name.find("HW4") != std::string::npos ||
+                            layer.kernel.name.find("HW8") != std::string::npos;
+    const std::string layout = demanded->dims == 3 ? "FLOAT32 CHW" : "FLOAT32 CL";
+    expected = (is_blocked ? expected : layout) + " with " + counted(demanded->channels, "channel");
+  }
+  std::vector<std::string> found;
+  for (const TensorShape& input : inputs) found.push_back(shape_text(input));
+  return "expected " + expected + ", found " + joined(found, " and ");
+}
+
 }  // namespace
 
-std::string layout_name(LayoutType layout) {
-  if (const char* name = PrintedName(layout)) return name;
-  // Those that the library prints as numbers.
-  switch (layout) {
-    case LayoutType::GN8C8HW8n8c:
-      return "GN8C8HW8n8c";
-    case LayoutType::G4NCHWg4:
-      return "G4NCHWg4";
-    case LayoutType::G8NCHWg8:
-      return "G8NCHWg8";
-    case LayoutType::GN4CHWn4:
-      return "GN4CHWn4";
-    case LayoutType::GN8CHWn8:
-      return "GN8CHWn8";
-    case LayoutType::GN:
-      return "GN";
-    case LayoutType::C:
-      return "C";
-    case LayoutType::BC:
-      return "BC";
-    case LayoutType::SC:
-      return "SC";
-    case LayoutType::GNCL:
-      return "GNCL";
-    case LayoutType::CL:
-      return "CL";
-    case LayoutType::NC:
-      return "NC";
-    case LayoutType::N8C8c8n8:
-      return "N8C8c8n8";
-    case LayoutType::GN8C8HWc8n8:
-      return "GN8C8HWc8n8";
-    case LayoutType::GN4C8HWn4c8:
-      return "GN4C8HWn4c8";
-    case LayoutType::GN8C4HWn8c4:
-      return "GN8C4HWn8c4";
-    default:
-      return "layout " + std::to_string(static_cast<uint32_t>(layout));
+std::string shapes_fault(const LayerReport& layer, const LayerShapes& shapes) {
+  const std::string size = size_fault(shapes);
+  if (!size.empty()) return size;
+  if (shapes.fault.empty()) return "";
+  const std::vector<std::string> reasons = reasons_of(shapes.place.misfits, shapes.place.kernel);
+  const bool is_own = shapes.place.role.empty();
+  if (is_own && layer.kernel.kernel != nullptr && reasons.empty()) {
+    const std::string window =
+        shapes.inputs.empty() ? "" : window_fault(*layer.info, shapes.inputs[0].dims);
+    const bool refuses = shapes.fault.find(" refuses ") != std::string::npos;
+    if (!window.empty() || refuses) return expectation(layer, shapes.inputs);
   }
+  std::string text = without_tag(shapes.fault);
+  if (!is_own) text = printable(shapes.place.role) + ": " + text;
+  return reasons.empty() ? text : text + ": " + joined(reasons, "; ");
 }
 
 std::string shape_text(const TensorShape& shape) {
   const char* type = PrintedName(shape.data_type);
-  return std::string(type == nullptr ? "unknown" : type) + " " + layout_name(shape.layout) + " " +
+  return std::string(type == nullptr ? "unknown" : type) + " " + LayoutText(shape.layout) + " " +
          sizes_text(shape.dims);
 }
 
@@ -281,7 +225,7 @@ void add_shape_members(JsonText& json, const TensorShape& shape) {
   json.sizes("sizes", shape.dims);
   const char* type = PrintedName(shape.data_type);
   if (type != nullptr) json.text("data_type", type);
-  json.text("layout", layout_name(shape.layout));
+  json.text("layout", LayoutText(shape.layout));
   json.integer("layout_code", static_cast<uint32_t>(shape.layout));
 }
 
@@ -297,20 +241,25 @@ void add_shape(JsonText& json, const TensorShape& shape) {
   json.end_object();
 }
 
-std::string infer_shapes(NetworkReport& report, const InputShapes& inputs, DeviceCPU& device) {
-  for (LayerReport& layer : report.layers) {
-    const auto shapes = inputs_of(report, layer, inputs);
-    if (!shapes || !has_all_kernels(layer)) continue;
-    try {
-      infer_layer(layer, *shapes, device);
-    } catch (const Misfit& misfit) {
-      return layer.title() + ": " + misfit.text;
-    } catch (const std::runtime_error& failure) {
-      const std::string fault = take_fault(failure);
-      return layer.title() + ": " + (fault.empty() ? "the kernel refuses its input" : fault);
+std::string infer_shapes(NetworkReport& report, const InputShapes& inputs,
+                         const std::shared_ptr<marlo::runtime::Context>& context) {
+  const auto layers =
+      marlo::utility::check_shapes(net_of(report), {inputs.begin(), inputs.end()}, context);
+  take_library_errors();  // the faults say the same
+  std::string first;
+  for (size_t i = 0; i < layers.size(); ++i) {
+    LayerReport& layer = report.layers[i];
+    layer.outputs = layers[i].outputs;
+    if (!layers[i].inputs.empty() && !layers[i].made.empty()) {
+      layer.multiply_adds =
+          multiply_adds(*layer.info, layers[i].inputs[0].dims, layers[i].made[0].dims);
     }
+    // What a layer without its kernels lacks is known already.
+    if (layers[i].is_consequence || !has_all_kernels(layer) || !first.empty()) continue;
+    const std::string fault = shapes_fault(layer, layers[i]);
+    if (!fault.empty()) first = layer.title() + ": " + fault;
   }
-  return "";
+  return first;
 }
 
 }  // namespace qrt_tool

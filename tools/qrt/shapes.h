@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "qrt_core/utility/check_shapes.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/network_report.h"
 
@@ -12,9 +13,6 @@
 namespace qrt_tool {
 
 using InputShapes = std::map<uint32_t, marlo::runtime::TensorShape>;  // by input layer
-
-/// The name of any layout that tensors have: "CHW", "SC"; "layout 99" for a code without one.
-std::string layout_name(marlo::runtime::LayoutType layout);
 
 /// "FLOAT32 CHW 1x28x28".
 std::string shape_text(const marlo::runtime::TensorShape& shape);
@@ -61,10 +59,14 @@ void add_shape_members(JsonText& json, const marlo::runtime::TensorShape& shape)
 void add_shape(JsonText& json, const char* key, const marlo::runtime::TensorShape& shape);
 void add_shape(JsonText& json, const marlo::runtime::TensorShape& shape);
 
+/// Why a layer doesn't fit what the library's check of shapes found for it, or this machine; empty
+/// if it does.
+std::string shapes_fault(const LayerReport& layer, const marlo::utility::LayerShapes& shapes);
+
 /// Infers the outputs and the multiply-adds of every layer whose inputs are known.
 /// @return the first layer that can't take its inputs, what it expected and what it found; empty if
 ///   there is none. Layers behind it keep no shapes.
 std::string infer_shapes(NetworkReport& report, const InputShapes& inputs,
-                         marlo::runtime::DeviceCPU& device);
+                         const std::shared_ptr<marlo::runtime::Context>& context);
 
 }  // namespace qrt_tool

@@ -112,6 +112,12 @@ std::string decimal(double value, int decimals) {
   return buffer;
 }
 
+std::string short_decimal(double value) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%.2g", value);
+  return buffer;
+}
+
 std::string float_text(double value) {
   char buffer[64];
   std::snprintf(buffer, sizeof buffer, "%.9g", value);

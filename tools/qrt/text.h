@@ -37,6 +37,9 @@ std::string sizes_text(const std::vector<uint32_t>& sizes);
 /// `value` with a fixed number of decimals.
 std::string decimal(double value, int decimals);
 
+/// `value` in two significant digits: "0.00098", "1.5e-07".
+std::string short_decimal(double value);
+
 /// `value` in as few digits as identify a float.
 std::string float_text(double value);
 
