@@ -109,7 +109,8 @@ bool fits(const Row& row, const ConvShape& shape) {
          (sizes.groups == 1 || knows_groups) &&
          sizes.in_channels % BlockSize(row.input.layout) == 0 &&
          sizes.out_channels % BlockSize(row.output.layout) == 0 &&
-         row.accepts(PlaneGeometry::params_of(*test::describe<PlaneGeometry>(sizes, {})));
+         kernel::fits(row.accepts,
+                      PlaneGeometry::params_of(*test::describe<PlaneGeometry>(sizes, {})));
 }
 
 template <typename Rows>

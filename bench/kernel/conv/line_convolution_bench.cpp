@@ -43,7 +43,8 @@ void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
 
 bool fits(const Row& row, const ConvShape& shape) {
   return shape.kind == ConvShape::Kind::line && shape.sizes.groups == 1 &&
-         row.accepts(LineGeometry::params_of(*test::describe<LineGeometry>(shape.sizes, {})));
+         kernel::fits(row.accepts, LineGeometry::as_plane(LineGeometry::params_of(
+                                       *test::describe<LineGeometry>(shape.sizes, {}))));
 }
 
 const bool registered = [] {

@@ -1,5 +1,6 @@
 #include <benchmark/benchmark.h>
 
+#include <initializer_list>
 #include <string>
 
 #include "bench/support/checks.h"
@@ -38,8 +39,8 @@ void run(benchmark::State& state, const ConvolutionRow<Geometry>& row, const Con
   time_computing(state, layer, 2 * shape.multiply_adds(), arithmetic_limit(layer.width()));
 }
 
-template <typename Geometry, size_t n>
-void add(const ConvolutionRow<Geometry>* const (&rows)[n], ConvShape::Kind kind) {
+template <typename Geometry>
+void add(std::initializer_list<const ConvolutionRow<Geometry>*> rows, ConvShape::Kind kind) {
   const auto fits = [kind](const ConvolutionRow<Geometry>&, const ConvShape& shape) {
     return shape.kind == kind && shape.multiply_adds() <= kMostMultiplyAdds;
   };

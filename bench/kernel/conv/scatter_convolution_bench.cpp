@@ -67,7 +67,8 @@ bool fits(const Row& row, const ConvShape& shape) {
   return shape.kind == ConvShape::Kind::transposed &&
          sizes.in_channels % runtime::BlockSize(row.input.layout) == 0 &&
          sizes.out_channels % runtime::BlockSize(row.output.layout) == 0 &&
-         row.accepts(ScatterGeometry::params_of(*test::describe<TransposedGeometry>(sizes, {})));
+         kernel::fits(row.accepts,
+                      ScatterGeometry::params_of(*test::describe<TransposedGeometry>(sizes, {})));
 }
 
 const bool registered = [] {
