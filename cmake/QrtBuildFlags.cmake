@@ -43,3 +43,20 @@ if(QRT_SANITIZE)
   target_compile_definitions(qrt_build_flags INTERFACE _GLIBCXX_ASSERTIONS)
   target_link_options(qrt_build_flags INTERFACE -fsanitize=${QRT_SANITIZE})
 endif()
+
+# What libraries and tool are made with besides: they read files of strangers. A function with an array on its stack
+# checks it, calls of the C library know the sizes of what they write to, and what the loader has resolved is read-only.
+# Sanitizers see the same and more.
+add_library(qrt_hardening INTERFACE)
+if(NOT QRT_SANITIZE)
+  set(fortify_level 2)
+  if((CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12) OR
+      (CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 9))
+    set(fortify_level 3)
+  endif()
+  target_compile_options(qrt_hardening INTERFACE -fstack-protector-strong)
+  # The headers of the C library check nothing, and warn, where nothing is optimised.
+  target_compile_options(qrt_hardening INTERFACE
+    "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=${fortify_level}>")
+  target_link_options(qrt_hardening INTERFACE LINKER:-z,relro LINKER:-z,now)
+endif()

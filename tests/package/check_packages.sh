@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Looks into the built Debian packages: their files, the library's SONAME and symbols, dependencies,
+# Looks into the built Debian packages: their files, the library's SONAME and symbols, hardening, dependencies,
 # the manual page, and with --check what lintian says.
 #
 # usage: check_packages.sh [--check] FOLDER
@@ -59,6 +59,9 @@ readonly library=$scratch/libqrt-core1/$lib/libqrt_core.so.1
 soname=$(objdump -p "$library" | awk '$1 == "SONAME" { print $2 }')
 [[ $soname == libqrt_core.so.1 ]] || fail "the SONAME is $soname"
 python3 "$checks/check_exports.py" "$library" "$checks/exported_names.txt"
+
+say "hardening"
+python3 "$checks/check_hardening.py" "$library" "$scratch/qrt/usr/bin/qrt" "$scratch/libqrt-core-dev/$lib/libqrt_core.a"
 
 say "dependencies"
 for name in "${names[@]}"; do
