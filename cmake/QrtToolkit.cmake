@@ -26,7 +26,7 @@ endif()
 
 add_library(qrt_objects_toolkit OBJECT ${toolkit_sources})
 qrt_set_usage(qrt_objects_toolkit)
-target_link_libraries(qrt_objects_toolkit PRIVATE qrt_build_flags)
+target_link_libraries(qrt_objects_toolkit PRIVATE qrt_build_flags qrt_hardening)
 target_include_directories(qrt_objects_toolkit SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
 target_compile_options(qrt_objects_toolkit PRIVATE
   $<$<CXX_COMPILER_ID:Clang>:-Wno-ambiguous-reversed-operator>)
@@ -51,7 +51,7 @@ set_target_properties(qrt_toolkit PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}
   LINK_DEPENDS "${export_map}")
-target_link_libraries(qrt_toolkit PUBLIC qrt_core)
+target_link_libraries(qrt_toolkit PUBLIC qrt_core PRIVATE "$<BUILD_INTERFACE:qrt_hardening>")
 
 add_library(qrt_toolkit_static STATIC $<TARGET_OBJECTS:qrt_objects_toolkit>)
 add_library(qrt_core::qrt_toolkit_static ALIAS qrt_toolkit_static)
