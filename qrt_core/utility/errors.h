@@ -16,7 +16,8 @@
 
 namespace marlo::utility {
 
-/// One point in which something is not what it should be.
+/// One point in which something is not what it should be. Plain data: any number of threads may read
+/// it while none changes it.
 struct Misfit {
   /// What is at fault: members of the description by their keys ("stride_x, stride_y"), or
   /// "input 0" and the like.
@@ -28,7 +29,8 @@ struct Misfit {
 /// "stride_x, stride_y: expected 1 x 1, found 2 x 2"
 QRT_API std::string misfit_text(const Misfit& misfit);
 
-/// The place in a network where something failed.
+/// The place in a network where something failed. Plain data: any number of threads may read it while
+/// none changes it.
 struct LayerFault {
   uint32_t layer = 0;           ///< index of the layer
   std::string id;               ///< its id in the model; empty in a network made by hand

@@ -47,7 +47,8 @@ enum class InputUse : uint8_t {
 using utility::Misfit;
 
 /// A kernel's facts. A kernel class implements it beside `IKernel`, so an application's own kernels
-/// can as well: `dynamic_cast<const IKernelFacts*>(kernel)` is null for one that doesn't.
+/// can as well: `dynamic_cast<const IKernelFacts*>(kernel)` is null for one that doesn't. Belongs to
+/// one thread at a time, as its kernel does.
 class QRT_API IKernelFacts {
  public:
   IKernelFacts() = default;

@@ -35,9 +35,7 @@ AlignUpPool::~AlignUpPool() {
   ReleaseFreeBlocks();
 }
 
-void AlignUpPool::ReleaseFreeBlocks() {
-  blocks_.release_free_blocks(std::free);
-}
+void AlignUpPool::ReleaseFreeBlocks() { blocks_.release_free_blocks(std::free); }
 
 void* AlignUpPool::Allocate(uint64_t size) {
   const uint64_t overhead = padding_ + alignment_ - 1;

@@ -50,9 +50,7 @@ AlignedPool::~AlignedPool() {
   }
 }
 
-void AlignedPool::ReleaseFreeBlocks() {
-  blocks_.release_free_blocks(free_raw);
-}
+void AlignedPool::ReleaseFreeBlocks() { blocks_.release_free_blocks(free_raw); }
 
 void* AlignedPool::Allocate(uint64_t size) {
   const auto& free_blocks = blocks_.free_blocks();
