@@ -26,34 +26,20 @@ static int classify(const char* model, const char* picture, const char* label_fi
   for (float& pixel : pixels) pixel /= 255.0f;
   stbi_image_free(grey);
 
-  std::shared_ptr<marlo::runtime::Context> context;
-  marlo::utility::create_context(context, 32);
-  marlo::runtime::KernelRegistry kernels;
-  marlo::runtime::InferenceParamRegistry params;
-  marlo::utility::init_register_operators(kernels, params);
-  std::map<std::string, std::shared_ptr<marlo::utility::_NetworkPackage>> networks;
-  if (marlo::utility::load_model(model, networks, context, kernels, params, "qrt", 1, 0) != 0 ||
-      networks.empty()) {
-    return 1;  // the library has said why
-  }
-
-  auto& network = *networks.begin()->second;
+  marlo::utility::Model network(model);
   const auto size_h = static_cast<unsigned int>(height), size_w = static_cast<unsigned int>(width);
-  const auto& wanted = network.extra_info;
+  const auto& wanted = network.at(0).header();
   if (wanted.model_base_h != 0 &&
       (wanted.model_base_h != size_h || wanted.model_base_w != size_w)) {
     return std::fprintf(stderr, "%s: %u x %u pixels, the model reads %u x %u\n", picture, size_w,
                         size_h, wanted.model_base_w, wanted.model_base_h),
            1;
   }
-  network.input_tensors[0] = context->cpu->CreateF32CHWMainMem({1, size_h, size_w}, pixels.data());
-  auto results =
-      network.net->Forward(network.input_tensors, network.output_ids, context, nullptr, nullptr);
-  const auto& output = results.at(network.output_ids.at(0)).at(0);
-  const auto* logits = static_cast<const float*>(output->handle.cpu);
-  if (labels.size() != ElementCount(output->shape)) {
-    return std::fprintf(stderr, "%s: %zu labels for %u outputs\n", label_file, labels.size(),
-                        static_cast<unsigned int>(ElementCount(output->shape))),
+  const auto results = network.run({{1, size_h, size_w}, pixels});
+  const auto logits = results[0].elements();
+  if (labels.size() != logits.size()) {
+    return std::fprintf(stderr, "%s: %zu labels for %zu outputs\n", label_file, labels.size(),
+                        logits.size()),
            1;
   }
 
@@ -74,6 +60,6 @@ int main(int argc, char** argv) {
   try {
     return classify(argv[1], argv[2], argv[3]);
   } catch (const std::exception& failure) {
-    return std::fprintf(stderr, "%s\n", failure.what()), 1;
+    return std::fprintf(stderr, "%s\n", marlo::utility::story(failure).c_str()), 1;
   }
 }

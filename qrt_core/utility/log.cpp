@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "qrt_core/utility/errors.h"
+#include "qrt_core/utility/quiet_log_internal.h"
 
 namespace marlo::utility {
 namespace {
@@ -29,6 +30,12 @@ std::string& log_tag() {
   return tag;
 }
 
+thread_local unsigned int quiet_depth = 0;  // how many `QuietLog` live
+
+void hand_over(const std::string& line) {
+  if (quiet_depth == 0) log_callback(line.c_str());
+}
+
 // The text between the tag and the message; null for a level that never prints.
 const char* level_prefix(int level) {
   switch (level) {
@@ -47,6 +54,9 @@ const char* level_prefix(int level) {
 
 }  // namespace
 
+QuietLog::QuietLog() { ++quiet_depth; }
+QuietLog::~QuietLog() { --quiet_depth; }
+
 std::string Log(int level, const char* format, ...) {
   const char* prefix = level_prefix(level);
   if (prefix != nullptr && (log_mask & static_cast<unsigned int>(level)) != 0) {
@@ -56,7 +66,7 @@ std::string Log(int level, const char* format, ...) {
     va_end(arguments);
     std::string line = "[" + log_tag() + prefix + message_buffer;
     if (level == LOG_ERROR) line += '\n';
-    log_callback(line.c_str());
+    hand_over(line);
   }
   return message_buffer;
 }
@@ -72,7 +82,7 @@ QR_STATUS Assert(bool condition, const char* format, ...) {
     va_end(arguments);
     text += message_buffer;
     text += '\n';
-    log_callback(text.c_str());
+    hand_over(text);
   }
   throw Error(text, message_begin);
 }

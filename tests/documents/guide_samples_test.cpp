@@ -5,6 +5,7 @@
 #include <qrt_core/qrt_core.h>
 
 #include <cmath>
+#include <cstdio>
 
 #include "qrt_core/kernel/kernel_class.h"
 #include "tests/documents/working_folder.h"
@@ -61,10 +62,47 @@ TEST(Readme, ReadsADigit) {
   const std::vector<float> white(28 * 28, 1.0f);
   const float* pixels = white.data();
 #include "samples/readme.inc"
-  for (int digit = 0; digit < 10; ++digit) EXPECT_TRUE(std::isfinite(logits[digit])) << digit;
-  EXPECT_EQ(ElementCount(results.at(network.output_ids[0])[0]->shape), 10u);
+  ASSERT_EQ(results.size(), 1u);
+  ASSERT_EQ(results[0].elements().size(), 10u);
+  for (const float logit : results[0].elements()) EXPECT_TRUE(std::isfinite(logit));
+}
+
+TEST(Application, AModelRuns) {
+  const WorkingFolder folder(kModels + "digits");
+  const std::vector<float> pixels(28 * 28, 1.0f);
+#include "samples/application_model.inc"
+  EXPECT_EQ(network.inputs().size(), 1u);
+  EXPECT_EQ(results.size(), 1u);
+}
+
+TEST(Application, TheFunctionsBeneathGiveTheSame) {
+  const WorkingFolder folder(kModels + "digits");
+  const std::vector<float> white(28 * 28, 1.0f);
+  const float* pixels = white.data();
+#include "samples/application_functions.inc"
+  utility::Model model("digits.qrtmodel");
+  const auto same = model.run({{1, 28, 28}, pixels});
+  EXPECT_THAT(logits, ::testing::ElementsAreArray(same[0].elements()));
+}
+
+TEST(Application, TheModelThatShipsIsRight) {
+  const WorkingFolder folder(kModels + "digits");
+#include "samples/application_check.inc"
+  std::string texts;
+  for (const auto& finding : utility::check_model("digits.qrtmodel")) {
+    texts += utility::finding_text(finding) + '\n';
+  }
+  EXPECT_EQ(texts, "");
 }
 #endif
+
+TEST(Application, AMissingFileIsAStory) {
+  const std::string path = "no/such.qrtmodel";
+  ::testing::internal::CaptureStderr();
+#include "samples/application_error.inc"
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "no/such.qrtmodel: Error in opening the file [no/such.qrtmodel].\n");
+}
 
 TEST(AddAKernel, AFamilyOfTheGivenFormMakesAKernel) {
   std::shared_ptr<runtime::Context> context;

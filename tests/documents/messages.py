@@ -18,6 +18,9 @@ VALUE = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z|j|t)?[a-zA-Z]")
 ELLIPSIS = "\u2026"
 # Sources that say nothing but what a kernel expects and what it found instead: see PIECES.
 REASONS = re.compile(r"(?:/acceptance|_facts)\.cpp$|/misfits_internal\.h$")
+# Findings explain themselves; the document has a line for each of their codes.
+FINDINGS = re.compile(r"utility/(check_(json|model|network|network_shapes|overwritten|weights)|nearest_name)\.cpp$")
+CODES = re.compile(r"const names\[\] = \{(.*?)\};", re.S)
 # Functions that say the same.
 REASONING = re.compile(r"^KernelFamily::Misfits .*?^}$", re.M | re.S)
 COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
@@ -37,7 +40,8 @@ PIECES = {
     # Parts of a story, and what fills the place of a name in one.
     ", kernel ", ": expected ", "expected ", ": found ", ", found ", "input converter ", "output converter ",
     "input converter", "output converter", 'network "', "layer ", "layout ", " in ", "an unknown location",
-    "a tensor in each position", "a null pointer", "it reads layer ", ", which gives nothing",
+    "a tensor in each position", "a null pointer", "layers are named by their ids", "networks are named by their ids",
+    "the file ", " is not a model", "it reads layer ", ", which gives nothing",
 }
 
 
@@ -56,7 +60,11 @@ def messages_of(text):
 def all_messages(root):
     found = {}
     for path in sorted(glob.glob(os.path.join(root, "qrt_core/**/*"), recursive=True)):
-        if path.endswith((".h", ".cpp")) and not REASONS.search(path):
+        if path.endswith("check_model.cpp"):
+            with open(path, encoding="ascii") as file:
+                for code in PIECE.findall(CODES.search(file.read())[1]):
+                    found[code] = os.path.relpath(path, root)
+        if path.endswith((".h", ".cpp")) and not FINDINGS.search(path) and not REASONS.search(path):
             with open(path, encoding="ascii") as file:
                 for message in messages_of(file.read()):
                     found.setdefault(message, os.path.relpath(path, root))

@@ -153,7 +153,7 @@ TEST(Headers, TheSampleOfSerializableWritesAPoint) {
 
 TEST(Headers, TheSampleOfClassRegistryMakesAKernel) {
   using namespace runtime;
-  using MyKernel = kernel::ReLU_Fallback_Float_M1;
+  using Mine = kernel::ReLU_Fallback_Float_M1;
 #include "samples/class_registry_h.inc"
   ASSERT_NE(kernel, nullptr);
   EXPECT_EQ(kernel->GetKernelName(), "ReLU_Fallback_Float_M1");
@@ -167,6 +167,21 @@ TEST(Headers, TheSampleOfTheUmbrellaReadsADigit) {
 #include "samples/qrt_core_h.inc"
   const auto* logits = static_cast<const float*>(outputs.at(package.output_ids[0])[0]->handle.cpu);
   for (int digit = 0; digit < 10; ++digit) EXPECT_TRUE(std::isfinite(logits[digit])) << digit;
+}
+
+TEST(Headers, TheSampleOfModelReadsADigit) {
+  const WorkingFolder folder(std::string(QRT_SOURCE_DIR) + "/models/digits");
+  const std::vector<float> pixels(28 * 28, 1.0f);
+#include "samples/model_h.inc"
+  EXPECT_EQ(results[0].elements().size(), 10u);
+}
+
+TEST(Headers, TheSampleOfCheckModelNamesAMissingFile) {
+  using utility::check_model;
+  using utility::finding_text;
+  ::testing::internal::CaptureStderr();
+#include "samples/check_model_h.inc"
+  EXPECT_NE(::testing::internal::GetCapturedStderr().find("net.json"), std::string::npos);
 }
 
 // Whether a pass may run, as an application asks.

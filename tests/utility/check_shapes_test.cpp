@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/runtime/engine/all_layers.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/model_builder.h"
 
@@ -119,6 +120,25 @@ TEST_F(CheckShapes, ContextsWithoutADeviceAreAnError) {
   const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
   EXPECT_THROW(check_shapes(*net, {}, nullptr), Error);
   EXPECT_THROW(check_shapes(*net, {}, std::make_shared<runtime::Context>()), Error);
+}
+
+TEST_F(CheckShapes, AgreesWithAPassOnEveryKindOfLayer) {
+  auto model = test::all_layers(3);
+  const auto net = runtime::CreateNet(model.info(), model.configuration(), kernels_, context_);
+  const auto inputs = test::all_layers_inputs(*context_->cpu);
+  std::unordered_map<unsigned int, TensorShape> shapes;
+  for (const auto& [layer, tensor] : inputs) shapes[layer] = tensor->shape;
+  std::vector<unsigned int> all;
+  for (unsigned int layer = 0; layer < net->layers.size(); ++layer) all.push_back(layer);
+  const auto layers = check_shapes(*net, shapes, context_);
+  const auto results = net->Forward(inputs, all, context_, nullptr, nullptr);
+  for (const unsigned int layer : all) {
+    SCOPED_TRACE(net->layers[layer]->id);
+    EXPECT_EQ(layers[layer].fault, "");
+    const auto& made = results.at(layer);
+    ASSERT_EQ(layers[layer].outputs.size(), made.size());
+    for (size_t i = 0; i < made.size(); ++i) EXPECT_EQ(layers[layer].outputs[i], made[i]->shape);
+  }
 }
 
 #if QRT_WITH_SSE

@@ -66,7 +66,8 @@ void write_half_weight_list(FILEWriter& writer, const std::vector<WeightBlob>& b
 bool takes_text(const std::shared_ptr<Visitor>& visitor) {
   return std::dynamic_pointer_cast<JSONNodeGetter>(visitor) != nullptr ||
          std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr ||
-         std::dynamic_pointer_cast<WriteCheck>(visitor) != nullptr;
+         std::dynamic_pointer_cast<WriteCheck>(visitor) != nullptr ||
+         std::dynamic_pointer_cast<WeightsAsText>(visitor) != nullptr;
 }
 
 // Passes over all attributes but weights.

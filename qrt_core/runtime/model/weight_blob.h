@@ -40,6 +40,12 @@ enum class ForeignVisitor {
   visit_as_text,  ///< takes them as plain strings
 };
 
+/// Beside `Visitor`, on its thread: takes weights as texts, as the JSON forms do.
+class WeightsAsText {
+ public:
+  virtual ~WeightsAsText() = default;
+};
+
 /// Visits weights: as Base64 strings in JSON; in the binary form as a count of numbers and that
 /// many halves, truncated from the floats.
 QRT_API void VisitBlobs(const std::shared_ptr<Visitor>& visitor,

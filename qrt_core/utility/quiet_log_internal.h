@@ -1,0 +1,15 @@
+#pragma once
+
+namespace marlo::utility {
+
+/// Keeps `Log` and `Assert` of this thread from the log's callback while it lives, for code that
+/// tells what it finds by other means. Exceptions keep their texts.
+class QuietLog {
+ public:
+  QuietLog();
+  QuietLog(const QuietLog&) = delete;
+  QuietLog& operator=(const QuietLog&) = delete;
+  ~QuietLog();
+};
+
+}  // namespace marlo::utility
