@@ -144,7 +144,7 @@ void add_compare(CLI::App& app, CompareOptions& options) {
 
 void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
-      app.add_subcommand("check", "Ask every layer whether it fits, without running any");
+      app.add_subcommand("check", "Check that a model fits and computes what it says");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
   command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
       ->take_all()
@@ -159,10 +159,14 @@ void add_check(CLI::App& app, CheckOptions& options) {
   command->footer(
       "Shapes are walked from the inputs through every kernel and converter: each says whether it\n"
       "takes its inputs, what it makes of them, and whether that is right. Without --input the\n"
-      "sizes are those of the model's header; a leading 1 is dropped from 4 sizes. Faults go to\n"
-      "standard error. The exit code is then 3 for sizes of the command line, and 4 for a model "
-      "that\n"
-      "can't run on its own sizes or has no outputs.");
+      "sizes are those of the model's header; a leading 1 is dropped from 4 sizes. Beside that\n"
+      "it is looked for what loads and computes something else than the file says: members that\n"
+      "nothing reads, numbers that are cut, biases that are dropped, kernels that leave a part of\n"
+      "the description out or overwrite what is still read. Each finding says where, what was\n"
+      "expected, what was found, and what to change. Faults and findings go to standard error. "
+      "The\n"
+      "exit code is then 3 where only the sizes of the command line don't fit, and 4 for a model\n"
+      "that can't be right; warnings leave it 0.");
   command->callback([&options] { run_check(options); });
 }
 

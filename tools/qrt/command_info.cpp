@@ -3,6 +3,7 @@
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
+#include "tools/qrt/findings.h"
 #include "tools/qrt/info_text.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
@@ -38,8 +39,9 @@ class Inspector {
     const std::string problem = found.report.problem();
     if (!problem.empty()) problems_.push_back(prefix + problem);
 
-    const std::string misfit =
-        infer_shapes(found.report, given_shapes(found.report), library_.context);
+    const InputShapes inputs = given_shapes(found.report);
+    if (inputs.size() == found.report.inputs().size()) add_shapes(shapes_, found.report, inputs);
+    const std::string misfit = infer_shapes(found.report, inputs, library_.context);
     if (!misfit.empty()) {
       const std::string text = prefix + "with the input given or known, " + misfit;
       if (!options_.inputs.empty()) throw ToolError(kInputError, text);
@@ -49,6 +51,7 @@ class Inspector {
   }
 
   const std::vector<std::string>& problems() const { return problems_; }
+  const NetworkShapes& shapes() const { return shapes_; }  // where those of all inputs are known
 
  private:
   InputShapes given_shapes(const NetworkReport& report) const {
@@ -59,6 +62,7 @@ class Inspector {
   const InfoOptions& options_;
   Library library_;
   std::vector<std::string> problems_;
+  NetworkShapes shapes_;
 };
 
 void show_networks(const std::vector<ShownNetwork>& networks, const QRTModel* model,
@@ -131,6 +135,9 @@ void run_info(const InfoOptions& options) {
     }
   }
   const std::vector<std::string>& problems = inspector.problems();
+  if (problems.empty() && kind == ObjectKind::model) {
+    warn_of_findings(options.model, options.network, inspector.shapes());
+  }
   if (problems.empty()) return;
   for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i], Level::error);
   throw ToolError(kModelError, problems.back());

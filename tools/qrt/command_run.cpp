@@ -3,6 +3,7 @@
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
+#include "tools/qrt/findings.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/profile_output.h"
 #include "tools/qrt/run_output.h"
@@ -61,6 +62,11 @@ void run_network(const RunOptions& options) {
   const std::string id = choose_network(*model, options.model, options.network);
   LoadedNetwork network = load_network(library, *model, options.model, id);
   const std::vector<InputData> inputs = read_model_inputs(network, options, library);
+  NetworkShapes shapes;
+  for (const InputData& input : inputs) {
+    add_shapes(shapes, network.report, {{input.layer, input.shape}});
+  }
+  warn_of_findings(options.model, id, shapes);
 
   const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
   PassResult result;

@@ -111,7 +111,7 @@ const QRModelCfg* config_of(const QRTModel& model, const std::string& network) {
 }
 
 LoadedNetwork load_network(Library& library, const QRTModel& model, const std::string& path,
-                           const std::string& network) {
+                           const std::string& network, LoadWarnings warnings) {
   const auto info = model.model_arr->infos.at(network);
   const QRModelCfg* config = config_of(model, network);
   if (config == nullptr) {
@@ -137,6 +137,7 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
                                   loaded.package->net.get());
   const std::string problem = loaded.report.problem();
   if (!problem.empty()) refuse(path, within(network) + ", " + problem);
+  if (warnings == LoadWarnings::drop) return loaded;
   for (const std::string& warning : loaded.report.warnings) {
     say(shown(path) + ": " + within(network) + ", " + warning, Level::warning);
   }

@@ -53,9 +53,13 @@ struct LoadedNetwork {
   NetworkReport report;
 };
 
+/// Whether loading says what the library lets pass.
+enum class LoadWarnings { say, drop };
+
 /// Builds one network of a model.
 /// @throws ToolError (kModelError), naming the file and the layer that can't be built
 LoadedNetwork load_network(Library& library, const marlo::runtime::QRTModel& model,
-                           const std::string& path, const std::string& network);
+                           const std::string& path, const std::string& network,
+                           LoadWarnings warnings = LoadWarnings::say);
 
 }  // namespace qrt_tool
