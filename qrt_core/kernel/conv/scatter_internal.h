@@ -63,8 +63,7 @@ class ScatterTiles {
   struct Line {
     const float* input;
     float* output;
-    size_t in_step;
-    size_t out_step;
+    size_t pixels;
   };
 
  public:
@@ -112,41 +111,52 @@ class ScatterTiles {
     Line line = {
         task_.input + rows.input * in_row_ + columns.input * kBlock,
         task_.output + block * out_plane_ + rows.output * out_row_ + columns.output * kBlock,
-        kBlock, 2 * kBlock};
+        columns.count};
     if (columns.count == 1) {  // at the left and right edge
-      line.in_step = in_row_;
-      line.out_step = 2 * out_row_;
-      return run_line<kBlocks>(taps, line, rows.count, weight);
+      line.pixels = rows.count;
+      return run_line<kBlocks, true>(taps, line, weight);
     }
     for (size_t row = 0; row < rows.count; ++row) {
-      run_line<kBlocks>(taps, line, columns.count, weight);
+      run_line<kBlocks, false>(taps, line, weight);
       line.input += in_row_;
       line.output += 2 * out_row_;
     }
   }
 
-  template <size_t kBlocks>
-  void run_line(const Taps& taps, Line line, size_t pixels, const float* weight) const noexcept {
+  template <bool kVertical>
+  size_t in_step() const noexcept {
+    return kVertical ? in_row_ : kBlock;
+  }
+
+  template <bool kVertical>
+  size_t out_step() const noexcept {
+    return 2 * (kVertical ? out_row_ : kBlock);
+  }
+
+  template <size_t kBlocks, bool kVertical>
+  void run_line(const Taps& taps, const Line& line, const float* weight) const noexcept {
     constexpr size_t kMostPixels = most_pixels(kBlocks);
-    for_even_parts(pixels, kMostPixels, [&](size_t, size_t count) {
-      with_static<kMostPixels>(
-          count, [&](auto kPixels) { run_tile<kBlocks, kPixels.value>(taps, line, weight); });
-      line.input += count * line.in_step;
-      line.output += count * line.out_step;
+    for_even_parts(line.pixels, kMostPixels, [&](size_t begin, size_t count) {
+      const Line part = {line.input + begin * in_step<kVertical>(),
+                         line.output + begin * out_step<kVertical>(), count};
+      with_static<kMostPixels>(count, [&](auto kPixels) {
+        run_tile<kBlocks, kPixels.value, kVertical>(taps, part, weight);
+      });
     });
   }
 
-  template <size_t kBlocks, size_t kPixels>
+  template <size_t kBlocks, size_t kPixels, bool kVertical>
   [[gnu::noinline]] void run_tile(const Taps& taps, const Line& line,
                                   const float* weight) const noexcept {
     constexpr size_t kVectors = kBlocks * kParts;
     const size_t weight_plane = weight_plane_;
     const auto place = [&](size_t v, size_t pixel) __attribute__((always_inline)) {
-      return line.output + v / kParts * out_plane_ + pixel * line.out_step +
+      return line.output + v / kParts * out_plane_ + pixel * out_step<kVertical>() +
              v % kParts * Vector::kLanes;
     };
     const float* inputs[kPixels];
-    unrolled<kPixels>(QRT_UNROLLED(pixel) { inputs[pixel] = line.input + pixel * line.in_step; });
+    unrolled<kPixels>(
+        QRT_UNROLLED(pixel) { inputs[pixel] = line.input + pixel * in_step<kVertical>(); });
     Register sums[kVectors][kPixels];
     unrolled<kVectors>(QRT_UNROLLED(v) {
       unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = Vector::load(place(v, pixel)); });

@@ -107,9 +107,14 @@ class WindowPlanes {
       windows[v] = places[v].window;
     });
     Register sums[kPlanes][kVectors];
+    const auto output = [&](size_t o, size_t v) __attribute__((always_inline)) {
+      return places[v].output + o * out_plane_;
+    };
+    const bool whole = are_whole(places);
     unrolled<kPlanes>(QRT_UNROLLED(o) {
       unrolled<kVectors>(QRT_UNROLLED(v) {
-        sums[o][v] = Vector::load_first(places[v].output + o * out_plane_, places[v].pixels);
+        sums[o][v] =
+            whole ? Vector::load(output(o, v)) : Vector::load_first(output(o, v), places[v].pixels);
       });
     });
     const size_t run = task_.params.kernel_x;
@@ -131,12 +136,22 @@ class WindowPlanes {
         }
       }
     }
-    unrolled<kVectors>(QRT_UNROLLED(v) {
-      const Place& place = places[v];
-      unrolled<kPlanes>(QRT_UNROLLED(o) {
-        Vector::store_first(place.output + o * out_plane_, place.pixels, sums[o][v]);
+    unrolled<kPlanes>(QRT_UNROLLED(o) {
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        if (whole) {
+          Vector::store(output(o, v), sums[o][v]);
+        } else {
+          Vector::store_first(output(o, v), places[v].pixels, sums[o][v]);
+        }
       });
     });
+  }
+
+  template <size_t kVectors>
+  static bool are_whole(const Place (&places)[kVectors]) noexcept {
+    size_t pixels = 0;
+    for (const Place& place : places) pixels += place.pixels;
+    return pixels == kVectors * kLanes;
   }
 
   const ConvTask& task_;
