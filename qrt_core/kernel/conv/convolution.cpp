@@ -127,8 +127,7 @@ void Convolution<Geometry>::check_input(const Tensors& inputs) const {
          static_cast<uint32_t>(layout));
 }
 
-// The input or its padded copy. The last vector of a copy's row may reach behind the copy, which is
-// larger by such a vector.
+// The input or its padded copy, which is larger by the row's room.
 template <typename Geometry>
 auto Convolution<Geometry>::source_of(TensorPointer input, DeviceCPU& device) const -> Source {
   std::vector<uint32_t> dims = input->shape.dims;
@@ -147,12 +146,11 @@ auto Convolution<Geometry>::source_of(TensorPointer input, DeviceCPU& device) co
   frame.right *= block;
 
   constexpr uint64_t kMost = UINT32_MAX;  // a tensor of so many floats is refused
-  constexpr uint32_t kRoom = 16;          // floats behind the copy
   const uint64_t rows = uint64_t{planes} * (height + frame.top + frame.bottom);
   const uint64_t row = width + frame.left + frame.right;
   const uint64_t floats = row == 0 || rows <= kMost / row ? rows * row : kMost;
-  const auto lines = static_cast<uint32_t>(floats / kRoom + 2);
-  auto copy = device.CreateF32FlexiableMainMemory({lines, kRoom}, nullptr);
+  const auto size = static_cast<uint32_t>(floats + row_.room <= kMost ? floats + row_.room : kMost);
+  auto copy = device.CreateF32FlexiableMainMemory({size}, nullptr);
   frame_planes(static_cast<const float*>(input->RawPointer()), planes, height, width, frame, 0.0f,
                static_cast<float*>(copy->RawPointer()));
   return {std::move(copy), std::move(dims)};

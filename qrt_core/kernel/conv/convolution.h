@@ -32,11 +32,13 @@ struct ConvolutionRow : KernelRow {
   using Params = typename Geometry::Params;
   using TensorPointer = std::shared_ptr<runtime::TensorCPU>;
 
-  Accepts accepts;         ///< the layers it takes
-  ConvolutionSide input;   ///< what is asked of the input
-  ConvolutionSide output;  ///< what is asked of the output
-  /// What the core reads. A copy is made on every pass, and has room for a vector behind its end.
-  Margin margin = Margin::none;
+  Accepts accepts;               ///< the layers it takes
+  ConvolutionSide input;         ///< what is asked of the input
+  ConvolutionSide output;        ///< what is asked of the output
+  Margin margin = Margin::none;  ///< what the core reads; a copy is made on every pass
+  /// Floats behind the copy that the last vector of a row may reach; none for a core that reads
+  /// number by number.
+  uint32_t room = 16;
   /// A pass takes an input of any layout, as long as it has the dims. Padding doesn't.
   bool takes_any_layout = false;
   /// The weights in the order in which the core reads them; null for a core that reads them as they

@@ -13,6 +13,7 @@ constexpr ConvolutionRow<PlaneGeometry> reference_convolution() {
   row.accepts = any_above_zero();
   row.computes = Computes::all_groups;
   row.margin = Margin::padding;
+  row.room = 0;
   row.fill = fill::repeat_portable;
   row.core = conv::direct_portable;
   return row;
@@ -35,6 +36,7 @@ constexpr ConvolutionRow<LineGeometry> reference_line_convolution() {
   row.accepts = any_above_zero();
   row.computes = Computes::all_groups;
   row.margin = Margin::padding;
+  row.room = 0;
   row.fill = fill::repeat_portable;
   row.core = conv::direct_portable;
   return row.in_layout(runtime::LayoutType::CL);
