@@ -229,7 +229,7 @@ class NetworkCheck {
                     member + ".infer_param_type", "the class of a parameter object",
                     quoted(cfg.infer_param_type), "make it \"\" for none");
     }
-    const std::shared_ptr<IKernel> kernel = kernels_.Create(cfg.kernel_type);
+    std::shared_ptr<IKernel> kernel = kernels_.Create(cfg.kernel_type);
     if (kernel == nullptr) {
       findings_.add(place, FindingCode::unknown_kernel, Severity::error, member,
                     "the name of a kernel of this build", quoted(cfg.kernel_type),

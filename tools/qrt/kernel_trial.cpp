@@ -40,6 +40,7 @@ void try_on_inputs(TriedKernel& tried, IKernel& kernel, const LayerReport& layer
       tried.result = Trial::needs_other;
       if (facts != nullptr) tried.reasons = reasons_of(facts->input_refusals(inputs), tried.name);
       std::vector<std::string> shapes;
+      shapes.reserve(inputs.size());
       for (const TensorShape& shape : inputs) shapes.push_back(shape_text(shape));
       const std::string layouts = catalogue_entry(tried.name).in;
       if (tried.reasons.empty()) {

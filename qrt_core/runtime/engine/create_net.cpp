@@ -105,7 +105,7 @@ class NetBuilder {
   }
 
   // Begins the layer at a position.
-  std::shared_ptr<Layer> start(uint32_t position) {
+  std::shared_ptr<Layer> start(uint32_t position) const {
     auto layer = std::make_shared<Layer>();
     layer->name = LayerTypeName(layer_info(position)->type);
     layer->id = id(position);

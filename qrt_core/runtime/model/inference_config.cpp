@@ -24,8 +24,10 @@ void KernelCfg::VisitAttr(std::shared_ptr<Visitor> visitor) {
   if (infer_param == nullptr) infer_param = CreateInferenceParam(infer_param_type.c_str());
   if (infer_param == nullptr) return;
   if (const auto check = std::dynamic_pointer_cast<WriteCheck>(visitor)) {
-    const auto read = CreateInferenceParam(infer_param_type.c_str());
-    if (read == nullptr || typeid(*read) != typeid(*infer_param)) {
+    const auto named = CreateInferenceParam(infer_param_type.c_str());
+    const InferenceParam* const read = named.get();
+    const InferenceParam& held = *infer_param;
+    if (read == nullptr || typeid(*read) != typeid(held)) {
       check->Refuse(
           "its parameter is of class %s, which \"infer_param_type\" (\"%s\") does not name",
           infer_param->GetClassTypeNameWithNamespace().c_str(), infer_param_type.c_str());
