@@ -123,6 +123,7 @@ struct Network::State {
       if (layers[index]->id == layer) return index;
     }
     std::vector<std::string> ids;
+    ids.reserve(layers.size());
     for (const auto& other : layers) ids.push_back(other->id);
     Assert(false, "there is no layer \"%s\"; %s", layer.c_str(),
            nearest_advice(layer, ids, "layers are named by their ids").c_str());
@@ -185,6 +186,7 @@ Results Network::State::run(const std::vector<Input>& given, const RunOptions& o
                                    : context->cpu->CreateTensor(given[i].shape_, given[i].numbers_);
   }
   std::vector<unsigned int> layers;
+  layers.reserve(ports.size());
   for (const Port& port : ports) layers.push_back(port.layer);
   const auto made = package->net->Forward(tensors, layers, context, options.layer_times, nullptr);
   Results results;
@@ -222,6 +224,8 @@ Results Network::run(const Input& input, const RunOptions& options) {
   return run(std::vector<Input>{input}, options);
 }
 
+// What it changes belongs to the kernels, which a const network would reach as well.
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void Network::reset() {
   for (const auto& layer : net()->layers) {
     for (const auto& [position, converter] : layer->input_converters) {

@@ -63,7 +63,7 @@ void unpack(const char* bytes, std::vector<Number>& numbers) {
     Held held;
     std::memcpy(&held, bytes, sizeof held);
     bytes += sizeof held;
-    number = static_cast<Number>(held);
+    number = static_cast<Number>(held);  // NOLINT(bugprone-signed-char-misuse): a number, no letter
   }
 }
 

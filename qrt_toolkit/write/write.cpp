@@ -21,7 +21,7 @@ class Ids {
 
   /// `wanted`, or the first of wanted#2, wanted#3, ... that is free.
   std::string unique(const std::string& wanted) {
-    const std::string base = wanted.empty() ? "layer" : wanted;
+    std::string base = wanted.empty() ? "layer" : wanted;
     if (used_.insert(base).second) return base;
     int& number = next_[base];
     for (number = std::max(number, 2);; ++number) {

@@ -185,7 +185,8 @@ void report(const Verdict& verdict, const CheckOptions& options) {
     }
   }
   for (const std::string& fault : faults) {
-    errors.push_back(file + "network " + quoted(verdict.report.id) + ", " + fault);
+    errors.push_back(file);
+    errors.back().append("network ").append(quoted(verdict.report.id)).append(", ").append(fault);
   }
   if (!verdict.refusal.empty()) errors.push_back(verdict.refusal);
   if (errors.empty()) return;

@@ -52,7 +52,7 @@ std::string WriteCheck::path() const {
   if (parent_ == nullptr) return "";
   std::string place = key_;
   for (const WriteCheck* above = parent_; above->parent_ != nullptr; above = above->parent_) {
-    place = above->key_ + "." + place;
+    place.insert(0, ".").insert(0, above->key_);
   }
   return place + ": ";
 }
