@@ -241,7 +241,7 @@ size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float 
 }
 
 SharedNumbers Lowering::aligned_constant(size_t place) const {
-  const SharedNumbers numbers = constant(place);
+  SharedNumbers numbers = constant(place);
   if (numbers == nullptr || node_->outputs.empty()) return numbers;
   const ValueId output = node_->outputs[0];
   const auto batch = batch_[static_cast<size_t>(output)];

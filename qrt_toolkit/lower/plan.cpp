@@ -54,6 +54,7 @@ size_t Plan::add(std::shared_ptr<runtime::LayerInfo> info, const std::string& ke
   const std::shared_ptr<runtime::IKernel> made = kernels_.Create(kernel);
   if (made == nullptr) throw NodeFault{"", "this build has no kernel " + kernel};
   std::vector<TensorShape> shapes;
+  shapes.reserve(inputs.size());
   for (const size_t input : inputs) shapes.push_back(shape(input));
   const auto refuse = [&](const std::string& why) {
     throw NodeFault{"", "the kernel " + kernel + " " + why};

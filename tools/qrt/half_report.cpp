@@ -41,9 +41,10 @@ void add_network(QRModelInfo& network, const std::string& prefix, const Measure&
       report.loss += loss;
       if (loss.infinite == 0 && loss.zero == 0) continue;
       const std::string place = weight.listed ? "[" + std::to_string(weight.index) + "]" : "";
-      report.lost.push_back(prefix + "layer " + std::to_string(i) + " " + quoted(id) + " (" +
-                            kind_of(layer) + "), " + quoted(weight.key) + place + ": " +
-                            lost_text(loss));
+      std::string& lost = report.lost.emplace_back(prefix);
+      lost.append("layer ").append(std::to_string(i)).append(" ").append(quoted(id)).append(" (");
+      lost.append(kind_of(layer)).append("), ").append(quoted(weight.key)).append(place);
+      lost.append(": ").append(lost_text(loss));
     }
   }
 }

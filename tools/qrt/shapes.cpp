@@ -95,6 +95,7 @@ std::string expectation(const LayerReport& layer, const std::vector<TensorShape>
     expected = (is_blocked ? expected : layout) + " with " + counted(demanded->channels, "channel");
   }
   std::vector<std::string> found;
+  found.reserve(inputs.size());
   for (const TensorShape& input : inputs) found.push_back(shape_text(input));
   return "expected " + expected + ", found " + joined(found, " and ");
 }
@@ -102,7 +103,7 @@ std::string expectation(const LayerReport& layer, const std::vector<TensorShape>
 }  // namespace
 
 std::string shapes_fault(const LayerReport& layer, const LayerShapes& shapes) {
-  const std::string size = size_fault(shapes);
+  std::string size = size_fault(shapes);
   if (!size.empty()) return size;
   if (shapes.fault.empty()) return "";
   const std::vector<std::string> reasons = reasons_of(shapes.place.misfits, shapes.place.kernel);
