@@ -38,7 +38,7 @@ function(qrt_copy_blas variable)
   file(MAKE_DIRECTORY "${folder}")
   set(copy "${folder}/private_blas.o")
   add_custom_command(OUTPUT "${copy}"
-    COMMAND "${CMAKE_LINKER}" -r --undefined=cblas_sgemm -o "${copy}.all" "${QRT_BLAS_LIBRARY}"
+    COMMAND "${CMAKE_LINKER}" -m elf_x86_64 -r --undefined=cblas_sgemm -o "${copy}.all" "${QRT_BLAS_LIBRARY}"
     COMMAND "${CMAKE_OBJCOPY}" --redefine-sym cblas_sgemm=qrt_blas_sgemm --keep-global-symbol=qrt_blas_sgemm
       "${copy}.all" "${copy}"
     COMMAND "${CMAKE_COMMAND}" -E rm "${copy}.all"
