@@ -39,9 +39,10 @@ function(qrt_copy_blas variable)
   set(copy "${folder}/private_blas.o")
   add_custom_command(OUTPUT "${copy}"
     COMMAND "${CMAKE_LINKER}" -m elf_x86_64 -r --undefined=cblas_sgemm -o "${copy}.all" "${QRT_BLAS_LIBRARY}"
-    COMMAND "${CMAKE_OBJCOPY}" --redefine-sym cblas_sgemm=qrt_blas_sgemm --keep-global-symbol=qrt_blas_sgemm
-      "${copy}.all" "${copy}"
-    COMMAND "${CMAKE_COMMAND}" -E rm "${copy}.all"
+    # Two steps: which of a symbol's names counts in one step differs between GNU's tool and LLVM's.
+    COMMAND "${CMAKE_OBJCOPY}" --redefine-sym cblas_sgemm=qrt_blas_sgemm "${copy}.all" "${copy}.renamed"
+    COMMAND "${CMAKE_OBJCOPY}" --keep-global-symbol=qrt_blas_sgemm "${copy}.renamed" "${copy}"
+    COMMAND "${CMAKE_COMMAND}" -E rm "${copy}.all" "${copy}.renamed"
     DEPENDS "${QRT_BLAS_LIBRARY}"
     COMMENT "Making a private copy of the BLAS"
     VERBATIM)
