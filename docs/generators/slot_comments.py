@@ -1,5 +1,5 @@
-"""A filter for Doxygen: gives the slots of kernel families the words of IKernel, which they carry out, and what all
-families have in one form one comment.
+"""A filter for Doxygen: gives the slots of kernel families the words of IKernel and IKernelFacts, which they carry
+out, and what all families have in one form one comment.
 
 usage: slot_comments.py HEADER
 
@@ -11,10 +11,15 @@ import sys
 
 SLOTS = {"CheckConfig": "CheckConfig", "Configure": "Config", "InferOutputShapes": "InferOutputShapes",
          "CheckInputs": "CheckInputs", "CheckOutputs": "CheckOutputs", "Forward": "Forward", "ResetState": "ResetState"}
+FACTS = ("needs", "input_use", "refusals", "input_refusals", "differences")
+FACT = re.compile(r"^  (?:(?:runtime::)?\w+) (" + "|".join(FACTS) + r")\(")
 SLOT = re.compile(r"^  (?:int|bool|Shapes) (" + "|".join(SLOTS) + r")\(")
 # What every family has besides, in one form.
 OTHERS = (
     (re.compile(r"^struct \w+Row : KernelRow \{"), "One kernel of the family."),
+    (re.compile(r"^  std::string GetKernelName\("), "The class name and registry key."),
+    (re.compile(r"^  static constexpr size_t kLeastInputs = "), "Inputs without which a pass is refused."),
+    (re.compile(r"^  static constexpr bool kTakesAnyInputs = "), "Whether a pass gets whatever inputs there are."),
     (re.compile(r"^  using Family = "), "The class that carries out the slots."),
     (re.compile(r"^  using Row = "), "What tells the kernels of the family apart."),
     (re.compile(r"^  using Params = "), "What a kernel keeps of its description."),
@@ -28,6 +33,9 @@ def comment_of(line):
     slot = SLOT.match(line)
     if slot:
         return f"@copydoc marlo::runtime::IKernel::{SLOTS[slot[1]]}"
+    fact = FACT.match(line)
+    if fact:
+        return f"@copydoc marlo::runtime::IKernelFacts::{fact[1]}"
     return next((text for pattern, text in OTHERS if pattern.match(line)), None)
 
 

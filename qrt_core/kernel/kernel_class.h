@@ -137,6 +137,7 @@ class KernelFamily {
   /// @{
   Misfits refusals(const LayerInfo*, const InferenceParam*) const { return {}; }
   Misfits input_refusals(const Shapes&) const { return {}; }
+  /// None.
   Misfits differences(const LayerInfo&, const Shapes&) const { return {}; }
   /// @}
 };

@@ -38,15 +38,15 @@ struct ChannelCount {
 
 /// The layers that a kernel accepts. A size of 0 stands for any.
 struct Accepts {
-  uint32_t kernel_y = 0;
-  uint32_t kernel_x = 0;
-  uint32_t stride = 0;            ///< in both directions
-  uint32_t dilation = 0;          ///< in both directions
-  bool sizes_above_zero = false;  ///< where any kernel, stride and dilation are accepted
-  Paddings paddings = Paddings::any;
-  ChannelCount in;
-  ChannelCount out;
-  Groups groups = Groups::above_zero;
+  uint32_t kernel_y = 0;               ///< rows of the filter
+  uint32_t kernel_x = 0;               ///< columns of the filter
+  uint32_t stride = 0;                 ///< in both directions
+  uint32_t dilation = 0;               ///< in both directions
+  bool sizes_above_zero = false;       ///< where any kernel, stride and dilation are accepted
+  Paddings paddings = Paddings::any;   ///< of each side
+  ChannelCount in;                     ///< channels of the input
+  ChannelCount out;                    ///< channels of the output
+  Groups groups = Groups::above_zero;  ///< what is asked of them
 };
 
 /// Layers of one filter and stride, and no dilation.

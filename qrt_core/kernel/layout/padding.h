@@ -16,6 +16,7 @@ struct Frame {
   uint32_t top = 0;     ///< rows above the picture
   uint32_t bottom = 0;  ///< rows below it
 
+  /// Whether nothing is framed.
   bool is_empty() const { return left == 0 && right == 0 && top == 0 && bottom == 0; }
 };
 

@@ -35,6 +35,8 @@ class ClassRegistry {
   using Factory = std::function<T()>;
 
   /// Enters a factory.
+  /// @param key the name under which `Create` finds it
+  /// @param factory what makes an object
   /// @param overwrite `kReplace` or `kKeep`: whether an existing key is replaced
   /// @return whether the factory was entered
   /// @throws std::runtime_error for a factory that holds no function

@@ -72,6 +72,7 @@ class QRT_API IKernelFacts {
 
   /// Where what the kernel computes is not what the description says, although it accepts it:
   /// groups that it doesn't look at, an activation of another kind, paddings that it adds.
+  /// @param info the layer's description
   /// @param inputs the shapes of the layer's inputs as far as they are known; may be empty
   virtual std::vector<Misfit> differences(const LayerInfo& info,
                                           const std::vector<TensorShape>& inputs) const = 0;
