@@ -19,7 +19,7 @@ class ReplaceFileTest : public ToolTest {
 };
 
 TEST_F(ReplaceFileTest, KeepsTheModeOfAnExistingFile) {
-  for (const mode_t mode : {0600, 0640, 0755}) {
+  for (const mode_t mode : {0600u, 0640u, 0755u}) {
     write_text(path("f"), "old");
     ASSERT_EQ(chmod(path("f").c_str(), mode), 0);
     qrt_tool::write_file(path("f"), "new");
