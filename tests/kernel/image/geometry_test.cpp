@@ -71,8 +71,8 @@ std::vector<uint8_t> moved(const Move& move, const std::vector<uint8_t>& input, 
     for (size_t y = 0; y < height; ++y) {
       for (size_t x = 0; x < width; ++x) {
         const Place to = move.mapping(y, x, height, width);
-        std::copy_n(&input[((p * height + y) * width + x) * pixel], pixel,
-                    &output[(p * height * width + to.y * out_width + to.x) * pixel]);
+        std::copy_n(input.data() + ((p * height + y) * width + x) * pixel, pixel,
+                    output.data() + (p * height * width + to.y * out_width + to.x) * pixel);
       }
     }
   }
