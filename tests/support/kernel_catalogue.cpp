@@ -82,7 +82,8 @@ KernelFacts facts_of(const kernel::ElementwiseRow& row) {
   return {accepts, "any", "any", "", portable_defines(row.name, kSameBits)};
 }
 
-KernelFacts facts_of(const kernel::ChannelMultiplyRow& row) {
+// Rows of this and other kinds exist only with the vector kernels.
+[[maybe_unused]] KernelFacts facts_of(const kernel::ChannelMultiplyRow& row) {
   return in_one_layout("any operator", row.layout, kSameBits);
 }
 
@@ -147,7 +148,7 @@ KernelFacts facts_of(const kernel::GridSampleRow&) {
   return in_one_layout("nearest or bilinear", LayoutType::CHW, kDefines);
 }
 
-KernelFacts facts_of(const kernel::LayoutTransformRow& row) {
+[[maybe_unused]] KernelFacts facts_of(const kernel::LayoutTransformRow& row) {
   return {"no description: a converter", layout_name(row.source.layout),
           layout_name(row.target.layout), "", kMoves};
 }
@@ -225,7 +226,7 @@ KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
           layout_name(row.output.layout), "", portable_defines(row.name, kFreeOrder)};
 }
 
-KernelFacts facts_of(const kernel::Int16ConvolutionRow& row) {
+[[maybe_unused]] KernelFacts facts_of(const kernel::Int16ConvolutionRow& row) {
   return in_one_layout(kernel::words_for(row.accepts) + "; both step sizes", LayoutType::C8HW8,
                        "its own fixed-point definition, to the bit");
 }

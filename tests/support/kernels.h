@@ -14,8 +14,9 @@ const runtime::KernelRegistry& all_kernels();
 /// A new kernel by its name. A name that isn't registered is a failure of the test, and throws.
 std::shared_ptr<runtime::IKernel> make_kernel(const std::string& name);
 
-/// Why a kernel can't run on this processor; empty if it can.
-std::string why_not_here(const std::string& kernel);
+/// Why a kernel, or another function of the library with the instructions in its name, can't run on
+/// this processor; empty if it can.
+std::string why_not_here(const std::string& name);
 
 /// The text of the exception that `call` throws; empty if it throws none.
 template <typename Call>
