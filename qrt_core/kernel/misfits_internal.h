@@ -23,6 +23,13 @@ inline std::string class_of(const runtime::LayerInfo* info) {
   return colon == std::string::npos ? name : name.substr(colon + 1);
 }
 
+/// That a description is not of class `Info`.
+template <typename Info>
+runtime::Misfit other_class(const runtime::LayerInfo* info) {
+  const std::string name = runtime::demangled(typeid(Info).name());
+  return {"", "a description of class " + name.substr(name.rfind(':') + 1), class_of(info)};
+}
+
 /// "3 x 5"
 template <typename Number>
 std::string by(Number height, Number width) {
@@ -32,6 +39,14 @@ std::string by(Number height, Number width) {
 /// "1 slope", "2 slopes"
 inline std::string counted(uint64_t count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+/// "[1, -1, 3]"
+template <typename Number>
+std::string listed(const std::vector<Number>& numbers) {
+  std::string text;
+  for (const Number number : numbers) text += (text.empty() ? "" : ", ") + std::to_string(number);
+  return "[" + text + "]";
 }
 
 /// The demands that something doesn't meet.
@@ -48,11 +63,7 @@ class Expectations {
   template <typename Info>
   const Info* describe(const runtime::LayerInfo* info, const runtime::InferenceParam* param) {
     const auto* description = dynamic_cast<const Info*>(info);
-    if (description == nullptr) {
-      const std::string name = runtime::demangled(typeid(Info).name());
-      expect(false, "", "a description of class " + name.substr(name.rfind(':') + 1),
-             class_of(info));
-    }
+    if (description == nullptr) unmet_.push_back(other_class<Info>(info));
     expect(param == nullptr, "", "no inference parameter", "one");
     return description;
   }

@@ -77,6 +77,23 @@ TEST(Refusals, HaveAReasonExactlyWhereConfigRefuses) {
   }
 }
 
+// No family leaves it at "other layers than this".
+TEST(Refusals, AreSpecificInEveryRow) {
+  const LogCapture log;
+  const TestContext context;
+  for (const std::string& key : all_kernels().Keys()) {
+    const auto kernel = make_kernel(key);
+    const std::string none = text_of(facts_of(kernel).refusals(nullptr, nullptr));
+    EXPECT_EQ(none.find("a layer that"), std::string::npos) << key << ": " << none;
+    const TensorShape half({1, 1, 1}, DataType::FLOAT16, LayoutType::NC);
+    for (const Shapes& inputs : {Shapes{}, Shapes{half}, Shapes{half, half, half}}) {
+      const std::string text = text_of(facts_of(kernel).input_refusals(inputs));
+      EXPECT_EQ(text.find("inputs that"), std::string::npos) << key << ": " << text;
+      EXPECT_EQ(text.empty(), kernel->CheckInputs(kernel::hollow_tensors(inputs)) == 0) << key;
+    }
+  }
+}
+
 TEST(Refusals, NameMembersAndNumbers) {
   runtime::MaxPool2dInfo pool;
   pool.kernel_x = pool.kernel_y = 3;
@@ -110,6 +127,25 @@ TEST(Refusals, NameMembersAndNumbers) {
 #endif
 }
 
+TEST(Refusals, NameWordsAndLists) {
+  runtime::GridSampleInfo sample;
+  sample.mode = 2;
+  EXPECT_EQ(refusals("GridSample_Fallback_CHW_Float_M1", sample),
+            "mode: Nearest or Bilinear, 2, Bicubic");
+  runtime::ConcatenateInfo join;
+  join.dim = 2;
+  EXPECT_EQ(refusals("Concatenate_C_Fallback_CnHWn_M1", join),
+            "dim: 1, the channels behind the batch, 2");
+  runtime::TensorReshapeInfo reshape;
+  reshape.new_shape = {1, -1, -1, 2};
+  EXPECT_EQ(refusals("Reshape_Fallback_CL_To_CHW_M1", reshape),
+            "new_shape: sizes above 0, at most one of them -1, [1, -1, -1, 2]");
+  runtime::AdaptiveAvgPool2dInfo pool;
+  pool.output_size = {3};
+  EXPECT_EQ(refusals("AdaptivePooling2D_Avg_Fallback_CHW_Float_M1", pool),
+            "output_size: a height and a width, 1 number");
+}
+
 TEST(InputRefusals, NameLayoutsAndChannels) {
   const LogCapture log;
   const auto text = [](const char* kernel, const Shapes& inputs) {
@@ -141,10 +177,11 @@ TEST(Differences, TellWhatIsComputedInstead) {
 
   runtime::TensorReshapeInfo reshape;
   reshape.new_shape = {16, 1, 1};
-  EXPECT_EQ(differences("Reshape_Fallback_To_CHW_M1", reshape),
+  EXPECT_EQ(differences("Reshape_Fallback_CL_To_CHW_M1", reshape),
             "new_shape: 1 as the first entry, a batch, which the output leaves out, 16");
   reshape.new_shape = {1, 16, 1, 1};
-  EXPECT_EQ(differences("Reshape_Fallback_To_CHW_M1", reshape, {floats({16}, LayoutType::C)}), "");
+  EXPECT_EQ(differences("Reshape_Fallback_CL_To_CHW_M1", reshape, {floats({16}, LayoutType::C)}),
+            "");
 
   runtime::FullConnectionInfo dense;
   dense.in_features = 2;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 
@@ -46,9 +47,24 @@ float average(const float* plane, size_t row_size, size_t r0, size_t r1, size_t 
 }  // namespace
 
 int AdaptivePooling::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* pooling = dynamic_cast<const AdaptiveAvgPool2dInfo*>(info);
-  const bool accepted = param == nullptr && pooling != nullptr && pooling->output_size.size() >= 2;
-  return accepted ? runtime::KERNEL_OK : runtime::KERNEL_REFUSED;
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits AdaptivePooling::refusals(const LayerInfo* info,
+                                                const InferenceParam* param) const {
+  Expectations expected;
+  const auto* pooling = expected.describe<AdaptiveAvgPool2dInfo>(info, param);
+  if (pooling != nullptr) {
+    expected.expect(pooling->output_size.size() >= 2, "output_size", "a height and a width",
+                    counted(pooling->output_size.size(), "number"));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits AdaptivePooling::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.one_float_of(inputs, LayoutType::CHW);
+  return std::move(expected).unmet();
 }
 
 bool AdaptivePooling::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 
@@ -84,8 +85,22 @@ void for_each_pair(const Dims& a, const Dims& b, const Dims& output, Visit visit
 }  // namespace
 
 int Broadcast::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  return config_verdict(param == nullptr &&
-                        dynamic_cast<const BroadcastOperatorInfo*>(info) != nullptr);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Broadcast::refusals(const LayerInfo* info,
+                                          const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<BroadcastOperatorInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Broadcast::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "two FLOAT32 tensors in one memory whose sizes, from the last, are equal or 1",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool Broadcast::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

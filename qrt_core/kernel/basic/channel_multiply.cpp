@@ -31,6 +31,23 @@ int ChannelMultiply::CheckConfig(const LayerInfo* info, const InferenceParam* pa
   return operation->op_type == kMultiply ? runtime::KERNEL_OK : kOtherOperation;
 }
 
+// `Config` takes every operation; `differences` tells of those that aren't computed.
+KernelFamily::Misfits ChannelMultiply::refusals(const LayerInfo* info,
+                                                const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<BroadcastOperatorInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits ChannelMultiply::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "a map and a vector of one pixel, FLOAT32 " + runtime::LayoutText(row_.layout) +
+                      " with 4 dims in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits ChannelMultiply::differences(const LayerInfo& info, const Shapes&) const {
   Expectations expected;
   const auto* layer = expected.describe<BroadcastOperatorInfo>(&info, nullptr);

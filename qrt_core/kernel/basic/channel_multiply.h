@@ -30,6 +30,8 @@ class ChannelMultiply : public KernelFamily {
   explicit ChannelMultiply(const ChannelMultiplyRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/runtime/model/shape_info.h"
@@ -88,12 +89,37 @@ float bilinear(const Plane& plane, float gx, float gy, bool align_corners) {
 }  // namespace
 
 int GridSample::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* sample = dynamic_cast<const GridSampleInfo*>(info);
-  if (param != nullptr || sample == nullptr) return runtime::KERNEL_REFUSED;
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits GridSample::refusals(const LayerInfo* info,
+                                           const InferenceParam* param) const {
+  Expectations expected;
+  const auto* sample = expected.describe<GridSampleInfo>(info, param);
+  if (sample == nullptr) return std::move(expected).unmet();
   const std::string mode = runtime::GridSampleWord(sample->mode);
+  expected.expect(mode == kNearest || mode == kBilinear, "mode",
+                  std::string(kNearest) + " or " + kBilinear,
+                  std::to_string(sample->mode) + ", " + mode);
   const std::string padding = runtime::GridSamplePaddingWord(sample->padding_mode);
-  return config_verdict((mode == kNearest || mode == kBilinear) &&
-                        (padding == kZeros || padding == kBorder));
+  expected.expect(padding == kZeros || padding == kBorder, "padding_mode",
+                  std::string(kZeros) + " or " + kBorder,
+                  std::to_string(sample->padding_mode) + ", " + padding);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits GridSample::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(inputs.size() == 2, "inputs", "a picture and a grid",
+                  runtime::ShapesText(inputs));
+  if (!expected.met()) return std::move(expected).unmet();
+  const auto is_float = [](const TensorShape& shape) { return is_float_in_main_memory(shape); };
+  expected.expect(is_float(inputs[0]) && inputs[0].layout == LayoutType::CHW, "input 0",
+                  "FLOAT32 CHW in main memory", runtime::ShapeText(inputs[0]));
+  const std::vector<uint32_t>& grid = inputs[1].dims;
+  expected.expect(is_float(inputs[1]) && (grid.size() == 3 || (grid.size() > 2 && grid[2] == 2)),
+                  "input 1", "FLOAT32 [H, W, 2] in main memory", runtime::ShapeText(inputs[1]));
+  return std::move(expected).unmet();
 }
 
 bool GridSample::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -24,6 +24,8 @@ class GridSample : public KernelFamily {
 
   /// @throws std::runtime_error for a mode or padding mode that has no word
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   Shapes InferOutputShapes(const Shapes& shapes) const;
 

@@ -146,6 +146,13 @@ KernelFamily::Shapes Reduction::InferOutputShapes(const Shapes& shapes) const {
   return {TensorShape(std::move(left), input.data_type, layout, input.location)};
 }
 
+KernelFamily::Misfits Reduction::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs", "one FLOAT32 or INT16 tensor in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 int Reduction::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_in_main_memory(tensors) &&
                         (tensors[0]->shape.data_type == DataType::FLOAT32 ||

@@ -36,6 +36,7 @@ class Reduction : public KernelFamily {
   ///   names an axis twice, one that isn't there, or one of size 0
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
 
  private:
   enum class Operation { none, sum, mean };

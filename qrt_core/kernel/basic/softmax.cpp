@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 
@@ -25,7 +26,20 @@ void normalise_line(const float* in, size_t count, size_t stride, float* out) {
 }  // namespace
 
 int Softmax::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  return config_verdict(param == nullptr && dynamic_cast<const SoftmaxInfo*>(info) != nullptr);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Softmax::refusals(const LayerInfo* info, const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<SoftmaxInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Softmax::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs", "a FLOAT32 tensor in main memory as the first",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool Softmax::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

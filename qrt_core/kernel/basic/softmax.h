@@ -20,6 +20,8 @@ class Softmax : public KernelFamily {
   explicit Softmax(const SoftmaxRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// Looks at the first tensor only.

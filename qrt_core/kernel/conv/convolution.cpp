@@ -6,6 +6,7 @@
 #include "qrt_core/kernel/conv/weights.h"
 #include "qrt_core/kernel/layout/crop.h"
 #include "qrt_core/kernel/layout/padding.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 
 namespace marlo::kernel {
@@ -240,7 +241,7 @@ KernelFamily::Misfits Convolution<Geometry>::refusals(const LayerInfo* info,
                                                       const InferenceParam* param) const {
   if (param != nullptr) return {{"inference parameter", "none", "one"}};
   const auto* description = dynamic_cast<const typename Geometry::Info*>(info);
-  if (description == nullptr) return {};
+  if (description == nullptr) return {other_class<typename Geometry::Info>(info)};
   const Params params = Geometry::params_of(*description);
   const Conv2dParams plane = Geometry::as_plane(params);
   Misfits found = misfits(row_.accepts, plane, Geometry::kDims == 2);

@@ -9,6 +9,7 @@
 #include "qrt_core/kernel/conv/int16_cores.h"
 #include "qrt_core/kernel/conv/weight_packing.h"
 #include "qrt_core/kernel/conv/weights.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/inference_param.h"
 
@@ -195,7 +196,7 @@ KernelFamily::Misfits Int16Convolution::refusals(const LayerInfo* info,
              param == nullptr ? "none" : "another one"}};
   }
   const auto* description = dynamic_cast<const runtime::Conv2dInfo*>(info);
-  if (description == nullptr) return {};
+  if (description == nullptr) return {other_class<runtime::Conv2dInfo>(info)};
   const Conv2dParams params = PlaneGeometry::params_of(*description);
   Misfits found = misfits(row_.accepts, params);
   add_step_misfit("weight_step_size", steps->weight_step_size, found);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
@@ -57,9 +58,26 @@ KernelFamily::Shapes shapes_of(const KernelFamily::Tensors& tensors) {
 }  // namespace
 
 int ChannelConcatenate::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* concatenate = dynamic_cast<const ConcatenateInfo*>(info);
-  return config_verdict(param == nullptr && concatenate != nullptr &&
-                        concatenate->dim == kChannelDim);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits ChannelConcatenate::refusals(const LayerInfo* info,
+                                                   const InferenceParam* param) const {
+  Expectations expected;
+  const auto* concatenate = expected.describe<ConcatenateInfo>(info, param);
+  if (concatenate != nullptr) {
+    expected.expect(concatenate->dim == kChannelDim, "dim", "1, the channels behind the batch",
+                    std::to_string(concatenate->dim));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits ChannelConcatenate::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "tensors of one type and layout, CHW, C4HW4 or C8HW8, in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 KernelFamily::Shapes ChannelConcatenate::InferOutputShapes(const Shapes& shapes) const {
@@ -104,7 +122,23 @@ int ChannelConcatenate::Forward(const Tensors& inputs, Tensors& outputs, const P
 }
 
 int AxisConcatenate::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  return config_verdict(param == nullptr && dynamic_cast<const ConcatenateInfo*>(info) != nullptr);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits AxisConcatenate::refusals(const LayerInfo* info,
+                                                const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<ConcatenateInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits AxisConcatenate::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "two or more tensors of one type in main memory, of one shape but for dim " +
+                      std::to_string(axis_),
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool AxisConcatenate::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -21,6 +21,8 @@ class ChannelConcatenate : public KernelFamily {
   explicit ChannelConcatenate(const ChannelConcatenateRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
@@ -46,6 +48,8 @@ class AxisConcatenate : public KernelFamily {
   explicit AxisConcatenate(const AxisConcatenateRow&) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// @throws std::runtime_error for dims that differ elsewhere than at the axis

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
@@ -34,11 +35,29 @@ void repeat_halfwords(const uint16_t* values, size_t planes, size_t pixels, size
 }  // namespace
 
 int Expand::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* expand = dynamic_cast<const TensorExpandInfo*>(info);
-  if (param != nullptr || expand == nullptr) return runtime::KERNEL_REFUSED;
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Expand::refusals(const LayerInfo* info, const InferenceParam* param) const {
+  Expectations expected;
+  const auto* expand = expected.describe<TensorExpandInfo>(info, param);
+  if (expand == nullptr) return std::move(expected).unmet();
   const std::vector<int16_t>& shape = expand->new_shape;
-  return config_verdict(shape.size() >= 2 && shape[0] == 1 &&
-                        std::count_if(shape.begin(), shape.end(), is_kept) < kTooManyKept);
+  expected.expect(shape.size() >= 2 && shape[0] == 1, "new_shape", "1, the batch, and sizes behind",
+                  listed(shape));
+  const auto kept = std::count_if(shape.begin(), shape.end(), is_kept);
+  expected.expect(kept < kTooManyKept, "new_shape", "at most 2 negative entries",
+                  std::to_string(kept));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Expand::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(
+      false, "inputs",
+      "one FLOAT32 or INT16 tensor " + runtime::LayoutText(row_.layout) + " in main memory",
+      runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool Expand::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -29,6 +29,8 @@ class Expand : public KernelFamily {
   explicit Expand(const ExpandRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// @throws std::runtime_error where a dim is kept that the input doesn't have

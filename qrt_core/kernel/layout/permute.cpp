@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
 namespace marlo::kernel {
@@ -13,8 +14,19 @@ using runtime::TensorTransposeInfo;
 using utility::Assert;
 
 int Permute::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  return config_verdict(param == nullptr &&
-                        dynamic_cast<const TensorTransposeInfo*>(info) != nullptr);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Permute::refusals(const LayerInfo* info, const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<TensorTransposeInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Permute::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs", "one tensor in main memory", runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool Permute::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
@@ -47,10 +48,27 @@ void pixel_shuffle::downscale_portable(const Task& t) noexcept {
 }
 
 int PixelShuffle::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* shuffle = dynamic_cast<const PixelShuffleInfo*>(info);
-  const bool fits = param == nullptr && shuffle != nullptr &&
-                    (row_.factor == 0.0f || shuffle->upscale_factor == row_.factor);
-  return config_verdict(fits);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits PixelShuffle::refusals(const LayerInfo* info,
+                                             const InferenceParam* param) const {
+  Expectations expected;
+  const auto* shuffle = expected.describe<PixelShuffleInfo>(info, param);
+  if (shuffle != nullptr && row_.factor != 0.0f) {
+    const auto found = static_cast<float>(shuffle->upscale_factor);
+    expected.expect(found == row_.factor, "upscale_factor", std::to_string(row_.factor),
+                    std::to_string(found));
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits PixelShuffle::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (expected.one_float_of(inputs, row_.layout)) {
+    expected.expect(false, "input 0", "an even height and width", runtime::ShapeText(inputs[0]));
+  }
+  return std::move(expected).unmet();
 }
 
 bool PixelShuffle::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

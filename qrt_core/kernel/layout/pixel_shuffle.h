@@ -29,6 +29,8 @@ class PixelShuffle : public KernelFamily {
   explicit PixelShuffle(const PixelShuffleRow& row) : row_(row) {}
 
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// @throws std::runtime_error for a factor without an integer, or sizes beyond 32 bits

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/layer_info.h"
 
@@ -17,9 +18,24 @@ constexpr float kValue = 128.0f;
 }  // namespace
 
 int Placeholder::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* placeholder = dynamic_cast<const LayerPlaceholderInfo*>(info);
-  return config_verdict(param == nullptr && placeholder != nullptr &&
-                        !placeholder->output_shape.empty());
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits Placeholder::refusals(const LayerInfo* info,
+                                            const InferenceParam* param) const {
+  Expectations expected;
+  const auto* placeholder = expected.describe<LayerPlaceholderInfo>(info, param);
+  if (placeholder != nullptr) {
+    expected.expect(!placeholder->output_shape.empty(), "output_shape", "sizes", "none");
+  }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Placeholder::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs", "a tensor in main memory as the first",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool Placeholder::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

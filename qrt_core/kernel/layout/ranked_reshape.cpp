@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
 namespace marlo::kernel {
@@ -90,14 +91,43 @@ bool RankedReshape::fits(uint32_t count) const {
 }
 
 int RankedReshape::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  const auto* description = dynamic_cast<const TensorReshapeInfo*>(info);
-  if (param != nullptr || description == nullptr) return runtime::KERNEL_REFUSED;
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits RankedReshape::refusals(const LayerInfo* info,
+                                              const InferenceParam* param) const {
+  Expectations expected;
+  const auto* description = expected.describe<TensorReshapeInfo>(info, param);
+  if (description == nullptr) return std::move(expected).unmet();
   const std::vector<int16_t>& entries = description->new_shape;
-  if (entries.size() != row_.rank + 1) return runtime::KERNEL_REFUSED;
-  const bool batch_fits = entries[0] == 1 || (row_.takes_any_batch && entries[0] == kInferred);
+  expected.expect(entries.size() == row_.rank + 1, "new_shape",
+                  std::to_string(row_.rank + 1) + " entries, the first of them the batch",
+                  listed(entries));
+  if (!expected.met()) return std::move(expected).unmet();
+  expected.expect(entries[0] == 1 || (row_.takes_any_batch && entries[0] == kInferred), "new_shape",
+                  row_.takes_any_batch ? "1 or -1 as the batch" : "1 as the batch",
+                  std::to_string(entries[0]));
   const bool sizes_fit = std::all_of(entries.begin() + 1, entries.end(),
                                      [](int16_t entry) { return entry > 0 || entry == kInferred; });
-  return config_verdict(batch_fits && sizes_fit && inferred_entries(entries) <= 1);
+  expected.expect(sizes_fit && inferred_entries(entries) <= 1, "new_shape",
+                  "sizes above 0, at most one of them -1", listed(entries));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits RankedReshape::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  const bool is_one = inputs.size() == 1 && inputs[0].location == runtime::LocationType::MainMemory;
+  expected.expect(is_one, "inputs", "one tensor in main memory", runtime::ShapesText(inputs));
+  if (!is_one) return std::move(expected).unmet();
+  const TensorShape& shape = inputs[0];
+  expected.expect(accepts_type(shape.data_type), "input 0",
+                  row_.takes_half ? "FLOAT32, FLOAT16 or INT16" : "FLOAT32 or INT16",
+                  runtime::ShapeText(shape));
+  expected.expect(accepts_layout(shape), "input 0", "layout CHW, C4HW4 or C8HW8",
+                  runtime::ShapeText(shape));
+  expected.expect(fits(runtime::ElementCount(shape)), "input 0",
+                  "as many elements as " + listed(new_shape_) + " has", runtime::ShapeText(shape));
+  return std::move(expected).unmet();
 }
 
 bool RankedReshape::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

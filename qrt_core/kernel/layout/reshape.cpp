@@ -49,6 +49,15 @@ KernelFamily::Misfits Reshape::refusals(const LayerInfo* info, const InferencePa
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Reshape::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(
+      false, "inputs",
+      "one tensor in main memory whose elements are a multiple of " + std::to_string(known_),
+      runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits Reshape::differences(const LayerInfo& info, const Shapes& inputs) const {
   Expectations expected;
   const auto* layer = expected.describe<TensorReshapeInfo>(&info, nullptr);

@@ -49,6 +49,7 @@ class Reshape : public KernelFamily {
   int CheckOutputs(const Tensors& tensors) const;
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

@@ -87,6 +87,12 @@ KernelFamily::Misfits Slice::refusals(const LayerInfo* info, const InferencePara
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Slice::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.one_float_of(inputs, runtime::LayoutType::CHW);
+  return std::move(expected).unmet();
+}
+
 bool Slice::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   const auto* slice = dynamic_cast<const TensorSliceInfo*>(info);
   if (slice == nullptr) return false;

@@ -34,6 +34,7 @@ class Slice : public KernelFamily {
   /// @throws std::runtime_error for triples that reach outside the input
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
 
  private:
   const SliceRow& row_;

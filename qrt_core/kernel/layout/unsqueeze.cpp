@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/model/shape_info.h"
 
 namespace marlo::kernel {
@@ -13,8 +14,21 @@ using runtime::TensorUnSqueezeInfo;
 using utility::Assert;
 
 int UnSqueeze::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
-  return config_verdict(param == nullptr &&
-                        dynamic_cast<const TensorUnSqueezeInfo*>(info) != nullptr);
+  return config_verdict(refusals(info, param).empty());
+}
+
+KernelFamily::Misfits UnSqueeze::refusals(const LayerInfo* info,
+                                          const InferenceParam* param) const {
+  Expectations expected;
+  expected.describe<TensorUnSqueezeInfo>(info, param);
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits UnSqueeze::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs", "one FLOAT32 or INT16 tensor in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
 }
 
 bool UnSqueeze::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

@@ -144,6 +144,7 @@ class RecurrentCell : public RecurrentLayer {
   /// Replaces what `outputs` holds. An exception leaves the state as it was.
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
@@ -175,6 +176,7 @@ class RecurrentSequence : public RecurrentLayer {
   /// An exception leaves the state as it was.
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

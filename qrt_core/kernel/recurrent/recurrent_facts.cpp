@@ -109,6 +109,14 @@ KernelFamily::Misfits RecurrentCell::refusals(const LayerInfo* info,
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits RecurrentCell::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "one FLOAT32 vector of " + counted(in_size_, "number") + " in main memory",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits RecurrentCell::differences(const LayerInfo& info, const Shapes&) const {
   Expectations expected;
   const auto layer = row_.describe(&info);
@@ -132,6 +140,14 @@ KernelFamily::Misfits RecurrentSequence::refusals(const LayerInfo* info,
   if (expected.met()) {
     expect_stack(*layer.sizes, *layer.weights, network_.gates, false, expected);
   }
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits RecurrentSequence::input_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(false, "inputs",
+                  "one FLOAT32 tensor [steps, " + std::to_string(in_size_) + "] in main memory",
+                  runtime::ShapesText(inputs));
   return std::move(expected).unmet();
 }
 
