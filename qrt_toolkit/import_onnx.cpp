@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "qrt_core/utility/application.h"
 #include "qrt_toolkit/lower/lowering.h"
 #include "qrt_toolkit/onnx/read.h"
 #include "qrt_toolkit/shapes/batch.h"
@@ -53,8 +54,28 @@ void refuse_unlowered(const Graph& graph) {
   if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
 }
 
+/// Gives the network the kernels that are likely to be the fastest.
+void choose_kernels(const ImportOptions& options, ImportedModel& imported) {
+  ImportReport& report = imported.report;
+  report.kernels = options.kernels.value_or(processor_kernels());
+  if (report.kernels == KernelSet::portable) return;
+  AssignOptions choice;
+  choice.set = report.kernels;
+  for (const ImportedTensor& input : report.inputs) choice.inputs[input.name] = input.in_memory;
+  runtime::KernelRegistry kernels;
+  runtime::InferenceParamRegistry params;
+  utility::init_register_operators(kernels, params);
+  EstimatedCosts costs;
+  AssignedModel assigned = assign_kernels(imported.model, kernels, costs, choice);
+  imported.model = std::move(assigned.model);
+  report.assigned = std::move(assigned.report);
+  for (const auto& [id, source] : report.assigned.converters) {
+    report.node_of_layer[id] = report.node_of_layer[source];
+  }
+}
+
 ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, bool has_batch) {
-  return {name, layer.shape.dims, has_batch};
+  return {name, layer.shape.dims, has_batch, layer.shape};
 }
 
 }  // namespace
@@ -95,6 +116,7 @@ ImportedModel import_onnx(const std::string& path, const ImportOptions& options)
   imported.model = std::move(written.model);
   report.node_of_layer = std::move(written.node_of_layer);
   report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
+  choose_kernels(options, imported);
   return imported;
 }
 

@@ -2,11 +2,14 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "qrt_core/runtime/model/model_info.h"
 #include "qrt_core/utility/export.h"
+#include "qrt_toolkit/assign/assign.h"
+#include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/errors.h"
 
 // A network from an ONNX file becomes a model that this library runs.
@@ -28,13 +31,17 @@ struct ImportOptions {
   std::map<std::string, GivenTensor> constants;
   /// Name of the network; the file's own without folder and suffix if empty.
   std::string network;
+  /// The kernels to choose from, by estimated costs. Without it those that this processor can run;
+  /// `KernelSet::portable` keeps the kernels that define what is computed.
+  std::optional<KernelSet> kernels;
 };
 
 /// One input or output of the imported network. Plain data.
 struct ImportedTensor {
-  std::string name;             ///< also the id of its layer
-  std::vector<uint32_t> shape;  ///< without batch
-  bool has_batch = false;       ///< whether the source's shape begins with a batch of one
+  std::string name;                ///< also the id of its layer
+  std::vector<uint32_t> shape;     ///< without batch
+  bool has_batch = false;          ///< whether the source's shape begins with a batch of one
+  runtime::TensorShape in_memory;  ///< as the network takes or returns it
 };
 
 /// What became of the network. Plain data.
@@ -47,6 +54,8 @@ struct ImportReport {
   std::map<std::string, std::string> node_of_layer;  ///< the file's node by layer id
   uint64_t multiply_adds = 0;                        ///< of a pass
   std::vector<std::string> notes;                    ///< what was assumed, in words
+  KernelSet kernels = KernelSet::portable;           ///< what the kernels were chosen from
+  AssignReport assigned;                             ///< what was chosen; empty for portable ones
 };
 
 /// A model with its report. Plain data.
@@ -56,7 +65,7 @@ struct ImportedModel {
 };
 
 /// Imports a network. Its inputs and outputs are plain float32 in the file's own order of axes,
-/// less the batch; it runs with portable kernels.
+/// less the batch, whatever layouts lie inside.
 ///
 /// @code
 /// auto imported = marlo::toolkit::import_onnx("net.onnx");

@@ -234,7 +234,10 @@ size_t Lowering::combined(uint16_t operation, size_t a, size_t b) {
 }
 
 size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float beta) {
+  constexpr uint16_t kRectifier = 2;
   auto info = std::make_shared<runtime::ActivationInfo>();
+  // A label; that of rectifiers tells checks that nothing behind them is below zero.
+  if (std::string_view(kernel) == kReLU) info->activation_type = kRectifier;
   info->activation_alpha = alpha;
   info->activation_beta = beta;
   return plan_.add(std::move(info), kernel, {layer});

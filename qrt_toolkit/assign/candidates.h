@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "qrt_toolkit/assign/costs.h"
+#include "qrt_toolkit/assign/form.h"
+#include "qrt_toolkit/assign/kernel_set.h"
+#include "qrt_toolkit/assign/reference.h"
+#include "qrt_toolkit/assign/trial.h"
+
+// Which kernels compute what a layer's reference kernel computes, and in which forms.
+
+namespace marlo::toolkit {
+
+/// One kernel that can run a layer.
+struct Candidate {
+  std::string kernel;
+  KernelSet set = KernelSet::portable;
+  runtime::InputUse use = runtime::InputUse::reads;
+  std::vector<Form> inputs;
+  Form output;
+  /// The description that it reads as the reference kernel reads its own; null for the same.
+  std::shared_ptr<runtime::LayerInfo> info;
+  double difference = 0;  ///< from the reference in the trial, relative; 0 for the same bits
+};
+
+/// Which kernels are trusted.
+struct CandidateRules {
+  KernelSet set = KernelSet::sse;  ///< what they may need
+  double tolerance = 1e-4;         ///< how far they may be from the reference
+};
+
+/// Finds candidates. Every registered kernel is asked whether it takes the layer, in every layout
+/// that its inputs can have, and must then agree with the reference kernel on a small picture with
+/// the layer's own weights. Layers that differ in ids and in the numbers of their weights only are
+/// tried once. It belongs to one thread.
+class CandidateFinder {
+ public:
+  /// @param workshop outlives the finder
+  CandidateFinder(Workshop& workshop, const CandidateRules& rules);
+
+  /// The reference as the first, then the others by name.
+  const std::vector<Candidate>& of(const ReferenceLayer& layer);
+
+  /// Kernels that move a tensor from one form to another; empty where there are none.
+  const std::vector<Candidate>& converters(const Form& from, const Form& to);
+
+  /// The kernels that only the rules' set of instructions keeps out, by name.
+  const std::vector<std::string>& excluded() const { return excluded_; }
+
+ private:
+  struct Trial;
+
+  std::vector<Candidate> find(const ReferenceLayer& layer);
+  void try_kernel(const std::string& name, const Trial& trial, std::vector<Candidate>& found);
+  Candidate candidate(const std::string& name, const runtime::IKernel& kernel) const;
+
+  Workshop& workshop_;
+  CandidateRules rules_;
+  std::vector<std::string> names_;  // of the kernels that may be used
+  std::vector<std::string> excluded_;
+  std::map<std::string, std::vector<Candidate>> known_;
+};
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <vector>
+
+#include "qrt_toolkit/assign/candidates.h"
+#include "qrt_toolkit/assign/costs.h"
+#include "qrt_toolkit/assign/optimiser.h"
+#include "qrt_toolkit/assign/reference.h"
+
+// A network with its candidates as a problem for the optimiser.
+
+namespace marlo::toolkit {
+
+/// One way to run a layer, with its kernel.
+struct Option {
+  Candidate candidate;
+  /// Brings what the kernel makes into the layout that the caller gets; empty for none.
+  std::string output_converter;
+  double cost = 0;  ///< of both
+};
+
+/// A layer's ways to run, and the forms of its result.
+struct LayerOptions {
+  std::vector<Form> forms;      ///< the first is that of the reference
+  std::vector<Option> options;  ///< the first is the reference's kernel
+  /// The cheapest converter from one form to another, [from][to]; empty where there is none.
+  std::vector<std::vector<std::string>> converters;
+};
+
+/// A network's layers with their options, and the same for the optimiser: choice c of layer v is
+/// option c of it.
+struct Problem {
+  std::vector<ReferenceLayer> layers;
+  std::vector<LayerOptions> options;
+  std::vector<ChoiceLayer> graph;
+};
+
+/// Collects candidates and their costs.
+Problem make_problem(std::vector<ReferenceLayer> layers, CandidateFinder& finder, Costs& costs);
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/tensor/context.h"
+
+// Asking kernels what they take and make, and running one alone.
+
+namespace marlo::toolkit {
+
+/// The kernels that may be tried, and a place to configure them. It belongs to one thread.
+class Workshop {
+ public:
+  using Shapes = std::vector<runtime::TensorShape>;
+  using Numbers = std::vector<std::vector<float>>;  ///< per tensor
+
+  /// @param kernels outlives the workshop
+  explicit Workshop(const runtime::KernelRegistry& kernels);
+
+  /// A kernel that is configured with a description; null where it refuses.
+  std::shared_ptr<runtime::IKernel> configured(const std::string& name,
+                                               const std::shared_ptr<runtime::LayerInfo>& info);
+
+  /// What a configured kernel makes of inputs of these shapes; empty where it refuses them, or
+  /// makes anything but one tensor.
+  std::optional<runtime::TensorShape> made_of(runtime::IKernel& kernel, const Shapes& inputs);
+
+  /// The numbers that a configured kernel makes; empty where it fails, or makes another shape than
+  /// it said.
+  std::optional<std::vector<float>> run(runtime::IKernel& kernel, const Shapes& inputs,
+                                        const Numbers& numbers, const runtime::TensorShape& output);
+
+  const runtime::KernelRegistry& kernels() const { return kernels_; }
+  const std::shared_ptr<runtime::Context>& context() const { return context_; }
+
+  /// Gives back the memory of kernels that are gone.
+  void clear();
+
+ private:
+  const runtime::KernelRegistry& kernels_;
+  std::shared_ptr<runtime::Context> context_;
+};
+
+/// Numbers for a trial, the same ones each time: of both signs and well beyond the bounds of
+/// rectifiers, none of them near zero.
+/// @param is_negative_possible else none is below zero
+std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_possible = true);
+
+/// The largest difference over the largest number of the reference; infinity where one has a number
+/// and the other has none. 0 says that all bits are equal.
+double relative_difference(const std::vector<float>& reference, const std::vector<float>& found);
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,386 @@
+#include "qrt_toolkit/assign/assign.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_core/utility/check_model.h"
+#include "tests/support/model_builder.h"
+#include "tests/support/network_writer.h"
+
+namespace marlo::toolkit::test {
+namespace {
+
+using marlo::test::ModelBuilder;
+using marlo::test::NetworkWriter;
+using marlo::test::plane_convolution;
+using marlo::test::Planes;
+using marlo::test::ramp;
+using runtime::DataType;
+using runtime::LayoutType;
+using runtime::TensorShape;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+
+const runtime::KernelRegistry& all_kernels() {
+  static const runtime::KernelRegistry kernels = [] {
+    runtime::KernelRegistry made;
+    runtime::InferenceParamRegistry params;
+    utility::init_register_operators(made, params);
+    return made;
+  }();
+  return kernels;
+}
+
+TensorShape planes(uint32_t channels, uint32_t height, uint32_t width) {
+  return TensorShape({channels, height, width}, DataType::FLOAT32, LayoutType::CHW);
+}
+
+AssignOptions options_for(const TensorShape& input, KernelSet set = processor_kernels()) {
+  AssignOptions options;
+  options.set = set;
+  options.inputs["x"] = input;
+  return options;
+}
+
+AssignedModel assigned(const runtime::QRTModel& model, const AssignOptions& options) {
+  EstimatedCosts costs;
+  return assign_kernels(model, all_kernels(), costs, options);
+}
+
+/// What the only network of a model makes of one input.
+std::vector<std::vector<float>> outputs_of(const runtime::QRTModel& model, const TensorShape& shape,
+                                           const std::vector<float>& numbers) {
+  std::shared_ptr<runtime::Context> context;
+  utility::create_context(context, 64);
+  const std::string& id = model.model_arr->squential_ids[0];
+  const auto info = model.model_arr->infos.at(id);
+  const auto net = CreateNet(info, model.config_arr->cfgs.at(id)->cpu_sse, all_kernels(), context);
+  std::vector<unsigned int> wanted;
+  for (const std::string& output : info->squential_output_ids) {
+    const auto place = std::find(info->squential_ids.begin(), info->squential_ids.end(), output);
+    wanted.push_back(static_cast<unsigned int>(place - info->squential_ids.begin()));
+  }
+  const auto input = context->cpu->CreateTensor(shape, numbers.data());
+  auto made = net->Forward({{0, input}}, wanted, context, nullptr, nullptr);
+  std::vector<std::vector<float>> results;
+  for (const unsigned int layer : wanted) {
+    const auto tensor = made.at(layer).at(0);
+    const auto* data = static_cast<const float*>(tensor->handle.cpu);
+    results.emplace_back(data, data + runtime::ElementCount(tensor->shape));
+  }
+  return results;
+}
+
+std::vector<float> picture(size_t count) {
+  std::vector<float> numbers(count);
+  for (size_t i = 0; i < count; ++i) {
+    numbers[i] = static_cast<float>(static_cast<int>(i * 37 % 101) - 50) / 25.0f;
+  }
+  return numbers;
+}
+
+/// Demands equal outputs but for the order of sums, and that nothing is wrong with the new model.
+void expect_same(const runtime::QRTModel& before, const runtime::QRTModel& after,
+                 const TensorShape& shape) {
+  const auto numbers = picture(runtime::ElementCount(shape));
+  const auto expected = outputs_of(before, shape, numbers);
+  const auto found = outputs_of(after, shape, numbers);
+  ASSERT_EQ(found.size(), expected.size());
+  for (size_t o = 0; o < expected.size(); ++o) {
+    ASSERT_EQ(found[o].size(), expected[o].size());
+    double largest = 1e-3;
+    for (const float number : expected[o]) largest = std::fmax(largest, std::fabs(number));
+    for (size_t i = 0; i < expected[o].size(); ++i) {
+      ASSERT_NEAR(found[o][i], expected[o][i], 2e-5 * largest) << "output " << o << ", " << i;
+    }
+  }
+  for (const auto& finding : utility::check_model(std::make_shared<runtime::QRTModel>(after))) {
+    ADD_FAILURE() << utility::finding_text(finding);
+  }
+}
+
+const runtime::QRModelInfo& network(const runtime::QRTModel& model) {
+  return *model.model_arr->infos.at(model.model_arr->squential_ids[0]);
+}
+
+const runtime::LayerCfg& configuration(const runtime::QRTModel& model, const std::string& layer) {
+  const auto& cfgs = *model.config_arr->cfgs.at(model.model_arr->squential_ids[0]);
+  return *cfgs.cpu_sse->layer_cfgs.at(layer);
+}
+
+std::shared_ptr<runtime::ActivationInfo> rectifier() {
+  auto info = std::make_shared<runtime::ActivationInfo>();
+  info->activation_type = 2;
+  return info;
+}
+
+runtime::Conv2dInfo padded_convolution(uint16_t ins, uint16_t outs, uint16_t kernel = 3) {
+  auto info = plane_convolution(ins, outs, kernel,
+                                ramp(size_t{ins} * outs * kernel * kernel, -0.25f, 0.003f),
+                                ramp(outs, -1, 0.25f));
+  info.padding_l = info.padding_r = static_cast<int16_t>(kernel / 2);
+  info.padding_t = info.padding_b = static_cast<int16_t>(kernel / 2);
+  return info;
+}
+
+constexpr char kReLU[] = "ReLU_Fallback_Float_M1";
+
+/// Convolution, rectifier, and a second convolution beside a sum.
+ModelBuilder residual() {
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("c", "x", padded_convolution(16, 16))
+      .layer("r", {"c"}, rectifier(), kReLU)
+      .conv2d("d", "r", padded_convolution(16, 16))
+      .layer("s", {"r", "d"}, std::make_shared<runtime::ElementWiseOperatorInfo>(),
+             "Elementwise_Fallback_Float_M1")
+      .layer("y", {"s"}, rectifier(), kReLU)
+      .outputs({"y"});
+  return builder;
+}
+
+TEST(Assign, EverySetComputesTheSame) {
+  const auto model = residual().build();
+  const TensorShape shape = planes(16, 13, 11);
+  for (const KernelSet set : {KernelSet::portable, KernelSet::sse, processor_kernels()}) {
+    SCOPED_TRACE(word_of(set));
+    const AssignedModel made = assigned(*model, options_for(shape, set));
+    expect_same(*model, made.model, shape);
+    EXPECT_TRUE(made.report.is_exact);
+    for (const AssignedLayer& layer : made.report.layers) {
+      EXPECT_LE(set_of_kernel(layer.kernel, runtime::needs_of(layer.kernel)), set) << layer.id;
+    }
+  }
+}
+
+TEST(Assign, FasterKernelsTakeThePlaceOfPortableOnes) {
+  const auto model = residual().build();
+  const AssignedModel made = assigned(*model, options_for(planes(16, 32, 32), KernelSet::sse));
+  for (const AssignedLayer& layer : made.report.layers) {
+    EXPECT_LE(layer.cost, layer.cost_before) << layer.id;
+    if (layer.id == "x") continue;
+    EXPECT_THAT(layer.kernel, HasSubstr("SSE")) << layer.id;
+    EXPECT_THAT(layer.before, HasSubstr("Fallback")) << layer.id;
+  }
+}
+
+TEST(Assign, WholeNetworksComputeTheSame) {
+  Planes input(8, 24, 20);
+  const auto numbers = picture(input.values.size());
+  input.values.assign(numbers.begin(), numbers.end());
+  NetworkWriter writer(marlo::test::all_forms().at(0), input);
+  std::string x = writer.relu(writer.first_conv("input", 16, 3));
+  const std::string skip = x;
+  x = writer.max2(x);
+  x = writer.relu(writer.depthwise(writer.conv(x, 32, 1), 3));
+  x = writer.upsample(writer.conv(x, 16, 3));
+  x = writer.concatenate(skip, x);
+  x = writer.sigmoid(writer.conv(x, 8, 1));
+  writer.output(x);
+  const auto model = writer.model().build();
+  const TensorShape shape = planes(8, 24, 20);
+  AssignOptions options = options_for(shape);
+  options.inputs["input"] = shape;
+  expect_same(*model, assigned(*model, options).model, shape);
+}
+
+TEST(Assign, GoesOnFromAModelInBlocksAsWell) {
+  // A model with converters of its own: they are taken off, and put where they are cheapest.
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("c", "x", padded_convolution(8, 8), "Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1")
+      .input_converter("0", "LayoutTransform_MainMemory_CHW_Float_To_C4HW4_SSE_M1")
+      .layer("y", {"c"}, rectifier(), kReLU)
+      .output_converter("0", "LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1")
+      .outputs({"y"});
+  if (all_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
+    GTEST_SKIP() << "this build has no SSE kernels";
+  }
+  const auto model = builder.build();
+  const TensorShape shape = planes(8, 9, 10);
+  for (const KernelSet set : {KernelSet::portable, KernelSet::sse, processor_kernels()}) {
+    SCOPED_TRACE(word_of(set));
+    expect_same(*model, assigned(*model, options_for(shape, set)).model, shape);
+  }
+}
+
+TEST(Assign, OutputsAndInputsStayAsTheyWere) {
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("a", "x", padded_convolution(16, 16))
+      .layer("b", {"a"}, rectifier(), kReLU)
+      .conv2d("y", "b", padded_convolution(16, 8))
+      .outputs({"a", "b", "y"});
+  const auto model = builder.build();
+  const TensorShape shape = planes(16, 30, 30);
+  const AssignedModel made = assigned(*model, options_for(shape));
+  expect_same(*model, made.model, shape);
+  EXPECT_THAT(network(made.model).squential_output_ids, ElementsAre("a", "b", "y"));
+}
+
+TEST(Assign, NothingWorksInPlaceWhereOthersNeedTheNumbers) {
+  // The input belongs to the caller, "c" has two readers, and "y" is returned beside "z".
+  ModelBuilder builder;
+  builder.input("x")
+      .layer("c", {"x"}, rectifier(), kReLU)
+      .layer("d", {"c"}, rectifier(), kReLU)
+      .layer("y", {"c"}, rectifier(), kReLU)
+      .layer("z", {"y"}, rectifier(), kReLU)
+      .layer("w", {"d"}, rectifier(), kReLU)
+      .outputs({"y", "z", "w"});
+  const auto model = builder.build();
+  const AssignedModel made = assigned(*model, options_for(planes(8, 16, 16), KernelSet::sse));
+  const auto works_in_place = [&](const std::string& layer) {
+    return configuration(made.model, layer).kernel->kernel_type.find("Inplace") !=
+           std::string::npos;
+  };
+  for (const char* const layer : {"c", "d", "y", "z"}) EXPECT_FALSE(works_in_place(layer)) << layer;
+  if (all_kernels().Create("ReLU_Inplace_SSE_Float_M1") != nullptr) {
+    EXPECT_TRUE(works_in_place("w"));
+  }
+  expect_same(*model, made.model, planes(8, 16, 16));
+}
+
+/// Costs from the test's own rule.
+class CostsByRule final : public Costs {
+ public:
+  explicit CostsByRule(double (*rule)(const Work&)) : rule_(rule) {}
+  double of(const Work& work) override { return rule_(work); }
+
+ private:
+  double (*rule_)(const Work&);
+};
+
+TEST(Assign, ATensorIsConvertedOnceForAllItsReaders) {
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("a", "x", padded_convolution(8, 8))
+      .conv2d("b", "x", padded_convolution(8, 8))
+      .conv2d("c", "x", padded_convolution(8, 8))
+      .outputs({"a", "b", "c"});
+  const auto model = builder.build();
+  CostsByRule costs([](const Work& work) {
+    if (work.info == nullptr) return 1.0;
+    return work.inputs[0].layout == LayoutType::C4HW4 ? 1.0 : 10.0;
+  });
+  const TensorShape shape = planes(8, 8, 8);
+  const AssignedModel made =
+      assign_kernels(*model, all_kernels(), costs, options_for(shape, KernelSet::sse));
+  if (all_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
+    GTEST_SKIP() << "this build has no SSE kernels";
+  }
+  EXPECT_THAT(made.report.converters, ElementsAre(Pair("x#C4HW4", "x")));
+  EXPECT_DOUBLE_EQ(made.report.cost, 1 + 3 * (1 + 1));  // one in, and one behind each output
+  for (const char* const id : {"a", "b", "c"}) {
+    EXPECT_THAT(network(made.model).layers.at(id)->input_ids, ElementsAre("x#C4HW4"));
+  }
+  EXPECT_EQ(network(made.model).layers.at("x")->read_count, 1);
+  EXPECT_EQ(network(*model).layers.at("x")->read_count, 0);  // the given model is as it was
+  expect_same(*model, made.model, shape);
+}
+
+TEST(Assign, NewIdsDifferFromThoseThatAreThere) {
+  ModelBuilder builder;
+  builder.input("x").conv2d("x#C4HW4", "x", padded_convolution(8, 8)).outputs({"x#C4HW4"});
+  CostsByRule costs([](const Work& work) {
+    return work.info != nullptr && work.inputs[0].layout != LayoutType::C4HW4 ? 9.0 : 1.0;
+  });
+  const auto model = builder.build();
+  const AssignedModel made =
+      assign_kernels(*model, all_kernels(), costs, options_for(planes(8, 8, 8), KernelSet::sse));
+  if (made.report.converters.empty()) GTEST_SKIP() << "this build has no SSE kernels";
+  EXPECT_THAT(made.report.converters, ElementsAre(Pair("x#C4HW4#2", "x")));
+}
+
+TEST(Assign, WeightsAreSharedWithTheGivenModel) {
+  const auto model = residual().build();
+  const AssignedModel made = assigned(*model, options_for(planes(16, 20, 20), KernelSet::portable));
+  EXPECT_THAT(made.report.converters, IsEmpty());
+  EXPECT_EQ(network(made.model).layers.at("c"), network(*model).layers.at("c"));
+}
+
+TEST(Assign, PaddedMaximaNeedRectifiedInputsForKernelsThatPadWithZeros) {
+  auto pool = std::make_shared<runtime::MaxPool2dInfo>();
+  pool->kernel_x = pool->kernel_y = 3;
+  pool->stride_x = pool->stride_y = 2;
+  pool->dilation_x = pool->dilation_y = 1;
+  pool->padding_l = pool->padding_r = pool->padding_t = pool->padding_b = 1;
+  const TensorShape shape = planes(8, 16, 16);
+  for (const bool is_rectified : {false, true}) {
+    ModelBuilder builder;
+    builder.input("x");
+    if (is_rectified) builder.layer("r", {"x"}, rectifier(), kReLU);
+    builder.layer("y", {is_rectified ? "r" : "x"}, std::make_shared<runtime::MaxPool2dInfo>(*pool),
+                  "Pooling2D_Max_Fallback_Float_M1");
+    const auto model = builder.outputs({"y"}).build();
+    const AssignedModel made = assigned(*model, options_for(shape, KernelSet::sse));
+    expect_same(*model, made.model, shape);
+    if (all_kernels().Create("Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1") == nullptr) continue;
+    EXPECT_EQ(made.report.layers.back().kernel, is_rectified
+                                                    ? "Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1"
+                                                    : "Pooling2D_Max_Fallback_Float_M1");
+  }
+}
+
+TEST(Assign, FastFunctionsAreTooFarFromThoseThatTheyReplace) {
+  ModelBuilder builder;
+  builder.input("x").activation("y", "x", "Sigmoid_Fallback_Float_M1").outputs({"y"});
+  const auto model = builder.build();
+  AssignOptions options = options_for(planes(8, 8, 8), KernelSet::sse);
+  EXPECT_EQ(assigned(*model, options).report.layers.back().kernel, "Sigmoid_Fallback_Float_M1");
+  if (all_kernels().Create("Sigmoid_SSE_Float_M1") == nullptr) return;
+  options.tolerance = 0.05;
+  EXPECT_EQ(assigned(*model, options).report.layers.back().kernel, "Sigmoid_SSE_Float_M1");
+}
+
+TEST(Assign, WithoutToleranceResultsKeepTheirBits) {
+  const auto model = residual().build();
+  const TensorShape shape = planes(16, 13, 11);
+  AssignOptions options = options_for(shape);
+  options.tolerance = 0;
+  const auto numbers = picture(runtime::ElementCount(shape));
+  EXPECT_EQ(outputs_of(assigned(*model, options).model, shape, numbers),
+            outputs_of(*model, shape, numbers));
+}
+
+TEST(Assign, SaysWhichNetworkOrLayerIsWrong) {
+  const auto model = residual().build();
+  EstimatedCosts costs;
+  const auto fault_of = [&](const AssignOptions& options) -> std::string {
+    try {
+      assign_kernels(*model, all_kernels(), costs, options);
+    } catch (const std::invalid_argument& fault) {
+      return fault.what();
+    }
+    return "";
+  };
+  AssignOptions options;
+  EXPECT_EQ(fault_of(options), "layer \"x\": the shape of this input isn't known");
+  options.inputs["x"] = planes(3, 8, 8);
+  EXPECT_THAT(fault_of(options), HasSubstr("layer \"c\": the kernel"));
+  options.network = "other";
+  EXPECT_EQ(fault_of(options), "network \"other\": the model hasn't got it");
+}
+
+TEST(KernelSets, AreKnownByTheirWords) {
+  std::set<std::string> words;
+  for (const char* const word : {"portable", "sse", "avx", "fma", "avx2", "avx512"}) {
+    const auto set = kernel_set_of(word);
+    ASSERT_TRUE(set) << word;
+    words.insert(word_of(*set));
+  }
+  EXPECT_EQ(words.size(), 6u);
+  EXPECT_FALSE(kernel_set_of("neon"));
+  EXPECT_GE(processor_kernels(), KernelSet::sse);
+  EXPECT_EQ(set_of_kernel("ReLU_Fallback_Float_M1", runtime::InstructionSet::baseline),
+            KernelSet::portable);
+}
+
+}  // namespace
+}  // namespace marlo::toolkit::test
