@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 #include <stdexcept>
+#include <unordered_map>
 #include <utility>
 
 #include "qrt_core/runtime/model/elementwise_info.h"
@@ -37,7 +38,8 @@ void add_converter(KernelCfgArr& converters, size_t place, const std::string& ke
 class Writer {
  public:
   Writer(const runtime::QRModelInfo& network, const Problem& problem, const Assignment& assignment)
-      : problem_(problem),
+      : given_(network),
+        problem_(problem),
         assignment_(assignment),
         network_(std::make_shared<runtime::QRModelInfo>(network)),
         config_(std::make_shared<runtime::QRModelCfg>()) {
@@ -52,7 +54,7 @@ class Writer {
       for (const Conversion& conversion : assignment_.converters[v])
         add_converter_layer(v, conversion);
     }
-    count_readers();
+    count_readers(given_.layers);
     report_.cost = assignment_.cost;
     report_.is_exact = assignment_.is_exact;
   }
@@ -129,17 +131,25 @@ class Writer {
     report_.converters[id] = problem_.layers[v].id;
   }
 
-  /// Descriptions that the given model shares keep their counts: those that change are copied.
-  void count_readers() {
-    std::map<std::string, uint16_t> counts;
-    for (const auto& [id, info] : network_->layers) {
+  using Counts = std::map<std::string, uint16_t>;
+  using Layers = std::unordered_map<std::string, std::shared_ptr<LayerInfo>>;
+
+  static Counts readers_of(const Layers& layers) {
+    Counts counts;
+    for (const auto& [id, info] : layers) {
       for (const std::string& input : info->input_ids) ++counts[input];
     }
+    return counts;
+  }
+
+  /// Descriptions that the given model shares keep their counts: one whose readers change is copied.
+  void count_readers(const Layers& given) {
+    Counts before = readers_of(given);
+    Counts after = readers_of(network_->layers);
     for (auto& [id, info] : network_->layers) {
-      const uint16_t count = counts[id];
-      if (info->read_count == count) continue;
+      if (before[id] == after[id]) continue;
       if (std::shared_ptr<LayerInfo> copy = copy_of(*info)) info = std::move(copy);
-      info->read_count = count;
+      info->read_count = after[id];
     }
   }
 
@@ -160,6 +170,7 @@ class Writer {
     config_->layer_cfgs[id] = cfg;
   }
 
+  const runtime::QRModelInfo& given_;
   const Problem& problem_;
   const Assignment& assignment_;
   std::shared_ptr<runtime::QRModelInfo> network_;
