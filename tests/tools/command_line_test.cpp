@@ -31,7 +31,7 @@ TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutput) {
 
 TEST_F(CommandLineTest, HelpFits100Columns) {
   for (const std::string command :
-       {"info", "run", "compare", "check", "image", "convert", "kernels", "help"}) {
+       {"info", "run", "compare", "bench", "check", "image", "convert", "kernels", "help"}) {
     std::istringstream lines(qrt({command, "--help"}).out);
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
   }

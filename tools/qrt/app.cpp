@@ -30,6 +30,7 @@ constexpr char kFooter[] =
     "  qrt convert old.qrm new.qrtmodel --isa sse\n"
     "  qrt kernels relu\n"
     "  qrt kernels --for net.qrtmodel:conv3          which kernels could run this layer?\n"
+    "  qrt bench new.qrtmodel --against old.qrtmodel   which is faster?\n"
     "  qrt compare net.json net.qrtmodel --input x.npy --bound 1e-3\n"
     "\n"
     "`qrt COMMAND --help` tells more about a command.\n"

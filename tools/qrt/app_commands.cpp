@@ -142,6 +142,51 @@ void add_compare(CLI::App& app, CompareOptions& options) {
   command->callback([&options] { run_compare(options); });
 }
 
+void add_bench(CLI::App& app, BenchCommandOptions& options) {
+  CLI::App* command = app.add_subcommand("bench", "Measure how fast a model runs");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-a,--against", options.against, "Measure this model beside it, and compare")
+      ->take_all()
+      ->expected(1)
+      ->type_name("FILE");
+  command
+      ->add_option("-i,--input", options.inputs,
+                   "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Network where there are several")
+      ->type_name("ID");
+  command->add_option("--threads", options.threads, "Threads, each with a context of its own")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1024))
+      ->capture_default_str();
+  command->add_option("--cpu", options.cpu, "Keep the first thread on processor N, the next on N+1")
+      ->type_name("N")
+      ->check(CLI::Range(0, 65535));
+  command->add_option("--seconds", options.seconds, "Measure each model for S seconds")
+      ->type_name("S")
+      ->check(CLI::Range(0.001, 86400.0));
+  command->add_flag("--keep-state", options.keep_state,
+                    "Recurrent layers begin each pass where the last ended");
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON in the form of Google Benchmark");
+  command->footer(
+      "A pass goes from inputs in memory to outputs. Passes are first repeated until they are\n"
+      "steady, then timed until the median is known to within 0.5 % at 95 % confidence, for half "
+      "a\n"
+      "second at least and 10 seconds at most, or as long as --seconds says. With --against the\n"
+      "models run in turn, pass by pass, and the ratio of their times comes with the interval "
+      "that\n"
+      "it lies in at 95 % confidence. Spread is the width of the middle half of the passes over "
+      "the\n"
+      "median. --threads tells the passes of all threads in a second. Without --input the sizes "
+      "are\n"
+      "those of the model; the numbers are made up, the same every time.");
+  command->callback([&options] { run_bench(options); });
+}
+
 void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
       app.add_subcommand("check", "Check that a model fits and computes what it says");
@@ -319,6 +364,7 @@ void add_commands(CLI::App& app, CommandOptions& options) {
   add_info(app, options.info);
   add_run(app, options.run);
   add_compare(app, options.compare);
+  add_bench(app, options.bench);
   add_check(app, options.check);
   add_image(app, options.image);
   add_convert(app, options.convert);

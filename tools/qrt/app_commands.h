@@ -14,6 +14,7 @@ struct CommandOptions {
   InfoOptions info;
   RunOptions run;
   CompareOptions compare;
+  BenchCommandOptions bench;
   CheckOptions check;
   ImageOptions image;
   ConvertOptions convert;

@@ -67,6 +67,20 @@ struct CheckOptions {
   bool json = false;
 };
 
+struct BenchCommandOptions {
+  std::string model;
+  std::vector<std::string> against;  ///< models that are measured beside it
+  std::vector<std::string> inputs;   ///< sizes, "SIZES" or "LAYER=SIZES", for all models
+  std::string network;
+  unsigned threads = 1;
+  std::optional<int> cpu;         ///< the first thread's; empty to leave it to the system
+  std::optional<double> seconds;  ///< of samples for each model; empty until they are precise
+  std::optional<size_t> width;
+  bool keep_batch = false;
+  bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
+  bool json = false;
+};
+
 struct ImageOptions {
   std::string input;
   std::string output;
@@ -100,6 +114,7 @@ struct KernelsOptions {
 void run_info(const InfoOptions& options);
 void run_network(const RunOptions& options);
 void run_compare(const CompareOptions& options);
+void run_bench(const BenchCommandOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);

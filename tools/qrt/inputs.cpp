@@ -13,29 +13,26 @@
 namespace qrt_tool {
 namespace {
 
-struct InputFile {
-  uint32_t layer;
-  std::string path;
-};
-
 std::string input_names(const NetworkReport& report) {
   std::vector<std::string> names;
   for (const uint32_t input : report.inputs()) names.push_back(quoted(report.layers[input].id));
   return joined(names, ", ");
 }
 
-// Which file goes to which input: by name where one is given, else in order.
-std::vector<InputFile> assign_files(const NetworkReport& report,
-                                    const std::vector<std::string>& options) {
+}  // namespace
+
+std::vector<GivenInput> assign_inputs(const NetworkReport& report,
+                                      const std::vector<std::string>& options,
+                                      const std::string& what) {
   const std::vector<uint32_t> inputs = report.inputs();
   if (options.size() != inputs.size()) {
-    throw ToolError(kUsageError, "expected " + counted(inputs.size(), "input file") +
+    throw ToolError(kUsageError, "expected " + counted(inputs.size(), what) +
                                      " (--input) for network " + quoted(report.id) +
                                      ", which reads " +
                                      (inputs.empty() ? "nothing" : input_names(report)) +
                                      "; found " + std::to_string(options.size()));
   }
-  std::vector<std::optional<std::string>> files(inputs.size());
+  std::vector<std::optional<std::string>> values(inputs.size());
   std::vector<std::string> unnamed;
   for (const std::string& option : options) {
     size_t chosen = inputs.size();
@@ -44,20 +41,22 @@ std::vector<InputFile> assign_files(const NetworkReport& report,
     }
     if (chosen == inputs.size()) {
       unnamed.push_back(option);
-    } else if (files[chosen]) {
+    } else if (values[chosen]) {
       throw ToolError(kUsageError, "--input names " + quoted(report.layers[inputs[chosen]].id) +
                                        " twice; the inputs are " + input_names(report));
     } else {
-      files[chosen] = option.substr(report.layers[inputs[chosen]].id.size() + 1);
+      values[chosen] = option.substr(report.layers[inputs[chosen]].id.size() + 1);
     }
   }
-  std::vector<InputFile> assigned;
+  std::vector<GivenInput> assigned;
   auto next = unnamed.begin();
   for (size_t i = 0; i < inputs.size(); ++i) {
-    assigned.push_back({inputs[i], files[i] ? *files[i] : *next++});
+    assigned.push_back({inputs[i], values[i] ? *values[i] : *next++});
   }
   return assigned;
 }
+
+namespace {
 
 void check_options(const PictureOptions& options) {
   for (const char* const known : {"", "rgb", "bgr", "gray"}) {
@@ -132,16 +131,16 @@ void take_picture(InputData& input, Picture picture, const std::optional<Demande
   input.picture = std::move(picture);
 }
 
-InputData read_input(const NetworkReport& report, const InputFile& file,
+InputData read_input(const NetworkReport& report, const GivenInput& file,
                      const PictureOptions& options, bool keep_batch, const ImageSteps& steps) {
   InputData input;
   input.layer = file.layer;
-  input.path = file.path;
+  input.path = file.value;
   const auto demanded = demanded_input(report, file.layer);
-  const std::string bytes = read_file(file.path, kInputError);
+  const std::string bytes = read_file(file.value, kInputError);
   try {
     const bool named_npy =
-        file.path.size() >= 4 && file.path.compare(file.path.size() - 4, 4, ".npy") == 0;
+        file.value.size() >= 4 && file.value.compare(file.value.size() - 4, 4, ".npy") == 0;
     if (named_npy || bytes.compare(0, 6, "\x93NUMPY") == 0) {
       NumberArray array = parse_npy(bytes);
       input.shape = input_shape(array.sizes, demanded, keep_batch);
@@ -159,7 +158,7 @@ InputData read_input(const NetworkReport& report, const InputFile& file,
     take_picture(input, parse_picture(bytes, channels_to_read(options, channels)), demanded,
                  options, steps);
   } catch (const ToolError& error) {
-    throw ToolError(error.exit_code(), shown(file.path) + ": " + error.what());
+    throw ToolError(error.exit_code(), shown(file.value) + ": " + error.what());
   }
   return input;
 }
@@ -179,11 +178,11 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
   std::vector<InputData> inputs;
   InputShapes shapes;
   std::vector<std::string> described;
-  for (const InputFile& file : assign_files(report, options)) {
+  for (const GivenInput& file : assign_inputs(report, options, "input file")) {
     inputs.push_back(read_input(report, file, pictures, keep_batch, steps));
     shapes.emplace(file.layer, inputs.back().shape);
     warn_of_numbers(inputs.back());
-    std::string text = shown(file.path) + " (" + shape_text(inputs.back().shape);
+    std::string text = shown(file.value) + " (" + shape_text(inputs.back().shape);
     if (const auto demanded = demanded_input(report, file.layer)) {
       text += "; the model expects " + demanded->text();
     }

@@ -28,6 +28,20 @@ struct PictureOptions {
   bool any_size = false;  ///< lets pictures of another size than the model's own through
 };
 
+/// What `--input` gives to one input.
+struct GivenInput {
+  uint32_t layer;
+  std::string value;  ///< a file's name, or sizes
+};
+
+/// Which value of `--input` goes to which input, in the order of the inputs: by name where it is
+/// "LAYER=VALUE", else in order.
+/// @param what is expected, such as "input file"
+/// @throws ToolError (kUsageError) where values and inputs don't match
+std::vector<GivenInput> assign_inputs(const NetworkReport& report,
+                                      const std::vector<std::string>& options,
+                                      const std::string& what);
+
 /// Reads the files of `--input`, each "FILE" or "LAYER=FILE", for the inputs of a network, and
 /// checks that every layer can take what comes of them; `report` receives the shapes.
 /// @param keep_batch as `input_shape` takes it

@@ -1,7 +1,6 @@
 #include "tools/qrt/profile.h"
 
 #include <algorithm>
-#include <ctime>
 
 namespace qrt_tool {
 
@@ -9,12 +8,6 @@ using marlo::runtime::IKernel;
 using marlo::runtime::Net;
 
 namespace {
-
-double milliseconds(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
-}
 
 std::string role_text(const KernelPlace& place) {
   if (place.role == KernelRole::own) return "";
@@ -31,15 +24,6 @@ uint64_t bytes_of(const IKernel::Tensors& tensors) {
 }
 
 }  // namespace
-
-Stopwatch::Stopwatch()
-    : start_{milliseconds(CLOCK_MONOTONIC), milliseconds(CLOCK_THREAD_CPUTIME_ID)} {}
-
-Times Stopwatch::times() const {
-  // The processor's time is taken inside of the other, so that it is never the longer one.
-  const double cpu = milliseconds(CLOCK_THREAD_CPUTIME_ID);
-  return {milliseconds(CLOCK_MONOTONIC) - start_.wall_ms, cpu - start_.cpu_ms};
-}
 
 /// A kernel that notes how long another one takes.
 class Profiler::TimedKernel final : public KernelWrapper {
@@ -77,14 +61,6 @@ struct Profiler::Entry {
   std::shared_ptr<TimedKernel> timer;
   std::vector<Times> samples;
 };
-
-double median(std::vector<double> samples) {
-  if (samples.empty()) return 0.0;
-  std::sort(samples.begin(), samples.end());
-  const size_t middle = samples.size() / 2;
-  if (samples.size() % 2 == 1) return samples[middle];
-  return (samples[middle - 1] + samples[middle]) / 2.0;
-}
 
 Times median(const std::vector<Times>& samples) {
   std::vector<double> wall;

@@ -6,36 +6,17 @@
 #include <string>
 #include <vector>
 
+#include "qrt_toolkit/bench/statistics.h"
+#include "qrt_toolkit/bench/stopwatch.h"
 #include "tools/qrt/kernel_wrapper.h"
 
 // Times of kernels, measured around them: the engine isn't involved.
 
 namespace qrt_tool {
 
-/// How long something took.
-struct Times {
-  double wall_ms = 0.0;  ///< as a clock on the wall sees it
-  double cpu_ms = 0.0;   ///< of it, what the processor worked on this thread
-
-  Times& operator+=(const Times& other) {
-    wall_ms += other.wall_ms;
-    cpu_ms += other.cpu_ms;
-    return *this;
-  }
-};
-
-/// Times from its making on. It belongs to one thread.
-class Stopwatch {
- public:
-  Stopwatch();
-  Times times() const;
-
- private:
-  Times start_;
-};
-
-/// The middle of the samples, or the mean of the two in the middle; 0 without samples.
-double median(std::vector<double> samples);
+using marlo::toolkit::median;
+using marlo::toolkit::Stopwatch;
+using marlo::toolkit::Times;
 
 /// The medians of both times, each for itself.
 Times median(const std::vector<Times>& samples);

@@ -1,0 +1,131 @@
+#include "qrt_toolkit/bench/lane.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/utility/half.h"
+
+namespace marlo::toolkit {
+
+using runtime::DataType;
+using runtime::TensorShape;
+
+namespace {
+
+// Numbers between -1 and 1, or of an integer's range of small numbers, the same every time.
+std::vector<char> numbers_for(const TensorShape& shape) {
+  std::vector<char> bytes(ByteSize(shape));
+  std::mt19937 generator(1);
+  const size_t count = ElementCount(shape);
+  const size_t size = count == 0 ? 0 : bytes.size() / count;
+  for (size_t i = 0; i < count; ++i) {
+    const auto unit = static_cast<float>(generator() >> 8) / static_cast<float>(1 << 23) - 1.0f;
+    char* const to = bytes.data() + i * size;
+    if (shape.data_type == DataType::FLOAT32) {
+      std::memcpy(to, &unit, sizeof unit);
+    } else if (shape.data_type == DataType::FLOAT16) {
+      const half_float::half half(unit);
+      std::memcpy(to, &half, sizeof half);
+    } else {
+      *to = static_cast<char>(generator() >> 25);  // 0 to 127 in the lowest byte
+    }
+  }
+  return bytes;
+}
+
+utility::Network& network_of(const utility::Model& model, const BenchSubject& subject) {
+  const std::vector<std::string> ids = model.ids();
+  if (subject.network.empty() && ids.size() == 1) return model.at(size_t{0});
+  for (const std::string& id : ids) {
+    if (id == subject.network) return model.at(id);
+  }
+  throw std::invalid_argument(subject.name + ": expected the id of one of " +
+                              std::to_string(ids.size()) + " networks, found \"" + subject.network +
+                              "\"");
+}
+
+}  // namespace
+
+ProcessMemory process_memory() {
+  ProcessMemory memory;
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    std::istringstream words(line);
+    std::string name;
+    uint64_t kibibytes = 0;
+    if (!(words >> name >> kibibytes)) continue;
+    if (name == "VmRSS:") memory.resident = kibibytes * 1024;
+    if (name == "VmHWM:") memory.peak = kibibytes * 1024;
+  }
+  return memory;
+}
+
+void stay_on_cpu(int cpu) {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (cpu >= 0 && cpu < CPU_SETSIZE) CPU_SET(static_cast<size_t>(cpu), &set);
+  if (pthread_setaffinity_np(pthread_self(), sizeof set, &set) != 0) {
+    throw std::invalid_argument("processor " + std::to_string(cpu) + " can't be used");
+  }
+}
+
+Lane::Lane(const BenchSubject& subject, const BenchOptions& options) : options_(options) {
+  const Stopwatch load;
+  model_ = std::make_unique<utility::Model>(subject.open());
+  load_ms_ = load.times().wall_ms;
+  network_ = &network_of(*model_, subject);
+  make_inputs(subject);
+  for (const utility::Port& port : network_->outputs()) outputs_.push_back(port.layer);
+
+  std::vector<utility::Input> inputs;
+  inputs.reserve(inputs_.size());
+  for (const InputNumbers& input : inputs_) inputs.emplace_back(input.shape, input.bytes.data());
+  const Stopwatch first;
+  network_->run(inputs);
+  first_pass_ms_ = first.times().wall_ms;
+}
+
+void Lane::make_inputs(const BenchSubject& subject) {
+  for (const utility::Port& port : network_->inputs()) {
+    const auto given = subject.inputs.find(port.layer);
+    if (given == subject.inputs.end() && !port.shape) {
+      throw std::invalid_argument(subject.name + ": the model doesn't say the shape of input \"" +
+                                  port.id + "\", and none was given");
+    }
+    const TensorShape& shape = given != subject.inputs.end() ? given->second : *port.shape;
+    inputs_.push_back({port.layer, shape, numbers_for(shape)});
+  }
+}
+
+Times Lane::pass() {
+  if (!options_.keep_state) network_->reset();
+  const auto& context = network_->context();
+  // New tensors for every pass: a kernel that works in place writes over its input.
+  std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> tensors;
+  for (const InputNumbers& input : inputs_) {
+    tensors[input.layer] = context->cpu->CreateTensor(input.shape, input.bytes.data());
+  }
+  const uint64_t before = options_.allocations ? options_.allocations() : 0;
+  const Stopwatch watch;
+  const auto results = network_->net()->Forward(tensors, outputs_, context, nullptr, nullptr);
+  const Times times = watch.times();
+  if (options_.allocations) allocations_ += options_.allocations() - before;
+  return times;
+}
+
+uint64_t Lane::static_pool_bytes() const {
+  return network_->context()->cpu->static_pool->TotalBytes();
+}
+
+uint64_t Lane::dynamic_pool_bytes() const {
+  return network_->context()->cpu->dynamic_pool->TotalBytes();
+}
+
+}  // namespace marlo::toolkit
