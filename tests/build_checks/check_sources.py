@@ -10,8 +10,9 @@ import os
 import re
 import sys
 
-FOLDERS = ("qrt_core", "qrt_toolkit", "tools", "tests", "bench", "examples", "fuzz", "models", "cmake", "packaging")
-SUFFIXES = (".h", ".cpp", ".py", ".cmake", ".in", ".sh", ".txt", ".map")
+FOLDERS = (
+    "qrt_core", "qrt_toolkit", "python", "tools", "tests", "bench", "examples", "fuzz", "models", "cmake", "packaging")
+SUFFIXES = (".h", ".cpp", ".py", ".pyi", ".cmake", ".in", ".sh", ".txt", ".map")
 CODE = (".h", ".cpp", ".py", ".sh")
 LONGEST_FILE = 600
 LEFT_TO_DO = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")

@@ -1,0 +1,106 @@
+"""Neural-network inference on x86-64 processors.
+
+    import qrt_core as qrt
+
+    net = qrt.load("digits.qrtmodel")["digits"]
+    scores = net(pixels)            # NumPy in, NumPy out
+    print(net.profile(pixels))
+
+`load` reads model files, `import_onnx` makes models of ONNX files, `check` and `info` look into them, `kernels` lists
+what a model can name, and `qrt_core.image` turns pictures into inputs. The library's log lines go to the logger
+"qrt_core" of `logging`.
+"""
+
+import os as _os
+from typing import Dict, List, Optional, Sequence, Union
+
+from qrt_core import image
+from qrt_core._core import Finding, Kernel, Layer, Model, Net, Port, import_onnx, kernels, load
+from qrt_core._core import _source_of
+from qrt_core._core import version as __version__
+from qrt_core.errors import (
+    BusyError,
+    Error,
+    InputError,
+    LayerError,
+    Misfit,
+    ModelError,
+    NotFoundError,
+    OnnxError,
+    OnnxFileError,
+    ProcessorError,
+    Refusal,
+    UnsupportedError,
+)
+from qrt_core.info import Info
+from qrt_core.profile import Profile, ProfileRow
+
+__all__ = [
+    "BusyError",
+    "Error",
+    "Finding",
+    "Info",
+    "InputError",
+    "Kernel",
+    "Layer",
+    "LayerError",
+    "Misfit",
+    "Model",
+    "ModelError",
+    "Net",
+    "NotFoundError",
+    "OnnxError",
+    "OnnxFileError",
+    "Port",
+    "ProcessorError",
+    "Profile",
+    "ProfileRow",
+    "Refusal",
+    "UnsupportedError",
+    "check",
+    "image",
+    "import_onnx",
+    "info",
+    "kernels",
+    "load",
+]
+
+_Source = Union[str, bytes, bytearray, memoryview, "_os.PathLike[str]", Model]
+
+
+def _model_of(source: _Source) -> Model:
+    return source if isinstance(source, Model) else _source_of(source)
+
+
+def check(source: _Source, inputs: Optional[Dict[str, Dict[str, Sequence[int]]]] = None) -> List[Finding]:
+    """Judges whether a model means what it says.
+
+    Args:
+        source: a path, the bytes of a model, or a Model.
+        inputs: shapes by network and input id, {"net": {"x": (3, 224, 224)}}; None for those that the model tells.
+
+    Returns:
+        Every point that was found, in the order of the file; empty for a model that is right. Bytes that are no model
+        give one finding.
+
+    Raises:
+        OSError: for a file that can't be read.
+    """
+    return _model_of(source).check(inputs)
+
+
+def info(source: _Source) -> Info:
+    """Reads what a model holds, without making its networks ready.
+
+    Args:
+        source: a path, the bytes of a model, or a Model.
+
+    Returns:
+        A dict with the versions and, under "networks", the header of each network, its inputs and outputs and its
+        layers: id, kind, kernel, the ids that it reads, the number of its weights, and its attributes.
+
+    Raises:
+        OSError: for a file that can't be read.
+        ModelError: for bytes that are no model.
+    """
+    return Info(_model_of(source)._info())

@@ -1,0 +1,141 @@
+#include "python/src/arrays.h"
+
+#include <cstring>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "python/src/errors.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
+
+namespace qrt_python {
+
+using marlo::runtime::DataType;
+using marlo::runtime::LayoutType;
+using marlo::runtime::Tensor;
+using marlo::runtime::TensorShape;
+using marlo::utility::Port;
+
+namespace {
+
+// An array on a tensor's block, with what gives it back.
+struct Kept {
+  std::shared_ptr<Pools> pools;
+  std::shared_ptr<Tensor> tensor;
+};
+
+void give_back(PyObject* capsule) {
+  auto* const kept = static_cast<Kept*>(PyCapsule_GetPointer(capsule, nullptr));
+  kept->pools->give_back(std::move(kept->tensor));
+  delete kept;
+}
+
+std::vector<py::ssize_t> sizes_of(const TensorShape& shape) {
+  return {shape.dims.begin(), shape.dims.end()};
+}
+
+std::string type_text(const py::handle& type) { return py::str(type).cast<std::string>(); }
+
+[[noreturn]] void refuse_type(const Port& port, const std::string& expected,
+                              const std::string& found) {
+  raise_type_error("input " + quoted(port.id) + ": expected " + expected + ", found " + found);
+}
+
+py::array any_array(const py::handle& value, const Port& port, const py::dtype& wanted) {
+  const std::string expected = "an array of " + type_text(wanted);
+  if (value.is_none()) refuse_type(port, expected, "None");
+  py::array array = py::reinterpret_steal<py::array>(
+      py::detail::npy_api::get().PyArray_FromAny_(value.ptr(), nullptr, 0, 0, 0, nullptr));
+  if (!array) {
+    PyErr_Clear();
+    refuse_type(port, expected, type_text(py::type::of(value).attr("__name__")));
+  }
+  return array;
+}
+
+// The array itself where it is what a tensor can stand on, else a copy that is.
+py::array in_order(py::array array, const Port& port, const py::dtype& wanted) {
+  constexpr int kInOrder = int{py::array::c_style} | int{py::detail::npy_api::NPY_ARRAY_ALIGNED_};
+  // Types are one object each, but for those of another byte order or an alias.
+  const bool same = array.dtype().ptr() == wanted.ptr() || array.dtype().equal(wanted);
+  if (same && (array.flags() & kInOrder) == kInOrder) return array;
+  if (!same) {
+    static const py::object* const can_cast =
+        new py::object(py::module_::import("numpy").attr("can_cast"));
+    if (!(*can_cast)(array.dtype(), wanted, "same_kind").cast<bool>()) {
+      refuse_type(port, "an array of " + type_text(wanted) + ", or what converts to it",
+                  "an array of " + type_text(array.dtype()));
+    }
+  }
+  constexpr int flags = kInOrder | int{py::array::forcecast};
+  // PyArray_FromAny takes a reference to the type.
+  PyObject* const type = py::dtype(wanted).release().ptr();
+  auto converted = py::reinterpret_steal<py::array>(
+      py::detail::npy_api::get().PyArray_FromAny_(array.ptr(), type, 0, 0, flags, nullptr));
+  if (!converted) throw py::error_already_set();
+  return converted;
+}
+
+LayoutType layout_of(const std::vector<uint32_t>& dims, const Port& port) {
+  if (port.shape && port.shape->dims.size() == dims.size()) return port.shape->layout;
+  // The layout that the number of dims stands for.
+  return marlo::utility::Input(dims, static_cast<const float*>(nullptr)).shape().layout;
+}
+
+}  // namespace
+
+py::dtype dtype_of(DataType type) {
+  // Made once: they are looked up at each call.
+  static const std::vector<py::dtype>* const types = [] {
+    auto* all = new std::vector<py::dtype>;
+    for (const char* name :
+         {"float32", "float16", "int32", "int16", "int8", "uint32", "uint16", "uint8"}) {
+      all->push_back(py::dtype(name));
+    }
+    return all;
+  }();
+  return types->at(static_cast<size_t>(type));
+}
+
+Operand operand_of(const py::handle& value, const Port& port) {
+  const DataType type = port.shape ? port.shape->data_type : DataType::FLOAT32;
+  const py::dtype wanted = dtype_of(type);
+  py::array array = py::isinstance<py::array>(value) ? py::reinterpret_borrow<py::array>(value)
+                                                     : any_array(value, port, wanted);
+  array = in_order(std::move(array), port, wanted);
+  std::vector<uint32_t> dims;
+  const py::ssize_t count = array.ndim();
+  const bool has_batch = port.shape &&
+                         count == static_cast<py::ssize_t>(port.shape->dims.size()) + 1 &&
+                         array.shape(0) == 1;
+  for (py::ssize_t axis = has_batch ? 1 : 0; axis < count; ++axis) {
+    if (array.shape(axis) > std::numeric_limits<int32_t>::max()) {
+      raise("InputError", "input " + quoted(port.id) + ": an axis of " +
+                              std::to_string(array.shape(axis)) + " is too long");
+    }
+    dims.push_back(static_cast<uint32_t>(array.shape(axis)));
+  }
+  const LayoutType layout = layout_of(dims, port);
+  return {std::move(array), TensorShape(std::move(dims), type, layout)};
+}
+
+py::array array_of(const std::shared_ptr<Pools>& pools, const std::shared_ptr<Tensor>& tensor) {
+  auto kept = std::make_unique<Kept>(Kept{pools, tensor});
+  auto owner = py::reinterpret_steal<py::object>(PyCapsule_New(kept.get(), nullptr, &give_back));
+  if (!owner) throw py::error_already_set();
+  (void)kept.release();
+  return py::array(dtype_of(tensor->shape.data_type), sizes_of(tensor->shape), tensor->handle.cpu,
+                   owner);
+}
+
+py::array copy_of(const Tensor& tensor) {
+  return py::array(dtype_of(tensor.shape.data_type), sizes_of(tensor.shape), tensor.handle.cpu);
+}
+
+py::tuple tuple_of(const std::vector<uint32_t>& sizes) {
+  py::tuple tuple(sizes.size());
+  for (size_t i = 0; i < sizes.size(); ++i) tuple[i] = sizes[i];
+  return tuple;
+}
+
+}  // namespace qrt_python

@@ -1,0 +1,285 @@
+#include <pybind11/stl.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "python/src/bind.h"
+#include "python/src/errors.h"
+#include "python/src/facts.h"
+#include "python/src/net.h"
+#include "python/src/source.h"
+#include "qrt_core/utility/check_shapes.h"
+
+// The classes Model and Net.
+
+namespace qrt_python {
+
+using marlo::runtime::TensorShape;
+using marlo::utility::CheckOptions;
+
+namespace {
+
+constexpr char kCallDoc[] = R"(Runs one pass.
+
+Args:
+    inputs: one array for each of `Net.inputs`, in that order or by name. C-contiguous arrays of
+        the input's type, float32 as a rule, go in without a copy; others that NumPy calls
+        "same_kind" are converted. Shapes are without a batch; a leading axis of one is left out.
+    outputs: the id of a layer, or several ids; None stands for the network's outputs.
+
+Returns:
+    An array where the network has one output, or where `outputs` is one id; else a dict of arrays
+    by layer id. Arrays stay valid after later calls and after the network is gone.
+
+Raises:
+    TypeError: for an input that has no numbers, or none that convert.
+    InputError: for too few, too many or unknown inputs, or an unknown layer in `outputs`.
+    LayerError: for a layer that doesn't fit; its fields say which one and why.
+    BusyError: while another thread runs a network of this model.)";
+
+constexpr char kProfileDoc[] = R"(Runs the network `repeat` times and tells where the time goes.
+
+Args:
+    inputs: as of a call.
+    repeat: how many passes are measured, behind one that is not; 1 or more.
+
+Returns:
+    A Profile: printed it is a table, `to_dict()` is for pandas.)";
+
+/// A model as Python sees it. Its networks are made ready when one is first asked for.
+class PyModel {
+ public:
+  PyModel(Source source, py::object report)
+      : source_(std::make_shared<Source>(std::move(source))), report_(std::move(report)) {}
+
+  const Source& source() const { return *source_; }
+  const py::object& report() const { return report_; }
+
+  const std::shared_ptr<Loaded>& loaded() {
+    if (loaded_ == nullptr) loaded_ = std::make_shared<Loaded>(source_->open());
+    return loaded_;
+  }
+
+  std::vector<std::string> ids() { return loaded()->model->ids(); }
+
+  Net network(const std::string& id) {
+    Net net(source_, loaded(), id);
+    require_processor(net.network());
+    return net;
+  }
+
+  Net at(const py::handle& key) {
+    const std::vector<std::string> all = ids();
+    if (py::isinstance<py::int_>(key)) {
+      const auto count = static_cast<py::ssize_t>(all.size());
+      auto index = key.cast<py::ssize_t>();
+      if (index < 0) index += count;
+      if (index < 0 || index >= count) {
+        throw py::index_error("the model has " + std::to_string(count) + " networks");
+      }
+      return network(all[static_cast<size_t>(index)]);
+    }
+    if (!py::isinstance<py::str>(key)) {
+      raise_type_error("a network is named by its id or its number, and not by " +
+                       py::repr(key).cast<std::string>());
+    }
+    const auto id = key.cast<std::string>();
+    if (std::find(all.begin(), all.end(), id) == all.end()) {
+      std::string text = "there is no network " + quoted(id) + "; there is";
+      for (size_t i = 0; i < all.size(); ++i) text += (i == 0 ? " " : ", ") + quoted(all[i]);
+      raise("NotFoundError", text);
+    }
+    return network(id);
+  }
+
+  void save(const py::handle& path) const {
+    const auto name = py::module_::import("os").attr("fspath")(path);
+    const py::bytes bytes = to_bytes(form_of(name.cast<std::string>()));
+    py::module_::import("qrt_core._files").attr("replace_file")(name, bytes);
+  }
+
+  py::bytes to_bytes(const std::string& form) const {
+    const py::bytes bytes = source_->bytes();
+    const bool is_json =
+        PyBytes_GET_SIZE(bytes.ptr()) != 0 && PyBytes_AS_STRING(bytes.ptr())[0] == '{';
+    if (is_json == (form == "json") && (form == "json" || form == "qrtmodel")) return bytes;
+    return bytes_of(*source_->tree(), form);
+  }
+
+ private:
+  std::shared_ptr<const Source> source_;
+  py::object report_;
+  std::shared_ptr<Loaded> loaded_;
+};
+
+CheckOptions check_options(const py::object& inputs) {
+  CheckOptions options;
+  if (inputs.is_none()) return options;
+  for (const auto& [network, shapes] : inputs.cast<py::dict>()) {
+    for (const auto& [id, sizes] : shapes.cast<py::dict>()) {
+      const auto dims = sizes.cast<std::vector<uint32_t>>();
+      options.inputs[network.cast<std::string>()][id.cast<std::string>()] =
+          marlo::utility::Input(dims, static_cast<const float*>(nullptr)).shape();
+    }
+  }
+  return options;
+}
+
+py::object profile_of(const Net& net, const std::vector<Operand>& operands, int repeat) {
+  if (repeat < 1) throw py::value_error("repeat: expected 1 or more");
+  const qrt_tool::Profile times = net.measure(operands, repeat);
+  std::unordered_map<unsigned int, TensorShape> shapes;
+  const auto& ports = net.network().inputs();
+  for (size_t i = 0; i < ports.size(); ++i) shapes[ports[i].layer] = operands[i].shape;
+  const auto fits =
+      marlo::utility::check_shapes(*net.network().net(), shapes, net.network().context());
+  const auto& layers = net.network().net()->layers;
+  py::list rows;
+  for (const qrt_tool::ProfileRow& row : times.rows) {
+    py::object shape = py::none();
+    const auto& made = fits[row.layer].outputs;
+    if (row.role.empty() && !made.empty()) shape = tuple_of(made[0].dims);
+    rows.append(py::make_tuple(row.layer, layers[row.layer]->id, layers[row.layer]->name, row.role,
+                               row.kernel, shape, row.times.cpu_ms, row.bytes));
+  }
+  return py::module_::import("qrt_core.profile")
+      .attr("Profile")(net.id(), rows, repeat, times.pass.wall_ms, times.pass.cpu_ms);
+}
+
+void bind_net(py::module_& module) {
+  py::class_<Net>(module, "Net",
+                  "One network of a model, ready to run: call it with arrays.\n\nIt belongs to one "
+                  "thread at a time, together with the other networks of its model.")
+      .def_property_readonly("id", &Net::id, "Its id in the model.")
+      .def_property_readonly(
+          "inputs", [](const Net& net) { return net.network().inputs(); },
+          "What it takes, a list of Port in the order of a call.")
+      .def_property_readonly(
+          "outputs", [](const Net& net) { return net.network().outputs(); },
+          "What it returns, a list of Port.")
+      .def_property_readonly(
+          "layers", [](const Net& net) { return layers_of(net.network()); },
+          "Its layers, a list of Layer in the order in which they run.")
+      .def(
+          "__call__",
+          [](const Net& net, const py::args& inputs, const py::object& outputs,
+             const py::kwargs& named) {
+            return net.run(net.operands(inputs, named), net.request(outputs));
+          },
+          py::kw_only(), py::arg("outputs") = py::none(), kCallDoc)
+      .def(
+          "run",
+          [](const Net& net, const py::object& inputs, const py::object& outputs) {
+            if (py::isinstance<py::dict>(inputs)) {
+              return net.run(net.operands(py::args(py::tuple(0)), py::kwargs(inputs)),
+                             net.request(outputs));
+            }
+            const bool several =
+                py::isinstance<py::tuple>(inputs) || py::isinstance<py::list>(inputs);
+            const py::tuple given = several ? py::tuple(inputs) : py::make_tuple(inputs);
+            return net.run(net.operands(py::args(given), {}), net.request(outputs));
+          },
+          py::arg("inputs"), py::arg("outputs") = py::none(),
+          "As a call, with the inputs as one object: a dict by id, a tuple or list in their order, "
+          "or the array of the only one. For ids that are no names in Python.")
+      .def(
+          "profile",
+          [](const Net& net, const py::args& inputs, int repeat, const py::kwargs& named) {
+            return profile_of(net, net.operands(inputs, named), repeat);
+          },
+          py::kw_only(), py::arg("repeat") = 10, kProfileDoc)
+      .def("reset", &Net::reset,
+           "Clears the state that recurrent layers carry from call to call.\n\nRaises:\n    "
+           "BusyError: while another thread runs a network of this model.")
+      .def("__repr__",
+           [](const Net& net) {
+             return "<Net " + quoted(net.id()) + ", " +
+                    std::to_string(net.network().net()->layers.size()) + " layers>";
+           })
+      .def(
+          py::pickle([](const Net& net) { return py::make_tuple(net.source()->bytes(), net.id()); },
+                     [](const py::tuple& state) {
+                       return PyModel(Source(state[0].cast<py::bytes>()), py::none())
+                           .network(state[1].cast<std::string>());
+                     }));
+}
+
+void bind_model_class(py::module_& module) {
+  py::class_<PyModel>(module, "Model",
+                      "The networks of a model file.\n\n`model[id]` or `model[number]` is a Net, "
+                      "`len(model)` their number, `list(model)` their ids. A model can be pickled, "
+                      "as its bytes.")
+      .def("__len__", [](PyModel& model) { return model.ids().size(); })
+      .def("__iter__", [](PyModel& model) { return py::iter(py::cast(model.ids())); })
+      .def("__contains__",
+           [](PyModel& model, const py::object& id) { return py::cast(model.ids()).contains(id); })
+      .def("__getitem__", &PyModel::at, py::arg("network"))
+      .def_property_readonly("networks", &PyModel::ids, "The ids of its networks, a list of str.")
+      .def_property_readonly(
+          "path", [](const PyModel& model) { return model.source().path(); },
+          "The file that it comes from, a str, or None.")
+      .def_property_readonly(
+          "report", [](const PyModel& model) { return model.report(); },
+          "What import_onnx() tells of the import, a dict; None for other models.")
+      .def("save", &PyModel::save, py::arg("path"),
+           "Writes the model to a file.\n\nArgs:\n    path: ends in .qrtmodel, which holds weights "
+           "as halves, or in .json, which holds them as they are. An existing file is replaced at "
+           "once or not at all.\n\nRaises:\n    ValueError: for another suffix.\n    OSError: for "
+           "a file that can't be written.")
+      .def("to_bytes", &PyModel::to_bytes, py::arg("form") = "qrtmodel",
+           "The model's bytes in the form 'qrtmodel', which holds weights as halves, or 'json', "
+           "which holds them as they are.")
+      .def(
+          "check",
+          [](const PyModel& model, const py::object& inputs) {
+            return model.source().check(check_options(inputs));
+          },
+          py::arg("inputs") = py::none(),
+          "Judges whether the model means what it says.\n\nArgs:\n    inputs: shapes by network "
+          "and input id, {'net': {'x': (3, 224, 224)}}; None for those that the model tells."
+          "\n\nReturns:\n    A list of Finding, empty for a model that is right.")
+      .def("_info", [](const PyModel& model) { return info_of(*model.source().tree()); })
+      .def("__repr__",
+           [](PyModel& model) {
+             std::string text;
+             for (const std::string& id : model.ids()) {
+               text += (text.empty() ? "" : ", ") + quoted(id);
+             }
+             return "<Model of " + text + ">";
+           })
+      .def(py::pickle(
+          [](const PyModel& model) {
+            return py::make_tuple(model.source().bytes(), model.report());
+          },
+          [](const py::tuple& state) {
+            return PyModel(Source(state[0].cast<py::bytes>()), state[1]);
+          }));
+}
+
+}  // namespace
+
+void bind_model(py::module_& module) {
+  bind_net(module);
+  bind_model_class(module);
+  module.def(
+      "load",
+      [](const py::object& source) {
+        PyModel model(Source::of(source), py::none());
+        model.loaded();
+        return model;
+      },
+      py::arg("source"),
+      "Loads a model.\n\nArgs:\n    source: a path (str or os.PathLike) to a .qrtmodel or .json "
+      "file, or the bytes of one.\n\nReturns:\n    A Model, whose networks are ready to run."
+      "\n\nRaises:\n    OSError: for a file that can't be read.\n    ModelError: for bytes that "
+      "are no model.\n    LayerError: for a layer that its kernel refuses.");
+  module.def("_model_of", [](const py::bytes& bytes, const py::object& report) {
+    return PyModel(Source(bytes), report);
+  });
+  module.def("_source_of",
+             [](const py::object& source) { return PyModel(Source::of(source), py::none()); });
+}
+
+}  // namespace qrt_python

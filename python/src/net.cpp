@@ -1,0 +1,263 @@
+#include "python/src/net.h"
+
+#include <algorithm>
+
+#include "python/src/errors.h"
+#include "qrt_core/runtime/engine/kernel_facts.h"
+
+namespace qrt_python {
+
+using marlo::runtime::IKernel;
+using marlo::runtime::IKernelFacts;
+using marlo::runtime::InputUse;
+using marlo::runtime::Tensor;
+using marlo::utility::Error;
+using marlo::utility::Input;
+using marlo::utility::Port;
+using marlo::utility::Results;
+
+namespace {
+
+// A kernel that says nothing about itself may do anything.
+InputUse use_of(IKernel* kernel) {
+  const auto* const facts = dynamic_cast<const IKernelFacts*>(kernel);
+  return facts == nullptr ? InputUse::overwrites : facts->input_use();
+}
+
+/// Follows the memory of a layer's result through the kernels that hand it on.
+class MemoryWalk {
+ public:
+  explicit MemoryWalk(const marlo::runtime::Net& net) : net_(net), seen_(net.layers.size()) {}
+
+  // Whether a reader writes to what `layer` has handed on.
+  bool is_overwritten(uint32_t index) {
+    if (seen_[index]) return false;
+    seen_[index] = true;
+    const marlo::runtime::Layer& layer = *net_.layers[index];
+    for (const auto& [position, converter] : layer.output_converters) {
+      const InputUse use = use_of(converter.get());
+      if (use != InputUse::passes_on) return use == InputUse::overwrites;
+    }
+    for (const auto& [reader, position] : layer.consumers) {
+      if (reader < net_.layers.size() && is_overwritten_by(reader, position)) return true;
+    }
+    return false;
+  }
+
+ private:
+  bool is_overwritten_by(uint32_t reader, uint32_t position) {
+    const marlo::runtime::Layer& layer = *net_.layers[reader];
+    const auto converter = layer.input_converters.find(position);
+    if (converter != layer.input_converters.end()) {
+      const InputUse use = use_of(converter->second.get());
+      if (use != InputUse::passes_on) return use == InputUse::overwrites;
+    }
+    const InputUse use = use_of(layer.kernel.get());
+    if (use == InputUse::overwrites) return true;
+    return use == InputUse::passes_on && is_overwritten(reader);
+  }
+
+  const marlo::runtime::Net& net_;
+  std::vector<bool> seen_;
+};
+
+template <typename Items>
+std::string listed(const Items& items) {
+  std::string text;
+  for (const auto& item : items) text += (text.empty() ? "" : ", ") + quoted(item.id);
+  return text;
+}
+
+std::string counted(size_t count, const char* noun) {
+  return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+bool stands_in(const Tensor& tensor, const Operand& operand) {
+  const auto* const begin = static_cast<const char*>(operand.array.data());
+  const auto* const at = static_cast<const char*>(tensor.handle.cpu);
+  return at >= begin && at < begin + operand.array.nbytes();
+}
+
+}  // namespace
+
+Loaded::Loaded(marlo::utility::Model opened) : model(std::move(opened)) {
+  if (model->size() != 0) pools = std::make_shared<Pools>(model->at(size_t{0}).context());
+}
+
+// Arrays may die on other threads meanwhile.
+Loaded::~Loaded() {
+  if (pools == nullptr) return;
+  const Pools::Use use(*pools);
+  model.reset();
+}
+
+Net::Net(std::shared_ptr<const Source> source, std::shared_ptr<Loaded> loaded,
+         const std::string& id)
+    : source_(std::move(source)), loaded_(std::move(loaded)), network_(loaded_->model->at(id)) {
+  for (const Port& port : network_.inputs()) {
+    is_overwritten_.push_back(MemoryWalk(*network_.net()).is_overwritten(port.layer));
+  }
+}
+
+Net::Request Net::request(const py::handle& outputs) const {
+  Request request;
+  if (outputs.is_none()) {
+    request.is_one = network_.outputs().size() == 1;
+  } else if (py::isinstance<py::str>(outputs)) {
+    request.is_one = true;
+    request.options.outputs.push_back(outputs.cast<std::string>());
+  } else {
+    for (const py::handle& layer : outputs) {
+      if (!py::isinstance<py::str>(layer)) {
+        raise_type_error("outputs: expected ids of layers, found " +
+                         py::repr(layer).cast<std::string>());
+      }
+      auto& ids = request.options.outputs;
+      ids.push_back(layer.cast<std::string>());
+      if (std::find(ids.begin(), ids.end() - 1, ids.back()) != ids.end() - 1) {
+        throw py::value_error("outputs: " + quoted(ids.back()) + " is asked for twice");
+      }
+    }
+    if (request.options.outputs.empty()) throw py::value_error("outputs: none are asked for");
+  }
+  return request;
+}
+
+std::vector<Operand> Net::operands(const py::args& given, const py::kwargs& named) const {
+  const std::vector<Port>& ports = network_.inputs();
+  std::vector<Operand> operands;
+  operands.reserve(ports.size());
+  if (named.empty() && given.size() == ports.size()) {
+    for (size_t i = 0; i < ports.size(); ++i) operands.push_back(operand_of(given[i], ports[i]));
+    return operands;
+  }
+  const std::string inputs = "network " + quoted(id()) + " takes " +
+                             counted(ports.size(), "input") +
+                             (ports.empty() ? "" : " (" + listed(ports) + ")");
+  if (given.size() > ports.size()) {
+    raise("InputError", inputs + " and was given " + std::to_string(given.size() + named.size()));
+  }
+  std::vector<py::handle> values(given.begin(), given.end());
+  values.resize(ports.size());
+  for (const auto& [key, value] : named) {
+    const auto name = key.cast<std::string>();
+    const auto port = std::find_if(ports.begin(), ports.end(),
+                                   [&](const Port& other) { return other.id == name; });
+    if (port == ports.end()) raise("InputError", inputs + ", and none is named " + quoted(name));
+    py::handle& place = values[static_cast<size_t>(port - ports.begin())];
+    if (place) raise("InputError", "input " + quoted(name) + " was given twice");
+    place = value;
+  }
+  for (size_t i = 0; i < ports.size(); ++i) {
+    if (!values[i]) raise("InputError", inputs + ", and " + quoted(ports[i].id) + " is missing");
+    operands.push_back(operand_of(values[i], ports[i]));
+  }
+  return operands;
+}
+
+void Net::require(const Pools::Use& use) const {
+  if (use.holds()) return;
+  raise("BusyError",
+        "network " + quoted(id()) +
+            ": another thread is running this model; clone() gives each thread a "
+            "network of its own",
+        py::dict(py::arg("network") = id()));
+}
+
+std::vector<Input> Net::inputs_of(const std::vector<Operand>& operands) const {
+  std::vector<Input> inputs;
+  inputs.reserve(operands.size());
+  for (size_t i = 0; i < operands.size(); ++i) {
+    const Operand& operand = operands[i];
+    if (is_overwritten_[i]) {
+      inputs.emplace_back(operand.shape, operand.array.data());
+    } else {
+      // Nothing writes to it.
+      inputs.emplace_back(network_.context()->cpu->CreateTensorExternal(
+          operand.shape, const_cast<void*>(operand.array.data())));
+    }
+  }
+  return inputs;
+}
+
+py::object Net::result_of(const Results& results, const std::vector<Operand>& operands,
+                          bool is_one) const {
+  std::vector<std::pair<const std::string*, py::object>> arrays;
+  for (size_t i = 0; i < results.size(); ++i) {
+    const auto& tensor = results[i].tensor();
+    bool is_shared = std::any_of(operands.begin(), operands.end(), [&](const Operand& operand) {
+      return stands_in(*tensor, operand);
+    });
+    for (size_t j = 0; j < i; ++j) {
+      is_shared = is_shared || results[j].tensor()->handle.cpu == tensor->handle.cpu;
+    }
+    // A kernel that keeps its result, as a state, must not see it written to.
+    is_shared = is_shared || tensor->weak_from_this().use_count() > 1;
+    py::object array = is_shared ? copy_of(*tensor) : array_of(loaded_->pools, tensor);
+    arrays.emplace_back(&results[i].id(), std::move(array));
+  }
+  if (is_one && arrays.size() == 1) return std::move(arrays[0].second);
+  py::dict by_id;
+  for (auto& [id, array] : arrays) {
+    const py::str key(*id);
+    if (!by_id.contains(key)) {
+      by_id[key] = std::move(array);
+    } else if (py::isinstance<py::list>(by_id[key])) {
+      by_id[key].cast<py::list>().append(std::move(array));
+    } else {
+      py::list several;
+      several.append(by_id[key]);
+      several.append(std::move(array));
+      by_id[key] = std::move(several);
+    }
+  }
+  if (is_one) return by_id[py::str(*arrays[0].first)];
+  return by_id;
+}
+
+py::object Net::run(const std::vector<Operand>& operands, const Request& request) const {
+  const Pools::Use use(*loaded_->pools);
+  require(use);
+  try {
+    const std::vector<Input> inputs = inputs_of(operands);
+    Results results;
+    {
+      const py::gil_scoped_release released;
+      results = network_.run(inputs, request.options);
+    }
+    return result_of(results, operands, request.is_one);
+  } catch (const Error& failure) {
+    raise("InputError", failure);
+  }
+}
+
+qrt_tool::Profile Net::measure(const std::vector<Operand>& operands, int repeat) const {
+  const Pools::Use use(*loaded_->pools);
+  require(use);
+  try {
+    qrt_tool::Profiler profiler(*network_.net());
+    // The first pass, which takes memory and checks shapes, isn't counted.
+    for (int pass = -1; pass < repeat; ++pass) {
+      const std::vector<Input> inputs = inputs_of(operands);
+      {
+        const py::gil_scoped_release released;
+        const qrt_tool::Stopwatch watch;
+        network_.run(inputs);
+        profiler.end_pass(watch.times());
+        if (pass < 0) profiler.clear();
+      }
+      if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+    }
+    return profiler.profile();
+  } catch (const Error& failure) {
+    raise("InputError", failure);
+  }
+}
+
+void Net::reset() const {
+  const Pools::Use use(*loaded_->pools);
+  require(use);
+  network_.reset();
+}
+
+}  // namespace qrt_python

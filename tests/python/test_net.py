@@ -1,0 +1,312 @@
+"""Loading and running networks."""
+
+import gc
+import os
+import pathlib
+import pickle
+import threading
+
+import models
+import numpy as np
+import pytest
+import qrt_core as qrt
+
+
+@pytest.fixture(scope="module")
+def digits():
+    return qrt.load(models.DIGITS)["digits"]
+
+
+@pytest.fixture
+def picture():
+    return np.random.default_rng(1).random((1, 28, 28), dtype=np.float32)
+
+
+@pytest.fixture
+def pair():
+    return qrt.load(models.model(pair=models.two_inputs()))["pair"]
+
+
+A = np.array([[[1, -2, 3]]], np.float32)
+B = np.array([[[4, -5, 6]]], np.float32)
+
+
+@pytest.mark.parametrize(
+    "source",
+    [models.DIGITS, pathlib.Path(models.DIGITS), open(models.DIGITS, "rb").read(), models.DIGITS_BINARY],
+    ids=["str", "path", "bytes", "binary"],
+)
+def test_loads_from(source, digits, picture):
+    model = qrt.load(source)
+    assert list(model) == model.networks == ["digits"]
+    assert len(model) == 1 and "digits" in model and "other" not in model
+    np.testing.assert_array_equal(model[0](picture), model["digits"](picture))
+    np.testing.assert_allclose(model[-1](picture), digits(picture), rtol=0.01, atol=0.02)
+
+
+def test_bytearrays_are_copied(picture, digits):
+    data = bytearray(open(models.DIGITS, "rb").read())
+    model = qrt.load(memoryview(data))
+    data[:] = bytes(len(data))
+    np.testing.assert_array_equal(pickle.loads(pickle.dumps(model))["digits"](picture), digits(picture))
+
+
+def test_what_is_no_source():
+    with pytest.raises(TypeError, match="path or bytes, and not int"):
+        qrt.load(3)
+    with pytest.raises(FileNotFoundError) as failure:
+        qrt.load("/no/such/file.json")
+    assert failure.value.filename == "/no/such/file.json"
+    with pytest.raises(IsADirectoryError):
+        qrt.load(models.ROOT)
+    with pytest.raises(qrt.ModelError):
+        qrt.load(b"not a model")
+    with pytest.raises(qrt.ModelError):
+        qrt.load(b"")
+
+
+def test_networks_by_id_and_number(digits):
+    model = qrt.load(models.model(first=models.two_inputs(), second=models.two_inputs()))
+    assert [model[i].id for i in (0, 1, -1, -2)] == ["first", "second", "second", "first"]
+    with pytest.raises(IndexError):
+        model[2]
+    with pytest.raises(qrt.NotFoundError, match="'third'; there is 'first', 'second'"):
+        model["third"]
+    with pytest.raises(KeyError):
+        model["third"]
+    with pytest.raises(TypeError):
+        model[1.5]
+
+
+def test_agrees_with_the_scores_of_the_model(digits):
+    lines = [line.split() for line in open(os.path.join(models.ROOT, "models/digits/samples/expected_logits.txt"))]
+    image = pytest.importorskip("PIL.Image")
+    for name, *logits in (line for line in lines if line[0] != "#"):
+        path = os.path.join(models.ROOT, "models/digits/samples", name)
+        pixels = np.asarray(image.open(path).convert("L"), np.float32)[None] / 255
+        if pixels.shape == (1, 28, 28):
+            np.testing.assert_allclose(digits(pixels).reshape(-1), np.array(logits, float), atol=2e-5)
+
+
+def test_ports_and_layers(digits, picture):
+    (port,) = digits.inputs
+    assert (port.id, port.layer, port.shape, port.dtype, port.layout) == (
+        "input", 0, (1, 28, 28), np.dtype("float32"), "CHW")  # fmt: skip
+    digits(picture)
+    assert [(out.id, out.shape) for out in digits.outputs] == [("conv5", (10, 1, 1))]
+    layers = digits.layers
+    assert [layer.index for layer in layers] == list(range(10))
+    assert (layers[1].id, layers[1].kind, layers[1].inputs) == ("conv1", "Conv2d", ["input"])
+    assert layers[1].kernel == "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1"
+    assert layers[0].is_input and not layers[0].inputs and layers[9].is_output
+    assert repr(layers[2]).startswith("Layer(index=2, id='relu1'")
+
+
+def test_one_output_is_an_array_and_several_are_a_dict(digits, pair, picture):
+    assert digits(picture).shape == (10, 1, 1)
+    results = pair(A, B)
+    assert list(results) == ["sum", "top"]
+    np.testing.assert_array_equal(results["sum"], A + B)
+    np.testing.assert_array_equal(results["top"], np.maximum(A + B, 0))
+
+
+def test_inputs_by_name(pair):
+    for results in (pair(a=A, b=B), pair(A, b=B), pair.run({"b": B, "a": A}), pair.run([A, B]), pair.run((A, B))):
+        np.testing.assert_array_equal(results["sum"], A + B)
+
+
+def test_requested_layers(digits, picture):
+    relu = digits(picture, outputs="relu1")
+    assert relu.shape == (16, 14, 14) and relu.min() == 0
+    both = digits(picture, outputs=["conv5", "relu1"])
+    assert list(both) == ["conv5", "relu1"]
+    np.testing.assert_array_equal(both["relu1"], relu)
+    np.testing.assert_array_equal(both["conv5"], digits(picture))
+    with pytest.raises(qrt.InputError, match="no layer"):
+        digits(picture, outputs="relu9")
+    with pytest.raises(ValueError, match="twice"):
+        digits(picture, outputs=["relu1", "relu1"])
+    with pytest.raises(ValueError, match="none"):
+        digits(picture, outputs=[])
+    with pytest.raises(TypeError):
+        digits(picture, outputs=[1])
+
+
+def test_an_input_that_is_asked_for_is_a_copy(pair):
+    x = A.copy()
+    results = pair(x, B, outputs=["a", "sum"])
+    assert not np.shares_memory(results["a"], x)
+    results["a"][:] = 9
+    np.testing.assert_array_equal(x, A)
+
+
+@pytest.mark.parametrize("dtype", ["float64", "float16", "int64", "uint8", "bool", ">f4"])
+def test_other_types_are_converted(digits, picture, dtype):
+    x = (picture * 3).astype(dtype)
+    np.testing.assert_array_equal(digits(x), digits(x.astype(np.float32)))
+
+
+def test_any_strides(digits):
+    whole = np.random.default_rng(2).random((2, 60, 56), dtype=np.float32)
+    for x in (whole[1:, ::2, ::2][:, :28], whole[:1, 28:0:-1, 28:0:-1], np.asfortranarray(whole[:1, :28, :28])):
+        np.testing.assert_array_equal(digits(x), digits(np.ascontiguousarray(x)))
+    zeros = np.broadcast_to(np.float32(0.5), (1, 28, 28))
+    np.testing.assert_array_equal(digits(zeros), digits(zeros.copy()))
+    shifted = np.zeros(784 * 4 + 1, np.uint8)[1:].view(np.float32).reshape(1, 28, 28)
+    assert not shifted.flags.aligned
+    np.testing.assert_array_equal(digits(shifted), digits(np.zeros((1, 28, 28), np.float32)))
+
+
+def test_read_only_arrays_lists_and_a_batch_of_one(digits, picture):
+    expected = digits(picture)
+    picture.flags.writeable = False
+    np.testing.assert_array_equal(digits(picture), expected)
+    np.testing.assert_array_equal(digits(picture.tolist()), expected)
+    np.testing.assert_array_equal(digits(picture[None]), expected)
+
+
+@pytest.mark.parametrize("value", [None, "text", [["a"]], object(), np.zeros((1, 28, 28), complex)])
+def test_what_has_no_numbers(digits, value):
+    with pytest.raises(TypeError, match="input 'input': expected an array of float32"):
+        digits(value)
+
+
+def test_wrong_inputs(digits, pair, picture):
+    with pytest.raises(qrt.InputError, match=r"takes 2 inputs \('a', 'b'\), and 'b' is missing"):
+        pair(A)
+    with pytest.raises(qrt.InputError, match="was given 3"):
+        pair(A, B, A)
+    with pytest.raises(qrt.InputError, match="none is named 'c'"):
+        pair(A, c=B)
+    with pytest.raises(qrt.InputError, match="given twice"):
+        pair(A, a=B)
+    with pytest.raises(qrt.LayerError) as failure:
+        digits(np.zeros((2, 28, 28), np.float32))
+    assert (failure.value.network, failure.value.layer, failure.value.id) == ("digits", 1, "conv1")
+    assert failure.value.kernel == "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1"
+    assert failure.value.expected and failure.value.found
+    # It can run again.
+    assert digits(picture).shape == (10, 1, 1)
+
+
+def test_kernels_that_work_in_place_leave_the_callers_array():
+    layers = [models.input_layer("x"), models.relu("y", "x", "ReLU_Inplace_SSE_Float_M1")]
+    net = qrt.load(models.model(net=models.network(layers, ["y"])))["net"]
+    x = A.copy()
+    np.testing.assert_array_equal(net(x), np.maximum(A, 0))
+    np.testing.assert_array_equal(x, A)
+
+
+def test_results_stay_valid(digits, picture):
+    first = digits(picture)
+    kept = first.copy()
+    for _ in range(5):
+        digits(picture * 2)
+    np.testing.assert_array_equal(first, kept)
+    net = qrt.load(models.DIGITS)["digits"]
+    second = net(picture)[2:5]
+    del net
+    gc.collect()
+    np.testing.assert_array_equal(second, kept[2:5])
+
+
+def test_results_may_die_on_another_thread(picture):
+    net = qrt.load(models.DIGITS)["digits"]
+    bag, done = [], threading.Event()
+
+    def drop():
+        while not done.is_set() or bag:
+            if bag:
+                bag.pop()
+
+    thread = threading.Thread(target=drop)
+    thread.start()
+    for _ in range(200):
+        bag.append(net(picture))
+        bag.append(net(picture, outputs="relu1"))
+    del net
+    done.set()
+    thread.join()
+
+
+def test_one_network_on_two_threads_at_once(picture):
+    net = qrt.load(models.DIGITS)["digits"]
+    expected, wrong, busy = net(picture), [], []
+    barrier = threading.Barrier(4)
+
+    def run():
+        barrier.wait()
+        for _ in range(300):
+            try:
+                if not np.array_equal(net(picture), expected):
+                    wrong.append(1)
+            except qrt.BusyError as failure:
+                busy.append(failure)
+
+    threads = [threading.Thread(target=run) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not wrong
+    for failure in busy:
+        assert failure.network == "digits" and "clone()" in str(failure)
+    np.testing.assert_array_equal(net(picture), expected)
+
+
+def test_state_goes_on_and_is_reset():
+    net = qrt.load(models.SMOOTH)["smooth"]
+    signal = np.array([[0], [0], [1], [1], [1], [1], [0], [0]], np.float32)
+    whole = net(signal)
+    np.testing.assert_allclose(whole[:3, 0], [0, 0, 0.1904], atol=1e-4)
+    net.reset()
+    parts = [net(signal[:3]), net(signal[3:])]
+    np.testing.assert_array_equal(np.concatenate(parts), whole)
+
+
+def test_pickles(digits, picture):
+    model = qrt.load(models.DIGITS)
+    for copy in (pickle.loads(pickle.dumps(model))["digits"], pickle.loads(pickle.dumps(model["digits"]))):
+        np.testing.assert_array_equal(copy(picture), digits(picture))
+
+
+def test_a_file_that_changes_is_noticed(tmp_path):
+    path = tmp_path / "net.json"
+    path.write_bytes(open(models.DIGITS, "rb").read())
+    model = qrt.load(path)
+    assert model.path == str(path)
+    path.write_bytes(b"{}")
+    with pytest.raises(qrt.ModelError, match="has changed"):
+        model.to_bytes()
+
+
+def test_saves(tmp_path, digits, picture):
+    model = qrt.load(models.DIGITS)
+    for name, tolerance in (("net.json", 0), ("net.qrtmodel", 0.02)):
+        model.save(tmp_path / name)
+        np.testing.assert_allclose(qrt.load(tmp_path / name)["digits"](picture), digits(picture), atol=tolerance)
+    assert sorted(os.listdir(tmp_path)) == ["net.json", "net.qrtmodel"]
+    assert qrt.load(model.to_bytes("qrtmodel")).networks == ["digits"]
+    with pytest.raises(ValueError, match="qrtmodel or .json"):
+        model.save(tmp_path / "net.bin")
+    with pytest.raises(ValueError, match="'xml'"):
+        model.to_bytes("xml")
+    with pytest.raises(OSError):
+        model.save(tmp_path / "no" / "net.json")
+
+
+def test_many_calls_take_no_memory(digits, picture):
+    def resident():
+        with open("/proc/self/statm") as file:
+            return int(file.read().split()[1]) * os.sysconf("SC_PAGESIZE")
+
+    net = qrt.load(models.model(pair=models.two_inputs()))["pair"]
+    for _ in range(2000):
+        net(A, B)
+        net(a=A.astype(float), b=B)
+    before = resident()
+    for _ in range(20000):
+        net(A, B)
+        net(a=A.astype(float), b=B)
+    # 40,000 calls: one that kept its least array would keep 6 MB.
+    assert resident() - before < 2 << 20
