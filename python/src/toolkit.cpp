@@ -49,12 +49,21 @@ py::dict report_of(const ImportReport& report) {
   facts["node_of_layer"] = py::cast(report.node_of_layer);
   facts["multiply_adds"] = report.multiply_adds;
   facts["notes"] = py::cast(report.notes);
+  facts["kernels"] = marlo::toolkit::word_of(report.kernels);
   return facts;
 }
 
 py::object import_onnx(const py::object& path, const py::object& inputs,
-                       const py::object& constants, const py::object& network) {
+                       const py::object& constants, const py::object& network,
+                       const py::object& kernels) {
   ImportOptions options;
+  if (!kernels.is_none()) {
+    options.kernels = marlo::toolkit::kernel_set_of(kernels.cast<std::string>());
+    if (!options.kernels) {
+      throw py::value_error("kernels " + py::repr(kernels).cast<std::string>() +
+                            ": expected 'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512'");
+    }
+  }
   if (!inputs.is_none()) {
     for (const auto& [name, shape] : inputs.cast<py::dict>()) {
       options.shapes[name.cast<std::string>()] = shape.cast<std::vector<int64_t>>();
@@ -82,10 +91,13 @@ void bind_toolkit(py::module_& module) {
   module.def(
       "import_onnx", &import_onnx, py::arg("path"), py::kw_only(), py::arg("inputs") = py::none(),
       py::arg("constants") = py::none(), py::arg("network") = py::none(),
-      "Makes a model of an ONNX file. It runs with portable kernels.\n\nArgs:\n    path: the file, "
+      py::arg("kernels") = py::none(),
+      "Makes a model of an ONNX file.\n\nArgs:\n    path: the file, "
       "str or os.PathLike.\n    inputs: shapes of inputs that the file leaves open, by name and "
       "with their batch: {'x': (1, 3, 224, 224)}.\n    constants: arrays that take the place of "
-      "inputs, by name.\n    network: the network's id; None for the file's name.\n\nReturns:\n    "
+      "inputs, by name.\n    network: the network's id; None for the file's name.\n    kernels: "
+      "the set to choose from by estimated costs: 'portable', 'sse', 'avx', 'fma', 'avx2' or "
+      "'avx512'; None for what this processor can run.\n\nReturns:\n    "
       "A Model, whose `report` says what was imported.\n\nRaises:\n    OnnxFileError: for a file "
       "that can't be read.\n    UnsupportedError: for a network that can't be imported; "
       "`refusals` says why, node by node.");
