@@ -11,6 +11,7 @@
 #include "qrt_toolkit/shapes/fix.h"
 #include "qrt_toolkit/shapes/infer.h"
 #include "qrt_toolkit/simplify/simplify.h"
+#include "qrt_toolkit/simplify/states.h"
 #include "qrt_toolkit/write/write.h"
 
 namespace marlo::toolkit {
@@ -91,6 +92,9 @@ ImportedModel import_onnx(const std::string& path, const ImportOptions& options)
   for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
   apply(options, graph, report.notes);
   simplify(graph);
+  for (std::string& note : keep_states(graph, header.output_names)) {
+    report.notes.push_back(std::move(note));
+  }
   refuse_unlowered(graph);
   const auto batches = find_batch_axes(graph, infer_facts(graph));
   for (const ValueId id : graph.inputs) {
@@ -98,6 +102,7 @@ ImportedModel import_onnx(const std::string& path, const ImportOptions& options)
   }
   Lowering lowering(graph);
   Plan plan = lowering.run();
+  report.notes.insert(report.notes.end(), plan.notes.begin(), plan.notes.end());
   const std::filesystem::path file = path;
   header.network = options.network.empty() ? file.stem().string() : options.network;
   header.source = file.filename().string();

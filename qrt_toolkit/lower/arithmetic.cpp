@@ -6,6 +6,7 @@
 #include "qrt_core/runtime/model/half_rounding.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
+#include "qrt_toolkit/operators/strided.h"
 
 // Activations, and sums and products of tensors with each other and with constants.
 
@@ -38,7 +39,7 @@ size_t with_slopes(Lowering& lowering, size_t x, const Numbers& slope) {
   Numbers negative = slope;
   for (double& number : negative.reals()) number = -number;
   const size_t above = lowering.activated(kReLU, x);
-  const size_t mirrored = lowering.affine(x, scalar(-1), scalar(0));
+  const size_t mirrored = lowering.negative(x);
   const size_t below = lowering.affine(lowering.activated(kReLU, mirrored), negative, scalar(0));
   return lowering.combined(0, above, below);
 }
@@ -55,8 +56,10 @@ void lower_leaky_relu(Lowering& lowering) {
 void lower_prelu(Lowering& lowering) {
   const SharedNumbers given = lowering.required_constant(1);
   if (lowering.node().integer("channel_slope", 0) != 0 && given->count() != 1) {
+    // Slopes belong to the second axis, which is the first one behind a batch.
     Numbers per_channel = *given;
-    per_channel.shape.resize(lowering.input_sizes(0).size(), 1);
+    per_channel.shape.assign(lowering.input_sizes(0).size(), 1);
+    per_channel.shape.at(lowering.axis_of_input(0, 1)) = given->count();
     return lowering.result(with_slopes(lowering, lowering.input(0), per_channel));
   }
   lowering.result(with_slopes(lowering, lowering.input(0), *lowering.aligned_constant(1)));
@@ -95,8 +98,58 @@ void lower_hard_sigmoid(Lowering& lowering) {
   lowering.result(clipped(lowering, line, 0, 1));
 }
 
-void lower_negative(Lowering& lowering) {
-  lowering.result(lowering.affine(lowering.input(0), scalar(-1), scalar(0)));
+void lower_negative(Lowering& lowering) { lowering.result(lowering.negative(lowering.input(0))); }
+
+void lower_absolute(Lowering& lowering) { lowering.result(lowering.absolute(lowering.input(0))); }
+
+void lower_reciprocal(Lowering& lowering) {
+  const size_t x = lowering.input(0);
+  lowering.result(lowering.combined(3, lowering.constants_like(x, scalar(1)), x));
+}
+
+void lower_softsign(Lowering& lowering) {
+  const size_t x = lowering.input(0);
+  const size_t divisor = lowering.affine(lowering.absolute(x), scalar(1), scalar(1));
+  lowering.result(lowering.combined(3, x, divisor));
+}
+
+/// The constant where the mask is one, and zero elsewhere.
+Numbers chosen_of(const Numbers& constant, const Numbers& mask, const Extents& box) {
+  Numbers result(ElementType::float32, box);
+  for_each_row<3>(
+      box,
+      {strides_of(box), broadcast_strides(constant.shape, box), broadcast_strides(mask.shape, box)},
+      [&](const auto& at, int64_t count, const auto& steps) {
+        for (int64_t i = 0; i < count; ++i) {
+          if (mask.real(static_cast<size_t>(at[2] + i * steps[2])) == 0) continue;
+          result.reals()[static_cast<size_t>(at[0] + i)] =
+              constant.real(static_cast<size_t>(at[1] + i * steps[1]));
+        }
+      });
+  return result;
+}
+
+/// Where a constant chooses: each side times a mask of zeros and ones.
+void lower_where(Lowering& lowering) {
+  const SharedNumbers chosen = lowering.aligned_constant(0);
+  if (chosen == nullptr) lowering.required_constant(0);
+  Numbers masks[2] = {Numbers(ElementType::float32, chosen->shape),
+                      Numbers(ElementType::float32, chosen->shape)};
+  for (size_t i = 0; i < masks[0].reals().size(); ++i) {
+    masks[chosen->integer(i) != 0 ? 0 : 1].reals()[i] = 1;
+  }
+  const Extents sizes = lowering.output_sizes();
+  const auto side = [&](size_t place) { return lowering.expanded(lowering.input(place), sizes); };
+  for (const size_t own : {size_t{0}, size_t{1}}) {
+    const SharedNumbers other = lowering.aligned_constant(2 - own);
+    if (other == nullptr) continue;
+    // A constant is put in where it is chosen, so that it may be infinite.
+    const Extents box = broadcast_of(other->shape, chosen->shape);
+    return lowering.result(
+        lowering.affine(side(own + 1), masks[own], chosen_of(*other, masks[1 - own], box)));
+  }
+  lowering.result(lowering.combined(0, lowering.affine(side(1), masks[0], scalar(0)),
+                                    lowering.affine(side(2), masks[1], scalar(0))));
 }
 
 Numbers mapped(Numbers numbers, double (*function)(double)) {
@@ -107,6 +160,9 @@ Numbers mapped(Numbers numbers, double (*function)(double)) {
 /// A tensor and a constant: the constant becomes weights.
 size_t with_constant(Lowering& lowering, uint16_t operation, size_t x, const Numbers& constant,
                      bool constant_first) {
+  const Extents sizes = lowering.sizes_of_layer(x);
+  const Extents both = broadcast_of(constant.shape, sizes);
+  if (both != sizes) x = lowering.expanded(x, both);
   switch (operation) {
     case 0:
       return lowering.affine(x, scalar(1), constant);
@@ -170,12 +226,14 @@ void lower_mean(Lowering& lowering) {
 void lower_pow(Lowering& lowering) {
   const SharedNumbers exponent = lowering.required_constant(1);
   const double power = exponent->count() == 1 ? exponent->real(0) : 0;
-  if (power != std::floor(power) || power < 1 || power > 8) {
-    throw NodeFault{"input 1", "only one exponent from 1 to 8 without fraction has layers"};
+  const int whole = power == std::floor(power) ? static_cast<int>(std::abs(power)) : 0;
+  if (whole < 1 || whole > 8) {
+    throw NodeFault{"input 1", "only one exponent from 1 to 8, or -1 to -8, has layers"};
   }
   const size_t x = lowering.input(0);
   size_t result = x;
-  for (int i = 1; i < static_cast<int>(power); ++i) result = lowering.combined(2, result, x);
+  for (int i = 1; i < whole; ++i) result = lowering.combined(2, result, x);
+  if (power < 0) result = lowering.combined(3, lowering.constants_like(x, scalar(1)), result);
   lowering.result(result);
 }
 
@@ -195,6 +253,7 @@ void lower_batch_normalization(Lowering& lowering) {
 }
 
 constexpr LoweringRow kRows[] = {
+    {"Abs", lower_absolute},
     {"Add", lower_symmetric<0>},
     {"BatchNormalization", lower_batch_normalization, "constant statistics"},
     {"Clip", lower_clip, "constant bounds"},
@@ -208,12 +267,15 @@ constexpr LoweringRow kRows[] = {
     {"Mul", lower_symmetric<2>},
     {"Neg", lower_negative},
     {"PRelu", lower_prelu, "constant slopes"},
-    {"Pow", lower_pow, "one constant exponent from 1 to 8 without fraction"},
+    {"Pow", lower_pow, "one constant exponent from 1 to 8, or -1 to -8"},
+    {"Reciprocal", lower_reciprocal},
     {"Relu", lower_activation<kReLU>},
     {"Sigmoid", lower_activation<kSigmoid>},
+    {"Softsign", lower_softsign},
     {"Sub", lower_sub},
     {"Sum", lower_symmetric<0>},
     {"Tanh", lower_activation<kTanH>},
+    {"Where", lower_where, "a constant condition"},
 };
 
 }  // namespace
@@ -232,6 +294,10 @@ size_t Lowering::combined(uint16_t operation, size_t a, size_t b) {
   info->op_type = operation;
   return plan_.add(std::move(info), "BroadcastOperator_Fallback_Float_M1", {a, b});
 }
+
+size_t Lowering::negative(size_t layer) { return affine(layer, scalar(-1), scalar(0)); }
+
+size_t Lowering::absolute(size_t layer) { return combined(4, layer, negative(layer)); }
 
 size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float beta) {
   constexpr uint16_t kRectifier = 2;

@@ -9,6 +9,10 @@
 namespace marlo::toolkit {
 
 std::span<const LoweringRow> window_lowerings();
+std::span<const LoweringRow> product_lowerings();
+std::span<const LoweringRow> recurrent_lowerings();
+std::span<const LoweringRow> reduction_lowerings();
+std::span<const LoweringRow> resampling_lowerings();
 std::span<const LoweringRow> arithmetic_lowerings();
 std::span<const LoweringRow> movement_lowerings();
 

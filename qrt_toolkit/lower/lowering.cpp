@@ -71,6 +71,14 @@ size_t varying_axes(const Extents& shape, const Extents& box) {
   return axes;
 }
 
+/// The first axis that numbers of `shape` vary along, when they are broadcast to `box`; the number
+/// of axes where they are all the same.
+size_t first_varying_axis(const Extents& shape, const Extents& box) {
+  const auto place =
+      std::find_if(shape.begin(), shape.end(), [](int64_t size) { return size != 1; });
+  return box.size() - static_cast<size_t>(shape.end() - place);
+}
+
 /// Numbers broadcast to `box`, as float32.
 std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
   std::vector<float> result(static_cast<size_t>(count_of(box).value_or(0)));
@@ -89,6 +97,11 @@ std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
 }
 
 }  // namespace
+
+runtime::WeightBlob blob_of(const Numbers& numbers) {
+  const std::vector<float> floats(numbers.reals().begin(), numbers.reals().end());
+  return runtime::MakeWeightBlob(floats.data(), floats.size());
+}
 
 uint16_t narrow_u16(int64_t number, const char* what) {
   if (number < 0 || number > std::numeric_limits<uint16_t>::max()) {
@@ -189,14 +202,24 @@ ValueId Lowering::input_id(size_t place) const {
   return node_->inputs[place];
 }
 
-size_t Lowering::input(size_t place) const {
+size_t Lowering::input(size_t place) {
   const ValueId id = input_id(place);
-  const auto& layer = values_[static_cast<size_t>(id)].layer;
-  if (!layer) {
-    throw NodeFault{"input " + std::to_string(place), "a constant can't stand here",
-                    "no layer makes constant tensors"};
-  }
+  auto& layer = values_[static_cast<size_t>(id)].layer;
+  if (!layer) layer = constant_tensor(*required_constant(place), constant_sizes(id));
   return *layer;
+}
+
+// A constant that has all axes of the node's output has a batch axis like it.
+Extents Lowering::constant_sizes(ValueId id) const {
+  Extents sizes = graph_.value(id).constant->shape;
+  const ValueId output = node_->outputs.at(0);
+  const auto batch = batch_[static_cast<size_t>(output)];
+  const auto& shape = facts_of(output).shape;
+  if (batch && shape && shape->size() == sizes.size() && sizes[*batch] == 1) {
+    sizes.erase(sizes.begin() + static_cast<std::ptrdiff_t>(*batch));
+  }
+  if (sizes.empty()) sizes = {1};
+  return sizes;
 }
 
 SharedNumbers Lowering::constant(size_t place) const {
@@ -214,7 +237,33 @@ SharedNumbers Lowering::required_constant(size_t place) const {
   return numbers;
 }
 
-Extents Lowering::input_sizes(size_t place) const { return sizes_of(input_id(place)); }
+bool Lowering::is_read(size_t place) const {
+  return node_->has_output(place) && !graph_.is_unused(node_->outputs[place]);
+}
+
+void Lowering::state_note() {
+  const char* note =
+      "recurrent layers keep their state from pass to pass: call ResetState before each sequence "
+      "that doesn't follow on from the last";
+  if (std::find(plan_.notes.begin(), plan_.notes.end(), note) == plan_.notes.end()) {
+    plan_.notes.emplace_back(note);
+  }
+}
+
+Extents Lowering::input_sizes(size_t place) const {
+  const ValueId id = input_id(place);
+  return graph_.value(id).constant ? constant_sizes(id) : sizes_of(id);
+}
+
+Extents Lowering::input_shape(size_t place) const {
+  Extents sizes = input_sizes(place);
+  if (const auto batch = batch_of_input(place)) {
+    sizes.insert(sizes.begin() + static_cast<std::ptrdiff_t>(*batch), 1);
+  }
+  return sizes;
+}
+
+Extents Lowering::sizes_of_layer(size_t layer) const { return extents_of(plan_.shape(layer)); }
 
 Extents Lowering::output_sizes(size_t place) const { return sizes_of(node_->outputs.at(place)); }
 
@@ -273,6 +322,10 @@ size_t Lowering::affine(size_t layer, const Numbers& scale, const Numbers& shift
                                   " is larger than the tensor of " + text_of(sizes)};
   }
   const size_t axes = std::max(varying_axes(scale.shape, sizes), varying_axes(shift.shape, sizes));
+  const size_t first =
+      std::min(first_varying_axis(scale.shape, sizes), first_varying_axis(shift.shape, sizes));
+  const Extents in_front(sizes.begin(), sizes.begin() + static_cast<std::ptrdiff_t>(first));
+  if (axes > first && count_of(in_front).value_or(0) != 1) return with_tensors(layer, scale, shift);
   Extents leading(sizes.begin(), sizes.begin() + static_cast<std::ptrdiff_t>(axes));
   Extents box(sizes.size(), 1);
   std::copy(leading.begin(), leading.end(), box.begin());
@@ -296,6 +349,22 @@ size_t Lowering::affine(size_t layer, const Numbers& scale, const Numbers& shift
   return reshaped(out, sizes);
 }
 
+// Numbers that are the same along the first axes are held once, and broadcast.
+size_t Lowering::with_tensors(size_t layer, const Numbers& scale, const Numbers& shift) {
+  const auto all = [](const Numbers& numbers, double number) {
+    return std::all_of(numbers.reals().begin(), numbers.reals().end(),
+                       [number](double x) { return x == number; });
+  };
+  const auto tensor = [&](const Numbers& numbers) {
+    Extents sizes = numbers.shape;
+    while (sizes.size() > 1 && sizes[0] == 1) sizes.erase(sizes.begin());
+    if (sizes.empty()) sizes = {1};
+    return constant_tensor(numbers, sizes);
+  };
+  if (!all(scale, 1)) layer = combined(2, layer, tensor(scale));
+  return all(shift, 0) ? layer : combined(0, layer, tensor(shift));
+}
+
 void Lowering::result(size_t layer, size_t place) {
   if (!node_->has_output(place)) return;
   const ValueId id = node_->outputs[place];
@@ -312,7 +381,9 @@ void Lowering::result(size_t layer, size_t place) {
 std::span<const LoweringRow> all_lowerings() {
   static const std::vector<LoweringRow> table = [] {
     std::vector<LoweringRow> rows;
-    for (const auto group : {window_lowerings, arithmetic_lowerings, movement_lowerings}) {
+    for (const auto group :
+         {arithmetic_lowerings, movement_lowerings, product_lowerings, recurrent_lowerings,
+          reduction_lowerings, resampling_lowerings, window_lowerings}) {
       const auto part = group();
       rows.insert(rows.end(), part.begin(), part.end());
     }

@@ -4,12 +4,20 @@
 #include <string_view>
 #include <vector>
 
+#include "qrt_core/runtime/model/weight_blob.h"
 #include "qrt_toolkit/lower/plan.h"
 #include "qrt_toolkit/operators/operator.h"
 
 // From the graph to layers of this library: exactly or not at all.
 
 namespace marlo::toolkit {
+
+/// What is taken of one axis.
+struct AxisPart {
+  int64_t first = 0;
+  int64_t count = 0;
+  int64_t step = 1;
+};
 
 /// The state of a lowering, and what the functions of the operators work with. Tensors are plain
 /// float32 in the graph's own order of axes, less the batch.
@@ -29,8 +37,14 @@ class Lowering {
   const Node& node() const { return *node_; }
   Plan& plan() { return plan_; }
 
-  /// The layer that makes an input; throws NodeFault for one that isn't given, or is a constant.
-  size_t input(size_t place) const;
+  /// The layer that makes an input; a constant gets one of its own. Throws NodeFault for an input
+  /// that isn't given.
+  size_t input(size_t place);
+
+  /// Whether layers make an input: it is given, and no constant.
+  bool is_tensor(size_t place) const {
+    return node_->has_input(place) && constant(place) == nullptr;
+  }
 
   /// The numbers of an input; null where it isn't a constant.
   SharedNumbers constant(size_t place) const;
@@ -42,9 +56,22 @@ class Lowering {
   /// input isn't a constant. Throws NodeFault where its numbers differ along the batch.
   SharedNumbers aligned_constant(size_t place) const;
 
+  /// Whether anything reads an output, or it is one of the graph's.
+  bool is_read(size_t place) const;
+
+  /// Says, once, that a layer has a state.
+  void state_note();
+
   /// The sizes of an input or of an output without its batch, as the graph has them.
   Extents input_sizes(size_t place) const;
   Extents output_sizes(size_t place = 0) const;
+
+  /// The sizes of an input as the graph has them, with its batch; throws NodeFault where they
+  /// aren't known.
+  Extents input_shape(size_t place) const;
+
+  /// The sizes of a layer's tensor.
+  Extents sizes_of_layer(size_t layer) const;
 
   /// The axes of an input as the graph has them, and which of them is the batch.
   size_t input_rank(size_t place) const;
@@ -61,6 +88,38 @@ class Lowering {
   /// The input as planes: [C, H, W]. Fewer axes get ones behind; more are refused.
   size_t planes(size_t place);
 
+  /// A layer's tensor with its axes in another order; the layer itself where nothing changes.
+  size_t permuted(size_t layer, const std::vector<size_t>& axes);
+
+  /// Tensors one behind the other along an axis.
+  size_t joined(const std::vector<size_t>& layers, size_t axis);
+
+  /// Parts of up to three axes in one layer, as many as the tensor has.
+  size_t sliced(size_t layer, const std::vector<AxisPart>& parts);
+
+  /// A part of one axis of a tensor with any number of axes.
+  size_t part_of(size_t layer, size_t axis, const AxisPart& part);
+
+  /// An axis of size one, repeated.
+  size_t repeated(size_t layer, size_t axis, int64_t times);
+
+  /// A tensor broadcast to `sizes`.
+  size_t expanded(size_t layer, const Extents& sizes);
+
+  /// The elements of an axis that are listed, in their order; `outside` where one is negative.
+  /// From slices, or where these would be many from a product with zeros and ones.
+  size_t taken(size_t layer, size_t axis, const std::vector<int64_t>& elements, double outside = 0);
+
+  /// Replaces an axis by its product with a constant matrix [out, in].
+  /// @param shift is added, one number for each of `out`; may be null
+  /// @param groups parts of the axis that are multiplied each by itself: [out, in / groups]
+  size_t along_axis(size_t layer, size_t axis, const Numbers& matrix,
+                    const Numbers* shift = nullptr, int64_t groups = 1);
+
+  /// A layer that makes a constant, for kernels that read tensors only. Exact while the network's
+  /// first input is finite.
+  size_t constant_tensor(const Numbers& numbers, const Extents& sizes);
+
   /// A new tensor with the same numbers, for kernels that write over what they read.
   size_t copied(size_t layer);
 
@@ -75,6 +134,10 @@ class Lowering {
   /// 4 takes the larger, 5 the smaller number.
   size_t combined(uint16_t operation, size_t a, size_t b);
 
+  /// -x and |x| of a layer's tensor.
+  size_t negative(size_t layer);
+  size_t absolute(size_t layer);
+
   /// A layer's tensor through an activation kernel.
   size_t activated(const char* kernel, size_t layer, float alpha = 1, float beta = 0);
 
@@ -88,6 +151,8 @@ class Lowering {
 
   const Facts& facts_of(ValueId id) const { return facts_[static_cast<size_t>(id)]; }
   Extents sizes_of(ValueId id) const;
+  Extents constant_sizes(ValueId id) const;
+  size_t with_tensors(size_t layer, const Numbers& scale, const Numbers& shift);
   ValueId input_id(size_t place) const;
 
   const Graph& graph_;
@@ -95,6 +160,7 @@ class Lowering {
   std::vector<std::optional<size_t>> batch_;
   std::vector<Known> values_;
   std::vector<size_t> outputs_;
+  std::optional<size_t> one_;  ///< the layer that makes a single one
   Plan plan_;
   const Node* node_ = nullptr;
 };
@@ -111,6 +177,9 @@ const LoweringRow* find_lowering(std::string_view op);
 
 /// All rows, by operator.
 std::span<const LoweringRow> all_lowerings();
+
+/// Numbers as a description holds them.
+runtime::WeightBlob blob_of(const Numbers& numbers);
 
 /// Fields of descriptions are 16 bits wide. Throws NodeFault for a number that doesn't fit.
 uint16_t narrow_u16(int64_t number, const char* what);

@@ -44,7 +44,8 @@ class Plan {
   const std::vector<PlannedLayer>& layers() const { return layers_; }
   const runtime::TensorShape& shape(size_t index) const { return layers_.at(index).shape; }
 
-  std::string node;  ///< the node that is being lowered; new layers get its name
+  std::vector<std::string> notes;  ///< what the network's user has to know, in words
+  std::string node;                ///< the node that is being lowered; new layers get its name
 
  private:
   runtime::KernelRegistry kernels_;

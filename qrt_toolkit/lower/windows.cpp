@@ -1,19 +1,15 @@
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/window.h"
 
-// Convolutions, poolings and matrix products.
+// Convolutions and poolings.
 
 namespace marlo::toolkit {
 namespace {
-
-runtime::WeightBlob blob_of(const Numbers& numbers) {
-  std::vector<float> floats(numbers.reals().begin(), numbers.reals().end());
-  return runtime::MakeWeightBlob(floats.data(), floats.size());
-}
 
 /// A window over planes: one over lines is one row high.
 struct PlaneWindow {
@@ -137,6 +133,14 @@ void lower_conv_transpose(Lowering& lowering) {
   lowering.result(layer);
 }
 
+/// The elements of a padded axis; negative ones stand for padding.
+std::vector<int64_t> padded_places(int64_t size, int64_t begin, int64_t end) {
+  std::vector<int64_t> places(static_cast<size_t>(begin), -1);
+  for (int64_t i = 0; i < size; ++i) places.push_back(i);
+  places.insert(places.end(), static_cast<size_t>(end), -1);
+  return places;
+}
+
 /// Sizes are rounded down by the kernels: where the operator rounds up, the padding at the end is
 /// as large as the last place of the window needs.
 void pad_last_place(WindowAxis& axis, int64_t in, int64_t out) {
@@ -144,11 +148,15 @@ void pad_last_place(WindowAxis& axis, int64_t in, int64_t out) {
   axis.pad_end = std::max(axis.pad_end, needed);
 }
 
-PlaneWindow pooling_plane(Lowering& lowering, bool& widened) {
+PlaneWindow given_plane(const Lowering& lowering) {
+  const Extents in = lowering.input_sizes(0);
+  return plane_window(pooling_window(lowering.node(), in.size() + 1), in);
+}
+
+PlaneWindow pooling_plane(const Lowering& lowering, bool& widened) {
   const Extents in = lowering.input_sizes(0);
   const Extents out = lowering.output_sizes();
-  const Window window = pooling_window(lowering.node(), in.size() + 1);
-  PlaneWindow plane = plane_window(window, in);
+  PlaneWindow plane = given_plane(lowering);
   const PlaneWindow before = plane;
   pad_last_place(plane.x, in.back(), out.back());
   if (in.size() == 3) pad_last_place(plane.y, in[1], out[1]);
@@ -171,18 +179,27 @@ void lower_max_pool(Lowering& lowering) {
 
 void lower_average_pool(Lowering& lowering) {
   bool widened = false;
-  const PlaneWindow plane = pooling_plane(lowering, widened);
+  const PlaneWindow given = given_plane(lowering);
+  PlaneWindow plane = pooling_plane(lowering, widened);
   if (plane.x.dilation != 1 || plane.y.dilation != 1) {
     throw NodeFault{"dilations", "an average of elements that don't touch has no kernel"};
   }
   auto info = std::make_shared<runtime::AvgPool2dInfo>();
-  describe(*info, plane);
   info->count_include_pad = lowering.node().integer("count_include_pad", 0) != 0;
+  size_t in = lowering.planes(0);
   if (widened && info->count_include_pad) {
-    throw NodeFault{"ceil_mode", "a window that reaches beyond counted padding has no kernel"};
+    // Padding counts, and what the window reaches beyond it doesn't: so padding becomes zeros.
+    for (const auto& [axis, window, own] :
+         {std::tuple(size_t{1}, &plane.y, &given.y), std::tuple(size_t{2}, &plane.x, &given.x)}) {
+      const int64_t size = lowering.sizes_of_layer(in)[axis];
+      in = lowering.taken(in, axis, padded_places(size, own->pad_begin, own->pad_end));
+      window->pad_begin = 0;
+      window->pad_end -= own->pad_end;
+    }
+    info->count_include_pad = false;
   }
-  lowering.result(
-      lowering.plan().add(info, "Pooling2D_Avg_Fallback_Float_M1", {lowering.planes(0)}));
+  describe(*info, plane);
+  lowering.result(lowering.plan().add(info, "Pooling2D_Avg_Fallback_Float_M1", {in}));
 }
 
 /// Everything behind the channels in one line.
@@ -209,76 +226,12 @@ void lower_global_max(Lowering& lowering) {
   lowering.result(lowering.plan().add(info, "Pooling2D_Max_Fallback_Float_M1", {in}));
 }
 
-/// Rows times a constant matrix: one row is a full connection, more are a convolution of 1 x 1 over
-/// the rows, which have to be columns for it.
-/// @param weight [out, in]
-size_t rows_times(Lowering& lowering, size_t rows_layer, int64_t rows, const Numbers& weight,
-                  const Numbers* bias) {
-  const int64_t outputs = weight.shape[0];
-  const int64_t inputs = weight.shape[1];
-  if (rows != 1) {
-    throw NodeFault{"inputs", "a product of " + std::to_string(rows) + " rows has no kernel"};
-  }
-  auto info = std::make_shared<runtime::FullConnectionInfo>();
-  info->in_features = narrow_u16(inputs, "features");
-  info->out_features = narrow_u16(outputs, "features");
-  info->weight = blob_of(weight);
-  info->if_bias = bias != nullptr;
-  if (bias != nullptr) info->bias = blob_of(*bias);
-  const size_t vector = lowering.reshaped(rows_layer, {inputs});
-  const size_t layer = lowering.plan().add(info, "FullConnection_Fallback_C_Float_M1", {vector});
-  lowering.plan().layer(layer).products = product(weight.shape);
-  return layer;
-}
-
-Numbers transposed(const Numbers& matrix) {
-  Numbers result(matrix.type, {matrix.shape[1], matrix.shape[0]});
-  for (int64_t r = 0; r < matrix.shape[0]; ++r) {
-    for (int64_t c = 0; c < matrix.shape[1]; ++c) {
-      result.reals()[static_cast<size_t>(c * matrix.shape[0] + r)] =
-          matrix.reals()[static_cast<size_t>(r * matrix.shape[1] + c)];
-    }
-  }
-  return result;
-}
-
-void lower_gemm(Lowering& lowering) {
-  const Node& node = lowering.node();
-  const SharedNumbers given = lowering.required_constant(1);
-  Numbers weight = node.integer("transB", 0) != 0 ? *given : transposed(*given);
-  const double alpha = node.real("alpha", 1);
-  for (double& number : weight.reals()) number *= alpha;
-  const int64_t rows = count_of(lowering.output_sizes()).value_or(0) / weight.shape[0];
-  if (!node.has_input(2)) {
-    return lowering.result(rows_times(lowering, lowering.input(0), rows, weight, nullptr));
-  }
-  const SharedNumbers addend = lowering.required_constant(2);
-  Numbers bias(ElementType::float32, {weight.shape[0]});
-  const double beta = node.real("beta", 1);
-  for (size_t i = 0; i < bias.reals().size(); ++i) {
-    bias.reals()[i] = beta * addend->real(addend->count() == 1 ? 0 : i);
-  }
-  lowering.result(rows_times(lowering, lowering.input(0), rows, weight, &bias));
-}
-
-void lower_matmul(Lowering& lowering) {
-  const SharedNumbers given = lowering.required_constant(1);
-  if (given->shape.size() != 2) {
-    throw NodeFault{"input 1", "only one matrix can stand here, not " + text_of(given->shape)};
-  }
-  const Numbers weight = transposed(*given);
-  const int64_t rows = count_of(lowering.output_sizes()).value_or(0) / weight.shape[0];
-  lowering.result(rows_times(lowering, lowering.input(0), rows, weight, nullptr));
-}
-
 constexpr LoweringRow kRows[] = {
     {"AveragePool", lower_average_pool, "windows of one and two axes without dilation"},
     {"Conv", lower_conv, "windows of one and two axes, constant weights"},
     {"ConvTranspose", lower_conv_transpose, "windows of one and two axes, constant weights"},
-    {"Gemm", lower_gemm, "one row times a constant matrix"},
     {"GlobalAveragePool", lower_global_average},
     {"GlobalMaxPool", lower_global_max},
-    {"MatMul", lower_matmul, "one row times a constant matrix"},
     {"MaxPool", lower_max_pool, "windows of one and two axes, without places"},
 };
 

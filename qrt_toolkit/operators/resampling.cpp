@@ -77,31 +77,23 @@ Target target_of(const Node& node, const Extents& shape, const Numbers* scales,
   return target;
 }
 
-/// One axis of a resize: from where in the input each output is taken.
-struct ResizedAxis {
-  double in;
-  double out;
-  double scale;
-  double roi_start = 0;
-  double roi_end = 1;
-};
-
-double source_of(const std::string& mode, const ResizedAxis& axis, double x) {
+double source_of(const std::string& mode, const ResampledAxis& axis, double x) {
+  const auto in = static_cast<double>(axis.in);
   // Where scales leave a fraction of an element, the corners are those of the whole stretch.
-  const double stretch = axis.scale * axis.in;
+  const double stretch = axis.scale * in;
   if (mode == "half_pixel") return (x + 0.5) / axis.scale - 0.5;
   if (mode == "pytorch_half_pixel") return stretch > 1 ? (x + 0.5) / axis.scale - 0.5 : 0;
   if (mode == "asymmetric") return x / axis.scale;
   if (mode == "tf_half_pixel_for_nn") return (x + 0.5) / axis.scale;
-  if (mode == "align_corners") return stretch > 1 ? x * (axis.in - 1) / (stretch - 1) : 0;
+  if (mode == "align_corners") return stretch > 1 ? x * (in - 1) / (stretch - 1) : 0;
   if (mode == "half_pixel_symmetric") {
-    const double adjusted = axis.out / stretch;
-    return axis.in / 2 * (1 - adjusted) + (x + 0.5) / axis.scale - 0.5;
+    const double adjusted = static_cast<double>(axis.out) / stretch;
+    return in / 2 * (1 - adjusted) + (x + 0.5) / axis.scale - 0.5;
   }
   if (mode == "tf_crop_and_resize") {
-    if (stretch <= 1) return 0.5 * (axis.roi_start + axis.roi_end) * (axis.in - 1);
-    return axis.roi_start * (axis.in - 1) +
-           x * (axis.roi_end - axis.roi_start) * (axis.in - 1) / (stretch - 1);
+    if (stretch <= 1) return 0.5 * (axis.roi_start + axis.roi_end) * (in - 1);
+    return axis.roi_start * (in - 1) +
+           x * (axis.roi_end - axis.roi_start) * (in - 1) / (stretch - 1);
   }
   throw NodeFault{"coordinate_transformation_mode", "\"" + mode + "\" is not known"};
 }
@@ -121,12 +113,13 @@ struct Taps {
   bool outside = false;  ///< the extrapolation value stands in its place
 };
 
-Taps taps_of(const Node& node, const ResizedAxis& axis, int64_t place) {
+Taps taps_of(const Node& node, const ResampledAxis& axis, int64_t place) {
+  const auto last = static_cast<double>(axis.in - 1);
   const std::string mode = node.text("mode", "nearest");
   const std::string transformation = node.text("coordinate_transformation_mode", "half_pixel");
   const double x = source_of(transformation, axis, static_cast<double>(place));
   Taps taps;
-  taps.outside = transformation == "tf_crop_and_resize" && (x < 0 || x > axis.in - 1);
+  taps.outside = transformation == "tf_crop_and_resize" && (x < 0 || x > last);
   if (mode == "nearest") {
     // Scales are rounded numbers; a half of theirs is meant as one.
     const double exact = std::nearbyint(x * 1e6) / 1e6;
@@ -150,7 +143,7 @@ Taps taps_of(const Node& node, const ResizedAxis& axis, int64_t place) {
   double sum = 0;
   for (size_t i = 0; i < taps.weights.size(); ++i) {
     const auto at = static_cast<double>(taps.first) + static_cast<double>(i);
-    if (at < 0 || at > axis.in - 1) taps.weights[i] = 0;
+    if (at < 0 || at > last) taps.weights[i] = 0;
     sum += taps.weights[i];
   }
   for (double& weight : taps.weights) weight /= sum;
@@ -158,21 +151,19 @@ Taps taps_of(const Node& node, const ResizedAxis& axis, int64_t place) {
 }
 
 /// Resamples one axis.
-Numbers resample(const Node& node, const Numbers& x, size_t at, const ResizedAxis& axis,
-                 int64_t size) {
+Numbers resample(const Node& node, const Numbers& x, size_t at, const ResampledAxis& axis) {
   Extents shape = x.shape;
-  const int64_t in = shape[at];
-  shape[at] = size;
+  shape[at] = axis.out;
   Numbers result(x.type, shape);
   int64_t outer = 1;
   int64_t inner = 1;
   for (size_t i = 0; i < at; ++i) outer *= shape[i];
   for (size_t i = at + 1; i < shape.size(); ++i) inner *= shape[i];
   const double beyond = node.real("extrapolation_value", 0);
-  for (int64_t place = 0; place < size; ++place) {
+  for (int64_t place = 0; place < axis.out; ++place) {
     const Taps taps = taps_of(node, axis, place);
     for (int64_t o = 0; o < outer; ++o) {
-      double* to = result.reals().data() + (o * size + place) * inner;
+      double* to = result.reals().data() + (o * axis.out + place) * inner;
       if (taps.outside) {
         std::fill(to, to + inner, beyond);
         continue;
@@ -180,7 +171,7 @@ Numbers resample(const Node& node, const Numbers& x, size_t at, const ResizedAxi
       for (size_t k = 0; k < taps.weights.size(); ++k) {
         const int64_t tap = taps.first + static_cast<int64_t>(k);
         const double* from =
-            x.reals().data() + (o * in + std::clamp<int64_t>(tap, 0, in - 1)) * inner;
+            x.reals().data() + (o * axis.in + std::clamp<int64_t>(tap, 0, axis.in - 1)) * inner;
         for (int64_t i = 0; i < inner; ++i) to[i] += taps.weights[k] * from[i];
       }
     }
@@ -194,22 +185,10 @@ Results resize(const Node& node, const Operands& inputs) {
   }
   const ElementType type = inputs[0].type;
   Numbers x = is_real(type) ? inputs[0] : converted(inputs[0], ElementType::float64);
-  const Target target = target_of(node, x.shape, inputs.has(2) ? &inputs[2] : nullptr,
-                                  inputs.has(3) ? &inputs[3] : nullptr);
-  const std::string transformation = node.text("coordinate_transformation_mode", "half_pixel");
-  const auto axes = resized_axes(node, x.shape.size());
-  for (size_t i = 0; i < axes.size(); ++i) {
-    const size_t at = axes[i];
-    const bool cropped = transformation == "tf_crop_and_resize";
-    if (target.scales[at] == 1 && target.sizes[at] == x.shape[at] && !cropped) continue;
-    if (x.shape[at] == 0) throw NodeFault{"input 0", "nothing can be resized"};
-    ResizedAxis axis{static_cast<double>(x.shape[at]), static_cast<double>(target.sizes[at]),
-                     target.scales[at]};
-    if (inputs.has(1) && inputs[1].count() == static_cast<int64_t>(2 * axes.size())) {
-      axis.roi_start = inputs[1].real(i);
-      axis.roi_end = inputs[1].real(i + axes.size());
-    }
-    x = resample(node, x, at, axis, target.sizes[at]);
+  const auto given = [&](size_t place) { return inputs.has(place) ? &inputs[place] : nullptr; };
+  const auto axes = resampled_axes(node, x.shape, given(1), given(2), given(3));
+  for (size_t at = 0; at < axes.size(); ++at) {
+    if (axes[at].changes) x = resample(node, x, at, axes[at]);
   }
   if (!is_real(type)) return {converted(x, type)};
   return {std::move(x)};
@@ -244,9 +223,52 @@ void infer_resize(ShapeStep& step) {
 
 }  // namespace
 
-int64_t nearest_source(const Node& node, int64_t in, int64_t out, double scale, int64_t place) {
-  const ResizedAxis axis{static_cast<double>(in), static_cast<double>(out), scale};
-  return std::clamp<int64_t>(taps_of(node, axis, place).first, 0, in - 1);
+std::vector<ResampledAxis> resampled_axes(const Node& node, const Extents& shape,
+                                          const Numbers* roi, const Numbers* scales,
+                                          const Numbers* sizes) {
+  const Target target = target_of(node, shape, scales, sizes);
+  const bool cropped =
+      node.text("coordinate_transformation_mode", "half_pixel") == "tf_crop_and_resize";
+  std::vector<ResampledAxis> result;
+  for (const int64_t size : shape) result.push_back({size, size, 1, 0, 1, false});
+  const auto axes = resized_axes(node, shape.size());
+  for (size_t i = 0; i < axes.size(); ++i) {
+    ResampledAxis& axis = result[axes[i]];
+    axis.out = target.sizes[axes[i]];
+    axis.scale = target.scales[axes[i]];
+    axis.changes = cropped || axis.scale != 1 || axis.out != axis.in;
+    if (axis.changes && axis.in == 0) throw NodeFault{"input 0", "nothing can be resized"};
+    if (roi != nullptr && roi->count() == static_cast<int64_t>(2 * axes.size())) {
+      axis.roi_start = roi->real(i);
+      axis.roi_end = roi->real(i + axes.size());
+    }
+    // The whole of an axis at its own size is the axis.
+    const bool whole = axis.roi_start == 0 && axis.roi_end == 1;
+    if (cropped && whole && axis.out == axis.in) axis.changes = false;
+  }
+  return result;
+}
+
+int64_t nearest_source(const Node& node, const ResampledAxis& axis, int64_t place) {
+  const Taps taps = taps_of(node, axis, place);
+  return taps.outside ? -1 : std::clamp<int64_t>(taps.first, 0, axis.in - 1);
+}
+
+Resampling resampling_of(const Node& node, const ResampledAxis& axis) {
+  Resampling map{Numbers(ElementType::float32, {axis.out, axis.in}),
+                 Numbers(ElementType::float32, {axis.out})};
+  for (int64_t place = 0; place < axis.out; ++place) {
+    const Taps taps = taps_of(node, axis, place);
+    if (taps.outside) {
+      map.shift.reals()[static_cast<size_t>(place)] = node.real("extrapolation_value", 0);
+      continue;
+    }
+    for (size_t k = 0; k < taps.weights.size(); ++k) {
+      const int64_t tap = std::clamp<int64_t>(taps.first + static_cast<int64_t>(k), 0, axis.in - 1);
+      map.matrix.reals()[static_cast<size_t>(place * axis.in + tap)] += taps.weights[k];
+    }
+  }
+  return map;
 }
 
 namespace {

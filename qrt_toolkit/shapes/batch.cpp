@@ -33,6 +33,8 @@ bool keeps_axes(const std::string& op) {
   return names.count(op) != 0;
 }
 
+bool is_recurrent(const std::string& op) { return op == "LSTM" || op == "GRU" || op == "RNN"; }
+
 bool is_reduction(const std::string& op) { return op.rfind("Reduce", 0) == 0; }
 
 class BatchAxes {
@@ -70,14 +72,34 @@ class BatchAxes {
   }
 
   void mark_seeds(const Node& node) {
+    if (is_recurrent(node.op)) return mark_recurrent(node);
     if (!node.has_input(0) || !node.has_output(0)) return;
     // Of four axes that are resized, the first two stay as they are: a batch and channels.
     const bool picture = node.op == "Resize" && rank(node.inputs[0]) == 4;
     if (batched_operators().count(node.op) == 0 && !picture) return;
-    if (node.op == "Gemm" && node.integer("transA", 0) != 0) return;
+    // The rows of a matrix may be a sequence: they are a batch where there is one.
+    const bool rows =
+        node.op == "Gemm" && (node.integer("transA", 0) != 0 || size_of(node.inputs[0], 0) > 1);
+    if (rows) return;
     mark(node.inputs[0], 0);
     mark(node.outputs[0], 0);
     if (node.op == "GridSample" && node.has_input(1)) mark(node.inputs[1], 0);
+  }
+
+  int64_t size_of(ValueId id, size_t axis) const {
+    return rank(id) > axis ? (*facts_[static_cast<size_t>(id)].shape)[axis].size : -1;
+  }
+
+  /// A sequence [steps, batch, in], its results [steps, directions, batch, hidden], and states
+  /// [directions, batch, hidden]; or each with the batch first.
+  void mark_recurrent(const Node& node) {
+    const bool first = node.integer("layout", 0) != 0;
+    for (const size_t place : {size_t{0}, size_t{5}, size_t{6}}) {
+      if (node.has_input(place)) mark(node.inputs[place], first ? 0 : 1);
+    }
+    for (size_t i = 0; i < node.outputs.size(); ++i) {
+      if (node.outputs[i] != kAbsent) mark(node.outputs[i], first ? 0 : i == 0 ? 2 : 1);
+    }
   }
 
   /// The axis of `a` is the axis of `b`, whichever is known.
@@ -121,7 +143,10 @@ class BatchAxes {
       for (const ValueId input : node.inputs) tie_same(input, out);
       return;
     }
-    if (node.op == "Shape" || node.op == "Size" || node.op == "Gather" || node.op == "If") return;
+    if (node.op == "Shape" || node.op == "Size" || node.op == "If") return;
+    if (is_recurrent(node.op)) return;
+    if (node.op == "Gather") return carry_gather(node, in, out);
+    if (node.op == "Gemm") return tie(in, node.integer("transA", 0) != 0 ? 1 : 0, out, 0);
     for (const ValueId input : node.inputs) {
       if (input != kAbsent) tie_from_back(input, out);
     }
@@ -143,6 +168,16 @@ class BatchAxes {
     for (size_t i = 0; i < std::min(from->size(), to->size()); ++i) {
       if (!(*from)[i].same_as((*to)[i])) return;
       tie(in, i, out, i);
+    }
+  }
+
+  /// The axis that is taken from is replaced by the axes of the indices.
+  void carry_gather(const Node& node, ValueId in, ValueId out) {
+    if (!node.has_input(1) || rank(in) == 0) return;
+    const size_t axis = axis_from_front(node.integer("axis", 0), rank(in));
+    for (size_t i = 0; i < rank(in); ++i) {
+      if (i == axis) continue;
+      tie(in, i, out, i < axis ? i : i + rank(node.inputs[1]) - 1);
     }
   }
 

@@ -21,8 +21,37 @@ bool take_branches(Graph& graph);
 /// types, Reshape and Transpose that change nothing.
 bool drop_identities(Graph& graph);
 
-/// BatchNormalization behind a convolution or matrix product goes into its weights and bias.
-bool fold_batch_normalizations(Graph& graph);
+/// BatchNormalization, and a constant that is added to, subtracted from, multiplied with or divides
+/// each channel behind a convolution, transposed convolution or matrix product goes into its weights.
+bool fold_scales_behind(Graph& graph);
+
+/// The same in front of one; a shift only where no padding stands beside it.
+bool fold_scales_in_front(Graph& graph);
+
+/// MatMul with a constant matrix and an addition of a row become Gemm.
+bool make_gemms(Graph& graph);
+
+/// Pad with zeros goes into the convolution behind it, or the average that counts it.
+bool fold_paddings(Graph& graph);
+
+/// Clip, Relu, and Max and Min with a number, one behind the other, become one.
+bool join_clips(Graph& graph);
+
+/// Max(x, a x) becomes LeakyRelu.
+bool find_leaky_rectifiers(Graph& graph);
+
+/// x HardSigmoid(x) and x Clip(x + 3, 0, 6) / 6, however written, become HardSwish.
+bool find_hard_swishes(Graph& graph);
+
+/// Clip(x + 3, 0, 6) / 6 becomes HardSigmoid.
+bool find_hard_sigmoids(Graph& graph);
+
+/// Two transpositions, one behind the other, become one.
+bool join_transposes(Graph& graph);
+
+/// Transpositions go behind functions of single numbers, and behind sums and products of tensors
+/// that are transposed alike, until they meet others.
+bool push_transposes_down(Graph& graph);
 
 /// Nodes whose outputs nothing reads.
 bool drop_unused(Graph& graph);

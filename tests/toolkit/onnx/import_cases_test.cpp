@@ -2,10 +2,8 @@
 
 #include <iostream>
 
+#include "network_run.h"
 #include "onnx_cases.h"
-#include "qrt_core/qrt_core.h"
-#include "qrt_core/runtime/model/inference_config.h"
-#include "qrt_toolkit/evaluate/evaluate.h"
 #include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/read.h"
 
@@ -29,11 +27,6 @@ GivenTensor given_of(const Numbers& numbers) {
 }
 
 /// The tensors of a data set with the names of the graph's inputs.
-struct NamedInput {
-  std::string name;
-  Numbers numbers;
-};
-
 std::vector<NamedInput> inputs_of(const Graph& graph, const DataSet& data) {
   std::vector<NamedInput> inputs;
   for (size_t i = 0; i < data.inputs.size(); ++i) {
@@ -41,51 +34,6 @@ std::vector<NamedInput> inputs_of(const Graph& graph, const DataSet& data) {
         {graph.value(graph.inputs.at(i)).name, read_onnx_tensor(data.inputs[i]).numbers()});
   }
   return inputs;
-}
-
-/// Runs an imported network on the inputs that it has.
-std::vector<Numbers> run_network(const ImportedModel& imported,
-                                 const std::vector<NamedInput>& inputs) {
-  runtime::KernelRegistry kernels;
-  runtime::InferenceParamRegistry params;
-  std::shared_ptr<runtime::Context> context;
-  utility::init_register_operators(kernels, params);
-  utility::create_context(context, 64);
-  const std::string& id = imported.report.network;
-  const auto& info = imported.model.model_arr->infos.at(id);
-  const auto net =
-      runtime::CreateNet(info, imported.model.config_arr->cfgs.at(id)->cpu_sse, kernels, context);
-  std::unordered_map<unsigned, std::shared_ptr<runtime::Tensor>> tensors;
-  for (const NamedInput& input : inputs) {
-    const auto place = net->input_map.find(input.name);
-    if (place == net->input_map.end()) continue;
-    std::vector<uint32_t> dims;
-    for (const ImportedTensor& tensor : imported.report.inputs) {
-      if (tensor.name == input.name) dims = tensor.shape;
-    }
-    const auto layout = dims.size() == 3   ? runtime::LayoutType::CHW
-                        : dims.size() == 1 ? runtime::LayoutType::C
-                                           : runtime::LayoutType::FLEXIABLE;
-    std::vector<float> floats(input.numbers.reals().begin(), input.numbers.reals().end());
-    tensors[place->second] = context->cpu->CreateTensor(
-        runtime::TensorShape(dims, runtime::DataType::FLOAT32, layout), floats.data());
-  }
-  std::vector<unsigned> outputs;
-  for (const std::string& name : info->squential_output_ids) {
-    const auto at = std::find(info->squential_ids.begin(), info->squential_ids.end(), name);
-    outputs.push_back(static_cast<unsigned>(at - info->squential_ids.begin()));
-  }
-  auto results = net->Forward(tensors, outputs, context, nullptr, nullptr);
-  std::vector<Numbers> numbers;
-  for (const unsigned output : outputs) {
-    const auto tensor = std::dynamic_pointer_cast<runtime::TensorCPU>(results.at(output).at(0));
-    const auto* floats = static_cast<const float*>(tensor->RawPointer());
-    Numbers result(ElementType::float32,
-                   Extents(tensor->shape.dims.begin(), tensor->shape.dims.end()));
-    std::copy_n(floats, result.reals().size(), result.reals().begin());
-    numbers.push_back(std::move(result));
-  }
-  return numbers;
 }
 
 /// Imports with integers as constants; where that is refused, with all inputs but the first.
@@ -119,7 +67,7 @@ std::string run(const OnnxCase& one) {
   const OnnxModel model = read_onnx(one.model);
   for (const DataSet& data : one.data) {
     const std::vector<NamedInput> inputs = inputs_of(model.graph, data);
-    const std::vector<Numbers> results = run_network(import_case(one, inputs), inputs);
+    const std::vector<Numbers> results = run_network(import_case(one, inputs), {inputs}).at(0);
     if (results.size() != data.outputs.size()) return "another number of outputs";
     for (size_t i = 0; i < results.size(); ++i) {
       Constant published = read_onnx_tensor(data.outputs[i]);

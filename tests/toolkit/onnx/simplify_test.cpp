@@ -118,7 +118,7 @@ TEST(DropIdentities, KeepsCastsThatChangeNumbers) {
   EXPECT_FALSE(drop_identities(graph));
 }
 
-TEST(FoldBatchNormalizations, GoIntoTheConvolutionInFront) {
+TEST(FoldScalesBehind, GoIntoTheConvolutionInFront) {
   const OnnxModel model = model_of(R"(g (float[1,1,3,3] x) => (float[1,2,2,2] y)
       <float[2,1,2,2] w = {1, 2, 3, 4, -1, 0, 2, 1}, float[2] b = {1, -1}, float[2] s = {2, 0.5},
        float[2] o = {0.5, 1}, float[2] m = {0.1, 0.2}, float[2] v = {4, 0.25}> {
@@ -126,12 +126,12 @@ TEST(FoldBatchNormalizations, GoIntoTheConvolutionInFront) {
     y = BatchNormalization(c, s, o, m, v)
   })");
   Graph graph = model.graph;
-  EXPECT_TRUE(fold_batch_normalizations(graph));
+  EXPECT_TRUE(fold_scales_behind(graph));
   EXPECT_THAT(operators_of(graph), ElementsAre("Conv"));
   expect_same(model.graph, graph, {random_numbers({1, 1, 3, 3})});
 }
 
-TEST(FoldBatchNormalizations, GoIntoTransposedConvolutionsWithGroups) {
+TEST(FoldScalesBehind, GoIntoTransposedConvolutionsWithGroups) {
   const OnnxModel model = model_of(R"(g (float[1,4,2,2] x) => (float[1,4,3,3] y)
       <float[4,2,2,2] w = {1, 2, 3, 4, -1, 0, 2, 1, 2, 2, 1, 0, 3, 1, 1, 1, 0, 2, 1, 4, -1, 5, 2, 1,
                            1, 1, 3, 4, -1, 0, 0, 1},
@@ -141,12 +141,12 @@ TEST(FoldBatchNormalizations, GoIntoTransposedConvolutionsWithGroups) {
     y = BatchNormalization(c, s, o, m, v)
   })");
   Graph graph = model.graph;
-  EXPECT_TRUE(fold_batch_normalizations(graph));
+  EXPECT_TRUE(fold_scales_behind(graph));
   EXPECT_THAT(operators_of(graph), ElementsAre("ConvTranspose"));
   expect_same(model.graph, graph, {random_numbers({1, 4, 2, 2})});
 }
 
-TEST(FoldBatchNormalizations, LeaveAConvolutionThatIsReadTwice) {
+TEST(FoldScalesBehind, LeaveAConvolutionThatIsReadTwice) {
   Graph graph = model_of(R"(g (float[1,1,3,3] x) => (float[1,1,3,3] y, float[1,1,3,3] z)
       <float[1,1,1,1] w = {2}, float[1] s = {2}> {
     c = Conv(x, w)
@@ -154,7 +154,7 @@ TEST(FoldBatchNormalizations, LeaveAConvolutionThatIsReadTwice) {
     z = Relu(c)
   })")
                     .graph;
-  EXPECT_FALSE(fold_batch_normalizations(graph));
+  EXPECT_FALSE(fold_scales_behind(graph));
 }
 
 TEST(Simplify, RunsToAFixedPointAndDropsWhatNothingReads) {

@@ -1,0 +1,236 @@
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_toolkit/lower/groups.h"
+
+// LSTM, GRU and RNN over a sequence. The kernels know one sequence at a time and keep their state
+// from pass to pass; their gates stand in another order.
+
+namespace marlo::toolkit {
+namespace {
+
+/// What differs between the three. Inputs are X, W, R, B, lengths, h, c, peepholes.
+struct Network {
+  const char* kernel;
+  std::vector<size_t> gates;  ///< the operator's gate for each of the kernel's
+  std::vector<const char*> functions;
+};
+
+Network network_of(const runtime::LSTMInfo&) {
+  return {"LSTM_Fallback_SC_F32_M1", {0, 2, 3, 1}, {"Sigmoid", "Tanh", "Tanh"}};
+}
+Network network_of(const runtime::GRUInfo&) {
+  return {"GRU_Fallback_SC_F32_M1", {1, 0, 2}, {"Sigmoid", "Tanh"}};
+}
+Network network_of(const runtime::RNNInfo&) { return {"RNN_Fallback_SC_F32_M1", {0}, {"Tanh"}}; }
+
+/// The activations that the node asks for, one for each function of each direction.
+std::vector<std::string> activations_of(const Node& node) {
+  const auto place = node.attributes.find("activations");
+  if (place == node.attributes.end()) return {};
+  const auto* names = std::get_if<std::vector<std::string>>(&place->second);
+  return names == nullptr ? std::vector<std::string>() : *names;
+}
+
+void require_functions(const Node& node, const Network& network) {
+  const auto names = activations_of(node);
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (names[i] == network.functions[i % network.functions.size()]) continue;
+    throw NodeFault{"activations", names[i] + " in this place has no kernel"};
+  }
+}
+
+void set_functions(const Node& node, runtime::LSTMInfo& info) {
+  if (node.integer("input_forget", 0) != 0) {
+    throw NodeFault{"input_forget", "coupled gates have no kernel"};
+  }
+  require_functions(node, network_of(info));
+}
+
+void set_functions(const Node& node, runtime::GRUInfo& info) {
+  if (node.integer("linear_before_reset", 0) == 0) {
+    throw NodeFault{"linear_before_reset", "a reset in front of the product has no kernel",
+                    "export the layer with its reset behind the product (reset_after)"};
+  }
+  require_functions(node, network_of(info));
+}
+
+void set_functions(const Node& node, runtime::RNNInfo& info) {
+  constexpr uint16_t kRectifier = 2;
+  constexpr uint16_t kTanh = 5;
+  const auto names = activations_of(node);
+  const bool rectified = !names.empty() && names[0] == "Relu";
+  info.activation_type = rectified ? kRectifier : kTanh;
+  for (const std::string& name : names) {
+    if (name == (rectified ? "Relu" : "Tanh")) continue;
+    throw NodeFault{"activations", name + " in this place has no kernel"};
+  }
+}
+
+/// The rows of one direction in the kernel's order of gates.
+/// @param numbers [directions, parts * gates * hidden, columns]
+Numbers ordered(const Numbers& numbers, const std::vector<size_t>& gates, size_t direction,
+                size_t hidden, size_t part = 0, size_t parts = 1) {
+  const size_t columns = numbers.shape.size() == 3 ? static_cast<size_t>(numbers.shape[2]) : 1;
+  const size_t gate = hidden * columns;
+  const auto first = static_cast<std::ptrdiff_t>((direction * parts + part) * gates.size() * gate);
+  Numbers result(ElementType::float32, {static_cast<int64_t>(gates.size() * gate)});
+  auto to = result.reals().begin();
+  for (const size_t from : gates) {
+    to = std::copy_n(numbers.reals().begin() + first + static_cast<std::ptrdiff_t>(from * gate),
+                     gate, to);
+  }
+  return result;
+}
+
+/// The weights of one direction of the kernel.
+struct Direction {
+  std::vector<runtime::WeightBlob>& weight_ih;
+  std::vector<runtime::WeightBlob>& weight_hh;
+  std::vector<runtime::WeightBlob>& bias_ih;
+  std::vector<runtime::WeightBlob>& bias_hh;
+};
+
+Direction direction_of(runtime::RecurrentSequenceWeights& w, bool reverse) {
+  if (reverse) {
+    return {w.weight_ih_reverse, w.weight_hh_reverse, w.bias_ih_reverse, w.bias_hh_reverse};
+  }
+  return {w.weight_ih_forward, w.weight_hh_forward, w.bias_ih_forward, w.bias_hh_forward};
+}
+
+/// The sizes of a node.
+struct Sizes {
+  bool reverse_only;
+  size_t directions;  ///< of the node
+  int64_t steps;
+  int64_t in;
+  int64_t hidden;
+};
+
+Sizes sizes_of(const Lowering& lowering) {
+  const Extents x = lowering.input_sizes(0);
+  if (x.size() != 2) {
+    throw NodeFault{"input 0", "expected one sequence, found " + text_of(x),
+                    "give the network's inputs a batch of 1"};
+  }
+  const std::string direction = lowering.node().text("direction", "forward");
+  const Extents& r = lowering.required_constant(2)->shape;
+  return {direction == "reverse", direction == "bidirectional" ? size_t{2} : size_t{1}, x[0], x[1],
+          r.at(2)};
+}
+
+template <class Info>
+void set_weights(const Lowering& lowering, const Sizes& sizes, Info& info) {
+  const SharedNumbers w = lowering.required_constant(1);
+  const SharedNumbers r = lowering.required_constant(2);
+  const bool has_bias = lowering.node().has_input(3);
+  const SharedNumbers b = has_bias ? lowering.required_constant(3) : nullptr;
+  const auto gates = network_of(info).gates;
+  const auto hidden = static_cast<size_t>(sizes.hidden);
+  info.in_size = narrow_u16(sizes.in, "input size");
+  info.hidden_size = narrow_u16(sizes.hidden, "hidden_size");
+  info.if_bias = has_bias;
+  info.num_layers = 1;
+  info.bidirectional = sizes.directions == 2 || sizes.reverse_only;
+  const auto add = [&](bool reverse, size_t from, bool zeros) {
+    const auto number = [&](Numbers numbers) {
+      if (zeros) std::fill(numbers.reals().begin(), numbers.reals().end(), 0.0);
+      return blob_of(numbers);
+    };
+    const Direction to = direction_of(info, reverse);
+    to.weight_ih.push_back(number(ordered(*w, gates, from, hidden)));
+    to.weight_hh.push_back(number(ordered(*r, gates, from, hidden)));
+    if (!has_bias) return;
+    to.bias_ih.push_back(number(ordered(*b, gates, from, hidden, 0, 2)));
+    to.bias_hh.push_back(number(ordered(*b, gates, from, hidden, 1, 2)));
+  };
+  // There is no kernel that runs backwards only: its forward half is of zeros, and left out.
+  add(false, 0, sizes.reverse_only);
+  if (info.bidirectional) add(true, sizes.directions - 1, false);
+}
+
+/// Refuses what the kernels don't know: lengths, peepholes, and states that aren't zero or kept.
+void check_inputs(Lowering& lowering, const Sizes& sizes) {
+  const Node& node = lowering.node();
+  if (node.has("clip")) throw NodeFault{"clip", "bounded gates have no kernel"};
+  if (node.has_input(4) && lowering.required_constant(4)->integer(0) != sizes.steps) {
+    throw NodeFault{"input 4", "a sequence shorter than its tensor has no kernel"};
+  }
+  for (const size_t place : {size_t{5}, size_t{6}}) {
+    if (!node.has_input(place)) continue;
+    const SharedNumbers state = lowering.constant(place);
+    const std::string what = "input " + std::to_string(place);
+    if (state == nullptr) {
+      throw NodeFault{what, "an initial state that is computed has no kernel",
+                      "let it be an input, and the last state an output, or set it to zeros"};
+    }
+    const auto& numbers = state->reals();
+    if (std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
+      throw NodeFault{what, "a constant initial state other than zero has no kernel"};
+    }
+  }
+  if (node.has_input(7)) {
+    const auto& numbers = lowering.required_constant(7)->reals();
+    if (std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
+      throw NodeFault{"input 7", "peepholes have no kernel"};
+    }
+  }
+}
+
+/// The last hidden state of each direction: of the one backwards it is in the first row.
+size_t last_states(Lowering& lowering, size_t rows, const Sizes& sizes) {
+  const auto row = [&](bool reverse) {
+    const int64_t first = reverse ? 0 : sizes.steps - 1;
+    const int64_t column = reverse && sizes.directions == 2 ? sizes.hidden : 0;
+    return lowering.reshaped(lowering.sliced(rows, {{first, 1, 1}, {column, sizes.hidden, 1}}),
+                             {1, sizes.hidden});
+  };
+  if (sizes.directions == 1) return row(sizes.reverse_only);
+  return lowering.joined({row(false), row(true)}, 0);
+}
+
+template <class Info>
+void lower_recurrent(Lowering& lowering) {
+  const Node& node = lowering.node();
+  const Sizes sizes = sizes_of(lowering);
+  check_inputs(lowering, sizes);
+  if (lowering.is_read(2)) {
+    throw NodeFault{"output 2", "the last cell state has no kernel",
+                    "cut it off, or let it and the initial state be output and input"};
+  }
+  auto info = std::make_shared<Info>();
+  set_functions(node, *info);
+  set_weights(lowering, sizes, *info);
+  const char* kernel = network_of(*info).kernel;
+  const uint64_t gates = network_of(*info).gates.size();
+  const uint64_t directions = info->bidirectional ? 2 : 1;
+  size_t rows = lowering.plan().add(
+      std::move(info), kernel, {lowering.reshaped(lowering.input(0), {sizes.steps, sizes.in})});
+  lowering.plan().layer(rows).products =
+      directions * gates *
+      static_cast<uint64_t>(sizes.steps * sizes.hidden * (sizes.in + sizes.hidden));
+  if (sizes.reverse_only) {
+    rows = lowering.sliced(rows, {{0, sizes.steps, 1}, {sizes.hidden, sizes.hidden, 1}});
+    rows = lowering.reshaped(rows, {sizes.steps, sizes.hidden});
+  }
+  // With the batch first, or one direction, the axis of directions stands between others of any
+  // size, and a batch is none.
+  lowering.result(rows);
+  if (lowering.is_read(1)) lowering.result(last_states(lowering, rows, sizes), 1);
+  lowering.state_note();
+}
+
+constexpr LoweringRow kRows[] = {
+    {"GRU", lower_recurrent<runtime::GRUInfo>, "linear_before_reset; states that are zero or kept"},
+    {"LSTM", lower_recurrent<runtime::LSTMInfo>, "no peepholes; states that are zero or kept"},
+    {"RNN", lower_recurrent<runtime::RNNInfo>, "Tanh and Relu; states that are zero or kept"},
+};
+
+}  // namespace
+
+std::span<const LoweringRow> recurrent_lowerings() { return kRows; }
+
+}  // namespace marlo::toolkit

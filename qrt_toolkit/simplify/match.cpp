@@ -1,0 +1,61 @@
+#include "qrt_toolkit/simplify/match.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace marlo::toolkit {
+
+const Constant* constant_input(const Graph& graph, const Node& node, size_t place) {
+  if (!node.has_input(place)) return nullptr;
+  const auto& constant = graph.value(node.inputs[place]).constant;
+  return constant ? &*constant : nullptr;
+}
+
+std::optional<double> number_input(const Graph& graph, const Node& node, size_t place) {
+  const Constant* constant = constant_input(graph, node, place);
+  if (constant == nullptr || count_of(constant->shape) != 1) return std::nullopt;
+  return constant->numbers().real(0);
+}
+
+NodeId source_of(const Graph& graph, const Node& node, size_t place) {
+  return node.has_input(place) ? graph.value(node.inputs[place]).producer : kAbsent;
+}
+
+NodeId only_source(const Graph& graph, const Node& node, size_t place) {
+  if (!node.has_input(place)) return kAbsent;
+  const ValueId id = node.inputs[place];
+  const Value& value = graph.value(id);
+  const bool is_output =
+      std::find(graph.outputs.begin(), graph.outputs.end(), id) != graph.outputs.end();
+  return value.readers.size() == 1 && !is_output ? value.producer : kAbsent;
+}
+
+std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& node) {
+  if (node.inputs.size() != 2) return std::nullopt;
+  for (const size_t place : {size_t{0}, size_t{1}}) {
+    const bool constant = constant_input(graph, node, 1 - place) != nullptr;
+    if (constant && node.has_input(place) && constant_input(graph, node, place) == nullptr) {
+      return place;
+    }
+  }
+  return std::nullopt;
+}
+
+NodeId replace_output(Graph& graph, ValueId out, Node node) {
+  const Value old = graph.value(out);
+  const ValueId made = graph.add_value(old.name, old.type, old.shape);
+  graph.value(out).name.clear();
+  node.outputs = {made};
+  const NodeId id = graph.add_node(std::move(node));
+  graph.replace(out, made);
+  return id;
+}
+
+void merge_into_source(Graph& graph, NodeId node, ValueId in) {
+  const ValueId out = graph.node(node).outputs[0];
+  if (graph.value(in).producer != kAbsent) graph.value(in).name = graph.value(out).name;
+  graph.remove_node(node);
+  graph.replace(out, in);
+}
+
+}  // namespace marlo::toolkit

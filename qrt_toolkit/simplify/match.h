@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "qrt_toolkit/graph/graph.h"
+
+// What the rules ask of a graph.
+
+namespace marlo::toolkit {
+
+/// A constant input; null for another, or none.
+const Constant* constant_input(const Graph& graph, const Node& node, size_t place);
+
+/// The number of an input that is a constant of one element.
+std::optional<double> number_input(const Graph& graph, const Node& node, size_t place);
+
+/// The node that makes an input, whoever else reads it; `kAbsent` where none does.
+NodeId source_of(const Graph& graph, const Node& node, size_t place);
+
+/// The node that makes an input, if nothing else sees what it makes.
+NodeId only_source(const Graph& graph, const Node& node, size_t place);
+
+/// Of a node with two inputs, the place of the one that is no constant, if the other is.
+std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& node);
+
+/// Puts a node of one input and output in the place of what makes `out`, which keeps its name.
+/// What made it stays, unread by anything that read `out`.
+NodeId replace_output(Graph& graph, ValueId out, Node node);
+
+/// Takes a node away whose first output is to be `in`, and gives `in` the output's name where `in`
+/// is no input of the graph.
+void merge_into_source(Graph& graph, NodeId node, ValueId in);
+
+}  // namespace marlo::toolkit

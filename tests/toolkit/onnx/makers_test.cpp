@@ -1,0 +1,399 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "model_text.h"
+#include "network_run.h"
+#include "onnx_cases.h"
+#include "qrt_core/runtime/model/inference_config.h"
+#include "qrt_toolkit/evaluate/evaluate.h"
+#include "tests/support/temporary_folder.h"
+
+// Networks as exporters of several makers write them: each is imported, run, and compared with the
+// plain definitions of its operators.
+
+namespace marlo::toolkit::test {
+namespace {
+
+using marlo::test::TemporaryFolder;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using Shapes = std::map<std::string, std::vector<int64_t>>;
+
+ImportedModel imported(const std::string& graph, int opset, const Shapes& shapes) {
+  const TemporaryFolder folder;
+  write_model(folder.file("net.onnx"), graph, opset);
+  ImportOptions options;
+  options.shapes = shapes;
+  return import_onnx(folder.file("net.onnx"), options);
+}
+
+std::vector<NamedInput> random_inputs(const Shapes& shapes) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> any(-2, 2);
+  std::vector<NamedInput> inputs;
+  for (const auto& [name, shape] : shapes) {
+    Numbers numbers(ElementType::float32, shape);
+    for (double& number : numbers.reals()) number = static_cast<float>(any(random));
+    inputs.push_back({name, numbers});
+  }
+  return inputs;
+}
+
+/// What the graph's definition gives.
+std::vector<Numbers> expected_outputs(const std::string& graph, int opset,
+                                      const std::vector<NamedInput>& inputs) {
+  const OnnxModel model = model_of(graph, opset);
+  std::vector<SharedNumbers> numbers;
+  for (const ValueId id : model.graph.inputs) {
+    for (const NamedInput& input : inputs) {
+      if (input.name != model.graph.value(id).name) continue;
+      numbers.push_back(std::make_shared<const Numbers>(input.numbers));
+    }
+  }
+  std::vector<Numbers> outputs;
+  for (const SharedNumbers& output : evaluate_graph(model.graph, numbers))
+    outputs.push_back(*output);
+  return outputs;
+}
+
+/// Imports, runs and compares. @return the kernels' layers by class
+ImportedModel expect_agreement(const std::string& graph, int opset, const Shapes& shapes) {
+  ImportedModel model = imported(graph, opset, shapes);
+  const auto inputs = random_inputs(shapes);
+  const auto results = run_network(model, {inputs}).at(0);
+  const auto expected = expected_outputs(graph, opset, inputs);
+  EXPECT_EQ(results.size(), expected.size());
+  for (size_t i = 0; i < results.size() && i < expected.size(); ++i) {
+    Numbers with_batch = results[i];
+    EXPECT_EQ(with_batch.count(), expected[i].count());
+    with_batch.shape = expected[i].shape;
+    EXPECT_EQ(difference(with_batch, expected[i]), "");
+  }
+  return model;
+}
+
+std::vector<std::string> kernels_of(const ImportedModel& model) {
+  std::vector<std::string> names;
+  const auto& config = *model.model.config_arr->cfgs.at("net")->cpu_sse;
+  for (const std::string& id : config.squential_ids) {
+    names.push_back(config.layer_cfgs.at(id)->kernel->kernel_type);
+  }
+  return names;
+}
+
+size_t count_of_kernel(const ImportedModel& model, const std::string& part) {
+  const auto names = kernels_of(model);
+  return static_cast<size_t>(
+      std::count_if(names.begin(), names.end(),
+                    [&](const std::string& name) { return name.find(part) != std::string::npos; }));
+}
+
+TEST(Makers, FlattenWrittenAsShapeArithmeticWithOpenSizes) {
+  expect_agreement(R"(g (float[n,2,h,w] x) => (float[n,k] y)
+      <float[3,8] m = {1, 2, 3, 4, 5, 6, 7, 8, 1, 0, 1, 0, 1, 0, 1, 0, 2, 2, 2, 2, 1, 1, 1, 1}> {
+    p = MaxPool<kernel_shape=[2, 2], strides=[2, 2]>(x)
+    s = Shape(p)
+    c = Cast<to=6>(s)
+    z = Constant<value_ints=[0]>()
+    e = Constant<value_ints=[1]>()
+    b = Slice(c, z, e, z)
+    bl = Cast<to=7>(b)
+    r = Constant<value_ints=[-1]>()
+    t = Concat<axis=0>(bl, r)
+    f = Reshape(p, t)
+    y = Gemm<transB=1>(f, m)
+  })",
+                   13, {{"x", {1, 2, 4, 4}}});
+}
+
+TEST(Makers, UpsampledToTheSizeOfAnotherTensor) {
+  expect_agreement(R"(g (float[n,2,h,w] x) => (float[n,2,h2,w2] y) {
+    p = AveragePool<kernel_shape=[2, 2], strides=[2, 2]>(x)
+    s = Shape(x)
+    t = Constant<value_ints=[2]>()
+    f = Constant<value_ints=[4]>()
+    hw = Slice(s, t, f)
+    q = Shape(p)
+    z = Constant<value_ints=[0]>()
+    nc = Slice(q, z, t)
+    sizes = Concat<axis=0>(nc, hw)
+    u = Resize<mode="linear", coordinate_transformation_mode="pytorch_half_pixel">(p, , , sizes)
+    y = Add(u, x)
+  })",
+                   13, {{"x", {1, 2, 6, 10}}});
+}
+
+TEST(Makers, UpsampledByScalesOfAnOldOperatorSet) {
+  for (const char* mode : {"nearest", "linear"}) {
+    expect_agreement(std::string(R"(g (float[1,2,3,4] x) => (float[1,2,6,8] y)
+        <float[4] s = {1, 1, 2, 2}> {
+      y = Upsample<mode=")") +
+                         mode + "\">(x, s) }",
+                     9, {{"x", {1, 2, 3, 4}}});
+  }
+}
+
+TEST(Makers, EveryWayToResize) {
+  for (const char* places : {"half_pixel", "pytorch_half_pixel", "asymmetric", "align_corners"}) {
+    for (const char* mode : {"nearest", "linear", "cubic"}) {
+      for (const char* sizes : {"{1, 2, 7, 5}", "{1, 2, 2, 8}", "{1, 2, 1, 3}"}) {
+        expect_agreement(std::string("g (float[1,2,3,4] x) => (float[1,2,h,w] y) <int64[4] s = ") +
+                             sizes + "> { y = Resize<mode=\"" + mode +
+                             "\", coordinate_transformation_mode=\"" + places + "\">(x, , , s) }",
+                         13, {{"x", {1, 2, 3, 4}}});
+      }
+    }
+  }
+}
+
+TEST(Makers, HardSigmoidOfItsDefaultsAndBatchNormalizationAlone) {
+  const ImportedModel model = expect_agreement(R"(g (float[1,2,3,3] x) => (float[1,2,3,3] y)
+      <float[2] s = {2, 0.5}, float[2] b = {0.5, 1}, float[2] m = {0.1, 0.2}, float[2] v = {4, 0.25}> {
+    n = BatchNormalization(x, s, b, m, v)
+    y = HardSigmoid(n)
+  })",
+                                               11, {{"x", {1, 2, 3, 3}}});
+  EXPECT_EQ(count_of_kernel(model, "HSigmoid"), 0u);
+}
+
+TEST(Makers, LeakyRectifierWrittenAsMaximum) {
+  const ImportedModel model = expect_agreement(R"(g (float[1,2,3,3] x) => (float[1,2,3,3] y)
+      <float a = {0.125}> {
+    s = Mul(x, a)
+    y = Max(x, s)
+  })",
+                                               12, {{"x", {1, 2, 3, 3}}});
+  EXPECT_EQ(count_of_kernel(model, "Leaky"), 1u);
+  expect_agreement(R"(g (float[1,2,3,3] x) => (float[1,2,3,3] y)
+      <float a = {0.1}> {
+    s = Mul(a, x)
+    y = Max(s, x)
+  })",
+                   12, {{"x", {1, 2, 3, 3}}});
+}
+
+TEST(Makers, PicturesWithChannelsLast) {
+  const ImportedModel model = expect_agreement(R"(g (float[1,6,6,2] x) => (float[1,3,3,3] y)
+      <float[3,2,1,1] w = {1, 2, 3, -1, 0.5, 2}, float[3] b = {1, 0, -1}, float six = {6},
+       float zero = {0}> {
+    t = Transpose<perm=[0, 3, 1, 2]>(x)
+    c = Conv<strides=[2, 2]>(t, w, b)
+    u = Transpose<perm=[0, 2, 3, 1]>(c)
+    h = Max(u, zero)
+    r = Min(h, six)
+    v = Transpose<perm=[0, 3, 1, 2]>(r)
+    p = MaxPool<kernel_shape=[3, 3], pads=[1, 1, 1, 1]>(v)
+    y = Transpose<perm=[0, 2, 3, 1]>(p)
+  })",
+                                               11, {{"x", {1, 6, 6, 2}}});
+  EXPECT_EQ(count_of_kernel(model, "Permute"), 2u);
+  EXPECT_EQ(count_of_kernel(model, "ReLU6"), 1u);
+}
+
+TEST(Makers, TransposedConvolutionAsAHead) {
+  expect_agreement(R"(g (float[1,2,3,4] x) => (float[1,2,6,8] y)
+      <float[2,2,3,3] w = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 0, 1, 0, 1, 0, 1, 0, 1,
+                           2, 0, 2, 0, 2, 0, 2, 0, 2, 9, 8, 7, 6, 5, 4, 3, 2, 1}, float[2] b = {1, -1}> {
+    y = ConvTranspose<strides=[2, 2], pads=[1, 1, 1, 1], output_padding=[1, 1]>(x, w, b)
+  })",
+                   11, {{"x", {1, 2, 3, 4}}});
+}
+
+TEST(Makers, RowsTimesAMatrix) {
+  expect_agreement(R"(g (float[1,3,4] x) => (float[1,3,2] y)
+      <float[4,2] m = {1, 2, 3, 4, 5, 6, 7, 8}, float[2] b = {1, -1}> {
+    p = MatMul(x, m)
+    y = Add(p, b)
+  })",
+                   13, {{"x", {1, 3, 4}}});
+  expect_agreement(R"(g (float[3,4] x) => (float[3,2] y)
+      <float[2,4] m = {1, 2, 3, 4, 5, 6, 7, 8}, float[3,2] b = {1, -1, 2, 3, 4, 5}> {
+    y = Gemm<transB=1, alpha=0.5, beta=2.0>(x, m, b)
+  })",
+                   13, {{"x", {3, 4}}});
+  expect_agreement(R"(g (float[4,3] x) => (float[2,3] y) <float[2,4] m = {1, 2, 3, 4, 5, 6, 7, 8}> {
+    y = MatMul(m, x)
+  })",
+                   13, {{"x", {4, 3}}});
+}
+
+TEST(Makers, PaddingOfEveryMode) {
+  for (const char* mode : {"constant", "edge", "reflect"}) {
+    expect_agreement(std::string(R"(g (float[1,2,4,5] x) => (float[1,c,h,w] y)
+        <int64[8] p = {0, 0, 2, 1, 0, 1, 1, -1}, float v = {1.5}> {
+      y = Pad<mode=")") + mode +
+                         "\">(x, p, v) }",
+                     13, {{"x", {1, 2, 4, 5}}});
+  }
+}
+
+TEST(Makers, PartsInAnyOrder) {
+  expect_agreement(R"(g (float[2,3,4,5] x) => (float[a,b,c,d] y, float[e,f,g,h] z, float[i,j,k,l] v)
+      <int64[4] i = {3, 0, -1, 0}, int64[1] first = {4}, int64[1] last = {-9}, int64[1] axis = {3},
+       int64[1] step = {-2}, int64[4] times = {1, 2, 1, 3}> {
+    y = Gather<axis=2>(x, i)
+    z = Slice(x, first, last, axis, step)
+    v = Tile(x, times)
+  })",
+                   13, {{"x", {2, 3, 4, 5}}});
+}
+
+TEST(Makers, ConstantsAmongTensors) {
+  expect_agreement(R"(g (float[1,2,3] x) => (float[1,3,3] y)
+      <float[1,1,3] token = {7, 8, 9}, float[1,3,3] places = {1, 2, 3, 4, 5, 6, 7, 8, 9}> {
+    t = Concat<axis=1>(token, x)
+    y = Add(t, places)
+  })",
+                   13, {{"x", {1, 2, 3}}});
+}
+
+const std::string kLstmWeights = R"(float[1,8,3] w = {0.5, -0.25, 0.125, 1, 0, -1, 0.75, 0.5, -0.5,
+       0.1, 0.2, 0.3, -0.3, -0.2, -0.1, 1, 1, 1, 0.25, 0, 0.5, -1, 0.5, 0.25},
+     float[1,8,2] r = {0.5, 0.25, -0.5, 1, 0.125, 0, 0.3, -0.3, 1, -1, 0.2, 0.4, 0, 0.5, -0.25, 0.75},
+     float[1,16] b = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, -0.1, -0.2, -0.3, -0.4, 0, 0, 0.1, 0.1})";
+
+TEST(Makers, ARecurrentLayerBehindItsTransposes) {
+  const ImportedModel model = expect_agreement(
+      "g (float[1,5,3] x) => (float[1,5,2] y, float[1,1,2] h) <" + kLstmWeights + R"(> {
+    t = Transpose<perm=[1, 0, 2]>(x)
+    a, h = LSTM<hidden_size=2>(t, w, r, b)
+    one = Constant<value_ints=[1]>()
+    s = Squeeze(a, one)
+    y = Transpose<perm=[1, 0, 2]>(s)
+  })",
+      13, {{"x", {1, 5, 3}}});
+  EXPECT_EQ(count_of_kernel(model, "LSTM"), 1u);
+  EXPECT_THAT(model.report.notes, ElementsAre(HasSubstr("ResetState")));
+}
+
+TEST(Makers, ARecurrentLayerBackwards) {
+  for (const char* op : {"RNN", "LSTM"}) {
+    const bool lstm = std::string(op) == "LSTM";
+    const std::string graph = "g (float[4,1,3] x) => (float[4,1,1,2] y, float[1,1,2] h) <" +
+                              (lstm ? kLstmWeights
+                                    : "float[1,2,3] w = {0.5, -0.25, 0.125, 1, 0, -1}, "
+                                      "float[1,2,2] r = {0.5, 0.25, -0.5, 1},"
+                                      " float[1,4] b = {0.1, 0.2, 0.3, 0.4}") +
+                              "> { y, h = " + op +
+                              R"(<hidden_size=2, direction="reverse">(x, w, r, b) })";
+    expect_agreement(graph, 13, {{"x", {4, 1, 3}}});
+  }
+}
+
+TEST(Makers, GatesInBothDirections) {
+  expect_agreement(R"(g (float[3,1,1] x) => (float[3,2,1,1] y, float[2,1,1] h)
+      <float[2,3,1] w = {0.5, -0.25, 0.125, 1, 0.3, -1}, float[2,3,1] r = {0.5, 0.25, -0.5, 1, -0.7, 0.4},
+       float[2,6] b = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, -0.1, -0.2, -0.3, -0.4, -0.5, -0.6}> {
+    y, h = GRU<hidden_size=1, direction="bidirectional", linear_before_reset=1>(x, w, r, b)
+  })",
+                   14, {{"x", {3, 1, 1}}});
+}
+
+// The state comes in as one tensor that holds h and c, inside of an If on the rate.
+TEST(Makers, AStateThatEntersAndLeavesIsKept) {
+  const std::string graph =
+      "g (float[1,3,4] x, float[2,1,2] state) => (float[1,3,2] y, float[2,1,2] next) <" +
+      kLstmWeights + R"(, bool yes = {1}> {
+    y, next = If (yes) <then_branch = t () => (float[1,3,2] ty, float[2,1,2] tn) {
+      s = Transpose<perm=[2, 0, 1]>(x)
+      zero = Constant<value_int=0>()
+      one = Constant<value_int=1>()
+      axis = Constant<value_ints=[0]>()
+      first = Constant<value_ints=[0]>()
+      three = Constant<value_ints=[3]>()
+      steps = Slice(s, first, three, axis)
+      h1 = Gather<axis=0>(state, zero)
+      c1 = Gather<axis=0>(state, one)
+      h0 = Unsqueeze(h1, axis)
+      c0 = Unsqueeze(c1, axis)
+      a, hn, cn = LSTM<hidden_size=2>(steps, w, r, b, , h0, c0)
+      directions = Constant<value_ints=[1]>()
+      q = Squeeze(a, directions)
+      ty = Transpose<perm=[1, 0, 2]>(q)
+      tn = Concat<axis=0>(hn, cn)
+    }, else_branch = e () => (float[1,3,2] ey, float[2,1,2] en) {
+      en = Identity(state)
+      ey = Identity(x)
+    }>
+  })";
+  const Shapes shapes = {{"state", {2, 1, 2}}, {"x", {1, 3, 4}}};
+  const ImportedModel model = imported(graph, 13, {});
+  ASSERT_EQ(model.report.inputs.size(), 1u);
+  EXPECT_EQ(model.report.inputs[0].name, "x");
+  ASSERT_EQ(model.report.outputs.size(), 1u);
+  EXPECT_EQ(model.report.outputs[0].name, "y");
+  ASSERT_FALSE(model.report.notes.empty());
+  EXPECT_THAT(model.report.notes[0],
+              HasSubstr("input \"state\" and output \"next\" are the state"));
+  // Two passes follow one another as they do with the state handed on.
+  auto inputs = random_inputs(shapes);
+  for (double& number : inputs[0].numbers.reals()) number = 0;
+  const auto results = run_network(model, {inputs, inputs});
+  for (size_t pass = 0; pass < 2; ++pass) {
+    const auto expected = expected_outputs(graph, 13, inputs);
+    Numbers result = results[pass].at(0);
+    result.shape = expected[0].shape;
+    EXPECT_EQ(difference(result, expected[0]), "") << pass;
+    inputs[0].numbers.data = expected[1].reals();
+  }
+}
+
+TEST(Makers, StatesThatCannotBeKeptAreRefused) {
+  const auto refusal = [](const std::string& head, const std::string& node) {
+    try {
+      imported(head + " <" + kLstmWeights + ", float[1,1,2] ones = {1, 1}> { " + node + " }", 13,
+               {});
+    } catch (const ImportError& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  EXPECT_THAT(refusal("g (float[3,1,3] x) => (float[3,1,1,2] y)",
+                      "y = LSTM<hidden_size=2>(x, w, r, b, , ones, ones)"),
+              HasSubstr("input 5: a constant initial state other than zero has no kernel"));
+  EXPECT_THAT(refusal("g (float[3,1,3] x, float[1,1,2] s) => (float[3,1,1,2] y)",
+                      "y = LSTM<hidden_size=2>(x, w, r, b, , s, s)"),
+              HasSubstr("an initial state that is computed has no kernel"));
+  EXPECT_THAT(refusal("g (float[3,1,3] x) => (float[3,1,1,2] y, float[1,1,2] c)",
+                      "y, h, c = LSTM<hidden_size=2>(x, w, r, b)"),
+              HasSubstr("the last cell state has no kernel"));
+}
+
+TEST(Makers, ChannelsAreShuffledAndSqueezed) {
+  expect_agreement(R"(g (float[1,4,3,3] x) => (float[1,4,3,3] y)
+      <float[2,4,1,1] a = {1, 2, 3, 4, -1, 0, 1, 0.5}, float[4,2,1,1] c = {1, 0, 0.5, 1, -1, 1, 0.25, 1}> {
+    s = Constant<value_ints=[1, 2, 2, 3, 3]>()
+    v = Reshape(x, s)
+    t = Transpose<perm=[0, 2, 1, 3, 4]>(v)
+    u = Constant<value_ints=[1, 4, 3, 3]>()
+    z = Reshape(t, u)
+    g = ReduceMean<axes=[2, 3], keepdims=1>(z)
+    d = Conv(g, a)
+    r = Relu(d)
+    e = Conv(r, c)
+    h = HardSigmoid(e)
+    y = Mul(h, z)
+  })",
+                   12, {{"x", {1, 4, 3, 3}}});
+}
+
+TEST(Makers, HundredsOfConstants) {
+  std::string nodes;
+  for (int i = 0; i < 300; ++i) {
+    const std::string n = std::to_string(i);
+    nodes += "c" + n + " = Constant<value_float=1.0>()\n v" + std::to_string(i + 1) + " = Add(v" +
+             n + ", c" + n + ")\n";
+  }
+  expect_agreement(
+      "g (float[1,1,2,2] x) => (float[1,1,2,2] y) <float[1,1,1,1] w = {0.5}> {\n v0 = "
+      "Conv(x, w)\n" +
+          nodes + "y = Relu(v300) }",
+      13, {{"x", {1, 1, 2, 2}}});
+}
+
+}  // namespace
+}  // namespace marlo::toolkit::test

@@ -1,0 +1,170 @@
+#!/usr/bin/env python3
+"""Exports networks with random weights to ONNX, with an input and PyTorch's own outputs beside each.
+
+    export.py FOLDER [NAME ...]
+
+makes FOLDER/NAME.onnx, FOLDER/NAME.input.npy and FOLDER/NAME.output-N.npy. Needs Debian's
+python3-torchvision and python3-onnx. Weights are drawn from a fixed seed, and batch
+normalizations get the statistics of random pictures, so that numbers stay in range.
+"""
+
+import sys
+import warnings
+from pathlib import Path
+
+import numpy as np
+import torch
+import torchvision
+from torch import nn
+
+OPSET = 13
+
+
+class OutputOf(nn.Module):
+    """The segmentation networks return a dictionary; this one tensor of it."""
+
+    def __init__(self, network, key):
+        super().__init__()
+        self.network = network
+        self.key = key
+
+    def forward(self, x):
+        return self.network(x)[self.key]
+
+
+class Sequence(nn.Module):
+    """A recurrent layer whose states are left out."""
+
+    def __init__(self, layer):
+        super().__init__()
+        self.layer = layer
+
+    def forward(self, x):
+        return self.layer(x)[0]
+
+
+class TextReader(nn.Module):
+    """Convolutions make a picture a sequence of columns, which two recurrent layers read."""
+
+    def __init__(self):
+        super().__init__()
+        layers = []
+        channels = 1
+        for out, pool in ((32, (2, 2)), (64, (2, 2)), (128, (2, 1)), (128, (2, 1))):
+            layers += [nn.Conv2d(channels, out, 3, padding=1), nn.BatchNorm2d(out), nn.ReLU(), nn.MaxPool2d(pool)]
+            channels = out
+        self.convolutions = nn.Sequential(*layers)
+        self.recurrent = nn.LSTM(2 * 128, 96, num_layers=2, bidirectional=True)
+        self.head = nn.Linear(2 * 96, 37)
+
+    def forward(self, x):
+        x = self.convolutions(x)
+        x = x.permute(3, 0, 1, 2).flatten(2)
+        return self.head(self.recurrent(x)[0])
+
+
+def torchvision_network(name, **options):
+    return lambda: getattr(torchvision.models, name)(weights=None, **options)
+
+
+def segmentation(name):
+    def make():
+        network = getattr(torchvision.models.segmentation, name)(weights=None, weights_backbone=None)
+        return OutputOf(network, "out")
+
+    return make
+
+
+def recurrent(kind, **options):
+    return lambda: Sequence(getattr(nn, kind)(24, 32, **options))
+
+
+PICTURE = (1, 3, 224, 224)
+SMALL = (1, 3, 128, 128)
+LINES = (20, 1, 24)
+
+# Name, what makes it, shape of its input.
+NETWORKS = {
+    "alexnet": (torchvision_network("alexnet"), PICTURE),
+    "vgg11_bn": (torchvision_network("vgg11_bn"), PICTURE),
+    "resnet18": (torchvision_network("resnet18"), PICTURE),
+    "resnet50": (torchvision_network("resnet50"), PICTURE),
+    "resnext50_32x4d": (torchvision_network("resnext50_32x4d"), PICTURE),
+    "mobilenet_v2": (torchvision_network("mobilenet_v2"), PICTURE),
+    "mobilenet_v3_small": (torchvision_network("mobilenet_v3_small"), PICTURE),
+    "mobilenet_v3_large": (torchvision_network("mobilenet_v3_large"), PICTURE),
+    "mnasnet1_0": (torchvision_network("mnasnet1_0"), PICTURE),
+    "squeezenet1_1": (torchvision_network("squeezenet1_1"), PICTURE),
+    "shufflenet_v2_x1_0": (torchvision_network("shufflenet_v2_x1_0"), PICTURE),
+    "densenet121": (torchvision_network("densenet121"), PICTURE),
+    "googlenet": (torchvision_network("googlenet", aux_logits=False, init_weights=False, transform_input=True), PICTURE),
+    "inception_v3": (torchvision_network("inception_v3", aux_logits=False, init_weights=False), (1, 3, 299, 299)),
+    "efficientnet_b0": (torchvision_network("efficientnet_b0"), PICTURE),
+    "regnet_y_400mf": (torchvision_network("regnet_y_400mf"), PICTURE),
+    "deeplabv3_mobilenet_v3_large": (segmentation("deeplabv3_mobilenet_v3_large"), SMALL),
+    "lraspp_mobilenet_v3_large": (segmentation("lraspp_mobilenet_v3_large"), SMALL),
+    "fcn_resnet50": (segmentation("fcn_resnet50"), SMALL),
+    "lstm": (recurrent("LSTM"), LINES),
+    "lstm_bidirectional_2": (recurrent("LSTM", num_layers=2, bidirectional=True), LINES),
+    "lstm_batch_first": (recurrent("LSTM", batch_first=True), (1, 20, 24)),
+    "gru": (recurrent("GRU"), LINES),
+    "gru_bidirectional_2": (recurrent("GRU", num_layers=2, bidirectional=True), LINES),
+    "rnn": (recurrent("RNN"), LINES),
+    "rnn_relu_bidirectional_2": (recurrent("RNN", num_layers=2, bidirectional=True, nonlinearity="relu"), LINES),
+    "text_reader": (TextReader, (1, 1, 32, 100)),
+}
+
+
+def calibrate(network, shape):
+    """Gives batch normalizations the statistics of random pictures, and random scales and shifts."""
+    norms = [m for m in network.modules() if isinstance(m, nn.modules.batchnorm._BatchNorm)]
+    for norm in norms:
+        norm.momentum = None
+        nn.init.uniform_(norm.weight, 0.7, 1.3)
+        nn.init.normal_(norm.bias, 0, 0.2)
+    if not norms:
+        return
+    network.train()
+    for module in network.modules():
+        if isinstance(module, (nn.Dropout, torchvision.ops.StochasticDepth)):
+            module.eval()
+    with torch.no_grad():
+        network(torch.randn((4, *shape[1:])))
+
+
+def export(folder, name):
+    make, shape = NETWORKS[name]
+    torch.manual_seed(1)
+    network = make()
+    calibrate(network, shape)
+    network.eval()
+    x = torch.randn(shape)
+    with torch.no_grad():
+        outputs = network(x)
+    if isinstance(outputs, torch.Tensor):
+        outputs = [outputs]
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        torch.onnx.export(network, x, str(folder / f"{name}.onnx"), opset_version=OPSET)
+    np.save(folder / f"{name}.input.npy", x.numpy())
+    for i, output in enumerate(outputs):
+        np.save(folder / f"{name}.output-{i}.npy", output.numpy())
+
+
+def main():
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    folder = Path(sys.argv[1])
+    folder.mkdir(parents=True, exist_ok=True)
+    torch.set_num_threads(1)
+    unknown = [name for name in sys.argv[2:] if name not in NETWORKS]
+    if unknown:
+        sys.exit(f"no network is called {', '.join(unknown)}; there are {', '.join(NETWORKS)}")
+    for name in sys.argv[2:] or NETWORKS:
+        if not (folder / f"{name}.onnx").exists():
+            export(folder, name)
+        print(name, flush=True)
+
+
+if __name__ == "__main__":
+    main()
