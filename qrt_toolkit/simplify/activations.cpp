@@ -3,6 +3,7 @@
 #include <limits>
 #include <utility>
 
+#include "qrt_toolkit/operators/operator.h"
 #include "qrt_toolkit/simplify/match.h"
 #include "qrt_toolkit/simplify/simplify.h"
 
@@ -61,7 +62,9 @@ Node node_like(const Node& like, const char* op, ValueId input) {
   node.op = op;
   node.name = like.name;
   node.source = like.source;
-  node.opset = like.opset;
+  // An operator may be younger than the file.
+  const Operator* row = find_operator(op);
+  node.opset = row == nullptr ? like.opset : std::max(like.opset, row->since);
   node.op_in_file = like.op_in_file.empty() ? like.op : like.op_in_file;
   node.inputs = {input};
   return node;

@@ -176,6 +176,20 @@ TEST(Makers, LeakyRectifierWrittenAsMaximum) {
                    12, {{"x", {1, 2, 3, 3}}});
 }
 
+TEST(Makers, HardSwishOlderThanItsOperator) {
+  const ImportedModel model = expect_agreement(R"(g (float[1,2,3,3] x) => (float[1,2,3,3] y)
+      <float three = {3}, float six = {6}, float zero = {0}> {
+    s = Add(x, three)
+    c = Clip(s, zero, six)
+    m = Mul(x, c)
+    d = Div(m, six)
+    h = HardSigmoid<alpha=0.16666667>(d)
+    y = Mul(d, h)
+  })",
+                                               11, {{"x", {1, 2, 3, 3}}});
+  EXPECT_EQ(count_of_kernel(model, "HSwish"), 2u);
+}
+
 TEST(Makers, PicturesWithChannelsLast) {
   const ImportedModel model = expect_agreement(R"(g (float[1,6,6,2] x) => (float[1,3,3,3] y)
       <float[3,2,1,1] w = {1, 2, 3, -1, 0.5, 2}, float[3] b = {1, 0, -1}, float six = {6},
