@@ -4,8 +4,10 @@
 #   *_sse.cpp    baseline x86-64 (SSE2), left out with QRT_WITH_SSE=OFF
 #   *_avx.cpp    AVX without AVX2, FMA and F16C, left out with QRT_WITH_AVX=OFF
 #   *_fma.cpp    AVX and FMA, left out with QRT_WITH_AVX=OFF
+#   *_avx512.cpp AVX-512 F, VL, BW and DQ, left out with QRT_WITH_AVX=OFF
 #   *_sgemm.cpp  baseline, left out with QRT_WITH_SGEMM=OFF
 #   others       baseline
+# Everything in kernel/extension is left out with QRT_WITH_EXTENSIONS=OFF.
 
 find_path(RAPIDJSON_INCLUDE_DIR rapidjson/document.h REQUIRED DOC "Folder that holds rapidjson/")
 mark_as_advanced(RAPIDJSON_INCLUDE_DIR)
@@ -13,7 +15,7 @@ mark_as_advanced(RAPIDJSON_INCLUDE_DIR)
 if(QRT_HALF_INCLUDE_DIR AND NOT EXISTS "${QRT_HALF_INCLUDE_DIR}/half.hpp")
   message(FATAL_ERROR "QRT_HALF_INCLUDE_DIR: there is no ${QRT_HALF_INCLUDE_DIR}/half.hpp")
 endif()
-foreach(switch WITH_SSE WITH_AVX WITH_SGEMM)
+foreach(switch WITH_SSE WITH_AVX WITH_SGEMM WITH_EXTENSIONS)
   if(QRT_${switch})
     set(QRT_${switch}_VALUE 1)
   else()
@@ -43,16 +45,21 @@ function(qrt_set_usage target)
 endfunction()
 
 file(GLOB_RECURSE library_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/qrt_core/*.cpp")
+if(NOT QRT_WITH_EXTENSIONS)
+  list(FILTER library_sources EXCLUDE REGEX "/qrt_core/kernel/extension/")
+endif()
 set(sse_sources ${library_sources})
 set(avx_sources ${library_sources})
 set(fma_sources ${library_sources})
+set(avx512_sources ${library_sources})
 set(sgemm_sources ${library_sources})
 list(FILTER sse_sources INCLUDE REGEX "_sse\\.cpp$")
 list(FILTER avx_sources INCLUDE REGEX "_avx\\.cpp$")
 list(FILTER fma_sources INCLUDE REGEX "_fma\\.cpp$")
+list(FILTER avx512_sources INCLUDE REGEX "_avx512\\.cpp$")
 list(FILTER sgemm_sources INCLUDE REGEX "_sgemm\\.cpp$")
 set(base_sources ${library_sources})
-list(FILTER base_sources EXCLUDE REGEX "_(sse|avx|fma|sgemm)\\.cpp$")
+list(FILTER base_sources EXCLUDE REGEX "_(sse|avx|fma|avx512|sgemm)\\.cpp$")
 
 set(QRT_OBJECT_SETS "")
 # One set of objects: qrt_add_objects(<name> <sources> [flags...])
@@ -108,6 +115,10 @@ if(QRT_WITH_AVX)
   set(core_fence -mno-avx2 -mno-f16c -fno-exceptions -fno-lto)
   qrt_add_objects(avx avx_sources -mavx -mno-fma ${core_fence})
   qrt_add_objects(fma fma_sources -mavx -mfma ${core_fence})
+  qrt_add_objects(avx512 avx512_sources
+    -mavx2 -mfma -mavx512f -mavx512vl -mavx512bw -mavx512dq -fno-exceptions -fno-lto
+    # GCC 12 warns of its own headers, where intrinsics begin with a register of any content.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-uninitialized -Wno-maybe-uninitialized>)
 endif()
 
 set(library_objects "")

@@ -56,7 +56,10 @@ struct Library {
   runtime::KernelRegistry kernels;
   runtime::InferenceParamRegistry params;
 
-  Library() { utility::init_register_operators(kernels, params); }
+  Library() {
+    utility::init_register_operators(kernels, params);
+    utility::init_register_extension_operators(kernels, params);
+  }
 
   static Library& get() {
     static Library library;

@@ -4,10 +4,12 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "qrt_core/kernel/epilogue.h"
 #include "qrt_core/runtime/engine/kernel.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/utility/build_options.h"
@@ -35,6 +37,7 @@ struct KernelRow {
   ConfigTest config_test = ConfigTest::not_refused;  ///< how `Config` reads its check
   runtime::InstructionSet needs = runtime::InstructionSet::baseline;  ///< of its cores
   runtime::InputUse input_use = runtime::InputUse::reads;             ///< of the first input
+  Epilogue epilogue = Epilogue::none;  ///< what becomes of a result before it is stored
 };
 
 /// `row` for a core that needs AVX.
@@ -48,6 +51,20 @@ constexpr Row on_avx(Row row) {
 template <typename Row>
 constexpr Row on_fma(Row row) {
   row.needs = runtime::InstructionSet::fma;
+  return row;
+}
+
+/// `row` for a core that needs AVX-512.
+template <typename Row>
+constexpr Row on_avx512(Row row) {
+  row.needs = runtime::InstructionSet::avx512;
+  return row;
+}
+
+/// `row` with an activation of its own.
+template <typename Row>
+constexpr Row with_epilogue(Epilogue epilogue, Row row) {
+  row.epilogue = epilogue;
   return row;
 }
 
@@ -219,6 +236,8 @@ class FamilyKernel : public runtime::IKernel, public runtime::IKernelFacts {
   runtime::InstructionSet needs() const override { return row_.needs; }
 
   runtime::InputUse input_use() const override { return row_.input_use; }
+
+  std::string_view epilogue() const override { return name_of(row_.epilogue); }
 
   Misfits refusals(const runtime::LayerInfo* info,
                    const runtime::InferenceParam* param) const override {

@@ -146,6 +146,21 @@ struct AvxVector {
 
 #endif
 
+#ifdef __AVX__
+
+/// 2^n for an integer n that is held as a float. AVX has no integer arithmetic of 8 lanes.
+inline __m256 power_of_two(__m256 n) noexcept {
+  const __m256i exponent = _mm256_cvttps_epi32(n);
+  const __m128i bias = _mm_set1_epi32(127);
+  const __m128i low = _mm_add_epi32(_mm256_castsi256_si128(exponent), bias);
+  const __m128i high = _mm_add_epi32(_mm256_extractf128_si256(exponent, 1), bias);
+  const __m256i bits = _mm256_insertf128_si256(_mm256_castsi128_si256(_mm_slli_epi32(low, 23)),
+                                               _mm_slli_epi32(high, 23), 1);
+  return _mm256_castsi256_ps(bits);
+}
+
+#endif
+
 #ifdef __FMA__
 
 /// Four lanes, products fused with their sums.
@@ -159,6 +174,50 @@ struct FusedHalf : SseVector {
 struct FusedVector : AvxVector {
   static Register plus_product(Register sum, Register a, Register b) noexcept {
     return _mm256_fmadd_ps(a, b, sum);
+  }
+};
+
+#endif
+
+#ifdef __AVX512F__
+
+/// Sixteen lanes, products fused with their sums.
+struct Avx512Vector {
+  using Register = __m512;
+  static constexpr size_t kLanes = 16;
+
+  static Register zero() noexcept { return _mm512_setzero_ps(); }
+  static Register load(const float* from) noexcept { return _mm512_loadu_ps(from); }
+  static Register splat(const float* from) noexcept { return _mm512_set1_ps(*from); }
+  static Register splat(float x) noexcept { return _mm512_set1_ps(x); }
+  static void store(float* to, Register x) noexcept { _mm512_storeu_ps(to, x); }
+  /// Eight lanes to one place and eight to another.
+  static void store_halves(float* low, float* high, Register x) noexcept {
+    _mm256_storeu_ps(low, _mm512_castps512_ps256(x));
+    _mm256_storeu_ps(high, _mm512_extractf32x8_ps(x, 1));
+  }
+
+  /// As those of `SseVector`.
+  static Register load_first(const float* from, size_t count) noexcept {
+    return _mm512_maskz_loadu_ps(first_lanes(count), from);
+  }
+  static void store_first(float* to, size_t count, Register x) noexcept {
+    _mm512_mask_storeu_ps(to, first_lanes(count), x);
+  }
+
+  static Register plus(Register a, Register b) noexcept { return _mm512_add_ps(a, b); }
+  static Register minus(Register a, Register b) noexcept { return _mm512_sub_ps(a, b); }
+  static Register times(Register a, Register b) noexcept { return _mm512_mul_ps(a, b); }
+  static Register over(Register a, Register b) noexcept { return _mm512_div_ps(a, b); }
+  static Register maximum(Register a, Register b) noexcept { return _mm512_max_ps(a, b); }
+  static Register minimum(Register a, Register b) noexcept { return _mm512_min_ps(a, b); }
+  static Register plus_product(Register sum, Register a, Register b) noexcept {
+    return _mm512_fmadd_ps(a, b, sum);
+  }
+
+ private:
+  static __mmask16 first_lanes(size_t count) noexcept {
+    return static_cast<__mmask16>(count >= kLanes ? 0xFFFFu : (1u << count) - 1u);
   }
 };
 

@@ -75,6 +75,11 @@ void init_register_operators(runtime::KernelRegistry& kernels,
   runtime::register_convolution_quantisation_param(params);
 }
 
+void init_register_extension_operators(runtime::KernelRegistry& kernels,
+                                       runtime::InferenceParamRegistry&) {
+  runtime::register_extension_kernels(kernels);
+}
+
 _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major, unsigned short sdk_minor,
                           _QRTModelVerInfo info) {
   if (info.sdk_type != sdk_type) {

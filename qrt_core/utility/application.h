@@ -58,6 +58,14 @@ QRT_API void create_context(std::shared_ptr<runtime::Context>& context, unsigned
 QRT_API void init_register_operators(runtime::KernelRegistry& kernels,
                                      runtime::InferenceParamRegistry& params);
 
+/// Enters the kernels of the second set: for FMA and AVX-512, with activations of their own, and others
+/// that came after those of `init_register_operators`. A model that names none of them doesn't need
+/// the call. A name that is there already keeps its kernel; a build without the set enters nothing.
+/// @param kernels receives them
+/// @param params receives parameters that they may need; there are none so far
+QRT_API void init_register_extension_operators(runtime::KernelRegistry& kernels,
+                                               runtime::InferenceParamRegistry& params);
+
 /// Whether a model belongs to this SDK and version: the SDK's name and version must match exactly,
 /// and the core version must be 0.0 or 1.0.
 /// @return 0, or -2 after an error line in the log

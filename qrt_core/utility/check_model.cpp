@@ -65,6 +65,7 @@ void check_tree(QRTModel& model, const CheckOptions& options, FindingList& findi
   if (kernels == nullptr) {
     runtime::InferenceParamRegistry params;
     init_register_operators(all, params);
+    init_register_extension_operators(all, params);
     kernels = &all;
   }
   if (model.model_arr->squential_ids.empty()) {

@@ -290,6 +290,7 @@ std::unique_ptr<Model::State> Model::open(const char* bytes, size_t size,
     }
   }
   init_register_operators(state->kernels, state->params);
+  init_register_extension_operators(state->kernels, state->params);
   for (const std::string& id : model.model_arr->squential_ids) {
     const auto has_id = [&](const auto& network) { return network->id() == id; };
     const auto& loaded = state->networks;

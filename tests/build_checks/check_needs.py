@@ -1,8 +1,8 @@
 """Compares what kernels say that they need with the files that their cores live in.
 
-usage: check_needs.py CATALOGUE OBJECT...
+usage: check_needs.py CATALOGUE... OBJECT...
 
-The catalogue of kernels is written from the rows. The objects are those that hold the rows, where
+The catalogues of kernels (*.md) are written from the rows. The objects are those that hold the rows, where
 each stands as a symbol with relocations to its cores, and a core carries the suffix of its file.
 """
 
@@ -11,7 +11,7 @@ import subprocess
 import sys
 
 LINE = re.compile(r"^\| `(\w+)` \|[^|]*\|[^|]*\|[^|]*\| ([^|]*) \|")
-LEVELS = ["", "AVX", "AVX and FMA"]
+LEVELS = ["", "AVX", "AVX and FMA", "AVX2 and FMA", "AVX-512"]
 # Their cores are functions of files for the baseline that call one with a suffix.
 BY_METHOD = re.compile(r"multiply_columns|point_c8_strassen")
 
@@ -57,6 +57,8 @@ def rows_of(path):
 
 def level_of(references):
     text = " ".join(references).lower()
+    if re.search(r"_avx512\b", text):
+        return 4
     if re.search(r"_fma\b", text):
         return 2
     return 1 if re.search(r"_avx(_m\d)?\b", text) else 0
@@ -76,10 +78,12 @@ def problems_of(stated, rows):
 def main():
     if len(sys.argv) < 3:
         sys.exit(__doc__)
-    stated = stated_needs(sys.argv[1])
-    rows = {}
-    for path in sys.argv[2:]:
-        rows.update(rows_of(path))
+    stated, rows = {}, {}
+    for path in sys.argv[1:]:
+        if path.endswith(".md"):
+            stated.update(stated_needs(path))
+        else:
+            rows.update(rows_of(path))
     problems = list(problems_of(stated, rows))
     if len(rows) < len(stated) // 2:
         problems.append(f"only {len(rows)} rows of {len(stated)} kernels were found")

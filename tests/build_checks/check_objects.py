@@ -1,10 +1,11 @@
 """Looks into object files for what would make the library fail on a processor without AVX.
 
-usage: check_objects.py avx|fma|baseline OBJECT...
+usage: check_objects.py avx|fma|avx512|baseline OBJECT...
 
-Objects compiled for AVX or FMA may define no symbol that the linker could choose for all files (weak,
+Objects compiled for AVX, FMA or AVX-512 may define no symbol that the linker could choose for all files (weak,
 unique or common) and may hold no initialiser, which would run when the library is loaded. Objects of
-the baseline hold no AVX instruction, those of the AVX set no fused multiply-add.
+the baseline hold no AVX instruction, those of the AVX set no fused multiply-add,
+those of AVX and FMA no register of AVX-512.
 """
 
 import os
@@ -18,6 +19,7 @@ INITIALISERS = re.compile(r"\s(\.(?:init_array|preinit_array|ctors|init)[.\w]*)\
 # An instruction as objdump prints it: address, tab, mnemonic, operands.
 INSTRUCTION = re.compile(r"^\s*[0-9a-f]+:\t(?:(?:lock|rep|repz|repnz|data16|cs|ds|es|fs|gs|bnd) )*(\S+)\s*(.*)$")
 FUSED = re.compile(r"^vfn?m(add|sub|addsub|subadd)")
+AVX512_REGISTER = re.compile(r"%(zmm\d|k[0-7]|[xy]mm(1[6-9]|2\d|3[01]))")
 # These begin with a v and are no vector instructions.
 OLD_V = {"verr", "verw"}
 
@@ -70,6 +72,10 @@ def is_fused(mnemonic, _):
     return FUSED.match(mnemonic) is not None
 
 
+def is_avx512(_, operands):
+    return AVX512_REGISTER.search(operands) is not None
+
+
 def check(path, kind):
     if kind == "baseline":
         yield from forbidden_instructions(path, is_avx)
@@ -78,11 +84,13 @@ def check(path, kind):
     yield from initialisers(path)
     if kind == "avx":
         yield from forbidden_instructions(path, is_fused)
+    if kind != "avx512":
+        yield from forbidden_instructions(path, is_avx512)
 
 
 def main():
     kind, objects = sys.argv[1], sys.argv[2:]
-    if kind not in ("avx", "fma", "baseline") or not objects:
+    if kind not in ("avx", "fma", "avx512", "baseline") or not objects:
         sys.exit(__doc__)
     problems = [f"{path}: {problem}" for path in objects for problem in check(path, kind)]
     print("\n".join(problems))

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "tests/support/kernels.h"
@@ -129,7 +130,9 @@ TEST_P(AnyPass, TakesOneVectorForInputsAndOutputs) {
 
 std::vector<std::string> row_names() {
   std::vector<std::string> names;
-  kernel::for_each_row([&](const kernel::KernelRow& row) { names.emplace_back(row.name); });
+  const auto append = [&](const kernel::KernelRow& row) { names.emplace_back(row.name); };
+  kernel::for_each_row(append);
+  kernel::for_each_extension_row(append);
   return names;
 }
 

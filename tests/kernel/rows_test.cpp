@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "tests/support/kernels.h"
 
@@ -56,6 +58,23 @@ bool has_walked_list(const std::string& header, const std::vector<std::string>& 
   return false;
 }
 
+// The kernels of the second set in lists that some test walks. Their names are put together by
+// macros, so that the rows themselves are asked.
+std::set<std::string> walked_extensions([[maybe_unused]] const std::vector<std::string>& tests) {
+  std::set<std::string> names;
+#if QRT_WITH_EXTENSIONS
+  const auto add = [&](const char* list, const auto& rows) {
+    EXPECT_TRUE(any_contains(tests, list)) << list << ": no test walks it";
+    for (const auto* row : rows) names.insert(row->name);
+  };
+#define QRT_ADD_LIST(list) add(#list, kernel::list)
+  QRT_ADD_LIST(extension_activation_rows);
+  QRT_ADD_LIST(block_window_rows);
+#undef QRT_ADD_LIST
+#endif
+  return names;
+}
+
 // A kernel stands in a list that a test walks, or a test calls it by its name.
 TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
   const auto headers = sources_below("qrt_core/kernel");
@@ -64,9 +83,10 @@ TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
   for (std::string& text : sources_below("tests/support")) walked_in.push_back(std::move(text));
   ASSERT_FALSE(headers.empty());
   ASSERT_FALSE(named_in.empty());
+  const std::set<std::string> extensions = walked_extensions(walked_in);
   for (const std::string& key : all_kernels().Keys()) {
     const bool tested =
-        any_contains(named_in, key) ||
+        any_contains(named_in, key) || extensions.count(key) != 0 ||
         std::any_of(headers.begin(), headers.end(), [&](const std::string& header) {
           return header.find(key) != std::string::npos && has_walked_list(header, walked_in);
         });
@@ -76,7 +96,9 @@ TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
 
 TEST(KernelRows, AreTheRegisteredKernels) {
   std::multiset<std::string> names;
-  kernel::for_each_row([&](const kernel::KernelRow& row) { names.insert(row.name); });
+  const auto insert = [&](const kernel::KernelRow& row) { names.insert(row.name); };
+  kernel::for_each_row(insert);
+  kernel::for_each_extension_row(insert);
   const std::vector<std::string> keys = all_kernels().Keys();
   EXPECT_EQ(names, std::multiset<std::string>(keys.begin(), keys.end()));
 }
@@ -115,9 +137,28 @@ TEST_P(AnyKernel, NeedsWhatItsTableSays) {
   ASSERT_NE(facts, nullptr);
   EXPECT_EQ(facts->needs(), runtime::needs_of(GetParam()));
   // One has the word in its name and no core.
-  const bool says_avx = GetParam().find("AVX") != std::string::npos;
+  const auto says = [](const char* word) { return GetParam().find(word) != std::string::npos; };
+  const bool says_more = says("AVX") || says("_FMA_");
   const bool has_core = GetParam() != "FullConnection_AVX_C8HW8_Float_M1";
-  EXPECT_EQ(facts->needs() != runtime::InstructionSet::baseline, says_avx && has_core);
+  EXPECT_EQ(facts->needs() != runtime::InstructionSet::baseline, says_more && has_core);
+  EXPECT_EQ(facts->needs() == runtime::InstructionSet::avx512, says("AVX512"));
+  EXPECT_TRUE(!says("_FMA_") || facts->needs() == runtime::InstructionSet::fma);
+}
+
+// Whoever fuses layers reads the epilogue, and people read the name.
+TEST_P(AnyKernel, NamesItsEpilogue) {
+  const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel_.get());
+  ASSERT_NE(facts, nullptr);
+  const std::string epilogue(facts->epilogue());
+  std::smatch found;
+  static const std::regex kEpilogue("_(ReLU|ReLU6|HSigmoid|HSwish|Sigmoid|SiLU|Tanh)_M[0-9]+$",
+                                    std::regex::ECMAScript);
+  const bool says_one = std::regex_search(GetParam(), found, kEpilogue);
+  EXPECT_EQ(epilogue, says_one ? found.str(1) : "");
+  if (!says_one) return;
+  std::string plain = GetParam();
+  plain.erase(plain.rfind("_" + epilogue), epilogue.size() + 1);
+  EXPECT_NE(all_kernels().Create(plain), nullptr) << plain;
 }
 
 // Recurrent kernels carry a state from pass to pass, all others answer that they have none.

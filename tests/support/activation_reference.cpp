@@ -95,6 +95,8 @@ const std::vector<ActivationReference>& references() {
       {"Sigmoid_AVX_Float_M1", sigmoid_exact, sigmoid_polynomial, 8},
       {"Leaky_AVX_Float_M1", leaky_scalar, leaky_vector, 4},
       {"PReLU_AVX_Float_M1", leaky_scalar, leaky_vector, 8},
+      {"ReLU_AVX512_Float_M1", relu_scalar, relu_vector, 16},
+      {"ReLU_Inplace_AVX512_Float_M1", relu_scalar, relu_vector, 16},
   };
   return all;
 }

@@ -7,6 +7,9 @@
 #include "tests/support/numbers.h"
 
 namespace marlo::test {
+
+using kernel::Epilogue;
+
 namespace {
 
 // "2 (bits 40000000)"
@@ -66,6 +69,21 @@ testing::AssertionResult within_bounds(const std::vector<float>& found,
       },
       [scale](testing::AssertionResult& message, const Sum& sum) {
         message << sum.value << " +- " << scale * sum.bound();
+      });
+}
+
+testing::AssertionResult within_bounds_after(Epilogue epilogue, const std::vector<float>& found,
+                                             const std::vector<Sum>& expected, double scale) {
+  const auto bound = [&](const Sum& sum) {
+    return epilogue_error(epilogue, sum.value, scale * sum.bound());
+  };
+  return compare(
+      found, expected,
+      [&](float number, const Sum& sum) {
+        return std::abs(number - exact_epilogue(epilogue, sum.value)) <= bound(sum);
+      },
+      [&](testing::AssertionResult& message, const Sum& sum) {
+        message << exact_epilogue(epilogue, sum.value) << " +- " << bound(sum);
       });
 }
 

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "qrt_core/kernel/epilogue.h"
 #include "tests/support/oracle.h"
 
 namespace marlo::test {
@@ -18,5 +19,11 @@ testing::AssertionResult exactly(const std::vector<float>& found, const std::vec
 /// Whether each number is as close to the sum as `scale * Sum::bound()`.
 testing::AssertionResult within_bounds(const std::vector<float>& found,
                                        const std::vector<Sum>& expected, double scale = 1.0);
+
+/// Whether each number is as close to the epilogue of the sum as `epilogue_error` of
+/// `scale * Sum::bound()`.
+testing::AssertionResult within_bounds_after(kernel::Epilogue epilogue,
+                                             const std::vector<float>& found,
+                                             const std::vector<Sum>& expected, double scale = 1.0);
 
 }  // namespace marlo::test

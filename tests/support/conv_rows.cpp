@@ -8,6 +8,7 @@
 #include "qrt_core/kernel/conv/point_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/kernel/conv/winograd.h"
+#include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/conv_setup.h"
 
 namespace marlo::test {
@@ -61,6 +62,12 @@ std::vector<ConvRow> all_convolution_rows() {
 #endif
 #if QRT_WITH_AVX
   for (const auto* row : kernel::strassen_convolution_rows) rows.push_back(any_row(*row));
+#endif
+#if QRT_WITH_EXTENSIONS
+  // An epilogue changes nothing in what is accepted; the tests of its own kernels cover it.
+  for (const auto* row : kernel::block_window_rows) {
+    if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
+  }
 #endif
   return rows;
 }

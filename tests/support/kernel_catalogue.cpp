@@ -1,8 +1,10 @@
 #include "tests/support/kernel_catalogue.h"
 
 #include <algorithm>
+#include <set>
 #include <vector>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "tests/support/kernel_remarks.h"
 #include "tests/support/kernels.h"
@@ -233,13 +235,15 @@ KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
 
 Table facts_of_rows() {
   Table table;
-  kernel::for_each_row([&](const auto& row) {
+  const auto add = [&](const auto& row) {
     KernelFacts facts = facts_of(row);
     if (row.needs != runtime::InstructionSet::baseline) {
       facts.needs = runtime::PrintedName(row.needs);
     }
     table[row.name] = std::move(facts);
-  });
+  };
+  kernel::for_each_row(add);
+  kernel::for_each_extension_row(add);
   return table;
 }
 
@@ -260,6 +264,43 @@ page from the kernels' rows; a test compares the two.
 
 Other texts in that column state an error of their own. [numerics.md](numerics.md) tells more.
 )";
+
+constexpr char kExtensionIntroduction[] = R"(# Kernel catalogue of the second set
+
+The kernels that `init_register_extension_operators` enters, in the columns of [kernel-catalogue.md](kernel-catalogue.md),
+which explains the agreements. `./dev catalogue` writes this page from the kernels' rows; a test compares the two.
+
+A name such as `..._FLOAT_ReLU_M1` says that the kernel applies an activation to its results before it stores them. The
+activation's own layer is then configured as `Straight_Through_Fallback_M1`, and must be the only layer that reads the results.
+)";
+
+// The page of the kernels of `table`, which it names family by family.
+std::string page_of(std::string text, const Table& table) {
+  std::string family;
+  for (const auto& [name, facts] : table) {
+    if (family_of(name) != family) {
+      family = family_of(name);
+      text += "\n## " + family +
+              "\n\n| kernel | accepts | in | out | needs | differs | agreement "
+              "|\n|---|---|---|---|---|---|---|\n";
+    }
+    text += "| `" + name + "` | " + facts.accepts + " | " + facts.input + " | " + facts.output +
+            " | " + facts.needs + " | " + facts.difference + " | " + facts.agreement + " |\n";
+  }
+  return text + "\n" + std::to_string(table.size()) + " kernels.\n";
+}
+
+// What `kernel_facts` says of the kernels of one set.
+Table facts_of_set(bool is_extension) {
+  std::set<std::string> extensions;
+  kernel::for_each_extension_row(
+      [&](const kernel::KernelRow& row) { extensions.insert(row.name); });
+  Table table;
+  for (auto& [name, facts] : kernel_facts()) {
+    if ((extensions.count(name) != 0) == is_extension) table.emplace(name, facts);
+  }
+  return table;
+}
 
 }  // namespace
 
@@ -286,21 +327,8 @@ std::string stale_remarks() {
   return names;
 }
 
-std::string kernel_catalogue() {
-  std::string text = kIntroduction;
-  std::string family;
-  const Table table = kernel_facts();
-  for (const auto& [name, facts] : table) {
-    if (family_of(name) != family) {
-      family = family_of(name);
-      text += "\n## " + family +
-              "\n\n| kernel | accepts | in | out | needs | differs | agreement "
-              "|\n|---|---|---|---|---|---|---|\n";
-    }
-    text += "| `" + name + "` | " + facts.accepts + " | " + facts.input + " | " + facts.output +
-            " | " + facts.needs + " | " + facts.difference + " | " + facts.agreement + " |\n";
-  }
-  return text + "\n" + std::to_string(table.size()) + " kernels.\n";
-}
+std::string kernel_catalogue() { return page_of(kIntroduction, facts_of_set(false)); }
+
+std::string extension_catalogue() { return page_of(kExtensionIntroduction, facts_of_set(true)); }
 
 }  // namespace marlo::test

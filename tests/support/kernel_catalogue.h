@@ -25,4 +25,7 @@ std::string stale_remarks();
 /// docs/kernel-catalogue.md.
 std::string kernel_catalogue();
 
+/// docs/kernel-catalogue-extensions.md.
+std::string extension_catalogue();
+
 }  // namespace marlo::test

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/utility/application.h"
 #include "tests/support/processor.h"
@@ -19,6 +20,7 @@ const KernelRegistry& all_kernels() {
     KernelRegistry kernels;
     InferenceParamRegistry params;
     utility::init_register_operators(kernels, params);
+    utility::init_register_extension_operators(kernels, params);
     return kernels;
   }();
   return registry;
@@ -31,6 +33,14 @@ std::shared_ptr<IKernel> make_kernel(const std::string& name) {
     throw std::runtime_error(name + " isn't registered");
   }
   return kernel;
+}
+
+kernel::Epilogue epilogue_of(const std::string& kernel) {
+  kernel::Epilogue epilogue = kernel::Epilogue::none;
+  kernel::for_each_extension_row([&](const kernel::KernelRow& row) {
+    if (kernel == row.name) epilogue = row.epilogue;
+  });
+  return epilogue;
 }
 
 std::string why_not_here(const std::string& name) {

@@ -3,16 +3,20 @@
 #include <memory>
 #include <string>
 
+#include "qrt_core/kernel/epilogue.h"
 #include "qrt_core/runtime/engine/create_net.h"
 #include "qrt_core/runtime/engine/kernel.h"
 
 namespace marlo::test {
 
-/// The registry as an application gets it.
+/// The kernels of both sets.
 const runtime::KernelRegistry& all_kernels();
 
 /// A new kernel by its name. A name that isn't registered is a failure of the test, and throws.
 std::shared_ptr<runtime::IKernel> make_kernel(const std::string& name);
+
+/// What a kernel does with its results before it stores them.
+kernel::Epilogue epilogue_of(const std::string& kernel);
 
 /// Why a kernel, or another function of the library with the instructions in its name, can't run on
 /// this processor; empty if it can.

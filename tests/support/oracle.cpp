@@ -127,6 +127,35 @@ double exact_sigmoid(double x) { return 1.0 / (1.0 + std::exp(-x)); }
 
 double exact_hard_sigmoid(double x) { return std::clamp(x + 3.0, 0.0, 6.0) / 6.0; }
 
+double exact_epilogue(kernel::Epilogue epilogue, double x) {
+  switch (epilogue) {
+    case kernel::Epilogue::relu:
+      return std::max(x, 0.0);
+    case kernel::Epilogue::relu6:
+      return std::min(std::max(x, 0.0), 6.0);
+    case kernel::Epilogue::hsigmoid:
+      return exact_hard_sigmoid(x);
+    case kernel::Epilogue::hswish:
+      return x * exact_hard_sigmoid(x);
+    case kernel::Epilogue::sigmoid:
+      return exact_sigmoid(x);
+    case kernel::Epilogue::silu:
+      return x * exact_sigmoid(x);
+    case kernel::Epilogue::tanh:
+      return std::tanh(x);
+    default:
+      return x;
+  }
+}
+
+double epilogue_error(kernel::Epilogue epilogue, double sum, double error) {
+  using kernel::Epilogue;
+  const double slope = epilogue == Epilogue::hswish ? 1.5 : epilogue == Epilogue::silu ? 1.1 : 1.0;
+  const double rounding =
+      epilogue <= Epilogue::relu6 ? 0.0 : 8.0 * 0x1p-23 * std::max(1.0, std::abs(sum));
+  return slope * error + rounding;
+}
+
 double exact_activation(const std::string& function, double x, double a, double b) {
   if (function == "ReLU") return std::max(x, 0.0);
   if (function == "ReLU6") return std::clamp(x, 0.0, 6.0);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "qrt_core/kernel/epilogue.h"
 #include "tests/support/conv_case.h"
 
 // What the operators are, in double precision and written from their formulas. Nothing here shares
@@ -42,6 +43,13 @@ ConvOracle transposed_convolution(const ConvCase& sizes, const ConvData& data);
 /// Functions of one element.
 double exact_sigmoid(double x);
 double exact_hard_sigmoid(double x);
+
+/// What an epilogue makes of a sum.
+double exact_epilogue(kernel::Epilogue epilogue, double x);
+
+/// How far the epilogue of a sum may be off that is off by `error` itself: that times the function's
+/// steepest slope, and for what isn't a rectifier 8 eps of the larger of 1 and the sum.
+double epilogue_error(kernel::Epilogue epilogue, double sum, double error);
 
 /// An activation by the name that begins a kernel's name: "ReLU", "ReLU6", "HSigmoid", "HSwish",
 /// "Leaky", "PReLU", "Linear", "Sigmoid" or "TanH".

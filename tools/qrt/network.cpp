@@ -40,6 +40,7 @@ std::string within(const std::string& network) { return "network " + quoted(netw
 Library::Library() {
   marlo::utility::create_context(context, kAlignment);
   marlo::utility::init_register_operators(kernels, params);
+  marlo::utility::init_register_extension_operators(kernels, params);
 }
 
 Sdk parse_sdk(const std::string& text) {

@@ -7,17 +7,6 @@
 namespace marlo::kernel::activation {
 namespace {
 
-// 2^n for an integer n that is held as a float. AVX has no integer arithmetic of 8 lanes.
-__m256 power_of_two(__m256 n) {
-  const __m256i exponent = _mm256_cvttps_epi32(n);
-  const __m128i bias = _mm_set1_epi32(127);
-  const __m128i low = _mm_add_epi32(_mm256_castsi256_si128(exponent), bias);
-  const __m128i high = _mm_add_epi32(_mm256_extractf128_si256(exponent, 1), bias);
-  const __m256i bits = _mm256_insertf128_si256(_mm256_castsi128_si256(_mm_slli_epi32(low, 23)),
-                                               _mm_slli_epi32(high, 23), 1);
-  return _mm256_castsi256_ps(bits);
-}
-
 __m256 times_plus(__m256 a, __m256 b, float c) {
   return _mm256_add_ps(_mm256_mul_ps(a, b), _mm256_set1_ps(c));
 }

@@ -51,6 +51,9 @@ class Comparison {
       channels("in_channels", accepts_.in, p.in_channels);
       channels("out_channels", accepts_.out, p.out_channels);
       if (accepts_.groups == Groups::above_zero && p.groups == 0) add("groups", "at least 1", "0");
+      if (accepts_.groups == Groups::one && p.groups != 1)
+        add("groups", "1", std::to_string(p.groups));
+      if (accepts_.groups == Groups::in_eights) groups_in_eights();
     }
     return std::move(misfits_);
   }
@@ -93,11 +96,26 @@ class Comparison {
     const std::string found = std::to_string(count);
     if (wanted.exactly != 0 && count != wanted.exactly) {
       add(member, std::to_string(wanted.exactly), found);
-    } else if (count % wanted.multiple_of != 0) {
-      add(member, "a multiple of " + std::to_string(wanted.multiple_of), found);
+    } else if (count % wanted.multiple_of != 0 ||
+               (wanted.above_zero && wanted.multiple_of > 1 && count == 0)) {
+      add(member,
+          "a multiple of " + std::to_string(wanted.multiple_of) +
+              (wanted.above_zero ? ", above 0" : ""),
+          found);
     } else if (wanted.above_zero && count == 0) {
       add(member, "above 0", found);
     }
+  }
+
+  void groups_in_eights() {
+    const Conv2dParams& p = params_;
+    const auto fills = [&](uint32_t count) {
+      return p.groups != 0 && count != 0 && count % (uint64_t{8} * p.groups) == 0;
+    };
+    if (p.groups == 1 || (fills(p.in_channels) && fills(p.out_channels))) return;
+    add("groups", "1 or more, with channels in and out in multiples of 8 each",
+        std::to_string(p.groups) + " of " + std::to_string(p.in_channels) + " and " +
+            std::to_string(p.out_channels) + " channels");
   }
 
   void group_a_channel() {
@@ -141,6 +159,8 @@ std::string words_for(const Accepts& accepts, bool is_line) {
   if (accepts.out.exactly != 0) text += channel_words(accepts.out.exactly, "out");
   if (accepts.in.multiple_of == 8) text += ", channels in eights";
   if (accepts.groups == Groups::one_a_channel) text += ", one channel a group";
+  if (accepts.groups == Groups::one) text += ", one group";
+  if (accepts.groups == Groups::in_eights) text += ", groups of channels in eights";
   return text;
 }
 

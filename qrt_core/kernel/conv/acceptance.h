@@ -27,6 +27,8 @@ enum class Groups {
   any,            ///< it never looks at them
   above_zero,     ///< that there are any
   one_a_channel,  ///< as many as there are channels, in and out
+  one,            ///< no groups
+  in_eights,      ///< groups of channels that are multiples of 8, in and out
 };
 
 /// A number of channels that a kernel demands.

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "qrt_core/kernel/epilogue.h"
+
 namespace marlo::kernel {
 
 /// The parameters of a two-dimensional convolution, as its kernel keeps them.
@@ -59,6 +61,7 @@ struct ConvTask {
   uint32_t in_width = 0;
   uint32_t out_height = 0;
   uint32_t out_width = 0;
+  Epilogue epilogue = Epilogue::none;  ///< what a core that knows epilogues does before it stores
   Conv2dParams params;
 };
 

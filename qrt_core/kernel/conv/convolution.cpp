@@ -163,6 +163,7 @@ uint32_t Convolution<Geometry>::computed_channels() const {
   if (row_.computes == Computes::filter_per_channel) {
     return params_.in_channels_per_group == 0 ? 0 : params_.groups;
   }
+  if (row_.computes == Computes::all_groups) return params_.groups * params_.out_channels_per_group;
   return params_.groups == 1 ? params_.out_channels : 0;
 }
 
@@ -190,6 +191,7 @@ ConvTask Convolution<Geometry>::task_of(const Source& source, TensorCPU& output)
   task.input = floats_of(source.memory);
   task.weight = floats_of(weight_);
   task.bias = floats_of(bias_);
+  task.epilogue = row_.epilogue;
   task.output = static_cast<float*>(output.RawPointer());
   task.in_blocks = params_.in_channels_per_group / BlockSize(row_.input.layout);
   task.out_blocks = params_.out_channels_per_group / BlockSize(row_.output.layout);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/utility/log.h"
 
@@ -154,6 +155,10 @@ class NetBuilder {
       std::shared_ptr<IKernel> kernel = kernels_.Create(cfg->kernel_type);
       Log(utility::LOG_TRACE, "Create Kernel >> %s >> %s", name,
           kernel != nullptr ? "ok" : "nullptr");
+      Assert(kernel != nullptr || !is_extension(name),
+             "layer %u \"%s\" (%s): kernel \"%s\" is not in the registry; "
+             "init_register_extension_operators enters it",
+             position, id(position).c_str(), layer.name.c_str(), name);
       Assert(kernel != nullptr, "layer %u \"%s\" (%s): kernel \"%s\" is not in the registry",
              position, id(position).c_str(), layer.name.c_str(), name);
       if (kernel->Config(info, cfg->infer_param, context_)) return kernel;

@@ -4,4 +4,6 @@ namespace marlo::runtime {
 
 IKernelFacts::~IKernelFacts() = default;
 
+std::string_view IKernelFacts::epilogue() const { return {}; }
+
 }  // namespace marlo::runtime

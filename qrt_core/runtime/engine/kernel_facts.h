@@ -62,6 +62,11 @@ class QRT_API IKernelFacts {
   /// What the kernel does with its first input's memory.
   virtual InputUse input_use() const = 0;
 
+  /// The activation that the kernel applies to its results before it stores them, such as "ReLU"; empty
+  /// for none. A configuration that names such a kernel names `Straight_Through_Fallback_M1` for the
+  /// activation's own layer, which must be the only one to read the results.
+  virtual std::string_view epilogue() const;
+
   /// Why `Config` would refuse a description; empty if it wouldn't. Needs no configuration.
   virtual std::vector<Misfit> refusals(const LayerInfo* info,
                                        const InferenceParam* param) const = 0;

@@ -1,5 +1,4 @@
-#include <cstring>
-
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/runtime/engine/registration.h"
@@ -27,10 +26,19 @@ const char* PrintedName(InstructionSet set) {
 
 InstructionSet needs_of(std::string_view kernel) {
   InstructionSet needs = InstructionSet::baseline;
-  kernel::for_each_row([&](const kernel::KernelRow& row) {
+  const auto read = [&](const kernel::KernelRow& row) {
     if (kernel == row.name) needs = row.needs;
-  });
+  };
+  kernel::for_each_row(read);
+  kernel::for_each_extension_row(read);
   return needs;
+}
+
+bool is_extension(std::string_view kernel) {
+  bool found = false;
+  kernel::for_each_extension_row(
+      [&](const kernel::KernelRow& row) { found = found || kernel == row.name; });
+  return found;
 }
 
 }  // namespace marlo::runtime

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "qrt_core/runtime/engine/create_net.h"
 #include "qrt_core/runtime/model/inference_config.h"
@@ -15,6 +16,12 @@ void register_portable_kernels(KernelRegistry& kernels);
 void register_sse_kernels(KernelRegistry& kernels);
 void register_avx_kernels(KernelRegistry& kernels);
 void register_sgemm_kernels(KernelRegistry& kernels);
+
+/// The second set, as far as this build has it.
+void register_extension_kernels(KernelRegistry& kernels);
+
+/// Whether a kernel is one of the second set.
+bool is_extension(std::string_view kernel);
 
 /// "InferenceParamConv2DQuant" and "InferenceParamUpsampling2DQuant".
 void register_quantisation_params(InferenceParamRegistry& params);

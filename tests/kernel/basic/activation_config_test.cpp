@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/base64.h"
 #include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/model/inference_param.h"
@@ -230,6 +231,11 @@ TEST_P(ActivationConfig, InfersTheShapesOfItsInputs) {
   EXPECT_TRUE(inferred[0] == shape);
 }
 
+#if QRT_WITH_EXTENSIONS
+INSTANTIATE_TEST_SUITE_P(ExtensionRows, ActivationConfig,
+                         testing::ValuesIn(kernel::extension_activation_rows),
+                         [](const auto& test) { return std::string(test.param->name); });
+#endif
 INSTANTIATE_TEST_SUITE_P(Rows, ActivationConfig, testing::ValuesIn(kernel::activation_rows),
                          [](const auto& test) { return std::string(test.param->name); });
 

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/activation_tester.h"
 #include "tests/support/compare.h"
 #include "tests/support/edge_sizes.h"
@@ -100,6 +101,11 @@ TEST_P(ActivationKernel, TakesSlopesOfEveryKind) {
   }
 }
 
+#if QRT_WITH_EXTENSIONS
+INSTANTIATE_TEST_SUITE_P(ExtensionRows, ActivationKernel,
+                         testing::ValuesIn(kernel::extension_activation_rows),
+                         [](const auto& test) { return std::string(test.param->name); });
+#endif
 INSTANTIATE_TEST_SUITE_P(Rows, ActivationKernel, testing::ValuesIn(kernel::activation_rows),
                          [](const auto& test) { return std::string(test.param->name); });
 

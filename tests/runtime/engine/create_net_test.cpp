@@ -273,6 +273,25 @@ TEST_P(CreateNetTest, TraceTextsReachNoSinkWhateverTheMask) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+#if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
+TEST_P(CreateNetTest, SaysWhichCallEntersAKernelOfTheSecondSet) {
+  KernelRegistry kernels;
+  InferenceParamRegistry params;
+  utility::init_register_operators(kernels, params);
+  auto model = ModelBuilder().input("x", "Input_Fallback_M1");
+  model.activation("r", "x", "ReLU_AVX512_Float_M1");
+  const auto create = [&] {
+    GetParam() == Form::model_file
+        ? CreateNet(model.info(), model.configuration(), kernels, context_)
+        : CreateNet(model.info(), model.inference_configuration(), kernels, context_);
+  };
+  EXPECT_THAT(test::failure_of(create),
+              HasSubstr("is not in the registry; init_register_extension_operators"));
+  utility::init_register_extension_operators(kernels, params);
+  EXPECT_EQ(test::failure_of(create), "");
+}
+#endif
+
 TEST_P(CreateNetTest, ModelTreeMayGoAwayAfterwards) {
   std::shared_ptr<Net> net;
   {

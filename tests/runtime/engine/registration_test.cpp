@@ -172,6 +172,25 @@ TEST_F(RegistrationTest, ASecondCallChangesNothing) {
   EXPECT_EQ(params_.Keys().size(), 2u);
 }
 
+// The second set stands beside the first, whose registration never enters one of it.
+TEST_F(RegistrationTest, TheSecondSetIsEnteredByACallOfItsOwn) {
+  const auto first = sorted_keys(kernels_);
+  for (const std::string& key : first) EXPECT_FALSE(is_extension(key)) << key;
+  KernelRegistry both = kernels_;
+  utility::init_register_extension_operators(both, params_);
+  EXPECT_EQ(params_.Keys().size(), 2u);
+  const auto all = sorted_keys(both);
+  EXPECT_EQ(all.size() > first.size(), QRT_WITH_EXTENSIONS && QRT_WITH_AVX);
+  for (const std::string& key : all) {
+    EXPECT_EQ(is_extension(key), kernels_.Create(key) == nullptr) << key;
+  }
+  utility::init_register_extension_operators(both, params_);
+  EXPECT_EQ(sorted_keys(both), all);
+  KernelRegistry alone;
+  utility::init_register_extension_operators(alone, params_);
+  EXPECT_EQ(alone.Keys().size(), all.size() - first.size());
+}
+
 class Own final : public IKernel {
  public:
   std::string GetKernelName() override { return "own"; }

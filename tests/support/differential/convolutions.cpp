@@ -4,7 +4,9 @@
 #include "tests/support/blocked_layout.h"
 #include "tests/support/conv_setup.h"
 #include "tests/support/differential/operation.h"
+#include "tests/support/kernels.h"
 #include "tests/support/numbers.h"
+#include "tests/support/oracle.h"
 
 // Convolutions of all three geometries. What a kernel makes may be off from the portable one by the
 // bounds that the catalogue states, once for each of the two; sums of small integers are exact.
@@ -210,7 +212,8 @@ void add(std::vector<double>& errors, double error) {
   for (double& one : errors) one += error;
 }
 
-Expectation expectation(const std::string& kernel, const Layer& layer, const Reference& reference) {
+Expectation expected_sums(const std::string& kernel, const Layer& layer,
+                          const Reference& reference) {
   Expectation expected = reference.expected;
   if (layer.exact) return expected;
   expected.errors = order_errors(layer, reference);
@@ -218,6 +221,20 @@ Expectation expectation(const std::string& kernel, const Layer& layer, const Ref
   if (has_part(kernel, "Winograd")) {
     const auto more = filtering_errors(layer, reference);
     for (size_t i = 0; i < more.size(); ++i) expected.errors[i] += more[i];
+  }
+  return expected;
+}
+
+Expectation expectation(const std::string& kernel, const Layer& layer, const Reference& reference) {
+  Expectation expected = expected_sums(kernel, layer, reference);
+  const kernel::Epilogue epilogue = epilogue_of(kernel);
+  if (epilogue == kernel::Epilogue::none) return expected;
+  for (size_t i = 0; i < expected.values.size(); ++i) {
+    const double sum = expected.values[i];
+    // The reference's result is rounded once more.
+    expected.errors[i] =
+        epilogue_error(epilogue, sum, expected.errors[i]) + 0x1p-22 * std::abs(sum);
+    expected.values[i] = static_cast<float>(exact_epilogue(epilogue, sum));
   }
   return expected;
 }

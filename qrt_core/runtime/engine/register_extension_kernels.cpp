@@ -1,0 +1,12 @@
+#include "qrt_core/kernel/extension/kernels.h"
+#include "qrt_core/runtime/engine/registration.h"
+
+namespace marlo::runtime {
+
+using namespace kernel;
+
+void register_extension_kernels([[maybe_unused]] KernelRegistry& kernels) {
+  QRT_EXTENSION_KERNELS(QRT_ADD_KERNEL)
+}
+
+}  // namespace marlo::runtime
