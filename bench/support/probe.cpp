@@ -99,6 +99,8 @@ double arithmetic_limit(Width width) {
 
 double fused_limit() { return has_fma() ? gigaflops(peak_fma, 8) : 0.0; }
 
+double wide_limit() { return has_avx512() ? gigaflops(peak_avx512, 16) : 0.0; }
+
 double read_limit(Width width, const float* from, size_t count) {
   count = in_whole_steps(count);
   const ReadCore read = width == Width::avx ? read_avx : read_sse;
@@ -117,7 +119,8 @@ Limits measure_limits() {
   limits.maxima_and_sums_per_cycle = 1e-9 * per_second(max_and_sum_sse, 2 * kChains) / limits.clock;
   limits.sse = gigaflops(peak_sse, 4);
   if (has_avx()) limits.avx = gigaflops(peak_avx, 8);
-  if (has_fma()) limits.fma = gigaflops(peak_fma, 8);
+  limits.fma = fused_limit();
+  limits.avx512 = wide_limit();
   const Arena arena(2 * kMemoryBytes + kPage);
   for (const Width width : {Width::sse, Width::avx}) {
     const size_t i = width == Width::avx ? 1 : 0;
@@ -133,6 +136,7 @@ void print_limits(const Limits& limits) {
   std::fprintf(stderr, "  products and sums: SSE %.1f GFLOP/s", limits.sse);
   if (has_avx()) std::fprintf(stderr, ", AVX %.1f", limits.avx);
   if (has_fma()) std::fprintf(stderr, ", AVX with FMA %.1f", limits.fma);
+  if (has_avx512()) std::fprintf(stderr, ", AVX-512 %.1f", limits.avx512);
   std::fprintf(stderr, "\n  maxima and sums: %.2f per cycle together\n",
                limits.maxima_and_sums_per_cycle);
   std::fputs("  GB/s                    16 bytes wide", stderr);

@@ -16,10 +16,11 @@ struct Bandwidth {
 
 /// Medians of several runs.
 struct Limits {
-  double clock = 0;  ///< GHz
-  double sse = 0;    ///< GFLOP/s of separate products and sums in 4 lanes
-  double avx = 0;    ///< the same in 8 lanes; 0 without AVX
-  double fma = 0;    ///< GFLOP/s of fused products and sums in 8 lanes; 0 without FMA
+  double clock = 0;   ///< GHz
+  double sse = 0;     ///< GFLOP/s of separate products and sums in 4 lanes
+  double avx = 0;     ///< the same in 8 lanes; 0 without AVX
+  double fma = 0;     ///< GFLOP/s of fused products and sums in 8 lanes; 0 without FMA
+  double avx512 = 0;  ///< the same in 16 lanes; 0 without AVX-512
   double maxima_and_sums_per_cycle = 0;  ///< instructions, of both together
   Bandwidth l1[2], l2[2], memory[2];     ///< at 16 and at 32 bytes
 };
@@ -48,6 +49,9 @@ double arithmetic_limit(Width width);
 
 /// GFLOP/s of fused products and sums in 8 lanes, measured now; 0 without FMA.
 double fused_limit();
+
+/// The same in 16 lanes; 0 without AVX-512.
+double wide_limit();
 
 /// GB/s of reading an array of `count` floats, `kCopyStep` at least, but for what is left of whole
 /// steps; measured now.

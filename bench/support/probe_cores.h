@@ -31,6 +31,7 @@ constexpr size_t kChains = 7;
 void peak_sse(size_t rounds, float one, float zero) noexcept;
 void peak_avx(size_t rounds, float one, float zero) noexcept;
 void peak_fma(size_t rounds, float one, float zero) noexcept;
+void peak_avx512(size_t rounds, float one, float zero) noexcept;
 
 /// As above with `kChains` maxima and as many sums. Processors differ in whether these share ports.
 void max_and_sum_sse(size_t rounds, float one, float zero) noexcept;

@@ -16,6 +16,8 @@ bool has_avx() { return test::processor_has(InstructionSet::avx); }
 
 bool has_fma() { return test::processor_has(InstructionSet::fma); }
 
+bool has_avx512() { return test::processor_has(InstructionSet::avx512); }
+
 std::string processor_name() {
   std::ifstream lines("/proc/cpuinfo");
   for (std::string line; std::getline(lines, line);) {

@@ -15,6 +15,7 @@ constexpr size_t bytes_of(Width width) { return static_cast<size_t>(width); }
 /// @{
 bool has_avx();
 bool has_fma();
+bool has_avx512();
 /// @}
 
 /// The processor's own name for itself.

@@ -191,7 +191,17 @@ struct Avx512Vector {
   static Register splat(const float* from) noexcept { return _mm512_set1_ps(*from); }
   static Register splat(float x) noexcept { return _mm512_set1_ps(x); }
   static void store(float* to, Register x) noexcept { _mm512_storeu_ps(to, x); }
-  /// Eight lanes to one place and eight to another.
+  /// Sixteen floats, or eight of them twice.
+  template <size_t count>
+  static Register repeat(const float* from) noexcept {
+    if constexpr (count == kLanes) return load(from);
+    return _mm512_broadcast_f32x8(_mm256_loadu_ps(from));
+  }
+  /// Eight lanes from one place and eight from another, and back.
+  static Register load_halves(const float* low, const float* high) noexcept {
+    return _mm512_insertf32x8(_mm512_castps256_ps512(_mm256_loadu_ps(low)), _mm256_loadu_ps(high),
+                              1);
+  }
   static void store_halves(float* low, float* high, Register x) noexcept {
     _mm256_storeu_ps(low, _mm512_castps512_ps256(x));
     _mm256_storeu_ps(high, _mm512_extractf32x8_ps(x, 1));

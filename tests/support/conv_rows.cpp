@@ -65,8 +65,11 @@ std::vector<ConvRow> all_convolution_rows() {
 #endif
 #if QRT_WITH_EXTENSIONS
   // An epilogue changes nothing in what is accepted; the tests of its own kernels cover it.
-  for (const auto* row : kernel::block_window_rows) {
-    if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
+  for (const auto& list : {kernel::block_window_rows, kernel::block_winograd_rows,
+                           kernel::block_depthwise_rows, kernel::first_window_rows}) {
+    for (const auto* row : list) {
+      if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
+    }
   }
 #endif
   return rows;

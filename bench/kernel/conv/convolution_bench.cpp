@@ -15,7 +15,9 @@
 #include "qrt_core/kernel/conv/general_convolution.h"
 #include "qrt_core/kernel/conv/strassen.h"
 #include "qrt_core/kernel/conv/winograd.h"
+#include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/conv_setup.h"
+#include "tests/support/kernels.h"
 
 // The fast convolutions over planes and blocks on layers of known networks, beside oneDNN held to
 // AVX2 and, where a layer is a product of matrices, OpenBLAS.
@@ -36,6 +38,7 @@ constexpr double kMostMultiplyAdds = 3e9;
 // Whether a kernel fuses products and sums. Dense kernels with a window do so in four cases only.
 bool is_fused(const std::string& name) {
   const auto has = [&name](const char* part) { return name.find(part) != std::string::npos; };
+  if (has("_FMA_")) return true;
   if (!has("_AVX_")) return has("_SGEMM_");
   if (has("Depthwise_")) return has("_C4HW4_") || has("_K3x3_S1x1_");
   if (has("_K1x1_S2x2_") || has("_TO_CHW_")) return false;
@@ -48,7 +51,7 @@ bool is_fused(const std::string& name) {
 void check(const std::string& name, const ConvShape& shape, const ConvData& data,
            const std::vector<float>& output) {
   const ConvCase& all = shape.sizes;
-  if (all.groups != 1) return;
+  if (all.groups != 1 || test::epilogue_of(name) != kernel::Epilogue::none) return;
   // Fast algorithms have wider bounds of their own, which their tests hold them to.
   const bool is_plain =
       name.find("Strassen") == std::string::npos && name.find("Winograd") == std::string::npos;
@@ -94,7 +97,9 @@ void run(benchmark::State& state, const Row& row, const ConvShape& shape) {
     layer.pass();
     check(row.name, shape, data, layer.output_planes(sizes.out_channels));
   }
-  const double limit = is_fused(row.name) ? fused_limit() : arithmetic_limit(layer.width());
+  const double limit = row.needs == runtime::InstructionSet::avx512 ? wide_limit()
+                       : is_fused(row.name)                         ? fused_limit()
+                                            : arithmetic_limit(layer.width());
   time_computing(state, layer, 2 * shape.multiply_adds(), limit);
   report_peers(state, layer, sizes,
                shape.multiply_adds() / static_cast<double>(sizes.weight_size()));
@@ -113,6 +118,23 @@ bool fits(const Row& row, const ConvShape& shape) {
                       PlaneGeometry::params_of(*test::describe<PlaneGeometry>(sizes, {})));
 }
 
+#if QRT_WITH_EXTENSIONS
+// With and without a rectifier: what other epilogues take is seen on a few.
+void add_extensions() {
+  for (const auto& rows : {kernel::block_window_rows, kernel::block_winograd_rows,
+                           kernel::block_depthwise_rows, kernel::first_window_rows}) {
+    std::vector<const Row*> some;
+    for (const Row* row : rows) {
+      const auto epilogue = row->epilogue;
+      const bool is_one = epilogue == kernel::Epilogue::none ||
+                          epilogue == kernel::Epilogue::relu || epilogue == kernel::Epilogue::silu;
+      if (is_one) some.push_back(row);
+    }
+    register_on_shapes(some, fits, run);
+  }
+}
+#endif
+
 template <typename Rows>
 void add(const Rows& rows) {
   register_on_shapes(rows, fits, run);
@@ -128,6 +150,9 @@ const bool registered = [] {
 #endif
 #if QRT_WITH_AVX
   add(kernel::strassen_convolution_rows);
+#endif
+#if QRT_WITH_EXTENSIONS
+  add_extensions();
 #endif
   return true;
 }();

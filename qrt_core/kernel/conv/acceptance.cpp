@@ -120,13 +120,17 @@ class Comparison {
 
   void group_a_channel() {
     const Conv2dParams& p = params_;
-    const bool equal = p.in_channels == p.out_channels && p.in_channels != 0;
+    const uint32_t multiple = accepts_.in.multiple_of;
+    const bool equal =
+        p.in_channels == p.out_channels && p.in_channels != 0 && p.in_channels % multiple == 0;
     if (equal && p.groups == p.in_channels) return;
     if (equal) {
       add("groups", std::to_string(p.in_channels) + ", one for each channel",
           std::to_string(p.groups));
     } else {
-      add("in_channels, out_channels, groups", "three equal numbers above 0",
+      add("in_channels, out_channels, groups",
+          multiple == 1 ? "three equal numbers above 0"
+                        : "three equal multiples of " + std::to_string(multiple),
           std::to_string(p.in_channels) + ", " + std::to_string(p.out_channels) + ", " +
               std::to_string(p.groups));
     }
@@ -157,7 +161,11 @@ std::string words_for(const Accepts& accepts, bool is_line) {
   text += std::string(", ") + sizes_of(accepts.paddings).words;
   if (accepts.in.exactly != 0) text += channel_words(accepts.in.exactly, "in");
   if (accepts.out.exactly != 0) text += channel_words(accepts.out.exactly, "out");
-  if (accepts.in.multiple_of == 8) text += ", channels in eights";
+  if (accepts.in.multiple_of == 8) {
+    text += ", channels in eights";
+  } else if (accepts.out.multiple_of == 8) {
+    text += ", output channels in eights";
+  }
   if (accepts.groups == Groups::one_a_channel) text += ", one channel a group";
   if (accepts.groups == Groups::one) text += ", one group";
   if (accepts.groups == Groups::in_eights) text += ", groups of channels in eights";

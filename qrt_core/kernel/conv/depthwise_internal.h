@@ -45,6 +45,17 @@ struct PairedPixels {
   }
 };
 
+/// How kernels without an epilogue end.
+struct NoEnding {
+  explicit NoEnding(Epilogue) noexcept {}
+  template <typename Vector>
+  [[gnu::always_inline]] typename Vector::Register ended(
+      typename Vector::Register x) const noexcept {
+    return x;
+  }
+  void stored(float*, size_t) const noexcept {}
+};
+
 /// A rectangle of outputs.
 struct DepthwiseArea {
   size_t first_row;
@@ -57,8 +68,9 @@ struct DepthwiseArea {
 /// of its output, a multiple of `Pixels::kPixels` wide. Vectors are taken row by row, up to `kMost`
 /// at a time; each sum takes the window's rows and columns in order. An input is loaded once for
 /// all sums of its row; those in the margins are read from `zeros`, which holds a row of the input.
+/// `Ending` says what becomes of a sum before and after it is stored.
 template <typename Vector, template <typename, size_t> typename PixelsOf, size_t kSize,
-          size_t kStride, size_t kMost>
+          size_t kStride, size_t kMost, typename Ending = NoEnding>
 class DepthwiseTiles {
   using Register = typename Vector::Register;
   using Pixels = PixelsOf<Vector, kStride>;
@@ -69,7 +81,11 @@ class DepthwiseTiles {
 
  public:
   DepthwiseTiles(const ConvTask& task, const float* zeros, const DepthwiseArea& area) noexcept
-      : task_(task), zeros_(zeros), area_(area), vectors_(area.columns / Pixels::kPixels) {
+      : task_(task),
+        zeros_(zeros),
+        area_(area),
+        ending_(task.epilogue),
+        vectors_(area.columns / Pixels::kPixels) {
     const size_t left = task.params.padding_l;
     const size_t beyond = left < kMargin ? 0 : left - kMargin;
     const size_t first = (beyond + kStride - 1) / kStride;
@@ -169,8 +185,10 @@ class DepthwiseTiles {
         });
       });
     });
-    unrolled<kCount>(
-        QRT_UNROLLED(i) { Vector::store(output + i * Pixels::kPixels * kBlock, sums[i]); });
+    unrolled<kCount>(QRT_UNROLLED(i) {
+      Vector::store(output + i * Pixels::kPixels * kBlock, ending_.template ended<Vector>(sums[i]));
+    });
+    ending_.stored(output, kCount * Pixels::kPixels * kBlock);
   }
 
   // One vector whose windows reach far into the margins beside the picture.
@@ -184,7 +202,8 @@ class DepthwiseTiles {
         sum = Vector::plus_product(sum, x, w);
       }
     }
-    Vector::store(output, sum);
+    Vector::store(output, ending_.template ended<Vector>(sum));
+    ending_.stored(output, Pixels::kPixels * kBlock);
   }
 
   // The inputs of one tap, from a row or, where they are outside, zero.
@@ -201,6 +220,7 @@ class DepthwiseTiles {
   const ConvTask& task_;
   const float* zeros_;
   DepthwiseArea area_;
+  Ending ending_;
   size_t vectors_;
   size_t inner_begin_;  // vectors from here to the end reach at most kMargin columns outside
   size_t inner_end_;

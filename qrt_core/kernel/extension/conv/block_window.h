@@ -21,6 +21,12 @@ std::shared_ptr<runtime::TensorCPU> pack_in_widths_of_16(
 /// Widths of 32, 16 and 8.
 std::shared_ptr<runtime::TensorCPU> pack_in_widths_of_32(
     std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
+/// The same with input channels one by one: [G, N / width, C, H, W, n], widths of 16 and 8.
+std::shared_ptr<runtime::TensorCPU> pack_planes_in_widths_of_16(
+    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
+/// Widths of 32, 16 and 8.
+std::shared_ptr<runtime::TensorCPU> pack_planes_in_widths_of_32(
+    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
 /// @}
 
 /// Whole blocks of channels.

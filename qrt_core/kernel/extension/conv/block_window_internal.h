@@ -28,6 +28,30 @@ template <typename Vector>
   }
 }
 
+/// Stores the sums of neighbouring pixels as a kernel ends.
+/// @param output of the first block of channels, `plane` floats before that of the next
+template <typename Vector, size_t kVectors, size_t kPixels>
+[[gnu::always_inline]] inline void store_tile(const Ending& ending,
+                                              typename Vector::Register (&sums)[kVectors][kPixels],
+                                              float* output, size_t plane) noexcept {
+  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
+  if (ending.clamps()) {
+    unrolled<kVectors>(QRT_UNROLLED(v) {
+      unrolled<kPixels>(QRT_UNROLLED(pixel) {
+        sums[v][pixel] = ending.template clamped<Vector>(sums[v][pixel]);
+      });
+    });
+  }
+  unrolled<kVectors>(QRT_UNROLLED(v) {
+    float* to = output + v * kBlocks * plane;
+    unrolled<kPixels>(QRT_UNROLLED(pixel) {
+      store_channels<Vector>(to + pixel * kChannelBlock, plane, sums[v][pixel]);
+    });
+  });
+  unrolled<kVectors * kBlocks>(
+      QRT_UNROLLED(block) { ending.stored(output + block * plane, kPixels * kChannelBlock); });
+}
+
 /// A part of the output: rows, and columns of each.
 struct WindowBand {
   size_t row, end_row;
@@ -134,29 +158,6 @@ class WindowChannels {
     });
   }
 
-  template <size_t kPixels>
-  [[gnu::always_inline]] void finish(Register (&sums)[kVectors][kPixels],
-                                     float* output) const noexcept {
-    constexpr size_t kBlocks = Vector::kLanes / kBlock;
-    const size_t out_plane = plane_.out_plane;
-    const Ending& ending = plane_.ending;
-    if (ending.clamps()) {
-      unrolled<kVectors>(QRT_UNROLLED(v) {
-        unrolled<kPixels>(QRT_UNROLLED(pixel) {
-          sums[v][pixel] = ending.template clamped<Vector>(sums[v][pixel]);
-        });
-      });
-    }
-    unrolled<kVectors>(QRT_UNROLLED(v) {
-      float* to = output + v * kBlocks * out_plane;
-      unrolled<kPixels>(QRT_UNROLLED(pixel) {
-        store_channels<Vector>(to + pixel * kBlock, out_plane, sums[v][pixel]);
-      });
-    });
-    unrolled<kVectors * kBlocks>(
-        QRT_UNROLLED(block) { ending.stored(output + block * out_plane, kPixels * kBlock); });
-  }
-
   // Adds the products of one place of the window; `at(pixel)` is where its channels begin.
   template <size_t kPixels, typename At>
   [[gnu::always_inline]] static void add_tap(const float* weight, At at,
@@ -229,7 +230,8 @@ class WindowChannels {
       weight += plane_.taps() * kTap;
       input += plane_.in_plane;
     }
-    finish(sums, output_ + (row * plane_.out_width + column) * kBlock);
+    store_tile<Vector>(plane_.ending, sums, output_ + (row * plane_.out_width + column) * kBlock,
+                       plane_.out_plane);
   }
 
   // A tile of which any pixel may reach outside, and whose pixels may stand in several rows.
@@ -262,7 +264,7 @@ class WindowChannels {
       }
       input += plane_.in_plane;
     }
-    finish(sums, output_ + pixel * kBlock);
+    store_tile<Vector>(plane_.ending, sums, output_ + pixel * kBlock, plane_.out_plane);
   }
 
   const WindowPlane& plane_;
@@ -272,7 +274,7 @@ class WindowChannels {
   float* output_;
 };
 
-/// Runs `channels(band)` over the parts of a plane whose inputs stay in L2 while all output channels
+/// Calls `run(band)` for the parts of a plane whose inputs stay in L2 while all output channels
 /// pass over them.
 template <typename Run>
 void for_each_band(const WindowPlane& plane, size_t resident, Run run) noexcept {
@@ -290,8 +292,7 @@ void for_each_band(const WindowPlane& plane, size_t resident, Run run) noexcept 
   });
 }
 
-/// Calls `run(vectors of that width, first block)` for the widths into which output channels are
-/// shared: as many of the widest as there are, then one of each that is left.
+/// Calls `group(input, weight, bias, output)` with where each group of the convolution begins.
 template <typename Group>
 void for_each_group(const ConvTask& task, size_t taps, Group group) noexcept {
   const Conv2dParams& p = task.params;

@@ -99,6 +99,13 @@ class Ending {
     return Vector::minimum(Vector::maximum(x, Vector::zero()), Vector::splat(highest_));
   }
 
+  /// `clamped`, where that is what is to be done.
+  template <typename Vector>
+  [[gnu::always_inline]] typename Vector::Register ended(
+      typename Vector::Register x) const noexcept {
+    return clamps_ ? clamped<Vector>(x) : x;
+  }
+
   /// What is left for `count` floats that were stored, whole blocks of 8.
   [[gnu::always_inline]] void stored(float* floats, size_t count) const noexcept {
     if (finish_ != nullptr) finish_(floats, count);

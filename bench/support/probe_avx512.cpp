@@ -1,0 +1,17 @@
+#ifndef __AVX512F__
+#error "this file holds AVX-512 code and must be compiled with -mavx512f"
+#endif
+
+#include "bench/support/probe_internal.h"
+
+namespace marlo::bench {
+
+// One turn of the loop is two rounds.
+void peak_avx512(size_t rounds, float one, float zero) noexcept {
+  const __m512 factor = _mm512_set1_ps(one);
+  const __m512 term = _mm512_set1_ps(zero);
+  const auto next = [factor, term](__m512 x) { return _mm512_fmadd_ps(x, factor, term); };
+  run_chains<kernel::Avx512Vector>((rounds + 1) / 2, one, next, next);
+}
+
+}  // namespace marlo::bench

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "qrt_core/kernel/conv/conv_params.h"
+
+namespace marlo::kernel::conv {
+
+// Depthwise convolutions in C8HW8 with an epilogue, as those of conv/depthwise_cores.h: `zeros` holds a
+// row of the input. Products and sums are fused.
+
+void block_depthwise_3x3_fma(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_3x3_stride2_fma(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_5x5_fma(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_5x5_stride2_fma(const ConvTask& task, const float* zeros) noexcept;
+
+// Two pixels share a vector.
+void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_5x5_avx512(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_5x5_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;
+
+}  // namespace marlo::kernel::conv

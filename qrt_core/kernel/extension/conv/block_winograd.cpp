@@ -1,0 +1,131 @@
+#include "qrt_core/kernel/extension/conv/block_winograd.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <vector>
+
+namespace marlo::kernel {
+
+using runtime::DataType;
+using runtime::DeviceCPU;
+using runtime::LayoutType;
+using runtime::LocationType;
+using runtime::TensorCPU;
+using runtime::TensorShape;
+
+namespace {
+
+constexpr size_t kBlock = 8;
+constexpr size_t kTaps = 3;
+
+using FilterRow = std::array<double, kTaps>;
+
+constexpr std::array<FilterRow, 6> kFilters4 = {{{1.0 / 4, 0, 0},
+                                                 {-1.0 / 6, -1.0 / 6, -1.0 / 6},
+                                                 {-1.0 / 6, 1.0 / 6, -1.0 / 6},
+                                                 {1.0 / 24, 1.0 / 12, 1.0 / 6},
+                                                 {1.0 / 24, -1.0 / 12, 1.0 / 6},
+                                                 {0, 0, 1}}};
+
+constexpr std::array<FilterRow, 8> kFilters6 = {{{1, 0, 0},
+                                                 {-2.0 / 9, -2.0 / 9, -2.0 / 9},
+                                                 {-2.0 / 9, 2.0 / 9, -2.0 / 9},
+                                                 {1.0 / 90, 1.0 / 45, 2.0 / 45},
+                                                 {1.0 / 90, -1.0 / 45, 2.0 / 45},
+                                                 {32.0 / 45, 16.0 / 45, 8.0 / 45},
+                                                 {32.0 / 45, -16.0 / 45, 8.0 / 45},
+                                                 {0, 0, 1}}};
+
+double combined(const FilterRow& factors, double a, double b, double c) {
+  return factors[0] * a + factors[1] * b + factors[2] * c;
+}
+
+// One filter; its elements are `step` floats apart.
+template <size_t kIn>
+void transform(const std::array<FilterRow, kIn>& matrix, const float* filter, float* to,
+               size_t step) {
+  for (size_t i = 0; i < kIn; ++i) {
+    FilterRow row;
+    for (size_t x = 0; x < kTaps; ++x) {
+      row[x] = combined(matrix[i], filter[x], filter[kTaps + x], filter[2 * kTaps + x]);
+    }
+    for (size_t j = 0; j < kIn; ++j) {
+      to[(i * kIn + j) * step] = static_cast<float>(combined(matrix[j], row[0], row[1], row[2]));
+    }
+  }
+}
+
+template <size_t kIn>
+std::shared_ptr<TensorCPU> pack_filters(const std::array<FilterRow, kIn>& matrix,
+                                        const TensorCPU& weight, DeviceCPU& device, size_t widest) {
+  const TensorShape& shape = weight.shape;
+  const bool packable =
+      shape.layout == LayoutType::GNCHW && shape.location == LocationType::MainMemory &&
+      shape.data_type == DataType::FLOAT32 && shape.dims.size() == 5 && shape.dims[0] == 1 &&
+      shape.dims[1] % kBlock == 0 && shape.dims[2] % kBlock == 0 && shape.dims[3] == kTaps &&
+      shape.dims[4] == kTaps;
+  if (!packable) return nullptr;
+  const auto elements = static_cast<uint32_t>(kIn * kIn);
+  auto packed =
+      device.CreateTensor(TensorShape({elements, shape.dims[1], shape.dims[2]}, shape.data_type,
+                                      LayoutType::FLEXIABLE, shape.location),
+                          nullptr);
+  const size_t outs = shape.dims[1];
+  const size_t ins = shape.dims[2];
+  const auto* from = static_cast<const float*>(weight.RawPointer());
+  auto* to = static_cast<float*>(packed->RawPointer());
+  size_t first = 0;
+  for (size_t width = widest; width >= kBlock; width /= 2) {
+    for (; first + width <= outs; first += width) {
+      for (size_t c = 0; c < ins; ++c) {
+        for (size_t n = 0; n < width; ++n) {
+          transform(matrix, from + ((first + n) * ins + c) * kTaps * kTaps, to + c * width + n,
+                    ins * width);
+        }
+      }
+      to += elements * ins * width;
+    }
+  }
+  return packed;
+}
+
+}  // namespace
+
+std::shared_ptr<TensorCPU> pack_filters_4x4_of_16(std::shared_ptr<TensorCPU> weight,
+                                                  std::shared_ptr<DeviceCPU> device) {
+  return pack_filters(kFilters4, *weight, *device, 16);
+}
+
+std::shared_ptr<TensorCPU> pack_filters_6x6_of_16(std::shared_ptr<TensorCPU> weight,
+                                                  std::shared_ptr<DeviceCPU> device) {
+  return pack_filters(kFilters6, *weight, *device, 16);
+}
+
+std::shared_ptr<TensorCPU> pack_filters_4x4_of_32(std::shared_ptr<TensorCPU> weight,
+                                                  std::shared_ptr<DeviceCPU> device) {
+  return pack_filters(kFilters4, *weight, *device, 32);
+}
+
+std::shared_ptr<TensorCPU> pack_filters_6x6_of_32(std::shared_ptr<TensorCPU> weight,
+                                                  std::shared_ptr<DeviceCPU> device) {
+  return pack_filters(kFilters6, *weight, *device, 32);
+}
+
+namespace conv {
+
+void run_winograd(const ConvTask& task, DeviceCPU& device, uint32_t size, uint32_t widest,
+                  WinogradCore core) {
+  // Two rounds of the widest tile of a product: the transformed inputs stay in L2.
+  constexpr uint64_t kMostTiles = 28;
+  const auto count = [size](uint64_t outputs) { return (outputs + size - 1) / size; };
+  const uint64_t tiles = std::min(kMostTiles, count(task.out_height) * count(task.out_width));
+  const uint64_t elements = uint64_t{size + 2} * (size + 2);
+  const uint64_t floats = elements * (uint64_t{task.in_blocks} * kBlock + widest) * tiles;
+  const auto scratch =
+      device.CreateF32FlexiableMainMemory({static_cast<uint32_t>(floats)}, nullptr);
+  core(task, static_cast<float*>(scratch->RawPointer()), tiles);
+}
+
+}  // namespace conv
+}  // namespace marlo::kernel

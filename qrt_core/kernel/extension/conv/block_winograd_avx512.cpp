@@ -1,0 +1,30 @@
+#ifndef __AVX512F__
+#error "this file holds AVX-512 code and must be compiled with -mavx512f"
+#endif
+
+#include "qrt_core/kernel/extension/conv/block_winograd_cores.h"
+#include "qrt_core/kernel/extension/conv/block_winograd_internal.h"
+
+namespace marlo::kernel::conv {
+namespace {
+
+template <typename F>
+void run(const ConvTask& task, float* scratch, size_t tiles) noexcept {
+  Winograd<F>(task, scratch, tiles).run([](Winograd<F>& winograd) {
+    winograd.template groups<Avx512Vector, 2>();
+    winograd.template groups<Avx512Vector, 1>();
+    winograd.template groups<FusedVector, 1>();
+  });
+}
+
+}  // namespace
+
+void winograd_4x4_avx512(const ConvTask& task, float* scratch, size_t tiles) noexcept {
+  run<Filtering4>(task, scratch, tiles);
+}
+
+void winograd_6x6_avx512(const ConvTask& task, float* scratch, size_t tiles) noexcept {
+  run<Filtering6>(task, scratch, tiles);
+}
+
+}  // namespace marlo::kernel::conv

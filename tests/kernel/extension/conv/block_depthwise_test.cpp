@@ -1,0 +1,62 @@
+#include <gtest/gtest.h>
+
+#include "qrt_core/kernel/extension/kernels.h"
+#include "tests/support/conv_tester.h"
+#include "tests/support/kernels.h"
+
+// Depthwise convolutions in C8HW8 with an epilogue.
+
+#if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
+
+namespace marlo::test {
+namespace {
+
+using PlaneRow = kernel::ConvolutionRow<kernel::PlaneGeometry>;
+
+class BlockDepthwise : public testing::TestWithParam<const PlaneRow*> {
+ protected:
+  void SetUp() override { QRT_SKIP_WHERE_MISSING(GetParam()->name); }
+
+  const PlaneRow& row() const { return *GetParam(); }
+  bool is_plain() const { return row().epilogue == kernel::Epilogue::none; }
+
+  ConvTester tester(uint32_t blocks) const {
+    return ConvTester()
+        .channels(8 * blocks, 8 * blocks)
+        .groups(8 * blocks)
+        .kernel(row().accepts.kernel_x)
+        .stride(row().accepts.stride);
+  }
+  void test(const ConvTester& tester) const {
+    EXPECT_TRUE(tester.test(row())) << "refused: " << tester.sentence(row().name);
+  }
+};
+
+TEST_P(BlockDepthwise, TakesEveryWidth) {
+  for (uint32_t width = 1; width <= 40; width += is_plain() ? 1 : 7) {
+    test(tester(1 + width % 3).size(1 + width % 6, width).padding(2).bias(width % 4 != 0));
+  }
+}
+
+TEST_P(BlockDepthwise, TakesAnyPaddings) {
+  if (!is_plain()) GTEST_SKIP() << "as without an epilogue";
+  test(tester(1).size(5, 5).padding(0));
+  test(tester(2).size(6, 9).padding(1));
+  test(tester(2).size(6, 9).padding(5, 0, 0, 1));
+  test(tester(2).size(6, 9).padding(0, 6, 7, 0));
+  test(tester(1).size(1, 1).padding(4));
+}
+
+TEST_P(BlockDepthwise, WantsAGroupForEachChannelOfWholeBlocks) {
+  EXPECT_FALSE(tester(2).groups(1).size(6, 6).padding(2).test(row()));
+  EXPECT_FALSE(tester(2).groups(8).size(6, 6).padding(2).test(row()));
+  EXPECT_FALSE(tester(1).channels(12, 12).groups(12).size(6, 6).padding(2).test(row()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, BlockDepthwise, testing::ValuesIn(kernel::block_depthwise_rows),
+                         [](const auto& test) { return std::string(test.param->name); });
+
+}  // namespace
+}  // namespace marlo::test
+
+#endif
