@@ -5,9 +5,11 @@
 #include <utility>
 
 #include "qrt_core/utility/application.h"
+#include "qrt_toolkit/import_stages.h"
 #include "qrt_toolkit/lower/lowering.h"
 #include "qrt_toolkit/onnx/read.h"
 #include "qrt_toolkit/shapes/batch.h"
+#include "qrt_toolkit/shapes/cut.h"
 #include "qrt_toolkit/shapes/fix.h"
 #include "qrt_toolkit/shapes/infer.h"
 #include "qrt_toolkit/simplify/simplify.h"
@@ -35,9 +37,12 @@ void apply(const ImportOptions& options, Graph& graph, std::vector<std::string>&
   for (const auto& [name, given] : options.constants) {
     constants.emplace(name, numbers_of(name, given));
   }
-  std::map<std::string, Shape> shapes;
-  for (const auto& [name, sizes] : options.shapes) shapes.emplace(name, shape_of(sizes));
   fix_values(graph, constants);
+  std::map<std::string, Shape> shapes;
+  for (const auto& [name, sizes] : options.shapes) {
+    const bool only = name.empty() && graph.inputs.size() == 1;
+    shapes.emplace(only ? graph.value(graph.inputs[0]).name : name, shape_of(sizes));
+  }
   fix_shapes(graph, shapes);
   for (const std::string& name : assume_batch_of_one(graph)) {
     notes.push_back("input \"" + name + "\": its first size is open, and taken for a batch of 1");
@@ -81,16 +86,18 @@ ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, boo
 
 }  // namespace
 
-ImportedModel import_onnx(const std::string& path, const ImportOptions& options) {
+ImportStages import_stages(const std::string& path, const ImportOptions& options) {
   OnnxModel source = read_onnx(path);
   Graph& graph = source.graph;
-  ImportedModel imported;
-  ImportReport& report = imported.report;
+  ImportStages stages;
+  ImportReport& report = stages.imported.report;
   report.producer = source.producer;
   report.opset = source.opset;
+  if (!options.outputs.empty()) cut_graph(graph, options.outputs, report.notes);
   ModelHeader header;
   for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
   apply(options, graph, report.notes);
+  stages.given = graph;
   simplify(graph);
   for (std::string& note : keep_states(graph, header.output_names)) {
     report.notes.push_back(std::move(note));
@@ -107,6 +114,7 @@ ImportedModel import_onnx(const std::string& path, const ImportOptions& options)
   header.network = options.network.empty() ? file.stem().string() : options.network;
   header.source = file.filename().string();
   header.producer = source.producer;
+  header.preparation = options.preparation;
   report.network = header.network;
   for (size_t i = 0; i < graph.inputs.size(); ++i) {
     report.inputs.push_back(
@@ -118,11 +126,18 @@ ImportedModel import_onnx(const std::string& path, const ImportOptions& options)
     report.outputs.push_back(tensor_of(header.output_names[i], layer, has_batch));
   }
   WrittenModel written = write_model(graph, std::move(plan), lowering.outputs(), header);
+  ImportedModel& imported = stages.imported;
   imported.model = std::move(written.model);
   report.node_of_layer = std::move(written.node_of_layer);
   report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
   choose_kernels(options, imported);
-  return imported;
+  stages.value_of_layer = std::move(written.value_of_layer);
+  stages.simplified = std::move(graph);
+  return stages;
+}
+
+ImportedModel import_onnx(const std::string& path, const ImportOptions& options) {
+  return std::move(import_stages(path, options).imported);
 }
 
 std::vector<OperatorSupport> supported_operators() {

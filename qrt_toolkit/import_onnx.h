@@ -22,24 +22,41 @@ struct GivenTensor {
   std::vector<double> numbers;  ///< row by row, converted to the input's type
 };
 
+/// What is done to a picture before the network sees it: samples of 0 to 255 less `mean`, times
+/// `scale`. Plain data.
+struct PicturePreparation {
+  std::string color;          ///< order of the planes: "rgb", "bgr" or "gray"; empty for the usual
+  std::vector<double> mean;   ///< one number for all channels, or one for each; empty for 0
+  std::vector<double> scale;  ///< likewise; empty for 1/255
+
+  /// Whether it says nothing.
+  bool empty() const { return color.empty() && mean.empty() && scale.empty(); }
+};
+
 /// What a caller can say of the network. Plain data: any number of threads may read it while none
 /// changes it.
 struct ImportOptions {
-  /// The shapes of inputs that the file leaves open, as the file has them, with their batch.
+  /// The shapes of inputs that the file leaves open, as the file has them, with their batch. The
+  /// name "" stands for the only input. A size of -1 stays free: the model then takes any.
   std::map<std::string, std::vector<int64_t>> shapes;
   /// Inputs that become constants.
   std::map<std::string, GivenTensor> constants;
+  /// Tensors, or nodes by name, that become the outputs: what only others need is cut off. The
+  /// graph's own outputs if empty.
+  std::vector<std::string> outputs;
   /// Name of the network; the file's own without folder and suffix if empty.
   std::string network;
   /// The kernels to choose from, by estimated costs. Without it those that this processor can run;
   /// `KernelSet::portable` keeps the kernels that define what is computed.
   std::optional<KernelSet> kernels;
+  /// What the model says about pictures for its inputs of three axes.
+  PicturePreparation preparation;
 };
 
 /// One input or output of the imported network. Plain data.
 struct ImportedTensor {
   std::string name;                ///< also the id of its layer
-  std::vector<uint32_t> shape;     ///< without batch
+  std::vector<uint32_t> shape;     ///< without batch; 0 for a size that stays free
   bool has_batch = false;          ///< whether the source's shape begins with a batch of one
   runtime::TensorShape in_memory;  ///< as the network takes or returns it
 };
@@ -63,6 +80,9 @@ struct ImportedModel {
   runtime::QRTModel model;  ///< weights as exact as the file has them
   ImportReport report;
 };
+
+/// Whether this library was built with what reads ONNX files; without it `import_onnx` throws.
+QRT_API bool can_read_onnx() noexcept;
 
 /// Imports a network. Its inputs and outputs are plain float32 in the file's own order of axes,
 /// less the batch, whatever layouts lie inside.

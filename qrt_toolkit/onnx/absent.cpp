@@ -1,4 +1,4 @@
-#include "qrt_toolkit/errors.h"
+#include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/read.h"
 
 // In place of the reader, in builds without it.

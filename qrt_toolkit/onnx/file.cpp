@@ -6,6 +6,7 @@
 
 #include <limits>
 
+#include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/protos_internal.h"
 
 namespace marlo::toolkit {

@@ -16,9 +16,6 @@ struct OnnxModel {
   std::string producer;  ///< "pytorch 2.1.0"; may be empty
 };
 
-/// Whether this library was built with the reader.
-bool can_read_onnx() noexcept;
-
 /// Reads a model. Tensors that it keeps in files of their own are read from its folder, and from
 /// nowhere else.
 ///

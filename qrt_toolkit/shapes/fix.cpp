@@ -73,12 +73,15 @@ void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes) {
 void fix_values(Graph& graph, const std::map<std::string, Numbers>& values) {
   fix_each(graph, values, [&](ValueId id, const Numbers& numbers) {
     Value& value = graph.value(id);
-    std::string why = misfit(value, shape_of(numbers.shape));
+    Numbers fitted = numbers;
+    // A single number fits any shape of one element.
+    if (numbers.shape.empty() && value.shape) fitted.shape.assign(value.shape->size(), 1);
+    std::string why = misfit(value, shape_of(fitted.shape));
     if (!why.empty()) return why;
     const ElementType type = value.type == ElementType::undefined ? numbers.type : value.type;
-    value.constant = constant_of(converted(numbers, type));
+    value.shape = shape_of(fitted.shape);
+    value.constant = constant_of(converted(fitted, type));
     value.type = type;
-    value.shape = shape_of(numbers.shape);
     graph.inputs.erase(std::find(graph.inputs.begin(), graph.inputs.end(), id));
     return why;
   });

@@ -78,6 +78,27 @@ void write_tensor(JsonWriter& json, const std::string& name, const runtime::Tens
   json.String(layout == nullptr ? "" : layout);
 }
 
+void write_numbers(JsonWriter& json, const char* key, const std::vector<double>& numbers) {
+  if (numbers.empty()) return;
+  json.Key(key);
+  json.StartArray();
+  for (const double number : numbers) json.Double(number);
+  json.EndArray();
+}
+
+void write_preparation(JsonWriter& json, const PicturePreparation& preparation) {
+  if (preparation.empty()) return;
+  json.Key("picture");
+  json.StartObject();
+  if (!preparation.color.empty()) {
+    json.Key("color");
+    json.String(preparation.color.c_str());
+  }
+  write_numbers(json, "mean", preparation.mean);
+  write_numbers(json, "scale", preparation.scale);
+  json.EndObject();
+}
+
 /// One line of JSON behind the fixed first key "qrt_model".
 std::string summary_of(const Plan& plan, const std::vector<std::string>& ids,
                        const std::vector<size_t>& outputs, const ModelHeader& header) {
@@ -99,6 +120,7 @@ std::string summary_of(const Plan& plan, const std::vector<std::string>& ids,
     write_tensor(json, ids[i], plan.shape(i));
     json.Key("batch");
     json.Bool(number < header.input_batches.size() && header.input_batches[number]);
+    if (plan.shape(i).dims.size() == 3) write_preparation(json, header.preparation);
     json.EndObject();
     ++number;
   }
@@ -143,6 +165,7 @@ WrittenModel write_model(const Graph& graph, Plan plan, const std::vector<size_t
     network->layers[ids[i]] = layer.info;
     network->extra_info.fmlas += layer.products;
     written.node_of_layer[ids[i]] = layer.node;
+    if (layer.value != kAbsent) written.value_of_layer[ids[i]] = layer.value;
     auto entry = std::make_shared<runtime::LayerCfg>();
     entry->kernel->kernel_type = layer.kernel;
     config.squential_ids.push_back(ids[i]);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/model_info.h"
+#include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/lower/plan.h"
 
 // From a plan to the tree of a model file.
@@ -18,12 +19,14 @@ struct ModelHeader {
   std::string producer;                   ///< what wrote that file; may be empty
   std::vector<std::string> output_names;  ///< one per output
   std::vector<bool> input_batches;        ///< per input: whether the source's shape has a batch
+  PicturePreparation preparation;         ///< of inputs with three axes; may be empty
 };
 
 /// A model, and what its layers come from.
 struct WrittenModel {
   runtime::QRTModel model;
   std::map<std::string, std::string> node_of_layer;  ///< the graph's node by layer id
+  std::map<std::string, ValueId> value_of_layer;     ///< the graph's value, where a layer makes one
 };
 
 /// Gives every layer of the plan an id and the model its header: sizes, multiply-adds, date, and a

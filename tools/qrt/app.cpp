@@ -20,6 +20,7 @@ constexpr char kDescription[] =
 
 constexpr char kFooter[] =
     "Examples:\n"
+    "  qrt import net.onnx net.qrtmodel              a network from elsewhere becomes a model\n"
     "  qrt info digits.qrtmodel                      what is in the file\n"
     "  qrt run digits.qrtmodel --input seven.png --top 3 --labels labels.txt --preview\n"
     "  qrt run digits.qrtmodel --input seven.png --profile --repeat 100\n"
@@ -41,6 +42,7 @@ constexpr char kFooter[] =
     "  3  an input (picture, .npy, labels) can't be read, or doesn't fit the network\n"
     "  4  a model file can't be read or loaded, or can't run on the sizes of its own header\n"
     "  5  a pass failed, a result can't be written, or nothing was found\n"
+    "  6  a network can't be imported, for the reasons that are listed\n"
     "With --json messages are JSON as well, one object a line: \"level\" is note, warning or\n"
     "error, \"message\" the text; the failure that ends the tool has its \"exit_code\".";
 

@@ -40,17 +40,21 @@ void add_info(CLI::App& app, InfoOptions& options) {
   command->callback([&options] { run_info(options); });
 }
 
-void add_picture_options(CLI::App& command, PictureOptions& pictures) {
-  command.add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
-  command
-      .add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
-      ->type_name("SIZE");
+void add_preparation_options(CLI::App& command, PictureOptions& pictures) {
   command.add_option("--color", pictures.color, "Planes of pictures: rgb, bgr or gray")
       ->type_name("ORDER");
   command.add_option("--mean", pictures.mean, "Subtract M, or R,G,B, from samples of 0 to 255")
       ->type_name("M");
   command.add_option("--scale", pictures.scale, "Then multiply by S, or R,G,B (default 1/255)")
       ->type_name("S");
+}
+
+void add_picture_options(CLI::App& command, PictureOptions& pictures) {
+  command.add_option("--crop", pictures.crop, kCropHelp)->type_name("RECT");
+  command
+      .add_option("--resize", pictures.resize, "Resize pictures to WxH, or to the `model`'s size")
+      ->type_name("SIZE");
+  add_preparation_options(command, pictures);
   command.add_flag("--any-size", pictures.any_size, "Let pictures of another size through");
 }
 
@@ -112,6 +116,49 @@ void add_run(CLI::App& app, RunOptions& options) {
       "count\n"
       "a kernel's inputs, outputs and weights once.");
   command->callback([&options] { run_network(options); });
+}
+
+void add_import(CLI::App& app, ImportCommandOptions& options) {
+  CLI::App* command = app.add_subcommand("import", "Make a model of a network in an ONNX file");
+  command->add_option("IN", options.input, "The .onnx file")->type_name("FILE");
+  command->add_option("OUT", options.output, "The model: .qrtmodel or .json")->type_name("FILE");
+  command
+      ->add_option(
+          "-i,--input", options.source.inputs,
+          "Sizes of an input that the file leaves open:\nNAME=1x3x224x224 or NAME=FILE.npy")
+      ->take_all()
+      ->expected(1)
+      ->type_name("INPUT");
+  command
+      ->add_option("--set", options.source.sets, "Make an input constant: NAME=4 or NAME=FILE.npy")
+      ->take_all()
+      ->expected(1)
+      ->type_name("INPUT");
+  command
+      ->add_option("-o,--output", options.source.outputs,
+                   "Tensor or node to end at; what others need is cut off")
+      ->take_all()
+      ->expected(1)
+      ->type_name("NAME");
+  command->add_option("--name", options.name, "Id of the network (default: the name of IN)")
+      ->type_name("ID");
+  add_preparation_options(*command, options.pictures);
+  command->add_flag("--force", options.force, "Let weights beyond half precision become infinite");
+  command->add_flag("--operators", options.operators, "List the operators that are supported");
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "The network computes what the file says, exactly or not at all: everything that can't be\n"
+      "imported is listed at once, with the node, its operator, what is at fault and what would\n"
+      "help; the exit code is then 6, and no file is written. Inputs and outputs are FLOAT32 with\n"
+      "the file's own axes, less a batch of 1. NAME= may be left out where there is one input;\n"
+      "a size of ? stays free, so that the model takes any: 1x3x32x?.\n"
+      "--color, --mean and --scale are kept in the model, so that `qrt run` prepares pictures in\n"
+      "this way without being told.\n"
+      "Weights in a .qrtmodel are in half precision, rounded to nearest; the first line says what\n"
+      "that costs. Weights beyond its range are named, and nothing is written without --force;\n"
+      ".json keeps all weights as they are.");
+  command->callback([&options] { run_import(options); });
 }
 
 void add_compare(CLI::App& app, CompareOptions& options) {
@@ -362,6 +409,7 @@ void add_help(CLI::App& app, std::string& about) {
 
 void add_commands(CLI::App& app, CommandOptions& options) {
   add_info(app, options.info);
+  add_import(app, options.import);
   add_run(app, options.run);
   add_compare(app, options.compare);
   add_bench(app, options.bench);

@@ -18,6 +18,7 @@ struct CommandOptions {
   CheckOptions check;
   ImageOptions image;
   ConvertOptions convert;
+  ImportCommandOptions import;
   KernelsOptions kernels;
   std::string help;  ///< the command that `qrt help` is asked about
 };

@@ -101,6 +101,25 @@ struct ConvertOptions {
   bool force = false;   ///< weights may become infinite or zero
 };
 
+/// What is said of a network in another form before it becomes a model.
+struct SourceOptions {
+  std::vector<std::string> inputs;   ///< "NAME=SIZES" or "NAME=FILE.npy"; the name may be left out
+  std::vector<std::string> sets;     ///< "NAME=NUMBER" or "NAME=FILE.npy"
+  std::vector<std::string> outputs;  ///< names of tensors or nodes
+};
+
+struct ImportCommandOptions {
+  std::string input;
+  std::string output;
+  SourceOptions source;
+  std::string name;         ///< of the network; empty for the file's
+  PictureOptions pictures;  ///< color, mean and scale, which the model is to hold
+  std::optional<size_t> width;
+  bool operators = false;  ///< only lists what is supported
+  bool force = false;      ///< weights may become infinite
+  bool json = false;
+};
+
 struct KernelsOptions {
   std::vector<std::string> filters;  ///< parts of names, or patterns with * ? [
   std::string layer;                 ///< "MODEL:LAYER" that kernels are tried on; empty for none
@@ -118,6 +137,7 @@ void run_bench(const BenchCommandOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);
+void run_import(const ImportCommandOptions& options);
 void run_kernels(const KernelsOptions& options);
 
 /// Writes to standard output.

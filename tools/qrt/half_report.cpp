@@ -45,6 +45,7 @@ void add_network(QRModelInfo& network, const std::string& prefix, const Measure&
       lost.append("layer ").append(std::to_string(i)).append(" ").append(quoted(id)).append(" (");
       lost.append(kind_of(layer)).append("), ").append(quoted(weight.key)).append(place);
       lost.append(": ").append(lost_text(loss));
+      if (loss.infinite != 0) report.infinite.push_back(lost);
     }
   }
 }

@@ -15,6 +15,7 @@ struct HalfReport {
   /// The weights in which numbers become infinite or zero: `network "net", layer 3 "conv2"
   /// (Conv2d), "weight": 2 of 4640 numbers become infinite, 1 becomes 0`.
   std::vector<std::string> lost;
+  std::vector<std::string> infinite;  ///< those of them in which numbers become infinite
 
   /// "78010 numbers as halves: relative error at most 0.00098, rms 0.00042"
   std::string summary() const;

@@ -58,13 +58,6 @@ std::vector<GivenInput> assign_inputs(const NetworkReport& report,
 
 namespace {
 
-void check_options(const PictureOptions& options) {
-  for (const char* const known : {"", "rgb", "bgr", "gray"}) {
-    if (options.color == known) return;
-  }
-  throw ToolError(kUsageError, "--color " + quoted(options.color) + ": expected rgb, bgr or gray");
-}
-
 // The size that `--resize model` stands for.
 PictureSize size_of_model(const std::optional<DemandedInput>& demanded) {
   if (!demanded || demanded->height == 0 || demanded->width == 0) {
@@ -170,10 +163,17 @@ void warn_of_numbers(const InputData& input) {
 
 }  // namespace
 
+void check_picture_options(const PictureOptions& options) {
+  for (const char* const known : {"", "rgb", "bgr", "gray"}) {
+    if (options.color == known) return;
+  }
+  throw ToolError(kUsageError, "--color " + quoted(options.color) + ": expected rgb, bgr or gray");
+}
+
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
                                    const PictureOptions& pictures, bool keep_batch,
                                    const std::shared_ptr<marlo::runtime::Context>& context) {
-  check_options(pictures);
+  check_picture_options(pictures);
   const ImageSteps steps(context);
   std::vector<InputData> inputs;
   InputShapes shapes;

@@ -42,6 +42,9 @@ std::vector<GivenInput> assign_inputs(const NetworkReport& report,
                                       const std::vector<std::string>& options,
                                       const std::string& what);
 
+/// @throws ToolError (kUsageError) for an order of colours that there isn't
+void check_picture_options(const PictureOptions& options);
+
 /// Reads the files of `--input`, each "FILE" or "LAYER=FILE", for the inputs of a network, and
 /// checks that every layer can take what comes of them; `report` receives the shapes.
 /// @param keep_batch as `input_shape` takes it

@@ -71,6 +71,18 @@ void say(const std::string& text, Level level) {
   std::fprintf(stderr, "qrt: %s%s\n", level == Level::warning ? "warning: " : "", text.c_str());
 }
 
+void say(const std::string& text, Level level,
+         const std::vector<std::pair<const char*, std::string>>& members) {
+  if (!messages_are_json) return say(text, level);
+  std::fflush(stdout);
+  std::string more;
+  for (const auto& [key, value] : members) {
+    if (value.empty()) continue;
+    more.append(", \"").append(key).append("\": ").append(json_string(value));
+  }
+  write_json_line(text, level, more);
+}
+
 void say_failure(const std::string& text, int exit_code, const std::string& hint) {
   if (!messages_are_json) {
     say(text, Level::error);

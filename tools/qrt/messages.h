@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <utility>
+#include <vector>
 
 // What goes to standard error. Standard output is for data only.
 
@@ -21,6 +23,10 @@ void write_messages_as_json();
 
 /// Prints "qrt: text", or "qrt: warning: text", as one line.
 void say(const std::string& text, Level level = Level::note);
+
+/// The same with further members for JSON; empty texts are left out.
+void say(const std::string& text, Level level,
+         const std::vector<std::pair<const char*, std::string>>& members);
 
 /// Prints the message of the failure that ends the tool.
 /// @param hint a second line for people

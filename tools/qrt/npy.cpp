@@ -107,38 +107,42 @@ std::vector<uint32_t> parse_sizes(const std::string& text) {
   return sizes;
 }
 
-template <typename T>
-void convert(const char* from, std::vector<float>& to) {
+template <typename T, typename Number>
+void convert(const char* from, std::vector<Number>& to) {
   for (size_t i = 0; i < to.size(); ++i) {
     T value;
     std::memcpy(&value, from + i * sizeof value, sizeof value);
-    to[i] = static_cast<float>(value);
+    to[i] = static_cast<Number>(value);
   }
 }
 
-void convert_bits(const char* from, std::vector<float>& to) {
-  for (size_t i = 0; i < to.size(); ++i) to[i] = from[i] != 0 ? 1.0f : 0.0f;
-}
+/// A boolean: any byte but 0 is 1.
+struct Bit {
+  char byte;
+  explicit operator float() const { return byte != 0 ? 1.0f : 0.0f; }
+  explicit operator double() const { return byte != 0 ? 1.0 : 0.0; }
+};
 
 struct NumberType {
   const char* code;  // without the mark of the byte order
   size_t size;
-  void (*convert)(const char* from, std::vector<float>& to);
+  void (*to_floats)(const char* from, std::vector<float>& to);
+  void (*to_doubles)(const char* from, std::vector<double>& to);
+
+  void convert(const char* from, std::vector<float>& to) const { to_floats(from, to); }
+  void convert(const char* from, std::vector<double>& to) const { to_doubles(from, to); }
 };
 
+template <typename T>
+constexpr NumberType type_of(const char* code) {
+  return {code, sizeof(T), convert<T, float>, convert<T, double>};
+}
+
 constexpr NumberType kNumberTypes[] = {
-    {"f4", 4, convert<float>},
-    {"f8", 8, convert<double>},
-    {"f2", 2, convert<half_float::half>},
-    {"u1", 1, convert<uint8_t>},
-    {"i1", 1, convert<int8_t>},
-    {"u2", 2, convert<uint16_t>},
-    {"i2", 2, convert<int16_t>},
-    {"u4", 4, convert<uint32_t>},
-    {"i4", 4, convert<int32_t>},
-    {"u8", 8, convert<uint64_t>},
-    {"i8", 8, convert<int64_t>},
-    {"b1", 1, convert_bits},
+    type_of<float>("f4"),    type_of<double>("f8"),   type_of<half_float::half>("f2"),
+    type_of<uint8_t>("u1"),  type_of<int8_t>("i1"),   type_of<uint16_t>("u2"),
+    type_of<int16_t>("i2"),  type_of<uint32_t>("u4"), type_of<int32_t>("i4"),
+    type_of<uint64_t>("u8"), type_of<int64_t>("i8"),  type_of<Bit>("b1"),
 };
 
 const NumberType& number_type(const std::string& descr) {
@@ -202,9 +206,8 @@ const char* npy_code(DataType type) {
   return nullptr;
 }
 
-}  // namespace
-
-NumberArray parse_npy(const std::string& bytes) {
+template <typename Array>
+Array parse_as(const std::string& bytes) {
   size_t data = 0;
   const std::string header = header_of(bytes, data);
   const auto entries = HeaderParser(header).entries();
@@ -212,7 +215,7 @@ NumberArray parse_npy(const std::string& bytes) {
   if (entry(entries, "fortran_order") != "False") {
     refuse("the array is in Fortran order; expected C order (numpy.ascontiguousarray makes it so)");
   }
-  NumberArray array;
+  Array array;
   array.sizes = parse_sizes(entry(entries, "shape"));
 
   const uint64_t present = bytes.size() - data;
@@ -231,6 +234,12 @@ NumberArray parse_npy(const std::string& bytes) {
   type.convert(bytes.data() + data, array.values);
   return array;
 }
+
+}  // namespace
+
+NumberArray parse_npy(const std::string& bytes) { return parse_as<NumberArray>(bytes); }
+
+ExactArray parse_npy_exactly(const std::string& bytes) { return parse_as<ExactArray>(bytes); }
 
 std::string npy_bytes(const marlo::runtime::Tensor& tensor) {
   return npy_bytes(tensor.shape, tensor.handle.cpu);

@@ -21,6 +21,13 @@ struct NumberArray {
 /// @throws ToolError (kInputError) with a text without the file's name
 NumberArray parse_npy(const std::string& bytes);
 
+/// The same with numbers that integers of 32 bits fit into.
+struct ExactArray {
+  std::vector<uint32_t> sizes;  ///< outermost first; none for a single number
+  std::vector<double> values;   ///< in row-major order
+};
+ExactArray parse_npy_exactly(const std::string& bytes);
+
 /// The bytes of a version 1.0 file that holds a tensor, in the tensor's own data type.
 /// @throws ToolError (kRunError) for a tensor that isn't in main memory or has an unknown type
 std::string npy_bytes(const marlo::runtime::Tensor& tensor);

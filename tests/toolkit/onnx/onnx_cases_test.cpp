@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "qrt_toolkit/evaluate/evaluate.h"
+#include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/read.h"
 #include "qrt_toolkit/shapes/infer.h"
 
