@@ -1,6 +1,7 @@
 # Headers, both libraries, the tool with its manual page, a CMake package and a pkg-config file.
 # Everything is found relative to the installed files, so that the tree may be moved.
-# Components: qrt_core_runtime, qrt_core_development, qrt_core_headers, qrt_tool.
+# Components: qrt_core_runtime, qrt_core_development, qrt_core_headers, qrt_toolkit_runtime,
+# qrt_toolkit_development, qrt_tool.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -15,6 +16,23 @@ set_target_properties(qrt_core PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS qrt_core qrt_core_static EXPORT qrt_core_targets
   LIBRARY COMPONENT qrt_core_runtime NAMELINK_COMPONENT qrt_core_development
   ARCHIVE COMPONENT qrt_core_development)
+# The toolkit has targets of its own, for find_package(qrt_core COMPONENTS toolkit): its static form
+# needs libonnx and protobuf, which a user of the runtime need not have.
+foreach(target qrt_toolkit qrt_toolkit_static)
+  target_include_directories(${target} PUBLIC "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+endforeach()
+set_target_properties(qrt_toolkit PROPERTIES INSTALL_RPATH "$ORIGIN" INSTALL_RPATH_USE_LINK_PATH ON)
+install(TARGETS qrt_toolkit qrt_toolkit_static EXPORT qrt_toolkit_targets
+  LIBRARY COMPONENT qrt_toolkit_runtime NAMELINK_COMPONENT qrt_toolkit_development
+  ARCHIVE COMPONENT qrt_toolkit_development)
+install(EXPORT qrt_toolkit_targets
+  FILE qrt_toolkitTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}"
+  COMPONENT qrt_toolkit_development)
+install(FILES
+  "${PROJECT_SOURCE_DIR}/qrt_toolkit/errors.h"
+  "${PROJECT_SOURCE_DIR}/qrt_toolkit/import_onnx.h"
+  "${PROJECT_SOURCE_DIR}/qrt_toolkit/verify_import.h"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qrt_toolkit" COMPONENT qrt_toolkit_development)
 if(TARGET qrt)
   set_target_properties(qrt PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   install(TARGETS qrt COMPONENT qrt_tool)

@@ -56,4 +56,5 @@
 #include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/log.h"
 #include "qrt_core/utility/model.h"
+#include "qrt_core/utility/model_summary.h"
 #include "qrt_core/utility/time_metrics.h"

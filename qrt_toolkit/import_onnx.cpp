@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "qrt_core/utility/application.h"
+#include "qrt_toolkit/free_sizes.h"
 #include "qrt_toolkit/import_stages.h"
 #include "qrt_toolkit/lower/lowering.h"
 #include "qrt_toolkit/onnx/read.h"
@@ -84,15 +85,14 @@ ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, boo
   return {name, layer.shape.dims, has_batch, layer.shape};
 }
 
-}  // namespace
-
-ImportStages import_stages(const std::string& path, const ImportOptions& options) {
-  OnnxModel source = read_onnx(path);
+/// An import of what was read, with all sizes known.
+ImportStages import_read(const std::string& path, OnnxModel source, const ImportOptions& options) {
   Graph& graph = source.graph;
   ImportStages stages;
   ImportReport& report = stages.imported.report;
   report.producer = source.producer;
   report.opset = source.opset;
+  for (const ValueId id : graph.inputs) stages.input_names.push_back(graph.value(id).name);
   if (!options.outputs.empty()) cut_graph(graph, options.outputs, report.notes);
   ModelHeader header;
   for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
@@ -105,7 +105,7 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
   refuse_unlowered(graph);
   const auto batches = find_batch_axes(graph, infer_facts(graph));
   for (const ValueId id : graph.inputs) {
-    header.input_batches.push_back(batches[static_cast<size_t>(id)].has_value());
+    header.input_batches.push_back(batches[static_cast<size_t>(id)]);
   }
   Lowering lowering(graph);
   Plan plan = lowering.run();
@@ -117,8 +117,8 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
   header.preparation = options.preparation;
   report.network = header.network;
   for (size_t i = 0; i < graph.inputs.size(); ++i) {
-    report.inputs.push_back(
-        tensor_of(graph.value(graph.inputs[i]).name, plan.layer(i), header.input_batches[i]));
+    report.inputs.push_back(tensor_of(graph.value(graph.inputs[i]).name, plan.layer(i),
+                                      header.input_batches[i].has_value()));
   }
   for (size_t i = 0; i < lowering.outputs().size(); ++i) {
     const PlannedLayer& layer = plan.layer(lowering.outputs()[i]);
@@ -130,9 +130,24 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
   imported.model = std::move(written.model);
   report.node_of_layer = std::move(written.node_of_layer);
   report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
-  choose_kernels(options, imported);
   stages.value_of_layer = std::move(written.value_of_layer);
   stages.simplified = std::move(graph);
+  return stages;
+}
+
+}  // namespace
+
+ImportStages import_stages(const std::string& path, const ImportOptions& options) {
+  OnnxModel source = read_onnx(path);
+  ImportStages stages;
+  if (!has_free_sizes(source.graph, options)) {
+    stages = import_read(path, std::move(source), options);
+  } else {
+    stages = import_with_free_sizes(source.graph, options, [&](const ImportOptions& fixed) {
+      return import_read(path, source, fixed);
+    });
+  }
+  choose_kernels(options, stages.imported);
   return stages;
 }
 

@@ -12,6 +12,7 @@ namespace marlo::toolkit {
 
 /// What an import made on its way.
 struct ImportStages {
+  std::vector<std::string> input_names;  ///< of the file, before any became constants
   Graph given;       ///< the file's, with the caller's shapes, constants and outputs
   Graph simplified;  ///< what was lowered; its tensors have the names that they have in `given`
   ImportedModel imported;

@@ -15,7 +15,7 @@ WORDS = {
     "--color": "rgb bgr gray",
     "--by": "layer kind kernel",
     "--sort": "order time",
-    "--isa": "portable sse",
+    "--isa": "portable sse avx fma avx2 avx512",
     "--round": "truncate nearest",
     "--kind": "model network networks config configs",
     "--flip": "horizontal vertical",

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -5,6 +6,7 @@
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
 #include "qrt_core/utility/input_demand_internal.h"
+#include "qrt_core/utility/model_summary.h"
 
 namespace marlo::utility {
 
@@ -84,6 +86,13 @@ std::vector<TensorShape> forms_of(const Demand& demand, uint32_t height, uint32_
 }
 
 std::optional<TensorShape> told_shape(const runtime::QRModelInfo& info, const std::string& id) {
+  if (const auto summary = read_summary(info.extra_info.summary)) {
+    const DescribedTensor* const described = summary->input(id);
+    const auto& sizes = described != nullptr ? described->sizes : std::vector<uint32_t>();
+    if (!sizes.empty() && std::find(sizes.begin(), sizes.end(), 0u) == sizes.end()) {
+      return described_shape(*described, sizes);
+    }
+  }
   const auto demand = demand_on(info, id);
   if (!demand || demand->channels == 0) return std::nullopt;
   const auto& header = info.extra_info;

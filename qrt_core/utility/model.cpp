@@ -12,12 +12,14 @@
 #include "qrt_core/utility/input_demand_internal.h"
 #include "qrt_core/utility/log.h"
 #include "qrt_core/utility/model_source_internal.h"
+#include "qrt_core/utility/model_summary.h"
 #include "qrt_core/utility/nearest_name_internal.h"
 #include "qrt_core/utility/quiet_log_internal.h"
 
 namespace marlo::utility {
 
 using runtime::Context;
+using runtime::DataType;
 using runtime::LayoutType;
 using runtime::Tensor;
 using runtime::TensorShape;
@@ -115,6 +117,7 @@ struct Network::State {
   std::shared_ptr<_NetworkPackage> package;
   std::vector<Port> inputs;
   std::vector<Port> outputs;
+  std::optional<ModelSummary> summary;
   ShapesByLayer checked;  // the shapes that the layers were last asked about
 
   uint32_t layer_of(const std::string& layer) const {
@@ -137,6 +140,16 @@ struct Network::State {
       ports.push_back({layer, layer_of(layer), std::nullopt});
     }
     return ports;
+  }
+
+  // Numbers may be given with the sizes that the model's source has, among them a batch of one.
+  TensorShape shape_of(const Input& given, const std::string& input) const {
+    const bool is_plain = given.tensor_ == nullptr && given.shape_.data_type == DataType::FLOAT32;
+    const DescribedTensor* const described = is_plain && summary ? summary->input(input) : nullptr;
+    if (described == nullptr || given.shape_.layout != layout_for(given.shape_.dims.size())) {
+      return given.shape_;
+    }
+    return described_shape(*described, given.shape_.dims).value_or(given.shape_);
   }
 
   // Throws for the first layer that doesn't fit, if a result depends on it.
@@ -173,7 +186,7 @@ Results Network::State::run(const std::vector<Input>& given, const RunOptions& o
   for (size_t i = 0; i < given.size(); ++i) {
     Assert(given[i].tensor_ != nullptr || given[i].numbers_ != nullptr,
            "input \"%s\" is a null pointer", inputs[i].id.c_str());
-    shapes[inputs[i].layer] = given[i].shape();
+    shapes[inputs[i].layer] = shape_of(given[i], inputs[i].id);
   }
   check(shapes, ports);
 
@@ -181,9 +194,10 @@ Results Network::State::run(const std::vector<Input>& given, const RunOptions& o
   context->cpu->dynamic_mode = false;
   std::unordered_map<unsigned int, std::shared_ptr<Tensor>> tensors;
   for (size_t i = 0; i < given.size(); ++i) {
-    tensors[inputs[i].layer] = given[i].tensor_ != nullptr
-                                   ? given[i].tensor_
-                                   : context->cpu->CreateTensor(given[i].shape_, given[i].numbers_);
+    tensors[inputs[i].layer] =
+        given[i].tensor_ != nullptr
+            ? given[i].tensor_
+            : context->cpu->CreateTensor(shapes[inputs[i].layer], given[i].numbers_);
   }
   std::vector<unsigned int> layers;
   layers.reserve(ports.size());
@@ -261,6 +275,7 @@ std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTM
   state->package->params = &params;
   state->package->context = context;
   Load_Single_Net(state->package, info, cfgs, "x86");
+  state->summary = read_summary(info->extra_info.summary);
   const auto& layers = state->package->net->layers;
   for (const auto& [input, layer] : state->package->net->input_map) {
     state->inputs.push_back({input, layer, told_shape(*info, input)});

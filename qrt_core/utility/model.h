@@ -26,7 +26,8 @@ namespace marlo::utility {
 class QRT_API Input {
  public:
   /// FLOAT32 or other numbers of the sizes `dims`, in main memory. The layout follows from the
-  /// number of dims: [C, H, W] is CHW, [C, L] CL, [C] C, and any other FLEXIABLE.
+  /// number of dims: [C, H, W] is CHW, [C, L] CL, [C] C, and any other FLEXIABLE. An input of an
+  /// imported network takes the source's dims, with or without their batch of one.
   /// @param dims the sizes, outermost first
   /// @param numbers as many as the product of `dims`; read during `run` only
   template <typename T>

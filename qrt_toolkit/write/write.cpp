@@ -118,8 +118,14 @@ std::string summary_of(const Plan& plan, const std::vector<std::string>& ids,
     if (plan.layer(i).info->type != 0) continue;
     json.StartObject();
     write_tensor(json, ids[i], plan.shape(i));
+    const bool has_batch = number < header.input_batches.size() && header.input_batches[number];
+    const size_t axis = has_batch ? header.input_batches[number].value_or(0) : 0;
     json.Key("batch");
-    json.Bool(number < header.input_batches.size() && header.input_batches[number]);
+    json.Bool(has_batch);
+    if (axis != 0) {
+      json.Key("batch_axis");
+      json.Uint(static_cast<unsigned>(axis));
+    }
     if (plan.shape(i).dims.size() == 3) write_preparation(json, header.preparation);
     json.EndObject();
     ++number;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,12 +15,12 @@ namespace marlo::toolkit {
 
 /// What a model says of itself beside its layers.
 struct ModelHeader {
-  std::string network;                    ///< id of the network
-  std::string source;                     ///< name of the file that it comes from
-  std::string producer;                   ///< what wrote that file; may be empty
-  std::vector<std::string> output_names;  ///< one per output
-  std::vector<bool> input_batches;        ///< per input: whether the source's shape has a batch
-  PicturePreparation preparation;         ///< of inputs with three axes; may be empty
+  std::string network;                               ///< id of the network
+  std::string source;                                ///< name of the file that it comes from
+  std::string producer;                              ///< what wrote that file; may be empty
+  std::vector<std::string> output_names;             ///< one per output
+  std::vector<std::optional<size_t>> input_batches;  ///< per input: its batch axis in the source
+  PicturePreparation preparation;                    ///< of inputs with three axes; may be empty
 };
 
 /// A model, and what its layers come from.

@@ -38,7 +38,8 @@ say "install, then move"
 mv "$first" "$prefix"
 for file in include/qrt_core/qrt_core.h include/qrt_core/utility/build_options.h lib/libqrt_core.a \
   lib/libqrt_core.so lib/libqrt_core.so.1 lib/pkgconfig/qrt_core.pc \
-  lib/cmake/qrt_core/qrt_coreConfig.cmake; do
+  lib/cmake/qrt_core/qrt_coreConfig.cmake lib/libqrt_toolkit.so.1 lib/libqrt_toolkit.a \
+  include/qrt_toolkit/import_onnx.h lib/cmake/qrt_core/qrt_toolkitTargets.cmake; do
   [[ -e $prefix/$file ]] || fail "$file is not installed"
 done
 # Public headers, the package and the pkg-config file name no place of the build.
@@ -58,6 +59,9 @@ say "find_package, shared and static"
 "$cmake" --build "$scratch/package" -- --quiet
 expect_run "$scratch/package/app"
 expect_run "$scratch/package/app_static"
+[[ $("$scratch/package/importer") == "many operators" ]] || fail "the toolkit's table isn't there"
+refused=$("$scratch/package/importer" "$scratch/absent.onnx")
+[[ $refused == refused:* ]] || fail "the toolkit said of a missing file: $refused"
 for form in json qrtmodel; do
   "$scratch/package/export" "$scratch/made.$form" || fail "the exporter ended with $?"
   expect_run_of "$scratch/made.$form" "$scratch/package/app"
@@ -100,6 +104,7 @@ say "add_subdirectory"
   -DCMAKE_BUILD_TYPE=Debug -DQRT_CORE_SOURCE_DIR="$source_dir" >/dev/null
 "$cmake" --build "$scratch/embedded" -- --quiet
 expect_run "$scratch/embedded/app"
+[[ $("$scratch/embedded/importer") == "many operators" ]] || fail "an embedding project has no toolkit"
 expect_run "$scratch/embedded/app_static"
 if grep -nE '^build [^:]*(qrt_test|qrt_bench|qrt_example)' "$scratch/embedded/build.ninja"; then
   fail "an embedding project gets our tests, benchmarks or examples"

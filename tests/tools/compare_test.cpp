@@ -2,7 +2,7 @@
 
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/npy.h"
-#include "tools/qrt/recorder.h"
+#include "qrt_toolkit/watch/recorder.h"
 
 // `qrt compare`, and what `qrt run --dump` writes.
 
@@ -102,10 +102,10 @@ TEST_F(CompareTest, EveryLayerIsDumped) {
 TEST(Recorder, BlocksOfChannelsBecomePlanes) {
   using marlo::runtime::DataType;
   using marlo::runtime::LayoutType;
-  qrt_tool::LayerRecord record;
+  marlo::toolkit::LayerRecord record;
   record.shape = marlo::runtime::TensorShape({2, 1, 2, 4}, DataType::UINT8, LayoutType::C4HW4);
   for (char i = 0; i < 16; ++i) record.bytes += i;
-  const qrt_tool::LayerRecord planes = qrt_tool::in_planes(record);
+  const marlo::toolkit::LayerRecord planes = marlo::toolkit::in_planes(record);
   EXPECT_THAT(planes.shape.dims, ElementsAre(8u, 1u, 2u));
   EXPECT_EQ(planes.shape.layout, LayoutType::CHW);
   EXPECT_THAT(planes.values(), ElementsAre(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));

@@ -65,6 +65,20 @@ class ModelTest : public ::testing::Test {
   const std::vector<float> pixels_ = {3.0f, -4.0f};
 };
 
+TEST_F(ModelTest, AnInputThatTheModelDescribesTakesItsSourcesSizes) {
+  ModelBuilder described = small_model();
+  described.info()->extra_info.summary =
+      R"({"qrt_model":1,"inputs":[{"name":"x","shape":[1,1,2],"layout":"CHW","batch":true}]})";
+  Model model(save(described));
+  const std::vector<float> numbers{1, 2};
+  ASSERT_TRUE(model.at(0).inputs()[0].shape);
+  EXPECT_THAT(model.at(0).inputs()[0].shape->dims, ElementsAre(1, 1, 2));
+  EXPECT_THAT(model.run({{1, 1, 1, 2}, numbers})[0].elements(), ElementsAre(3, 5));
+  EXPECT_THAT(model.run({{1, 1, 2}, numbers})[0].elements(), ElementsAre(3, 5));
+  Model silent(save(small_model(), "silent.qrtmodel"));
+  EXPECT_NE(story_of([&] { silent.run({{1, 1, 1, 2}, numbers}); }), "nothing was thrown");
+}
+
 TEST_F(ModelTest, OpensAndRunsInTwoLines) {
   Model model(save(small_model()));
   const Results results = model.run({{1, 1, 2}, pixels_});

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kCropHelp[] = "Cut out WxH+LEFT+TOP, or WxH of the middle; black outside";
 constexpr char kOperations[] = "Operations";
-constexpr char kModelHelp[] = "Model file: .qrtmodel or .json, or -";
+constexpr char kModelHelp[] = "Model file: .qrtmodel, .json or -; or .onnx";
 constexpr char kSdkHelp[] = "Demand a model for SDK NAME:MAJOR.MINOR";
 constexpr char kWidthHelp[] = "Width of tables; 0 for no limit (default: the terminal's)";
 constexpr char kKeepBatchHelp[] = "Keep a leading 1 of 4 sizes";
@@ -143,6 +143,17 @@ void add_import(CLI::App& app, ImportCommandOptions& options) {
   command->add_option("--name", options.name, "Id of the network (default: the name of IN)")
       ->type_name("ID");
   add_preparation_options(*command, options.pictures);
+  command
+      ->add_option("--isa", options.isa,
+                   "Kernels up to portable, sse, avx, fma, avx2 or avx512\n(default: what this "
+                   "processor has)")
+      ->type_name("SET");
+  command->add_flag("--verify", options.verify,
+                    "Run the model beside its source, and compare each layer");
+  command
+      ->add_option("--test-data", options.test_data,
+                   "The same with input_0.pb, output_0.pb, ... of a folder")
+      ->type_name("DIR");
   command->add_flag("--force", options.force, "Let weights beyond half precision become infinite");
   command->add_flag("--operators", options.operators, "List the operators that are supported");
   command->add_option("--width", options.width, kWidthHelp)->type_name("N");
@@ -157,7 +168,14 @@ void add_import(CLI::App& app, ImportCommandOptions& options) {
       "this way without being told.\n"
       "Weights in a .qrtmodel are in half precision, rounded to nearest; the first line says what\n"
       "that costs. Weights beyond its range are named, and nothing is written without --force;\n"
-      ".json keeps all weights as they are.");
+      ".json keeps all weights as they are.\n"
+      "--verify computes every operator by its plain definition, in double precision, and runs "
+      "the\n"
+      "model on the same inputs: random ones, or NAME=FILE.npy of --input. Its table has the\n"
+      "largest difference of each layer, absolute and over the layer's largest value, with the\n"
+      "weights as they were and as a .qrtmodel holds them. The bound is for the former: what\n"
+      "came of disturbing all layers by as much as their kernels may be off. The exit code is 5\n"
+      "where a layer is beyond it; the model is written all the same.");
   command->callback([&options] { run_import(options); });
 }
 

@@ -216,7 +216,7 @@ Verdict refused(const ToolError& refusal, const std::string& path, const std::st
 void run_check(const CheckOptions& options) {
   std::optional<Sdk> sdk;
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
-  const auto model = read_model(options.model, sdk);
+  const auto model = read_model(options.model, sdk, options.inputs);
   const std::string id = choose_network(*model, options.model, options.network);
   Library library;
   LoadedNetwork loaded;

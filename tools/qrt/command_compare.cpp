@@ -2,6 +2,7 @@
 #include <cmath>
 #include <limits>
 
+#include "qrt_toolkit/verify/difference.h"
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
@@ -48,7 +49,7 @@ struct Difference {
 };
 
 RunNetwork run_one(const CompareOptions& options, const std::string& path, Library& library) {
-  const auto model = read_model(path, std::nullopt);
+  const auto model = read_model(path, std::nullopt, options.inputs);
   const std::string id = choose_network(*model, path, options.network);
   RunNetwork run;
   run.network = load_network(library, *model, path, id);
@@ -64,40 +65,19 @@ RunNetwork run_one(const CompareOptions& options, const std::string& path, Libra
   return run;
 }
 
-// Whether the sizes agree but for channels that one of them has more: those that fill up a block.
-bool are_comparable(const TensorShape& first, const TensorShape& second) {
-  if (first.dims.size() != second.dims.size() || first.dims.empty()) return false;
-  if (first.dims == second.dims) return true;
-  const bool rest = std::equal(first.dims.begin() + 1, first.dims.end(), second.dims.begin() + 1);
-  const uint32_t difference =
-      std::max(first.dims[0], second.dims[0]) - std::min(first.dims[0], second.dims[0]);
-  return rest && first.dims.size() == 3 && difference < 8;
-}
-
 Difference difference_of(const RunNetwork& first, const LayerRecord& a, const LayerRecord& b) {
   Difference difference;
   difference.layer = &first.layer_of(a);
   difference.position = a.position;
   difference.first = a.shape;
   difference.second = b.shape;
-  difference.is_comparable = are_comparable(a.shape, b.shape);
+  difference.is_comparable = marlo::toolkit::are_comparable(a.shape.dims, b.shape.dims);
   if (!difference.is_comparable) return difference;
-  const std::vector<double> ours = a.values();
-  const std::vector<double> theirs = b.values();
-  const size_t count = std::min(ours.size(), theirs.size());
-  double squares = 0.0;
-  for (size_t i = 0; i < count; ++i) {
-    // What both networks make alike, infinite or not a number, is no difference.
-    const bool is_same = ours[i] == theirs[i] || (std::isnan(ours[i]) && std::isnan(theirs[i]));
-    double off = is_same ? 0.0 : std::fabs(ours[i] - theirs[i]);
-    if (std::isnan(off)) off = std::numeric_limits<double>::infinity();
-    difference.largest = std::max(difference.largest, off);
-    squares += off * off;
-    if (std::isfinite(ours[i])) {
-      difference.largest_value = std::max(difference.largest_value, std::fabs(ours[i]));
-    }
-  }
-  difference.rms = count == 0 ? 0.0 : std::sqrt(squares / static_cast<double>(count));
+  const marlo::toolkit::NumberDifference numbers =
+      marlo::toolkit::difference_of(a.values(), b.values());
+  difference.largest = numbers.largest;
+  difference.rms = numbers.rms;
+  difference.largest_value = numbers.largest_value;
   return difference;
 }
 

@@ -9,6 +9,7 @@
 #include "tools/qrt/source.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
+#include "tools/qrt/verification_output.h"
 
 namespace qrt_tool {
 
@@ -58,6 +59,13 @@ void check_options(const ImportCommandOptions& options) {
   }
 }
 
+marlo::toolkit::KernelSet kernel_set(const std::string& word) {
+  const auto set = marlo::toolkit::kernel_set_of(word);
+  if (set) return *set;
+  throw ToolError(kUsageError, "--isa " + printable(word) +
+                                   ": expected portable, sse, avx, fma, avx2 or avx512");
+}
+
 // Rounds the weights for the binary form; what doesn't fit it is named.
 std::string rounded_weights(ImportedModel& imported, const ImportCommandOptions& options) {
   const HalfReport report = round_to_halves(imported.model);
@@ -100,7 +108,8 @@ size_t layers_of(const ImportedModel& imported) {
 }
 
 std::string as_json(const ImportedModel& imported, const ImportCommandOptions& options,
-                    const std::string& halves) {
+                    const std::string& halves,
+                    const std::optional<marlo::toolkit::Verification>& verification) {
   const ImportReport& report = imported.report;
   JsonText json;
   json.begin_object();
@@ -111,12 +120,14 @@ std::string as_json(const ImportedModel& imported, const ImportCommandOptions& o
   json.integer("opset", static_cast<uint64_t>(report.opset));
   json.integer("layers", layers_of(imported));
   json.integer("multiply_adds", report.multiply_adds);
+  json.text("kernels", marlo::toolkit::word_of(report.kernels));
   json.text("weights", halves);
   add_tensors(json, "inputs", report.inputs);
   add_tensors(json, "outputs", report.outputs);
   json.begin_array("notes");
   for (const std::string& note : report.notes) json.text(note);
   json.end_array();
+  if (verification) add_verification(json, *verification);
   json.end_object();
   return json.finish();
 }
@@ -126,6 +137,7 @@ std::string as_text(const ImportedModel& imported, const ImportCommandOptions& o
   const ImportReport& report = imported.report;
   std::string text = "wrote " + printable(options.output) + ": " +
                      counted(layers_of(imported), "layer") + "; " + halves + '\n';
+  text += std::string("kernels   ") + marlo::toolkit::word_of(report.kernels) + '\n';
   text += "from      " + printable(options.input) + ", opset " + std::to_string(report.opset) +
           (report.producer.empty() ? "" : ", " + printable(report.producer)) + '\n';
   for (const ImportedTensor& input : report.inputs) {
@@ -134,7 +146,8 @@ std::string as_text(const ImportedModel& imported, const ImportCommandOptions& o
   for (const ImportedTensor& output : report.outputs) {
     text += "output    " + quoted(output.name) + " " + shape_of(output) + '\n';
   }
-  text += "a pass    " + counted(report.multiply_adds, "multiply-add") + '\n';
+  if (report.multiply_adds != 0)
+    text += "a pass    " + counted(report.multiply_adds, "multiply-add") + '\n';
   for (const std::string& note : report.notes) text += "note      " + printable(note) + '\n';
   return text;
 }
@@ -146,12 +159,30 @@ void run_import(const ImportCommandOptions& options) {
   check_options(options);
   SourceInputs inputs = read_source_options(options.source);
   inputs.options.network = options.name;
+  if (!options.isa.empty()) inputs.options.kernels = kernel_set(options.isa);
   inputs.options.preparation = preparation_of(options.pictures);
-  ImportedModel imported = import_source(options.input, inputs.options);
+  ImportedModel imported;
+  std::optional<marlo::toolkit::Verification> verification;
+  if (options.verify || !options.test_data.empty()) {
+    marlo::toolkit::VerifyOptions verify;
+    verify.inputs = std::move(inputs.tensors);
+    verify.test_data = options.test_data;
+    auto verified = import_and_verify_source(options.input, inputs.options, verify);
+    imported = std::move(verified.imported);
+    verification = std::move(verified.verification);
+  } else {
+    imported = import_source(options.input, inputs.options);
+  }
   const bool is_json = format_of_name(options.output, kUsageError).is_json;
   const std::string halves = is_json ? "weights as they are" : rounded_weights(imported, options);
   write_object(imported.model, ObjectKind::model, options.output, is_json);
-  print(options.json ? as_json(imported, options, halves) : as_text(imported, options, halves));
+  if (options.json) {
+    print(as_json(imported, options, halves, verification));
+  } else {
+    print(as_text(imported, options, halves));
+    if (verification) print(verification_text(*verification, table_width(options.width)));
+  }
+  if (verification) require_agreement(*verification);
 }
 
 }  // namespace qrt_tool

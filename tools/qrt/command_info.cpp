@@ -9,6 +9,7 @@
 #include "tools/qrt/model_file.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/shapes.h"
+#include "tools/qrt/source.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 
@@ -74,7 +75,7 @@ void show_networks(const std::vector<ShownNetwork>& networks, const QRTModel* mo
 void inspect_model(const InfoOptions& options, Inspector& inspector) {
   std::optional<Sdk> sdk;
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
-  const auto model = read_model(options.model, sdk);
+  const auto model = read_model(options.model, sdk, options.inputs);
   std::vector<std::string> ids = model->model_arr->squential_ids;
   if (!options.network.empty()) ids = {choose_network(*model, options.model, options.network)};
   std::vector<ShownNetwork> networks;
@@ -110,7 +111,8 @@ void inspect_configs(const InfoOptions& options, const QRModelMultiBackendCfgsAr
 }  // namespace
 
 void run_info(const InfoOptions& options) {
-  const FileFormat format = format_of_name(options.model, kModelError);
+  const FileFormat format = is_onnx(options.model) ? FileFormat{false, ObjectKind::model}
+                                                   : format_of_name(options.model, kModelError);
   const ObjectKind kind = format.kind      ? *format.kind
                           : format.is_json ? kind_of_json(options.model)
                                            : ObjectKind::model;

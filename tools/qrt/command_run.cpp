@@ -58,7 +58,7 @@ void run_network(const RunOptions& options) {
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
 
   Library library;
-  const auto model = read_model(options.model, sdk);
+  const auto model = read_model(options.model, sdk, options.inputs);
   const std::string id = choose_network(*model, options.model, options.network);
   LoadedNetwork network = load_network(library, *model, options.model, id);
   const std::vector<InputData> inputs = read_model_inputs(network, options, library);

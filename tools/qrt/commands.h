@@ -113,8 +113,11 @@ struct ImportCommandOptions {
   std::string output;
   SourceOptions source;
   std::string name;         ///< of the network; empty for the file's
+  std::string isa;          ///< the kernels to choose from; empty for this processor's
   PictureOptions pictures;  ///< color, mean and scale, which the model is to hold
   std::optional<size_t> width;
+  bool verify = false;     ///< the model is run beside its source
+  std::string test_data;   ///< folder of inputs and outputs for that; empty for none
   bool operators = false;  ///< only lists what is supported
   bool force = false;      ///< weights may become infinite
   bool json = false;

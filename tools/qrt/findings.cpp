@@ -6,6 +6,7 @@
 
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/source.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -26,6 +27,8 @@ bool depends_on_sizes(const Finding& finding) {
 
 std::vector<Finding> findings_of(const std::string& path, const std::string& network,
                                  const NetworkShapes& inputs) {
+  // A network that was imported in memory has no text of its own to judge.
+  if (is_onnx(path)) return {};
   marlo::utility::CheckOptions options;
   options.inputs = inputs;
   std::vector<Finding> findings =

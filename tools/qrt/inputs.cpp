@@ -124,6 +124,25 @@ void take_picture(InputData& input, Picture picture, const std::optional<Demande
   input.picture = std::move(picture);
 }
 
+std::string numbers_text(const std::vector<float>& numbers) {
+  std::vector<std::string> texts;
+  for (const float number : numbers) texts.push_back(float_text(number));
+  return joined(texts, ",");
+}
+
+// What the model says of pictures, where the command line is silent; a picture is then resized too.
+PictureOptions with_preparation(PictureOptions options,
+                                const std::optional<DemandedInput>& demanded) {
+  if (!demanded || !demanded->described || !demanded->described->has_preparation()) return options;
+  const marlo::utility::DescribedTensor& described = *demanded->described;
+  if (options.color.empty()) options.color = described.color;
+  if (options.mean.empty()) options.mean = numbers_text(described.mean);
+  if (options.scale.empty()) options.scale = numbers_text(described.scale);
+  const bool has_size = demanded->height != 0 && demanded->width != 0;
+  if (options.resize.empty() && !options.any_size && has_size) options.resize = "model";
+  return options;
+}
+
 InputData read_input(const NetworkReport& report, const GivenInput& file,
                      const PictureOptions& options, bool keep_batch, const ImageSteps& steps) {
   InputData input;
@@ -148,8 +167,9 @@ InputData read_input(const NetworkReport& report, const GivenInput& file,
                                          ", which a picture can't give; expected an .npy file");
       }
     }
-    take_picture(input, parse_picture(bytes, channels_to_read(options, channels)), demanded,
-                 options, steps);
+    const PictureOptions all = with_preparation(options, demanded);
+    take_picture(input, parse_picture(bytes, channels_to_read(all, channels)), demanded, all,
+                 steps);
   } catch (const ToolError& error) {
     throw ToolError(error.exit_code(), shown(file.value) + ": " + error.what());
   }

@@ -6,6 +6,7 @@
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
+#include "tools/qrt/source.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -57,7 +58,9 @@ Sdk parse_sdk(const std::string& text) {
   return sdk;
 }
 
-std::shared_ptr<QRTModel> read_model(const std::string& path, const std::optional<Sdk>& sdk) {
+std::shared_ptr<QRTModel> read_model(const std::string& path, const std::optional<Sdk>& sdk,
+                                     const std::vector<std::string>& inputs) {
+  if (is_onnx(path)) return imported_model(path, inputs);
   const FileFormat format = format_of_name(path, kModelError);
   if (format.kind && *format.kind != ObjectKind::model) {
     refuse(path, std::string("expected a model (.json, .qrtmodel), found a ") +

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "qrt_core/qrt_core.h"
 #include "tools/qrt/network_report.h"
@@ -34,9 +35,11 @@ Sdk parse_sdk(const std::string& text);
 
 /// Reads a model, and checks that this library and the demanded SDK can run it.
 /// @param sdk without it, that of the file
+/// @param inputs of the command, for a network that is imported: see `imported_model`
 /// @throws ToolError (kModelError), naming the file
 std::shared_ptr<marlo::runtime::QRTModel> read_model(const std::string& path,
-                                                     const std::optional<Sdk>& sdk);
+                                                     const std::optional<Sdk>& sdk,
+                                                     const std::vector<std::string>& inputs = {});
 
 /// The id to use: `wanted`, or the only one there is.
 /// @throws ToolError: kUsageError where the choice is open, kModelError where there is none

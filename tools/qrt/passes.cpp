@@ -2,9 +2,9 @@
 
 #include <optional>
 
+#include "qrt_toolkit/watch/recorder.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/messages.h"
-#include "tools/qrt/recorder.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -78,7 +78,7 @@ Profile counted_profile(Profile profile, const NetworkReport& report) {
 }  // namespace
 
 std::vector<double> OutputData::values() const {
-  return numbers_of(tensor->shape, tensor->handle.cpu);
+  return marlo::toolkit::numbers_of(tensor->shape, tensor->handle.cpu);
 }
 
 PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,

@@ -5,12 +5,15 @@
 #include <string>
 #include <vector>
 
+#include "qrt_toolkit/watch/recorder.h"
 #include "tools/qrt/inputs.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/profile.h"
-#include "tools/qrt/recorder.h"
 
 namespace qrt_tool {
+
+using marlo::toolkit::LayerRecord;
+using marlo::toolkit::Recorder;
 
 /// One tensor that a network returned.
 struct OutputData {

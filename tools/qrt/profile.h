@@ -8,12 +8,16 @@
 
 #include "qrt_toolkit/bench/statistics.h"
 #include "qrt_toolkit/bench/stopwatch.h"
-#include "tools/qrt/kernel_wrapper.h"
+#include "qrt_toolkit/watch/kernel_wrapper.h"
 
 // Times of kernels, measured around them: the engine isn't involved.
 
 namespace qrt_tool {
 
+using marlo::toolkit::KernelPlace;
+using marlo::toolkit::KernelRole;
+using marlo::toolkit::KernelsTaken;
+using marlo::toolkit::KernelWrapper;
 using marlo::toolkit::median;
 using marlo::toolkit::Stopwatch;
 using marlo::toolkit::Times;

@@ -151,12 +151,37 @@ std::vector<uint32_t> parse_sizes_option(const std::string& text) {
 }
 
 std::string DemandedInput::text() const {
+  if (described) {
+    std::string sizes;
+    for (const uint32_t size : described->sizes) {
+      sizes += (sizes.empty() ? "" : "x") + (size == 0 ? std::string("?") : std::to_string(size));
+    }
+    return sizes;
+  }
   if (dims == 2) return counted(channels, "channel") + " by any length";
   if (height != 0 && width != 0) return sizes_text({channels, height, width});
   return counted(channels, "channel") + " of any height and width";
 }
 
+namespace {
+
+DemandedInput demand_of(const marlo::utility::DescribedTensor& described) {
+  DemandedInput demanded;
+  demanded.dims = described.sizes.size();
+  demanded.channels = described.sizes[0];
+  if (demanded.dims == 3) demanded.height = described.sizes[1];
+  if (demanded.dims == 3) demanded.width = described.sizes[2];
+  demanded.described = described;
+  return demanded;
+}
+
+}  // namespace
+
 std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_t input) {
+  if (const auto summary = marlo::utility::read_summary(report.header.summary)) {
+    const auto* described = summary->input(report.layers.at(input).id);
+    if (described != nullptr && !described->sizes.empty()) return demand_of(*described);
+  }
   std::vector<bool> reached(report.layers.size(), false);
   reached.at(input) = true;
   for (const LayerReport& layer : report.layers) {
@@ -182,6 +207,11 @@ std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_
 
 TensorShape input_shape(std::vector<uint32_t> sizes, const std::optional<DemandedInput>& demanded,
                         bool keep_batch) {
+  if (demanded && demanded->described && !keep_batch) {
+    if (const auto shape = marlo::utility::described_shape(*demanded->described, sizes)) {
+      return *shape;
+    }
+  }
   const bool is_line = demanded && demanded->dims == 2;
   const bool has_batch = sizes.size() == (is_line ? 3 : 4) && sizes[0] == 1;
   if (has_batch && !keep_batch) sizes.erase(sizes.begin());
@@ -210,6 +240,14 @@ InputShapes known_input_shapes(const NetworkReport& report) {
   InputShapes shapes;
   for (const uint32_t input : report.inputs()) {
     const auto demanded = demanded_input(report, input);
+    if (demanded && demanded->described) {
+      const std::vector<uint32_t>& sizes = demanded->described->sizes;
+      if (std::find(sizes.begin(), sizes.end(), 0u) != sizes.end()) continue;
+      if (const auto shape = marlo::utility::described_shape(*demanded->described, sizes)) {
+        shapes.emplace(input, *shape);
+      }
+      continue;
+    }
     if (!demanded || demanded->channels == 0 || demanded->height == 0 || demanded->width == 0) {
       continue;
     }

@@ -24,12 +24,14 @@ marlo::runtime::TensorShape float_shape(std::vector<uint32_t> sizes);
 /// @throws ToolError (kUsageError)
 std::vector<uint32_t> parse_sizes_option(const std::string& text);
 
-/// What the first convolution on the way from an input layer demands of it.
+/// What a model says of an input, or else what the first convolution on the way from it demands.
 struct DemandedInput {
   size_t dims = 0;        ///< 3 for planes, 2 for lines
   uint32_t channels = 0;  ///< the first size
   uint32_t height = 0;    ///< of the model's header; 0 where it gives none
   uint32_t width = 0;
+  /// What the model itself says of the input, if it does.
+  std::optional<marlo::utility::DescribedTensor> described;
 
   std::string text() const;
 };
@@ -37,7 +39,8 @@ std::optional<DemandedInput> demanded_input(const NetworkReport& report, uint32_
 
 /// The shape of an input of these sizes, which is the same for `--input SIZES` and for arrays: a
 /// leading 1 is dropped from 4 sizes unless `keep_batch`, and from 3 where lines are demanded; two
-/// sizes become a plane where one plane is demanded.
+/// sizes become a plane where one plane is demanded. An input that the model describes takes the
+/// sizes of its source, with or without their batch.
 marlo::runtime::TensorShape input_shape(std::vector<uint32_t> sizes,
                                         const std::optional<DemandedInput>& demanded,
                                         bool keep_batch);

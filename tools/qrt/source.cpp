@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
@@ -102,7 +103,38 @@ std::vector<double> as_doubles(const std::string& option, const std::string& tex
   return exact;
 }
 
+// The sizes that inputs of a command have, by name; pictures have none of their own.
+std::map<std::string, std::vector<int64_t>> shapes_of(const std::vector<std::string>& inputs) {
+  std::map<std::string, std::vector<int64_t>> shapes;
+  for (const std::string& option : inputs) {
+    const NamedText input = split(option);
+    const bool is_sizes =
+        !input.text.empty() && input.text.find_first_not_of("0123456789x") == std::string::npos;
+    if (is_npy(input.text)) {
+      shapes[input.name] = read_tensor(input.text).shape;
+    } else if (is_sizes) {
+      shapes[input.name] = parse_open_sizes(option, input.text);
+    }
+  }
+  return shapes;
+}
+
 }  // namespace
+
+std::shared_ptr<marlo::runtime::QRTModel> imported_model(const std::string& path,
+                                                         const std::vector<std::string>& inputs) {
+  ImportOptions options;
+  try {
+    return std::make_shared<marlo::runtime::QRTModel>(
+        marlo::toolkit::import_onnx(path, options).model);
+  } catch (const marlo::toolkit::UnsupportedError& error) {
+    options.shapes = shapes_of(inputs);
+    if (options.shapes.empty()) refuse_source(path, error);
+  } catch (const marlo::toolkit::ImportError& error) {
+    refuse_source(path, error);
+  }
+  return std::make_shared<marlo::runtime::QRTModel>(import_source(path, options).model);
+}
 
 bool is_onnx(const std::string& path) {
   return lower_case(std::filesystem::path(path).extension().string()) == ".onnx";
@@ -163,6 +195,19 @@ void refuse_source(const std::string& path, const marlo::toolkit::ImportError& e
   }
   throw ToolError(kImportError, shown(path) + ": " + counted(refusals.size(), "thing") +
                                     " can't be imported, so nothing was");
+}
+
+marlo::toolkit::VerifiedImport import_and_verify_source(
+    const std::string& path, const ImportOptions& options,
+    const marlo::toolkit::VerifyOptions& verify) {
+  marlo::toolkit::VerifyOptions watched = verify;
+  std::optional<Progress> progress;
+  watched.progress = [&](size_t, size_t of) {
+    if (!progress) progress.emplace("verify: step", of);
+    progress->step();
+  };
+  return explaining_refusals(
+      path, [&] { return marlo::toolkit::import_and_verify(path, options, watched); });
 }
 
 ImportedModel import_source(const std::string& path, const ImportOptions& options) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "qrt_toolkit/import_onnx.h"
+#include "qrt_toolkit/verify_import.h"
 #include "tools/qrt/commands.h"
 
 // Networks in files of another form, which become models.
@@ -33,6 +35,18 @@ marlo::toolkit::PicturePreparation preparation_of(const PictureOptions& options)
 /// @throws ToolError: kImportError with their number, kModelError for a file that can't be read
 marlo::toolkit::ImportedModel import_source(const std::string& path,
                                             const marlo::toolkit::ImportOptions& options);
+
+/// The model of a network that is imported in memory only. Sizes that its file leaves open are those
+/// of `inputs`.
+/// @param inputs as commands take them for models: "SIZES", "FILE" or "LAYER=FILE"
+/// @throws ToolError as `import_source`
+std::shared_ptr<marlo::runtime::QRTModel> imported_model(const std::string& path,
+                                                         const std::vector<std::string>& inputs);
+
+/// The same, run beside its source, with a line of progress on a terminal.
+marlo::toolkit::VerifiedImport import_and_verify_source(
+    const std::string& path, const marlo::toolkit::ImportOptions& options,
+    const marlo::toolkit::VerifyOptions& verify);
 
 /// Runs `work`; what it throws about a file is printed and becomes a ToolError as above.
 template <class Work>

@@ -158,6 +158,51 @@ TEST(ImportOnnx, NumbersBeyondSixteenBitsAreRefusedByName) {
   EXPECT_THAT(refusal_of(graph), HasSubstr("kernel_shape: 70000 is beyond the 65535"));
 }
 
+TEST(ImportOnnx, ASizeThatStaysFreeIsAnyInTheModel) {
+  const char* graph = R"(g (float[n,1,4,w] x) => (float[n,s,4] y) <int64[3] s = {1, 4, -1}> {
+    r = Relu(x)
+    p = MaxPool<kernel_shape=[1, 2], strides=[1, 2]>(r)
+    q = Reshape(p, s)
+    y = Transpose<perm=[0, 2, 1]>(q)
+  })";
+  ImportOptions options;
+  options.shapes["x"] = {1, 1, 4, -1};
+  const ImportedModel model = imported(graph, options);
+  EXPECT_THAT(model.report.inputs[0].shape, ElementsAre(1, 4, 0));
+  EXPECT_THAT(model.report.outputs[0].shape, ElementsAre(0, 4));
+  EXPECT_THAT(model.report.notes, ::testing::Contains(HasSubstr("sizes stay free")));
+}
+
+TEST(ImportOnnx, LayersThatPinAFreeSizeAreNamed) {
+  const char* graph = R"(g (float[n,1,4,w] x) => (float[n,1,4,w] y) {
+    a = Relu(x)
+    p = GlobalMaxPool(a)
+    y = Mul(a, p)
+  })";
+  ImportOptions options;
+  options.shapes[""] = {1, 1, 4, -1};
+  const std::string text = refusal_of(graph, options);
+  // A window as large as its input.
+  EXPECT_THAT(text, AllOf(HasSubstr("node \"p\" (GlobalMaxPool"), HasSubstr("free sizes of 64 and"),
+                          Not(HasSubstr("node \"a\""))));
+}
+
+TEST(ImportOnnx, APartOfTheGraphCanBeTaken) {
+  const char* graph = R"(g (float[1,2,4,4] x, float[1,2,4,4] z) => (float[1,2,4,4] y) {
+    a = Relu(x)
+    b = Acos(z)
+    y = Add(a, b)
+  })";
+  ImportOptions options;
+  options.outputs = {"a"};
+  const ImportedModel model = imported(graph, options);
+  ASSERT_EQ(model.report.inputs.size(), 1u);
+  EXPECT_EQ(model.report.outputs.at(0).name, "a");
+  options.outputs = {"a", "x", "nowhere"};
+  EXPECT_THAT(refusal_of(graph, options),
+              AllOf(HasSubstr("output \"x\": no node makes it"), HasSubstr("output \"nowhere\"")));
+}
+
 TEST(SupportedOperators, AreTheTable) {
   const auto operators = supported_operators();
   const auto find = [&](const std::string& name) {

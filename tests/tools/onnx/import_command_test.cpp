@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "tests/toolkit/onnx/model_text.h"
 #include "tests/tools/tool_runner.h"
 
@@ -118,7 +120,7 @@ TEST_F(ImportCommandTest, TheOnlyInputNeedsNoName) {
   const Outcome outcome =
       import("g (float[1,1,h,w] x) => (float[1,1,h,w] y) { y = Relu(x) }", {"--input", "1x1x4x5"});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
-  EXPECT_THAT(outcome.out, HasSubstr("\"y\" 1x4x5"));
+  EXPECT_THAT(outcome.out, HasSubstr("\"y\" 1x1x4x5"));
 }
 
 TEST_F(ImportCommandTest, AnOutputCutsTheGraph) {
@@ -141,6 +143,78 @@ TEST_F(ImportCommandTest, ThePreparationOfPicturesIsKept) {
   EXPECT_THAT(file_text(path("net.json")),
               HasSubstr(R"(\"picture\":{\"mean\":[10.0],\"scale\":[0.5]})"));
   EXPECT_EQ(import(kSmall, {"--color", "pink"}).code, 2);
+}
+
+TEST_F(ImportCommandTest, PicturesNeedNoOptionsWhereTheModelHoldsThem) {
+  ASSERT_EQ(import(kSmall, {"--mean", "100", "--scale", "0.01"}).code, 0);
+  // 6 x 2 pixels of 200, which become 3 x 2 and then 1.
+  write_text(path("x.pgm"), "P5 6 2 255\n" + std::string(12, '\xC8'));
+  const Outcome run =
+      qrt({"run", path("net.qrtmodel"), "--input", path("x.pgm"), "--output", path("y.npy")});
+  ASSERT_EQ(run.code, 0) << run.err;
+  const std::string bytes = file_text(path("y.npy"));
+  float first = 0;
+  std::memcpy(&first, &bytes[bytes.size() - 12 * sizeof first], sizeof first);
+  EXPECT_NEAR(first, 2.5f, 1e-6);
+}
+
+TEST_F(ImportCommandTest, VerifyComparesEachLayer) {
+  const Outcome outcome = import(kSmall, {"--verify"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("with halves"), HasSubstr("\nc "), HasSubstr("\ny "),
+                                 Not(HasSubstr("beyond"))));
+  EXPECT_THAT(import(kSmall, {"--verify", "--json"}).out,
+              AllOf(HasSubstr("\"verification\": {"), HasSubstr("\"halves_max_difference\": ")));
+}
+
+TEST_F(ImportCommandTest, VerifyTakesNumbers) {
+  write_array("x.npy", "(1, 1, 2, 3)", {1, 2, 3, 4, 5, 600});
+  const Outcome outcome = import(kSmall, {"--verify", "--input", "x=" + path("x.npy"), "--json"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("\"largest_value\": 1200.5"));
+}
+
+TEST_F(ImportCommandTest, OtherCommandsTakeTheFileItself) {
+  write_model(path("net.onnx"), kSmall);
+  write_array("x.npy", "(1, 1, 2, 3)", {1, 2, 3, -4, -5, -6});
+  const Outcome run = qrt({"run", path("net.onnx"), "--input", path("x.npy")});
+  EXPECT_EQ(run.code, 0) << run.err;
+  EXPECT_THAT(run.out, HasSubstr("2.5"));
+  const Outcome info = qrt({"info", path("net.onnx")});
+  EXPECT_EQ(info.code, 0) << info.err;
+  EXPECT_THAT(info.out, AllOf(HasSubstr("network   net\n"), HasSubstr("FLOAT32 CHW 2x2x3")));
+  EXPECT_EQ(qrt({"check", path("net.onnx")}).code, 0);
+  ASSERT_EQ(import(kSmall).code, 0);
+  const Outcome compare =
+      qrt({"compare", path("net.onnx"), path("net.qrtmodel"), "--input", path("x.npy")});
+  EXPECT_EQ(compare.code, 0) << compare.err;
+}
+
+TEST_F(ImportCommandTest, SizesThatTheFileLeavesOpenComeFromTheInput) {
+  write_model(path("net.onnx"), R"(g (float[n,1,h,w] x) => (float[n,1,a,b] y)
+      { y = MaxPool<kernel_shape=[2, 2]>(x) })");
+  write_array("x.npy", "(1, 1, 2, 3)", {1, 2, 3, 4, 5, 6});
+  const Outcome run = qrt({"run", path("net.onnx"), "--input", path("x.npy")});
+  EXPECT_EQ(run.code, 0) << run.err;
+  EXPECT_EQ(qrt({"info", path("net.onnx")}).code, 6);
+  EXPECT_EQ(qrt({"info", path("net.onnx"), "--input", "1x1x8x8"}).code, 0);
+}
+
+TEST_F(ImportCommandTest, SizesMayStayFree) {
+  const char* const graph = R"(g (float[n,1,h,w] x) => (float[n,2,a,b] y)
+      <float[2,1,3,3] w = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9}> {
+        c = Conv<pads=[1, 1, 1, 1]>(x, w)
+        y = Relu(c)
+      })";
+  const Outcome outcome = import(graph, {"--input", "1x1x?x?"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("input     \"x\" 1x1x?x?\n"),
+                                 HasSubstr("output    \"y\" 1x2x?x?\n")));
+  for (const std::string shape : {"(1, 1, 2, 3)", "(1, 3, 2)"}) {
+    write_array("x.npy", shape, {1, 2, 3, 4, 5, 6});
+    const Outcome run = qrt({"run", path("net.qrtmodel"), "--input", path("x.npy")});
+    EXPECT_EQ(run.code, 0) << shape << run.err;
+  }
 }
 
 TEST_F(ImportCommandTest, OperatorsAreListed) {

@@ -1,8 +1,8 @@
-#include "tools/qrt/kernel_wrapper.h"
+#include "qrt_toolkit/watch/kernel_wrapper.h"
 
-namespace qrt_tool {
+namespace marlo::toolkit {
 
-KernelsTaken::KernelsTaken(marlo::runtime::Net& net,
+KernelsTaken::KernelsTaken(runtime::Net& net,
                            const std::function<Kernel(const KernelPlace&, const Kernel&)>& wrap) {
   const auto take = [&](const KernelPlace& place, Kernel& kernel) {
     if (kernel == nullptr) return;
@@ -10,7 +10,7 @@ KernelsTaken::KernelsTaken(marlo::runtime::Net& net,
     kernel = wrap(place, kernel);
   };
   for (uint32_t index = 0; index < net.layers.size(); ++index) {
-    marlo::runtime::Layer& layer = *net.layers[index];
+    runtime::Layer& layer = *net.layers[index];
     for (auto& [position, kernel] : layer.input_converters) {
       take({index, KernelRole::input_converter, position}, kernel);
     }
@@ -25,4 +25,4 @@ KernelsTaken::~KernelsTaken() {
   for (auto& [place, kernel] : taken_) *place = kernel;
 }
 
-}  // namespace qrt_tool
+}  // namespace marlo::toolkit

@@ -9,15 +9,15 @@
 
 // Watching the kernels of a network from outside: the engine isn't involved.
 
-namespace qrt_tool {
+namespace marlo::toolkit {
 
 /// A kernel that hands every call on to another one. Derived classes look at what they want.
-class KernelWrapper : public marlo::runtime::IKernel {
+class KernelWrapper : public runtime::IKernel {
  public:
-  using LayerInfoPointer = std::shared_ptr<marlo::runtime::LayerInfo>;
-  using ParamPointer = std::shared_ptr<marlo::runtime::InferenceParam>;
-  using ContextPointer = std::shared_ptr<marlo::runtime::Context>;
-  using Shapes = std::vector<marlo::runtime::TensorShape>;
+  using LayerInfoPointer = std::shared_ptr<runtime::LayerInfo>;
+  using ParamPointer = std::shared_ptr<runtime::InferenceParam>;
+  using ContextPointer = std::shared_ptr<runtime::Context>;
+  using Shapes = std::vector<runtime::TensorShape>;
 
   explicit KernelWrapper(std::shared_ptr<IKernel> kernel) : kernel_(std::move(kernel)) {}
 
@@ -62,10 +62,10 @@ struct KernelPlace {
 /// The places of all kernels of a network, taken by others as long as this lives.
 class KernelsTaken {
  public:
-  using Kernel = std::shared_ptr<marlo::runtime::IKernel>;
+  using Kernel = std::shared_ptr<runtime::IKernel>;
 
   /// @param wrap makes what takes a kernel's place
-  KernelsTaken(marlo::runtime::Net& net,
+  KernelsTaken(runtime::Net& net,
                const std::function<Kernel(const KernelPlace&, const Kernel&)>& wrap);
   KernelsTaken(const KernelsTaken&) = delete;
   KernelsTaken& operator=(const KernelsTaken&) = delete;
@@ -75,4 +75,4 @@ class KernelsTaken {
   std::vector<std::pair<Kernel*, Kernel>> taken_;  // places, and who stood there
 };
 
-}  // namespace qrt_tool
+}  // namespace marlo::toolkit

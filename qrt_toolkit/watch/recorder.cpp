@@ -1,13 +1,13 @@
-#include "tools/qrt/recorder.h"
+#include "qrt_toolkit/watch/recorder.h"
 
 #include <cstring>
 #include <type_traits>
 
-namespace qrt_tool {
+namespace marlo::toolkit {
 
-using marlo::runtime::DataType;
-using marlo::runtime::LayoutType;
-using marlo::runtime::TensorShape;
+using runtime::DataType;
+using runtime::LayoutType;
+using runtime::TensorShape;
 
 namespace {
 
@@ -74,7 +74,7 @@ class Recorder::RecordedKernel final : public KernelWrapper {
   Records& records_;
 };
 
-Recorder::Recorder(marlo::runtime::Net& net)
+Recorder::Recorder(runtime::Net& net)
     : kernels_(net,
                [this](const KernelPlace& place,
                       const KernelsTaken::Kernel& kernel) -> KernelsTaken::Kernel {
@@ -113,4 +113,4 @@ LayerRecord in_planes(LayerRecord record) {
   return record;
 }
 
-}  // namespace qrt_tool
+}  // namespace marlo::toolkit

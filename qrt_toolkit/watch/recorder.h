@@ -6,18 +6,18 @@
 #include <utility>
 #include <vector>
 
-#include "tools/qrt/kernel_wrapper.h"
+#include "qrt_toolkit/watch/kernel_wrapper.h"
 
-namespace qrt_tool {
+namespace marlo::toolkit {
 
 /// The numbers of a shape in memory as doubles.
-std::vector<double> numbers_of(const marlo::runtime::TensorShape& shape, const void* memory);
+std::vector<double> numbers_of(const runtime::TensorShape& shape, const void* memory);
 
 /// One output of a layer, as it was when the layer had run.
 struct LayerRecord {
   uint32_t layer = 0;
   uint32_t position = 0;  ///< among the layer's outputs
-  marlo::runtime::TensorShape shape;
+  runtime::TensorShape shape;
   std::string bytes;
 
   std::vector<double> values() const { return numbers_of(shape, bytes.data()); }
@@ -26,7 +26,7 @@ struct LayerRecord {
 /// Copies what each layer makes, after its converters, before a later layer can write over it.
 class Recorder {
  public:
-  explicit Recorder(marlo::runtime::Net& net);
+  explicit Recorder(runtime::Net& net);
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
   ~Recorder();
@@ -45,4 +45,4 @@ class Recorder {
 /// A record with blocks of channels, C4HW4 or C8HW8, as planes, CHW; any other as it is.
 LayerRecord in_planes(LayerRecord record);
 
-}  // namespace qrt_tool
+}  // namespace marlo::toolkit

@@ -1,0 +1,110 @@
+#include "qrt_toolkit/verify/agreement.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "qrt_core/runtime/model/inference_config.h"
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_core/runtime/model/recurrent_info.h"
+
+namespace marlo::toolkit {
+namespace {
+
+constexpr double kEps = 0x1p-23;
+/// Kernels of elementary functions are off by a few units in the last place.
+constexpr double kFewUnits = 4;
+
+double largest_of(const LayerRecord& record) {
+  double largest = 0;
+  for (const double number : record.values()) {
+    if (std::isfinite(number)) largest = std::max(largest, std::fabs(number));
+  }
+  return largest;
+}
+
+double count_of(const LayerRecord& record) {
+  return record.bytes.empty() ? 0 : static_cast<double>(ElementCount(record.shape));
+}
+
+/// The sums that a layer's weights take part in.
+struct Sums {
+  double terms = 0;  ///< of one output
+  double gain = 0;   ///< largest root of the sum of squares of its weights
+};
+
+Sums sums_of(runtime::LayerInfo& layer, const LayerRecord& made) {
+  Sums sums;
+  const auto& dims = made.shape.dims;
+  if (dims.empty()) return sums;
+  const bool is_sequence = dynamic_cast<runtime::RecurrentSequenceWeights*>(&layer) != nullptr;
+  // Of a sequence every step reads the one before; the units are its last axis.
+  const double outputs = is_sequence ? dims.back() : dims[0];
+  for (const runtime::LayerWeight& weight : runtime::WeightsOf(layer)) {
+    const std::vector<float> numbers = runtime::WeightNumbers(*weight.blob);
+    const auto row = static_cast<size_t>(
+        std::max(1.0, static_cast<double>(numbers.size()) / std::max(1.0, outputs)));
+    for (size_t at = 0; at < numbers.size(); at += row) {
+      double squares = 0;
+      for (size_t i = at; i < std::min(at + row, numbers.size()); ++i) {
+        squares += static_cast<double>(numbers[i]) * numbers[i];
+      }
+      sums.gain = std::max(sums.gain, std::sqrt(squares));
+    }
+    sums.terms += static_cast<double>(row);
+  }
+  if (is_sequence) sums.terms *= std::max(1u, dims[0]);
+  return sums;
+}
+
+/// How much larger than the sums themselves the intermediate results of a kernel may be.
+double growth_of(const std::string& kernel) {
+  // The magnitudes of the transforms' factors: 4 of patches, 2.25 of filters, 9 of outputs.
+  if (kernel.find("Winograd") != std::string::npos) return 81;
+  // 18 for each of two levels of quadrants.
+  if (kernel.find("Strassen") != std::string::npos) return 324;
+  return 1;
+}
+
+/// Whether every output is made of all inputs.
+bool reads_all(const runtime::LayerInfo& layer) {
+  return dynamic_cast<const runtime::SoftmaxInfo*>(&layer) != nullptr ||
+         dynamic_cast<const runtime::InstanceNorm2dInfo*>(&layer) != nullptr;
+}
+
+}  // namespace
+
+std::vector<double> agreements_of(const runtime::QRModelInfo& network,
+                                  const runtime::QRModelCfg& config,
+                                  const std::vector<LayerRecord>& records) {
+  std::map<std::string, size_t> index;
+  std::vector<double> largest;
+  std::vector<double> agreements;
+  for (size_t i = 0; i < network.squential_ids.size(); ++i) {
+    const std::string& id = network.squential_ids[i];
+    runtime::LayerInfo& layer = *network.layers.at(id);
+    index[id] = i;
+    largest.push_back(largest_of(records[i]));
+    double input_largest = 0;
+    double input_count = 0;
+    for (const std::string& input : layer.input_ids) {
+      const size_t source = index.at(input);
+      input_largest = std::max(input_largest, largest[source]);
+      input_count += count_of(records[source]);
+    }
+    if (layer.input_ids.empty()) {
+      agreements.push_back(0);
+      continue;
+    }
+    const Sums sums = sums_of(layer, records[i]);
+    const double count = std::max(1.0, count_of(records[i]));
+    const double terms =
+        sums.terms + kFewUnits + (reads_all(layer) ? input_count : input_count / count);
+    const std::string& kernel = config.layer_cfgs.at(id)->kernel->kernel_type;
+    agreements.push_back(growth_of(kernel) * terms * kEps *
+                         std::max(largest[i], sums.gain * input_largest));
+  }
+  return agreements;
+}
+
+}  // namespace marlo::toolkit
