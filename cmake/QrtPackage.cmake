@@ -1,4 +1,4 @@
-# Debian packages by CPack: libqrt-core1, libqrt-core-dev and qrt. `./dev package` builds and checks them.
+# Debian packages by CPack: libqrt-core1, libqrt-core-dev, libqrt-toolkit1, libqrt-toolkit-dev and qrt. `./dev package` builds and checks them.
 #
 # The preset `package` sets the prefix to /usr, so that libraries go into Debian's folder for the architecture.
 
@@ -21,6 +21,8 @@ string(TIMESTAMP QRT_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(QRT_RUNTIME_PACKAGE libqrt-core${PROJECT_VERSION_MAJOR})
 set(package_of_qrt_core_runtime ${QRT_RUNTIME_PACKAGE})
 set(package_of_qrt_core_development libqrt-core-dev)
+set(package_of_qrt_toolkit_runtime libqrt-toolkit${PROJECT_VERSION_MAJOR})
+set(package_of_qrt_toolkit_development libqrt-toolkit-dev)
 set(package_of_qrt_tool qrt)
 
 # What every package holds under share/doc. These rules are for CPack alone, not for `cmake --install`.
@@ -33,7 +35,7 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE
 configure_file("${PROJECT_SOURCE_DIR}/packaging/changelog.in" "${package_files}/changelog.Debian" @ONLY)
 qrt_compress("${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${package_files}/changelog.gz")
 qrt_compress("${package_files}/changelog.Debian" "${package_files}/changelog.Debian.gz")
-foreach(component qrt_core_runtime qrt_core_development qrt_tool)
+foreach(component qrt_core_runtime qrt_core_development qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
   set(package ${package_of_${component}})
   install(FILES
     "${PROJECT_SOURCE_DIR}/packaging/copyright"
@@ -46,6 +48,14 @@ configure_file("${PROJECT_SOURCE_DIR}/packaging/libqrt-core.overrides.in"
 install(FILES "${package_files}/${QRT_RUNTIME_PACKAGE}.overrides" RENAME ${QRT_RUNTIME_PACKAGE}
   DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT qrt_core_runtime EXCLUDE_FROM_ALL)
 configure_file("${PROJECT_SOURCE_DIR}/packaging/shlibs.in" "${package_files}/shlibs" @ONLY)
+file(WRITE "${package_files}/toolkit/shlibs"
+  "libqrt_toolkit ${PROJECT_VERSION_MAJOR} ${package_of_qrt_toolkit_runtime} (>= ${PROJECT_VERSION})\n")
+file(WRITE "${package_files}/${package_of_qrt_toolkit_runtime}.overrides"
+  "# CPack writes these scripts beside the trigger that would do.\n"
+  "${package_of_qrt_toolkit_runtime}: maintscript-calls-ldconfig *\n")
+install(FILES "${package_files}/${package_of_qrt_toolkit_runtime}.overrides"
+  RENAME ${package_of_qrt_toolkit_runtime}
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT qrt_toolkit_runtime EXCLUDE_FROM_ALL)
 # Side by side as in the source tree, so that links from one to the other hold.
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${package_of_qrt_core_development}"
@@ -55,7 +65,8 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL qrt_core_runtime qrt_core_development qrt_core_headers qrt_tool)
+set(CPACK_COMPONENTS_ALL qrt_core_runtime qrt_core_development qrt_core_headers
+  qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
@@ -96,6 +107,33 @@ the caller's thread.
 This package holds the headers, the static library, the files for CMake and
 pkg-config, the documents and the examples.")
 
+# The toolkit needs the very runtime that it was built with, which is no package yet when dependencies are looked up.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+set(CPACK_DEBIAN_QRT_TOOLKIT_RUNTIME_PACKAGE_NAME ${package_of_qrt_toolkit_runtime})
+set(CPACK_DEBIAN_QRT_TOOLKIT_RUNTIME_PACKAGE_SECTION libs)
+string(CONCAT CPACK_DEBIAN_QRT_TOOLKIT_RUNTIME_PACKAGE_DEPENDS
+  "${package_of_qrt_core_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})")
+set(CPACK_DEBIAN_QRT_TOOLKIT_RUNTIME_PACKAGE_CONTROL_EXTRA
+  "${package_files}/toolkit/shlibs" "${PROJECT_SOURCE_DIR}/packaging/triggers")
+set(CPACK_DEBIAN_QRT_TOOLKIT_RUNTIME_DESCRIPTION "imports neural networks for qrt_core
+A library that makes models for qrt_core of networks in ONNX files, and
+compares each layer with what the file defines.
+.
+This package holds the shared library.")
+
+set(CPACK_DEBIAN_QRT_TOOLKIT_DEVELOPMENT_PACKAGE_NAME ${package_of_qrt_toolkit_development})
+set(CPACK_DEBIAN_QRT_TOOLKIT_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_QRT_TOOLKIT_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+string(CONCAT CPACK_DEBIAN_QRT_TOOLKIT_DEVELOPMENT_PACKAGE_DEPENDS
+  "${package_of_qrt_toolkit_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE}), "
+  "${package_of_qrt_core_development} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})")
+set(CPACK_DEBIAN_QRT_TOOLKIT_DEVELOPMENT_DESCRIPTION "imports neural networks for qrt_core (headers)
+A library that makes models for qrt_core of networks in ONNX files, and
+compares each layer with what the file defines.
+.
+This package holds the headers, the static library, which needs libonnx-dev
+and libprotobuf-dev, and the files for CMake.")
+
 set(CPACK_DEBIAN_QRT_TOOL_PACKAGE_NAME ${package_of_qrt_tool})
 set(CPACK_DEBIAN_QRT_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_QRT_TOOL_DESCRIPTION "shows, runs and converts neural networks in model files
@@ -105,7 +143,7 @@ and converts models between JSON and the binary form.")
 
 include(CPack)
 # The groups are named as the components that the packages are named for.
-foreach(group qrt_core_runtime qrt_core_development qrt_tool)
+foreach(group qrt_core_runtime qrt_core_development qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
   cpack_add_component_group(${group})
   cpack_add_component(${group} GROUP ${group})
 endforeach()

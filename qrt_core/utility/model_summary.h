@@ -13,7 +13,7 @@
 
 namespace marlo::utility {
 
-/// One input or output as its model describes it. Plain data.
+/// One input or output as its model describes it. All threads may read it.
 struct DescribedTensor {
   std::string name;             ///< the id of its layer
   std::vector<uint32_t> sizes;  ///< without batch, outermost first; 0 for one that is free
@@ -28,7 +28,7 @@ struct DescribedTensor {
   bool has_preparation() const { return !color.empty() || !mean.empty() || !scale.empty(); }
 };
 
-/// What a model says of itself. Plain data.
+/// What a model says of itself. All threads may read it.
 struct ModelSummary {
   std::string source;                    ///< name of the file that it comes from
   std::string producer;                  ///< what wrote that file

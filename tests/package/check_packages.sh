@@ -35,7 +35,7 @@ for package in "${packages[@]}"; do
   names+=("$name")
   dpkg-deb --extract "$package" "$scratch/$name"
 done
-[[ "${names[*]}" == "libqrt-core-dev libqrt-core1 qrt" ]] || fail "other packages than expected: ${names[*]}"
+[[ "${names[*]}" == "libqrt-core-dev libqrt-core1 libqrt-toolkit-dev libqrt-toolkit1 qrt" ]] || fail "other packages than expected: ${names[*]}"
 
 say "files"
 expect_file() { [[ -e $scratch/$1/$2 ]] || fail "$1 has no $2"; }
@@ -46,6 +46,11 @@ for file in "$lib/libqrt_core.a" "$lib/cmake/qrt_core/qrt_coreConfig.cmake" "$li
   expect_file libqrt-core-dev "$file"
 done
 expect_file libqrt-core1 "$lib/libqrt_core.so.1"
+expect_file libqrt-toolkit1 "$lib/libqrt_toolkit.so.1"
+for file in "$lib/libqrt_toolkit.a" "$lib/libqrt_toolkit.so" "$lib/cmake/qrt_core/qrt_toolkitTargets.cmake" \
+  usr/include/qrt_toolkit/import_onnx.h; do
+  expect_file libqrt-toolkit-dev "$file"
+done
 expect_file qrt usr/bin/qrt
 expect_file qrt usr/share/man/man1/qrt.1.gz
 expect_file qrt usr/share/bash-completion/completions/qrt

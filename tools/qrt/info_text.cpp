@@ -102,8 +102,15 @@ std::string network_text(const ShownNetwork& shown, size_t width) {
   const NetworkReport& report = shown.report;
   std::string text = "\n";
   if (!report.id.empty()) text += "network   " + printable(report.id) + '\n';
-  if (!report.header.summary.empty())
-    text += "summary   " + printable(report.header.summary) + '\n';
+  std::string summary = report.header.summary;
+  if (const auto described = marlo::utility::read_summary(summary)) {
+    text += "source    " + printable(described->source) +
+            (described->producer.empty() ? "" : ", " + printable(described->producer)) + '\n';
+    // What stands behind the line for programs is for people.
+    const size_t end = summary.find('\n');
+    summary = end == std::string::npos ? "" : summary.substr(end + 1);
+  }
+  if (!summary.empty()) text += "summary   " + printable(summary) + '\n';
   text += "made      " + time_text(report.header.time) + ", version " +
           std::to_string(report.header.version) + '\n';
   text += "inputs    " + ends_text(report, report.inputs()) + '\n';

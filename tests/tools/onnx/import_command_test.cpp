@@ -182,7 +182,8 @@ TEST_F(ImportCommandTest, OtherCommandsTakeTheFileItself) {
   EXPECT_THAT(run.out, HasSubstr("2.5"));
   const Outcome info = qrt({"info", path("net.onnx")});
   EXPECT_EQ(info.code, 0) << info.err;
-  EXPECT_THAT(info.out, AllOf(HasSubstr("network   net\n"), HasSubstr("FLOAT32 CHW 2x2x3")));
+  EXPECT_THAT(info.out, AllOf(HasSubstr("network   net\nsource    net.onnx\n"),
+                              HasSubstr("FLOAT32 CHW 2x2x3")));
   EXPECT_EQ(qrt({"check", path("net.onnx")}).code, 0);
   ASSERT_EQ(import(kSmall).code, 0);
   const Outcome compare =
