@@ -28,11 +28,12 @@ install(TARGETS qrt_toolkit qrt_toolkit_static EXPORT qrt_toolkit_targets
 install(EXPORT qrt_toolkit_targets
   FILE qrt_toolkitTargets.cmake NAMESPACE qrt_core:: DESTINATION "${package_dir}"
   COMPONENT qrt_toolkit_development)
-install(FILES
-  "${PROJECT_SOURCE_DIR}/qrt_toolkit/errors.h"
-  "${PROJECT_SOURCE_DIR}/qrt_toolkit/import_onnx.h"
-  "${PROJECT_SOURCE_DIR}/qrt_toolkit/verify_import.h"
-  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qrt_toolkit" COMPONENT qrt_toolkit_development)
+# Its public headers; the others serve its own sources.
+foreach(header errors.h import_onnx.h verify_import.h assign/assign.h assign/costs.h assign/kernel_set.h)
+  get_filename_component(folder "${header}" DIRECTORY)
+  install(FILES "${PROJECT_SOURCE_DIR}/qrt_toolkit/${header}"
+    DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/qrt_toolkit/${folder}" COMPONENT qrt_toolkit_development)
+endforeach()
 if(TARGET qrt)
   set_target_properties(qrt PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   install(TARGETS qrt COMPONENT qrt_tool)

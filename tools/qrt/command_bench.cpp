@@ -38,7 +38,7 @@ InputShapes input_shapes(const NetworkReport& report, const BenchCommandOptions&
 // A model that loads, with inputs that fit: what is wrong with it is said before anything is timed.
 BenchSubject make_subject(Library& library, const std::string& path,
                           const BenchCommandOptions& options) {
-  const auto model = read_model(path, std::nullopt);
+  const auto model = read_model(path, std::nullopt, options.inputs);
   BenchSubject subject;
   subject.name = shown(path);
   subject.network = choose_network(*model, path, options.network);
