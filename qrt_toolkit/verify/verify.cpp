@@ -24,6 +24,7 @@ Refusal about_input(const std::string& name, std::string why) {
 
 /// One input for the reference and for the network.
 struct RunInput {
+  bool is_state = false;      ///< kept by the network, which doesn't take it
   SharedNumbers numbers;      ///< in the source's shape, rounded to float32
   std::vector<float> floats;  ///< the same
 };
@@ -77,12 +78,14 @@ class Inputs {
       const Value& value = graph.value(graph.inputs[i]);
       const auto shape = value.shape ? extents_of(*value.shape) : std::nullopt;
       if (!shape) throw UnsupportedError({about_input(value.name, "its shape isn't known")});
-      const auto found = given.find(value.name);
-      Numbers numbers = found != given.end() ? given_numbers(value.name, found->second, *shape)
-                        : options_.test_data.empty() ? random_numbers(*shape, generator_)
-                                                     : from_folder(value.name, *shape);
-      if (found != given.end()) given.erase(found);
-      inputs.push_back(as_input(std::move(numbers)));
+      inputs.push_back(as_input(numbers_for(value.name, *shape, given)));
+      inputs.back().is_state = is_state(value.name);
+      const Numbers::Reals& numbers = inputs.back().numbers->reals();
+      if (inputs.back().is_state &&
+          std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
+        throw UnsupportedError({about_input(
+            value.name, "it is a state that the network keeps, and begins with zeros")});
+      }
     }
     std::vector<Refusal> unknown;
     for (const auto& [name, tensor] : given) {
@@ -93,6 +96,27 @@ class Inputs {
   }
 
  private:
+  /// Whether the network has no such input: its layers keep it as a state.
+  bool is_state(const std::string& name) const {
+    const auto& taken = stages_.imported.report.inputs;
+    return std::none_of(taken.begin(), taken.end(),
+                        [&](const ImportedTensor& input) { return input.name == name; });
+  }
+
+  /// Takes an entry out of `given` where there is one.
+  Numbers numbers_for(const std::string& name, const Extents& shape,
+                      std::map<std::string, GivenTensor>& given) {
+    const auto found = given.find(name);
+    if (found != given.end()) {
+      Numbers numbers = given_numbers(name, found->second, shape);
+      given.erase(found);
+      return numbers;
+    }
+    if (!options_.test_data.empty()) return from_folder(name, shape);
+    return is_state(name) ? Numbers(ElementType::float32, shape)
+                          : random_numbers(shape, generator_);
+  }
+
   /// Files are numbered as the file's inputs are, those among them that were made constants.
   Numbers from_folder(const std::string& name, const Extents& shape) const {
     const auto& names = stages_.input_names;
@@ -151,10 +175,11 @@ std::vector<runtime::TensorShape> input_shapes(const runtime::QRModelInfo& info,
                                                const std::vector<RunInput>& inputs) {
   std::vector<runtime::TensorShape> shapes;
   const auto summary = utility::read_summary(info.extra_info.summary);
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    const Extents& shape = inputs[i].numbers->shape;
+  for (const RunInput& input : inputs) {
+    if (input.is_state) continue;
+    const Extents& shape = input.numbers->shape;
     const std::vector<uint32_t> sizes(shape.begin(), shape.end());
-    shapes.push_back(utility::described_shape(summary->inputs.at(i), sizes).value());
+    shapes.push_back(utility::described_shape(summary->inputs.at(shapes.size()), sizes).value());
   }
   return shapes;
 }
@@ -167,7 +192,9 @@ Passes passes_of(ImportStages& stages, const std::vector<RunInput>& inputs,
   const runtime::QRModelCfg& config = *model.config_arr->cfgs.at(id)->cpu_sse;
   const std::vector<runtime::TensorShape> shapes = input_shapes(info, inputs);
   std::vector<std::vector<float>> floats;
-  for (const RunInput& input : inputs) floats.push_back(input.floats);
+  for (const RunInput& input : inputs) {
+    if (!input.is_state) floats.push_back(input.floats);
+  }
   Passes passes;
   {
     NetworkRun network(model);
@@ -293,20 +320,22 @@ class Comparison {
 std::vector<VerifiedLayer> test_outputs(const ImportStages& stages, const Passes& passes,
                                         const Comparison& comparison, const std::string& folder) {
   std::vector<VerifiedLayer> outputs;
-  const auto& reported = stages.imported.report.outputs;
-  for (size_t i = 0; i < reported.size(); ++i) {
+  const Graph& graph = stages.given;
+  for (size_t i = 0; i < graph.outputs.size(); ++i) {
+    const std::string& name = graph.value(graph.outputs[i]).name;
     const fs::path file = test_file(folder, "output", i);
     if (!fs::exists(file)) continue;
     const GivenTensor expected = read_test_tensor(file);
-    const auto found = std::find(passes.ids.begin(), passes.ids.end(), reported[i].name);
+    const auto found = std::find(passes.ids.begin(), passes.ids.end(), name);
+    // A state that the network keeps is no output of it.
     if (found == passes.ids.end()) continue;
     const auto place = static_cast<size_t>(found - passes.ids.begin());
     const std::vector<double> made = passes.exact[place].values();
     if (made.size() != expected.numbers.size()) {
       throw FileError(file.string() + " holds a tensor of " + text_of(expected.shape) +
-                      ", which output \"" + reported[i].name + "\" isn't");
+                      ", which output \"" + name + "\" isn't");
     }
-    VerifiedLayer output = comparison.layer_of(reported[i].name);
+    VerifiedLayer output = comparison.layer_of(name);
     const NumberDifference difference = difference_of(expected.numbers, made);
     output.largest_value = difference.largest_value;
     output.place = difference.place;

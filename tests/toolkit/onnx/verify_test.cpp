@@ -102,6 +102,22 @@ TEST(VerifyImport, InputsMayBeGiven) {
   EXPECT_THROW(verify_stages(stages, options), UnsupportedError);
 }
 
+TEST(VerifyImport, StatesThatTheNetworkKeepsBeginWithZeros) {
+  const TemporaryFolder folder;
+  ImportStages stages = stages_of(folder, R"(g (float[3,1,2] x, float[1,1,2] h)
+      => (float[3,1,1,2] y, float[1,1,2] n)
+      <float[1,2,2] w = {0.5, -1, 0.25, 1}, float[1,2,2] r = {0.5, 0.25, -0.5, 1}> {
+        y, n = RNN<hidden_size=2>(x, w, r, , , h)
+      })");
+  ASSERT_EQ(stages.imported.report.inputs.size(), 1u);
+  const Verification verification = verify_stages(stages, {});
+  EXPECT_FALSE(verification.layers.empty());
+  EXPECT_EQ(verification.first_beyond(), nullptr);
+  VerifyOptions options;
+  options.inputs["h"] = {{1, 1, 2}, {0, 1}};
+  EXPECT_THROW(verify_stages(stages, options), UnsupportedError);
+}
+
 TEST(VerifyImport, ProgressCountsToItsEnd) {
   const TemporaryFolder folder;
   ImportStages stages = stages_of(folder, network());
