@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
+#include "qrt_toolkit/watch/recorder.h"
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/npy.h"
-#include "qrt_toolkit/watch/recorder.h"
 
 // `qrt compare`, and what `qrt run --dump` writes.
 
