@@ -42,14 +42,15 @@ std::string network() {
 
 ImportStages stages_of(const TemporaryFolder& folder, const std::string& graph) {
   write_model(folder.file("net.onnx"), graph);
-  return import_stages(folder.file("net.onnx"), {});
+  ImportOptions options;
+  options.kernels = KernelSet::portable;
+  return import_stages(folder.file("net.onnx"), options);
 }
 
 TEST(VerifyImport, ANetworkAgreesWithItsSource) {
   const TemporaryFolder folder;
-  write_model(folder.file("net.onnx"), network());
-  const VerifiedImport result = import_and_verify(folder.file("net.onnx"));
-  const Verification& verification = result.verification;
+  ImportStages stages = stages_of(folder, network());
+  const Verification verification = verify_stages(stages, {});
   std::vector<std::string> ids;
   for (const VerifiedLayer& layer : verification.layers) {
     ids.push_back(layer.layer);
@@ -76,6 +77,15 @@ TEST(VerifyImport, TheFirstLayerThatComputesSomethingElseIsNamed) {
   ASSERT_NE(verification.first_beyond(), nullptr);
   EXPECT_EQ(verification.first_beyond()->layer, "l");
   EXPECT_EQ(verification.first_beyond()->node, "l");
+}
+
+TEST(VerifyImport, WhateverKernelsAreChosen) {
+  const TemporaryFolder folder;
+  write_model(folder.file("net.onnx"), network());
+  const VerifiedImport result = import_and_verify(folder.file("net.onnx"));
+  EXPECT_EQ(result.imported.report.kernels, processor_kernels());
+  EXPECT_GE(result.verification.layers.size(), 5u);
+  EXPECT_EQ(result.verification.first_beyond(), nullptr);
 }
 
 TEST(VerifyImport, TheModelKeepsItsWeights) {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "tests/toolkit/onnx/model_text.h"
@@ -29,6 +30,10 @@ class ImportCommandTest : public ToolTest {
     write_model(path("net.onnx"), graph);
     std::vector<std::string> all{"import", path("net.onnx"), path(to)};
     all.insert(all.end(), more.begin(), more.end());
+    // Layers as the file has them, on whichever processor this runs.
+    if (std::find(more.begin(), more.end(), "--isa") == more.end()) {
+      all.insert(all.end(), {"--isa", "portable"});
+    }
     return qrt(all);
   }
 };
@@ -223,6 +228,13 @@ TEST_F(ImportCommandTest, OperatorsAreListed) {
   EXPECT_EQ(outcome.code, 0);
   EXPECT_THAT(outcome.out, AllOf(StartsWith("operator"), HasSubstr("\nConv ")));
   EXPECT_THAT(qrt({"import", "--operators", "--json"}).out, HasSubstr("\"name\": \"Conv\""));
+}
+
+TEST_F(ImportCommandTest, KernelsAreChosenFromASet) {
+  const Outcome outcome = import(kSmall, {"--isa", "sse", "--verify"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("\nkernels   sse\n"));
+  EXPECT_EQ(import(kSmall, {"--isa", "mmx"}).code, 2);
 }
 
 TEST_F(ImportCommandTest, NamesAreChecked) {
