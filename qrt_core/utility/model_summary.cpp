@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "qrt_core/runtime/model/json_document.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
 
 namespace marlo::utility {
 
@@ -42,8 +43,7 @@ std::vector<float> numbers_of(const Json& object, const char* key) {
 LayoutType layout_named(const std::string& name) {
   for (const LayoutType layout :
        {LayoutType::C, LayoutType::CL, LayoutType::SC, LayoutType::BC, LayoutType::CHW}) {
-    const char* const printed = PrintedName(layout);
-    if (printed != nullptr && name == printed) return layout;
+    if (name == runtime::LayoutText(layout)) return layout;
   }
   return LayoutType::FLEXIABLE;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/model/inference_config.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -74,8 +75,7 @@ void write_tensor(JsonWriter& json, const std::string& name, const runtime::Tens
   for (const uint32_t size : shape.dims) json.Uint(size);
   json.EndArray();
   json.Key("layout");
-  const char* layout = runtime::PrintedName(shape.layout);
-  json.String(layout == nullptr ? "" : layout);
+  json.String(runtime::LayoutText(shape.layout).c_str());
 }
 
 void write_numbers(JsonWriter& json, const char* key, const std::vector<double>& numbers) {

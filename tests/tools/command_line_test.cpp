@@ -113,7 +113,7 @@ TEST_F(CommandLineTest, AnUnknownWordIsRepeatedWithTheOneThatWasMeant) {
   EXPECT_THAT(refusal({"kernel"}), HasSubstr("did you mean \"kernels\"?"));
   EXPECT_THAT(refusal({"zzzzzz"}),
               HasSubstr("there is no command \"zzzzzz\"; expected one of info,"));
-  EXPECT_THAT(refusal({}), HasSubstr("qrt: expected a command: info, run, "));
+  EXPECT_THAT(refusal({}), HasSubstr("qrt: expected a command: info, import, run, "));
   EXPECT_THAT(refusal({"--versoin"}),
               HasSubstr("no option \"--versoin\"; did you mean \"--version\"?"));
   EXPECT_THAT(refusal({"run", "m.json", "--inptu", "x.png"}),
