@@ -43,6 +43,7 @@ struct NetworkRun::State {
 NetworkRun::NetworkRun(const runtime::QRTModel& model) : state_(std::make_unique<State>()) {
   utility::create_context(state_->context, 64);
   utility::init_register_operators(state_->kernels, state_->params);
+  utility::init_register_extension_operators(state_->kernels, state_->params);
   const std::string& id = model.model_arr->squential_ids.at(0);
   const auto& info = model.model_arr->infos.at(id);
   state_->package = std::make_shared<utility::_NetworkPackage>();
