@@ -55,7 +55,7 @@ class QRT_API UnsupportedError : public ImportError {
 struct NodeFault {
   std::string attribute;
   std::string why;
-  std::string help = "";
+  std::string help = {};
 };
 
 }  // namespace marlo::toolkit

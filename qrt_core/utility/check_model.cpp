@@ -155,7 +155,7 @@ void FindingList::add(const Place& place, FindingCode code, Severity severity,
 }
 
 std::string kind_of(const runtime::LayerInfo& info) {
-  const std::string name = runtime::LayerTypeName(info.type);
+  std::string name = runtime::LayerTypeName(info.type);
   if (name != "UnKnown") return name;
   const std::string suffix = "Info";
   const std::string& type = info.serializable_type;

@@ -169,7 +169,7 @@ class Lowering {
 struct LoweringRow {
   std::string_view op;
   void (*lower)(Lowering&);
-  std::string_view limits = "";  ///< what can't be expressed, in words
+  std::string_view limits = {};  ///< what can't be expressed, in words
 };
 
 /// The row of an operator; null for one that can't be lowered.

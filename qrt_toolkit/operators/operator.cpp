@@ -35,7 +35,8 @@ const Numbers& Operands::operator[](size_t place) const {
 }
 
 Numbers::Integers Operands::integers(size_t place, Numbers::Integers otherwise) const {
-  return has(place) ? numbers_[place]->integers() : std::move(otherwise);
+  if (!has(place)) return otherwise;
+  return numbers_[place]->integers();
 }
 
 const Facts& ShapeStep::input(size_t place) const {

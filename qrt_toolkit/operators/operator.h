@@ -75,7 +75,7 @@ struct Operator {
   Results (*evaluate)(const Node&, const Operands&);
   /// Types and shapes of the outputs, as far as they follow from the inputs'.
   void (*infer)(ShapeStep&);
-  std::string_view limits = "";  ///< what isn't computed, in words
+  std::string_view limits = {};  ///< what isn't computed, in words
 };
 
 /// The newest operator set that is read.

@@ -29,7 +29,7 @@ constexpr uint16_t kLeaky = 4;
 constexpr uint16_t kTangent = 5;
 
 std::string in_words(uint16_t type) {
-  const std::string number = std::to_string(type);
+  std::string number = std::to_string(type);
   switch (type) {
     case kRectifier:
       return number + ", the rectifier";

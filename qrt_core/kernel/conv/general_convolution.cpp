@@ -6,7 +6,6 @@
 namespace marlo::kernel {
 
 using runtime::DeviceCPU;
-using runtime::LayoutType;
 using runtime::TensorCPU;
 
 #if QRT_WITH_SSE || QRT_WITH_AVX
