@@ -60,3 +60,14 @@ if(NOT QRT_SANITIZE)
     "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=${fortify_level}>")
   target_link_options(qrt_hardening INTERFACE LINKER:-z,relro LINKER:-z,now)
 endif()
+
+# qrt_precompile_standard_library(<target>): with QRT_PRECOMPILE, what most sources include from the standard library is
+# compiled once for a target, which saves half of what a small source takes. The code is the same. A source that lacks
+# an include is seen by the builds without.
+function(qrt_precompile_standard_library target)
+  if(QRT_PRECOMPILE)
+    target_precompile_headers(${target} PRIVATE
+      <algorithm> <array> <cmath> <cstdint> <cstring> <functional> <limits> <map> <memory> <optional> <string>
+      <string_view> <unordered_map> <utility> <vector>)
+  endif()
+endfunction()

@@ -90,6 +90,7 @@ function(qrt_add_objects name sources)
 endfunction()
 
 qrt_add_objects(base base_sources)
+qrt_precompile_standard_library(qrt_objects_base)
 if(QRT_WITH_SSE)
   qrt_add_objects(sse sse_sources)
 endif()

@@ -37,6 +37,7 @@ set_target_properties(qrt_objects_toolkit PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
+qrt_precompile_standard_library(qrt_objects_toolkit)
 if(QRT_BUILD_FUZZ)
   target_compile_options(qrt_objects_toolkit PRIVATE -fsanitize=fuzzer-no-link)
 endif()

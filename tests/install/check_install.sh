@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs a built tree into a scratch prefix, moves the prefix, and builds and runs the application of
-# app/ against it: through find_package, through pkg-config, and with the source tree as a subdirectory.
+# app/ against it, through find_package and through pkg-config; looks at what a project gets that has the source tree as a
+# subdirectory.
 #
 # usage: check_install.sh CMAKE SOURCE_DIR BUILD_DIR COMPILER
 set -euo pipefail
@@ -99,12 +100,10 @@ eval "flags=($(pkg-config --static --cflags --libs qrt_core))"
 "$compiler" -std=c++17 -static "$app/main.cpp" "${flags[@]}" -o "$scratch/app_pc_static"
 expect_run "$scratch/app_pc_static"
 
+# Built and run by `./dev test debug`, which needs the same objects.
 say "add_subdirectory"
 "$cmake" -G Ninja -S "$app" -B "$scratch/embedded" -DCMAKE_CXX_COMPILER="$compiler" \
   -DCMAKE_BUILD_TYPE=Debug -DQRT_CORE_SOURCE_DIR="$source_dir" >/dev/null
-"$cmake" --build "$scratch/embedded" -- --quiet
-expect_run "$scratch/embedded/app"
-expect_run "$scratch/embedded/app_static"
 if grep -nE '^build [^:]*(qrt_test|qrt_bench|qrt_example)' "$scratch/embedded/build.ninja"; then
   fail "an embedding project gets our tests, benchmarks or examples"
 fi

@@ -17,7 +17,7 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/numbers.h"
-#include "tests/support/sanitizer.h"
+#include "tests/support/pace.h"
 #include "tests/support/test_context.h"
 
 // Pictures as tensors, for tests of the image operations.
@@ -28,23 +28,23 @@ using TensorPointer = std::shared_ptr<runtime::Tensor>;
 
 constexpr uint32_t kLargestSide = 67;
 
-/// Calls `test(height, width)` for all sizes from 1 to 67 in both directions; where a sanitizer
-/// slows everything down, for all of one direction beside the sizes where vectors end.
+/// Calls `test(height, width)` for all sizes from 1 to 67 in both directions; where everything is slow, for all of one
+/// direction beside the sizes where vectors end.
 template <typename Test>
 void for_each_size(Test&& test) {
-#if defined(QRT_UNDER_SANITIZER)
-  const std::vector<uint32_t> others{1, 2, 15, 16, 17, 33, kLargestSide};
-  for (uint32_t side = 1; side <= kLargestSide; ++side) {
-    for (const uint32_t other : others) {
-      test(side, other);
-      test(other, side);
+  if (runs_slowly()) {
+    const std::vector<uint32_t> others{1, 2, 15, 16, 17, 33, kLargestSide};
+    for (uint32_t side = 1; side <= kLargestSide; ++side) {
+      for (const uint32_t other : others) {
+        test(side, other);
+        test(other, side);
+      }
     }
+    return;
   }
-#else
   for (uint32_t height = 1; height <= kLargestSide; ++height) {
     for (uint32_t width = 1; width <= kLargestSide; ++width) test(height, width);
   }
-#endif
 }
 
 /// Random bytes that are the same on every machine.
