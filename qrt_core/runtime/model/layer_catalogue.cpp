@@ -3,6 +3,7 @@
 #include <array>
 
 #include "qrt_core/runtime/model/layers.h"
+#include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -59,6 +60,24 @@ constexpr Entry kEntries[] = {
     entry<TensorArithmeticInfo>(45),
     entry<TensorSliceInfo>(46),
     entry<LayerPlaceholderInfo>(252),
+#if QRT_WITH_EXTENSIONS
+    entry<ElementFunctionInfo>(1000),
+    entry<BinaryFunctionInfo>(1001),
+    entry<LayerNormInfo>(1002),
+    entry<GroupNormInfo>(1003),
+    entry<AxisSoftmaxInfo>(1004),
+    entry<MatMulInfo>(1005),
+    entry<DenseInfo>(1006),
+    entry<AxisReductionInfo>(1007),
+    entry<PadInfo>(1008),
+    entry<GatherInfo>(1009),
+    entry<EmbeddingInfo>(1010),
+    entry<BroadcastToInfo>(1011),
+    entry<ConstantInfo>(1012),
+    entry<ResizeInfo>(1013),
+    entry<StridedSliceInfo>(1014),
+    entry<ReshapeToInfo>(1015),
+#endif
 };
 
 struct Name {
@@ -89,6 +108,22 @@ constexpr Name kNames[] = {
     {36, "LSTM"},
     {46, "TensorSlice"},
     {254, "Blob"},
+    {1000, "ElementFunction"},
+    {1001, "BinaryFunction"},
+    {1002, "LayerNorm"},
+    {1003, "GroupNorm"},
+    {1004, "AxisSoftmax"},
+    {1005, "MatMul"},
+    {1006, "Dense"},
+    {1007, "AxisReduction"},
+    {1008, "Pad"},
+    {1009, "Gather"},
+    {1010, "Embedding"},
+    {1011, "BroadcastTo"},
+    {1012, "Constant"},
+    {1013, "Resize"},
+    {1014, "StridedSlice"},
+    {1015, "ReshapeTo"},
 };
 
 template <size_t count>
@@ -106,6 +141,10 @@ std::shared_ptr<LayerInfo> MakeLayerInfo(uint16_t code) {
   for (const Entry& known : kEntries) {
     if (known.code == code) return known.make();
   }
+  Assert(code < kFirstExtensionLayerType || QRT_WITH_EXTENSIONS,
+         "Layer type %u is one of the second set, which this build leaves out: "
+         "build with -DQRT_WITH_EXTENSIONS=ON",
+         code);
   Assert(false, "Unsupported Layer Type [%u].", code);
   return nullptr;
 }

@@ -4,6 +4,7 @@
 
 #include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
+#include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/normalization_info.h"
 #include "qrt_core/runtime/model/pooling_info.h"

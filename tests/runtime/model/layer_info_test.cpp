@@ -170,7 +170,23 @@ TEST(LayerCatalogue, MakesTheClassOfEachCodeAndRefusesAllOthers) {
                                                             {44, "GridSampleInfo"},
                                                             {45, "TensorArithmeticInfo"},
                                                             {46, "TensorSliceInfo"},
-                                                            {252, "LayerPlaceholderInfo"}};
+                                                            {252, "LayerPlaceholderInfo"},
+                                                            {1000, "ElementFunctionInfo"},
+                                                            {1001, "BinaryFunctionInfo"},
+                                                            {1002, "LayerNormInfo"},
+                                                            {1003, "GroupNormInfo"},
+                                                            {1004, "AxisSoftmaxInfo"},
+                                                            {1005, "MatMulInfo"},
+                                                            {1006, "DenseInfo"},
+                                                            {1007, "AxisReductionInfo"},
+                                                            {1008, "PadInfo"},
+                                                            {1009, "GatherInfo"},
+                                                            {1010, "EmbeddingInfo"},
+                                                            {1011, "BroadcastToInfo"},
+                                                            {1012, "ConstantInfo"},
+                                                            {1013, "ResizeInfo"},
+                                                            {1014, "StridedSliceInfo"},
+                                                            {1015, "ReshapeToInfo"}};
   const LogCapture silent;
   size_t next = 0;
   for (int code = 0; code <= 65535; ++code) {
@@ -211,7 +227,23 @@ TEST(LayerTypeName, HasAWordForTheCodesOfItsTableAndUnknownForAllOthers) {
                                             {29, "Blob"},
                                             {36, "LSTM"},
                                             {46, "TensorSlice"},
-                                            {254, "Blob"}};
+                                            {254, "Blob"},
+                                            {1000, "ElementFunction"},
+                                            {1001, "BinaryFunction"},
+                                            {1002, "LayerNorm"},
+                                            {1003, "GroupNorm"},
+                                            {1004, "AxisSoftmax"},
+                                            {1005, "MatMul"},
+                                            {1006, "Dense"},
+                                            {1007, "AxisReduction"},
+                                            {1008, "Pad"},
+                                            {1009, "Gather"},
+                                            {1010, "Embedding"},
+                                            {1011, "BroadcastTo"},
+                                            {1012, "Constant"},
+                                            {1013, "Resize"},
+                                            {1014, "StridedSlice"},
+                                            {1015, "ReshapeTo"}};
   for (int code = 0; code <= 65535; ++code) {
     const auto found = words.find(code);
     ASSERT_EQ(runtime::LayerTypeName(static_cast<uint16_t>(code)),
