@@ -1,0 +1,185 @@
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/support/checks.h"
+#include "bench/support/configured_kernel.h"
+#include "bench/support/onednn_peers.h"
+#include "bench/support/probe.h"
+#include "bench/support/processor.h"
+#include "bench/support/reporting.h"
+#include "qrt_core/kernel/extension/kernels.h"
+#include "qrt_core/runtime/model/elementwise_info.h"
+#include "qrt_core/runtime/model/extension_info.h"
+#include "tests/support/model_builder.h"
+#include "tests/support/numbers.h"
+#include "tests/support/oracle.h"
+#include "tests/support/recurrent_case.h"
+
+// Operators of the second set, in the sizes of a vision transformer (197 places, 768 features, heads
+// of 64) and of a recogniser of text lines. Arithmetic is held against the processor's fused products
+// in 8 lanes, whatever the kernel's width; what moves numbers against a copy.
+
+namespace marlo::bench {
+
+#if QRT_WITH_EXTENSIONS
+
+namespace {
+
+constexpr uint32_t kPlaces = 197;
+
+struct Product {
+  uint32_t rows, columns, depth;
+};
+
+constexpr Product kProducts[] = {{kPlaces, kPlaces, 64}, {kPlaces, 64, kPlaces}, {384, 384, 384}};
+constexpr Product kConnections[] = {
+    {kPlaces, 768, 768}, {kPlaces, 3072, 768}, {1, 1000, 1024}, {1, 4096, 4096}};
+
+std::string name_of(const char* kernel, const Product& size) {
+  return std::string(kernel) + "/" + std::to_string(size.rows) + "x" +
+         std::to_string(size.columns) + "x" + std::to_string(size.depth);
+}
+
+double operations_of(const Product& size) { return 2.0 * size.rows * size.columns * size.depth; }
+
+// Some of the results, exact; b is [columns, depth].
+void check(const std::string& name, const Product& size, const std::vector<float>& a,
+           const std::vector<float>& b, const float* found) {
+  for (size_t at = 0; at < size_t{size.rows} * size.columns; at += 997) {
+    test::Sum sum;
+    for (size_t k = 0; k < size.depth; ++k) {
+      sum.add(double{a[at / size.columns * size.depth + k]} *
+              b[at % size.columns * size.depth + k]);
+    }
+    if (std::abs(found[at] - sum.value) > sum.bound()) throw std::runtime_error(name + ": wrong");
+  }
+}
+
+void run_matmul(benchmark::State& state, const kernel::MatMulRow& row, const Product& size) {
+  const auto info = std::make_shared<runtime::MatMulInfo>();
+  info->transpose_b = true;
+  const std::vector<float> a = test::Random(1).floats(size_t{size.rows} * size.depth);
+  const std::vector<float> b = test::Random(2).floats(size_t{size.columns} * size.depth);
+  ConfiguredKernel layer(row.name, info);
+  layer.add_floats({size.rows, size.depth}, runtime::LayoutType::FLEXIABLE, a);
+  layer.add_floats({size.columns, size.depth}, runtime::LayoutType::FLEXIABLE, b);
+  layer.pass();
+  check(row.name, size, a, b, layer.output<const float>().data());
+  time_computing(state, layer, operations_of(size), fused_limit());
+}
+
+void run_dense(benchmark::State& state, const kernel::DenseRow& row, const Product& size) {
+  const auto info = std::make_shared<runtime::DenseInfo>();
+  info->in_features = size.depth;
+  info->out_features = size.columns;
+  const std::vector<float> a = test::Random(1).floats(size_t{size.rows} * size.depth);
+  const std::vector<float> b = test::Random(2).floats(size_t{size.columns} * size.depth);
+  info->weight = test::weight_text(b);
+  ConfiguredKernel layer(row.name, info);
+  layer.add_floats({size.rows, size.depth}, runtime::LayoutType::FLEXIABLE, a);
+  layer.pass();
+  check(row.name, size, a, b, layer.output<const float>().data());
+  // One row reads all weights for two operations each.
+  double limit = fused_limit();
+  if (size.rows == 1) limit = std::min(limit, read_limit(layer.width(), b.data(), b.size()) / 2);
+  time_computing(state, layer, operations_of(size), limit);
+}
+
+std::shared_ptr<runtime::LayerInfo> described(const kernel::ElementFunctionRow& row) {
+  if (row.description == kernel::FunctionDescription::activation) {
+    return std::make_shared<runtime::ActivationInfo>();
+  }
+  const auto info = std::make_shared<runtime::ElementFunctionInfo>();
+  info->function = static_cast<uint32_t>(row.function);
+  return info;
+}
+
+void run_moving(benchmark::State& state, const char* name,
+                const std::shared_ptr<runtime::LayerInfo>& info) {
+  ConfiguredKernel layer(name, info);
+  const std::vector<float> values = test::Random(1).floats(size_t{kPlaces} * 768, 4.0f);
+  layer.add_floats({kPlaces, 768}, runtime::LayoutType::FLEXIABLE, values);
+  layer.pass();
+  time_transforming(state, layer);
+  report_rate(state, "elem/ns", static_cast<double>(values.size()));
+}
+
+// A layer of 128 inputs and 256 hidden values over 50 steps.
+void run_sequence(benchmark::State& state, const char* name) {
+  test::RecurrentCase layer;
+  layer.network = test::network_of(name);
+  layer.ins = 128;
+  layer.hidden = 256;
+  layer.steps = 50;
+  layer.fill(1);
+  ConfiguredKernel sequence(name, test::sequence_description(layer));
+  sequence.add_floats({layer.steps, layer.ins}, runtime::LayoutType::SC, layer.input);
+  sequence.pass();
+  const auto expected = test::RecurrentOracle(layer).run(layer.input);
+  const auto values = sequence.output<const float>();
+  const std::string fault = test::first_beyond({values.begin(), values.end()}, expected);
+  if (!fault.empty()) throw std::runtime_error(std::string(name) + ": " + fault);
+  const double weights = static_cast<double>(test::gates_of(layer.network)) * layer.hidden *
+                         (layer.ins + layer.hidden);
+  time_computing(state, sequence, 2 * weights * layer.steps, fused_limit());
+  report_peer(state, sequence, onednn_recurrent(layer));
+}
+
+void register_products() {
+  for (const auto* row : kernel::matmul_rows) {
+    if (!can_run(row->name)) continue;
+    for (const Product& size : kProducts) {
+      benchmark::RegisterBenchmark(
+          name_of(row->name, size).c_str(),
+          [row, &size](benchmark::State& state) { run_matmul(state, *row, size); });
+    }
+  }
+  for (const auto* row : kernel::dense_rows) {
+    if (!can_run(row->name) || row->is_full_connection) continue;
+    for (const Product& size : kConnections) {
+      benchmark::RegisterBenchmark(
+          name_of(row->name, size).c_str(),
+          [row, &size](benchmark::State& state) { run_dense(state, *row, size); });
+    }
+  }
+}
+
+void register_moving(const char* name, const std::shared_ptr<runtime::LayerInfo>& info) {
+  if (!can_run(name)) return;
+  benchmark::RegisterBenchmark(
+      (std::string(name) + "/197x768").c_str(),
+      [name, info](benchmark::State& state) { run_moving(state, name, info); });
+}
+
+const bool registered = [] {
+  register_products();
+  for (const auto* row : kernel::element_function_rows) {
+    if (row->input_use == runtime::InputUse::reads) register_moving(row->name, described(*row));
+  }
+  for (const auto* row : kernel::axis_softmax_rows) {
+    register_moving(row->name, std::make_shared<runtime::AxisSoftmaxInfo>());
+  }
+  for (const auto* row : kernel::layer_norm_rows) {
+    register_moving(row->name, std::make_shared<runtime::LayerNormInfo>());
+  }
+  for (const auto* row : kernel::wide_sequence_rows) {
+    const char* const name = row->name;
+    if (!can_run(name)) continue;
+    benchmark::RegisterBenchmark((std::string(name) + "/128-256x50").c_str(),
+                                 [name](benchmark::State& state) { run_sequence(state, name); })
+        ->Unit(benchmark::kMicrosecond);
+  }
+  return true;
+}();
+
+}  // namespace
+
+#endif
+
+}  // namespace marlo::bench
