@@ -73,6 +73,16 @@ std::set<std::string> walked_extensions([[maybe_unused]] const std::vector<std::
   QRT_ADD_LIST(block_window_rows);
   QRT_ADD_LIST(block_winograd_rows);
   QRT_ADD_LIST(first_window_rows);
+  QRT_ADD_LIST(element_function_rows);
+  QRT_ADD_LIST(axis_softmax_rows);
+  QRT_ADD_LIST(layer_norm_rows);
+  QRT_ADD_LIST(group_norm_rows);
+  QRT_ADD_LIST(binary_rows);
+  QRT_ADD_LIST(axis_reduction_rows);
+  QRT_ADD_LIST(dense_rows);
+  QRT_ADD_LIST(matmul_rows);
+  QRT_ADD_LIST(wide_sequence_rows);
+  QRT_ADD_LIST(resize_rows);
 #undef QRT_ADD_LIST
 #endif
   return names;

@@ -6,6 +6,7 @@
 
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
+#include "tests/support/extension_facts.h"
 #include "tests/support/kernel_remarks.h"
 #include "tests/support/kernels.h"
 

@@ -11,27 +11,59 @@
 #include "qrt_core/kernel/extension/conv/block_winograd.h"
 #include "qrt_core/kernel/extension/conv/first_window.h"
 #include "qrt_core/kernel/extension/elementary/activation.h"
+#include "qrt_core/kernel/extension/elementary/binary.h"
+#include "qrt_core/kernel/extension/elementary/element_function.h"
+#include "qrt_core/kernel/extension/elementary/lines.h"
+#include "qrt_core/kernel/extension/layout/axis_map.h"
+#include "qrt_core/kernel/extension/layout/constant.h"
+#include "qrt_core/kernel/extension/layout/resize.h"
+#include "qrt_core/kernel/extension/matrix/dense.h"
+#include "qrt_core/kernel/extension/matrix/matmul.h"
+#include "qrt_core/kernel/extension/recurrent/wide_sequence.h"
 #endif
 
 /// @name Groups
 /// As those of kernel/kernels.h: each gives `KERNEL` the name and the row of every kernel of a group.
 /// @{
-#define QRT_EXTENSION_FMA_KERNELS(KERNEL) \
-  QRT_BLOCK_WINDOW_KERNELS_FMA(KERNEL)    \
-  QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL)  \
-  QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL) \
+#define QRT_EXTENSION_PORTABLE_KERNELS(KERNEL)  \
+  QRT_AXIS_MAP_KERNELS(KERNEL)                  \
+  QRT_RESIZE_KERNELS(KERNEL)                    \
+  QRT_TENSOR_KERNELS(KERNEL)                    \
+  QRT_BINARY_KERNELS_PORTABLE(KERNEL)           \
+  QRT_ELEMENT_FUNCTION_KERNELS_PORTABLE(KERNEL) \
+  QRT_LINE_KERNELS_PORTABLE(KERNEL)             \
+  QRT_DENSE_KERNELS_PORTABLE(KERNEL)            \
+  QRT_MATMUL_KERNELS_PORTABLE(KERNEL)
+
+#define QRT_EXTENSION_FMA_KERNELS(KERNEL)  \
+  QRT_BINARY_KERNELS_FMA(KERNEL)           \
+  QRT_ELEMENT_FUNCTION_KERNELS_FMA(KERNEL) \
+  QRT_LINE_KERNELS_FMA(KERNEL)             \
+  QRT_DENSE_KERNELS_FMA(KERNEL)            \
+  QRT_MATMUL_KERNELS_FMA(KERNEL)           \
+  QRT_WIDE_SEQUENCES_FMA(KERNEL)           \
+  QRT_BLOCK_WINDOW_KERNELS_FMA(KERNEL)     \
+  QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL)   \
+  QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)  \
   QRT_FIRST_WINDOW_KERNELS_FMA(KERNEL)
 
-#define QRT_EXTENSION_AVX512_KERNELS(KERNEL) \
-  QRT_ACTIVATION_KERNELS_AVX512(KERNEL)      \
-  QRT_BLOCK_WINDOW_KERNELS_AVX512(KERNEL)    \
-  QRT_BLOCK_WINOGRAD_KERNELS_AVX512(KERNEL)  \
-  QRT_BLOCK_DEPTHWISE_KERNELS_AVX512(KERNEL) \
+#define QRT_EXTENSION_AVX512_KERNELS(KERNEL)  \
+  QRT_BINARY_KERNELS_AVX512(KERNEL)           \
+  QRT_ELEMENT_FUNCTION_KERNELS_AVX512(KERNEL) \
+  QRT_LINE_KERNELS_AVX512(KERNEL)             \
+  QRT_DENSE_KERNELS_AVX512(KERNEL)            \
+  QRT_MATMUL_KERNELS_AVX512(KERNEL)           \
+  QRT_WIDE_SEQUENCES_AVX512(KERNEL)           \
+  QRT_ACTIVATION_KERNELS_AVX512(KERNEL)       \
+  QRT_BLOCK_WINDOW_KERNELS_AVX512(KERNEL)     \
+  QRT_BLOCK_WINOGRAD_KERNELS_AVX512(KERNEL)   \
+  QRT_BLOCK_DEPTHWISE_KERNELS_AVX512(KERNEL)  \
   QRT_FIRST_WINDOW_KERNELS_AVX512(KERNEL)
 
 /// Those of all groups that this build contains.
 #if QRT_WITH_EXTENSIONS
-#define QRT_EXTENSION_KERNELS(KERNEL) \
+#define QRT_EXTENSION_KERNELS(KERNEL)    \
+  QRT_EXTENSION_PORTABLE_KERNELS(KERNEL) \
   QRT_IF_AVX(QRT_EXTENSION_FMA_KERNELS(KERNEL)) QRT_IF_AVX(QRT_EXTENSION_AVX512_KERNELS(KERNEL))
 #else
 #define QRT_EXTENSION_KERNELS(KERNEL)

@@ -1,0 +1,11 @@
+#ifndef __AVX512F__
+#error "this file holds AVX-512 code and must be compiled with -mavx512f"
+#endif
+
+#include "qrt_core/kernel/extension/matrix/matrix_product_internal.h"
+
+namespace marlo::kernel::matrix {
+
+void multiply_avx512(const ProductTask& task) noexcept { multiply<Avx512Vector, 12>(task); }
+
+}  // namespace marlo::kernel::matrix

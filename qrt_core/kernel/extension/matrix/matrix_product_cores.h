@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+
+// Products of matrices, and of a matrix with one row, over weights that are packed in panels of
+// columns.
+
+namespace marlo::kernel::matrix {
+
+/// c = alpha * a * b + bias.
+struct ProductTask {
+  const float* a = nullptr;  ///< [rows, depth], element (i, k) at i * a_row + k * a_step
+  size_t a_row = 0;
+  size_t a_step = 1;
+  const float* packed = nullptr;  ///< b, [depth, columns], as `pack_columns` leaves it
+  const float* bias = nullptr;    ///< [columns]; null for none
+  float* c = nullptr;             ///< [rows, columns], element (i, j) at i * c_row + j
+  size_t c_row = 0;
+  size_t rows = 0;
+  size_t columns = 0;
+  size_t depth = 0;
+  float alpha = 1.0f;
+  float* scratch = nullptr;  ///< `product_scratch` floats; none for one row
+};
+
+/// Each sum runs along the depth in one order, in parts of up to `kDepth` that are then added; the
+/// bias, or 0, is where the first part begins. Products are fused with their sums but in the
+/// portable form. The products of a single row are summed as those of several.
+using ProductCore = void (*)(const ProductTask& task) noexcept;
+
+/// An instruction set's product and the width of its panels.
+struct ProductCores {
+  ProductCore multiply = nullptr;  ///< carries a task out
+  size_t panel = 0;                ///< columns of a panel
+};
+
+/// Depth of a part, and rows that are packed at a time.
+constexpr size_t kDepth = 192;
+constexpr size_t kPackedRows = 240;
+
+/// Floats of scratch that a product of several rows needs.
+constexpr size_t product_scratch(size_t rows) {
+  return (rows < kPackedRows ? (rows + 11) / 12 * 12 : kPackedRows) * kDepth;
+}
+
+/// Floats of a packed matrix: its columns fill panels.
+constexpr size_t packed_size(size_t depth, size_t columns, size_t panel) {
+  return (columns + panel - 1) / panel * panel * depth;
+}
+
+/// Packs b, whose element (k, j) is at k * row + j * step: panel after panel [depth, panel], the
+/// last one filled up with zeros.
+void pack_columns(const float* b, size_t row, size_t step, size_t depth, size_t columns,
+                  size_t panel, float* packed) noexcept;
+
+void multiply_portable(const ProductTask& task) noexcept;
+void multiply_fma(const ProductTask& task) noexcept;
+void multiply_avx512(const ProductTask& task) noexcept;
+
+/// @name Panels
+/// Two vectors wide.
+/// @{
+constexpr ProductCores kProductPortable = {multiply_portable, 8};
+constexpr ProductCores kProductFma = {multiply_fma, 16};
+constexpr ProductCores kProductAvx512 = {multiply_avx512, 32};
+/// @}
+
+}  // namespace marlo::kernel::matrix

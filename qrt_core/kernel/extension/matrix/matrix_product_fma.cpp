@@ -1,0 +1,11 @@
+#if !defined(__AVX__) || !defined(__FMA__)
+#error "this file holds FMA code and must be compiled with -mavx -mfma"
+#endif
+
+#include "qrt_core/kernel/extension/matrix/matrix_product_internal.h"
+
+namespace marlo::kernel::matrix {
+
+void multiply_fma(const ProductTask& task) noexcept { multiply<FusedVector, 6>(task); }
+
+}  // namespace marlo::kernel::matrix

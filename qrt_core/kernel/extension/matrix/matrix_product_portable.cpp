@@ -1,0 +1,7 @@
+#include "qrt_core/kernel/extension/matrix/matrix_product_internal.h"
+
+namespace marlo::kernel::matrix {
+
+void multiply_portable(const ProductTask& task) noexcept { multiply<SseVector, 4>(task); }
+
+}  // namespace marlo::kernel::matrix

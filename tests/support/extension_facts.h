@@ -1,0 +1,96 @@
+#pragma once
+
+#include <string>
+
+#include "qrt_core/kernel/extension/kernels.h"
+#include "tests/support/kernel_catalogue.h"
+
+// What the rows of the second set's operators say to the catalogue.
+
+// Part of kernel_catalogue.cpp, beside the facts of the other rows.
+
+namespace marlo::test {
+namespace {
+
+#if QRT_WITH_EXTENSIONS
+
+/// Facts of a kernel for tensors in the order of their dims.
+template <typename Row>
+KernelFacts facts_in_order(const Row& row, std::string accepts) {
+  const bool defines = std::string(row.name).find("_Fallback_") != std::string::npos;
+  return {std::move(accepts), "any but blocks", "as the input", "",
+          defines ? "defines" : "free order"};
+}
+
+KernelFacts facts_of(const kernel::ElementFunctionRow& row) {
+  const bool is_plain = row.description == kernel::FunctionDescription::activation;
+  KernelFacts facts{is_plain ? "an activation" : "its function", "any", "any", "", "a few ulp"};
+  if (row.function == runtime::ElementFunction::Clip) facts.accepts += ", or a clip";
+  if (row.needs == runtime::InstructionSet::baseline) facts.agreement = "defines";
+  if (row.input_use != runtime::InputUse::reads) facts.difference = "writes in place";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::AxisSoftmaxRow& row) {
+  return facts_in_order(row, "any axis, its logarithm too");
+}
+
+KernelFacts facts_of(const kernel::LayerNormRow& row) {
+  return facts_in_order(row, "from any axis on");
+}
+
+KernelFacts facts_of(const kernel::GroupNormRow& row) {
+  return facts_in_order(row, "any groups, or an instance normalisation");
+}
+
+KernelFacts facts_of(const kernel::MatMulRow& row) {
+  return facts_in_order(row, "any batch of matrices");
+}
+
+KernelFacts facts_of(const kernel::DenseRow& row) {
+  if (!row.is_full_connection) return facts_in_order(row, "vectors along the last axis");
+  return {"any features", "any", "C", "", "free order"};
+}
+
+KernelFacts facts_of(const kernel::BinaryRow& row) {
+  KernelFacts facts =
+      facts_in_order(row, row.is_vector ? "functions with a vector form" : "all functions");
+  facts.input = "any, blocks of one shape";
+  if (row.is_vector) facts.agreement = "same bits";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::AxisReductionRow& row) {
+  return facts_in_order(row, "any axes");
+}
+
+KernelFacts facts_of(const kernel::AxisMapRow& row) {
+  KernelFacts facts = facts_in_order(row, std::string("a ") + row.description);
+  facts.agreement = "moves";
+  return facts;
+}
+
+KernelFacts facts_of(const kernel::ConstantRow&) {
+  return {"a constant", "none", "as described", "", "moves"};
+}
+
+KernelFacts facts_of(const kernel::EmbeddingRow&) {
+  return {"a table", "any but blocks", "FLEXIABLE", "", "moves"};
+}
+
+KernelFacts facts_of(const kernel::ReshapeToRow&) {
+  return {"new dims", "any but blocks", "as described", "", "moves"};
+}
+
+KernelFacts facts_of(const kernel::ResizeRow& row) {
+  return facts_in_order(row, "nearest, linear or cubic along any axes");
+}
+
+KernelFacts facts_of(const kernel::WideSequenceRow&) {
+  return {"what the portable sequence accepts", "any", "SC", "", "free order"};
+}
+
+#endif
+
+}  // namespace
+}  // namespace marlo::test
