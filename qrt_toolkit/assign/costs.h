@@ -40,6 +40,9 @@ class QRT_API Costs {
   Costs& operator=(const Costs&) = delete;
   virtual ~Costs();
 
+  /// Told of several works that do the same, before it is asked about each. Does nothing.
+  virtual void compare(const std::vector<Work>& rivals);
+
   /// Milliseconds, or any other unit that is the same for all work; not negative.
   virtual double of(const Work& work) = 0;
 };

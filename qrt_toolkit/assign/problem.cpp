@@ -42,11 +42,19 @@ class Builder {
     choices.inputs = layer.inputs;
     const uint64_t weights = weight_count(*layer.info);
     bool passes_on = false;
+    std::vector<const Candidate*> candidates;
+    std::vector<Work> works;
     for (const Candidate& candidate : finder_.of(layer)) {
-      const bool is_reference = options.options.empty();
       passes_on = passes_on || candidate.use == InputUse::passes_on;
-      if (!is_reference && candidate.use == InputUse::overwrites && !may_overwrite(layer)) continue;
-      add_option(layer, candidate, weights, options, choices);
+      const bool overwrites = candidate.use == InputUse::overwrites;
+      if (!candidates.empty() && overwrites && !may_overwrite(layer)) continue;
+      candidates.push_back(&candidate);
+      works.push_back(work_of(layer, candidate, weights));
+    }
+    if (works.size() > 1) costs_.compare(works);
+    for (size_t c = 0; c < works.size(); ++c) {
+      const double cost = layer.is_input ? 0 : costs_.of(works[c]);
+      add_option(layer, *candidates[c], cost, options, choices);
     }
     own_.push_back(!layer.is_input && layer.readers == 1 && !layer.is_output &&
                    (!passes_on || may_overwrite(layer)));
@@ -60,7 +68,7 @@ class Builder {
     return !layer.inputs.empty() && own_[layer.inputs[0]];
   }
 
-  void add_option(const ReferenceLayer& layer, const Candidate& candidate, uint64_t weights,
+  void add_option(const ReferenceLayer& layer, const Candidate& candidate, double cost,
                   LayerOptions& options, ChoiceLayer& choices) {
     Choice choice;
     if (!layer.is_input) {
@@ -71,7 +79,7 @@ class Builder {
         choice.inputs.push_back(static_cast<FormIndex>(place));
       }
     }
-    Option option{candidate, "", price(layer, candidate, weights)};
+    Option option{candidate, "", cost};
     const Form plain{layer.gives, ""};
     size_t output = place_of(candidate.output, options.forms);
     if (layer.is_output && candidate.output != plain) {
@@ -88,14 +96,13 @@ class Builder {
     choices.choices.push_back(std::move(choice));
   }
 
-  double price(const ReferenceLayer& layer, const Candidate& candidate, uint64_t weights) {
-    if (layer.is_input) return 0;
+  static Work work_of(const ReferenceLayer& layer, const Candidate& candidate, uint64_t weights) {
     Work work = work_of(candidate);
     work.info = candidate.info != nullptr ? candidate.info : layer.info;
     work.weights = weights;
     work.multiply_adds = multiply_adds_of(
         *layer.info, weights, work.inputs.empty() ? work.output : work.inputs[0], work.output);
-    return costs_.of(work);
+    return work;
   }
 
   static Work work_of(const Candidate& candidate) {
@@ -109,10 +116,15 @@ class Builder {
   }
 
   Priced cheapest(const Form& from, const Form& to) {
-    Priced best;
+    std::vector<Work> works;
     for (const Candidate& candidate : finder_.converters(from, to)) {
-      const double cost = costs_.of(work_of(candidate));
-      if (cost < best.cost) best = {candidate.kernel, cost};
+      works.push_back(work_of(candidate));
+    }
+    if (!works.empty()) costs_.compare(works);
+    Priced best;
+    for (const Work& work : works) {
+      const double cost = costs_.of(work);
+      if (cost < best.cost) best = {work.kernel, cost};
     }
     return best;
   }

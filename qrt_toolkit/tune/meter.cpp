@@ -1,0 +1,184 @@
+#include "qrt_toolkit/tune/meter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+
+#include "qrt_core/runtime/engine/net.h"
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/utility/application.h"
+#include "qrt_toolkit/assign/network.h"
+#include "qrt_toolkit/assign/trial.h"
+
+namespace marlo::toolkit {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using runtime::TensorShape;
+
+constexpr double kNever = std::numeric_limits<double>::infinity();
+
+double milliseconds_since(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+double median_of(std::vector<double> samples) {
+  if (samples.empty()) return kNever;
+  const auto middle = samples.begin() + static_cast<std::ptrdiff_t>(samples.size() / 2);
+  std::nth_element(samples.begin(), middle, samples.end());
+  return *middle;
+}
+
+/// How many samples rivals get.
+struct Sampling {
+  size_t least = 3;      ///< of those that aren't far behind
+  size_t most = 15;      ///< of those that are close
+  double far = 1.6;      ///< so many times the best: no further samples
+  double close = 1.08;   ///< so many times the best: all samples
+  double longest = 400;  ///< milliseconds for all together, once each has the least
+};
+
+/// Runs rivals in turn. A rival takes one sample a call, and infinity where it fails.
+std::vector<double> medians_of(const std::vector<std::function<double()>>& rivals,
+                               const Sampling& sampling) {
+  std::vector<std::vector<double>> samples(rivals.size());
+  std::vector<double> medians(rivals.size(), kNever);
+  for (const auto& rival : rivals) rival();  // warms up caches and pools
+  const Clock::time_point start = Clock::now();
+  for (size_t round = 0; round < sampling.most; ++round) {
+    if (round >= sampling.least && milliseconds_since(start) > sampling.longest) break;
+    const double best = *std::min_element(medians.begin(), medians.end());
+    const double bound = best * (round < sampling.least ? sampling.far : sampling.close);
+    for (size_t i = 0; i < rivals.size(); ++i) {
+      if (round > 0 && medians[i] > bound) continue;
+      samples[i].push_back(rivals[i]());
+    }
+    for (size_t i = 0; i < rivals.size(); ++i) medians[i] = median_of(samples[i]);
+  }
+  return medians;
+}
+
+/// One kernel with what it reads.
+class Subject {
+ public:
+  Subject(const Work& work, Workshop& workshop) : workshop_(workshop) {
+    kernel_ = workshop.configured(work.kernel, work.info);
+    for (size_t i = 0; i < work.inputs.size(); ++i) {
+      numbers_.push_back(
+          trial_numbers(runtime::ElementCount(work.inputs[i]), static_cast<uint32_t>(i + 1)));
+      inputs_.push_back(
+          workshop.context()->cpu->CreateTensor(work.inputs[i], numbers_.back().data()));
+    }
+  }
+
+  /// As in a pass: the inputs have just been written, and outputs come from the pool of passes.
+  double sample() {
+    if (kernel_ == nullptr) return kNever;
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+      std::memcpy(inputs_[i]->handle.cpu, numbers_[i].data(), numbers_[i].size() * sizeof(float));
+    }
+    runtime::DeviceCPU& device = *workshop_.context()->cpu;
+    runtime::IKernel::Tensors outputs;
+    bool transient = true;
+    device.dynamic_mode = true;
+    const Clock::time_point start = Clock::now();
+    try {
+      kernel_->PrepareForward(workshop_.context(), inputs_, transient, outputs);
+      kernel_->Forward(inputs_, outputs, workshop_.context());
+    } catch (const std::runtime_error&) {
+      kernel_ = nullptr;
+    }
+    const double time = milliseconds_since(start);
+    outputs.clear();
+    device.dynamic_mode = false;
+    return kernel_ == nullptr ? kNever : time;
+  }
+
+ private:
+  Workshop& workshop_;
+  std::shared_ptr<runtime::IKernel> kernel_;
+  Workshop::Numbers numbers_;
+  runtime::IKernel::Tensors inputs_;
+};
+
+/// One network with its inputs.
+class Network {
+ public:
+  Network(const runtime::QRTModel& model, const std::string& id,
+          const std::map<std::string, TensorShape>& shapes,
+          const runtime::KernelRegistry& kernels) {
+    constexpr unsigned int kAlignment = 64;
+    utility::create_context(context_, kAlignment);
+    const auto& info = model.model_arr->infos.at(id);
+    net_ = runtime::CreateNet(info, model.config_arr->cfgs.at(id)->cpu_sse, kernels, context_);
+    uint32_t place = 0;
+    for (const std::string& layer : info->squential_ids) {
+      const auto& outputs = info->squential_output_ids;
+      if (std::find(outputs.begin(), outputs.end(), layer) != outputs.end()) {
+        wanted_.push_back(place);
+      }
+      const auto shape = shapes.find(layer);
+      if (shape != shapes.end() && net_->input_map.count(layer) != 0) {
+        inputs_[place] = shape->second;
+      }
+      ++place;
+    }
+  }
+
+  double sample() {
+    std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> tensors;
+    for (const auto& [place, shape] : inputs_) {
+      const auto numbers = trial_numbers(runtime::ElementCount(shape), place + 1);
+      tensors[place] = context_->cpu->CreateTensor(shape, numbers.data());
+    }
+    const Clock::time_point start = Clock::now();
+    net_->Forward(tensors, wanted_, context_, nullptr, nullptr);
+    return milliseconds_since(start);
+  }
+
+ private:
+  std::shared_ptr<runtime::Context> context_;
+  std::shared_ptr<runtime::Net> net_;
+  std::map<unsigned int, TensorShape> inputs_;
+  std::vector<unsigned int> wanted_;
+};
+
+}  // namespace
+
+Meter::~Meter() = default;
+
+ClockMeter::ClockMeter(const runtime::KernelRegistry& kernels) : kernels_(kernels) {}
+
+std::vector<double> ClockMeter::time_work(const std::vector<Work>& rivals) {
+  Workshop workshop(kernels_);
+  std::vector<std::unique_ptr<Subject>> subjects;
+  std::vector<std::function<double()>> runs;
+  for (const Work& work : rivals) {
+    subjects.push_back(std::make_unique<Subject>(work, workshop));
+    runs.emplace_back([subject = subjects.back().get()] { return subject->sample(); });
+  }
+  return medians_of(runs, Sampling());
+}
+
+std::vector<double> ClockMeter::time_passes(const std::vector<const runtime::QRTModel*>& models,
+                                            const std::string& network,
+                                            const std::map<std::string, TensorShape>& inputs) {
+  std::vector<std::unique_ptr<Network>> networks;
+  std::vector<std::function<double()>> runs;
+  for (const runtime::QRTModel* model : models) {
+    networks.push_back(std::make_unique<Network>(*model, network, inputs, kernels_));
+    runs.emplace_back([subject = networks.back().get()] { return subject->sample(); });
+  }
+  Sampling sampling;
+  sampling.least = 5;
+  sampling.most = 41;
+  sampling.close = 1.3;
+  sampling.longest = 3000;
+  return medians_of(runs, sampling);
+}
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/utility/export.h"
+#include "qrt_toolkit/assign/costs.h"
+
+// What tells how long kernels and networks take.
+
+namespace marlo::toolkit {
+
+/// Takes times. One thread at a time uses it.
+class QRT_API Meter {
+ public:
+  Meter() = default;
+  Meter(const Meter&) = delete;
+  Meter& operator=(const Meter&) = delete;
+  virtual ~Meter();
+
+  /// Milliseconds of each of several works that do the same.
+  virtual std::vector<double> time_work(const std::vector<Work>& rivals) = 0;
+
+  /// Milliseconds of a pass of each of several models of one network.
+  /// @param inputs shapes of the network's inputs by layer id
+  virtual std::vector<double> time_passes(
+      const std::vector<const runtime::QRTModel*>& models, const std::string& network,
+      const std::map<std::string, runtime::TensorShape>& inputs) = 0;
+};
+
+/// Takes times by the clock, on the calling thread. Rivals are run in turn, so that whatever else
+/// the machine does meets all of them alike; those that are far behind the first are left after a
+/// sample, and close ones get more. A time is a median.
+class QRT_API ClockMeter final : public Meter {
+ public:
+  /// @param kernels outlives the meter
+  explicit ClockMeter(const runtime::KernelRegistry& kernels);
+
+  std::vector<double> time_work(const std::vector<Work>& rivals) override;
+  std::vector<double> time_passes(
+      const std::vector<const runtime::QRTModel*>& models, const std::string& network,
+      const std::map<std::string, runtime::TensorShape>& inputs) override;
+
+ private:
+  const runtime::KernelRegistry& kernels_;
+};
+
+}  // namespace marlo::toolkit

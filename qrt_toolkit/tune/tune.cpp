@@ -1,0 +1,268 @@
+#include "qrt_toolkit/tune/tune.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "qrt_core/runtime/engine/net.h"
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/utility/application.h"
+#include "qrt_toolkit/assign/apply.h"
+#include "qrt_toolkit/assign/candidates.h"
+#include "qrt_toolkit/assign/network.h"
+#include "qrt_toolkit/assign/problem.h"
+#include "qrt_toolkit/tune/summary.h"
+#include "qrt_toolkit/tune/wisdom.h"
+
+namespace marlo::toolkit {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// The time that a run of tuning has, and who may end it.
+class Budget {
+ public:
+  Budget(const TuneOptions& options, size_t layers) : options_(options) {
+    progress_.of_layers = layers;
+  }
+
+  double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+
+  void count_layer() { ++progress_.layers; }
+
+  /// Whether there is time for another measurement.
+  bool lasts() {
+    if (is_over_) return false;
+    progress_.seconds = seconds();
+    is_over_ = progress_.seconds > options_.budget;
+    if (!is_over_ && options_.go_on) is_over_ = !options_.go_on(progress_);
+    return !is_over_;
+  }
+
+  bool is_over() const { return is_over_; }
+
+ private:
+  const TuneOptions& options_;
+  const Clock::time_point start_ = Clock::now();
+  TuneProgress progress_;
+  bool is_over_ = false;
+};
+
+/// Costs that are measured once for each distinct work.
+class MeasuredCosts final : public Costs {
+ public:
+  MeasuredCosts(Meter& meter, Wisdom& wisdom, Budget& budget)
+      : meter_(meter), wisdom_(wisdom), budget_(budget) {}
+
+  void compare(const std::vector<Work>& rivals) override {
+    if (rivals[0].info != nullptr) budget_.count_layer();
+    double best = estimated_.of(rivals[0]);
+    for (const Work& work : rivals) best = std::min(best, estimated_.of(work));
+    // What is hopeless by any account would take the time of all others together.
+    constexpr double kHopeless = 8;
+    std::vector<Work> unknown;
+    std::vector<std::string> keys;
+    for (const Work& work : rivals) {
+      if (estimated_.of(work) > kHopeless * best) continue;
+      const std::string key = work.key();
+      if (times_.count(key) != 0) continue;
+      if (const auto known = wisdom_.time(key)) {
+        times_[key] = *known;
+        ++remembered;
+        continue;
+      }
+      unknown.push_back(work);
+      keys.push_back(key);
+    }
+    if (unknown.empty() || !budget_.lasts()) return;
+    const std::vector<double> times = meter_.time_work(unknown);
+    for (size_t i = 0; i < unknown.size(); ++i) {
+      if (!std::isfinite(times[i])) continue;
+      times_[keys[i]] = times[i];
+      wisdom_.add(keys[i], times[i]);
+      ++measured;
+    }
+  }
+
+  double of(const Work& work) override {
+    const auto found = times_.find(work.key());
+    return found != times_.end() ? found->second : estimated_.of(work);
+  }
+
+  size_t measured = 0;
+  size_t remembered = 0;
+
+ private:
+  Meter& meter_;
+  Wisdom& wisdom_;
+  Budget& budget_;
+  EstimatedCosts estimated_;
+  std::map<std::string, double> times_;
+};
+
+/// A configuration that may be chosen.
+struct Contestant {
+  std::string name;
+  AssignedModel assigned;
+};
+
+/// The network's outputs for the numbers of trials, in their plain layouts.
+Workshop::Numbers outputs_of(const runtime::QRTModel& model, const std::string& id,
+                             const std::map<std::string, runtime::TensorShape>& inputs,
+                             const runtime::KernelRegistry& kernels) {
+  Workshop workshop(kernels);
+  const std::shared_ptr<runtime::Context>& context = workshop.context();
+  const auto& info = model.model_arr->infos.at(id);
+  const auto net =
+      runtime::CreateNet(info, model.config_arr->cfgs.at(id)->cpu_sse, kernels, context);
+  std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> tensors;
+  for (const auto& [layer, place] : net->input_map) {
+    const runtime::TensorShape& shape = inputs.at(layer);
+    const auto numbers = trial_numbers(runtime::ElementCount(shape), place + 1);
+    tensors[place] = context->cpu->CreateTensor(shape, numbers.data());
+  }
+  std::vector<unsigned int> wanted;
+  const auto& ids = info->squential_ids;
+  for (const std::string& output : info->squential_output_ids) {
+    wanted.push_back(
+        static_cast<unsigned int>(std::find(ids.begin(), ids.end(), output) - ids.begin()));
+  }
+  auto results = net->Forward(tensors, wanted, context, nullptr, nullptr);
+  Workshop::Numbers outputs;
+  for (const unsigned int place : wanted) {
+    for (const auto& tensor : results[place]) {
+      const auto* data = static_cast<const float*>(tensor->handle.cpu);
+      if (tensor->shape.data_type != runtime::DataType::FLOAT32) continue;
+      outputs.emplace_back(data, data + runtime::ElementCount(tensor->shape));
+    }
+  }
+  return outputs;
+}
+
+double largest_difference(const Workshop::Numbers& before, const Workshop::Numbers& after) {
+  double largest = 0;
+  for (size_t i = 0; i < before.size() && i < after.size(); ++i) {
+    largest = std::max(largest, relative_difference(before[i], after[i]));
+  }
+  return largest;
+}
+
+/// The graph with converters that cost more, for networks where they do.
+std::vector<ChoiceLayer> with_dear_converters(std::vector<ChoiceLayer> graph) {
+  constexpr double kFactor = 2;
+  for (ChoiceLayer& layer : graph) {
+    for (auto& row : layer.conversions) {
+      for (double& cost : row) cost *= kFactor;
+    }
+  }
+  return graph;
+}
+
+/// A run of tuning.
+class Tuner {
+ public:
+  Tuner(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+        const TuneOptions& options)
+      : model_(model),
+        kernels_(kernels),
+        options_(options),
+        id_(network_id(model, options.assign.network)),
+        clock_(kernels),
+        meter_(options.meter != nullptr ? *options.meter : clock_),
+        wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
+        budget_(options, network_of(model, id_).squential_ids.size()) {}
+
+  TunedModel run() {
+    const std::vector<Contestant> contestants = assignments();
+    TuneReport& report = tuned_.report;
+    std::vector<const runtime::QRTModel*> models{&model_};
+    for (const Contestant& contestant : contestants) models.push_back(&contestant.assigned.model);
+    const auto times = meter_.time_passes(models, id_, options_.assign.inputs);
+    report.ran.push_back({"given", times[0]});
+    size_t best = 0;
+    for (size_t i = 0; i < contestants.size(); ++i) {
+      report.ran.push_back({contestants[i].name, times[i + 1]});
+      if (times[i + 1] < times[best]) best = i + 1;
+    }
+    report.before = times[0];
+    report.after = times[best];
+    report.chosen = report.ran[best].name;
+    tuned_.model = best == 0 ? model_ : contestants[best - 1].assigned.model;
+    if (best != 0) {
+      report.assigned = contestants[best - 1].assigned.report;
+      compare_outputs();
+    }
+    mark();
+    report.is_complete = !budget_.is_over();
+    report.seconds = budget_.seconds();
+    const std::string fault = wisdom_.save();
+    if (!wisdom_.fault().empty()) report.notes.push_back(wisdom_.fault());
+    if (!fault.empty()) report.notes.push_back(fault);
+    return std::move(tuned_);
+  }
+
+ private:
+  std::vector<Contestant> assignments() {
+    Workshop workshop(kernels_);
+    CandidateFinder finder(workshop, {options_.assign.set, options_.assign.tolerance});
+    tuned_.report.excluded = finder.excluded();
+    const std::vector<ReferenceLayer> layers = walk_reference(
+        network_of(model_, id_), config_of(model_, id_), options_.assign.inputs, workshop);
+    MeasuredCosts measured(meter_, wisdom_, budget_);
+    const Problem problem = make_problem(layers, finder, measured);
+    tuned_.report.measured = measured.measured;
+    tuned_.report.remembered = measured.remembered;
+    EstimatedCosts estimated;
+    const Problem guess = make_problem(layers, finder, estimated);
+    std::vector<Contestant> contestants;
+    std::set<std::vector<size_t>> seen;
+    const auto add = [&](const std::string& name, const std::vector<ChoiceLayer>& graph) {
+      const Assignment assignment = cheapest_assignment(graph);
+      if (!seen.insert(assignment.choices).second) return;
+      contestants.push_back({name, apply_assignment(model_, id_, problem, assignment)});
+    };
+    add("measured", problem.graph);
+    add("fewer converters", with_dear_converters(problem.graph));
+    add("estimated", guess.graph);
+    return contestants;
+  }
+
+  void compare_outputs() {
+    tuned_.report.difference =
+        largest_difference(outputs_of(model_, id_, options_.assign.inputs, kernels_),
+                           outputs_of(tuned_.model, id_, options_.assign.inputs, kernels_));
+  }
+
+  /// Says in the configuration what it was made for. The given model's own stays as it is.
+  void mark() {
+    auto& configs = tuned_.model.config_arr;
+    configs = std::make_shared<runtime::QRModelMultiBackendCfgsArr>(*configs);
+    auto& network = configs->cfgs.at(id_);
+    network = std::make_shared<runtime::QRModelMultiBackendCfgs>(*network);
+    network->cpu_sse = std::make_shared<runtime::QRModelCfg>(*network->cpu_sse);
+    network->cpu_sse->summary = with_mark(network->cpu_sse->summary, options_);
+  }
+
+  const runtime::QRTModel& model_;
+  const runtime::KernelRegistry& kernels_;
+  const TuneOptions& options_;
+  const std::string id_;
+  ClockMeter clock_;
+  Meter& meter_;
+  Wisdom wisdom_;
+  Budget budget_;
+  TunedModel tuned_;
+};
+
+}  // namespace
+
+TunedModel tune_model(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+                      const TuneOptions& options) {
+  return Tuner(model, kernels, options).run();
+}
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/utility/export.h"
+#include "qrt_toolkit/assign/assign.h"
+#include "qrt_toolkit/tune/meter.h"
+
+// Chooses kernels and layouts by measurement.
+
+namespace marlo::toolkit {
+
+/// What a run of tuning tells while it works. Plain data.
+struct TuneProgress {
+  double seconds = 0;    ///< since the beginning
+  size_t layers = 0;     ///< measured so far
+  size_t of_layers = 0;  ///< that there are
+};
+
+/// What may be chosen, and by what. Plain data.
+struct TuneOptions {
+  AssignOptions assign;    ///< kernels, tolerance, input shapes and the network
+  double budget = 120;     ///< seconds, after which nothing more is measured
+  std::string wisdom;      ///< file of earlier measurements; empty for none
+  std::string processor;   ///< what the measurements and the model are for; see `processor_name`
+  std::string date;        ///< that the model is marked with; empty for none
+  Meter* meter = nullptr;  ///< takes the times; null for the clock. Not owned
+  /// Asked between measurements; false ends them, and the best that is known is chosen.
+  std::function<bool(const TuneProgress&)> go_on;
+};
+
+/// One of the configurations that ran as whole networks. Plain data.
+struct TunedConfiguration {
+  std::string name;         ///< "given", "measured", "fewer converters" or "estimated"
+  double milliseconds = 0;  ///< of a pass
+};
+
+/// What became of a network. Plain data.
+struct TuneReport {
+  AssignReport assigned;                ///< of the configuration that was chosen
+  std::vector<TunedConfiguration> ran;  ///< the given one first
+  std::string chosen;                   ///< the name of one of them
+  double before = 0;                    ///< milliseconds of a pass of the given model
+  double after = 0;                     ///< of the chosen one
+  double difference = 0;                ///< of the outputs, over the largest number of each
+  double seconds = 0;                   ///< that it took
+  size_t measured = 0;                  ///< kernels on layers
+  size_t remembered = 0;                ///< of them from the file of wisdom
+  bool is_complete = true;              ///< whether nothing was left out for want of time
+  std::vector<std::string> excluded;    ///< kernels that need other instructions
+  std::vector<std::string> notes;       ///< what went wrong without stopping it, in words
+};
+
+/// A model with what became of it. Plain data.
+struct TunedModel {
+  runtime::QRTModel model;
+  TuneReport report;
+};
+
+/// Chooses kernels, layouts and converters for one network by measurement on this machine.
+///
+/// The candidates are those of `assign_kernels`. Each distinct kernel, description and shape is
+/// timed once, the cheapest assignment of all layers together is found, and then whole passes of it
+/// run against the given model and a few others. The given model is what comes back where none is
+/// faster. `QRModelCfg::summary` gets a line of JSON that begins with the key "qrt_tuned" and says
+/// for which processor, kernels, shapes and date.
+///
+/// @throws std::invalid_argument as `assign_kernels`; utility::Error for a network that can't run
+QRT_API TunedModel tune_model(const runtime::QRTModel& model,
+                              const runtime::KernelRegistry& kernels, const TuneOptions& options);
+
+/// The name that this processor gives itself, such as "AMD EPYC 9R14"; "unknown" for none.
+QRT_API std::string processor_name();
+
+/// The processor that a configuration was tuned for, by its summary; empty where it wasn't.
+QRT_API std::string tuned_processor(const std::string& summary);
+
+}  // namespace marlo::toolkit
