@@ -252,6 +252,56 @@ void add_bench(CLI::App& app, BenchCommandOptions& options) {
   command->callback([&options] { run_bench(options); });
 }
 
+void add_tune(CLI::App& app, TuneCommandOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("tune", "Choose kernels and layouts by measurement on this machine");
+  command->add_option("IN", options.input, kModelHelp)->required()->type_name("FILE");
+  command->add_option("OUT", options.output, "Model to write; an existing one is replaced")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Network where there are several")
+      ->type_name("ID");
+  command
+      ->add_option("--isa", options.isa,
+                   "Kernels: portable, sse, avx, fma, avx2 or avx512\n(default: what this "
+                   "processor has)")
+      ->type_name("SET");
+  command->add_option("--numerics", options.numerics, "same, bounded (default) or fast")
+      ->type_name("HOW");
+  command
+      ->add_option("--tolerance", options.tolerance,
+                   "How far a kernel's results may be from the given\nones, over the largest "
+                   "(default 1e-4)")
+      ->type_name("E")
+      ->check(CLI::NonNegativeNumber);
+  command->add_option("--budget", options.budget, "Seconds for measurements")
+      ->type_name("S")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command->add_option("--wisdom", options.wisdom, "File of earlier measurements")
+      ->type_name("FILE");
+  command->add_flag("--no-wisdom", options.no_wisdom, "Neither read nor write such a file");
+  command->add_option("--report", options.report, "Write all that was found, as JSON")
+      ->type_name("FILE");
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Every kernel that takes a layer, in every layout that its neighbours can give, and agrees\n"
+      "with the one named now, is timed once. The cheapest choice for all layers together, with\n"
+      "the converters that it needs, then runs as a whole network against the given one and a few\n"
+      "others; the fastest is written, which is the given one where none is faster.\n"
+      "--numerics same keeps to kernels with the same bits, bounded to those that differ by the\n"
+      "order of sums, fast lets approximations in. Measurements are kept in a file, by default\n"
+      "qrt/wisdom.json in the user's folder for caches, so that like layers of another network\n"
+      "need none. An interrupt ends the measurements, and writes the best that is known.");
+  command->callback([&options] { run_tune(options); });
+}
+
 void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
       app.add_subcommand("check", "Check that a model fits and computes what it says");
@@ -431,6 +481,7 @@ void add_commands(CLI::App& app, CommandOptions& options) {
   add_run(app, options.run);
   add_compare(app, options.compare);
   add_bench(app, options.bench);
+  add_tune(app, options.tune);
   add_check(app, options.check);
   add_image(app, options.image);
   add_convert(app, options.convert);

@@ -15,6 +15,7 @@ struct CommandOptions {
   RunOptions run;
   CompareOptions compare;
   BenchCommandOptions bench;
+  TuneCommandOptions tune;
   CheckOptions check;
   ImageOptions image;
   ConvertOptions convert;

@@ -81,6 +81,23 @@ struct BenchCommandOptions {
   bool json = false;
 };
 
+struct TuneCommandOptions {
+  std::string input;
+  std::string output;
+  std::vector<std::string> inputs;  ///< sizes, one per input layer
+  std::string network;
+  std::string isa;                  ///< as `kernel_set_of` reads it; empty for the processor's
+  std::string numerics;             ///< "same", "bounded", "fast", or empty
+  std::optional<double> tolerance;  ///< of results, over the largest one
+  double budget = 120;              ///< seconds
+  std::string wisdom;               ///< file of earlier measurements; empty for the user's own
+  std::string report;               ///< file for all that was found, as JSON; empty for none
+  std::optional<size_t> width;
+  bool no_wisdom = false;
+  bool keep_batch = false;
+  bool json = false;
+};
+
 struct ImageOptions {
   std::string input;
   std::string output;
@@ -137,6 +154,7 @@ void run_info(const InfoOptions& options);
 void run_network(const RunOptions& options);
 void run_compare(const CompareOptions& options);
 void run_bench(const BenchCommandOptions& options);
+void run_tune(const TuneCommandOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);

@@ -1,0 +1,257 @@
+#include "qrt_toolkit/tune/tune.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+
+#include "qrt_core/qrt_core.h"
+#include "qrt_toolkit/tune/wisdom.h"
+#include "tests/support/model_builder.h"
+#include "tests/support/temporary_folder.h"
+
+namespace marlo::toolkit::test {
+namespace {
+
+using marlo::test::ModelBuilder;
+using marlo::test::plane_convolution;
+using marlo::test::ramp;
+using marlo::test::TemporaryFolder;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+const runtime::KernelRegistry& all_kernels() {
+  static const runtime::KernelRegistry kernels = [] {
+    runtime::KernelRegistry made;
+    runtime::InferenceParamRegistry params;
+    utility::init_register_operators(made, params);
+    return made;
+  }();
+  return kernels;
+}
+
+/// Times that were recorded: always the same, and faster the larger the blocks are.
+class RecordedMeter final : public Meter {
+ public:
+  std::vector<double> time_work(const std::vector<Work>& rivals) override {
+    std::vector<double> times;
+    for (const Work& work : rivals) {
+      const double blocks = runtime::BlockSize(work.inputs[0].layout);
+      const double vectors = work.set == KernelSet::portable ? 1 : 4;
+      times.push_back(work.info == nullptr ? 0.25 : 16 / blocks / vectors);
+      asked.push_back(work.kernel);
+    }
+    return times;
+  }
+
+  std::vector<double> time_passes(const std::vector<const runtime::QRTModel*>& models,
+                                  const std::string& network,
+                                  const std::map<std::string, runtime::TensorShape>&) override {
+    std::vector<double> times;
+    for (const runtime::QRTModel* model : models) {
+      EXPECT_EQ(model->model_arr->infos.count(network), 1u);
+      times.push_back(times.empty() ? given_pass : 5.0 + static_cast<double>(times.size()));
+    }
+    return times;
+  }
+
+  double given_pass = 10;
+  std::vector<std::string> asked;
+};
+
+std::shared_ptr<runtime::QRTModel> small_model() {
+  auto info = plane_convolution(8, 8, 3, ramp(576, -0.5f, 0.002f), ramp(8));
+  info.padding_l = info.padding_r = info.padding_t = info.padding_b = 1;
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("c", "x", info)
+      .activation("r", "c", "ReLU_Fallback_Float_M1")
+      .conv2d("y", "r", info)
+      .outputs({"y"});
+  builder.configuration()->summary = "a text of the owner's";
+  return builder.build();
+}
+
+TuneOptions options_with(Meter& meter) {
+  TuneOptions options;
+  options.assign.set = KernelSet::sse;
+  options.assign.inputs["x"] =
+      runtime::TensorShape({8, 12, 12}, runtime::DataType::FLOAT32, runtime::LayoutType::CHW);
+  options.processor = "a processor";
+  options.date = "2024-05-01";
+  options.meter = &meter;
+  return options;
+}
+
+std::string bytes_of(runtime::QRTModel& model) {
+  const TemporaryFolder folder;
+  model.ToFile(folder.file("m.json").c_str(), "json");
+  std::ifstream file(folder.file("m.json"), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string summary_of(const runtime::QRTModel& model) {
+  return model.config_arr->cfgs.at("net")->cpu_sse->summary;
+}
+
+TEST(Tune, RecordedTimesGiveTheSameBytesEveryTime) {
+  const auto model = small_model();
+  std::vector<std::string> results;
+  for (int run = 0; run < 2; ++run) {
+    RecordedMeter meter;
+    TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+    EXPECT_EQ(tuned.report.chosen, "measured");
+    EXPECT_TRUE(tuned.report.is_complete);
+    EXPECT_LT(tuned.report.difference, 1e-5);
+    EXPECT_DOUBLE_EQ(tuned.report.before, 10);
+    EXPECT_DOUBLE_EQ(tuned.report.after, 6);
+    results.push_back(bytes_of(tuned.model));
+  }
+  EXPECT_EQ(results[0], results[1]);
+  EXPECT_NE(results[0], bytes_of(*model));
+}
+
+TEST(Tune, EachWorkIsTimedOnce) {
+  RecordedMeter meter;
+  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options_with(meter));
+  // Both convolutions are alike.
+  const std::string portable = "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
+  EXPECT_LE(std::count(meter.asked.begin(), meter.asked.end(), portable), 1);
+  EXPECT_EQ(tuned.report.measured, meter.asked.size());
+}
+
+TEST(Tune, TheGivenModelComesBackWhereNothingIsFaster) {
+  const auto model = small_model();
+  RecordedMeter meter;
+  meter.given_pass = 1;
+  const TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+  EXPECT_EQ(tuned.report.chosen, "given");
+  EXPECT_DOUBLE_EQ(tuned.report.after, 1);
+  EXPECT_EQ(tuned.model.model_arr->infos.at("net"), model->model_arr->infos.at("net"));
+  EXPECT_EQ(tuned.model.config_arr->cfgs.at("net")->cpu_sse->layer_cfgs,
+            model->config_arr->cfgs.at("net")->cpu_sse->layer_cfgs);
+}
+
+TEST(Tune, TheConfigurationSaysWhatItWasMadeFor) {
+  const auto model = small_model();
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  const TunedModel once = tune_model(*model, all_kernels(), options);
+  EXPECT_THAT(summary_of(once.model), StartsWith("a text of the owner's\n{\"qrt_tuned\":1,"));
+  EXPECT_EQ(tuned_processor(summary_of(once.model)), "a processor");
+  EXPECT_THAT(summary_of(once.model), HasSubstr("\"x\":\"FLOAT32 CHW [8, 12, 12]\""));
+  EXPECT_THAT(summary_of(once.model), HasSubstr("\"date\":\"2024-05-01\""));
+  EXPECT_EQ(summary_of(*model), "a text of the owner's");
+  options.processor = "another";
+  const TunedModel twice = tune_model(once.model, all_kernels(), options);
+  EXPECT_EQ(tuned_processor(summary_of(twice.model)), "another");
+  EXPECT_EQ(summary_of(twice.model).find("a processor"), std::string::npos);
+  EXPECT_EQ(tuned_processor("no such line"), "");
+  EXPECT_EQ(tuned_processor("{\"qrt_tuned\":1,"), "");
+}
+
+TEST(Tune, WithoutTimeLeftTheEstimateIsWhatThereIs) {
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  options.go_on = [](const TuneProgress&) { return false; };
+  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options);
+  EXPECT_FALSE(tuned.report.is_complete);
+  EXPECT_THAT(meter.asked, IsEmpty());
+  EXPECT_LT(tuned.report.difference, 1e-5);
+}
+
+TEST(Tune, ProgressNamesTheLayers) {
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  std::vector<size_t> layers;
+  options.go_on = [&](const TuneProgress& now) {
+    EXPECT_EQ(now.of_layers, 4u);
+    layers.push_back(now.layers);
+    return true;
+  };
+  tune_model(*small_model(), all_kernels(), options);
+  ASSERT_FALSE(layers.empty());
+  EXPECT_TRUE(std::is_sorted(layers.begin(), layers.end()));
+}
+
+TEST(Tune, TheClockFindsSomethingThatIsNoSlower) {
+  TuneOptions options;
+  options.assign.set = processor_kernels();
+  options.assign.inputs["x"] =
+      runtime::TensorShape({8, 12, 12}, runtime::DataType::FLOAT32, runtime::LayoutType::CHW);
+  options.budget = 2;
+  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options);
+  EXPECT_LE(tuned.report.after, tuned.report.before);
+  EXPECT_GT(tuned.report.after, 0);
+  EXPECT_LT(tuned.report.difference, 1e-5);
+}
+
+TEST(Tune, ASecondRunRemembersTheFirst) {
+  const TemporaryFolder folder;
+  RecordedMeter first;
+  TuneOptions options = options_with(first);
+  options.wisdom = folder.file("cache/wisdom.json");
+  TunedModel before = tune_model(*small_model(), all_kernels(), options);
+  EXPECT_GT(before.report.measured, 0u);
+  RecordedMeter second;
+  options.meter = &second;
+  TunedModel after = tune_model(*small_model(), all_kernels(), options);
+  EXPECT_THAT(second.asked, IsEmpty());
+  EXPECT_EQ(after.report.remembered, before.report.measured);
+  EXPECT_EQ(bytes_of(after.model), bytes_of(before.model));
+  RecordedMeter elsewhere;
+  options.meter = &elsewhere;
+  options.processor = "another";
+  tune_model(*small_model(), all_kernels(), options);
+  EXPECT_EQ(elsewhere.asked, first.asked);
+}
+
+TEST(Wisdom, KeepsWhatOthersWroteInTheMeantime) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("wisdom.json");
+  Wisdom one(path, "m");
+  Wisdom other(path, "m");
+  one.add("a", 1.5);
+  other.add("b", 2.5);
+  EXPECT_EQ(one.save(), "");
+  EXPECT_EQ(other.save(), "");
+  const Wisdom both(path, "m");
+  EXPECT_EQ(both.time("a"), 1.5);
+  EXPECT_EQ(both.time("b"), 2.5);
+  EXPECT_EQ(Wisdom(path, "n").time("a"), std::nullopt);
+}
+
+TEST(Wisdom, ADamagedFileIsPassedOverAndReplaced) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("wisdom.json");
+  for (const std::string text :
+       {"{\"qrt_wisdom\": 1, \"times\": {", "[]", "{\"qrt_wisdom\": 2, \"times\": {}}", ""}) {
+    std::ofstream(path) << text;
+    Wisdom wisdom(path, "m");
+    EXPECT_THAT(wisdom.fault(), HasSubstr("it is passed over")) << text;
+    wisdom.add("a", 1);
+    EXPECT_EQ(wisdom.save(), "");
+    EXPECT_EQ(Wisdom(path, "m").fault(), "");
+  }
+  std::ofstream(path) << R"({"qrt_wisdom": 1, "times": {"m": {"a": "fast", "b": -1, "c": 2}}})";
+  const Wisdom odd(path, "m");
+  EXPECT_EQ(odd.time("a"), std::nullopt);
+  EXPECT_EQ(odd.time("b"), std::nullopt);
+  EXPECT_EQ(odd.time("c"), 2);
+}
+
+TEST(Wisdom, SaysWhereItCantBeWritten) {
+  Wisdom wisdom("/proc/none/wisdom.json", "m");
+  wisdom.add("a", 1);
+  EXPECT_THAT(wisdom.save(), HasSubstr("can't be written"));
+  EXPECT_EQ(Wisdom("", "m").save(), "");
+}
+
+TEST(Processor, HasAName) { EXPECT_FALSE(processor_name().empty()); }
+
+}  // namespace
+}  // namespace marlo::toolkit::test

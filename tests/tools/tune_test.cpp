@@ -1,0 +1,59 @@
+#include <gmock/gmock.h>
+
+#include "tests/tools/tool_runner.h"
+
+// `qrt tune`.
+
+namespace qrt_tool_test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+class TuneTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    toy_model()->ToFile(path("a.json").c_str(), "json");
+  }
+
+  Outcome tune(const std::vector<std::string>& more) {
+    std::vector<std::string> all{
+        "tune", path("a.json"), path("b.json"), "--wisdom", path("w.json"), "--budget", "1"};
+    all.insert(all.end(), more.begin(), more.end());
+    return qrt(all);
+  }
+};
+
+TEST_F(TuneTest, WritesAModelThatComputesTheSame) {
+  const Outcome outcome = tune({"--input", "1x1x3", "--report", path("r.json")});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("given"), HasSubstr("chosen")));
+  write_array("x.npy", "(1, 1, 3)", {1, 2, -4});
+  EXPECT_EQ(
+      qrt({"compare", path("a.json"), path("b.json"), "--input", path("x.npy"), "--bound", "1e-5"})
+          .code,
+      0);
+}
+
+TEST_F(TuneTest, ReportsAsJson) {
+  const Outcome outcome = tune({"--input", "1x1x3", "--json", "--isa", "sse"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("\"kernels\": \"sse\""), HasSubstr("\"after_ms\": "),
+                                 HasSubstr("\"complete\": "), HasSubstr("\"layers\": [")));
+}
+
+TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {
+  const auto fault = [&](const std::vector<std::string>& more) {
+    const Outcome outcome = tune(more);
+    EXPECT_EQ(outcome.code, 2);
+    return outcome.err;
+  };
+  EXPECT_THAT(fault({"--isa", "neon"}), HasSubstr("expected portable, sse, avx, fma, avx2 or"));
+  EXPECT_THAT(fault({"--numerics", "loose"}), HasSubstr("expected same, bounded or fast"));
+  EXPECT_THAT(fault({"--numerics", "same", "--tolerance", "1"}),
+              HasSubstr("leaves no --tolerance"));
+}
+
+}  // namespace
+}  // namespace qrt_tool_test

@@ -1,0 +1,91 @@
+#include "tools/qrt/tune_output.h"
+
+#include "tools/qrt/json_text.h"
+#include "tools/qrt/table.h"
+#include "tools/qrt/text.h"
+
+namespace qrt_tool {
+
+using marlo::toolkit::AssignedLayer;
+using marlo::toolkit::TunedConfiguration;
+using marlo::toolkit::TuneOptions;
+using marlo::toolkit::TuneReport;
+
+std::string tune_text(const TuneReport& report, size_t width) {
+  Table passes({{"configuration"}, {"pass ms", true}, {"of given", true}, {""}});
+  for (const TunedConfiguration& ran : report.ran) {
+    passes.add({ran.name, short_decimal(ran.milliseconds),
+                short_decimal(ran.milliseconds / report.before),
+                ran.name == report.chosen ? "chosen" : ""});
+  }
+  std::string text = passes.text(width);
+  Table layers({{"layer", false, true}, {"kernel before", false, true}, {"kernel", false, true}});
+  size_t changed = 0;
+  for (const AssignedLayer& layer : report.assigned.layers) {
+    if (layer.before == layer.kernel) continue;
+    layers.add({layer.id, layer.before, layer.kernel});
+    ++changed;
+  }
+  if (changed != 0) text += "\n" + layers.text(width);
+  text += "\n" + counted(changed, "layer") + " changed, " +
+          counted(report.assigned.converters.size(), "converter") + " new; " +
+          std::to_string(report.measured) + " kernels measured and " +
+          std::to_string(report.remembered) + " remembered in " + short_decimal(report.seconds) +
+          " s; outputs differ by " + short_decimal(report.difference) + " of the largest\n";
+  return text;
+}
+
+std::string tune_json(const TuneReport& report, const TuneOptions& options) {
+  JsonText json;
+  json.begin_object();
+  json.text("processor", options.processor);
+  json.text("kernels", marlo::toolkit::word_of(options.assign.set));
+  json.number("tolerance", options.assign.tolerance);
+  json.begin_array("configurations");
+  for (const TunedConfiguration& ran : report.ran) {
+    json.begin_object();
+    json.text("name", ran.name);
+    json.number("pass_ms", ran.milliseconds);
+    json.end_object();
+  }
+  json.end_array();
+  json.text("chosen", report.chosen);
+  json.number("before_ms", report.before);
+  json.number("after_ms", report.after);
+  json.number("difference", report.difference);
+  json.number("seconds", report.seconds);
+  json.integer("measured", report.measured);
+  json.integer("remembered", report.remembered);
+  json.boolean("complete", report.is_complete);
+  json.boolean("exact", report.assigned.is_exact);
+  json.begin_array("layers");
+  for (const AssignedLayer& layer : report.assigned.layers) {
+    json.begin_object();
+    json.text("id", layer.id);
+    json.text("before", layer.before);
+    json.text("kernel", layer.kernel);
+    json.integer("candidates", layer.candidates);
+    json.number("ms", layer.cost);
+    json.number("before_ms", layer.cost_before);
+    json.end_object();
+  }
+  json.end_array();
+  json.begin_array("converters");
+  for (const auto& [id, source] : report.assigned.converters) {
+    json.begin_object();
+    json.text("id", id);
+    json.text("of", source);
+    json.end_object();
+  }
+  json.end_array();
+  json.begin_array("excluded");
+  for (const std::string& kernel : report.excluded) json.text(kernel);
+  json.end_array();
+  json.begin_array("notes");
+  for (const std::string& note : report.notes) json.text(note);
+  json.end_array();
+  json.end_object();
+  return json.finish();
+}
+
+}  // namespace qrt_tool
