@@ -13,6 +13,7 @@
 #include "qrt_core/utility/application.h"
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/assign/trial.h"
+#include "qrt_toolkit/bench/stopwatch.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -46,19 +47,21 @@ struct Sampling {
 std::vector<double> medians_of(const std::vector<std::function<double()>>& rivals,
                                const Sampling& sampling) {
   std::vector<std::vector<double>> samples(rivals.size());
-  std::vector<double> medians(rivals.size(), kNever);
+  std::vector<double> fastest(rivals.size(), kNever);
   for (const auto& rival : rivals) rival();  // warms up caches and pools
   const Clock::time_point start = Clock::now();
   for (size_t round = 0; round < sampling.most; ++round) {
     if (round >= sampling.least && milliseconds_since(start) > sampling.longest) break;
-    const double best = *std::min_element(medians.begin(), medians.end());
+    const double best = *std::min_element(fastest.begin(), fastest.end());
     const double bound = best * (round < sampling.least ? sampling.far : sampling.close);
     for (size_t i = 0; i < rivals.size(); ++i) {
-      if (round > 0 && medians[i] > bound) continue;
+      if (round > 0 && fastest[i] > bound) continue;
       samples[i].push_back(rivals[i]());
+      fastest[i] = std::min(fastest[i], samples[i].back());
     }
-    for (size_t i = 0; i < rivals.size(); ++i) medians[i] = median_of(samples[i]);
   }
+  std::vector<double> medians;
+  for (const auto& taken : samples) medians.push_back(median_of(taken));
   return medians;
 }
 
@@ -85,14 +88,14 @@ class Subject {
     runtime::IKernel::Tensors outputs;
     bool transient = true;
     device.dynamic_mode = true;
-    const Clock::time_point start = Clock::now();
+    const Stopwatch watch;
     try {
       kernel_->PrepareForward(workshop_.context(), inputs_, transient, outputs);
       kernel_->Forward(inputs_, outputs, workshop_.context());
     } catch (const std::runtime_error&) {
       kernel_ = nullptr;
     }
-    const double time = milliseconds_since(start);
+    const double time = watch.times().cpu_ms;
     outputs.clear();
     device.dynamic_mode = false;
     return kernel_ == nullptr ? kNever : time;
@@ -135,9 +138,9 @@ class Network {
       const auto numbers = trial_numbers(runtime::ElementCount(shape), place + 1);
       tensors[place] = context_->cpu->CreateTensor(shape, numbers.data());
     }
-    const Clock::time_point start = Clock::now();
+    const Stopwatch watch;
     net_->Forward(tensors, wanted_, context_, nullptr, nullptr);
-    return milliseconds_since(start);
+    return watch.times().cpu_ms;
   }
 
  private:

@@ -31,7 +31,7 @@ class QRT_API Meter {
       const std::map<std::string, runtime::TensorShape>& inputs) = 0;
 };
 
-/// Takes times by the clock, on the calling thread. Rivals are run in turn, so that whatever else
+/// Takes times of the processor on the calling thread, which other programs don't lengthen. Rivals are run in turn, so that whatever else
 /// the machine does meets all of them alike; those that are far behind the first are left after a
 /// sample, and close ones get more. A time is a median.
 class QRT_API ClockMeter final : public Meter {
