@@ -11,6 +11,7 @@
 
 #include "qrt_core/kernel/epilogue.h"
 #include "qrt_core/runtime/engine/kernel.h"
+#include "qrt_core/runtime/engine/kernel_copy.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/utility/build_options.h"
 
@@ -148,6 +149,11 @@ class KernelFamily {
   /// There is no state. @return -4
   int ResetState() { return runtime::KERNEL_HAS_NO_STATE; }
 
+  /// Called once on a copy of a configured family, which so far shares every tensor with the original:
+  /// a family that writes to tensors of its own in a pass, a state or scratch memory, takes new ones
+  /// here. What `Configure` has packed stays shared, and nothing may write to it.
+  void begin_own_state(const Context&) {}
+
   /// @name Facts
   /// See `runtime::IKernelFacts`. Where a check refuses and its family has no reason, the kernel
   /// class gives a general one.
@@ -183,7 +189,9 @@ runtime::IKernel::Tensors hollow_tensors(const KernelFamily::Shapes& shapes);
 
 /// The slots of a kernel, carried out by a family with a row.
 template <typename Row>
-class FamilyKernel : public runtime::IKernel, public runtime::IKernelFacts {
+class FamilyKernel : public runtime::IKernel,
+                     public runtime::IKernelFacts,
+                     public runtime::IKernelCopy {
   using Family = typename Row::Family;
   using Context = std::shared_ptr<runtime::Context>;
   using Info = std::shared_ptr<runtime::LayerInfo>;
@@ -233,6 +241,13 @@ class FamilyKernel : public runtime::IKernel, public runtime::IKernelFacts {
 
   int CheckOutputs(const Tensors& tensors) override { return family_.CheckOutputs(tensors); }
 
+  std::shared_ptr<runtime::IKernel> copy_for(const Context& context) const override {
+    const std::shared_ptr<FamilyKernel> copy(new FamilyKernel(row_, family_));
+    copy->configured = configured;
+    if (configured) copy->family_.begin_own_state(context_or_none(context));
+    return copy;
+  }
+
   runtime::InstructionSet needs() const override { return row_.needs; }
 
   runtime::InputUse input_use() const override { return row_.input_use; }
@@ -261,6 +276,8 @@ class FamilyKernel : public runtime::IKernel, public runtime::IKernelFacts {
   }
 
  private:
+  FamilyKernel(const Row& row, const Family& family) : row_(row), family_(family) {}
+
   const Row& row_;
   Family family_;
 };

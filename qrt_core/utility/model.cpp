@@ -6,6 +6,7 @@
 
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/weight_pool.h"
 #include "qrt_core/utility/application.h"
 #include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/check_shapes.h"
@@ -65,6 +66,13 @@ void check_versions(const runtime::QRTModel& model, const ModelOptions& options)
          options.sdk_minor);
 }
 
+// Where weights are made and kept, for all clones.
+std::shared_ptr<Context> weight_context(unsigned int alignment) {
+  auto pool = std::make_shared<runtime::WeightPool>(alignment);
+  auto device = runtime::CreateDeviceCPU(runtime::DetectCPUDevice(), pool, nullptr, nullptr);
+  return runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr, nullptr);
+}
+
 // Runs `call` with the network's id added to what it throws.
 template <typename Call>
 auto in_network(const std::string& id, Call call) {
@@ -113,6 +121,7 @@ const Output& Results::at(const std::string& id) const {
 
 struct Network::State {
   std::string id;
+  std::shared_ptr<Context> weights;  // where they were made; outlives the package
   std::shared_ptr<Context> context;  // outlives the package
   std::shared_ptr<_NetworkPackage> package;
   std::vector<Port> inputs;
@@ -238,6 +247,19 @@ Results Network::run(const Input& input, const RunOptions& options) {
   return run(std::vector<Input>{input}, options);
 }
 
+std::unique_ptr<Network> Network::clone_on(const std::shared_ptr<Context>& context) const {
+  auto state = std::make_unique<State>();
+  state->id = state_->id;
+  state->weights = state_->weights;
+  state->context = context;
+  state->package = std::make_shared<_NetworkPackage>(*state_->package);
+  state->package->context = context;
+  state->package->net = state_->package->net->clone(context);
+  state->inputs = state_->inputs;
+  state->outputs = state_->outputs;
+  return std::unique_ptr<Network>(new Network(std::move(state)));
+}
+
 // What it changes belongs to the kernels, which a const network would reach as well.
 // NOLINTNEXTLINE(readability-make-member-function-const)
 void Network::reset() {
@@ -255,9 +277,20 @@ void Network::reset() {
 // --- Model ---
 
 struct Model::State {
+  // What clones share, and nothing changes once there are networks.
+  struct Shared {
+    std::shared_ptr<Context> weights;
+    runtime::KernelRegistry kernels;
+    runtime::InferenceParamRegistry params;
+    unsigned int alignment = 0;
+  };
+
+  explicit State(std::shared_ptr<Shared> with_clones) : shared(std::move(with_clones)) {
+    create_context(context, shared->alignment);
+  }
+
+  std::shared_ptr<Shared> shared;
   std::shared_ptr<Context> context;  // goes after the networks
-  runtime::KernelRegistry kernels;
-  runtime::InferenceParamRegistry params;
   std::vector<std::unique_ptr<Network>> networks;
 
   std::unique_ptr<Network> load(const std::string& id, runtime::QRTModel& model);
@@ -269,12 +302,14 @@ std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTM
   if (cfgs == nullptr) cfgs = std::make_shared<runtime::QRModelMultiBackendCfgs>();
   auto state = std::make_unique<Network::State>();
   state->id = id;
+  state->weights = shared->weights;
   state->context = context;
   state->package = std::make_shared<_NetworkPackage>();
-  state->package->kernels = &kernels;
-  state->package->params = &params;
-  state->package->context = context;
+  state->package->kernels = &shared->kernels;
+  state->package->params = &shared->params;
+  state->package->context = shared->weights;
   Load_Single_Net(state->package, info, cfgs, "x86");
+  state->package->context = context;
   state->summary = read_summary(info->extra_info.summary);
   const auto& layers = state->package->net->layers;
   for (const auto& [input, layer] : state->package->net->input_map) {
@@ -288,24 +323,37 @@ std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTM
   return std::unique_ptr<Network>(new Network(std::move(state)));
 }
 
+Model Model::clone() const {
+  const QuietLog quiet;
+  Assert(state_ != nullptr, "a model that was moved from can't be cloned");
+  auto copy = std::make_unique<State>(state_->shared);
+  for (const auto& network : state_->networks) {
+    copy->networks.push_back(
+        in_network(network->id(), [&] { return network->clone_on(copy->context); }));
+  }
+  return Model(std::move(copy));
+}
+
 std::unique_ptr<Model::State> Model::open(const char* bytes, size_t size,
                                           const ModelOptions& options) {
   runtime::QRTModel model;
   Assert(bytes != nullptr, "the model is a null pointer");
   read_model(model, bytes, size);
   check_versions(model, options);
-  auto state = std::make_unique<State>();
-  create_context(state->context, options.alignment);
+  auto shared = std::make_shared<State::Shared>();
+  shared->alignment = options.alignment;
+  shared->weights = weight_context(options.alignment);
   if (options.kernels != nullptr) {
     // Registered first, as the first registration of a name stays.
     for (const std::string& key : options.kernels->Keys()) {
       const runtime::KernelRegistry* const own = options.kernels;
-      state->kernels.Register(
+      shared->kernels.Register(
           key, [own, key] { return own->Create(key); }, false);
     }
   }
-  init_register_operators(state->kernels, state->params);
-  init_register_extension_operators(state->kernels, state->params);
+  init_register_operators(shared->kernels, shared->params);
+  init_register_extension_operators(shared->kernels, shared->params);
+  auto state = std::make_unique<State>(std::move(shared));
   for (const std::string& id : model.model_arr->squential_ids) {
     const auto has_id = [&](const auto& network) { return network->id() == id; };
     const auto& loaded = state->networks;

@@ -165,6 +165,7 @@ class QRT_API Network {
   friend class Model;
   struct State;
   explicit Network(std::unique_ptr<State> state);
+  std::unique_ptr<Network> clone_on(const std::shared_ptr<runtime::Context>& context) const;
 
   std::unique_ptr<State> state_;
 };
@@ -189,7 +190,7 @@ struct ModelOptions {
 /// @endcode
 ///
 /// It logs nothing: all it has to say it throws, as an `Error`. A model and everything made with it
-/// belong to one thread at a time; different models are independent.
+/// belong to one thread at a time; different models are independent, a model and its clones too.
 class QRT_API Model {
  public:
   /// Opens a file, JSON or .qrtmodel.
@@ -204,6 +205,14 @@ class QRT_API Model {
   Model(const Model&) = delete;
   Model& operator=(const Model&) = delete;
   ~Model();
+
+  /// Another model that computes the same, for another thread or another stream: it has its own
+  /// memory and its own states, which are those of a new model, and shares the packed weights, which
+  /// stay until the last of them goes, on whichever thread that is.
+  ///
+  /// Call it while no network of this model runs; clones may run meanwhile.
+  /// @throws Error for a kernel of the application's own that can't be copied; std::bad_alloc
+  [[nodiscard]] Model clone() const;
 
   /// How many networks there are.
   size_t size() const;

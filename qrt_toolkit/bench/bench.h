@@ -52,7 +52,7 @@ struct BenchedNetwork {
   /// Passes that all threads ended in a second, from one round to the next.
   double passes_a_second = 0.0;
   uint64_t resident_bytes = 0;      ///< by how much the process grew for it; 0 if it found room
-  uint64_t static_pool_bytes = 0;   ///< of one context: weights, inputs, scratch
+  uint64_t static_pool_bytes = 0;   ///< of one context: inputs and what lasts, but for weights
   uint64_t dynamic_pool_bytes = 0;  ///< of one context: what passes need
   uint64_t pool_growth_bytes = 0;   ///< by how much both grew while passes were sampled
   std::optional<double> allocations_a_pass;  ///< calls to the allocator, where they are counted

@@ -138,6 +138,7 @@ class RecurrentCell : public RecurrentLayer {
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int ResetState();
+  void begin_own_state(const Context& context);
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
 
@@ -170,6 +171,7 @@ class RecurrentSequence : public RecurrentLayer {
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int ResetState();
+  void begin_own_state(const Context& context);
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
 

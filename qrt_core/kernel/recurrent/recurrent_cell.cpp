@@ -56,10 +56,15 @@ bool RecurrentCell::Configure(const LayerInfo* info, const InferenceParam*,
                                          has_bias ? &weights.bias_ih : nullptr,
                                          has_bias ? &weights.bias_hh : nullptr};
   if (!weights_.decode(texts, rows(), in_size_, hidden_size_, context)) return false;
+  begin_own_state(context);
+  return true;
+}
+
+void RecurrentCell::begin_own_state(const Context& context) {
+  h_ = nullptr;
   // The cell state never leaves the kernel, so every pass works in this one tensor.
   if (network_.has_cell_state) c_ = context.cpu->CreateZeroF32CMainMem(hidden_size_);
   finish(context);
-  return true;
 }
 
 KernelFamily::Shapes RecurrentCell::InferOutputShapes(const Shapes&) const {

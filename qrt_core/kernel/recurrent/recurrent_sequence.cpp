@@ -67,11 +67,15 @@ bool RecurrentSequence::Configure(const LayerInfo* info, const InferenceParam*,
   complex_type_ = description.weights->complex_rnn_type;
   start(*description.sizes, description.activation);
   if (!decode_cells(*description.weights, description.sizes->if_bias, context)) return false;
+  begin_own_state(context);
+  return true;
+}
+
+void RecurrentSequence::begin_own_state(const Context& context) {
   const std::vector<uint32_t> dims = {layers() * directions(), hidden_size_};
   h_ = context.cpu->CreateZeroF32FlexiableMainMem(dims);
   if (network_.has_cell_state) c_ = context.cpu->CreateZeroF32FlexiableMainMem(dims);
   finish(context);
-  return true;
 }
 
 bool RecurrentSequence::decode_cells(const Weights& weights, bool has_bias,

@@ -68,6 +68,20 @@ class QRT_API Net {
       const std::vector<unsigned int>& output_ids, std::shared_ptr<Context> context,
       std::vector<float>* cpu_times, std::vector<float>* gpu_times) const;
 
+  /// Another network that computes the same, to run on another context, and so on another thread.
+  ///
+  /// The two share packed weights, which nothing changes behind `CreateNet`; states, and all that
+  /// passes need, are their own, and the clone's states are those of a new network. Weights go when
+  /// the last network does, into the static pool of the context that they were made on: it must
+  /// outlive them, and where networks are released on several threads it must be a pool that bears
+  /// that, as `WeightPool` does. `utility::Model::clone` sees to both.
+  ///
+  /// Call it while no pass runs on this network; clones may run meanwhile.
+  /// @param context on which the clone runs and has its states
+  /// @throws utility::Error without a device, and for a kernel of the application's own that doesn't
+  ///   implement `IKernelCopy`; its `layer` is the place
+  std::shared_ptr<Net> clone(const std::shared_ptr<Context>& context) const;
+
   /// In execution order; the place in this vector is a layer's index.
   std::vector<std::shared_ptr<Layer>> layers;
   /// Index of each input layer by its id. `Forward` doesn't read it.

@@ -198,6 +198,38 @@ TEST_F(ContextsThreadTest, EightDifferentNetworksAtOnceGiveTheResultsOfOneThread
   }
 }
 
+// The results of all passes of a model's only network.
+std::vector<std::vector<float>> passes_of(utility::Model& model, const Work& work) {
+  std::vector<std::vector<float>> all;
+  for (const std::vector<float>& input : work.inputs) {
+    const auto results = model.run(utility::Input(work.shape, input.data()));
+    const auto numbers = results[0].elements();
+    all.emplace_back(numbers.begin(), numbers.end());
+  }
+  return all;
+}
+
+TEST_F(ContextsThreadTest, EightClonesShareWeightsAndAreReleasedInAnyOrder) {
+  for (Work& work : eight_works()) {
+    const std::string last = work.model.info()->squential_ids.back();
+    auto model = std::make_unique<utility::Model>(
+        work.model.outputs({last}).save(folder_.file("clone.json")));
+    std::vector<std::unique_ptr<utility::Model>> clones;
+    for (int i = 0; i < kThreads; ++i) {
+      clones.push_back(std::make_unique<utility::Model>(model->clone()));
+    }
+    const auto expected = passes_of(*model, work);
+    std::vector<std::vector<float>> found[kThreads];
+    run_threads([&](int i) {
+      // The original goes while clones run, and each clone when it has done its passes.
+      if (i == kThreads / 2) model.reset();
+      const std::unique_ptr<utility::Model> own = std::move(clones[static_cast<size_t>(i)]);
+      found[i] = passes_of(*own, work);
+    });
+    for (int i = 0; i < kThreads; ++i) EXPECT_EQ(found[i], expected) << "thread " << i;
+  }
+}
+
 TEST_F(ContextsThreadTest, DifferentNetworksFromOneRegistryGiveTheirOwnResults) {
   // Thread i has i + 1 convolutions, each of which doubles and adds one.
   float found[kThreads] = {};
