@@ -193,6 +193,13 @@ void bind_net(py::module_& module) {
       .def("reset", &Net::reset,
            "Clears the state that recurrent layers carry from call to call.\n\nRaises:\n    "
            "BusyError: while another thread runs a network of this model.")
+      .def("clone", &Net::clone,
+           "Another network that computes the same, for another thread or another stream.\n\nThe "
+           "two "
+           "share the weights; memory and states are each one's own, and the clone's states are "
+           "those "
+           "of a new network.\n\nRaises:\n    BusyError: while another thread runs a network of "
+           "this model.")
       .def("__repr__",
            [](const Net& net) {
              return "<Net " + quoted(net.id()) + ", " +

@@ -1,6 +1,7 @@
 #include "python/src/net.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 #include "python/src/errors.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
@@ -97,6 +98,7 @@ Net::Net(std::shared_ptr<const Source> source, std::shared_ptr<Loaded> loaded,
   for (const Port& port : network_.inputs()) {
     is_overwritten_.push_back(MemoryWalk(*network_.net()).is_overwritten(port.layer));
   }
+  for (const Port& port : network_.outputs()) outputs_.push_back(port.layer);
 }
 
 Net::Request Net::request(const py::handle& outputs) const {
@@ -180,21 +182,22 @@ std::vector<Input> Net::inputs_of(const std::vector<Operand>& operands) const {
   return inputs;
 }
 
-py::object Net::result_of(const Results& results, const std::vector<Operand>& operands,
+py::object Net::result_of(const Made& made, const std::vector<Operand>& operands,
                           bool is_one) const {
   std::vector<std::pair<const std::string*, py::object>> arrays;
-  for (size_t i = 0; i < results.size(); ++i) {
-    const auto& tensor = results[i].tensor();
+  arrays.reserve(made.size());
+  for (size_t i = 0; i < made.size(); ++i) {
+    const std::shared_ptr<Tensor>& tensor = made[i].second;
     bool is_shared = std::any_of(operands.begin(), operands.end(), [&](const Operand& operand) {
       return stands_in(*tensor, operand);
     });
     for (size_t j = 0; j < i; ++j) {
-      is_shared = is_shared || results[j].tensor()->handle.cpu == tensor->handle.cpu;
+      is_shared = is_shared || made[j].second->handle.cpu == tensor->handle.cpu;
     }
     // A kernel that keeps its result, as a state, must not see it written to.
     is_shared = is_shared || tensor->weak_from_this().use_count() > 1;
     py::object array = is_shared ? copy_of(*tensor) : array_of(loaded_->pools, tensor);
-    arrays.emplace_back(&results[i].id(), std::move(array));
+    arrays.emplace_back(made[i].first, std::move(array));
   }
   if (is_one && arrays.size() == 1) return std::move(arrays[0].second);
   py::dict by_id;
@@ -215,18 +218,56 @@ py::object Net::result_of(const Results& results, const std::vector<Operand>& op
   return by_id;
 }
 
+bool Net::fits(const std::vector<Operand>& operands) const {
+  return fitting_.size() == operands.size() &&
+         std::equal(
+             operands.begin(), operands.end(), fitting_.begin(),
+             [](const Operand& operand, const auto& shape) { return operand.shape == shape; });
+}
+
+py::object Net::run_again(const std::vector<Operand>& operands) const {
+  const auto& context = network_.context();
+  context->cpu->dynamic_mode = false;  // a pass that failed has left it on
+  std::unordered_map<unsigned int, std::shared_ptr<Tensor>> inputs;
+  for (size_t i = 0; i < operands.size(); ++i) {
+    auto* const numbers = const_cast<void*>(operands[i].array.data());
+    inputs[network_.inputs()[i].layer] =
+        is_overwritten_[i] ? context->cpu->CreateTensor(operands[i].shape, numbers)
+                           : context->cpu->CreateTensorExternal(operands[i].shape, numbers);
+  }
+  std::unordered_map<unsigned int, marlo::runtime::Net::Tensors> results;
+  {
+    const py::gil_scoped_release released;
+    results = network_.net()->Forward(inputs, outputs_, context, nullptr, nullptr);
+  }
+  Made made;
+  for (const Port& port : network_.outputs()) {
+    for (auto& tensor : results[port.layer]) made.emplace_back(&port.id, std::move(tensor));
+  }
+  return result_of(made, operands, outputs_.size() == 1);
+}
+
 py::object Net::run(const std::vector<Operand>& operands, const Request& request) const {
   const Pools::Use use(*loaded_->pools);
   require(use);
   try {
+    const bool is_usual = request.options.outputs.empty();
+    if (is_usual && fits(operands)) return run_again(operands);
     const std::vector<Input> inputs = inputs_of(operands);
     Results results;
     {
       const py::gil_scoped_release released;
       results = network_.run(inputs, request.options);
     }
-    return result_of(results, operands, request.is_one);
-  } catch (const Error& failure) {
+    Made made;
+    for (const auto& result : results) made.emplace_back(&result.id(), result.tensor());
+    if (is_usual) {
+      fitting_.clear();
+      for (const Operand& operand : operands) fitting_.push_back(operand.shape);
+    }
+    return result_of(made, operands, request.is_one);
+  } catch (Error& failure) {
+    failure.in_network(id());
     raise("InputError", failure);
   }
 }
@@ -258,6 +299,13 @@ void Net::reset() const {
   const Pools::Use use(*loaded_->pools);
   require(use);
   network_.reset();
+}
+
+Net Net::clone() const {
+  const Pools::Use use(*loaded_->pools);
+  require(use);
+  auto copy = std::make_shared<Loaded>(loaded_->model->clone());
+  return Net(source_, std::move(copy), id());
 }
 
 }  // namespace qrt_python

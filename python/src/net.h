@@ -58,17 +58,30 @@ class Net {
 
   void reset() const;
 
+  /// A network with memory and states of its own, on the same weights.
+  Net clone() const;
+
  private:
   // Throws BusyError unless `use` holds.
   void require(const Pools::Use& use) const;
   std::vector<marlo::utility::Input> inputs_of(const std::vector<Operand>& operands) const;
-  py::object result_of(const marlo::utility::Results& results, const std::vector<Operand>& operands,
-                       bool is_one) const;
+  // Whether these are shapes that the layers have been asked about.
+  bool fits(const std::vector<Operand>& operands) const;
+  // A pass of inputs that fit, for the network's outputs: what `Network::run` does beside the pass
+  // is most of the time of a small network.
+  py::object run_again(const std::vector<Operand>& operands) const;
+
+  // A layer's id and a tensor that it made.
+  using Made = std::vector<std::pair<const std::string*, std::shared_ptr<marlo::runtime::Tensor>>>;
+  py::object result_of(const Made& made, const std::vector<Operand>& operands, bool is_one) const;
 
   std::shared_ptr<const Source> source_;
   std::shared_ptr<Loaded> loaded_;
   marlo::utility::Network& network_;
-  std::vector<bool> is_overwritten_;  // per input: whether a kernel writes where it stands
+  std::vector<bool> is_overwritten_;   // per input: whether a kernel writes where it stands
+  std::vector<unsigned int> outputs_;  // the layers of the network's outputs
+  // Of the inputs that ran last. Only who uses the pools touches it.
+  mutable std::vector<marlo::runtime::TensorShape> fitting_;
 };
 
 }  // namespace qrt_python

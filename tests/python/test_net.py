@@ -264,6 +264,31 @@ def test_state_goes_on_and_is_reset():
     np.testing.assert_array_equal(np.concatenate(parts), whole)
 
 
+def test_clones_run_at_once_and_have_states_of_their_own(digits, picture):
+    net = qrt.load(models.DIGITS)["digits"]
+    expected, found = net(picture), []
+    clones = [net.clone() for _ in range(4)]
+    del net
+
+    def run(clone):
+        for _ in range(20):
+            found.append(clone(picture))
+
+    threads = [threading.Thread(target=run, args=(clone,)) for clone in clones]
+    for thread in threads:
+        thread.start()
+    clones.clear()
+    for thread in threads:
+        thread.join()
+    assert len(found) == 80 and all(np.array_equal(one, expected) for one in found)
+    first = qrt.load(models.SMOOTH)["smooth"]
+    ones = np.ones((2, 1), np.float32)
+    begin = first(ones)
+    second = first.clone()
+    np.testing.assert_array_equal(second(ones), begin)
+    np.testing.assert_array_equal(second(ones), first(ones))
+
+
 def test_pickles(digits, picture):
     model = qrt.load(models.DIGITS)
     for copy in (pickle.loads(pickle.dumps(model))["digits"], pickle.loads(pickle.dumps(model["digits"]))):
