@@ -1,4 +1,5 @@
-# Debian packages by CPack: libqrt-core1, libqrt-core-dev, libqrt-toolkit1, libqrt-toolkit-dev and qrt. `./dev package` builds and checks them.
+# Debian packages by CPack: libqrt-core1, libqrt-core-dev, libqrt-toolkit1, libqrt-toolkit-dev, qrt and
+# python3-qrt-core. `./dev package` builds and checks them.
 #
 # The preset `package` sets the prefix to /usr, so that libraries go into Debian's folder for the architecture.
 
@@ -24,6 +25,12 @@ set(package_of_qrt_core_development libqrt-core-dev)
 set(package_of_qrt_toolkit_runtime libqrt-toolkit${PROJECT_VERSION_MAJOR})
 set(package_of_qrt_toolkit_development libqrt-toolkit-dev)
 set(package_of_qrt_tool qrt)
+set(package_of_qrt_python python3-qrt-core)
+set(packaged_components
+  qrt_core_runtime qrt_core_development qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
+if(QRT_WITH_PYTHON)
+  list(APPEND packaged_components qrt_python)
+endif()
 
 # What every package holds under share/doc. These rules are for CPack alone, not for `cmake --install`.
 function(qrt_compress input output)
@@ -35,7 +42,7 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE
 configure_file("${PROJECT_SOURCE_DIR}/packaging/changelog.in" "${package_files}/changelog.Debian" @ONLY)
 qrt_compress("${PROJECT_SOURCE_DIR}/CHANGELOG.md" "${package_files}/changelog.gz")
 qrt_compress("${package_files}/changelog.Debian" "${package_files}/changelog.Debian.gz")
-foreach(component qrt_core_runtime qrt_core_development qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
+foreach(component IN LISTS packaged_components)
   set(package ${package_of_${component}})
   install(FILES
     "${PROJECT_SOURCE_DIR}/packaging/copyright"
@@ -65,8 +72,7 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL qrt_core_runtime qrt_core_development qrt_core_headers
-  qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
+set(CPACK_COMPONENTS_ALL ${packaged_components} qrt_core_headers)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
@@ -141,9 +147,25 @@ The command-line tool of qrt_core: it lists networks and layers, runs a
 network on pictures and arrays, asks the layers whether they fit together,
 and converts models between JSON and the binary form.")
 
+set(CPACK_DEBIAN_QRT_PYTHON_PACKAGE_NAME ${package_of_qrt_python})
+set(CPACK_DEBIAN_QRT_PYTHON_PACKAGE_SECTION python)
+# The library, which isn't installed where packages are built, is named here and looked for in the build folder.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+math(EXPR next_python "${Python3_VERSION_MINOR} + 1")
+string(JOIN ", " CPACK_DEBIAN_QRT_PYTHON_PACKAGE_DEPENDS
+  "${package_of_qrt_core_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})"
+  "${package_of_qrt_toolkit_runtime} (= ${PROJECT_VERSION}-${QRT_PACKAGE_RELEASE})"
+  "python3 (>= ${Python3_VERSION_MAJOR}.${Python3_VERSION_MINOR})"
+  "python3 (<< ${Python3_VERSION_MAJOR}.${next_python})"
+  "python3-numpy")
+set(CPACK_DEBIAN_QRT_PYTHON_DESCRIPTION "neural-network inference on x86-64 processors (Python)
+A package for Python that loads, checks and runs trained models on NumPy
+arrays, on one core, on the caller's thread, imports ONNX files, and turns
+pictures into inputs.")
+
 include(CPack)
 # The groups are named as the components that the packages are named for.
-foreach(group qrt_core_runtime qrt_core_development qrt_toolkit_runtime qrt_toolkit_development qrt_tool)
+foreach(group IN LISTS packaged_components)
   cpack_add_component_group(${group})
   cpack_add_component(${group} GROUP ${group})
 endforeach()

@@ -95,8 +95,17 @@ inside sh -ec 'g++ -std=c++17 -static /trial/app/main.cpp $(pkg-config --static 
   -o /trial/app_pc_static'
 expect_run /trial/app_pc_static
 
+say "the Python package"
+install_there /trial/packages/python3-qrt-core.deb
+inside python3 -c '
+import numpy as np
+import qrt_core as qrt
+net = qrt.load("/trial/digits/digits.qrtmodel")["digits"]
+assert net(np.zeros((1, 28, 28), np.float32)).shape == (10, 1, 1)
+' || fail "the Python package runs no network"
+
 say "removal"
-inside apt-get -q -y purge qrt libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
+inside apt-get -q -y purge qrt python3-qrt-core libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
 left=$(find "$root/usr" -name '*qrt[_-]core*' -o -name qrt -o -name 'qrt.*')
 [[ -z $left ]] || fail "left behind: $(head <<<"$left")"
 

@@ -35,7 +35,8 @@ for package in "${packages[@]}"; do
   names+=("$name")
   dpkg-deb --extract "$package" "$scratch/$name"
 done
-[[ "${names[*]}" == "libqrt-core-dev libqrt-core1 libqrt-toolkit-dev libqrt-toolkit1 qrt" ]] || fail "other packages than expected: ${names[*]}"
+[[ "${names[*]}" == "libqrt-core-dev libqrt-core1 libqrt-toolkit-dev libqrt-toolkit1 python3-qrt-core qrt" ]] ||
+  fail "other packages than expected: ${names[*]}"
 
 say "files"
 expect_file() { [[ -e $scratch/$1/$2 ]] || fail "$1 has no $2"; }
@@ -51,6 +52,8 @@ for file in "$lib/libqrt_toolkit.a" "$lib/libqrt_toolkit.so" "$lib/cmake/qrt_cor
   usr/include/qrt_toolkit/import_onnx.h; do
   expect_file libqrt-toolkit-dev "$file"
 done
+expect_file python3-qrt-core usr/lib/python3/dist-packages/qrt_core/__init__.py
+expect_file python3-qrt-core usr/lib/python3/dist-packages/qrt_core/py.typed
 expect_file qrt usr/bin/qrt
 expect_file qrt usr/share/man/man1/qrt.1.gz
 expect_file qrt usr/share/bash-completion/completions/qrt
