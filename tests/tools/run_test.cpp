@@ -54,6 +54,19 @@ TEST_F(RunTest, PrintsTheOutputOfAPicture) {
             "0 0 0 0 0 0\n");
 }
 
+TEST_F(RunTest, TracesTheLastPass) {
+  const Outcome outcome = run("p.pgm", {"--trace", path("t.json"), "--repeat", "3"});
+  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.err, HasSubstr("wrote " + path("t.json")));
+  const std::string trace = file_text(path("t.json"));
+  EXPECT_THAT(trace, AllOf(HasSubstr("\"name\":\"mix\""), HasSubstr("ReLU_Fallback_Float_M1"),
+                           HasSubstr("\"name\":\"engine\""), HasSubstr("dynamic pool")));
+  // One pass, three layers.
+  EXPECT_EQ(trace.find("\"cat\":\"pass\""), trace.rfind("\"cat\":\"pass\""));
+  const Outcome refused = run("p.pgm", {"--trace", path("no/such/t.json")});
+  EXPECT_EQ(refused.code, 5);
+}
+
 TEST_F(RunTest, WritesTheOutputOfAnArray) {
   write_array("x.npy", "(1, 2, 3)", {0, 1, 2, -1, -2, -3});
   const Outcome outcome = run("x.npy", {"--output", path("y.npy")});

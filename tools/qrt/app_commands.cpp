@@ -90,6 +90,8 @@ void add_run(CLI::App& app, RunOptions& options) {
       ->type_name("WHAT");
   command->add_option("--sort", options.profile_sort, "Their order: order (of the layers) or time")
       ->type_name("HOW");
+  command->add_option("--trace", options.trace, "Write the last pass as a trace for Perfetto")
+      ->type_name("FILE");
   command->add_flag("--keep-state", options.keep_state,
                     "Recurrent layers begin each pass where the last ended");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);

@@ -75,6 +75,7 @@ void run_network(const RunOptions& options) {
                         {.repeat = repeat,
                          .profile = options.profile,
                          .record = !options.dump.empty(),
+                         .trace = !options.trace.empty(),
                          .keep_state = options.keep_state});
   } catch (const ToolError& error) {
     throw ToolError(error.exit_code(), shown(options.model) + ": " + error.what());
@@ -88,6 +89,10 @@ void run_network(const RunOptions& options) {
   if (!options.dump.empty()) {
     const size_t count = write_records(result, network.report, options.dump);
     say("wrote " + counted(count, "array") + " to " + printable(options.dump));
+  }
+  if (result.trace) {
+    write_file(options.trace, marlo::toolkit::trace_json(*result.trace));
+    say("wrote " + printable(options.trace));
   }
   if (options.output == kStandardStream) return print(only_output(result));
   if (!options.output.empty()) {

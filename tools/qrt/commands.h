@@ -28,6 +28,7 @@ struct RunOptions {
   std::vector<std::string> inputs;  ///< files, "FILE" or "LAYER=FILE"
   std::string output;               ///< .npy file, or "-"; empty to print
   std::string dump;                 ///< folder for every layer's outputs; empty for none
+  std::string trace;                ///< file for a trace of the last pass; empty for none
   std::string labels;               ///< file with one label a line
   std::string sdk;
   uint64_t top = 0;     ///< so many best values; 0 for all values as they are

@@ -36,13 +36,16 @@ void reset_state(const Net& net) {
 
 std::unordered_map<unsigned int, Net::Tensors> pass(const LoadedNetwork& network,
                                                     const std::vector<InputData>& inputs,
-                                                    Times& times) {
+                                                    Times& times,
+                                                    marlo::toolkit::Tracer* tracer = nullptr) {
   auto& package = *network.package;
   const TensorMap tensors = make_inputs(inputs, *package.context->cpu);
+  if (tracer != nullptr) tracer->begin_pass();
   const Stopwatch watch;
   auto results =
       package.net->Forward(tensors, package.output_ids, package.context, nullptr, nullptr);
   times = watch.times();
+  if (tracer != nullptr) tracer->end_pass();
   return results;
 }
 
@@ -101,7 +104,13 @@ PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>
     for (uint64_t i = 0; i < options.repeat; ++i) {
       if (!options.keep_state) reset_state(*network.package->net);
       result.outputs.clear();
-      auto results = pass(network, inputs, times);
+      // Made for the last pass only, so that the others aren't watched.
+      std::optional<marlo::toolkit::Tracer> tracer;
+      if (options.trace && i + 1 == options.repeat) {
+        tracer.emplace(*network.package->net, *network.package->context);
+      }
+      auto results = pass(network, inputs, times, tracer ? &*tracer : nullptr);
+      if (tracer) result.trace = tracer->take();
       samples.push_back(times);
       if (profiler) profiler->end_pass(times);
       result.outputs = collect(network, results);
@@ -114,6 +123,7 @@ PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>
     throw ToolError(kRunError, "network " + quoted(network.report.id) + ": the pass failed: " +
                                    (fault.empty() ? "a kernel refused its input" : fault));
   }
+  if (result.trace) result.trace->network = printable(network.report.id);
   if (recorder) result.records = recorder->take_records();
   result.pass = median(samples);
   if (profiler) result.profile = counted_profile(profiler->profile(), network.report);

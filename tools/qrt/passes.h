@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "qrt_toolkit/trace/trace.h"
 #include "qrt_toolkit/watch/recorder.h"
 #include "tools/qrt/inputs.h"
 #include "tools/qrt/network.h"
@@ -28,10 +29,11 @@ struct OutputData {
 
 /// What the passes gave.
 struct PassResult {
-  std::vector<OutputData> outputs;   ///< of the last pass
-  Times pass;                        ///< medians of whole passes
-  std::vector<LayerRecord> records;  ///< of the last pass, where layers were recorded
-  std::optional<Profile> profile;    ///< where kernels were timed
+  std::vector<OutputData> outputs;             ///< of the last pass
+  Times pass;                                  ///< medians of whole passes
+  std::vector<LayerRecord> records;            ///< of the last pass, where layers were recorded
+  std::optional<Profile> profile;              ///< where kernels were timed
+  std::optional<marlo::toolkit::Trace> trace;  ///< of the last pass, where it was traced
 };
 
 /// How a network is run.
@@ -39,6 +41,7 @@ struct PassOptions {
   uint64_t repeat = 1;      ///< so many passes; more than one after a pass to warm up
   bool profile = false;     ///< kernels are timed
   bool record = false;      ///< every layer's outputs are kept
+  bool trace = false;       ///< the last pass is traced
   bool keep_state = false;  ///< recurrent layers begin a pass where the last one ended
 };
 
