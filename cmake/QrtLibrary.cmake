@@ -89,6 +89,13 @@ function(qrt_add_objects name sources)
   set(QRT_OBJECT_SETS ${QRT_OBJECT_SETS} ${name} PARENT_SCOPE)
 endfunction()
 
+# Functions that know many kernels, each in a section of its own: a linker then takes what a program calls, and leaves out
+# the kernels that only the others know. See qrt_core/runtime/engine/kernel_entries.h.
+file(GLOB registration_sources CONFIGURE_DEPENDS
+  "${PROJECT_SOURCE_DIR}/qrt_core/runtime/engine/register_*.cpp"
+  "${PROJECT_SOURCE_DIR}/qrt_core/runtime/engine/kernel_table.cpp")
+set_source_files_properties(${registration_sources} PROPERTIES COMPILE_OPTIONS "-ffunction-sections;-fdata-sections")
+
 qrt_add_objects(base base_sources)
 qrt_precompile_standard_library(qrt_objects_base)
 if(QRT_WITH_SSE)

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <set>
 
-#include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/tensor/align_up_pool.h"
 #include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/errors.h"
@@ -55,29 +54,6 @@ void create_context(std::shared_ptr<runtime::Context>& context, unsigned int ali
   auto device =
       runtime::CreateDeviceCPU(runtime::DetectCPUDevice(), static_pool, nullptr, dynamic_pool);
   context = runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr, nullptr);
-}
-
-void init_register_operators(runtime::KernelRegistry& kernels,
-                             runtime::InferenceParamRegistry& params) {
-  runtime::register_common_kernels(kernels);
-  runtime::register_portable_kernels(kernels);
-#if QRT_WITH_SSE
-  runtime::register_sse_kernels(kernels);
-#endif
-  runtime::register_quantisation_params(params);
-#if QRT_WITH_AVX
-  runtime::register_avx_kernels(kernels);
-#endif
-  runtime::register_convolution_quantisation_param(params);
-#if QRT_WITH_SGEMM
-  runtime::register_sgemm_kernels(kernels);
-#endif
-  runtime::register_convolution_quantisation_param(params);
-}
-
-void init_register_extension_operators(runtime::KernelRegistry& kernels,
-                                       runtime::InferenceParamRegistry&) {
-  runtime::register_extension_kernels(kernels);
 }
 
 _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major, unsigned short sdk_minor,

@@ -33,6 +33,7 @@ constexpr char kFooter[] =
     "  qrt kernels relu\n"
     "  qrt kernels --for net.qrtmodel:conv3          which kernels could run this layer?\n"
     "  qrt bench new.qrtmodel --against old.qrtmodel   which is faster?\n"
+    "  qrt select net.qrtmodel --output register_kernels.cpp\n"
     "  qrt compare net.json net.qrtmodel --input x.npy --bound 1e-3\n"
     "\n"
     "`qrt COMMAND --help` tells more about a command.\n"

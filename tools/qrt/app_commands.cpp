@@ -465,6 +465,25 @@ void add_kernels(CLI::App& app, KernelsOptions& options) {
   command->callback([&options] { run_kernels(options); });
 }
 
+void add_select(CLI::App& app, SelectOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("select", "Write C++ that registers only the kernels of some models");
+  command->add_option("MODEL", options.models, "Model files: .qrtmodel or .json, or -")
+      ->required()
+      ->type_name("FILE");
+  command->add_option("-n,--network", options.network, "The only network that counts")
+      ->type_name("ID");
+  command->add_option("-o,--output", options.output, "Write to this file instead of printing")
+      ->type_name("FILE");
+  command->footer(
+      "A program that is linked of this file and the static library, with -Wl,--gc-sections, has "
+      "no\n"
+      "other kernels: the file defines the functions that register them. Nothing else in the "
+      "program\n"
+      "changes; models that name other kernels can't be loaded by it.");
+  command->callback([&options] { run_select(options); });
+}
+
 void add_help(CLI::App& app, std::string& about) {
   CLI::App* command = app.add_subcommand("help", "Show the help of the tool or of a command");
   command->add_option("COMMAND", about, "The command")->type_name("NAME");
@@ -488,6 +507,7 @@ void add_commands(CLI::App& app, CommandOptions& options) {
   add_image(app, options.image);
   add_convert(app, options.convert);
   add_kernels(app, options.kernels);
+  add_select(app, options.select);
   add_help(app, options.help);
 }
 

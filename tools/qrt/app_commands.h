@@ -21,6 +21,7 @@ struct CommandOptions {
   ConvertOptions convert;
   ImportCommandOptions import;
   KernelsOptions kernels;
+  SelectOptions select;
   std::string help;  ///< the command that `qrt help` is asked about
 };
 

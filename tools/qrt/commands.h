@@ -141,6 +141,12 @@ struct ImportCommandOptions {
   bool json = false;
 };
 
+struct SelectOptions {
+  std::vector<std::string> models;
+  std::string network;  ///< id of the only one that counts; empty for all
+  std::string output;   ///< C++ file, or "-"; empty to print
+};
+
 struct KernelsOptions {
   std::vector<std::string> filters;  ///< parts of names, or patterns with * ? [
   std::string layer;                 ///< "MODEL:LAYER" that kernels are tried on; empty for none
@@ -161,6 +167,7 @@ void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);
 void run_import(const ImportCommandOptions& options);
 void run_kernels(const KernelsOptions& options);
+void run_select(const SelectOptions& options);
 
 /// Writes to standard output.
 /// @throws ToolError (kRunError) if it can't be written

@@ -9,6 +9,10 @@ using namespace kernel;
 
 void register_avx_kernels(KernelRegistry& kernels) { QRT_AVX_KERNELS(QRT_ADD_KERNEL) }
 
+namespace entries {
+QRT_AVX_KERNELS(QRT_DEFINE_KERNEL_ENTRY)
+}  // namespace entries
+
 }  // namespace marlo::runtime
 
 #endif

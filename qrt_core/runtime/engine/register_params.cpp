@@ -1,3 +1,4 @@
+#include "qrt_core/runtime/engine/kernel_entries.h"
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/model/inference_param.h"
 
@@ -14,11 +15,23 @@ void add_param(InferenceParamRegistry& params, const char* name) {
 
 void register_quantisation_params(InferenceParamRegistry& params) {
   register_convolution_quantisation_param(params);
-  add_param<InferenceParamUpsampling2DQuant>(params, "InferenceParamUpsampling2DQuant");
+  entries::InferenceParamUpsampling2DQuant(params);
 }
 
 void register_convolution_quantisation_param(InferenceParamRegistry& params) {
-  add_param<InferenceParamConv2DQuant>(params, "InferenceParamConv2DQuant");
+  entries::InferenceParamConv2DQuant(params);
 }
+
+namespace entries {
+
+void InferenceParamConv2DQuant(InferenceParamRegistry& params) {
+  add_param<runtime::InferenceParamConv2DQuant>(params, "InferenceParamConv2DQuant");
+}
+
+void InferenceParamUpsampling2DQuant(InferenceParamRegistry& params) {
+  add_param<runtime::InferenceParamUpsampling2DQuant>(params, "InferenceParamUpsampling2DQuant");
+}
+
+}  // namespace entries
 
 }  // namespace marlo::runtime

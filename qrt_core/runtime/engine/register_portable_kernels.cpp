@@ -18,4 +18,9 @@ void register_common_kernels(KernelRegistry& kernels) {
 
 void register_portable_kernels(KernelRegistry& kernels) { QRT_PORTABLE_KERNELS(QRT_ADD_KERNEL) }
 
+namespace entries {
+QRT_COMMON_KERNELS(QRT_DEFINE_KERNEL_ENTRY)
+QRT_PORTABLE_KERNELS(QRT_DEFINE_KERNEL_ENTRY)
+}  // namespace entries
+
 }  // namespace marlo::runtime

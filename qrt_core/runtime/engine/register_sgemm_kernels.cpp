@@ -9,6 +9,10 @@ using namespace kernel;
 
 void register_sgemm_kernels(KernelRegistry& kernels) { QRT_SGEMM_KERNELS(QRT_ADD_KERNEL) }
 
+namespace entries {
+QRT_SGEMM_KERNELS(QRT_DEFINE_KERNEL_ENTRY)
+}  // namespace entries
+
 }  // namespace marlo::runtime
 
 #endif

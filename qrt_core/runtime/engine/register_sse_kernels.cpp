@@ -9,6 +9,10 @@ using namespace kernel;
 
 void register_sse_kernels(KernelRegistry& kernels) { QRT_SSE_KERNELS(QRT_ADD_KERNEL) }
 
+namespace entries {
+QRT_SSE_KERNELS(QRT_DEFINE_KERNEL_ENTRY)
+}  // namespace entries
+
 }  // namespace marlo::runtime
 
 #endif

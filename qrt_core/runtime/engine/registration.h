@@ -42,4 +42,9 @@ void add_kernel(KernelRegistry& kernels) {
 /// The same for one entry of a family's list; see `QRT_KERNEL`.
 #define QRT_ADD_KERNEL(Name, row) add_kernel<Name>(kernels);
 
+/// Defines the function of kernel_entries.h for one entry of a family's list. Each group's are
+/// compiled into sections of their own, from which a linker takes those that are called.
+#define QRT_DEFINE_KERNEL_ENTRY(Name, row) \
+  void Name(KernelRegistry& kernels) { add_kernel<kernel::Name>(kernels); }
+
 }  // namespace marlo::runtime
