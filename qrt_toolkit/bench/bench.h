@@ -39,8 +39,8 @@ struct BenchOptions {
 
 /// What was measured of one network.
 struct BenchedNetwork {
-  std::string name;
-  std::string network;
+  std::string name;            ///< of the subject
+  std::string network;         ///< its id in the model
   double load_ms = 0.0;        ///< from nothing to a network that can run
   double first_pass_ms = 0.0;  ///< of it alone, with the check of the shapes
   bool is_steady = false;      ///< whether the passes settled before they were sampled
@@ -67,7 +67,7 @@ struct BenchRatio {
 
 /// What a measurement gave.
 struct BenchResult {
-  unsigned threads = 1;
+  unsigned threads = 1;                  ///< as many as were asked for
   std::vector<BenchedNetwork> networks;  ///< in the order of the subjects
   std::vector<BenchRatio> ratios;        ///< of each to the first
   uint64_t resident_bytes = 0;           ///< of the whole process in the end

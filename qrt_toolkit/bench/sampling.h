@@ -18,8 +18,8 @@ struct SamplingOptions {
   double least_ms = 500.0;       ///< of samples, for each subject
   double most_ms = 10000.0;      ///< of samples, for each subject
   double most_warm_ms = 3000.0;  ///< before that, for each subject
-  size_t least_rounds = 10;
-  size_t most_rounds = 20000;
+  size_t least_rounds = 10;      ///< however long they take
+  size_t most_rounds = 20000;    ///< however short they are; also of a warm-up
   size_t warm_window = 5;        ///< as `steady_from` takes it
   double warm_tolerance = 0.02;  ///< the same
 };

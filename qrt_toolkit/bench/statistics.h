@@ -20,13 +20,13 @@ QRT_API double quantile(std::vector<double> samples, double share);
 
 /// What is to know about samples of one kind, in their unit.
 struct Summary {
-  size_t count = 0;
-  double minimum = 0.0;
-  double median = 0.0;
-  double mean = 0.0;
-  double p90 = 0.0;  ///< nine of ten are below
-  double p99 = 0.0;  ///< 99 of 100 are below
-  double maximum = 0.0;
+  size_t count = 0;      ///< of samples
+  double minimum = 0.0;  ///< the least of them
+  double median = 0.0;   ///< as many are below as above
+  double mean = 0.0;     ///< their sum over their count
+  double p90 = 0.0;      ///< nine of ten are below
+  double p99 = 0.0;      ///< 99 of 100 are below
+  double maximum = 0.0;  ///< the largest of them
   /// The width of the middle half (from the first quartile to the third) as a share of the median:
   /// 0.01 says that half of the samples lie within about one percent.
   double spread = 0.0;
@@ -37,9 +37,9 @@ QRT_API Summary summarise(const std::vector<double>& samples);
 
 /// An estimate with the bounds between which the true value lies, at the confidence asked for.
 struct Interval {
-  double estimate = 0.0;
-  double low = 0.0;
-  double high = 0.0;
+  double estimate = 0.0;  ///< the most likely value
+  double low = 0.0;       ///< the lower bound
+  double high = 0.0;      ///< the upper bound
 };
 
 /// The confidence of intervals where none is given.

@@ -20,6 +20,7 @@ struct Times {
 /// Times from its making on. It belongs to one thread.
 class QRT_API Stopwatch {
  public:
+  /// Begins now.
   Stopwatch();
   /// What has passed since then.
   Times times() const;

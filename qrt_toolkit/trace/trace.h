@@ -26,13 +26,13 @@ enum class TraceKind {
 
 /// One thing that happened in a pass.
 struct TraceEvent {
-  TraceKind kind = TraceKind::pass;
-  double begin_us = 0.0;         ///< microseconds from the beginning of the pass
-  double duration_us = 0.0;      ///< 0 for allocations and releases
-  std::string layer;             ///< id of a kernel's layer; empty for the rest
-  std::string layer_kind;        ///< its printed type, such as "Conv2d"
-  std::string role;              ///< of a converter: "input converter 0" and the like
-  std::string kernel;            ///< its name
+  TraceKind kind = TraceKind::pass;  ///< what it is
+  double begin_us = 0.0;             ///< microseconds from the beginning of the pass
+  double duration_us = 0.0;          ///< 0 for allocations and releases
+  std::string layer;                 ///< id of a kernel's layer; empty for the rest
+  std::string layer_kind;            ///< its printed type, such as "Conv2d"
+  std::string role;                  ///< of a converter: "input converter 0" and the like
+  std::string kernel;                ///< its name
   runtime::TensorShape output;   ///< of a kernel: its first output; without dims if it made none
   bool in_dynamic_pool = false;  ///< of an allocation or release: which of the device's two pools
   uint64_t bytes = 0;            ///< of an allocation or release
