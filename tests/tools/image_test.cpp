@@ -55,6 +55,15 @@ class ImageTest : public ToolTest {
   }
 };
 
+TEST_F(ImageTest, StandardOutputIsPnm) {
+  const Outcome gray = qrt({"image", "-", "-", "--flip", "horizontal"}, path("gray.pgm"));
+  EXPECT_EQ(gray.code, 0) << gray.err;
+  EXPECT_EQ(gray.out, pgm(3, 2, {3, 2, 1, 6, 5, 4}));
+  EXPECT_EQ(gray.err, "");
+  EXPECT_EQ(qrt({"image", path("color.ppm"), "-", "--swap"}).out,
+            ppm(2, 1, {0, 0, 255, 30, 20, 10}));
+}
+
 TEST_F(ImageTest, CopiesAPictureWithoutOperations) {
   EXPECT_EQ(made("gray.pgm", {}), pgm(3, 2, {1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(made("color.ppm", {}), ppm(2, 1, {255, 0, 0, 10, 20, 30}));

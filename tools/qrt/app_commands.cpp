@@ -379,7 +379,8 @@ void add_image(CLI::App& app, ImageOptions& options) {
   command->footer(
       "Operations are applied in the order of the command line, each as often as it is given, by\n"
       "the functions that prepare a network's input. IN is PNG, JPEG, BMP, PGM or PPM, and OUT\n"
-      "what its name says: .png, .jpg, .bmp, .pgm or .ppm.\n"
+      "what its name says: .png, .jpg, .bmp, .pgm or .ppm; OUT - is PGM or PPM on standard "
+      "output.\n"
       "  qrt image photo.jpg small.png --crop 800x600 --resize 320x240 --rotate 90 --gray");
   command->callback([command, &options] {
     options.steps = steps_in_order(*command);

@@ -27,17 +27,19 @@ Picture read_source(const ImageSteps& steps, const ImageOptions& options) {
     return read_yuv(steps, options.yuv, std::move(bytes));
   } catch (const ToolError& error) {
     if (error.exit_code() != kInputError) throw;
-    throw ToolError(error.exit_code(), printable(options.input) + ": " + error.what());
+    throw ToolError(error.exit_code(), shown(options.input) + ": " + error.what());
   }
 }
 
 }  // namespace
 
 void run_image(const ImageOptions& options) {
-  const PictureFormat format = picture_format_of(options.output);
+  const bool to_stream = options.output == kStandardStream;
+  const PictureFormat format = to_stream ? PictureFormat::pnm : picture_format_of(options.output);
   const ImageSteps steps;
   Picture picture = read_source(steps, options);
   for (const ImageStep& step : options.steps) picture = steps.apply(picture, step);
+  if (to_stream) return print(picture_bytes(picture, format));
   write_file(options.output, picture_bytes(picture, format));
   say("wrote " + printable(options.output) + ": " + sizes_text({picture.width, picture.height}) +
       (picture.channels == 1 ? ", gray" : ", red, green and blue"));

@@ -101,7 +101,7 @@ struct TuneCommandOptions {
 
 struct ImageOptions {
   std::string input;
-  std::string output;
+  std::string output;            ///< "-" is standard output
   std::string yuv;               ///< "FORMAT:WIDTHxHEIGHT" of a raw picture; empty for a file
   std::vector<ImageStep> steps;  ///< in the order in which they are applied
 };
