@@ -57,12 +57,12 @@ TEST(BenchOutput, JsonHoldsPassesAsGoogleBenchmarkDoes) {
   EXPECT_STREQ(entries[3]["name"].GetString(), "net/n#2");
   for (const auto& entry : entries.GetArray()) {
     EXPECT_STREQ(entry["run_type"].GetString(), "iteration");
-    EXPECT_STREQ(entry["time_unit"].GetString(), "ms");
+    EXPECT_STREQ(entry["time_unit"].GetString(), "us");
     EXPECT_EQ(entry["repetitions"].GetUint(), 3u);
     EXPECT_EQ(entry["iterations"].GetUint(), 1u);
   }
-  EXPECT_EQ(entries[1]["real_time"].GetDouble(), 4.0);
-  EXPECT_EQ(entries[1]["cpu_time"].GetDouble(), 3.0);
+  EXPECT_EQ(entries[1]["real_time"].GetDouble(), 4000.0);
+  EXPECT_EQ(entries[1]["cpu_time"].GetDouble(), 3000.0);
   const auto& context = json["context"];
   EXPECT_TRUE(context["date"].IsString());
   EXPECT_EQ(context["networks"].Size(), 2u);
@@ -82,7 +82,7 @@ TEST(BenchOutput, ManyPassesAreGroupedSoThatTheirMeanStays) {
   const auto& entries = json["benchmarks"];
   ASSERT_EQ(entries.Size(), 834u);
   EXPECT_EQ(entries[0]["iterations"].GetUint(), 3u);
-  EXPECT_EQ(entries[0]["real_time"].GetDouble(), 2.0);
+  EXPECT_EQ(entries[0]["real_time"].GetDouble(), 2000.0);
   EXPECT_EQ(entries[833]["iterations"].GetUint(), 1u);
 }
 

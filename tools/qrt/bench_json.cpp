@@ -146,9 +146,10 @@ void add_passes(JsonText& json, const BenchResult& result, size_t family, const 
     json.integer("repetition_index", entry);
     json.integer("threads", result.threads);
     json.integer("iterations", end - begin);
-    json.number("real_time", sum.wall_ms / static_cast<double>(end - begin));
-    json.number("cpu_time", sum.cpu_ms / static_cast<double>(end - begin));
-    json.text("time_unit", "ms");
+    // The comparison script prints times without decimals.
+    json.number("real_time", 1000.0 * sum.wall_ms / static_cast<double>(end - begin));
+    json.number("cpu_time", 1000.0 * sum.cpu_ms / static_cast<double>(end - begin));
+    json.text("time_unit", "us");
     json.end_object();
   }
 }
