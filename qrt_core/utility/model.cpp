@@ -251,6 +251,7 @@ std::unique_ptr<Network> Network::clone_on(const std::shared_ptr<Context>& conte
   auto state = std::make_unique<State>();
   state->id = state_->id;
   state->weights = state_->weights;
+  state->summary = state_->summary;
   state->context = context;
   state->package = std::make_shared<_NetworkPackage>(*state_->package);
   state->package->context = context;
