@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "qrt_core/kernel/extension/kernels.h"
+#include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/utility/application.h"
 #include "tests/support/processor.h"
