@@ -57,7 +57,8 @@ QRT_ELEMENT_FUNCTION(ReLU6, clamped<V>(x, zero, V::splat(6.0f)))
 QRT_ELEMENT_FUNCTION(HSigmoid, V::times(V::minimum(V::maximum(V::plus(x, V::splat(3.0f)), zero),
                                                    V::splat(6.0f)),
                                         V::splat(0x1.555556p-3f)))
-QRT_ELEMENT_FUNCTION(HSwish, V::times(HSigmoid::of<V>(x, a, b), finite_below<V>(x)))
+// As documented: of minus infinity a NaN.
+QRT_ELEMENT_FUNCTION(HSwish, V::times(HSigmoid::of<V>(x, a, b), x))
 QRT_ELEMENT_FUNCTION(HardSigmoid, clamped<V>(V::fused(a, x, b), zero, one))
 QRT_ELEMENT_FUNCTION(LeakyReLU, V::select(V::less(x, zero), V::times(x, a), x))
 QRT_ELEMENT_FUNCTION(Elu,

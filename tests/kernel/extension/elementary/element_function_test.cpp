@@ -70,7 +70,7 @@ const std::map<std::string, Definition>& definitions() {
       {"ReLU", {QRT_OF(x < 0 ? 0 : x), 0}},
       {"ReLU6", {QRT_OF(clamp(x, 0, 6)), 0}},
       {"HSigmoid", {QRT_OF(std::isnan(x) ? 0 : clamp(x + 3, 0, 6) / 6), 2, 1e-7}},
-      {"HSwish", {QRT_OF(gate(x, clamp(x + 3, 0, 6) / 6)), 3, 2e-7}},
+      {"HSwish", {QRT_OF(x * (clamp(x + 3, 0, 6) / 6)), 3, 2e-7}},
       {"HardSigmoid", {QRT_OF(clamp(a * x + b, 0, 1)), 1, 0, 0.2f, 0.5f}},
       {"LeakyReLU", {QRT_OF(x < 0 ? a * x : x), 0.5, 0, 0.1f}},
       {"Elu", {QRT_OF(elu(x, a)), 2, 0, 0.7f}},
