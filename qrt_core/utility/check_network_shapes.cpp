@@ -2,6 +2,7 @@
 #include <exception>
 #include <map>
 #include <optional>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -196,8 +197,34 @@ bool reads_rectified(const std::vector<CheckedLayer>& layers, const CheckedLayer
   return !checked.layer->inputs.empty();
 }
 
+// Whether an activation may be the function of an epilogue: descriptions tell two of them by a code.
+bool may_be(const runtime::ActivationInfo& activation, std::string_view epilogue) {
+  constexpr uint16_t kRectifier = 2;
+  constexpr uint16_t kLeaky = 4;
+  constexpr uint16_t kTanh = 5;
+  if (activation.activation_type == kRectifier) return epilogue == "ReLU";
+  if (activation.activation_type == kTanh) return epilogue == "Tanh";
+  return activation.activation_type != kLeaky;
+}
+
+// Whether what a kernel does besides is what the one layer behind it is for, which passes it through.
+bool is_fused(const std::vector<CheckedLayer>& layers, const CheckedLayer& checked,
+              const runtime::QRModelInfo& info, std::string_view epilogue) {
+  const std::vector<std::string>& outputs = info.squential_output_ids;
+  if (checked.layer->consumers.size() != 1 ||
+      std::find(outputs.begin(), outputs.end(), checked.layer->id) != outputs.end()) {
+    return false;
+  }
+  const CheckedLayer& reader = layers[checked.layer->consumers[0].first];
+  const auto* activation = dynamic_cast<const runtime::ActivationInfo*>(reader.info.get());
+  return activation != nullptr && may_be(*activation, epilogue) && reader.layer != nullptr &&
+         reader.layer->kernel != nullptr &&
+         reader.layer->kernel->GetKernelName() == "Straight_Through_Fallback_M1";
+}
+
 void check_meaning(const std::vector<CheckedLayer>& layers, const CheckedLayer& checked,
-                   const std::vector<TensorShape>& inputs, FindingList& findings) {
+                   const runtime::QRModelInfo& info, const std::vector<TensorShape>& inputs,
+                   FindingList& findings) {
   const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(checked.layer->kernel.get());
   if (facts == nullptr) return;
   std::vector<Misfit> misfits;
@@ -207,6 +234,10 @@ void check_meaning(const std::vector<CheckedLayer>& layers, const CheckedLayer& 
     throw;
   } catch (const std::exception&) {
     return;  // it can't say
+  }
+  if (!facts->epilogue().empty() && is_fused(layers, checked, info, facts->epilogue())) {
+    const auto is_epilogue = [](const Misfit& m) { return m.member == "epilogue"; };
+    misfits.erase(std::remove_if(misfits.begin(), misfits.end(), is_epilogue), misfits.end());
   }
   const bool is_maximum =
       dynamic_cast<const runtime::MaxPool2dInfo*>(checked.info.get()) != nullptr;
@@ -230,8 +261,8 @@ void check_network_shapes(const std::vector<CheckedLayer>& layers, const runtime
     if (checked.layer == nullptr || checked.info == nullptr || !check.has_kernels(p)) continue;
     static const LayerShapes unknown;
     const LayerShapes& found = walked ? walked->layers[p] : unknown;
-    check_meaning(layers, checked, found.is_consequence ? std::vector<TensorShape>() : found.inputs,
-                  findings);
+    check_meaning(layers, checked, info,
+                  found.is_consequence ? std::vector<TensorShape>() : found.inputs, findings);
     if (!walked || found.is_consequence) continue;
     if (!found.fault.empty()) {
       add_fault(checked, found, findings);

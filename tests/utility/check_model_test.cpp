@@ -384,6 +384,33 @@ TEST(CheckModel, BlocksThatPadChannelsAreNamed) {
   EXPECT_THAT(padded->found, HasSubstr("16 channels"));
 }
 
+#if QRT_WITH_EXTENSIONS
+// A convolution with a rectifier and the layer behind it, as it is configured.
+std::string findings_of_fused(const char* behind, uint16_t type, std::vector<std::string> outputs) {
+  auto activation = std::make_shared<runtime::ActivationInfo>();
+  activation->activation_type = type;
+  auto model = ModelBuilder()
+                   .input("x")
+                   .layer("c", {"x"}, convolution(8, 8, 3, 1, 1),
+                          "Conv2d_K3x3_S1x1_D1x1_G1_FMA_C8HW8_FLOAT_ReLU_M1")
+                   .input_converter("0", "LayoutTransform_MainMemory_CHW_Float_To_C8HW8_AVX_M1")
+                   .layer("r", {"c"}, activation, behind)
+                   .outputs(outputs);
+  return all_texts(check_model(model.build()));
+}
+
+TEST(CheckModel, BothEndsOfAFusedActivationBelongTogether) {
+  QRT_SKIP_WHERE_MISSING("Conv2d_K3x3_S1x1_D1x1_G1_FMA_C8HW8_FLOAT_ReLU_M1");
+  constexpr char kPasses[] = "Straight_Through_Fallback_M1";
+  EXPECT_EQ(findings_of_fused(kPasses, 2, {"r"}), "");
+  for (const std::string& wrong :
+       {findings_of_fused("ReLU_AVX_Float_M1", 2, {"r"}), findings_of_fused(kPasses, 5, {"r"}),
+        findings_of_fused(kPasses, 2, {"r", "c"})}) {
+    EXPECT_THAT(wrong, HasSubstr("epilogue: expected none, or that of the one layer"));
+  }
+}
+#endif
+
 #endif  // QRT_WITH_AVX
 
 TEST(CheckModel, FilesThatAreNoModelsGiveOneFinding) {

@@ -271,6 +271,7 @@ KernelFamily::Misfits Convolution<Geometry>::differences(const LayerInfo& info,
   const Params params = Geometry::params_of(*description);
   Misfits found = channel_differences(row_.computes, row_.input.layout, row_.output.layout,
                                       Geometry::as_plane(params));
+  add_epilogue_difference(row_.epilogue, found);
   const bool has_input = !inputs.empty() && inputs[0].dims.size() >= Geometry::kDims;
   if (!has_input) return found;
   if (inputs[0].data_type == DataType::FLOAT16) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "qrt_core/kernel/conv/acceptance.h"
+#include "qrt_core/kernel/epilogue.h"
 #include "qrt_core/runtime/tensor/tensor_shape.h"
 
 // What a convolution kernel can say about layers and inputs beyond its checks.
@@ -34,6 +35,9 @@ std::vector<runtime::Misfit> missing_numbers(const char* member, const std::stri
 std::vector<runtime::Misfit> input_misfits(const ConvolutionSide& side, runtime::DataType type,
                                            uint32_t channels, size_t planar_dims,
                                            const std::vector<runtime::TensorShape>& inputs);
+
+/// That a kernel's results are those of an activation besides, member "epilogue".
+void add_epilogue_difference(Epilogue epilogue, std::vector<runtime::Misfit>& misfits);
 
 /// Where what is computed of an accepted layer isn't what its description says: groups, and
 /// channels that don't fill the blocks of a layout.
