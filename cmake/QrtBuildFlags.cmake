@@ -62,8 +62,9 @@ if(NOT QRT_SANITIZE)
 endif()
 
 # qrt_precompile_standard_library(<target>): with QRT_PRECOMPILE, what most sources include from the standard library is
-# compiled once for a target, which saves half of what a small source takes. The code is the same. A source that lacks
-# an include is seen by the builds without.
+# compiled once for a target, which saves half of what a small source takes. A source that lacks an include
+# is seen by the builds without. Without optimisation only: where GCC optimises, it warns of what happens within such
+# headers, and is wrong about plain concatenations of strings.
 function(qrt_precompile_standard_library target)
   if(QRT_PRECOMPILE)
     target_precompile_headers(${target} PRIVATE
