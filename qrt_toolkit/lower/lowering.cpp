@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
@@ -161,6 +162,13 @@ Plan Lowering::run() {
       refusals.push_back(refusal_of(*node_, fault));
     }
   }
+  lower_outputs(refusals);
+  if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
+  plan_.keep_only(outputs_);
+  return std::move(plan_);
+}
+
+void Lowering::lower_outputs(std::vector<Refusal>& refusals) {
   for (const ValueId id : graph_.outputs) {
     const auto& layer = values_[static_cast<size_t>(id)].layer;
     if (!layer && refusals.empty()) {
@@ -174,8 +182,6 @@ Plan Lowering::run() {
     outputs_.push_back(own ? *layer : copied(*layer));
     plan_.layer(outputs_.back()).value = id;
   }
-  if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
-  return std::move(plan_);
 }
 
 Extents Lowering::sizes_of(ValueId id) const {
@@ -241,6 +247,33 @@ bool Lowering::is_read(size_t place) const {
   return node_->has_output(place) && !graph_.is_unused(node_->outputs[place]);
 }
 
+std::optional<size_t> Lowering::remembered_below() const {
+  static const std::set<std::string> shaping = {"Squeeze", "Unsqueeze", "Reshape", "Transpose",
+                                                "Flatten"};
+  for (ValueId id = input_id(0);;) {
+    const Value& value = graph_.value(id);
+    const bool read_elsewhere =
+        value.readers.size() != 1 ||
+        std::find(graph_.outputs.begin(), graph_.outputs.end(), id) != graph_.outputs.end();
+    if (read_elsewhere || value.producer == kAbsent) return std::nullopt;
+    const Node& producer = graph_.node(value.producer);
+    if (shaping.count(producer.op) != 0) {
+      id = producer.inputs.at(0);
+      continue;
+    }
+    for (size_t i = 1; i < producer.outputs.size(); ++i) {
+      if (producer.outputs[i] != kAbsent && !graph_.is_unused(producer.outputs[i])) {
+        return std::nullopt;
+      }
+    }
+    const auto place = remembered_.find(id);
+    if (producer.op != node_->op || place == remembered_.end()) return std::nullopt;
+    return place->second;
+  }
+}
+
+void Lowering::remember(size_t layer) { remembered_[node_->outputs.at(0)] = layer; }
+
 void Lowering::state_note() {
   const char* note =
       "recurrent layers keep their state from pass to pass: call ResetState before each sequence "
@@ -289,6 +322,12 @@ size_t Lowering::axis_of_input(size_t place, int64_t axis) const {
 }
 
 size_t Lowering::reshaped(size_t layer, const Extents& sizes) {
+  // Of several reshapes in a row the last one counts.
+  while (plan_.layer(layer).info->type == runtime::TensorReshapeInfo().type) {
+    const TensorShape& shape = plan_.shape(layer);
+    if (extents_of(shape) == sizes && shape.layout == layout_of(sizes.size())) return layer;
+    layer = plan_.layer(layer).inputs[0];
+  }
   const TensorShape& shape = plan_.shape(layer);
   if (extents_of(shape) == sizes && shape.layout == layout_of(sizes.size())) return layer;
   auto info = std::make_shared<runtime::TensorReshapeInfo>();

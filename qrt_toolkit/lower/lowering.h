@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -55,6 +56,12 @@ class Lowering {
   /// A constant input as it is broadcast against the output, without the batch; null where the
   /// input isn't a constant. Throws NodeFault where its numbers differ along the batch.
   SharedNumbers aligned_constant(size_t place) const;
+
+  /// The layer that `remember` was told of for the node whose first output alone, through nodes that
+  /// give it another shape, is this one's first input; nothing where something else reads it too, or
+  /// the node is another operator.
+  std::optional<size_t> remembered_below() const;
+  void remember(size_t layer);
 
   /// Whether anything reads an output, or it is one of the graph's.
   bool is_read(size_t place) const;
@@ -152,6 +159,7 @@ class Lowering {
   const Facts& facts_of(ValueId id) const { return facts_[static_cast<size_t>(id)]; }
   Extents sizes_of(ValueId id) const;
   Extents constant_sizes(ValueId id) const;
+  void lower_outputs(std::vector<Refusal>& refusals);
   size_t with_tensors(size_t layer, const Numbers& scale, const Numbers& shift);
   ValueId input_id(size_t place) const;
 
@@ -160,6 +168,7 @@ class Lowering {
   std::vector<std::optional<size_t>> batch_;
   std::vector<Known> values_;
   std::vector<size_t> outputs_;
+  std::map<ValueId, size_t> remembered_;
   std::optional<size_t> one_;  ///< the layer that makes a single one
   Plan plan_;
   const Node* node_ = nullptr;

@@ -80,4 +80,24 @@ size_t Plan::add(std::shared_ptr<runtime::LayerInfo> info, const std::string& ke
   return layers_.size() - 1;
 }
 
+void Plan::keep_only(std::vector<size_t>& outputs) {
+  std::vector<bool> stays(layers_.size(), false);
+  for (const size_t output : outputs) stays[output] = true;
+  for (size_t i = layers_.size(); i-- > 0;) {
+    if (layers_[i].inputs.empty()) stays[i] = true;
+    if (!stays[i]) continue;
+    for (const size_t input : layers_[i].inputs) stays[input] = true;
+  }
+  std::vector<size_t> number(layers_.size());
+  std::vector<PlannedLayer> kept;
+  for (size_t i = 0; i < layers_.size(); ++i) {
+    if (!stays[i]) continue;
+    number[i] = kept.size();
+    kept.push_back(std::move(layers_[i]));
+    for (size_t& input : kept.back().inputs) input = number[input];
+  }
+  for (size_t& output : outputs) output = number[output];
+  layers_ = std::move(kept);
+}
+
 }  // namespace marlo::toolkit

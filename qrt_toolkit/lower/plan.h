@@ -39,6 +39,10 @@ class Plan {
   size_t add(std::shared_ptr<runtime::LayerInfo> info, const std::string& kernel,
              const std::vector<size_t>& inputs);
 
+  /// Leaves out what neither is one of `outputs`, nor is read by a layer that stays, nor is an
+  /// input; `outputs` gets the new numbers.
+  void keep_only(std::vector<size_t>& outputs);
+
   const PlannedLayer& layer(size_t index) const { return layers_.at(index); }
   PlannedLayer& layer(size_t index) { return layers_.at(index); }
   const std::vector<PlannedLayer>& layers() const { return layers_; }

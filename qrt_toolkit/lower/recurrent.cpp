@@ -192,6 +192,63 @@ size_t last_states(Lowering& lowering, size_t rows, const Sizes& sizes) {
   return lowering.joined({row(false), row(true)}, 0);
 }
 
+bool same_functions(const runtime::LayerInfo&, const runtime::LayerInfo&) { return true; }
+bool same_functions(const runtime::RNNInfo& a, const runtime::RNNInfo& b) {
+  return a.activation_type == b.activation_type;
+}
+
+/// The description of two layers, one above the other; null where the kernel can't have them in
+/// one.
+template <class Info>
+std::shared_ptr<Info> stacked(const Info& below, const Info& above) {
+  const bool alike = below.hidden_size == above.hidden_size && below.if_bias == above.if_bias &&
+                     below.bidirectional == above.bidirectional && same_functions(below, above);
+  if (!alike) return nullptr;
+  auto both = std::make_shared<Info>(below);
+  both->num_layers = static_cast<uint16_t>(below.num_layers + above.num_layers);
+  Info upper = above;
+  for (const bool reverse : {false, true}) {
+    const Direction to = direction_of(*both, reverse);
+    const Direction from = direction_of(upper, reverse);
+    to.weight_ih.insert(to.weight_ih.end(), from.weight_ih.begin(), from.weight_ih.end());
+    to.weight_hh.insert(to.weight_hh.end(), from.weight_hh.begin(), from.weight_hh.end());
+    to.bias_ih.insert(to.bias_ih.end(), from.bias_ih.begin(), from.bias_ih.end());
+    to.bias_hh.insert(to.bias_hh.end(), from.bias_hh.begin(), from.bias_hh.end());
+  }
+  return both;
+}
+
+bool is_reshape_of(const Plan& plan, size_t layer, size_t source) {
+  const PlannedLayer& one = plan.layer(layer);
+  return dynamic_cast<const runtime::TensorReshapeInfo*>(one.info.get()) != nullptr &&
+         one.inputs.at(0) == source;
+}
+
+/// Adds the layer, or one that holds it and the one below.
+template <class Info>
+size_t add_layer(Lowering& lowering, std::shared_ptr<Info> info, const Sizes& sizes) {
+  Plan& plan = lowering.plan();
+  size_t input = lowering.reshaped(lowering.input(0), {sizes.steps, sizes.in});
+  const uint64_t directions = info->bidirectional ? 2 : 1;
+  const Network network = network_of(*info);
+  uint64_t products = directions * network.gates.size() *
+                      static_cast<uint64_t>(sizes.steps * sizes.hidden * (sizes.in + sizes.hidden));
+  const auto below = sizes.reverse_only ? std::nullopt : lowering.remembered_below();
+  const auto* lower = below ? dynamic_cast<const Info*>(plan.layer(*below).info.get()) : nullptr;
+  // Only what was given another shape in between is the same rows.
+  if (lower != nullptr && (input == *below || is_reshape_of(plan, input, *below))) {
+    if (auto both = stacked(*lower, *info)) {
+      info = std::move(both);
+      products += plan.layer(*below).products;
+      input = plan.layer(*below).inputs.at(0);
+    }
+  }
+  const size_t rows = plan.add(std::move(info), network.kernel, {input});
+  plan.layer(rows).products = products;
+  if (!sizes.reverse_only) lowering.remember(rows);
+  return rows;
+}
+
 template <class Info>
 void lower_recurrent(Lowering& lowering) {
   const Node& node = lowering.node();
@@ -204,14 +261,7 @@ void lower_recurrent(Lowering& lowering) {
   auto info = std::make_shared<Info>();
   set_functions(node, *info);
   set_weights(lowering, sizes, *info);
-  const char* kernel = network_of(*info).kernel;
-  const uint64_t gates = network_of(*info).gates.size();
-  const uint64_t directions = info->bidirectional ? 2 : 1;
-  size_t rows = lowering.plan().add(
-      std::move(info), kernel, {lowering.reshaped(lowering.input(0), {sizes.steps, sizes.in})});
-  lowering.plan().layer(rows).products =
-      directions * gates *
-      static_cast<uint64_t>(sizes.steps * sizes.hidden * (sizes.in + sizes.hidden));
+  size_t rows = add_layer(lowering, std::move(info), sizes);
   if (sizes.reverse_only) {
     rows = lowering.sliced(rows, {{0, sizes.steps, 1}, {sizes.hidden, sizes.hidden, 1}});
     rows = lowering.reshaped(rows, {sizes.steps, sizes.hidden});

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "qrt_toolkit/operators/groups.h"
 #include "qrt_toolkit/operators/inference.h"
@@ -73,6 +74,29 @@ struct LogOfSum : Plain {
   static double after(double sum, double) { return std::log(sum); }
 };
 
+/// Integers beyond 64 bits become the outermost ones, and NaN zero.
+template <class T>
+T number_of(double number) {
+  if constexpr (std::is_same_v<T, int64_t>) {
+    constexpr double kEnd = 9223372036854775808.0;
+    if (number >= kEnd) return std::numeric_limits<T>::max();
+    if (number < -kEnd) return std::numeric_limits<T>::min();
+    return number == number ? static_cast<T>(number) : 0;
+  } else {
+    return number;
+  }
+}
+
+/// Integers wrap around.
+template <class T>
+T sum_of(T a, T b) {
+  if constexpr (std::is_same_v<T, int64_t>) {
+    return static_cast<T>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+  } else {
+    return a + b;
+  }
+}
+
 Numbers::Integers axes_of(const Operands& inputs) { return inputs.integers(1, {}); }
 
 template <class Rule>
@@ -94,7 +118,7 @@ Results sum_by(const Node& node, const Operands& inputs) {
       [&](auto& out) {
         using T = typename std::decay_t<decltype(out)>::value_type;
         for (size_t i = 0; i < sums.size(); ++i) {
-          out[i] = static_cast<T>(Rule::after(sums[i], terms));
+          out[i] = number_of<T>(Rule::after(sums[i], terms));
         }
       },
       result.data);
@@ -257,7 +281,7 @@ Results cumulative_sum(const Node& node, const Operands& inputs) {
                   auto& number =
                       numbers[static_cast<size_t>(at[0] + i * steps[0] + along * stride)];
                   const auto before = sum;
-                  sum += number;
+                  sum = sum_of(sum, number);
                   number = exclusive ? before : sum;
                 }
               }

@@ -113,7 +113,15 @@ Results range(const Node&, const Operands& inputs) {
         using T = typename List::value_type;
         const T start = std::get<List>(inputs[0].data)[0];
         const T step = std::get<List>(inputs[2].data).at(0);
-        for (size_t i = 0; i < out.size(); ++i) out[i] = start + static_cast<T>(i) * step;
+        for (size_t i = 0; i < out.size(); ++i) {
+          if constexpr (std::is_same_v<T, int64_t>) {
+            // Wraps around where a limit lies beyond 64 bits.
+            out[i] = static_cast<T>(static_cast<uint64_t>(start) +
+                                    uint64_t{i} * static_cast<uint64_t>(step));
+          } else {
+            out[i] = start + static_cast<T>(i) * step;
+          }
+        }
       },
       result.data);
   return {std::move(result)};

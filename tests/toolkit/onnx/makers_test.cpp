@@ -298,6 +298,30 @@ TEST(Makers, ARecurrentLayerBackwards) {
   }
 }
 
+// Between the two stand the nodes that an exporter puts there; the kernel takes both layers.
+TEST(Makers, StackedRecurrentLayersBecomeOne) {
+  const std::string weights =
+      R"(float[2,2,3] w1 = {0.5, -0.25, 0.125, 1, 0, -1, 1, 0.5, -0.5, 0.3, 0.2, 0.1},
+       float[2,2,2] r1 = {0.5, 0.25, -0.5, 1, 0.1, 0.2, 0.3, 0.4}, float[2,4] b1 = {0.1, 0.2, 0.3, 0.4, 0, -0.1, -0.2, 0},
+       float[2,2,4] w2 = {0.5, -0.25, 0.125, 1, 0, -1, 1, 0.5, -0.5, 0.3, 0.2, 0.1, 0.7, -0.7, 0.2, 0},
+       float[2,2,2] r2 = {0.1, -0.25, 0.5, 1, -0.1, 0.2, -0.3, 0.4}, float[2,4] b2 = {0, 0.2, 0, 0.4, 0.5, -0.1, -0.2, 0})";
+  const auto graph = [&](const std::string& outputs) {
+    return "g (float[4,1,3] x) => (float[4,1,4] y" + outputs + ") <" + weights +
+           R"(, int64[3] s = {0, 0, -1}> {
+      a, h = RNN<hidden_size=2, direction="bidirectional">(x, w1, r1, b1)
+      t = Transpose<perm=[0, 2, 1, 3]>(a)
+      f = Reshape(t, s)
+      c = RNN<hidden_size=2, direction="bidirectional">(f, w2, r2, b2)
+      u = Transpose<perm=[0, 2, 1, 3]>(c)
+      y = Reshape(u, s)
+    })";
+  };
+  const Shapes shapes = {{"x", {4, 1, 3}}};
+  EXPECT_EQ(count_of_kernel(expect_agreement(graph(""), 13, shapes), "RNN"), 1u);
+  const ImportedModel apart = expect_agreement(graph(", float[2,1,2] h"), 13, shapes);
+  EXPECT_EQ(count_of_kernel(apart, "RNN"), 2u);
+}
+
 TEST(Makers, GatesInBothDirections) {
   expect_agreement(R"(g (float[3,1,1] x) => (float[3,2,1,1] y, float[2,1,1] h)
       <float[2,3,1] w = {0.5, -0.25, 0.125, 1, 0.3, -1}, float[2,3,1] r = {0.5, 0.25, -0.5, 1, -0.7, 0.4},

@@ -157,6 +157,147 @@ TEST(FoldScalesBehind, LeaveAConvolutionThatIsReadTwice) {
   EXPECT_FALSE(fold_scales_behind(graph));
 }
 
+/// One rule on one graph: it changes something, then nothing, leaves these operators, and the graph
+/// computes the same.
+void expect_rule(bool (*rule)(Graph&), const std::string& text, const Extents& input,
+                 const std::vector<std::string>& left) {
+  const OnnxModel model = model_of(text, 14);
+  Graph graph = model.graph;
+  EXPECT_TRUE(rule(graph));
+  EXPECT_FALSE(rule(graph));
+  drop_unused(graph);
+  EXPECT_EQ(operators_of(graph), left);
+  expect_same(model.graph, graph, {random_numbers(input)});
+}
+
+/// A rule that has to leave a graph alone.
+void expect_no_rule(bool (*rule)(Graph&), const std::string& text) {
+  Graph graph = model_of(text, 14).graph;
+  EXPECT_FALSE(rule(graph)) << text;
+}
+
+const std::string kPicture = "g (float[1,2,3,3] x) => (float[1,2,h,w] y) ";
+
+TEST(FoldScalesBehind, TakesArithmeticWithConstants) {
+  for (const char* node : {"y = Mul(c, k)", "y = Mul(k, c)", "y = Add(c, k)", "y = Sub(c, k)",
+                           "y = Sub(k, c)", "y = Div(c, k)", "y = Mul(c, n)"}) {
+    expect_rule(fold_scales_behind,
+                kPicture + R"(<float[2,2,1,1] w = {1, 2, -1, 3}, float[2] b = {1, 2},
+                    float[2,1,1] k = {2, -0.5}, float n = {3}> { c = Conv(x, w, b) )" +
+                    node + " }",
+                {1, 2, 3, 3}, {"Conv"});
+  }
+}
+
+TEST(FoldScalesBehind, LeavesWhatIsNoChannel) {
+  const std::string start = kPicture + R"(<float[2,2,1,1] w = {1, 2, -1, 3}, float[3] k = {2, 1, 3},
+      float[1,1,3,1] r = {1, 2, 3}, float[2,1,1] z = {1, 2}> { c = Conv(x, w) )";
+  for (const char* node : {"y = Mul(c, k)", "y = Mul(c, r)", "y = Div(z, c)"}) {
+    expect_no_rule(fold_scales_behind, start + node + " }");
+  }
+}
+
+TEST(FoldScalesInFront, GoThroughWhereNothingIsPadded) {
+  const std::string weights =
+      "<float[2,1,2,2] w = {1, 2, -1, 3, 2, 0, 1, 1}, float[2] b = {1, 2}, "
+      "float[2,1,1] k = {2, -0.5}> ";
+  expect_rule(fold_scales_in_front,
+              kPicture + weights + "{ s = Add(x, k) y = Conv<group=2>(s, w, b) }", {1, 2, 3, 3},
+              {"Conv"});
+  expect_rule(
+      fold_scales_in_front,
+      kPicture + weights + "{ s = Mul(x, k) y = Conv<group=2, pads=[1, 1, 1, 1]>(s, w, b) }",
+      {1, 2, 3, 3}, {"Conv"});
+  expect_no_rule(
+      fold_scales_in_front,
+      kPicture + weights + "{ s = Add(x, k) y = Conv<group=2, pads=[1, 1, 1, 1]>(s, w, b) }");
+  expect_rule(fold_scales_in_front, R"(g (float[1,2] x) => (float[1,3] y)
+      <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[2] k = {2, 3}> { s = Mul(x, k) y = Gemm(s, w) })",
+              {1, 2}, {"Gemm"});
+}
+
+TEST(MakeGemms, OfAProductAndARow) {
+  expect_rule(make_gemms, R"(g (float[1,2] x) => (float[1,3] y)
+      <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[3] b = {1, 2, 3}> { p = MatMul(x, w) y = Add(b, p) })",
+              {1, 2}, {"Gemm"});
+  expect_no_rule(make_gemms, R"(g (float[3,2] x) => (float[3,3] y)
+      <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[3,1] b = {1, 2, 3}> { p = MatMul(x, w) y = Add(b, p) })");
+}
+
+TEST(FoldPaddings, IntoTheWindowBehind) {
+  const std::string pads = "int64[8] p = {0, 0, 1, 0, 0, 0, 2, 1}";
+  expect_rule(fold_paddings,
+              kPicture + "<float[2,1,2,2] w = {1, 2, -1, 3, 2, 0, 1, 1}, " + pads +
+                  "> { q = Pad(x, p) y = Conv<group=2, pads=[1, 1, 1, 1]>(q, w) }",
+              {1, 2, 3, 3}, {"Conv"});
+  expect_rule(
+      fold_paddings,
+      kPicture + "<" + pads +
+          "> { q = Pad(x, p) y = AveragePool<kernel_shape=[2, 2], count_include_pad=1>(q) }",
+      {1, 2, 3, 3}, {"AveragePool"});
+  expect_no_rule(fold_paddings, kPicture + "<" + pads +
+                                    "> { q = Pad(x, p) y = AveragePool<kernel_shape=[2, 2]>(q) }");
+  expect_no_rule(fold_paddings, kPicture + "<float[2,2,1,1] w = {1, 2, -1, 3}, " + pads +
+                                    ", float v = {1}> { q = Pad(x, p, v) y = Conv(q, w) }");
+}
+
+TEST(JoinClips, OfMaximaAndMinima) {
+  const std::string numbers = "<float a = {-0.5}, float b = {0.75}, float z = {0}> ";
+  expect_rule(join_clips, kPicture + numbers + "{ m = Max(x, a) y = Min(b, m) }", {1, 2, 3, 3},
+              {"Clip"});
+  expect_rule(join_clips, kPicture + numbers + "{ m = Relu(x) y = Clip(m, a, b) }", {1, 2, 3, 3},
+              {"Clip"});
+  expect_rule(join_clips, kPicture + numbers + "{ m = Max(x, a) y = Relu(m) }", {1, 2, 3, 3},
+              {"Relu"});
+  expect_no_rule(join_clips, kPicture + numbers + "{ m = Max(x, a) n = Add(m, m) y = Min(n, b) }");
+}
+
+TEST(FindLeakyRectifiers, OfAMaximum) {
+  expect_rule(find_leaky_rectifiers, kPicture + "<float a = {0.1}> { m = Mul(x, a) y = Max(m, x) }",
+              {1, 2, 3, 3}, {"LeakyRelu"});
+  expect_rule(find_leaky_rectifiers, kPicture + "<float a = {8}> { m = Div(x, a) y = Max(x, m) }",
+              {1, 2, 3, 3}, {"LeakyRelu"});
+  expect_no_rule(find_leaky_rectifiers,
+                 kPicture + "<float a = {2}> { m = Mul(x, a) y = Max(m, x) }");
+}
+
+TEST(FindHardSwishes, HoweverWritten) {
+  const std::string numbers =
+      "<float three = {3}, float six = {6}, float sixth = {0.16666667}, float z = {0}> ";
+  for (const char* nodes : {"s = Add(x, three) c = Clip(s, z, six) m = Mul(x, c) y = Div(m, six)",
+                            "s = Add(x, three) c = Clip(s, z, six) d = Div(c, six) y = Mul(d, x)",
+                            "s = Add(three, x) c = Clip(s, z, six) d = Mul(c, sixth) y = Mul(x, d)",
+                            "h = HardSigmoid<alpha=0.16666667>(x) y = Mul(x, h)"}) {
+    expect_rule(find_hard_swishes, kPicture + numbers + "{ " + nodes + " }", {1, 2, 3, 3},
+                {"HardSwish"});
+  }
+  expect_no_rule(find_hard_swishes, kPicture + "{ h = HardSigmoid(x) y = Mul(x, h) }");
+}
+
+TEST(FindHardSigmoids, OfAClip) {
+  expect_rule(find_hard_sigmoids,
+              kPicture + R"(<float three = {3}, float six = {6}, float z = {0}> {
+      s = Add(x, three) c = Clip(s, z, six) y = Div(c, six) })",
+              {1, 2, 3, 3}, {"HardSigmoid"});
+}
+
+TEST(Transposes, JoinAndMoveOn) {
+  const std::string start = "g (float[1,2,3,4] x) => (float[a,b,c,d] y) <float n = {2}> ";
+  expect_rule(join_transposes,
+              start + "{ t = Transpose<perm=[0, 2, 3, 1]>(x) y = Transpose<perm=[3, 0, 1, 2]>(t) }",
+              {1, 2, 3, 4}, {"Transpose"});
+  expect_rule(
+      push_transposes_down,
+      start +
+          R"({ t = Transpose<perm=[0, 2, 3, 1]>(x) r = Relu(t) u = Transpose<perm=[0, 2, 3, 1]>(x)
+                          s = Sub(r, u) y = Mul(n, s) })",
+      {1, 2, 3, 4}, {"Relu", "Sub", "Mul", "Transpose"});
+  expect_no_rule(push_transposes_down,
+                 start +
+                     "{ t = Transpose<perm=[0, 2, 1, 3]>(x) u = Transpose<perm=[0, 2, 1, 3]>(x) "
+                     "v = Transpose<perm=[0, 1, 2, 3]>(u) y = Add(t, v) }");
+}
+
 TEST(Simplify, RunsToAFixedPointAndDropsWhatNothingReads) {
   const OnnxModel model = model_of(R"(g (float[1,1,3,3] x) => (float[1,1,3,3] y)
       <float[1,1,1,1] w = {2}, float[1] s = {2}> {
