@@ -21,7 +21,7 @@ file(GLOB_RECURSE toolkit_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/qrt_t
 if(QRT_WITH_ONNX)
   list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/absent\\.cpp$")
 else()
-  list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/(check|file|graph|tensor)\\.cpp$")
+  list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/(check|file|functions|graph|tensor)\\.cpp$")
 endif()
 
 add_library(qrt_objects_toolkit OBJECT ${toolkit_sources})

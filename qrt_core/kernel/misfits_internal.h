@@ -92,13 +92,7 @@ class Expectations {
   KernelFamily::Misfits unmet_;
 };
 
-/// Numbers that a weight text holds.
-inline uint64_t numbers_in(const std::string& base64) {
-  static constexpr char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  const size_t end = base64.find_first_not_of(kAlphabet);
-  const uint64_t characters = end == std::string::npos ? base64.size() : end;
-  return characters * 6 / 8 / sizeof(float);
-}
+/// Numbers that a weight text holds: that of conv/weights.h.
+uint64_t numbers_in(const std::string& base64);
 
 }  // namespace marlo::kernel

@@ -73,6 +73,7 @@ OnnxModel read_onnx(const std::filesystem::path& path) {
   model.opset = own_opset(proto);
   model.producer = entry_text(proto.producer_name(), proto.producer_version());
   const std::filesystem::path folder = path.parent_path().empty() ? "." : path.parent_path();
+  inline_functions(proto);
   model.graph = read_graph(proto, model.opset, folder);
   return model;
 }

@@ -37,6 +37,11 @@ class NodeChecker {
   int opset_;
 };
 
+/// Puts the nodes of functions that the model brings along in the place of nodes that call them.
+/// Throws FileError for functions that call themselves, and UnsupportedError for one of another
+/// operator set than the model's.
+void inline_functions(onnx::ModelProto& model);
+
 /// Reads the model's graph with all that it nests. Throws like `read_onnx`.
 Graph read_graph(onnx::ModelProto& model, int opset, const std::filesystem::path& folder);
 

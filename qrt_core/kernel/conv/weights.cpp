@@ -7,7 +7,7 @@
 namespace marlo::kernel {
 
 uint64_t numbers_in(const std::string& text) {
-  return runtime::Base64Decode(text).size() / sizeof(float);
+  return runtime::Base64DecodedSize(text) / sizeof(float);
 }
 
 // Sizes come from a file: they are multiplied out only as far as the text reaches.

@@ -88,4 +88,14 @@ std::string Base64Decode(const std::string& text) {
   return bytes;
 }
 
+size_t Base64DecodedSize(const std::string& text) noexcept {
+  size_t characters = 0;
+  for (const char character : text) {
+    if (kPlaces[0][static_cast<unsigned char>(character)] == kInvalid) break;
+    ++characters;
+  }
+  const size_t rest = characters % 4;
+  return characters / 4 * 3 + (rest == 0 ? 0 : rest - 1);
+}
+
 }  // namespace marlo::runtime

@@ -14,4 +14,7 @@ QRT_API std::string Base64Encode(const unsigned char* data, size_t size);
 /// and anything invalid end the text. A last group of k characters gives k - 1 bytes.
 QRT_API std::string Base64Decode(const std::string& text);
 
+/// The number of these bytes.
+size_t Base64DecodedSize(const std::string& text) noexcept;
+
 }  // namespace marlo::runtime

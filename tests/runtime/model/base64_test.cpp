@@ -53,6 +53,7 @@ TEST(Base64, DecodesWhatItEncodedForEverySize) {
     for (char& byte : bytes) byte = static_cast<char>(random());
     ASSERT_EQ(encode(bytes).size(), (size + 2) / 3 * 4);
     ASSERT_EQ(Base64Decode(encode(bytes)), bytes) << size;
+    ASSERT_EQ(runtime::Base64DecodedSize(encode(bytes)), size);
   }
 }
 
@@ -72,6 +73,7 @@ TEST(Base64, StopsAtTheFirstCharacterOutsideTheAlphabetAtEachPlace) {
       std::string changed = text;
       changed[place] = character;
       const std::string decoded = Base64Decode(changed);
+      ASSERT_EQ(runtime::Base64DecodedSize(changed), decoded.size());
       const size_t kept =
           valid ? bytes.size() : place / 4 * 3 + (place % 4 > 1 ? place % 4 - 1 : 0);
       ASSERT_EQ(decoded.size(), kept) << "character " << c << " at " << place;
