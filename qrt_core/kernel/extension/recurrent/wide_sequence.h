@@ -47,6 +47,8 @@ class WideSequence : public KernelFamily {
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int ResetState();
+  /// The states of a copy came with it, and begin anew.
+  void begin_own_state(const Context&) { ResetState(); }
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
 
