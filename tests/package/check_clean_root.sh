@@ -96,7 +96,7 @@ inside sh -ec 'g++ -std=c++17 -static /trial/app/main.cpp $(pkg-config --static 
 expect_run /trial/app_pc_static
 
 say "the Python package"
-install_there /trial/packages/python3-qrt-core.deb
+install_there /trial/packages/libqrt-toolkit1.deb /trial/packages/python3-qrt-core.deb
 inside python3 -c '
 import numpy as np
 import qrt_core as qrt
@@ -105,7 +105,7 @@ assert net(np.zeros((1, 28, 28), np.float32)).shape == (10, 1, 1)
 ' || fail "the Python package runs no network"
 
 say "removal"
-inside apt-get -q -y purge qrt python3-qrt-core libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
+inside apt-get -q -y purge qrt python3-qrt-core libqrt-toolkit1 libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
 left=$(find "$root/usr" -name '*qrt[_-]core*' -o -name qrt -o -name 'qrt.*')
 [[ -z $left ]] || fail "left behind: $(head <<<"$left")"
 
