@@ -31,7 +31,7 @@ PIECES = {
     "AVX and FMA", "AVX2 and FMA", "rows of ", " of rows", "unknown type", " layout ", " and ",
     "] (Verbose): ", "] (Info): ", "] (Warnning): ",
     # Members, expectations and findings of a kernel's reasons, which explain themselves.
-    ", the rectifier", ", the leaky rectifier", ", tanh", "a layer that ", "inputs that ", "no description", "inference parameter", "input 0", "step size of input 0",
+    ", the rectifier", ", the leaky rectifier", ", tanh", "a layer that ", "inputs that ", "no description", "a description", "one tensor", "one tensor in main memory", "inference parameter", "input 0", "step size of input 0",
     "stride_y, stride_x", "above 0", "another one", "FLOAT32, which a pass computes", "an even size; an odd last row or column holds the bias alone",
     # Faults of check_shapes, which the document explains as whole sentences.
     " refuses ", " would make ", " of ", ", which no tensor can hold", ", which is empty", " refuses its own output ",

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "qrt_core/kernel/kernel_class.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
-#include "qrt_core/runtime/tensor/shape_text.h"
 
 // Kernels that hand their inputs on: the same tensor objects come out.
 
@@ -28,12 +28,15 @@ class PassThrough : public KernelFamily {
 
   /// `Config` takes any description or parameter, and refuses a call without either.
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const {
-    if (info != nullptr || param != nullptr) return {};
-    return {{"", "a description", "none"}};
+    Expectations expected;
+    expected.expect(info != nullptr || param != nullptr, "", "a description", "none");
+    return std::move(expected).unmet();
   }
 
   Misfits input_refusals(const Shapes& inputs) const {
-    return {{"inputs", row_.inputs, runtime::ShapesText(inputs)}};
+    Expectations expected;
+    expected.expect(false, "inputs", row_.inputs, runtime::ShapesText(inputs));
+    return std::move(expected).unmet();
   }
 
   int CheckInputs(const Tensors& tensors) const { return tensor_verdict(row_.acceptable(tensors)); }
