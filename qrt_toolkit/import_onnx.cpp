@@ -72,6 +72,7 @@ void choose_kernels(const ImportOptions& options, ImportedModel& imported) {
   runtime::KernelRegistry kernels;
   runtime::InferenceParamRegistry params;
   utility::init_register_operators(kernels, params);
+  utility::init_register_extension_operators(kernels, params);
   EstimatedCosts costs;
   AssignedModel assigned = assign_kernels(imported.model, kernels, costs, choice);
   imported.model = std::move(assigned.model);

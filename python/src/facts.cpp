@@ -31,6 +31,7 @@ std::vector<KernelName> all_kernels() {
   marlo::runtime::KernelRegistry kernels;
   marlo::runtime::InferenceParamRegistry params;
   marlo::utility::init_register_operators(kernels, params);
+  marlo::utility::init_register_extension_operators(kernels, params);
   std::vector<KernelName> all;
   for (const std::string& name : kernels.Keys()) {
     all.push_back({name, marlo::runtime::needs_of(name)});

@@ -35,8 +35,13 @@ struct Kind {
 constexpr Kind kKinds[] = {
     {"_CHW_FLOAT", 0.75}, {"_CHW_Float", 0.7},     {"Knxm_Snxm", 0.85}, {"Depthwise_", 0.4},
     {"_C4HW4_", 0.9},     {"_FLOAT_M3", 1.03},     {"Winograd", 1.3},   {"Strassen", 0.65},
-    {"_SGEMM_", 2.2},     {"FullConnection", 0.5}, {"3In_CHW", 0.8},
+    {"_SGEMM_", 2.2},     {"FullConnection", 0.5}, {"3In_CHW", 0.8},    {"Winograd4", 1.75},
+    {"Winograd6", 1.85},
 };
+
+// Tiles of Winograd's kernels hang over the edges of small pictures, and their products are short.
+constexpr uint32_t kSmallestForTiles = 10;
+constexpr double kTooSmallForTiles = 0.4;
 
 /// Kernels that evaluate a function for each number, and how many bytes' worth of time that takes.
 constexpr Kind kFunctions[] = {
@@ -49,7 +54,9 @@ double rate_of(const Work& work) {
   for (const Kind& kind : kKinds) {
     if (work.kernel.find(kind.part) != std::string::npos) rate *= kind.factor;
   }
-  return rate;
+  const bool has_tiles = work.kernel.find("Winograd") != std::string::npos;
+  const bool is_small = work.output.dims.size() > 2 && work.output.dims[1] < kSmallestForTiles;
+  return has_tiles && is_small ? rate * kTooSmallForTiles : rate;
 }
 
 double bytes_of(const Work& work) {

@@ -36,6 +36,7 @@ runtime::IKernel::Tensors hollow(const std::vector<TensorShape>& shapes,
 
 Plan::Plan() {
   utility::init_register_operators(kernels_, params_);
+  utility::init_register_extension_operators(kernels_, params_);
   utility::create_context(context_, 64);
 }
 

@@ -71,6 +71,7 @@ TEST(ImportOnnx, WritesAModelThatLoads) {
   runtime::InferenceParamRegistry params;
   std::shared_ptr<runtime::Context> context;
   utility::init_register_operators(kernels, params);
+  utility::init_register_extension_operators(kernels, params);
   utility::create_context(context, 64);
   std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
   ASSERT_EQ(

@@ -50,6 +50,7 @@ std::vector<std::vector<Numbers>> run_network(const ImportedModel& imported,
   runtime::InferenceParamRegistry params;
   std::shared_ptr<runtime::Context> context;
   utility::init_register_operators(kernels, params);
+  utility::init_register_extension_operators(kernels, params);
   utility::create_context(context, 64);
   const std::string& id = imported.report.network;
   const auto& info = imported.model.model_arr->infos.at(id);
