@@ -11,8 +11,8 @@ import sys
 
 SLOTS = {"CheckConfig": "CheckConfig", "Configure": "Config", "InferOutputShapes": "InferOutputShapes",
          "CheckInputs": "CheckInputs", "CheckOutputs": "CheckOutputs", "Forward": "Forward", "ResetState": "ResetState"}
-FACTS = ("needs", "input_use", "refusals", "input_refusals", "differences")
-FACT = re.compile(r"^  (?:(?:runtime::)?\w+) (" + "|".join(FACTS) + r")\(")
+FACTS = ("needs", "input_use", "epilogue", "refusals", "input_refusals", "differences")
+FACT = re.compile(r"^  (?:(?:runtime::|std::)?\w+) (" + "|".join(FACTS) + r")\(")
 SLOT = re.compile(r"^  (?:int|bool|Shapes) (" + "|".join(SLOTS) + r")\(")
 # What every family has besides, in one form.
 OTHERS = (
@@ -25,6 +25,8 @@ OTHERS = (
     (re.compile(r"^  using Params = "), "What a kernel keeps of its description."),
     (re.compile(r"^  using Description = "), "A kernel's view of its description."),
     (re.compile(r"^  using TensorPointer = "), "A tensor, or none."),
+    (re.compile(r"^  std::shared_ptr<runtime::IKernel> copy_for\("), "@copydoc marlo::runtime::IKernelCopy::copy_for"),
+    (re.compile(r"^  void begin_own_state\("), "@copydoc marlo::kernel::KernelFamily::begin_own_state"),
     (re.compile(r"^  (?:explicit )?\w+\(const \w*Row&"), "The family as this row has it, not configured yet."),
 )
 

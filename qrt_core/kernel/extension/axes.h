@@ -53,11 +53,12 @@ Strides broadcast_strides(const Dims& dims, const Dims& to);
 /// The offset of each combination of indices of `dims` under `strides`, in order.
 class Walk {
  public:
+  /// At the first combination. Both outlive the walk.
   Walk(const Dims& dims, const Strides& strides) : dims_(dims), strides_(strides) {
     index_.resize(dims.size());
   }
-  size_t offset() const { return offset_; }
-  void next();
+  size_t offset() const { return offset_; }  ///< of the combination, in elements
+  void next();                               ///< to the next one; behind the last to the first
 
  private:
   const Dims& dims_;

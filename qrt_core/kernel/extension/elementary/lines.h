@@ -54,6 +54,7 @@ class AxisSoftmax : public KernelFamily {
 /// What the two normalisations hold.
 class LineNorm : public KernelFamily {
  protected:
+  /// Reads what a description holds: factors and shifts as Base64 of floats, or nothing.
   void take(float eps, const std::string& scale, const std::string& shift);
 
   float eps_ = 0.0f;          ///< added to the variance
