@@ -180,8 +180,7 @@ TEST(Differences, TellWhatIsComputedInstead) {
   EXPECT_EQ(differences("Reshape_Fallback_To_CHW_M1", reshape),
             "new_shape: 1 as the first entry, a batch, which the output leaves out, 16");
   reshape.new_shape = {1, 16, 1, 1};
-  EXPECT_EQ(differences("Reshape_Fallback_To_CHW_M1", reshape, {floats({16}, LayoutType::C)}),
-            "");
+  EXPECT_EQ(differences("Reshape_Fallback_To_CHW_M1", reshape, {floats({16}, LayoutType::C)}), "");
 
   runtime::FullConnectionInfo dense;
   dense.in_features = 2;
