@@ -89,6 +89,8 @@ std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_p
   constexpr uint32_t kSummand = 1013904223;
   constexpr float kSmallest = 0.0625f;
   constexpr float kRange = 8.0f;
+  // What a tensor of few elements must have, or a bound would not be noticed.
+  constexpr float kFirst[] = {7.5f, -7.25f, 0.5f, -0.375f, 3.5f, -3.25f};
   std::vector<float> numbers(count);
   uint32_t state = seed * 2654435761u + 1;
   for (float& number : numbers) {
@@ -96,6 +98,9 @@ std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_p
     const float part = static_cast<float>(state >> 9) / static_cast<float>(1u << 23);
     const float sign = is_negative_possible && (state & 0x100u) != 0 ? -1.0f : 1.0f;
     number = sign * (kSmallest + kRange * part);
+  }
+  for (size_t i = 0; i < std::min(count, std::size(kFirst)); ++i) {
+    numbers[i] = is_negative_possible ? kFirst[i] : std::fabs(kFirst[i]);
   }
   return numbers;
 }

@@ -263,7 +263,11 @@ void lower_softmax(Lowering& lowering) {
   }
   auto info = std::make_shared<runtime::SoftmaxInfo>();
   info->dim = static_cast<uint16_t>(at + 1);
-  lowering.result(lowering.plan().add(std::move(info), "Softmax_Fallback_Float_M1", {layer}));
+  // The documented kernel doesn't take out the largest number, and gives NaN from 89 on.
+  const char* const stable = "AxisSoftmax_Fallback_Float_M1";
+  Plan& plan = lowering.plan();
+  const char* const kernel = plan.has(stable) ? stable : "Softmax_Fallback_Float_M1";
+  lowering.result(plan.add(std::move(info), kernel, {layer}));
 }
 
 constexpr LoweringRow kRows[] = {

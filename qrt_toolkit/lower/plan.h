@@ -31,6 +31,9 @@ class Plan {
  public:
   Plan();
 
+  /// Whether this build has a kernel.
+  bool has(const std::string& kernel) const { return kernels_.Create(kernel) != nullptr; }
+
   /// An input of the network.
   size_t add_input(const std::string& name, runtime::TensorShape shape);
 

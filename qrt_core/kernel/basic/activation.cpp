@@ -23,10 +23,9 @@ float first_float(const std::string& text) {
   return number;
 }
 
-// The codes of "activation_type" whose functions are known.
-constexpr uint16_t kRectifier = 2;
+constexpr uint16_t kRectifier = activation::kRectifierLabel;
 constexpr uint16_t kLeaky = 4;
-constexpr uint16_t kTangent = 5;
+constexpr uint16_t kTangent = activation::kTangentLabel;
 
 std::string in_words(uint16_t type) {
   std::string number = std::to_string(type);
@@ -56,6 +55,18 @@ bool contradict(uint16_t layer, uint16_t kernel) {
 }
 
 }  // namespace
+
+KernelFamily::Misfits label_differences(const char* kernel, uint16_t own,
+                                        const runtime::LayerInfo& info) {
+  Expectations expected;
+  const auto* layer = expected.describe<ActivationInfo>(&info, nullptr);
+  if (layer == nullptr) return std::move(expected).unmet();
+  const std::string words =
+      own == 0 ? std::string("the code of what ") + kernel + " computes" : in_words(own);
+  expected.expect(!contradict(layer->activation_type, own), "activation_type", words,
+                  in_words(layer->activation_type));
+  return std::move(expected).unmet();
+}
 
 int Activation::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
   if (row_.check == ActivationCheck::nothing) return KernelFamily::CheckConfig(info, param);
@@ -101,21 +112,16 @@ KernelFamily::Misfits Activation::input_refusals(const Shapes& inputs) const {
 }
 
 KernelFamily::Misfits Activation::differences(const LayerInfo& info, const Shapes&) const {
-  Expectations expected;
-  const auto* layer = expected.describe<ActivationInfo>(&info, nullptr);
-  if (layer == nullptr) return std::move(expected).unmet();
-  const uint16_t type = type_of(row_);
-  const std::string own =
-      type == 0 ? std::string("the code of what ") + row_.name + " computes" : in_words(type);
-  expected.expect(!contradict(layer->activation_type, type), "activation_type", own,
-                  in_words(layer->activation_type));
-  if (row_.parameters == ActivationParameters::slope) {
-    const uint64_t slopes =
-        std::max<uint64_t>(numbers_in(layer->weight), static_cast<uint16_t>(layer->num_parameters));
-    expected.expect(slopes <= 1, "num_parameters, weight", "1 slope, which all channels share",
-                    counted(slopes, "slope"));
+  Misfits found = label_differences(row_.name, type_of(row_), info);
+  const auto* layer = dynamic_cast<const ActivationInfo*>(&info);
+  if (layer == nullptr || row_.parameters != ActivationParameters::slope) return found;
+  const uint64_t slopes =
+      std::max<uint64_t>(numbers_in(layer->weight), static_cast<uint16_t>(layer->num_parameters));
+  if (slopes > 1) {
+    found.push_back(
+        {"num_parameters, weight", "1 slope, which all channels share", counted(slopes, "slope")});
   }
-  return std::move(expected).unmet();
+  return found;
 }
 
 int Activation::CheckInputs(const Tensors& tensors) const {

@@ -67,6 +67,19 @@ struct ActivationRow : KernelRow {
   }
 };
 
+namespace activation {
+/// Codes of "activation_type" whose functions are known, beside 4 for the leaky rectifier.
+/// @{
+inline constexpr uint16_t kRectifierLabel = 2;
+inline constexpr uint16_t kTangentLabel = 5;
+/// @}
+}  // namespace activation
+
+/// Where the label of a description contradicts what a kernel computes.
+/// @param own the code of its function; 0 for one without a known code
+KernelFamily::Misfits label_differences(const char* kernel, uint16_t own,
+                                        const runtime::LayerInfo& info);
+
 /// See `ActivationRow`. Needs no alignment and no scratch memory, and keeps nothing between calls
 /// but its parameters.
 class Activation : public KernelFamily {

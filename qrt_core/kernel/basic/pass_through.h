@@ -1,7 +1,6 @@
 #pragma once
 
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 
 // Kernels that hand their inputs on: the same tensor objects come out.
@@ -27,18 +26,8 @@ class PassThrough : public KernelFamily {
   explicit PassThrough(const PassThroughRow& row) : row_(row) {}
 
   /// `Config` takes any description or parameter, and refuses a call without either.
-  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const {
-    Expectations expected;
-    expected.expect(info != nullptr || param != nullptr, "", "a description", "none");
-    return std::move(expected).unmet();
-  }
-
-  Misfits input_refusals(const Shapes& inputs) const {
-    Expectations expected;
-    expected.expect(false, "inputs", row_.inputs, runtime::ShapesText(inputs));
-    return std::move(expected).unmet();
-  }
-
+  Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
+  Misfits input_refusals(const Shapes& inputs) const;
   int CheckInputs(const Tensors& tensors) const { return tensor_verdict(row_.acceptable(tensors)); }
   int CheckOutputs(const Tensors& tensors) const { return CheckInputs(tensors); }
 

@@ -5,11 +5,14 @@
 #include <vector>
 
 #include "qrt_core/kernel/kernel_class.h"
-#include "qrt_core/kernel/misfits_internal.h"
 
 // What operators over any axes share: the axes themselves, strides, and dims that broadcast.
 
-namespace marlo::kernel::axes {
+namespace marlo::kernel {
+
+class Expectations;
+
+namespace axes {
 
 using Dims = std::vector<uint32_t>;   ///< outermost first
 using Strides = std::vector<size_t>;  ///< in elements, as many as dims
@@ -80,4 +83,5 @@ inline runtime::TensorShape plain_shape(Dims dims) {
   return {std::move(dims), runtime::DataType::FLOAT32, runtime::LayoutType::FLEXIABLE};
 }
 
-}  // namespace marlo::kernel::axes
+}  // namespace axes
+}  // namespace marlo::kernel

@@ -1,4 +1,5 @@
 #include "qrt_core/kernel/extension/axes.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 
 // What operators over axes say that they expect.

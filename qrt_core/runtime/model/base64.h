@@ -15,6 +15,6 @@ QRT_API std::string Base64Encode(const unsigned char* data, size_t size);
 QRT_API std::string Base64Decode(const std::string& text);
 
 /// The number of these bytes.
-size_t Base64DecodedSize(const std::string& text) noexcept;
+QRT_API size_t Base64DecodedSize(const std::string& text) noexcept;
 
 }  // namespace marlo::runtime

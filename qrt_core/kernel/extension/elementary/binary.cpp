@@ -1,5 +1,6 @@
 #include "qrt_core/kernel/extension/elementary/binary.h"
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/extension_info.h"

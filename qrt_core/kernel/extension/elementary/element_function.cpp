@@ -31,6 +31,12 @@ KernelFamily::Misfits ElementFunctionKernel::refusals(const LayerInfo* info,
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits ElementFunctionKernel::differences(const LayerInfo& info,
+                                                         const Shapes&) const {
+  if (row_.description != FunctionDescription::activation) return {};
+  return label_differences(row_.name, row_.label, info);
+}
+
 bool ElementFunctionKernel::Configure(const LayerInfo* info, const InferenceParam*,
                                       const Context&) {
   if (const auto* function = dynamic_cast<const ElementFunctionInfo*>(info)) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string_view>
+
+#include "qrt_core/kernel/basic/activation.h"
 #include "qrt_core/kernel/extension/elementary/element_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/runtime/model/extension_info.h"
@@ -23,7 +26,8 @@ struct ElementFunctionRow : KernelRow {
 
   FunctionDescription description = FunctionDescription::activation;  ///< what it takes
   runtime::ElementFunction function = runtime::ElementFunction::Abs;  ///< of an ElementFunctionInfo
-  elementary::Core core = nullptr;                                    ///< what computes it
+  uint16_t label = 0;               ///< the activation_type of the function, where it is known
+  elementary::Core core = nullptr;  ///< what computes it
 
   /// The same row writing over its input: the output is the input's tensor object.
   constexpr ElementFunctionRow in_place() const {
@@ -47,6 +51,7 @@ class ElementFunctionKernel : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
   const ElementFunctionRow& row_;
@@ -64,8 +69,10 @@ constexpr ElementFunctionRow element_function(runtime::ElementFunction function,
 }
 
 /// A row for a documented activation without parameters.
-constexpr ElementFunctionRow plain_activation(elementary::Core core) {
+constexpr ElementFunctionRow plain_activation(std::string_view function, elementary::Core core) {
   ElementFunctionRow row;
+  if (function == "ReLU") row.label = activation::kRectifierLabel;
+  if (function == "TanH") row.label = activation::kTangentLabel;
   row.core = core;
   return row;
 }
@@ -91,10 +98,11 @@ constexpr ElementFunctionRow plain_activation(elementary::Core core) {
                                                ::marlo::kernel::elementary::Name##_avx512)))
 #define QRT_FMA_ACTIVATION(KERNEL, Name) \
   QRT_FUNCTION_ROWS(KERNEL, Name, FMA,   \
-                    on_fma(plain_activation(::marlo::kernel::elementary::Name##_fma)))
+                    on_fma(plain_activation(#Name, ::marlo::kernel::elementary::Name##_fma)))
 #define QRT_AVX512_ACTIVATION(KERNEL, Name) \
-  QRT_FUNCTION_ROWS(KERNEL, Name, AVX512,   \
-                    on_avx512(plain_activation(::marlo::kernel::elementary::Name##_avx512)))
+  QRT_FUNCTION_ROWS(                        \
+      KERNEL, Name, AVX512,                 \
+      on_avx512(plain_activation(#Name, ::marlo::kernel::elementary::Name##_avx512)))
 
 #define QRT_ELEMENT_FUNCTION_KERNELS_PORTABLE(KERNEL)     \
   QRT_EACH_VECTOR_FUNCTION(KERNEL, QRT_PORTABLE_FUNCTION) \

@@ -1,6 +1,7 @@
 #include "qrt_core/kernel/extension/elementary/lines.h"
 
 #include "qrt_core/kernel/extension/axes.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/extension_info.h"

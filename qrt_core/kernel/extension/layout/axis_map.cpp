@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 

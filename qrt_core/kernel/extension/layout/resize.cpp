@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/tensor/shape_text.h"

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "qrt_core/kernel/extension/axes.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/model/extension_info.h"

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "qrt_core/kernel/extension/axes.h"
+#include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 
 namespace marlo::kernel {
