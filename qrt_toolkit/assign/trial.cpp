@@ -100,7 +100,8 @@ std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_p
     number = sign * (kSmallest + kRange * part);
   }
   for (size_t i = 0; i < std::min(count, std::size(kFirst)); ++i) {
-    numbers[i] = is_negative_possible ? kFirst[i] : std::fabs(kFirst[i]);
+    const float first = kFirst[(i + seed) % std::size(kFirst)];
+    numbers[i] = is_negative_possible ? first : std::fabs(first);
   }
   return numbers;
 }

@@ -301,9 +301,12 @@ size_t Lowering::absolute(size_t layer) { return combined(4, layer, negative(lay
 
 size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float beta) {
   constexpr uint16_t kRectifier = 2;
+  constexpr uint16_t kTangent = 5;
   auto info = std::make_shared<runtime::ActivationInfo>();
-  // A label; that of rectifiers tells checks that nothing behind them is below zero.
+  // A label, for checks: kernels of other functions say that it isn't theirs, and nothing behind a
+  // rectifier is below zero.
   if (std::string_view(kernel) == kReLU) info->activation_type = kRectifier;
+  if (std::string_view(kernel) == kTanH) info->activation_type = kTangent;
   info->activation_alpha = alpha;
   info->activation_beta = beta;
   return plan_.add(std::move(info), kernel, {layer});

@@ -339,6 +339,23 @@ TEST(Assign, FastFunctionsAreTooFarFromThoseThatTheyReplace) {
   EXPECT_EQ(assigned(*model, options).report.layers.back().kernel, "Sigmoid_SSE_Float_M1");
 }
 
+// Tanh and HSigmoid meet at large numbers, a rectifier and ReLU6 at small ones.
+TEST(Assign, FewNumbersTellFunctionsApart) {
+  runtime::KernelRegistry both;
+  runtime::InferenceParamRegistry params;
+  utility::init_register_operators(both, params);
+  utility::init_register_extension_operators(both, params);
+  for (const std::string function : {"TanH", "Sigmoid", "HSigmoid", "HSwish", "ReLU", "ReLU6"}) {
+    ModelBuilder builder;
+    builder.input("x").activation("y", "x", function + "_Fallback_Float_M1").outputs({"y"});
+    EstimatedCosts costs;
+    const TensorShape one({1}, DataType::FLOAT32, LayoutType::C);
+    const auto made = assign_kernels(*builder.build(), both, costs, options_for(one));
+    const std::string& kernel = made.report.layers.back().kernel;
+    EXPECT_EQ(kernel.substr(0, kernel.find('_')), function) << kernel;
+  }
+}
+
 TEST(Assign, WithoutToleranceResultsKeepTheirBits) {
   const auto model = residual().build();
   const TensorShape shape = planes(16, 13, 11);
