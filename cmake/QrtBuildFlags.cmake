@@ -44,6 +44,13 @@ if(QRT_SANITIZE)
   target_link_options(qrt_build_flags INTERFACE -fsanitize=${QRT_SANITIZE})
 endif()
 
+# Each load of a vector would be asked whether its pointer is null, aligned and within its object: most of the time of
+# a build, for what AddressSanitizer and pages without access behind all tensors show as well.
+add_library(qrt_vector_checks INTERFACE)
+if(QRT_SANITIZE MATCHES "undefined")
+  target_compile_options(qrt_vector_checks INTERFACE -fno-sanitize=null,alignment,object-size,pointer-overflow)
+endif()
+
 # What libraries and tool are made with besides: they read files of strangers. A function with an array on its stack
 # checks it, calls of the C library know the sizes of what they write to, and what the loader has resolved is read-only.
 # Sanitizers see the same and more.
