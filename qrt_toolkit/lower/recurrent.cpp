@@ -117,7 +117,7 @@ Sizes sizes_of(const Lowering& lowering) {
                     "give the network's inputs a batch of 1"};
   }
   const std::string direction = lowering.node().text("direction", "forward");
-  const Extents& r = lowering.required_constant(2)->shape;
+  const Extents r = lowering.required_constant(2)->shape;
   return {direction == "reverse", direction == "bidirectional" ? size_t{2} : size_t{1}, x[0], x[1],
           r.at(2)};
 }
@@ -173,7 +173,8 @@ void check_inputs(Lowering& lowering, const Sizes& sizes) {
     }
   }
   if (node.has_input(7)) {
-    const auto& numbers = lowering.required_constant(7)->reals();
+    const SharedNumbers peepholes = lowering.required_constant(7);
+    const auto& numbers = peepholes->reals();
     if (std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
       throw NodeFault{"input 7", "peepholes have no kernel"};
     }

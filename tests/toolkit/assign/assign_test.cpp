@@ -124,8 +124,9 @@ runtime::Conv2dInfo padded_convolution(uint16_t ins, uint16_t outs, uint16_t ker
   auto info = plane_convolution(ins, outs, kernel,
                                 ramp(size_t{ins} * outs * kernel * kernel, -0.25f, 0.003f),
                                 ramp(outs, -1, 0.25f));
-  info.padding_l = info.padding_r = static_cast<int16_t>(kernel / 2);
-  info.padding_t = info.padding_b = static_cast<int16_t>(kernel / 2);
+  const auto padding = static_cast<decltype(info.padding_l)>(kernel / 2);
+  info.padding_l = info.padding_r = padding;
+  info.padding_t = info.padding_b = padding;
   return info;
 }
 
