@@ -24,7 +24,8 @@ Shapes in_layout(const Shapes& shapes, LayoutType layout) {
   Shapes result;
   for (const TensorShape& shape : shapes) {
     TensorShape moved = toolkit::in_layout(as_planes(shape), layout);
-    result.push_back(moved.dims.empty() ? shape : std::move(moved));
+    if (moved.dims.empty()) moved = shape;
+    result.push_back(std::move(moved));
   }
   return result;
 }

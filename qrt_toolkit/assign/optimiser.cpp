@@ -149,6 +149,7 @@ class Search {
       if (!is_new && choice.cost < layer.choices[found->second].cost) found->second = c;
     }
     std::vector<size_t> choices;
+    choices.reserve(best.size());
     for (const auto& [forms, choice] : best) choices.push_back(choice);
     std::sort(choices.begin(), choices.end());
     return choices;

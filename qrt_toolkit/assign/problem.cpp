@@ -10,7 +10,6 @@ namespace marlo::toolkit {
 namespace {
 
 using runtime::InputUse;
-using runtime::TensorShape;
 
 constexpr double kImpossible = std::numeric_limits<double>::infinity();
 

@@ -110,7 +110,12 @@ void select_kernels(const runtime::QRTModel& model, Selection& selection,
       throw std::invalid_argument("network \"" + id + "\" has no configuration");
     }
     for (const auto& [layer, cfg] : cfgs->second->cpu_sse->layer_cfgs) {
-      if (cfg != nullptr) selector.add(*cfg, "network \"" + id + "\", layer \"" + layer + "\"");
+      if (cfg == nullptr) continue;
+      std::string where = "network \"" + id;
+      where += "\", layer \"";
+      where += layer;
+      where += '"';
+      selector.add(*cfg, where);
     }
   }
   if (!found) {

@@ -61,6 +61,7 @@ std::vector<double> medians_of(const std::vector<std::function<double()>>& rival
     }
   }
   std::vector<double> medians;
+  medians.reserve(samples.size());
   for (const auto& taken : samples) medians.push_back(median_of(taken));
   return medians;
 }

@@ -88,6 +88,7 @@ class Inputs {
       }
     }
     std::vector<Refusal> unknown;
+    unknown.reserve(given.size());
     for (const auto& [name, tensor] : given) {
       unknown.push_back(about_input(name, "the graph has no such input"));
     }
@@ -362,6 +363,7 @@ Verification verify_stages(ImportStages& stages, const VerifyOptions& verify) {
   const Passes passes = passes_of(stages, inputs, step);
   Comparison comparison(stages, passes);
   std::vector<SharedNumbers> numbers;
+  numbers.reserve(inputs.size());
   for (RunInput& input : inputs) numbers.push_back(std::move(input.numbers));
   evaluate_graph(graph, numbers, {}, [&](ValueId id, const SharedNumbers& computed) {
     comparison.take(graph.value(id).name, *computed);

@@ -126,6 +126,7 @@ void take_picture(InputData& input, Picture picture, const std::optional<Demande
 
 std::string numbers_text(const std::vector<float>& numbers) {
   std::vector<std::string> texts;
+  texts.reserve(numbers.size());
   for (const float number : numbers) texts.push_back(float_text(number));
   return joined(texts, ",");
 }

@@ -97,6 +97,7 @@ std::vector<double> as_doubles(const std::string& option, const std::string& tex
   if (text.empty()) return {};
   const std::vector<float> numbers = parse_numbers(option, text, {1, 3});
   std::vector<double> exact;
+  exact.reserve(numbers.size());
   // The shortest text of a float is what the user typed.
   for (const float number : numbers)
     exact.push_back(std::strtod(float_text(number).c_str(), nullptr));

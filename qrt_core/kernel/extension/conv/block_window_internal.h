@@ -15,7 +15,7 @@ namespace marlo::kernel::conv {
 namespace {
 
 inline constexpr size_t kChannelBlock = 8;
-alignas(32) constexpr float kNoPixel[kChannelBlock] = {};
+alignas(32) inline constexpr float kNoPixel[kChannelBlock] = {};
 
 /// How a vector of output channels stands in blocks of 8.
 template <typename Vector>
