@@ -72,7 +72,7 @@ install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs" "${PROJECT_SOURCE_DIR}/examples"
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL ${packaged_components} qrt_core_headers)
+set(CPACK_COMPONENTS_ALL ${packaged_components} qrt_core_headers qrt_toolkit_headers)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
@@ -170,3 +170,4 @@ foreach(group IN LISTS packaged_components)
   cpack_add_component(${group} GROUP ${group})
 endforeach()
 cpack_add_component(qrt_core_headers GROUP qrt_core_development)
+cpack_add_component(qrt_toolkit_headers GROUP qrt_toolkit_development)

@@ -57,8 +57,9 @@ def check(compiler, flags, root, header):
 def main():
     cmake, build_dir, compiler, *flags = sys.argv[1:]
     with tempfile.TemporaryDirectory(prefix="qrt_headers_") as prefix:
-        subprocess.run([cmake, "--install", build_dir, "--prefix", prefix,
-                        "--component", "qrt_core_headers"], check=True, stdout=subprocess.DEVNULL)
+        for component in ("qrt_core_headers", "qrt_toolkit_headers"):
+            subprocess.run([cmake, "--install", build_dir, "--prefix", prefix, "--component", component],
+                           check=True, stdout=subprocess.DEVNULL)
         root = os.path.join(prefix, "include")
         headers = sorted(headers_below(root))
         with ThreadPoolExecutor(os.cpu_count()) as pool:

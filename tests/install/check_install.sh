@@ -40,7 +40,7 @@ mv "$first" "$prefix"
 for file in include/qrt_core/qrt_core.h include/qrt_core/utility/build_options.h lib/libqrt_core.a \
   lib/libqrt_core.so lib/libqrt_core.so.1 lib/pkgconfig/qrt_core.pc \
   lib/cmake/qrt_core/qrt_coreConfig.cmake lib/libqrt_toolkit.so.1 lib/libqrt_toolkit.a \
-  include/qrt_toolkit/import_onnx.h lib/cmake/qrt_core/qrt_toolkitTargets.cmake; do
+  include/qrt_toolkit/import_onnx.h include/qrt_toolkit/tune/tune.h lib/cmake/qrt_core/qrt_toolkitTargets.cmake; do
   [[ -e $prefix/$file ]] || fail "$file is not installed"
 done
 # Public headers, the package and the pkg-config file name no place of the build.
