@@ -11,6 +11,7 @@
 #include "qrt_core/kernel/extension/conv/block_winograd.h"
 #include "qrt_core/kernel/extension/conv/first_window.h"
 #include "qrt_core/kernel/extension/elementary/activation.h"
+#include "qrt_core/kernel/extension/elementary/axis_reduction.h"
 #include "qrt_core/kernel/extension/elementary/binary.h"
 #include "qrt_core/kernel/extension/elementary/element_function.h"
 #include "qrt_core/kernel/extension/elementary/lines.h"
@@ -29,6 +30,7 @@
   QRT_AXIS_MAP_KERNELS(KERNEL)                  \
   QRT_RESIZE_KERNELS(KERNEL)                    \
   QRT_TENSOR_KERNELS(KERNEL)                    \
+  QRT_AXIS_REDUCTION_KERNELS(KERNEL)            \
   QRT_BINARY_KERNELS_PORTABLE(KERNEL)           \
   QRT_ELEMENT_FUNCTION_KERNELS_PORTABLE(KERNEL) \
   QRT_LINE_KERNELS_PORTABLE(KERNEL)             \

@@ -1,6 +1,8 @@
+#include "qrt_core/kernel/extension/elementary/axis_reduction.h"
+
 #include <cmath>
 
-#include "qrt_core/kernel/extension/elementary/binary.h"
+#include "qrt_core/kernel/extension/axes.h"
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/extension_info.h"
