@@ -49,6 +49,7 @@
 #include "qrt_core/runtime/tensor/context.h"
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/runtime/tensor/elements.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 #include "qrt_core/runtime/tensor/weight_pool.h"

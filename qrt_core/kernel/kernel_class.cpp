@@ -2,6 +2,7 @@
 
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 #include "qrt_core/utility/log.h"
 
@@ -57,12 +58,7 @@ runtime::Misfit general_input_refusal(const char* kernel, const KernelFamily::Sh
 
 runtime::IKernel::Tensors hollow_tensors(const KernelFamily::Shapes& shapes) {
   static runtime::DeviceCPU device({}, nullptr, nullptr, nullptr);
-  static char nothing[64];
-  runtime::IKernel::Tensors tensors;
-  for (const runtime::TensorShape& shape : shapes) {
-    tensors.push_back(device.CreateTensorExternal(shape, nothing));
-  }
-  return tensors;
+  return runtime::HollowTensors(shapes, device);
 }
 
 }  // namespace marlo::kernel

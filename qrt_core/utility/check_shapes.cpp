@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/kernel_facts.h"
-#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_core/utility/log.h"
 
@@ -84,7 +84,7 @@ class LayerWalk {
     }
     const std::string name = kernel->GetKernelName();
     found_.place.kernel = name;
-    if (kernel->CheckInputs(hollow(inputs)) != runtime::KERNEL_OK) {
+    if (kernel->CheckInputs(runtime::HollowTensors(inputs, device_)) != runtime::KERNEL_OK) {
       if (const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel)) {
         found_.place.misfits = facts->input_refusals(inputs);
       }
@@ -96,21 +96,10 @@ class LayerWalk {
     if (any(outputs, is_too_large)) return result + ", which no tensor can hold";
     // A sequence without steps stays one; nothing else is meant to vanish.
     if (any(outputs, is_empty) && !any(inputs, is_empty)) return result + ", which is empty";
-    if (kernel->CheckOutputs(hollow(outputs)) != runtime::KERNEL_OK) {
+    if (kernel->CheckOutputs(runtime::HollowTensors(outputs, device_)) != runtime::KERNEL_OK) {
       return name + " refuses its own output " + ShapesText(outputs);
     }
     return "";
-  }
-
-  // Tensors without numbers: checks look at shapes only.
-  IKernel::Tensors hollow(const Shapes& shapes) const {
-    static char nothing[64];
-    IKernel::Tensors tensors;
-    tensors.reserve(shapes.size());
-    for (const TensorShape& shape : shapes) {
-      tensors.push_back(device_.CreateTensorExternal(shape, nothing));
-    }
-    return tensors;
   }
 
   const runtime::Layer& layer_;

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/utility/application.h"
 #include "qrt_core/utility/quiet_log_internal.h"
 
@@ -51,11 +52,7 @@ std::shared_ptr<IKernel> Workshop::configured(const std::string& name,
 std::optional<TensorShape> Workshop::made_of(IKernel& kernel, const Shapes& inputs) {
   using Result = std::optional<TensorShape>;
   return unless_refused<Result>([&]() -> Result {
-    static char nothing[kAlignment];
-    IKernel::Tensors hollow;
-    for (const TensorShape& shape : inputs) {
-      hollow.push_back(context_->cpu->CreateTensorExternal(shape, nothing));
-    }
+    const IKernel::Tensors hollow = runtime::HollowTensors(inputs, *context_->cpu);
     if (kernel.CheckInputs(hollow) != runtime::KERNEL_OK) return std::nullopt;
     const Shapes outputs = kernel.InferOutputShapes(inputs);
     if (outputs.size() != 1) return std::nullopt;

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
-#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/utility/application.h"
 
 namespace marlo::toolkit {
@@ -19,17 +19,6 @@ std::string text_of(const std::vector<TensorShape>& shapes) {
     text += toolkit::text_of(Extents(shape.dims.begin(), shape.dims.end()));
   }
   return text;
-}
-
-/// Tensors without numbers: checks look at shapes only.
-runtime::IKernel::Tensors hollow(const std::vector<TensorShape>& shapes,
-                                 runtime::DeviceCPU& device) {
-  static char nothing[64];
-  runtime::IKernel::Tensors tensors;
-  for (const TensorShape& shape : shapes) {
-    tensors.push_back(device.CreateTensorExternal(shape, nothing));
-  }
-  return tensors;
 }
 
 }  // namespace
@@ -63,7 +52,7 @@ size_t Plan::add(std::shared_ptr<runtime::LayerInfo> info, const std::string& ke
   std::vector<TensorShape> outputs;
   try {
     if (!made->Config(info, nullptr, context_)) refuse("refuses the layer");
-    if (made->CheckInputs(hollow(shapes, *context_->cpu)) != runtime::KERNEL_OK) {
+    if (made->CheckInputs(runtime::HollowTensors(shapes, *context_->cpu)) != runtime::KERNEL_OK) {
       refuse("can't take " + text_of(shapes));
     }
     outputs = made->InferOutputShapes(shapes);

@@ -217,13 +217,6 @@ bool find_hard_sigmoid(Graph& graph, NodeId id) {
   return false;
 }
 
-template <bool (*rule)(Graph&, NodeId)>
-bool everywhere(Graph& graph) {
-  bool changed = false;
-  for (const NodeId id : graph.order()) changed = rule(graph, id) || changed;
-  return changed;
-}
-
 }  // namespace
 
 bool join_clips(Graph& graph) { return everywhere<join_bounds>(graph); }

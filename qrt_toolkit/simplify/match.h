@@ -5,7 +5,7 @@
 
 #include "qrt_toolkit/graph/graph.h"
 
-// What the rules ask of a graph.
+// What the rules ask of a graph, and do to it.
 
 namespace marlo::toolkit {
 
@@ -23,6 +23,14 @@ NodeId only_source(const Graph& graph, const Node& node, size_t place);
 
 /// Of a node with two inputs, the place of the one that is no constant, if the other is.
 std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& node);
+
+/// Tries a rule at every node. @return whether it changed anything
+template <bool (*rule)(Graph&, NodeId)>
+bool everywhere(Graph& graph) {
+  bool changed = false;
+  for (const NodeId id : graph.order()) changed = rule(graph, id) || changed;
+  return changed;
+}
 
 /// Puts a node of one input and output in the place of what makes `out`, which keeps its name.
 /// What made it stays, unread by anything that read `out`.

@@ -134,13 +134,6 @@ bool fold_padding(Graph& graph, NodeId id) {
   return true;
 }
 
-template <bool (*rule)(Graph&, NodeId)>
-bool everywhere(Graph& graph) {
-  bool changed = false;
-  for (const NodeId id : graph.order()) changed = rule(graph, id) || changed;
-  return changed;
-}
-
 }  // namespace
 
 bool join_transposes(Graph& graph) { return everywhere<join_pair>(graph); }

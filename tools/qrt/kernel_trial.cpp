@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "tools/qrt/kernel_catalogue.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/processor.h"
@@ -19,12 +20,8 @@ using marlo::runtime::TensorShape;
 namespace {
 
 bool takes_inputs(IKernel& kernel, const std::vector<TensorShape>& inputs, Library& library) {
-  static char nothing[64];
-  IKernel::Tensors tensors;
-  for (const TensorShape& shape : inputs) {
-    tensors.push_back(library.context->cpu->CreateTensorExternal(shape, nothing));
-  }
-  return kernel.CheckInputs(tensors) == marlo::runtime::KERNEL_OK;
+  return kernel.CheckInputs(marlo::runtime::HollowTensors(inputs, *library.context->cpu)) ==
+         marlo::runtime::KERNEL_OK;
 }
 
 void try_on_inputs(TriedKernel& tried, IKernel& kernel, const LayerReport& layer,
