@@ -37,6 +37,9 @@ set_target_properties(qrt_objects_toolkit PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
+if(QRT_SANITIZE)
+  qrt_compile_quickly(qrt_objects_toolkit)
+endif()
 qrt_precompile_standard_library(qrt_objects_toolkit)
 if(QRT_BUILD_FUZZ)
   target_compile_options(qrt_objects_toolkit PRIVATE -fsanitize=fuzzer-no-link)

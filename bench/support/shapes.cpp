@@ -4,16 +4,19 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+
+#include "tests/support/paths.h"
 
 namespace marlo::bench {
 namespace {
 
 using Kind = ConvShape::Kind;
 
-constexpr char kPath[] = QRT_SOURCE_DIR "/bench/shapes.txt";
+const std::string kPath = test::source_path("bench/shapes.txt");
 
 [[noreturn]] void fail(size_t number, const std::string& what) {
-  throw std::runtime_error(std::string(kPath) + ":" + std::to_string(number) + ": " + what);
+  throw std::runtime_error(kPath + ":" + std::to_string(number) + ": " + what);
 }
 
 // A size for both directions, or "1x3" for the vertical and the horizontal one.
@@ -73,7 +76,7 @@ ConvShape parse(const std::string& line, size_t number) {
 
 std::vector<ConvShape> read_shapes() {
   std::ifstream file(kPath);
-  if (!file) throw std::runtime_error(std::string("can't read ") + kPath);
+  if (!file) throw std::runtime_error("can't read " + kPath);
   std::vector<ConvShape> shapes;
   size_t number = 0;
   for (std::string line; std::getline(file, line);) {

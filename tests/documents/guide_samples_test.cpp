@@ -9,6 +9,7 @@
 
 #include "qrt_core/kernel/kernel_class.h"
 #include "tests/documents/working_folder.h"
+#include "tests/support/paths.h"
 #include "tests/support/temporary_folder.h"
 
 // What stands outside of functions.
@@ -54,7 +55,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-const std::string kModels = std::string(QRT_SOURCE_DIR) + "/models/";
+const std::string kModels = test::source_path("models/");
 
 #if QRT_WITH_SSE
 TEST(Readme, ReadsADigit) {

@@ -12,6 +12,7 @@
 
 #include "qrt_core/kernel/basic/activation.h"
 #include "tests/documents/working_folder.h"
+#include "tests/support/paths.h"
 #include "tests/support/temporary_folder.h"
 
 namespace marlo::test {
@@ -161,7 +162,7 @@ TEST(Headers, TheSampleOfClassRegistryMakesAKernel) {
 
 #if QRT_WITH_SSE
 TEST(Headers, TheSampleOfTheUmbrellaReadsADigit) {
-  const WorkingFolder folder(std::string(QRT_SOURCE_DIR) + "/models/digits");
+  const WorkingFolder folder(test::source_path("models/digits"));
   const std::vector<float> white(28 * 28, 1.0f);
   const float* pixels = white.data();
 #include "samples/qrt_core_h.inc"
@@ -170,7 +171,7 @@ TEST(Headers, TheSampleOfTheUmbrellaReadsADigit) {
 }
 
 TEST(Headers, TheSampleOfModelReadsADigit) {
-  const WorkingFolder folder(std::string(QRT_SOURCE_DIR) + "/models/digits");
+  const WorkingFolder folder(test::source_path("models/digits"));
   const std::vector<float> pixels(28 * 28, 1.0f);
 #include "samples/model_h.inc"
   EXPECT_EQ(results[0].elements().size(), 10u);
@@ -195,7 +196,7 @@ std::string refusal(utility::_NetworkPackage& package,
 }
 
 TEST(Headers, TheSampleOfCheckShapesRefusesAnotherSize) {
-  const WorkingFolder folder(std::string(QRT_SOURCE_DIR) + "/models/digits");
+  const WorkingFolder folder(test::source_path("models/digits"));
   std::shared_ptr<runtime::Context> context;
   utility::create_context(context, 32);
   runtime::KernelRegistry kernels;

@@ -9,6 +9,7 @@
 #include "tests/support/differential/operation.h"
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/paths.h"
 
 // The kept layers of the fuzz harness for kernels, each run by every kernel that accepts it and
 // compared with the portable one.
@@ -26,7 +27,7 @@ const std::set<std::string> kNeverConfigured = {
 
 void try_kept_layers() {
   const LogCapture log;
-  const fs::path corpus = fs::path(QRT_SOURCE_DIR) / "fuzz" / "corpus" / "kernels_fuzz";
+  const fs::path corpus = source_path("fuzz/corpus/kernels_fuzz");
   for (const auto& entry : fs::directory_iterator(corpus)) {
     const testing::ScopedTrace trace("", 0, entry.path().filename().string());
     std::ifstream file(entry.path(), std::ios::binary);

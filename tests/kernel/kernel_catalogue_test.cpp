@@ -7,6 +7,7 @@
 
 #include "qrt_core/utility/build_options.h"
 #include "tests/support/kernels.h"
+#include "tests/support/paths.h"
 
 namespace marlo::test {
 namespace {
@@ -27,7 +28,7 @@ TEST(KernelCatalogue, HasEveryRegisteredKernel) {
 #if QRT_WITH_SSE && QRT_WITH_AVX && QRT_WITH_SGEMM
 void expect_page(const std::string& name, const std::string& page) {
   std::ostringstream text;
-  text << std::ifstream(QRT_SOURCE_DIR "/docs/" + name).rdbuf();
+  text << std::ifstream(source_path("docs/" + name)).rdbuf();
   EXPECT_TRUE(text.str() == page) << "docs/" << name << " isn't up to date: run ./dev catalogue";
 }
 

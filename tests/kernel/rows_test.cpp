@@ -10,6 +10,7 @@
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "tests/support/kernels.h"
+#include "tests/support/paths.h"
 
 // A family is tested by the rows of its list. These tests hold lists, registry and tests together,
 // so that no kernel can be registered untested.
@@ -30,7 +31,7 @@ std::string text_of(const fs::path& path) {
 // The texts of the sources below a folder, without this one.
 std::vector<std::string> sources_below(const std::string& folder) {
   std::vector<std::string> texts;
-  for (const auto& entry : fs::recursive_directory_iterator(fs::path(QRT_SOURCE_DIR) / folder)) {
+  for (const auto& entry : fs::recursive_directory_iterator(source_path(folder))) {
     const std::string extension = entry.path().extension().string();
     if (extension != ".h" && extension != ".cpp") continue;
     if (entry.path().filename() != "rows_test.cpp") texts.push_back(text_of(entry.path()));

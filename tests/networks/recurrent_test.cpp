@@ -9,6 +9,7 @@
 #include "tests/support/compare.h"
 #include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
+#include "tests/support/paths.h"
 #include "tests/support/recurrent_case.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_context.h"
@@ -215,7 +216,7 @@ TEST_P(RecurrentNetworks, FollowASignalInPieces) {
 }
 
 std::string text_of(const std::string& path) {
-  std::ifstream file(QRT_SOURCE_DIR + ("/" + path));
+  std::ifstream file(source_path(path));
   return {std::istreambuf_iterator<char>(file), {}};
 }
 

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "qrt_toolkit/import_onnx.h"
+#include "tests/support/paths.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -16,7 +17,7 @@ TEST(SupportMatrix, IsThatOfTheDocument) {
                        (row.is_lowered ? "layers" : "constants") + " | " + row.limits + " |");
   }
   std::vector<std::string> found;
-  std::ifstream lines(QRT_SOURCE_DIR "/docs/import.md");
+  std::ifstream lines(marlo::test::source_path("docs/import.md"));
   for (std::string line; std::getline(lines, line);) {
     const bool row = line.size() > 2 && line[0] == '|' && line[2] >= 'A' && line[2] <= 'Z';
     if (row) found.push_back(line);

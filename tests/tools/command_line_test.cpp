@@ -134,7 +134,7 @@ TEST_F(CommandLineTest, HelpIsACommandToo) {
 }
 
 TEST_F(CommandLineTest, HelpThatCannotBeWrittenFails) {
-  const std::string tool = "'" QRT_TOOL_PATH "'";
+  const std::string tool = "'" + tool_path() + "'";
   for (const std::string arguments : {" --help", " run --help", " --version", " help"}) {
     const int status = std::system((tool + arguments + " >/dev/full 2>/dev/null").c_str());
     EXPECT_EQ(WEXITSTATUS(status), 5) << arguments;

@@ -3,6 +3,7 @@
 #include "qrt_core/utility/build_options.h"
 #include "tests/support/legacy_writer.h"
 #include "tests/support/model_builder.h"
+#include "tests/support/paths.h"
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/npy.h"
 
@@ -223,7 +224,7 @@ TEST_F(ConvertOldTest, TheFirstKernelThatTakesTheLayerIsChosen) {
 }
 
 TEST_F(ConvertOldTest, TheRulesInTheDocumentsWork) {
-  const std::string page = file_text(QRT_SOURCE_DIR "/docs/file-formats.md");
+  const std::string page = file_text(marlo::test::source_path("docs/file-formats.md"));
   const size_t begin = page.find("# the rest of a line is a comment");
   ASSERT_NE(begin, std::string::npos);
   const std::string rules = page.substr(begin, page.find("```", begin) - begin);

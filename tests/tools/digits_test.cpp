@@ -7,6 +7,7 @@
 
 #include "qrt_core/qrt_core.h"
 #include "qrt_core/utility/build_options.h"
+#include "tests/support/paths.h"
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/picture.h"
 
@@ -18,13 +19,13 @@ namespace {
 
 // A pass in float32 that sums as the portable convolution does is 2e-6 off at the most.
 constexpr double kTolerance = 2e-5;
-constexpr char kDigits[] = QRT_SOURCE_DIR "/models/digits/";
+const std::string kDigits = marlo::test::source_path("models/digits/");
 
 using Logits = std::vector<float>;
 
 std::map<std::string, std::vector<double>> expected_logits() {
   std::map<std::string, std::vector<double>> expected;
-  std::ifstream lines(std::string(kDigits) + "samples/expected_logits.txt");
+  std::ifstream lines(kDigits + "samples/expected_logits.txt");
   for (std::string line; std::getline(lines, line);) {
     if (line.empty() || line[0] == '#') continue;
     std::istringstream words(line);
@@ -37,7 +38,7 @@ std::map<std::string, std::vector<double>> expected_logits() {
 
 std::map<std::string, int> sample_digits() {
   std::map<std::string, int> digits;
-  std::ifstream lines(std::string(kDigits) + "samples/labels.txt");
+  std::ifstream lines(kDigits + "samples/labels.txt");
   std::string name;
   for (int digit = 0; lines >> name >> digit;) digits[name] = digit;
   return digits;
@@ -55,7 +56,7 @@ class DigitsModel {
 
   Logits logits(const std::string& sample) {
     const qrt_tool::Picture picture =
-        qrt_tool::parse_picture(file_text(std::string(kDigits) + "samples/" + sample), 1);
+        qrt_tool::parse_picture(file_text(kDigits + "samples/" + sample), 1);
     const std::vector<float> pixels = qrt_tool::planes_of(picture);
     auto& network = *networks_.at("digits");
     network.input_tensors[0] =
@@ -86,7 +87,7 @@ class DigitsTest : public ToolTest {
 };
 
 TEST_F(DigitsTest, ShippedModelGivesTheExpectedLogits) {
-  DigitsModel model(std::string(kDigits) + "digits.qrtmodel");
+  DigitsModel model(kDigits + "digits.qrtmodel");
   const auto expected = expected_logits();
   EXPECT_GE(expected.size(), 10u);
   for (const auto& [sample, logits] : expected) {
@@ -97,7 +98,7 @@ TEST_F(DigitsTest, ShippedModelGivesTheExpectedLogits) {
 }
 
 TEST_F(DigitsTest, ShippedModelReadsEverySample) {
-  DigitsModel model(std::string(kDigits) + "digits.qrtmodel");
+  DigitsModel model(kDigits + "digits.qrtmodel");
   const auto digits = sample_digits();
   EXPECT_EQ(digits.size(), expected_logits().size());
   for (const auto& [sample, digit] : digits) {
@@ -108,14 +109,14 @@ TEST_F(DigitsTest, ShippedModelReadsEverySample) {
 }
 
 TEST_F(DigitsTest, ShippedModelIsWhatTheJsonConvertsTo) {
-  ASSERT_EQ(qrt({"convert", std::string(kDigits) + "digits.json", path("d.qrtmodel")}).code, 0);
-  const std::string shipped = file_text(std::string(kDigits) + "digits.qrtmodel");
+  ASSERT_EQ(qrt({"convert", kDigits + "digits.json", path("d.qrtmodel")}).code, 0);
+  const std::string shipped = file_text(kDigits + "digits.qrtmodel");
   EXPECT_EQ(file_text(path("d.qrtmodel")), shipped);
   EXPECT_LT(shipped.size(), size_t{1} << 20);
 }
 
 TEST_F(DigitsTest, JsonAndBinaryGiveTheSameBitsAfterOneBinaryRound) {
-  ASSERT_EQ(qrt({"convert", std::string(kDigits) + "digits.json", path("a.qrtmodel")}).code, 0);
+  ASSERT_EQ(qrt({"convert", kDigits + "digits.json", path("a.qrtmodel")}).code, 0);
   ASSERT_EQ(qrt({"convert", path("a.qrtmodel"), path("b.json")}).code, 0);
   DigitsModel binary(path("a.qrtmodel"));
   DigitsModel json(path("b.json"));
@@ -127,9 +128,9 @@ TEST_F(DigitsTest, JsonAndBinaryGiveTheSameBitsAfterOneBinaryRound) {
 }
 
 TEST_F(DigitsTest, TheToolNamesTheDigit) {
-  const Outcome outcome = qrt({"run", std::string(kDigits) + "digits.qrtmodel", "--input",
-                               std::string(kDigits) + "samples/three-drawn-1.png", "--top", "1",
-                               "--labels", std::string(kDigits) + "labels.txt"});
+  const Outcome outcome =
+      qrt({"run", kDigits + "digits.qrtmodel", "--input", kDigits + "samples/three-drawn-1.png",
+           "--top", "1", "--labels", kDigits + "labels.txt"});
   EXPECT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_THAT(outcome.out, ::testing::StartsWith(" 1. 3  "));
 }
@@ -138,9 +139,8 @@ TEST_F(DigitsTest, TheToolNamesTheDigit) {
 TEST_F(DigitsTest, TheToolReadsAPhotograph) {
   for (const char* const window : {"560x560+540+220", "480x480+580+260", "640x640+500+180"}) {
     const Outcome outcome =
-        qrt({"run", std::string(kDigits) + "digits.qrtmodel", "--input",
-             std::string(kDigits) + "samples/photo.jpg", "--crop", window, "--resize", "model",
-             "--top", "1", "--labels", std::string(kDigits) + "labels.txt"});
+        qrt({"run", kDigits + "digits.qrtmodel", "--input", kDigits + "samples/photo.jpg", "--crop",
+             window, "--resize", "model", "--top", "1", "--labels", kDigits + "labels.txt"});
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     EXPECT_THAT(outcome.out, ::testing::StartsWith(" 1. 5  ")) << window;
   }

@@ -87,7 +87,7 @@ TEST_F(ReplaceFileTest, ASignalLeavesNothingBesideTheFile) {
     for (int delay = 5; delay <= 125; delay += 15) {
       write_text(path("out.qrtmodel"), "old");
       const std::string command = "timeout -s " + signal + " " + std::to_string(delay / 1000.0) +
-                                  " '" QRT_TOOL_PATH "' convert '" + path("m.json") + "' '" +
+                                  " '" + tool_path() + "' convert '" + path("m.json") + "' '" +
                                   path("out.qrtmodel") + "' 2>/dev/null";
       ended += std::system(command.c_str()) == 0 ? 0 : 1;
       const std::string left = file_text(path("out.qrtmodel"));

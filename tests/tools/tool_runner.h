@@ -20,6 +20,9 @@ namespace qrt_tool_test {
 
 namespace fs = std::filesystem;
 
+/// The built tool, behind the launcher of the tests.
+std::string tool_path();
+
 inline std::string file_text(const fs::path& path) {
   std::ifstream stream(path, std::ios::binary);
   std::stringstream text;
@@ -54,7 +57,7 @@ class ToolTest : public ::testing::Test {
   /// UTF-8.
   Outcome qrt(const std::vector<std::string>& arguments,
               const std::string& input = "/dev/null") const {
-    std::string command = "LC_ALL=C.UTF-8 '" QRT_TOOL_PATH "'";
+    std::string command = "LC_ALL=C.UTF-8 '" + tool_path() + "'";
     for (const std::string& argument : arguments) command += " '" + argument + "'";
     command += " >'" + path("stdout") + "' 2>'" + path("stderr") + "' <'" + input + "'";
     const int status = std::system(command.c_str());

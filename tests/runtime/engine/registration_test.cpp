@@ -9,6 +9,7 @@
 #include "qrt_core/qrt_core.h"
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/utility/build_options.h"
+#include "tests/support/paths.h"
 
 namespace marlo::runtime {
 namespace {
@@ -29,7 +30,7 @@ bool is_built(const std::string& name) {
 
 // All kernels, one name per line, sorted.
 std::vector<std::string> listed_keys() {
-  std::ifstream list(std::string(QRT_TEST_DATA_DIR) + "/registered_kernels.txt");
+  std::ifstream list(test::test_data_path("registered_kernels.txt"));
   std::vector<std::string> keys;
   for (std::string key; std::getline(list, key);) keys.push_back(key);
   return keys;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/paths.h"
+
 namespace marlo::testing {
 
 /// One line of tests/data/attributes.txt.
@@ -41,7 +43,7 @@ struct PersistedClass {
 class AttributeTable {
  public:
   static const AttributeTable& get() {
-    static const AttributeTable table(QRT_TEST_DATA_DIR "/attributes.txt");
+    static const AttributeTable table(test::test_data_path("attributes.txt"));
     return table;
   }
 

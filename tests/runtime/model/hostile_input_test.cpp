@@ -7,6 +7,7 @@
 
 #include "fuzz/targets.h"
 #include "tests/runtime/model/file_helpers.h"
+#include "tests/support/paths.h"
 
 // Inputs of up to 64 KiB that try to make the library work long or take much memory, and all inputs
 // that the fuzz harnesses keep. Each must be done within a second and 256 MiB.
@@ -290,7 +291,7 @@ class KeptInputs : public ::testing::TestWithParam<Harness> {};
 TEST_P(KeptInputs, AreAllDoneInTimeAndMemory) {
   const Harness harness = GetParam();
   const std::filesystem::path folder =
-      std::filesystem::path(QRT_SOURCE_DIR) / "fuzz" / "corpus" / harness.name;
+      std::filesystem::path(test::source_path("fuzz/corpus")) / harness.name;
   size_t count = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     expect_cheap(harness.target, contents(entry.path().string()), kJsonReads,

@@ -3,6 +3,7 @@
 #include "qrt_core/qrt_core.h"
 #include "tests/runtime/model/classes.h"
 #include "tests/runtime/model/file_helpers.h"
+#include "tests/support/paths.h"
 
 namespace marlo::testing {
 namespace {
@@ -68,7 +69,7 @@ TEST_F(Configuration, OfAnEntryWithOnlyAKernelHasTwoEmptyConverterMaps) {
 }
 
 TEST_F(Configuration, KeepsEntriesInOrderAndConvertersByTheirIndex) {
-  const auto config = read(contents(QRT_TEST_DATA_DIR "/models/config.json"));
+  const auto config = read(contents(test::test_data_path("models/config.json")));
   ASSERT_EQ(config->layers.size(), 2u);
   EXPECT_EQ(config->layers[0].kernel->kernel_type, "Input_Fallback_M1");
   const runtime::LayerInferenceConfig& layer = config->layers[1];

@@ -4,6 +4,7 @@
 
 #include "tests/runtime/model/classes.h"
 #include "tests/runtime/model/file_helpers.h"
+#include "tests/support/paths.h"
 
 namespace marlo::testing {
 namespace {
@@ -236,7 +237,7 @@ TEST(QRTModel, LiesInItsFileAsDocumented) {
 
 TEST(QRTModel, AsJsonAndAsBinaryIsTheSameAfterOneBinaryRound) {
   runtime::QRTModel model;
-  model.FromFile(QRT_TEST_DATA_DIR "/models/small.json");
+  model.FromFile(test::test_data_path("models/small.json"));
   runtime::QRTModel once;
   ASSERT_TRUE(read_bytes(once, written(model, "bin")));
   runtime::QRTModel as_json;
@@ -260,7 +261,7 @@ TEST(QRTModel, HoldsSeveralNetworks) {
 
 TEST(QRTModel, CopiesWithAllItHolds) {
   runtime::QRTModel model;
-  model.FromFile(QRT_TEST_DATA_DIR "/models/small.json");
+  model.FromFile(test::test_data_path("models/small.json"));
   runtime::QRTModel copy = model;
   EXPECT_EQ(written(copy, "bin"), written(model, "bin"));
   QRModelInfo info;

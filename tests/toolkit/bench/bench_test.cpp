@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "tests/support/kernels.h"
+#include "tests/support/paths.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
-const std::string kDigits = std::string(QRT_SOURCE_DIR) + "/models/digits/digits.qrtmodel";
+const std::string kDigits = marlo::test::source_path("models/digits/digits.qrtmodel");
 
 BenchSubject digits() {
   BenchSubject subject;

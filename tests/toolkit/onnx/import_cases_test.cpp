@@ -6,6 +6,7 @@
 #include "onnx_cases.h"
 #include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/read.h"
+#include "tests/support/paths.h"
 
 // ONNX's own test cases through the whole import: what becomes a network computes the outputs that
 // were published, and what doesn't stands in unimported_cases.txt with its reason.
@@ -14,8 +15,8 @@ namespace marlo::toolkit::test {
 namespace {
 
 constexpr const char* kCases = "/usr/share/libonnx-testdata/data";
-constexpr const char* kRefused = QRT_SOURCE_DIR "/tests/toolkit/onnx/refused_cases.txt";
-constexpr const char* kUnimported = QRT_SOURCE_DIR "/tests/toolkit/onnx/unimported_cases.txt";
+const std::string kRefused = marlo::test::source_path("tests/toolkit/onnx/refused_cases.txt");
+const std::string kUnimported = marlo::test::source_path("tests/toolkit/onnx/unimported_cases.txt");
 
 GivenTensor given_of(const Numbers& numbers) {
   GivenTensor given;

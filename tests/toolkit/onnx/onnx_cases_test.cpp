@@ -8,6 +8,7 @@
 #include "qrt_toolkit/import_onnx.h"
 #include "qrt_toolkit/onnx/read.h"
 #include "qrt_toolkit/shapes/infer.h"
+#include "tests/support/paths.h"
 
 // ONNX's own test cases through the reader, shape inference and the evaluator. A case that isn't
 // supported stands in refused_cases.txt with its reason; one that is must not stand there.
@@ -16,7 +17,7 @@ namespace marlo::toolkit::test {
 namespace {
 
 constexpr const char* kCases = "/usr/share/libonnx-testdata/data";
-constexpr const char* kRefused = QRT_SOURCE_DIR "/tests/toolkit/onnx/refused_cases.txt";
+const std::string kRefused = marlo::test::source_path("tests/toolkit/onnx/refused_cases.txt");
 
 /// A tensor of a data set, as the graph types it: the data spells bfloat16 by its bits.
 SharedNumbers tensor_as(ElementType type, const std::filesystem::path& file) {

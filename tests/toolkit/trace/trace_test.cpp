@@ -9,6 +9,7 @@
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/model.h"
+#include "tests/support/paths.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -26,7 +27,7 @@ size_t count_of(const Trace& trace, TraceKind kind) {
 class TraceTest : public ::testing::Test {
  protected:
   TraceTest()
-      : model_(std::string(QRT_SOURCE_DIR) + "/models/digits/digits.qrtmodel"),
+      : model_(marlo::test::source_path("models/digits/digits.qrtmodel")),
         network_(model_.at(size_t{0})),
         pixels_(28 * 28, 0.5f) {}
 
