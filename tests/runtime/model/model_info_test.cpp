@@ -237,7 +237,7 @@ TEST(QRTModel, LiesInItsFileAsDocumented) {
 
 TEST(QRTModel, AsJsonAndAsBinaryIsTheSameAfterOneBinaryRound) {
   runtime::QRTModel model;
-  model.FromFile(test::test_data_path("models/small.json"));
+  model.FromFile(test::test_data_path("models/small.json").c_str());
   runtime::QRTModel once;
   ASSERT_TRUE(read_bytes(once, written(model, "bin")));
   runtime::QRTModel as_json;
@@ -261,7 +261,7 @@ TEST(QRTModel, HoldsSeveralNetworks) {
 
 TEST(QRTModel, CopiesWithAllItHolds) {
   runtime::QRTModel model;
-  model.FromFile(test::test_data_path("models/small.json"));
+  model.FromFile(test::test_data_path("models/small.json").c_str());
   runtime::QRTModel copy = model;
   EXPECT_EQ(written(copy, "bin"), written(model, "bin"));
   QRModelInfo info;
