@@ -44,16 +44,23 @@ size_t with_slopes(Lowering& lowering, size_t x, const Numbers& slope) {
   return lowering.combined(0, above, below);
 }
 
-// The description holds the slope as a half.
+// The documented description holds the slope as a half.
 void lower_leaky_relu(Lowering& lowering) {
   const double alpha = lowering.node().real("alpha", 0.01);
   const size_t x = lowering.input(0);
+  if (!is_half(alpha) && lowering.plan().has("LeakyReLU_Fallback_Float_M1")) {
+    return lowering.result(
+        lowering.function(runtime::ElementFunction::LeakyReLU, "LeakyReLU", x, alpha));
+  }
   lowering.result(is_half(alpha)
                       ? lowering.activated("Leaky_Fallback_Float_M1", x, static_cast<float>(alpha))
                       : with_slopes(lowering, x, scalar(alpha)));
 }
 
 void lower_prelu(Lowering& lowering) {
+  if (lowering.is_tensor(1)) {
+    return lowering.result(lowering.binary(runtime::BinaryFunction::PReLU));
+  }
   const SharedNumbers given = lowering.required_constant(1);
   if (lowering.node().integer("channel_slope", 0) != 0 && given->count() != 1) {
     // Slopes belong to the second axis, which is the first one behind a batch.
@@ -69,6 +76,11 @@ void lower_prelu(Lowering& lowering) {
 size_t clipped(Lowering& lowering, size_t x, double low, double high) {
   constexpr double kMost = std::numeric_limits<float>::max();
   if (low == 0 && high == 6) return lowering.activated("ReLU6_Fallback_Float_M1", x);
+  if (low == 0 && high >= kMost) return lowering.activated(kReLU, x);
+  if (low <= -kMost && high >= kMost) return x;
+  if (lowering.plan().has("Clip_Fallback_Float_M1")) {
+    return lowering.function(runtime::ElementFunction::Clip, "Clip", x, low, high);
+  }
   if (low == 0) {
     x = lowering.activated(kReLU, x);
   } else if (low > -kMost) {
@@ -93,6 +105,10 @@ void lower_hard_sigmoid(Lowering& lowering) {
   const bool own = static_cast<float>(alpha) == 1.0f / 6 && beta == 0.5;
   if (own) {
     return lowering.result(lowering.activated("HSigmoid_Fallback_Float_M1", lowering.input(0)));
+  }
+  if (lowering.plan().has("HardSigmoid_Fallback_Float_M1")) {
+    return lowering.result(lowering.function(runtime::ElementFunction::HardSigmoid, "HardSigmoid",
+                                             lowering.input(0), alpha, beta));
   }
   const size_t line = lowering.affine(lowering.input(0), scalar(alpha), scalar(beta));
   lowering.result(clipped(lowering, line, 0, 1));
@@ -129,10 +145,23 @@ Numbers chosen_of(const Numbers& constant, const Numbers& mask, const Extents& b
   return result;
 }
 
+/// Where a tensor of zeros and ones chooses, between finite numbers.
+void lower_open_where(Lowering& lowering) {
+  const size_t chosen = lowering.input(0);
+  const size_t other = lowering.affine(chosen, scalar(-1), scalar(1));
+  const auto side = [&](size_t place, size_t mask) {
+    const SharedNumbers constant = lowering.aligned_constant(place);
+    const bool one = constant != nullptr && constant->count() == 1;
+    return one ? lowering.affine(mask, *constant, scalar(0))
+               : lowering.combined(2, mask, lowering.input(place));
+  };
+  lowering.result(lowering.combined(0, side(1, chosen), side(2, other)));
+}
+
 /// Where a constant chooses: each side times a mask of zeros and ones.
 void lower_where(Lowering& lowering) {
   const SharedNumbers chosen = lowering.aligned_constant(0);
-  if (chosen == nullptr) lowering.required_constant(0);
+  if (chosen == nullptr) return lower_open_where(lowering);
   Numbers masks[2] = {Numbers(ElementType::float32, chosen->shape),
                       Numbers(ElementType::float32, chosen->shape)};
   for (size_t i = 0; i < masks[0].reals().size(); ++i) {
@@ -224,11 +253,18 @@ void lower_mean(Lowering& lowering) {
 }
 
 void lower_pow(Lowering& lowering) {
-  const SharedNumbers exponent = lowering.required_constant(1);
+  const SharedNumbers exponent = lowering.constant(1);
+  const bool broadcasts = exponent == nullptr || exponent->count() != 1;
+  if (broadcasts) return lowering.result(lowering.binary(runtime::BinaryFunction::Pow));
   const double power = exponent->count() == 1 ? exponent->real(0) : 0;
   const int whole = power == std::floor(power) ? static_cast<int>(std::abs(power)) : 0;
   if (whole < 1 || whole > 8) {
-    throw NodeFault{"input 1", "only one exponent from 1 to 8, or -1 to -8, has layers"};
+    if (power == 0.5) {
+      return lowering.result(
+          lowering.function(runtime::ElementFunction::Sqrt, "Sqrt", lowering.input(0)));
+    }
+    return lowering.result(
+        lowering.function(runtime::ElementFunction::Pow, "Pow", lowering.input(0), power));
   }
   const size_t x = lowering.input(0);
   size_t result = x;
@@ -266,8 +302,8 @@ constexpr LoweringRow kRows[] = {
     {"Min", lower_symmetric<5>},
     {"Mul", lower_symmetric<2>},
     {"Neg", lower_negative},
-    {"PRelu", lower_prelu, "constant slopes"},
-    {"Pow", lower_pow, "one constant exponent from 1 to 8, or -1 to -8"},
+    {"PRelu", lower_prelu},
+    {"Pow", lower_pow},
     {"Reciprocal", lower_reciprocal},
     {"Relu", lower_activation<kReLU>},
     {"Sigmoid", lower_activation<kSigmoid>},
@@ -275,7 +311,7 @@ constexpr LoweringRow kRows[] = {
     {"Sub", lower_sub},
     {"Sum", lower_symmetric<0>},
     {"Tanh", lower_activation<kTanH>},
-    {"Where", lower_where, "a constant condition"},
+    {"Where", lower_where},
 };
 
 }  // namespace

@@ -149,6 +149,15 @@ size_t Lowering::taken(size_t layer, size_t axis, const std::vector<int64_t>& el
       std::any_of(elements.begin(), elements.end(), [&](int64_t i) { return i >= in; });
   if (beyond || elements.empty()) throw NodeFault{"", "elements that aren't there are asked for"};
   const std::vector<Run> runs = runs_of(elements);
+  if (runs.size() > 1 && runs.front().part.first >= 0 &&
+      std::none_of(elements.begin(), elements.end(), [](int64_t i) { return i < 0; }) &&
+      plan_.has("Gather_Fallback_Float_M1")) {
+    auto info = std::make_shared<runtime::GatherInfo>();
+    info->axis = static_cast<int32_t>(axis);
+    info->index_dims = {static_cast<uint32_t>(elements.size())};
+    info->indices.assign(elements.begin(), elements.end());
+    return plan_.add(std::move(info), "Gather_Fallback_Float_M1", {layer});
+  }
   if (runs.size() > kMostPieces) {
     Numbers shift(ElementType::float32, {static_cast<int64_t>(elements.size())});
     for (size_t i = 0; i < elements.size(); ++i) {
@@ -222,6 +231,14 @@ size_t Lowering::along_axis(size_t layer, size_t axis, const Numbers& matrix, co
 // A single one, made of an element of the first input, which a transposed convolution multiplies
 // with the constant.
 size_t Lowering::constant_tensor(const Numbers& numbers, const Extents& sizes) {
+  if (plan_.has("Constant_Fallback_Float_M1")) {
+    auto constant = std::make_shared<runtime::ConstantInfo>();
+    for (const int64_t size : sizes) constant->dims.push_back(static_cast<uint32_t>(size));
+    for (size_t i = 0; i < static_cast<size_t>(numbers.count()); ++i) {
+      constant->values.push_back(static_cast<float>(numbers.real(i)));
+    }
+    return plan_.add(std::move(constant), "Constant_Fallback_Float_M1", {});
+  }
   if (graph_.inputs.empty()) {
     throw NodeFault{"", "it is a constant, which no layer makes"};
   }

@@ -9,6 +9,7 @@
 namespace marlo::toolkit {
 
 std::span<const LoweringRow> window_lowerings();
+std::span<const LoweringRow> function_lowerings();
 std::span<const LoweringRow> product_lowerings();
 std::span<const LoweringRow> recurrent_lowerings();
 std::span<const LoweringRow> reduction_lowerings();

@@ -170,7 +170,11 @@ Plan Lowering::run() {
 
 void Lowering::lower_outputs(std::vector<Refusal>& refusals) {
   for (const ValueId id : graph_.outputs) {
-    const auto& layer = values_[static_cast<size_t>(id)].layer;
+    auto& layer = values_[static_cast<size_t>(id)].layer;
+    const auto& constant = graph_.value(id).constant;
+    if (!layer && constant && is_real(constant->type) && plan_.has("Constant_Fallback_Float_M1")) {
+      layer = constant_tensor(constant->numbers(), sizes_of(id));
+    }
     if (!layer && refusals.empty()) {
       refusals.push_back({"", "", 0, "", "output \"" + graph_.value(id).name + "\"",
                           "it is a constant, which no layer makes", ""});
@@ -421,8 +425,8 @@ std::span<const LoweringRow> all_lowerings() {
   static const std::vector<LoweringRow> table = [] {
     std::vector<LoweringRow> rows;
     for (const auto group :
-         {arithmetic_lowerings, movement_lowerings, product_lowerings, recurrent_lowerings,
-          reduction_lowerings, resampling_lowerings, window_lowerings}) {
+         {arithmetic_lowerings, function_lowerings, movement_lowerings, product_lowerings,
+          recurrent_lowerings, reduction_lowerings, resampling_lowerings, window_lowerings}) {
       const auto part = group();
       rows.insert(rows.end(), part.begin(), part.end());
     }

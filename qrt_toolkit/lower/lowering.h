@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/weight_blob.h"
 #include "qrt_toolkit/lower/plan.h"
 #include "qrt_toolkit/operators/operator.h"
@@ -140,6 +141,13 @@ class Lowering {
   /// Two layers' tensors of one shape, or broadcast: 0 adds, 1 subtracts, 2 multiplies, 3 divides,
   /// 4 takes the larger, 5 the smaller number.
   size_t combined(uint16_t operation, size_t a, size_t b);
+
+  /// A function of every number of a layer's tensor; its kernel has its name.
+  size_t function(runtime::ElementFunction function, const char* name, size_t layer,
+                  double alpha = 1, double beta = 0);
+
+  /// A function of the node's two inputs, of which one may be a constant.
+  size_t binary(runtime::BinaryFunction function);
 
   /// -x and |x| of a layer's tensor.
   size_t negative(size_t layer);

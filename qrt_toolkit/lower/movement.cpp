@@ -6,7 +6,7 @@
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 
-// Layers that move numbers, and softmax.
+// Layers that move numbers.
 
 namespace marlo::toolkit {
 namespace {
@@ -248,28 +248,6 @@ void lower_blocks(Lowering& lowering) {
   lowering.result(moved);
 }
 
-void lower_softmax(Lowering& lowering) {
-  const int64_t axis = lowering.node().integer("axis", -1);
-  const bool to_end = lowering.node().integer("to_end", 0) != 0;
-  const Extents sizes = lowering.input_sizes(0);
-  size_t layer = lowering.input(0);
-  size_t at = lowering.axis_of_input(0, axis);
-  if (to_end && at + 1 < sizes.size()) {
-    const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(at);
-    layer = lowering.reshaped(
-        layer, {std::accumulate(sizes.begin(), middle, int64_t{1}, std::multiplies<>()),
-                std::accumulate(middle, sizes.end(), int64_t{1}, std::multiplies<>())});
-    at = 1;
-  }
-  auto info = std::make_shared<runtime::SoftmaxInfo>();
-  info->dim = static_cast<uint16_t>(at + 1);
-  // The documented kernel doesn't take out the largest number, and gives NaN from 89 on.
-  const char* const stable = "AxisSoftmax_Fallback_Float_M1";
-  Plan& plan = lowering.plan();
-  const char* const kernel = plan.has(stable) ? stable : "Softmax_Fallback_Float_M1";
-  lowering.result(plan.add(std::move(info), kernel, {layer}));
-}
-
 constexpr LoweringRow kRows[] = {
     {"Concat", lower_concat},
     {"DepthToSpace", lower_blocks<true>},
@@ -279,7 +257,6 @@ constexpr LoweringRow kRows[] = {
     {"Pad", lower_pad, "constant sizes"},
     {"Reshape", lower_reshape},
     {"Slice", lower_slice, "constant parts"},
-    {"Softmax", lower_softmax},
     {"SpaceToDepth", lower_blocks<false>},
     {"Split", lower_split, "constant sizes"},
     {"Squeeze", lower_reshape},

@@ -29,6 +29,21 @@ Numbers transposed(const Numbers& matrices) {
   return result;
 }
 
+/// Rows times a matrix, as they lie.
+size_t dense(Lowering& lowering, size_t layer, const Numbers& weight, const Numbers* bias) {
+  auto info = std::make_shared<runtime::DenseInfo>();
+  info->in_features = static_cast<uint32_t>(weight.shape[1]);
+  info->out_features = static_cast<uint32_t>(weight.shape[0]);
+  info->weight = blob_of(weight);
+  info->if_bias = bias != nullptr;
+  if (bias != nullptr) info->bias = blob_of(*bias);
+  const int64_t rows =
+      count(lowering.sizes_of_layer(layer)) / std::max<int64_t>(1, weight.shape[1]);
+  const size_t made = lowering.plan().add(std::move(info), "Dense_Fallback_Float_M1", {layer});
+  lowering.plan().layer(made).products = static_cast<uint64_t>(rows * count(weight.shape));
+  return made;
+}
+
 /// The last axis times a matrix: one row is a full connection, more are a convolution of 1 x 1.
 /// @param weight [out, in]
 size_t times_last_axis(Lowering& lowering, size_t layer, const Numbers& weight,
@@ -36,6 +51,9 @@ size_t times_last_axis(Lowering& lowering, size_t layer, const Numbers& weight,
   Extents sizes = lowering.sizes_of_layer(layer);
   const int64_t outputs = weight.shape[0];
   const int64_t inputs = weight.shape[1];
+  if (count(sizes) != inputs && lowering.plan().has("Dense_Fallback_Float_M1")) {
+    return dense(lowering, layer, weight, bias);
+  }
   if (count(sizes) != inputs) {
     return lowering.along_axis(layer, sizes.size() - 1, weight, bias);
   }
@@ -50,6 +68,21 @@ size_t times_last_axis(Lowering& lowering, size_t layer, const Numbers& weight,
   lowering.plan().layer(made).products = static_cast<uint64_t>(count(weight.shape));
   sizes.back() = outputs;
   return lowering.reshaped(made, sizes);
+}
+
+/// Two tensors of matrices.
+size_t two_tensors(Lowering& lowering, size_t a, size_t b, bool a_turned, bool b_turned,
+                   double alpha) {
+  auto info = std::make_shared<runtime::MatMulInfo>();
+  info->transpose_a = a_turned;
+  info->transpose_b = b_turned;
+  info->alpha = static_cast<float>(alpha);
+  const Extents sizes = lowering.sizes_of_layer(a);
+  const int64_t inner = sizes.size() < 2 || !a_turned ? sizes.back() : sizes[sizes.size() - 2];
+  const size_t layer = lowering.plan().add(std::move(info), "MatMul_Fallback_Float_M1", {a, b});
+  lowering.plan().layer(layer).products =
+      static_cast<uint64_t>(count(lowering.sizes_of_layer(layer)) * inner);
+  return layer;
 }
 
 /// As many matrices as the tensor has: each multiplied with its own by a convolution in groups.
@@ -121,6 +154,18 @@ void lower_gemm(Lowering& lowering) {
     const Numbers weight = scaled(a_turned ? transposed(*a) : *a, alpha);
     return lowering.result(with_addend(lowering, lowering.along_axis(b, 0, weight)));
   }
+  if (lowering.is_tensor(1)) {
+    // The batch of one row, which is gone, was an axis of the matrix.
+    size_t a = lowering.input(0);
+    size_t b = lowering.input(1);
+    const auto as_matrix = [&](size_t layer, size_t place) {
+      return lowering.reshaped(layer, lowering.input_shape(place));
+    };
+    a = as_matrix(a, 0);
+    b = as_matrix(b, 1);
+    const size_t product = two_tensors(lowering, a, b, a_turned, b_turned, alpha);
+    return lowering.result(with_addend(lowering, product));
+  }
   const SharedNumbers given = lowering.required_constant(1);
   const Numbers weight = scaled(b_turned ? *given : transposed(*given), alpha);
   size_t rows = lowering.input(0);
@@ -142,12 +187,17 @@ void lower_matmul(Lowering& lowering) {
   if (const SharedNumbers a = lowering.constant(0); a != nullptr && lowering.is_tensor(1)) {
     const Extents sizes = lowering.input_sizes(1);
     if (a->shape.size() > 2) {
-      throw NodeFault{"input 0", "only one matrix can stand here, not " + text_of(a->shape)};
+      return lowering.result(
+          two_tensors(lowering, lowering.input(0), lowering.input(1), false, false, 1));
     }
     Numbers weight = *a;
     if (a->shape.size() == 1) weight.shape.insert(weight.shape.begin(), 1);
     const size_t axis = sizes.size() < 2 ? 0 : sizes.size() - 2;
     return lowering.result(lowering.along_axis(lowering.input(1), axis, weight));
+  }
+  if (lowering.is_tensor(1)) {
+    return lowering.result(
+        two_tensors(lowering, lowering.input(0), lowering.input(1), false, false, 1));
   }
   Numbers given = *lowering.required_constant(1);
   if (given.shape.size() == 1) given.shape.push_back(1);
@@ -160,8 +210,8 @@ void lower_matmul(Lowering& lowering) {
 }
 
 constexpr LoweringRow kRows[] = {
-    {"Gemm", lower_gemm, "a constant matrix on one side"},
-    {"MatMul", lower_matmul, "constant matrices on one side"},
+    {"Gemm", lower_gemm},
+    {"MatMul", lower_matmul},
 };
 
 }  // namespace

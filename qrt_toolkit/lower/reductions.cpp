@@ -128,9 +128,33 @@ void lower_cumulative_sum(Lowering& lowering) {
   lowering.result(lowering.along_axis(lowering.input(0), axis, triangle));
 }
 
+template <runtime::AxisReduction function>
+void lower_function(Lowering& lowering) {
+  auto info = std::make_shared<runtime::AxisReductionInfo>();
+  info->function = static_cast<uint32_t>(function);
+  const size_t rank = lowering.input_sizes(0).size();
+  for (const size_t axis : reduced_axes(lowering)) {
+    if (axis < rank) info->axes.push_back(static_cast<int32_t>(axis));
+  }
+  if (info->axes.empty()) {
+    // Over a batch of one alone: each number is its own line, behind a new axis.
+    Extents sizes = lowering.input_sizes(0);
+    info->axes.push_back(static_cast<int32_t>(sizes.size()));
+    sizes.push_back(1);
+    const size_t lines = lowering.reshaped(lowering.input(0), sizes);
+    return lowering.result(
+        lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {lines}));
+  }
+  lowering.result(
+      lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {lowering.input(0)}));
+}
+
 constexpr LoweringRow kRows[] = {
     {"CumSum", lower_cumulative_sum, "a constant axis"},
     {"ReduceL1", lower_l1, "constant axes"},
+    {"ReduceL2", lower_function<runtime::AxisReduction::L2>, "constant axes"},
+    {"ReduceLogSum", lower_function<runtime::AxisReduction::LogSum>, "constant axes"},
+    {"ReduceLogSumExp", lower_function<runtime::AxisReduction::LogSumExp>, "constant axes"},
     {"ReduceMax", lower_max, "constant axes"},
     {"ReduceMean", lower_sum<Sum::mean>, "constant axes"},
     {"ReduceMin", lower_min, "constant axes"},

@@ -82,7 +82,8 @@ void simplify(Graph& graph) {
     for (bool (*rule)(Graph&) :
          {drop_unused, take_branches, fold_constants, drop_identities, join_transposes,
           push_transposes_down, make_gemms, fold_paddings, fold_scales_behind, fold_scales_in_front,
-          join_clips, find_leaky_rectifiers, find_hard_swishes, find_hard_sigmoids}) {
+          join_clips, find_leaky_rectifiers, find_hard_swishes, find_hard_sigmoids, find_gelus,
+          find_layer_normalizations}) {
       changed = rule(graph) || changed;
     }
   }

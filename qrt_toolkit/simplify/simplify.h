@@ -46,6 +46,13 @@ bool find_hard_swishes(Graph& graph);
 /// Clip(x + 3, 0, 6) / 6 becomes HardSigmoid.
 bool find_hard_sigmoids(Graph& graph);
 
+/// x (1 + erf(x / sqrt 2)) / 2, however written, becomes Gelu.
+bool find_gelus(Graph& graph);
+
+/// (x - mean) / sqrt(variance + epsilon) over the last axis, scaled and shifted, becomes
+/// LayerNormalization.
+bool find_layer_normalizations(Graph& graph);
+
 /// Two transpositions, one behind the other, become one.
 bool join_transposes(Graph& graph);
 
