@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <tuple>
@@ -120,11 +121,18 @@ void lower_absolute(Lowering& lowering) { lowering.result(lowering.absolute(lowe
 
 void lower_reciprocal(Lowering& lowering) {
   const size_t x = lowering.input(0);
+  if (lowering.has_second_set()) {
+    return lowering.result(
+        lowering.function(runtime::ElementFunction::Reciprocal, "Reciprocal", x));
+  }
   lowering.result(lowering.combined(3, lowering.constants_like(x, scalar(1)), x));
 }
 
 void lower_softsign(Lowering& lowering) {
   const size_t x = lowering.input(0);
+  if (lowering.has_second_set()) {
+    return lowering.result(lowering.function(runtime::ElementFunction::Softsign, "Softsign", x));
+  }
   const size_t divisor = lowering.affine(lowering.absolute(x), scalar(1), scalar(1));
   lowering.result(lowering.combined(3, x, divisor));
 }
@@ -145,17 +153,34 @@ Numbers chosen_of(const Numbers& constant, const Numbers& mask, const Extents& b
   return result;
 }
 
-/// Where a tensor of zeros and ones chooses, between finite numbers.
+/// A tensor times another where a mask is one, plus nothing where it is zero; the numbers that a mask
+/// leaves out have to be finite. An infinite constant, which attention hides scores with, is the
+/// negative logarithm of what is chosen instead.
+size_t masked(Lowering& lowering, size_t place, size_t mask, size_t unmask) {
+  const SharedNumbers constant = lowering.aligned_constant(place);
+  if (constant == nullptr) {
+    return lowering.binary(runtime::BinaryFunction::Mul, mask, lowering.input(place));
+  }
+  const auto infinite = [](double number) { return std::isinf(number); };
+  const Numbers::Reals& numbers = constant->reals();
+  if (std::none_of(numbers.begin(), numbers.end(), infinite)) {
+    return lowering.binary(runtime::BinaryFunction::Mul, mask, *constant);
+  }
+  if (constant->count() != 1) {
+    throw NodeFault{"input " + std::to_string(place),
+                    "infinite numbers among others can't be chosen by a condition that is no "
+                    "constant"};
+  }
+  const size_t logarithm = lowering.function(runtime::ElementFunction::Log, "Log", unmask);
+  return numbers[0] < 0 ? logarithm : lowering.negative(logarithm);
+}
+
+/// Where a tensor of zeros and ones chooses.
 void lower_open_where(Lowering& lowering) {
   const size_t chosen = lowering.input(0);
-  const size_t other = lowering.affine(chosen, scalar(-1), scalar(1));
-  const auto side = [&](size_t place, size_t mask) {
-    const SharedNumbers constant = lowering.aligned_constant(place);
-    const bool one = constant != nullptr && constant->count() == 1;
-    return one ? lowering.affine(mask, *constant, scalar(0))
-               : lowering.combined(2, mask, lowering.input(place));
-  };
-  lowering.result(lowering.combined(0, side(1, chosen), side(2, other)));
+  const size_t other = lowering.function(runtime::ElementFunction::Not, "Not", chosen);
+  lowering.result(lowering.binary(runtime::BinaryFunction::Add, masked(lowering, 1, chosen, other),
+                                  masked(lowering, 2, other, chosen)));
 }
 
 /// Where a constant chooses: each side times a mask of zeros and ones.
@@ -186,10 +211,39 @@ Numbers mapped(Numbers numbers, double (*function)(double)) {
   return numbers;
 }
 
+/// What `with_constant` computes: of the documented operations, those that the second set has.
+runtime::BinaryFunction function_of(uint16_t operation) {
+  using F = runtime::BinaryFunction;
+  constexpr F kFunctions[] = {F::Add, F::Sub, F::Mul, F::Div, F::Max, F::Min};
+  return kFunctions[operation];
+}
+
+/// Whether a constant is one for each channel of planes, which convolutions take in blocks as well.
+bool is_of_channels(const Numbers& constant, const Extents& sizes) {
+  return sizes.size() == 3 && constant.shape.size() == 3 && constant.shape[0] == sizes[0] &&
+         constant.count() == sizes[0];
+}
+
+/// A single number is a line's slope or shift.
+size_t with_number(Lowering& lowering, uint16_t operation, size_t x, double number,
+                   bool constant_first) {
+  double slope = operation == 2 ? number : 1;
+  if (operation == 1 && constant_first) slope = -1;
+  double shift = operation == 2 ? 0 : number;
+  if (operation == 1 && !constant_first) shift = -number;
+  return lowering.function(runtime::ElementFunction::ScaleShift, "ScaleShift", x, slope, shift);
+}
+
 /// A tensor and a constant: the constant becomes weights.
 size_t with_constant(Lowering& lowering, uint16_t operation, size_t x, const Numbers& constant,
                      bool constant_first) {
   const Extents sizes = lowering.sizes_of_layer(x);
+  if (lowering.has_second_set() && (operation > 2 || !is_of_channels(constant, sizes))) {
+    if (operation <= 2 && constant.count() == 1 && constant.shape.size() <= sizes.size()) {
+      return with_number(lowering, operation, x, constant.real(0), constant_first);
+    }
+    return lowering.binary(function_of(operation), x, constant, constant_first);
+  }
   const Extents both = broadcast_of(constant.shape, sizes);
   if (both != sizes) x = lowering.expanded(x, both);
   switch (operation) {
@@ -247,9 +301,8 @@ void lower_symmetric(Lowering& lowering) {
 }
 
 void lower_mean(Lowering& lowering) {
-  const size_t sum = lower_many(lowering, 0);
   const auto count = static_cast<double>(lowering.node().inputs.size());
-  lowering.result(lowering.combined(3, sum, lowering.constants_like(sum, scalar(count))));
+  lowering.result(with_constant(lowering, 3, lower_many(lowering, 0), scalar(count), false));
 }
 
 void lower_pow(Lowering& lowering) {
@@ -269,7 +322,7 @@ void lower_pow(Lowering& lowering) {
   const size_t x = lowering.input(0);
   size_t result = x;
   for (int i = 1; i < whole; ++i) result = lowering.combined(2, result, x);
-  if (power < 0) result = lowering.combined(3, lowering.constants_like(x, scalar(1)), result);
+  if (power < 0) result = with_constant(lowering, 3, result, scalar(1), true);
   lowering.result(result);
 }
 
@@ -311,7 +364,7 @@ constexpr LoweringRow kRows[] = {
     {"Sub", lower_sub},
     {"Sum", lower_symmetric<0>},
     {"Tanh", lower_activation<kTanH>},
-    {"Where", lower_where},
+    {"Where", lower_where, "what an open condition leaves out is finite"},
 };
 
 }  // namespace
@@ -331,9 +384,15 @@ size_t Lowering::combined(uint16_t operation, size_t a, size_t b) {
   return plan_.add(std::move(info), "BroadcastOperator_Fallback_Float_M1", {a, b});
 }
 
-size_t Lowering::negative(size_t layer) { return affine(layer, scalar(-1), scalar(0)); }
+size_t Lowering::negative(size_t layer) {
+  if (has_second_set()) return function(runtime::ElementFunction::Neg, "Neg", layer);
+  return affine(layer, scalar(-1), scalar(0));
+}
 
-size_t Lowering::absolute(size_t layer) { return combined(4, layer, negative(layer)); }
+size_t Lowering::absolute(size_t layer) {
+  if (has_second_set()) return function(runtime::ElementFunction::Abs, "Abs", layer);
+  return combined(4, layer, negative(layer));
+}
 
 size_t Lowering::activated(const char* kernel, size_t layer, float alpha, float beta) {
   constexpr uint16_t kRectifier = 2;

@@ -135,6 +135,11 @@ size_t Lowering::expanded(size_t layer, const Extents& sizes) {
     throw NodeFault{"", "a tensor of " + text_of(own) + " can't become " + text_of(sizes)};
   }
   layer = reshaped(layer, own);
+  if (own != sizes && plan_.has("BroadcastTo_Fallback_Float_M1")) {
+    auto info = std::make_shared<runtime::BroadcastToInfo>();
+    info->dims.assign(sizes.begin(), sizes.end());
+    return plan_.add(std::move(info), "BroadcastTo_Fallback_Float_M1", {layer});
+  }
   for (size_t axis = 0; axis < sizes.size(); ++axis) {
     if (own[axis] != sizes[axis]) layer = repeated(layer, axis, sizes[axis]);
   }
@@ -149,7 +154,7 @@ size_t Lowering::taken(size_t layer, size_t axis, const std::vector<int64_t>& el
       std::any_of(elements.begin(), elements.end(), [&](int64_t i) { return i >= in; });
   if (beyond || elements.empty()) throw NodeFault{"", "elements that aren't there are asked for"};
   const std::vector<Run> runs = runs_of(elements);
-  if (runs.size() > 1 && runs.front().part.first >= 0 &&
+  if (runs.size() > 1 &&
       std::none_of(elements.begin(), elements.end(), [](int64_t i) { return i < 0; }) &&
       plan_.has("Gather_Fallback_Float_M1")) {
     auto info = std::make_shared<runtime::GatherInfo>();
@@ -233,10 +238,8 @@ size_t Lowering::along_axis(size_t layer, size_t axis, const Numbers& matrix, co
 size_t Lowering::constant_tensor(const Numbers& numbers, const Extents& sizes) {
   if (plan_.has("Constant_Fallback_Float_M1")) {
     auto constant = std::make_shared<runtime::ConstantInfo>();
-    for (const int64_t size : sizes) constant->dims.push_back(static_cast<uint32_t>(size));
-    for (size_t i = 0; i < static_cast<size_t>(numbers.count()); ++i) {
-      constant->values.push_back(static_cast<float>(numbers.real(i)));
-    }
+    constant->dims.assign(sizes.begin(), sizes.end());
+    constant->values = floats_of(numbers);
     return plan_.add(std::move(constant), "Constant_Fallback_Float_M1", {});
   }
   if (graph_.inputs.empty()) {

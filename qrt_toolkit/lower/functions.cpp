@@ -17,6 +17,7 @@ using runtime::AxisReduction;
 using runtime::BinaryFunction;
 using runtime::ElementFunction;
 
+constexpr const char* kBinary = "Binary_Fallback_Float_M1";
 constexpr const char* kAxisSoftmax = "AxisSoftmax_Fallback_Float_M1";
 
 /// A function of every number. The kernel has the name of the function.
@@ -113,13 +114,31 @@ void set_scales(const Lowering& lowering, Info& info, int64_t count) {
   info.eps = static_cast<float>(lowering.node().real("epsilon", 1e-5));
 }
 
-void lower_layer_normalization(Lowering& lowering) {
-  for (const size_t place : {size_t{1}, size_t{2}}) {
-    if (lowering.is_read(place)) {
-      throw NodeFault{"outputs", "mean and deviation that are read have no kernel"};
+/// The mean of each line that is normalized, and 1 over its deviation.
+void lower_moments(Lowering& lowering, size_t axis) {
+  const auto mean = [&](size_t layer) {
+    auto info = std::make_shared<runtime::AxisReductionInfo>();
+    info->function = static_cast<uint32_t>(AxisReduction::Mean);
+    for (size_t i = axis; i < lowering.input_sizes(0).size(); ++i) {
+      info->axes.push_back(static_cast<int32_t>(i));
     }
-  }
+    return lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {layer});
+  };
+  const size_t x = lowering.input(0);
+  const size_t centre = mean(x);
+  lowering.result(centre, 1);
+  const size_t apart = lowering.binary(BinaryFunction::Sub, x, centre);
+  const size_t variance = mean(lowering.function(ElementFunction::Square, "Square", apart));
+  const double epsilon = lowering.node().real("epsilon", 1e-5);
+  const size_t sum =
+      lowering.function(ElementFunction::ScaleShift, "ScaleShift", variance, 1, epsilon);
+  const size_t deviation = lowering.function(ElementFunction::Sqrt, "Sqrt", sum);
+  lowering.result(lowering.function(ElementFunction::Reciprocal, "Reciprocal", deviation), 2);
+}
+
+void lower_layer_normalization(Lowering& lowering) {
   const size_t axis = lowering.axis_of_input(0, lowering.node().integer("axis", -1));
+  if (lowering.is_read(1) || lowering.is_read(2)) lower_moments(lowering, axis);
   const Extents sizes = lowering.input_sizes(0);
   const Extents line(sizes.begin() + static_cast<std::ptrdiff_t>(axis), sizes.end());
   auto info = std::make_shared<runtime::LayerNormInfo>();
@@ -236,26 +255,29 @@ size_t Lowering::function(ElementFunction function, const char* name, size_t lay
 }
 
 size_t Lowering::binary(BinaryFunction function) {
+  if (const SharedNumbers first = aligned_constant(0)) {
+    return binary(function, input(1), *first, true);
+  }
+  if (const SharedNumbers second = aligned_constant(1)) return binary(function, input(0), *second);
+  return binary(function, input(0), input(1));
+}
+
+size_t Lowering::binary(BinaryFunction function, size_t a, size_t b) {
   auto info = std::make_shared<runtime::BinaryFunctionInfo>();
   info->function = static_cast<uint32_t>(function);
-  std::vector<size_t> inputs;
-  for (const size_t place : {size_t{0}, size_t{1}}) {
-    const SharedNumbers numbers = aligned_constant(place);
-    if (numbers == nullptr) {
-      inputs.push_back(input(place));
-      continue;
-    }
-    info->has_constant = true;
-    info->constant_is_first = place == 0;
-    for (const int64_t size : numbers->shape) {
-      info->constant_dims.push_back(static_cast<uint32_t>(size));
-    }
-    if (info->constant_dims.empty()) info->constant_dims = {1};
-    for (size_t i = 0; i < static_cast<size_t>(numbers->count()); ++i) {
-      info->constant.push_back(static_cast<float>(numbers->real(i)));
-    }
-  }
-  return plan_.add(std::move(info), "Binary_Fallback_Float_M1", inputs);
+  return plan_.add(std::move(info), kBinary, {a, b});
+}
+
+size_t Lowering::binary(BinaryFunction function, size_t layer, const Numbers& constant,
+                        bool constant_first) {
+  auto info = std::make_shared<runtime::BinaryFunctionInfo>();
+  info->function = static_cast<uint32_t>(function);
+  info->has_constant = true;
+  info->constant_is_first = constant_first;
+  info->constant_dims.assign(constant.shape.begin(), constant.shape.end());
+  if (info->constant_dims.empty()) info->constant_dims = {1};
+  info->constant = floats_of(constant);
+  return plan_.add(std::move(info), kBinary, {layer});
 }
 
 std::span<const LoweringRow> function_lowerings() { return kRows; }

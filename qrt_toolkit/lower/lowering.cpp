@@ -80,18 +80,22 @@ size_t first_varying_axis(const Extents& shape, const Extents& box) {
   return box.size() - static_cast<size_t>(shape.end() - place);
 }
 
+float as_float(double number) {
+  const auto rounded = static_cast<float>(number);
+  if (std::isinf(rounded) && !std::isinf(number)) {
+    throw NodeFault{"inputs", "a constant is beyond the range of float32"};
+  }
+  return rounded;
+}
+
 /// Numbers broadcast to `box`, as float32.
 std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
   std::vector<float> result(static_cast<size_t>(count_of(box).value_or(0)));
   for_each_row<2>(box, {strides_of(box), broadcast_strides(numbers.shape, box)},
                   [&](const auto& at, int64_t count, const auto& steps) {
                     for (int64_t i = 0; i < count; ++i) {
-                      const double number = numbers.real(static_cast<size_t>(at[1] + i * steps[1]));
-                      const auto rounded = static_cast<float>(number);
-                      if (std::isinf(rounded) && !std::isinf(number)) {
-                        throw NodeFault{"inputs", "a constant is beyond the range of float32"};
-                      }
-                      result[static_cast<size_t>(at[0] + i)] = rounded;
+                      result[static_cast<size_t>(at[0] + i)] =
+                          as_float(numbers.real(static_cast<size_t>(at[1] + i * steps[1])));
                     }
                   });
   return result;
@@ -102,6 +106,14 @@ std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
 runtime::WeightBlob blob_of(const Numbers& numbers) {
   const std::vector<float> floats(numbers.reals().begin(), numbers.reals().end());
   return runtime::MakeWeightBlob(floats.data(), floats.size());
+}
+
+std::vector<float> floats_of(const Numbers& numbers) {
+  std::vector<float> floats;
+  const auto count = static_cast<size_t>(numbers.count());
+  floats.reserve(count);
+  for (size_t i = 0; i < count; ++i) floats.push_back(as_float(numbers.real(i)));
+  return floats;
 }
 
 uint16_t narrow_u16(int64_t number, const char* what) {

@@ -149,6 +149,16 @@ class Lowering {
   /// A function of the node's two inputs, of which one may be a constant.
   size_t binary(runtime::BinaryFunction function);
 
+  /// A function of two layers' tensors.
+  size_t binary(runtime::BinaryFunction function, size_t a, size_t b);
+
+  /// A function of a layer's tensor and a constant, which is the second operand or the first.
+  size_t binary(runtime::BinaryFunction function, size_t layer, const Numbers& constant,
+                bool constant_first = false);
+
+  /// Whether this build has the second set, whose kernels take constants and any axes as they are.
+  bool has_second_set() const { return plan_.has("Binary_Fallback_Float_M1"); }
+
   /// -x and |x| of a layer's tensor.
   size_t negative(size_t layer);
   size_t absolute(size_t layer);
@@ -197,6 +207,9 @@ std::span<const LoweringRow> all_lowerings();
 
 /// Numbers as a description holds them.
 runtime::WeightBlob blob_of(const Numbers& numbers);
+
+/// Numbers as float32. Throws NodeFault for one that is beyond its range.
+std::vector<float> floats_of(const Numbers& numbers);
 
 /// Fields of descriptions are 16 bits wide. Throws NodeFault for a number that doesn't fit.
 uint16_t narrow_u16(int64_t number, const char* what);

@@ -42,7 +42,10 @@ size_t Plan::add_input(const std::string& name, TensorShape shape) {
 size_t Plan::add(std::shared_ptr<runtime::LayerInfo> info, const std::string& kernel,
                  const std::vector<size_t>& inputs) {
   const std::shared_ptr<runtime::IKernel> made = kernels_.Create(kernel);
-  if (made == nullptr) throw NodeFault{"", "this build has no kernel " + kernel};
+  if (made == nullptr) {
+    throw NodeFault{"", "this build has no kernel " + kernel,
+                    "take a build with the second set of kernels, QRT_WITH_EXTENSIONS=ON"};
+  }
   std::vector<TensorShape> shapes;
   shapes.reserve(inputs.size());
   for (const size_t input : inputs) shapes.push_back(shape(input));

@@ -6,7 +6,7 @@
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/strided.h"
 
-// Matrix products with a constant side.
+// Matrix products.
 
 namespace marlo::toolkit {
 namespace {
@@ -70,9 +70,26 @@ size_t times_last_axis(Lowering& lowering, size_t layer, const Numbers& weight,
   return lowering.reshaped(made, sizes);
 }
 
-/// Two tensors of matrices.
-size_t two_tensors(Lowering& lowering, size_t a, size_t b, bool a_turned, bool b_turned,
-                   double alpha) {
+/// An operand of a product of two tensors. Behind a batch that stands in front of matrices the other
+/// axes keep their places, counted from the last one; another batch is put back.
+size_t operand(Lowering& lowering, size_t place) {
+  if (const SharedNumbers numbers = lowering.constant(place)) {
+    return lowering.constant_tensor(*numbers, numbers->shape);
+  }
+  const size_t layer = lowering.input(place);
+  const auto batch = lowering.batch_of_input(place);
+  const bool stays = !batch || (*batch == 0 && lowering.input_rank(place) > 2);
+  return stays ? layer : lowering.reshaped(layer, lowering.input_shape(place));
+}
+
+/// Two tensors of matrices, the node's first two inputs.
+size_t two_tensors(Lowering& lowering, bool a_turned = false, bool b_turned = false,
+                   double alpha = 1) {
+  size_t a = operand(lowering, 0);
+  size_t b = operand(lowering, 1);
+  // Of two vectors the product would have no axis.
+  const auto is_vector = [&](size_t layer) { return lowering.sizes_of_layer(layer).size() == 1; };
+  if (is_vector(a) && is_vector(b)) a = lowering.reshaped(a, {1, lowering.sizes_of_layer(a)[0]});
   auto info = std::make_shared<runtime::MatMulInfo>();
   info->transpose_a = a_turned;
   info->transpose_b = b_turned;
@@ -95,8 +112,10 @@ size_t times_own_matrix(Lowering& lowering, size_t layer, const Numbers& weight,
   const int64_t inputs = weight.shape[rank - 1];
   const int64_t matrices = count(weight.shape) / std::max<int64_t>(1, outputs * inputs);
   const int64_t rows = count(sizes) / std::max<int64_t>(1, matrices * inputs);
-  const bool fits = sizes.size() >= 2 && count(sizes) == matrices * rows * inputs &&
-                    count(out_sizes) == matrices * rows * outputs;
+  const auto front = static_cast<std::ptrdiff_t>(rank) - 2;
+  const bool fits = sizes.size() == rank && count(sizes) == matrices * rows * inputs &&
+                    count(out_sizes) == matrices * rows * outputs &&
+                    std::equal(sizes.begin(), sizes.begin() + front, weight.shape.begin());
   if (!fits) {
     throw NodeFault{"inputs", "products of " + text_of(sizes) + " and constant matrices of " +
                                   text_of(weight.shape) + " have no kernel"};
@@ -155,15 +174,7 @@ void lower_gemm(Lowering& lowering) {
     return lowering.result(with_addend(lowering, lowering.along_axis(b, 0, weight)));
   }
   if (lowering.is_tensor(1)) {
-    // The batch of one row, which is gone, was an axis of the matrix.
-    size_t a = lowering.input(0);
-    size_t b = lowering.input(1);
-    const auto as_matrix = [&](size_t layer, size_t place) {
-      return lowering.reshaped(layer, lowering.input_shape(place));
-    };
-    a = as_matrix(a, 0);
-    b = as_matrix(b, 1);
-    const size_t product = two_tensors(lowering, a, b, a_turned, b_turned, alpha);
+    const size_t product = two_tensors(lowering, a_turned, b_turned, alpha);
     return lowering.result(with_addend(lowering, product));
   }
   const SharedNumbers given = lowering.required_constant(1);
@@ -186,22 +197,19 @@ void lower_gemm(Lowering& lowering) {
 void lower_matmul(Lowering& lowering) {
   if (const SharedNumbers a = lowering.constant(0); a != nullptr && lowering.is_tensor(1)) {
     const Extents sizes = lowering.input_sizes(1);
-    if (a->shape.size() > 2) {
-      return lowering.result(
-          two_tensors(lowering, lowering.input(0), lowering.input(1), false, false, 1));
-    }
+    if (a->shape.size() > 2) return lowering.result(two_tensors(lowering));
     Numbers weight = *a;
     if (a->shape.size() == 1) weight.shape.insert(weight.shape.begin(), 1);
     const size_t axis = sizes.size() < 2 ? 0 : sizes.size() - 2;
     return lowering.result(lowering.along_axis(lowering.input(1), axis, weight));
   }
-  if (lowering.is_tensor(1)) {
-    return lowering.result(
-        two_tensors(lowering, lowering.input(0), lowering.input(1), false, false, 1));
-  }
+  if (lowering.is_tensor(1)) return lowering.result(two_tensors(lowering));
   Numbers given = *lowering.required_constant(1);
   if (given.shape.size() == 1) given.shape.push_back(1);
   while (given.shape.size() > 2 && given.shape[0] == 1) given.shape.erase(given.shape.begin());
+  if (given.shape.size() > 2 && lowering.has_second_set()) {
+    return lowering.result(two_tensors(lowering));
+  }
   const Numbers weight = transposed(given);
   const size_t rows = lowering.input(0);
   lowering.result(weight.shape.size() == 2

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
@@ -38,8 +39,9 @@ Sums sums_of(runtime::LayerInfo& layer, const LayerRecord& made) {
   const auto& dims = made.shape.dims;
   if (dims.empty()) return sums;
   const bool is_sequence = dynamic_cast<runtime::RecurrentSequenceWeights*>(&layer) != nullptr;
+  const bool is_dense = dynamic_cast<runtime::DenseInfo*>(&layer) != nullptr;
   // Of a sequence every step reads the one before; the units are its last axis.
-  const double outputs = is_sequence ? dims.back() : dims[0];
+  const double outputs = is_sequence || is_dense ? dims.back() : dims[0];
   for (const runtime::LayerWeight& weight : runtime::WeightsOf(layer)) {
     const std::vector<float> numbers = runtime::WeightNumbers(*weight.blob);
     const auto row = static_cast<size_t>(
@@ -66,10 +68,23 @@ double growth_of(const std::string& kernel) {
   return 1;
 }
 
-/// Whether every output is made of all inputs.
+/// Whether every output is made of all inputs, or of as many as a line or a group of them has.
 bool reads_all(const runtime::LayerInfo& layer) {
   return dynamic_cast<const runtime::SoftmaxInfo*>(&layer) != nullptr ||
+         dynamic_cast<const runtime::AxisSoftmaxInfo*>(&layer) != nullptr ||
+         dynamic_cast<const runtime::LayerNormInfo*>(&layer) != nullptr ||
+         dynamic_cast<const runtime::GroupNormInfo*>(&layer) != nullptr ||
          dynamic_cast<const runtime::InstanceNorm2dInfo*>(&layer) != nullptr;
+}
+
+/// Of a product of two tensors the sums have as many terms as a row of the first one, and none is
+/// larger than the largest numbers' product.
+Sums product_sums(const runtime::MatMulInfo& product, const LayerRecord& first, double largest) {
+  const auto& dims = first.shape.dims;
+  if (dims.empty()) return {};
+  const bool turned = product.transpose_a && dims.size() > 1;
+  const double terms = dims[dims.size() - (turned ? 2 : 1)];
+  return {terms, std::fabs(product.alpha) * std::sqrt(terms) * largest};
 }
 
 }  // namespace
@@ -96,7 +111,11 @@ std::vector<double> agreements_of(const runtime::QRModelInfo& network,
       agreements.push_back(0);
       continue;
     }
-    const Sums sums = sums_of(layer, records[i]);
+    const auto* product = dynamic_cast<const runtime::MatMulInfo*>(&layer);
+    const size_t first = index.at(layer.input_ids[0]);
+    const Sums sums = product == nullptr ? sums_of(layer, records[i])
+                                         : product_sums(*product, records[first],
+                                                        largest[index.at(layer.input_ids.back())]);
     const double count = std::max(1.0, count_of(records[i]));
     const double terms =
         sums.terms + kFewUnits + (reads_all(layer) ? input_count : input_count / count);

@@ -31,8 +31,11 @@ GivenTensor given_of(const Numbers& numbers) {
 std::vector<NamedInput> inputs_of(const Graph& graph, const DataSet& data) {
   std::vector<NamedInput> inputs;
   for (size_t i = 0; i < data.inputs.size(); ++i) {
-    inputs.push_back(
-        {graph.value(graph.inputs.at(i)).name, read_onnx_tensor(data.inputs[i]).numbers()});
+    const Value& input = graph.value(graph.inputs.at(i));
+    Constant published = read_onnx_tensor(data.inputs[i]);
+    // The files hold these as their bits.
+    if (input.type == ElementType::bfloat16) published.type = input.type;
+    inputs.push_back({input.name, published.numbers()});
   }
   return inputs;
 }
