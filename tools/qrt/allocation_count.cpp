@@ -9,7 +9,8 @@ thread_local uint64_t taken = 0;
 
 }  // namespace
 
-// The other forms of new and delete that aren't aligned end in these.
+// Every form of one object. Those of arrays end in these, as the plain library has it; AddressSanitizer has its own of each
+// form, and a form that was left to it would be given back here.
 void* operator new(size_t size) {
   ++taken;
   while (true) {
@@ -19,8 +20,16 @@ void* operator new(size_t size) {
     handler();
   }
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* address) noexcept { std::free(address); }
 void operator delete(void* address, size_t) noexcept { std::free(address); }
+void operator delete(void* address, const std::nothrow_t&) noexcept { std::free(address); }
 
 namespace qrt_tool {
 
