@@ -45,6 +45,16 @@ if(QRT_BUILD_FUZZ)
   target_compile_options(qrt_objects_toolkit PRIVATE -fsanitize=fuzzer-no-link)
 endif()
 
+# The probe of the machine runs what the processor has, so its instruction sets are fenced as the library's are.
+function(qrt_compile_probe set)
+  set_source_files_properties("${PROJECT_SOURCE_DIR}/qrt_toolkit/explain/probe_${set}.cpp" PROPERTIES
+    SKIP_PRECOMPILE_HEADERS ON
+    COMPILE_OPTIONS "${ARGN};-fno-exceptions;-fno-lto")
+endfunction()
+qrt_compile_probe(avx -mavx -mno-avx2 -mno-fma -mno-f16c)
+qrt_compile_probe(fma -mavx -mfma -mno-avx2 -mno-f16c)
+qrt_compile_probe(avx512 -mavx2 -mfma -mavx512f -mavx512vl -mavx512bw -mavx512dq)
+
 add_library(qrt_toolkit SHARED $<TARGET_OBJECTS:qrt_objects_toolkit>)
 add_library(qrt_core::qrt_toolkit ALIAS qrt_toolkit)
 target_link_options(qrt_toolkit PRIVATE "LINKER:--version-script=${export_map}")

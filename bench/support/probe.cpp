@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <memory>
-#include <new>
 #include <vector>
 
-#include "bench/support/probe_cores.h"
-#include "bench/support/timing.h"
+#include "qrt_toolkit/explain/probe.h"
+#include "qrt_toolkit/explain/probe_cores.h"
 
 namespace marlo::bench {
 namespace {
@@ -16,60 +14,17 @@ constexpr size_t kKibi = 1024;
 constexpr size_t kL1Bytes = 8 * kKibi;
 constexpr size_t kL2Bytes = 256 * kKibi;
 constexpr size_t kMemoryBytes = 64 * kKibi * kKibi;
-// Loads that follow a store to the same place of another page wait for it, so source and target
-// stand half a page apart.
-constexpr size_t kApart = 2 * kKibi;
-constexpr size_t kPage = 4 * kKibi;
 
-constexpr size_t kRuns = 9;
-constexpr double kRunSeconds = 0.0005;
+using toolkit::KernelSet;
 
-// Seconds of one call, as the median of several runs of many calls.
-template <typename Function>
-double seconds_per_call(Function call) {
-  const size_t calls = calls_longer_than(kRunSeconds, call);
-  std::vector<double> runs;
-  for (size_t i = 0; i < kRuns; ++i) runs.push_back(seconds_of(call, calls));
-  return median(runs) / static_cast<double>(calls);
-}
+KernelSet set_of(Width width) { return width == Width::avx ? KernelSet::avx : KernelSet::sse; }
 
-size_t in_whole_steps(size_t count) { return count - count % kCopyStep; }
-
-double per_second(PeakCore core, double operations_per_round) {
-  constexpr size_t kRounds = 10000;
-  volatile float one = 1.0f;
-  volatile float zero = 0.0f;
-  const double seconds = seconds_per_call([&] { core(kRounds, one, zero); });
-  return operations_per_round * static_cast<double>(kRounds) / seconds;
-}
-
-double gigaflops(PeakCore core, size_t lanes) {
-  return 1e-9 * per_second(core, static_cast<double>(2 * kChains * lanes));
-}
-
-class Arena {
- public:
-  explicit Arena(size_t bytes)
-      : memory_(static_cast<float*>(::operator new(bytes, std::align_val_t(kPage)))) {
-    std::fill_n(memory_, bytes / sizeof(float), 1.0f);
-  }
-  Arena(const Arena&) = delete;
-  Arena& operator=(const Arena&) = delete;
-  ~Arena() { ::operator delete(memory_, std::align_val_t(kPage)); }
-  float* at(size_t offset) const { return memory_ + offset / sizeof(float); }
-
- private:
-  float* memory_;
-};
-
-Bandwidth bandwidth(const Arena& arena, size_t bytes, Width width) {
+Bandwidth bandwidth(const toolkit::ProbeMemory& arena, size_t bytes, Width width) {
   if (width == Width::avx && !has_avx()) return {};
   const float* from = arena.at(0);
   const size_t count = bytes / sizeof(float);
-  const ReadCore read = width == Width::avx ? read_avx : read_sse;
-  const double seconds = seconds_per_call([&] { read(from, count); });
-  return {1e-9 * static_cast<double>(bytes) / seconds,
-          copy_limit(width, from, arena.at(bytes + kApart), count)};
+  return {read_limit(width, from, count),
+          copy_limit(width, from, arena.at(bytes + toolkit::kApart), count)};
 }
 
 void print_bandwidth(const char* level, const Bandwidth (&widths)[2]) {
@@ -81,10 +36,7 @@ void print_bandwidth(const char* level, const Bandwidth (&widths)[2]) {
 }  // namespace
 
 double copy_limit(Width width, const float* from, float* to, size_t count) {
-  count = in_whole_steps(count);
-  const CopyCore copy = width == Width::avx ? copy_avx : copy_sse;
-  const double seconds = seconds_per_call([&] { copy(from, to, count); });
-  return 1e-9 * static_cast<double>(2 * count * sizeof(float)) / seconds;
+  return toolkit::copy_gigabytes(set_of(width), from, to, count);
 }
 
 double copy_limit(Width width, size_t floats) {
@@ -93,35 +45,29 @@ double copy_limit(Width width, size_t floats) {
   return copy_limit(width, from.data(), to.data(), floats / 2);
 }
 
-double arithmetic_limit(Width width) {
-  return width == Width::avx ? gigaflops(peak_avx, 8) : gigaflops(peak_sse, 4);
-}
+double arithmetic_limit(Width width) { return toolkit::peak_gigaflops(set_of(width)); }
 
-double fused_limit() { return has_fma() ? gigaflops(peak_fma, 8) : 0.0; }
+double fused_limit() { return has_fma() ? toolkit::peak_gigaflops(KernelSet::fma) : 0.0; }
 
-double wide_limit() { return has_avx512() ? gigaflops(peak_avx512, 16) : 0.0; }
+double wide_limit() { return has_avx512() ? toolkit::peak_gigaflops(KernelSet::avx512) : 0.0; }
 
 double read_limit(Width width, const float* from, size_t count) {
-  count = in_whole_steps(count);
-  const ReadCore read = width == Width::avx ? read_avx : read_sse;
-  const double seconds = seconds_per_call([&] { read(from, count); });
-  return 1e-9 * static_cast<double>(count * sizeof(float)) / seconds;
+  return toolkit::read_gigabytes(set_of(width), from, count);
 }
 
-double clock_now() {
-  constexpr uint64_t kCycles = 1 << 16;
-  return 1e-9 * static_cast<double>(kCycles) / seconds_per_call([] { count_cycles(kCycles); });
-}
+double clock_now() { return toolkit::clock_gigahertz(); }
 
 Limits measure_limits() {
   Limits limits;
   limits.clock = clock_now();
-  limits.maxima_and_sums_per_cycle = 1e-9 * per_second(max_and_sum_sse, 2 * kChains) / limits.clock;
-  limits.sse = gigaflops(peak_sse, 4);
-  if (has_avx()) limits.avx = gigaflops(peak_avx, 8);
+  constexpr double kPerRound = 2 * toolkit::kChains;
+  limits.maxima_and_sums_per_cycle =
+      toolkit::giga_per_second(toolkit::max_and_sum_sse, kPerRound) / limits.clock;
+  limits.sse = arithmetic_limit(Width::sse);
+  if (has_avx()) limits.avx = arithmetic_limit(Width::avx);
   limits.fma = fused_limit();
   limits.avx512 = wide_limit();
-  const Arena arena(2 * kMemoryBytes + kPage);
+  const toolkit::ProbeMemory arena(2 * kMemoryBytes + toolkit::kApart);
   for (const Width width : {Width::sse, Width::avx}) {
     const size_t i = width == Width::avx ? 1 : 0;
     limits.l1[i] = bandwidth(arena, kL1Bytes, width);

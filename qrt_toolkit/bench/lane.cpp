@@ -19,8 +19,20 @@ using runtime::TensorShape;
 
 namespace {
 
-// Numbers between -1 and 1, or of an integer's range of small numbers, the same every time.
-std::vector<char> numbers_for(const TensorShape& shape) {
+utility::Network& network_of(const utility::Model& model, const BenchSubject& subject) {
+  const std::vector<std::string> ids = model.ids();
+  if (subject.network.empty() && ids.size() == 1) return model.at(size_t{0});
+  for (const std::string& id : ids) {
+    if (id == subject.network) return model.at(id);
+  }
+  throw std::invalid_argument(subject.name + ": expected the id of one of " +
+                              std::to_string(ids.size()) + " networks, found \"" + subject.network +
+                              "\"");
+}
+
+}  // namespace
+
+std::vector<char> made_up_numbers(const TensorShape& shape) {
   std::vector<char> bytes(ByteSize(shape));
   std::mt19937 generator(1);
   const size_t count = ElementCount(shape);
@@ -39,19 +51,6 @@ std::vector<char> numbers_for(const TensorShape& shape) {
   }
   return bytes;
 }
-
-utility::Network& network_of(const utility::Model& model, const BenchSubject& subject) {
-  const std::vector<std::string> ids = model.ids();
-  if (subject.network.empty() && ids.size() == 1) return model.at(size_t{0});
-  for (const std::string& id : ids) {
-    if (id == subject.network) return model.at(id);
-  }
-  throw std::invalid_argument(subject.name + ": expected the id of one of " +
-                              std::to_string(ids.size()) + " networks, found \"" + subject.network +
-                              "\"");
-}
-
-}  // namespace
 
 ProcessMemory process_memory() {
   ProcessMemory memory;
@@ -100,7 +99,7 @@ void Lane::make_inputs(const BenchSubject& subject) {
                                   port.id + "\", and none was given");
     }
     const TensorShape& shape = given != subject.inputs.end() ? given->second : *port.shape;
-    inputs_.push_back({port.layer, shape, numbers_for(shape)});
+    inputs_.push_back({port.layer, shape, made_up_numbers(shape)});
   }
 }
 

@@ -11,6 +11,9 @@
 
 namespace marlo::toolkit {
 
+/// Numbers between -1 and 1, or of an integer's range of small numbers, the same every time.
+std::vector<char> made_up_numbers(const runtime::TensorShape& shape);
+
 /// The process in main memory, as the system tells it; 0 where it doesn't.
 struct ProcessMemory {
   uint64_t resident = 0;

@@ -30,6 +30,7 @@ constexpr char kFooter[] =
     "  qrt convert digits.json digits.qrtmodel\n"
     "  qrt convert old.qrm new.qrtmodel --isa sse\n"
     "  qrt tune net.qrtmodel fast.qrtmodel           the fastest kernels on this machine\n"
+    "  qrt explain fast.qrtmodel                     where does the time go?\n"
     "  qrt kernels relu\n"
     "  qrt kernels --for net.qrtmodel:conv3          which kernels could run this layer?\n"
     "  qrt bench new.qrtmodel --against old.qrtmodel   which is faster?\n"

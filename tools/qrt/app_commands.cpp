@@ -34,9 +34,8 @@ void add_info(CLI::App& app, InfoOptions& options) {
       "those\n"
       "of the model's header; a leading 1 is dropped from 4 sizes.\n"
       "Output sizes come from the kernels themselves. Multiply-adds are counted for convolutions,\n"
-      "full connections and recurrent layers. A kernel marked with \"!\" can't run here; the "
-      "reason\n"
-      "is on standard error, and the exit code is 4.");
+      "full connections, matrix products and recurrent layers. A kernel marked with \"!\" can't\n"
+      "run here; the reason is on standard error, and the exit code is 4.");
   command->callback([&options] { run_info(options); });
 }
 
@@ -304,6 +303,35 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
   command->callback([&options] { run_tune(options); });
 }
 
+void add_explain(CLI::App& app, ExplainCommandOptions& options) {
+  CLI::App* command =
+      app.add_subcommand("explain", "Show where the time of a model goes, and why it isn't less");
+  command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
+  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
+      ->take_all()
+      ->expected(1)
+      ->type_name("SIZES");
+  command->add_option("-n,--network", options.network, "Network where there are several")
+      ->type_name("ID");
+  command->add_option("--seconds", options.seconds, "Time passes for S seconds")
+      ->type_name("S")
+      ->check(CLI::Range(0.001, 3600.0))
+      ->capture_default_str();
+  command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
+  command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_flag("--json", options.json, "Print JSON");
+  command->footer(
+      "Each kernel is timed within passes, in the time that the processor worked. Its limit on "
+      "this\n"
+      "machine is the longer of two times: its multiply-adds at the peak of its instructions, and\n"
+      "its bytes at the bandwidth of the memory that they lie in, both measured at the beginning.\n"
+      "LIMIT names which: a set of instructions, or a cache or memory. Kernels by minimal "
+      "filtering\n"
+      "compute with fewer products than are counted, so that they may pass it. What the kernels\n"
+      "leave of a pass is the engine's.");
+  command->callback([&options] { run_explain(options); });
+}
+
 void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
       app.add_subcommand("check", "Check that a model fits and computes what it says");
@@ -504,6 +532,7 @@ void add_commands(CLI::App& app, CommandOptions& options) {
   add_compare(app, options.compare);
   add_bench(app, options.bench);
   add_tune(app, options.tune);
+  add_explain(app, options.explain);
   add_check(app, options.check);
   add_image(app, options.image);
   add_convert(app, options.convert);

@@ -16,6 +16,7 @@ struct CommandOptions {
   CompareOptions compare;
   BenchCommandOptions bench;
   TuneCommandOptions tune;
+  ExplainCommandOptions explain;
   CheckOptions check;
   ImageOptions image;
   ConvertOptions convert;

@@ -1,17 +1,14 @@
-#include <atomic>
-#include <csignal>
-#include <cstdlib>
 #include <ctime>
 #include <optional>
 
 #include "qrt_toolkit/tune/tune.h"
+#include "tools/qrt/choice_options.h"
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
 #include "tools/qrt/network.h"
-#include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 #include "tools/qrt/tune_output.h"
@@ -23,34 +20,6 @@ using marlo::toolkit::TuneOptions;
 using marlo::toolkit::TuneProgress;
 
 namespace {
-
-std::atomic<bool> is_interrupted{false};
-
-/// Lets an interrupt end the measurements instead of the tool, while it lives.
-class Interrupts {
- public:
-  Interrupts() : before_(std::signal(SIGINT, [](int) { is_interrupted = true; })) {}
-  Interrupts(const Interrupts&) = delete;
-  Interrupts& operator=(const Interrupts&) = delete;
-  ~Interrupts() { std::signal(SIGINT, before_); }
-
- private:
-  void (*before_)(int);
-};
-
-marlo::toolkit::KernelSet kernel_set(const std::string& word) {
-  if (word.empty()) return marlo::toolkit::processor_kernels();
-  const auto set = marlo::toolkit::kernel_set_of(word);
-  if (!set) {
-    throw ToolError(kUsageError, "--isa " + printable(word) +
-                                     ": expected portable, sse, avx, fma, avx2 or avx512");
-  }
-  if (*set > marlo::toolkit::processor_kernels()) {
-    throw ToolError(kUsageError, "--isa " + word + ": this processor can't run such kernels, so " +
-                                     "they can't be measured here");
-  }
-  return *set;
-}
 
 double tolerance(const TuneCommandOptions& options) {
   constexpr double kOrderOfSums = 1e-4;
@@ -66,47 +35,12 @@ double tolerance(const TuneCommandOptions& options) {
                   "--numerics " + printable(options.numerics) + ": expected same, bounded or fast");
 }
 
-/// The file of wisdom in the user's folder for caches; empty where there is no such folder.
-std::string default_wisdom() {
-  const auto text_of = [](const char* variable) -> std::string {
-    const char* const text = std::getenv(variable);  // NOLINT: before any thread
-    return text == nullptr ? "" : text;
-  };
-  const std::string cache = text_of("XDG_CACHE_HOME");
-  if (!cache.empty()) return cache + "/qrt/wisdom.json";
-  const std::string home = text_of("HOME");
-  return home.empty() ? "" : home + "/.cache/qrt/wisdom.json";
-}
-
 std::string today() {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
   gmtime_r(&now, &parts);
   char text[sizeof "2000-01-01"];
   return std::strftime(text, sizeof text, "%Y-%m-%d", &parts) == 0 ? "" : text;
-}
-
-/// The shapes of the network's inputs by id, checked by all of its layers.
-std::map<std::string, marlo::runtime::TensorShape> shapes_of(LoadedNetwork& network,
-                                                             const TuneCommandOptions& options,
-                                                             const Library& library) {
-  NetworkReport& report = network.report;
-  const InputShapes shapes = options.inputs.empty()
-                                 ? known_input_shapes(report)
-                                 : given_input_shapes(report, options.inputs, options.keep_batch);
-  if (shapes.size() != report.inputs().size()) {
-    throw ToolError(kUsageError, shown(options.input) +
-                                     ": the file doesn't say how large its inputs are; give " +
-                                     "--input");
-  }
-  const std::string problem = infer_shapes(report, shapes, library.context);
-  if (!problem.empty()) {
-    throw ToolError(are_model_shapes(report, shapes) ? kModelError : kInputError,
-                    shown(options.input) + ": the network can't run on these sizes: " + problem);
-  }
-  std::map<std::string, marlo::runtime::TensorShape> by_id;
-  for (const auto& [layer, shape] : shapes) by_id[report.layers[layer].id] = shape;
-  return by_id;
 }
 
 TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, TuneOptions options,
@@ -116,7 +50,7 @@ TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, 
   size_t shown_layers = 0;
   options.go_on = [&](const TuneProgress& now) {
     for (; shown_layers < now.layers && shown_layers < layers; ++shown_layers) progress.step();
-    return !is_interrupted;
+    return !Interrupts::came();
   };
   try {
     return marlo::toolkit::tune_model(model, library.kernels, options);
@@ -136,7 +70,7 @@ void run_tune(const TuneCommandOptions& options) {
                                      "or .qrtmodel)");
   }
   TuneOptions tune;
-  tune.assign.set = kernel_set(options.isa);
+  tune.assign.set = kernel_set_option(options.isa);
   tune.assign.tolerance = tolerance(options);
   tune.budget = options.budget;
   tune.processor = marlo::toolkit::processor_name();
@@ -152,7 +86,8 @@ void run_tune(const TuneCommandOptions& options) {
     if (network.package->output_ids.empty()) {
       throw ToolError(kModelError, shown(options.input) + ": the network returns nothing");
     }
-    tune.assign.inputs = shapes_of(network, options, library);
+    tune.assign.inputs =
+        shapes_by_id(network, options.input, options.inputs, options.keep_batch, library);
     layers = network.report.layers.size();
   }
   TunedModel result = tuned(*model, library, tune, layers);

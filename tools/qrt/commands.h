@@ -99,6 +99,16 @@ struct TuneCommandOptions {
   bool json = false;
 };
 
+struct ExplainCommandOptions {
+  std::string model;
+  std::vector<std::string> inputs;  ///< sizes, one per input layer
+  std::string network;
+  double seconds = 1;  ///< of passes that are timed
+  std::optional<size_t> width;
+  bool keep_batch = false;
+  bool json = false;
+};
+
 struct ImageOptions {
   std::string input;
   std::string output;            ///< "-" is standard output
@@ -162,6 +172,7 @@ void run_network(const RunOptions& options);
 void run_compare(const CompareOptions& options);
 void run_bench(const BenchCommandOptions& options);
 void run_tune(const TuneCommandOptions& options);
+void run_explain(const ExplainCommandOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
 void run_convert(const ConvertOptions& options);

@@ -6,22 +6,17 @@
 #include <vector>
 
 #include "qrt_core/qrt_core.h"
+#include "qrt_toolkit/explain/layer_work.h"
 
 // What follows from a layer's description alone.
 
 namespace qrt_tool {
 
-/// "Conv2d": the library's name for the layer's type, or that of its class where it has none.
-std::string kind_of(const marlo::runtime::LayerInfo& info);
+using marlo::toolkit::kind_of;
+using marlo::toolkit::multiply_adds;
 
 /// Trained numbers that the description carries.
 uint64_t weight_count(const marlo::runtime::LayerInfo& info);
-
-/// Multiply-adds of one pass; nothing for layers that aren't counted: all but convolutions, full
-/// connections and recurrent layers.
-std::optional<uint64_t> multiply_adds(const marlo::runtime::LayerInfo& info,
-                                      const std::vector<uint32_t>& input,
-                                      const std::vector<uint32_t>& output);
 
 /// What a kernel for such a layer demands of its description, and what that holds, for a message
 /// about a refused layer.

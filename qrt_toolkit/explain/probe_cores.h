@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace marlo::bench {
+namespace marlo::toolkit {
 
 // The loops that find the machine's limits. Each keeps enough work in flight that only the
 // processor's ports and caches hold it back.
@@ -18,8 +18,10 @@ constexpr size_t kCopyStep = 128;
 
 void copy_sse(const float* from, float* to, size_t count) noexcept;
 void copy_avx(const float* from, float* to, size_t count) noexcept;
+void copy_avx512(const float* from, float* to, size_t count) noexcept;
 void read_sse(const float* from, size_t count) noexcept;
 void read_avx(const float* from, size_t count) noexcept;
+void read_avx512(const float* from, size_t count) noexcept;
 
 /// Runs `rounds` rounds of independent arithmetic: `kChains` products and as many sums per round
 /// and lane, or with FMA `kChains` pairs of them in one instruction.
@@ -39,4 +41,4 @@ void max_and_sum_sse(size_t rounds, float one, float zero) noexcept;
 /// `rounds` additions of integers, each waiting for the one before: a clock cycle each.
 void count_cycles(uint64_t rounds) noexcept;
 
-}  // namespace marlo::bench
+}  // namespace marlo::toolkit

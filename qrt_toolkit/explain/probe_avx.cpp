@@ -2,9 +2,9 @@
 #error "this file holds AVX code and must be compiled with -mavx"
 #endif
 
-#include "bench/support/probe_internal.h"
+#include "qrt_toolkit/explain/probe_internal.h"
 
-namespace marlo::bench {
+namespace marlo::toolkit {
 
 using kernel::AvxVector;
 
@@ -18,4 +18,4 @@ void peak_avx(size_t rounds, float one, float zero) noexcept {
   run_products_and_sums<AvxVector>(rounds, one, zero);
 }
 
-}  // namespace marlo::bench
+}  // namespace marlo::toolkit

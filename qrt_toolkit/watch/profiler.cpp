@@ -1,11 +1,12 @@
-#include "tools/qrt/profile.h"
+#include "qrt_toolkit/watch/profiler.h"
 
 #include <algorithm>
 
-namespace qrt_tool {
+namespace marlo::toolkit {
 
-using marlo::runtime::IKernel;
-using marlo::runtime::Net;
+using runtime::IKernel;
+using runtime::Net;
+using runtime::TensorShape;
 
 namespace {
 
@@ -15,11 +16,17 @@ std::string role_text(const KernelPlace& place) {
          std::to_string(place.position);
 }
 
-uint64_t bytes_of(const IKernel::Tensors& tensors) {
-  uint64_t bytes = 0;
-  for (const auto& tensor : tensors) {
-    if (tensor != nullptr) bytes += ByteSize(tensor->shape);
+void take_shapes(const IKernel::Tensors& tensors, size_t first, std::vector<TensorShape>& shapes) {
+  shapes.resize(tensors.size() - first);
+  for (size_t i = first; i < tensors.size(); ++i) {
+    // In the shapes' own memory: from the second pass on nothing is allocated.
+    if (tensors[i] != nullptr) shapes[i - first] = tensors[i]->shape;
   }
+}
+
+uint64_t bytes_of(const std::vector<TensorShape>& shapes) {
+  uint64_t bytes = 0;
+  for (const TensorShape& shape : shapes) bytes += ByteSize(shape);
   return bytes;
 }
 
@@ -42,17 +49,19 @@ class Profiler::TimedKernel final : public KernelWrapper {
     const Stopwatch watch;
     const int result = KernelWrapper::Forward(inputs, outputs, std::move(context));
     spent_ += watch.times();
-    const auto first = outputs.begin() + static_cast<std::ptrdiff_t>(before);
-    bytes_ = bytes_of(inputs) + bytes_of({first, outputs.end()});
+    take_shapes(inputs, 0, inputs_);
+    take_shapes(outputs, std::min(before, outputs.size()), outputs_);
     return result;
   }
 
   Times take_spent() { return std::exchange(spent_, Times{}); }
-  uint64_t bytes() const { return bytes_; }
+  const std::vector<TensorShape>& inputs() const { return inputs_; }
+  const std::vector<TensorShape>& outputs() const { return outputs_; }
 
  private:
   Times spent_;
-  uint64_t bytes_ = 0;  // of the last call's tensors
+  std::vector<TensorShape> inputs_;  // of the last call, as those below
+  std::vector<TensorShape> outputs_;
 };
 
 /// One wrapped kernel, and where it stands in the network.
@@ -112,10 +121,12 @@ Profile Profiler::profile() const {
     row.role = role_text(entry.place);
     row.kernel = entry.timer->kernel()->GetKernelName();
     row.times = median(entry.samples);
-    row.bytes = entry.timer->bytes();
+    row.inputs = entry.timer->inputs();
+    row.outputs = entry.timer->outputs();
+    row.bytes = bytes_of(row.inputs) + bytes_of(row.outputs);
     profile.rows.push_back(std::move(row));
   }
   return profile;
 }
 
-}  // namespace qrt_tool
+}  // namespace marlo::toolkit

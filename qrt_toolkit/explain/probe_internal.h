@@ -1,11 +1,11 @@
 #pragma once
 
-#include "bench/support/probe_cores.h"
 #include "qrt_core/kernel/vectors_internal.h"
+#include "qrt_toolkit/explain/probe_cores.h"
 
 // The machine's limits, for any vector.
 
-namespace marlo::bench {
+namespace marlo::toolkit {
 namespace {
 
 using kernel::in_order;
@@ -19,10 +19,10 @@ template <typename Register>
 
 constexpr size_t kUnrolled = 16;
 
-template <typename Vector>
+template <typename Vector, size_t step = kUnrolled>
 void copy(const float* from, float* to, size_t count) noexcept {
-  for (size_t i = 0; i < count; i += kUnrolled * Vector::kLanes) {
-    unrolled<kUnrolled>(QRT_UNROLLED(k) {
+  for (size_t i = 0; i < count; i += step * Vector::kLanes) {
+    unrolled<step>(QRT_UNROLLED(k) {
       const size_t at = i + k * Vector::kLanes;
       Vector::store(to + at, Vector::load(from + at));
       // Without it the compiler calls memcpy.
@@ -31,10 +31,10 @@ void copy(const float* from, float* to, size_t count) noexcept {
   }
 }
 
-template <typename Vector>
+template <typename Vector, size_t step = kUnrolled>
 void read(const float* from, size_t count) noexcept {
-  for (size_t i = 0; i < count; i += kUnrolled * Vector::kLanes) {
-    unrolled<kUnrolled>(QRT_UNROLLED(k) { keep(Vector::load(from + i + k * Vector::kLanes)); });
+  for (size_t i = 0; i < count; i += step * Vector::kLanes) {
+    unrolled<step>(QRT_UNROLLED(k) { keep(Vector::load(from + i + k * Vector::kLanes)); });
   }
 }
 
@@ -66,4 +66,4 @@ void run_products_and_sums(size_t rounds, float one, float zero) noexcept {
 }
 
 }  // namespace
-}  // namespace marlo::bench
+}  // namespace marlo::toolkit

@@ -2,9 +2,9 @@
 #error "this file holds FMA code and must be compiled with -mavx -mfma"
 #endif
 
-#include "bench/support/probe_internal.h"
+#include "qrt_toolkit/explain/probe_internal.h"
 
-namespace marlo::bench {
+namespace marlo::toolkit {
 
 // One turn of the loop is two rounds.
 void peak_fma(size_t rounds, float one, float zero) noexcept {
@@ -14,4 +14,4 @@ void peak_fma(size_t rounds, float one, float zero) noexcept {
   run_chains<kernel::AvxVector>((rounds + 1) / 2, one, next, next);
 }
 
-}  // namespace marlo::bench
+}  // namespace marlo::toolkit

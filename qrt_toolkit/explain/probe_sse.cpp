@@ -1,6 +1,6 @@
-#include "bench/support/probe_internal.h"
+#include "qrt_toolkit/explain/probe_internal.h"
 
-namespace marlo::bench {
+namespace marlo::toolkit {
 
 using kernel::SseVector;
 
@@ -30,4 +30,4 @@ void count_cycles(uint64_t rounds) noexcept {
   }
 }
 
-}  // namespace marlo::bench
+}  // namespace marlo::toolkit

@@ -1,0 +1,207 @@
+#include "qrt_toolkit/explain/explain.h"
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/network.h"
+#include "qrt_toolkit/explain/layer_work.h"
+#include "qrt_toolkit/explain/passes.h"
+
+namespace marlo::toolkit {
+namespace {
+
+using runtime::IKernelFacts;
+using runtime::InputUse;
+using runtime::TensorShape;
+
+constexpr char kConverterKind[] = "converter";
+
+uint64_t bytes_of(const std::vector<TensorShape>& shapes) {
+  uint64_t bytes = 0;
+  for (const TensorShape& shape : shapes) bytes += runtime::ByteSize(shape);
+  return bytes;
+}
+
+std::vector<uint32_t> first_dims(const std::vector<TensorShape>& shapes) {
+  return shapes.empty() ? std::vector<uint32_t>() : shapes[0].dims;
+}
+
+KernelSet set_of(const std::string& kernel) {
+  return set_of_kernel(kernel, runtime::needs_of(kernel));
+}
+
+/// Whether a layer only brings numbers into another layout.
+bool is_layout_transform(const std::string& kernel) {
+  return kernel.rfind("LayoutTransform_", 0) == 0;
+}
+
+/// Refuses a kernel that would end the program.
+void check_kernel(const std::string& layer, const runtime::KernelCfg* kernel) {
+  if (kernel == nullptr || set_of(kernel->kernel_type) <= processor_kernels()) return;
+  throw std::invalid_argument("layer \"" + layer + "\": this processor can't run " +
+                              kernel->kernel_type + ", which needs " +
+                              runtime::PrintedName(runtime::needs_of(kernel->kernel_type)));
+}
+
+void check_kernels(const std::string& layer, const runtime::KernelCfgArr* kernels) {
+  if (kernels == nullptr) return;
+  for (const auto& [place, kernel] : kernels->kernel_cfgs) check_kernel(layer, kernel.get());
+}
+
+/// The model, if its configuration of a network can run here.
+const runtime::QRTModel& checked(const runtime::QRTModel& model, const std::string& id) {
+  for (const auto& [layer, cfg] : config_of(model, id).layer_cfgs) {
+    if (cfg == nullptr) continue;
+    check_kernel(layer, cfg->kernel.get());
+    check_kernels(layer, cfg->input_converters.get());
+    check_kernels(layer, cfg->output_converters.get());
+  }
+  return model;
+}
+
+/// One network, explained from the times of its passes.
+class Explainer {
+ public:
+  Explainer(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+            const ExplainOptions& options)
+      : options_(options),
+        id_(network_id(model, options.network)),
+        info_(network_of(model, id_)),
+        network_(checked(model, id_), id_, options.inputs, kernels) {}
+
+  Explanation run() {
+    explanation_.network = id_;
+    if (!go_on()) return std::move(explanation_);
+    explanation_.machine = options_.machine != nullptr ? *options_.machine : measure_machine();
+    if (!go_on()) return std::move(explanation_);
+    times_ = network_.time({options_.passes_ms, options_.least_passes, options_.most_passes});
+    explanation_.passes = times_.count;
+    explanation_.pass_ms = times_.ms;
+    describe_layers();
+    for (const ProfileRow& row : times_.profile.rows) take_row(row);
+    compare_with_limits();
+    add_up();
+    go_on();
+    return std::move(explanation_);
+  }
+
+ private:
+  bool go_on() {
+    constexpr size_t kSteps = 3;
+    return !options_.go_on || options_.go_on({steps_++, kSteps});
+  }
+
+  void describe_layers() {
+    const auto& outputs = info_.squential_output_ids;
+    for (const std::string& id : info_.squential_ids) {
+      runtime::LayerInfo& info = *info_.layers.at(id);
+      ExplainedLayer layer;
+      layer.id = id;
+      layer.kind = kind_of(info);
+      layer.sources = info.input_ids;
+      layer.is_output = std::find(outputs.begin(), outputs.end(), id) != outputs.end();
+      layer.is_input = network_.net().input_map.count(id) != 0;
+      layer.work.weights = weight_count(info) * sizeof(float);
+      explanation_.layers.push_back(std::move(layer));
+    }
+  }
+
+  void take_row(const ProfileRow& row) {
+    ExplainedLayer& layer = explanation_.layers[row.layer];
+    if (!row.role.empty()) {
+      layer.converters.push_back({row.role, row.kernel, row.times.cpu_ms, {}});
+      converter_work_.push_back({0, bytes_of(row.inputs), bytes_of(row.outputs), 0});
+      return;
+    }
+    const runtime::Layer& place = *network_.net().layers[row.layer];
+    layer.kernel = row.kernel;
+    layer.set = set_of(row.kernel);
+    layer.is_converter = is_layout_transform(row.kernel);
+    layer.inputs = row.inputs;
+    layer.outputs = row.outputs;
+    layer.ms = row.times.cpu_ms;
+    if (row.outputs.empty()) {  // nobody needs it, so it didn't run
+      layer.work.weights = 0;
+      return;
+    }
+    layer.work.multiply_adds =
+        multiply_adds(*info_.layers.at(layer.id), first_dims(row.inputs), first_dims(row.outputs))
+            .value_or(0);
+    const auto* facts = dynamic_cast<const IKernelFacts*>(place.kernel.get());
+    // A tensor that is handed on isn't touched, whatever its size.
+    if (layer.is_input || (facts != nullptr && facts->input_use() == InputUse::passes_on)) return;
+    layer.work.read = bytes_of(row.inputs);
+    layer.work.written = bytes_of(row.outputs);
+  }
+
+  void compare_with_limits() {
+    uint64_t pass_bytes = 0;
+    for (const ExplainedLayer& layer : explanation_.layers) {
+      pass_bytes += layer.work.weights + layer.work.written;
+    }
+    const MachineLimits& machine = explanation_.machine;
+    const KernelSet best = processor_kernels();
+    size_t converter = 0;
+    for (ExplainedLayer& layer : explanation_.layers) {
+      const KernelSet set = limiting_set(layer.kernel, layer.set, best);
+      layer.roofline = roofline_of(layer.work, layer.ms, pass_bytes, set, machine);
+      for (ExplainedConverter& converted : layer.converters) {
+        converted.roofline = roofline_of(converter_work_[converter++], converted.ms, pass_bytes,
+                                         set_of(converted.kernel), machine);
+      }
+    }
+  }
+
+  void add_up() {
+    for (const ExplainedLayer& layer : explanation_.layers) {
+      add(layer.is_converter ? kConverterKind : layer.kind, layer.ms, layer.roofline.limit_ms,
+          layer.work.multiply_adds);
+      (layer.is_converter ? explanation_.converters_ms : explanation_.kernels_ms) += layer.ms;
+      for (const ExplainedConverter& converter : layer.converters) {
+        add(kConverterKind, converter.ms, converter.roofline.limit_ms, 0);
+        explanation_.converters_ms += converter.ms;
+      }
+    }
+    std::stable_sort(explanation_.kinds.begin(), explanation_.kinds.end(),
+                     [](const ExplainedKind& a, const ExplainedKind& b) { return a.ms > b.ms; });
+    const double in_kernels = explanation_.kernels_ms + explanation_.converters_ms;
+    explanation_.engine_ms = std::max(0.0, explanation_.pass_ms - in_kernels);
+  }
+
+  void add(const std::string& name, double ms, double limit_ms, uint64_t multiply_adds) {
+    auto& kinds = explanation_.kinds;
+    auto kind = std::find_if(kinds.begin(), kinds.end(),
+                             [&](const ExplainedKind& other) { return other.kind == name; });
+    if (kind == kinds.end()) {
+      kinds.push_back({name, 0, 0, 0, 0});
+      kind = kinds.end() - 1;
+    }
+    ++kind->layers;
+    kind->ms += ms;
+    kind->limit_ms += limit_ms;
+    kind->multiply_adds += multiply_adds;
+    explanation_.limit_ms += limit_ms;
+  }
+
+  const ExplainOptions& options_;
+  const std::string id_;
+  const runtime::QRModelInfo& info_;
+  TimedNetwork network_;
+  PassTimes times_;
+  std::vector<KernelWork> converter_work_;  // in the order of the layers' converters
+  Explanation explanation_;
+  size_t steps_ = 0;
+};
+
+}  // namespace
+
+Explanation explain_model(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+                          const ExplainOptions& options) {
+  return Explainer(model, kernels, options).run();
+}
+
+}  // namespace marlo::toolkit
