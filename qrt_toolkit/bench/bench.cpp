@@ -168,6 +168,7 @@ class Measurement {
 
   // The time of a pass, or of a slice of passes on several threads.
   double one_sample(size_t subject) {
+    if (options_.before_sample) options_.before_sample();
     if (threads_.size() == 1) {
       threads_[0].passes[subject].push_back(lane(subject).pass());
       return threads_[0].passes[subject].back().wall_ms;

@@ -35,6 +35,9 @@ struct BenchOptions {
   /// How many blocks the calling thread has taken from the allocator so far. A library can't know:
   /// where it is empty, allocations aren't counted.
   std::function<uint64_t()> allocations;
+  /// If not empty, called before each sample, on the thread that takes it. What it throws ends the
+  /// measurement, and goes on.
+  std::function<void()> before_sample;
 };
 
 /// What was measured of one network.

@@ -70,6 +70,13 @@ std::string library_name(const runtime::KernelRegistry& kernels) {
   return library_version() + ", " + std::to_string(kernels.Keys().size()) + " kernels";
 }
 
+std::optional<double> tolerance_of(std::string_view numerics) {
+  if (numerics == "same") return 0;
+  if (numerics == "bounded") return 1e-4;
+  if (numerics == "fast") return 0.05;
+  return std::nullopt;
+}
+
 std::string processor_name() {
   // Three leaves of sixteen characters each, from the first extended one that holds them.
   constexpr unsigned int kFirst = 0x80000002;

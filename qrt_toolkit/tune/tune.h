@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qrt_core/runtime/engine/create_net.h"
@@ -74,6 +76,10 @@ struct TunedModel {
 /// @throws std::invalid_argument as `assign_kernels`; utility::Error for a network that can't run
 QRT_API TunedModel tune_model(const runtime::QRTModel& model,
                               const runtime::KernelRegistry& kernels, const TuneOptions& options);
+
+/// The tolerance that a word stands for: 0 for "same"; 1e-4 for "bounded", which lets a sum be taken
+/// in another order; 0.05 for "fast", which lets functions be approximated; empty for another word.
+QRT_API std::optional<double> tolerance_of(std::string_view numerics);
 
 /// The name that this processor gives itself, such as "AMD EPYC 9R14"; "unknown" for none.
 QRT_API std::string processor_name();

@@ -355,7 +355,12 @@ std::vector<VerifiedLayer> test_outputs(const ImportStages& stages, const Passes
 Verification verify_stages(ImportStages& stages, const VerifyOptions& verify) {
   std::vector<RunInput> inputs = Inputs(stages, verify).make();
   const Graph& graph = stages.given;
-  const size_t steps = graph.order().size() + 3;
+  size_t steps = 3 + inputs.size();
+  for (const NodeId node : graph.order()) {
+    const auto& outputs = graph.node(node).outputs;
+    steps +=
+        outputs.size() - static_cast<size_t>(std::count(outputs.begin(), outputs.end(), kAbsent));
+  }
   size_t done = 0;
   const auto step = [&] {
     if (verify.progress) verify.progress(++done, steps);

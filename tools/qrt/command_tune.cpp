@@ -22,15 +22,13 @@ using marlo::toolkit::TuneProgress;
 namespace {
 
 double tolerance(const TuneCommandOptions& options) {
-  constexpr double kOrderOfSums = 1e-4;
-  constexpr double kFastFunctions = 0.05;
   if (options.numerics == "same") {
     if (options.tolerance) throw ToolError(kUsageError, "--numerics same leaves no --tolerance");
     return 0;
   }
   if (options.tolerance) return *options.tolerance;
-  if (options.numerics.empty() || options.numerics == "bounded") return kOrderOfSums;
-  if (options.numerics == "fast") return kFastFunctions;
+  const std::string numerics = options.numerics.empty() ? "bounded" : options.numerics;
+  if (const auto known = marlo::toolkit::tolerance_of(numerics)) return *known;
   throw ToolError(kUsageError,
                   "--numerics " + printable(options.numerics) + ": expected same, bounded or fast");
 }

@@ -86,6 +86,19 @@ TEST(Bench, EveryThreadHasANetworkOfItsOwn) {
   EXPECT_GE(result.networks[0].passes.size(), 6u);
 }
 
+TEST(Bench, ACallBeforeASampleMayEndIt) {
+  for (const unsigned threads : {1U, 2U}) {
+    BenchOptions options = short_options();
+    options.threads = threads;
+    int calls = 0;
+    options.before_sample = [&calls] {
+      if (++calls == 3) throw std::out_of_range("enough");
+    };
+    EXPECT_THROW(bench({digits()}, options), std::out_of_range);
+    EXPECT_EQ(calls, 3);
+  }
+}
+
 TEST(Bench, WhatCannotBeMeasuredIsSaid) {
   EXPECT_THROW(bench({}, {}), std::invalid_argument);
   BenchOptions options = short_options();

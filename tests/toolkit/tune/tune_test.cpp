@@ -251,6 +251,13 @@ TEST(Wisdom, SaysWhereItCantBeWritten) {
   EXPECT_EQ(Wisdom("", "m").save(), "");
 }
 
+TEST(Tolerance, HasWords) {
+  EXPECT_EQ(tolerance_of("same"), 0.0);
+  EXPECT_EQ(tolerance_of("bounded"), 1e-4);
+  EXPECT_EQ(tolerance_of("fast"), 0.05);
+  EXPECT_EQ(tolerance_of("loose"), std::nullopt);
+}
+
 TEST(Processor, HasAName) { EXPECT_FALSE(processor_name().empty()); }
 
 }  // namespace
