@@ -6,8 +6,9 @@
     scores = net(pixels)            # NumPy in, NumPy out
     print(net.profile(pixels))
 
-`load` reads model files, `import_onnx` makes models of ONNX files, `check` and `info` look into them, `kernels` lists
-what a model can name, and `qrt_core.image` turns pictures into inputs. The library's log lines go to the logger
+`load` reads model files, `import_onnx` makes models of ONNX files, `verify` compares what it made with the source,
+`tune` chooses kernels by measurement, `bench` measures whole passes, `check` and `info` look into models, `kernels`
+lists what one can name, and `qrt_core.image` turns pictures into inputs. The library's log lines go to the logger
 "qrt_core" of `logging`.
 """
 
@@ -18,6 +19,7 @@ from qrt_core import image
 from qrt_core._core import Finding, Kernel, Layer, Model, Net, Port, import_onnx, kernels, load
 from qrt_core._core import _source_of
 from qrt_core._core import version as __version__
+from qrt_core.benchmark import Bench, BenchedNetwork, BenchRatio, bench
 from qrt_core.errors import (
     BusyError,
     Error,
@@ -34,8 +36,13 @@ from qrt_core.errors import (
 )
 from qrt_core.info import Info
 from qrt_core.profile import Profile, ProfileRow
+from qrt_core.tuning import TunedConfiguration, TunedLayer, Tuning, tune
+from qrt_core.verification import Verification, VerifiedLayer, verify
 
 __all__ = [
+    "Bench",
+    "BenchRatio",
+    "BenchedNetwork",
     "BusyError",
     "Error",
     "Finding",
@@ -56,13 +63,21 @@ __all__ = [
     "Profile",
     "ProfileRow",
     "Refusal",
+    "TunedConfiguration",
+    "TunedLayer",
+    "Tuning",
     "UnsupportedError",
+    "Verification",
+    "VerifiedLayer",
+    "bench",
     "check",
     "image",
     "import_onnx",
     "info",
     "kernels",
     "load",
+    "tune",
+    "verify",
 ]
 
 _Source = Union[str, bytes, bytearray, memoryview, "_os.PathLike[str]", Model]

@@ -1,10 +1,11 @@
 import os
-from typing import Any, Dict, Iterator, List, Literal, Mapping, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Dict, Iterator, List, Literal, Mapping, Optional, Sequence, Tuple, Union
 
 import numpy as np
 import numpy.typing as npt
 
 from qrt_core.profile import Profile
+from qrt_core.tuning import Tuning
 
 version: str
 
@@ -98,6 +99,7 @@ class Net:
         outputs: Union[None, str, Sequence[str]] = ...,
     ) -> _Results: ...
     def profile(self, *inputs: npt.ArrayLike, repeat: int = ..., **named: npt.ArrayLike) -> Profile: ...
+    def _time_passes(self, *inputs: npt.ArrayLike, count: int) -> float: ...
     def reset(self) -> None: ...
     def clone(self) -> Net: ...
     def __getstate__(self) -> Tuple[Any, ...]: ...
@@ -114,6 +116,8 @@ class Model:
     def path(self) -> Optional[str]: ...
     @property
     def report(self) -> Optional[Dict[str, Any]]: ...
+    @property
+    def tuning(self) -> Optional[Tuning]: ...
     def save(self, path: Union[str, os.PathLike[str]]) -> None: ...
     def to_bytes(self, form: Literal["qrtmodel", "json"] = ...) -> bytes: ...
     def check(self, inputs: _Shapes = ...) -> List[Finding]: ...
@@ -131,7 +135,38 @@ def import_onnx(
     network: Optional[str] = ...,
     kernels: Optional[Literal["portable", "sse", "avx", "fma", "avx2", "avx512"]] = ...,
 ) -> Model: ...
-def _model_of(bytes: bytes, report: Optional[Dict[str, Any]]) -> Model: ...
+def _verify(
+    path: Union[str, os.PathLike[str]],
+    inputs: Optional[Mapping[str, Sequence[int]]],
+    constants: Optional[Mapping[str, npt.ArrayLike]],
+    network: Optional[str],
+    kernels: Optional[str],
+    data: Union[None, npt.ArrayLike, Mapping[str, npt.ArrayLike]],
+    test_data: Union[None, str, os.PathLike[str]],
+    seed: int,
+    progress: Optional[Callable[[int, int], object]],
+) -> Tuple[Model, List[Tuple[Any, ...]], List[Tuple[Any, ...]], int]: ...
+def _tune(
+    model: Model,
+    network: Union[None, str, int],
+    inputs: Optional[Mapping[str, Sequence[int]]],
+    kernels: Optional[str],
+    numerics: Union[str, float],
+    budget: float,
+    wisdom: str,
+    date: str,
+    progress: Optional[Callable[[int, int, float], object]],
+) -> Tuple[bytes, Dict[str, Any]]: ...
+def _bench(
+    models: Sequence[Tuple[str, Model]],
+    network: Union[None, str, int],
+    inputs: Optional[Mapping[str, Sequence[int]]],
+    threads: int,
+    cpu: Optional[int],
+    keep_state: bool,
+    seconds: Optional[float],
+) -> Dict[str, Any]: ...
+def _model_of(bytes: bytes, report: Optional[Dict[str, Any]], tuning: Optional[Tuning]) -> Model: ...
 def _source_of(source: Union[str, os.PathLike[str], bytes, bytearray, memoryview]) -> Model: ...
 def _image_convert(input: _Array, input_layout: str, output: _Array, output_layout: str, code: int) -> None: ...
 def _image_zoom(input: _Array, output: _Array, corners: Sequence[float], code: int) -> None: ...

@@ -1,7 +1,8 @@
 """What a model file holds, without making its networks ready."""
 
-import html
 from typing import Any, Dict, List
+
+from qrt_core._table import html_table
 
 
 class Info(Dict[str, Any]):
@@ -23,19 +24,14 @@ class Info(Dict[str, Any]):
         return "\n".join(self._lines())
 
     def _repr_html_(self) -> str:
-        parts = []
-        for network in self["networks"]:
-            rows = "".join(
-                "<tr>"
-                + "".join(
-                    f"<td>{html.escape(str(cell))}</td>"
-                    for cell in (index, layer["id"], layer["kind"], layer["kernel"] or "", layer["weights"])
-                )
-                + "</tr>"
-                for index, layer in enumerate(network["layers"])
+        return "".join(
+            html_table(
+                ("#", "layer", "kind", "kernel", "weights"),
+                [
+                    (str(index), layer["id"], layer["kind"], layer["kernel"] or "", str(layer["weights"]))
+                    for index, layer in enumerate(network["layers"])
+                ],
+                network["id"],
             )
-            parts.append(
-                f"<table><caption>{html.escape(network['id'])}</caption><thead><tr><th>#</th><th>layer</th>"
-                f"<th>kind</th><th>kernel</th><th>weights</th></tr></thead><tbody>{rows}</tbody></table>"
-            )
-        return "".join(parts)
+            for network in self["networks"]
+        )

@@ -1,7 +1,8 @@
 """Where the time of a pass goes."""
 
-import html
-from typing import Any, Dict, Iterator, List, NamedTuple, Optional, Sequence, Tuple
+from typing import Any, Dict, List, NamedTuple, Optional, Sequence, Tuple
+
+from qrt_core._table import Rows, html_table, sizes_text, text_table
 
 
 class ProfileRow(NamedTuple):
@@ -30,7 +31,7 @@ class ProfileRow(NamedTuple):
 _COLUMNS = ("#", "layer", "kind", "kernel", "output", "ms", "share", "GB/s")
 
 
-class Profile(Sequence[ProfileRow]):
+class Profile(Rows[ProfileRow]):
     """The times of a network's kernels: medians over passes. Printed it is a table."""
 
     network: str
@@ -51,16 +52,7 @@ class Profile(Sequence[ProfileRow]):
         self.passes = passes
         self.pass_ms = pass_ms
         self.cpu_ms = cpu_ms
-        self._rows = [ProfileRow._make((*row, row[6] / whole)) for row in rows]
-
-    def __len__(self) -> int:
-        return len(self._rows)
-
-    def __iter__(self) -> Iterator[ProfileRow]:
-        return iter(self._rows)
-
-    def __getitem__(self, index: Any) -> Any:
-        return self._rows[index]
+        super().__init__([ProfileRow._make((*row, row[6] / whole)) for row in rows])
 
     def to_dict(self) -> Dict[str, List[Any]]:
         """Columns by name, as pandas.DataFrame() takes them."""
@@ -73,7 +65,7 @@ class Profile(Sequence[ProfileRow]):
                 f"{row.id} {row.role}".rstrip(),
                 row.kind,
                 row.kernel,
-                "" if row.shape is None else " x ".join(map(str, row.shape)),
+                "" if row.shape is None else sizes_text(row.shape),
                 f"{row.ms:.4f}",
                 f"{100 * row.share:.1f} %",
                 f"{row.bytes / row.ms / 1e6:.1f}" if row.ms > 0 else "",
@@ -85,27 +77,10 @@ class Profile(Sequence[ProfileRow]):
         return f"{self.network}: {self.pass_ms:.4f} ms, median of {self.passes} passes"
 
     def __str__(self) -> str:
-        table = [_COLUMNS, *self._cells()]
-        widths = [max(len(row[column]) for row in table) for column in range(len(_COLUMNS))]
-        right = {0, 5, 6, 7}
-        lines = [
-            "  ".join(
-                cell.rjust(width) if column in right else cell.ljust(width)
-                for column, (cell, width) in enumerate(zip(row, widths))
-            ).rstrip()
-            for row in table
-        ]
-        return "\n".join([*lines, self._caption()])
+        return f"{text_table(_COLUMNS, self._cells(), {0, 5, 6, 7})}\n{self._caption()}"
 
     def __repr__(self) -> str:
         return f"<Profile of {self._caption()}>"
 
     def _repr_html_(self) -> str:
-        def line(cells: Sequence[str], tag: str) -> str:
-            return "<tr>" + "".join(f"<{tag}>{html.escape(cell)}</{tag}>" for cell in cells) + "</tr>"
-
-        body = "".join(line(row, "td") for row in self._cells())
-        return (
-            f"<table><caption>{html.escape(self._caption())}</caption>"
-            f"<thead>{line(_COLUMNS, 'th')}</thead><tbody>{body}</tbody></table>"
-        )
+        return html_table(_COLUMNS, self._cells(), self._caption())

@@ -18,6 +18,9 @@ using marlo::utility::Port;
 
 namespace {
 
+// What a tensor can stand on.
+constexpr int kInOrder = int{py::array::c_style} | int{py::detail::npy_api::NPY_ARRAY_ALIGNED_};
+
 // An array on a tensor's block, with what gives it back.
 struct Kept {
   std::shared_ptr<Pools> pools;
@@ -55,7 +58,6 @@ py::array any_array(const py::handle& value, const Port& port, const py::dtype& 
 
 // The array itself where it is what a tensor can stand on, else a copy that is.
 py::array in_order(py::array array, const Port& port, const py::dtype& wanted) {
-  constexpr int kInOrder = int{py::array::c_style} | int{py::detail::npy_api::NPY_ARRAY_ALIGNED_};
   // Types are one object each, but for those of another byte order or an alias.
   const bool same = array.dtype().ptr() == wanted.ptr() || array.dtype().equal(wanted);
   if (same && (array.flags() & kInOrder) == kInOrder) return array;
@@ -97,6 +99,33 @@ py::dtype dtype_of(DataType type) {
   return types->at(static_cast<size_t>(type));
 }
 
+const void* numbers_of(const py::handle& value, const TensorShape& shape) {
+  if (!py::isinstance<py::array>(value)) return nullptr;
+  const auto* const array = py::detail::array_proxy(value.ptr());
+  if ((array->flags & kInOrder) != kInOrder) return nullptr;
+  if (array->descr != dtype_of(shape.data_type).ptr()) return nullptr;
+  const size_t count = shape.dims.size();
+  const auto axes = static_cast<size_t>(array->nd);
+  const auto* sizes = array->dimensions;
+  if (axes == count + 1 && sizes[0] == 1) {
+    ++sizes;
+  } else if (axes != count) {
+    return nullptr;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    if (sizes[i] != static_cast<py::ssize_t>(shape.dims[i])) return nullptr;
+  }
+  return array->data;
+}
+
+TensorShape shape_for(std::vector<uint32_t> sizes, const Port& port) {
+  if (port.shape && sizes.size() == port.shape->dims.size() + 1 && sizes[0] == 1) {
+    sizes.erase(sizes.begin());
+  }
+  const LayoutType layout = layout_of(sizes, port);
+  return {std::move(sizes), port.shape ? port.shape->data_type : DataType::FLOAT32, layout};
+}
+
 Operand operand_of(const py::handle& value, const Port& port) {
   const DataType type = port.shape ? port.shape->data_type : DataType::FLOAT32;
   const py::dtype wanted = dtype_of(type);
@@ -124,8 +153,17 @@ py::array array_of(const std::shared_ptr<Pools>& pools, const std::shared_ptr<Te
   auto owner = py::reinterpret_steal<py::object>(PyCapsule_New(kept.get(), nullptr, &give_back));
   if (!owner) throw py::error_already_set();
   (void)kept.release();
-  return py::array(dtype_of(tensor->shape.data_type), sizes_of(tensor->shape), tensor->handle.cpu,
-                   owner);
+  // As py::array does it, which would work out the strides beside NumPy.
+  const auto& numpy = py::detail::npy_api::get();
+  const std::vector<py::ssize_t> sizes = sizes_of(tensor->shape);
+  constexpr int flags = kInOrder | int{py::detail::npy_api::NPY_ARRAY_WRITEABLE_};
+  auto array = py::reinterpret_steal<py::array>(numpy.PyArray_NewFromDescr_(
+      numpy.PyArray_Type_, dtype_of(tensor->shape.data_type).release().ptr(),
+      static_cast<int>(sizes.size()), sizes.data(), nullptr, tensor->handle.cpu, flags, nullptr));
+  if (!array || numpy.PyArray_SetBaseObject_(array.ptr(), owner.release().ptr()) != 0) {
+    throw py::error_already_set();
+  }
+  return array;
 }
 
 py::array copy_of(const Tensor& tensor) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "python/src/pools.h"
 #include "qrt_core/runtime/tensor/tensor.h"
@@ -32,6 +33,15 @@ struct Operand {
 /// @throws TypeError for what has no numbers, or none that convert; InputError for sizes that no
 ///   tensor has
 Operand operand_of(const py::handle& value, const marlo::utility::Port& port);
+
+/// The numbers of an array that a tensor of this shape can stand on as they are, with or without a
+/// leading axis of one; null for any other object.
+const void* numbers_of(const py::handle& value, const marlo::runtime::TensorShape& shape);
+
+/// The shape of an input of these sizes, in the order that the network wants. A leading axis of one,
+/// a batch, is left out where it expects one axis less.
+marlo::runtime::TensorShape shape_for(std::vector<uint32_t> sizes,
+                                      const marlo::utility::Port& port);
 
 /// The array of a result, on the tensor's own block, which goes back to its pools when the last
 /// array on it dies.

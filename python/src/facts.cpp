@@ -28,12 +28,9 @@ struct KernelName {
 };
 
 std::vector<KernelName> all_kernels() {
-  marlo::runtime::KernelRegistry kernels;
-  marlo::runtime::InferenceParamRegistry params;
-  marlo::utility::init_register_operators(kernels, params);
-  marlo::utility::init_register_extension_operators(kernels, params);
+  const Kernels library;
   std::vector<KernelName> all;
-  for (const std::string& name : kernels.Keys()) {
+  for (const std::string& name : library.kernels.Keys()) {
     all.push_back({name, marlo::runtime::needs_of(name)});
   }
   std::sort(all.begin(), all.end(),
@@ -171,6 +168,11 @@ void bind_kernels(py::module_& module) {
 }
 
 }  // namespace
+
+Kernels::Kernels() {
+  marlo::utility::init_register_operators(kernels, params);
+  marlo::utility::init_register_extension_operators(kernels, params);
+}
 
 std::vector<LayerFacts> layers_of(const Network& network) {
   const auto& layers = network.net()->layers;

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include "qrt_core/runtime/engine/create_net.h"
 #include "qrt_core/utility/check_model.h"
 #include "qrt_core/utility/model.h"
 
@@ -13,6 +14,14 @@
 namespace qrt_python {
 
 namespace py = pybind11;
+
+/// All kernels of the library.
+struct Kernels {
+  Kernels();
+
+  marlo::runtime::KernelRegistry kernels;
+  marlo::runtime::InferenceParamRegistry params;
+};
 
 /// One layer of a network that is ready to run.
 struct LayerFacts {

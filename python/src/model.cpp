@@ -1,3 +1,5 @@
+#include "python/src/model.h"
+
 #include <pybind11/stl.h>
 
 #include <algorithm>
@@ -5,11 +7,10 @@
 #include <optional>
 #include <utility>
 
+#include "python/src/arrays.h"
 #include "python/src/bind.h"
 #include "python/src/errors.h"
 #include "python/src/facts.h"
-#include "python/src/net.h"
-#include "python/src/source.h"
 #include "qrt_core/utility/check_shapes.h"
 
 // The classes Model and Net.
@@ -18,6 +19,7 @@ namespace qrt_python {
 
 using marlo::runtime::TensorShape;
 using marlo::utility::CheckOptions;
+using marlo::utility::Port;
 
 namespace {
 
@@ -48,78 +50,27 @@ Args:
 Returns:
     A Profile: printed it is a table, `to_dict()` is for pandas.)";
 
-/// A model as Python sees it. Its networks are made ready when one is first asked for.
-class PyModel {
- public:
-  PyModel(Source source, py::object report)
-      : source_(std::make_shared<Source>(std::move(source))), report_(std::move(report)) {}
+std::string listed(const std::vector<std::string>& ids) {
+  std::string text;
+  for (const std::string& id : ids) text += (text.empty() ? "" : ", ") + quoted(id);
+  return text;
+}
 
-  const Source& source() const { return *source_; }
-  const py::object& report() const { return report_; }
-
-  const std::shared_ptr<Loaded>& loaded() {
-    if (loaded_ == nullptr) loaded_ = std::make_shared<Loaded>(source_->open());
-    return loaded_;
+std::vector<uint32_t> sizes_of(const py::handle& sizes) {
+  try {
+    return sizes.cast<std::vector<uint32_t>>();
+  } catch (const py::cast_error&) {
+    raise_type_error("expected sizes, such as (3, 224, 224), found " +
+                     py::repr(sizes).cast<std::string>());
   }
-
-  std::vector<std::string> ids() { return loaded()->model->ids(); }
-
-  Net network(const std::string& id) {
-    Net net(source_, loaded(), id);
-    require_processor(net.network());
-    return net;
-  }
-
-  Net at(const py::handle& key) {
-    const std::vector<std::string> all = ids();
-    if (py::isinstance<py::int_>(key)) {
-      const auto count = static_cast<py::ssize_t>(all.size());
-      auto index = key.cast<py::ssize_t>();
-      if (index < 0) index += count;
-      if (index < 0 || index >= count) {
-        throw py::index_error("the model has " + std::to_string(count) + " networks");
-      }
-      return network(all[static_cast<size_t>(index)]);
-    }
-    if (!py::isinstance<py::str>(key)) {
-      raise_type_error("a network is named by its id or its number, and not by " +
-                       py::repr(key).cast<std::string>());
-    }
-    const auto id = key.cast<std::string>();
-    if (std::find(all.begin(), all.end(), id) == all.end()) {
-      std::string text = "there is no network " + quoted(id) + "; there is";
-      for (size_t i = 0; i < all.size(); ++i) text += (i == 0 ? " " : ", ") + quoted(all[i]);
-      raise("NotFoundError", text);
-    }
-    return network(id);
-  }
-
-  void save(const py::handle& path) const {
-    const auto name = py::module_::import("os").attr("fspath")(path);
-    const py::bytes bytes = to_bytes(form_of(name.cast<std::string>()));
-    py::module_::import("qrt_core._files").attr("replace_file")(name, bytes);
-  }
-
-  py::bytes to_bytes(const std::string& form) const {
-    const py::bytes bytes = source_->bytes();
-    const bool is_json =
-        PyBytes_GET_SIZE(bytes.ptr()) != 0 && PyBytes_AS_STRING(bytes.ptr())[0] == '{';
-    if (is_json == (form == "json") && (form == "json" || form == "qrtmodel")) return bytes;
-    return bytes_of(*source_->tree(), form);
-  }
-
- private:
-  std::shared_ptr<const Source> source_;
-  py::object report_;
-  std::shared_ptr<Loaded> loaded_;
-};
+}
 
 CheckOptions check_options(const py::object& inputs) {
   CheckOptions options;
   if (inputs.is_none()) return options;
   for (const auto& [network, shapes] : inputs.cast<py::dict>()) {
     for (const auto& [id, sizes] : shapes.cast<py::dict>()) {
-      const auto dims = sizes.cast<std::vector<uint32_t>>();
+      const std::vector<uint32_t> dims = sizes_of(sizes);
       options.inputs[network.cast<std::string>()][id.cast<std::string>()] =
           marlo::utility::Input(dims, static_cast<const float*>(nullptr)).shape();
     }
@@ -148,11 +99,35 @@ py::object profile_of(const Net& net, const std::vector<Operand>& operands, int 
       .attr("Profile")(net.id(), rows, repeat, times.pass.wall_ms, times.pass.cpu_ms);
 }
 
+// The binding's own way from a call to its function takes longer than small networks. This is the
+// slot of the type, and `__call__` what it falls back on.
+PyObject* call_net(PyObject* self, PyObject* args, PyObject* named) noexcept {
+  try {
+    const bool is_plain = named == nullptr || PyDict_GET_SIZE(named) == 0;
+    auto* const instance = reinterpret_cast<py::detail::instance*>(self);
+    if (is_plain && instance->simple_layout && instance->simple_holder_constructed) {
+      const auto* const net = static_cast<const Net*>(instance->simple_value_holder[0]);
+      py::object result = net->run_again(py::reinterpret_borrow<py::tuple>(args));
+      if (result) return result.release().ptr();
+    }
+    const py::object method = py::handle(self).attr("__call__");
+    return PyObject_Call(method.ptr(), args, named);
+  } catch (py::error_already_set& failure) {
+    failure.restore();
+  } catch (const std::bad_alloc&) {
+    PyErr_NoMemory();
+  } catch (const std::exception& failure) {
+    PyErr_SetString(PyExc_RuntimeError, failure.what());
+  }
+  return nullptr;
+}
+
 void bind_net(py::module_& module) {
-  py::class_<Net>(module, "Net",
-                  "One network of a model, ready to run: call it with arrays.\n\nIt belongs to one "
-                  "thread at a time, together with the other networks of its model.")
-      .def_property_readonly("id", &Net::id, "Its id in the model.")
+  py::class_<Net> type(
+      module, "Net",
+      "One network of a model, ready to run: call it with arrays.\n\nIt belongs to one "
+      "thread at a time, together with the other networks of its model.");
+  type.def_property_readonly("id", &Net::id, "Its id in the model.")
       .def_property_readonly(
           "inputs", [](const Net& net) { return net.network().inputs(); },
           "What it takes, a list of Port in the order of a call.")
@@ -190,6 +165,12 @@ void bind_net(py::module_& module) {
             return profile_of(net, net.operands(inputs, named), repeat);
           },
           py::kw_only(), py::arg("repeat") = 10, kProfileDoc)
+      .def(
+          "_time_passes",
+          [](const Net& net, const py::args& inputs, int count) {
+            return net.time_passes(net.operands(inputs, {}), count);
+          },
+          py::kw_only(), py::arg("count"))
       .def("reset", &Net::reset,
            "Clears the state that recurrent layers carry from call to call.\n\nRaises:\n    "
            "BusyError: while another thread runs a network of this model.")
@@ -208,9 +189,10 @@ void bind_net(py::module_& module) {
       .def(
           py::pickle([](const Net& net) { return py::make_tuple(net.source()->bytes(), net.id()); },
                      [](const py::tuple& state) {
-                       return PyModel(Source(state[0].cast<py::bytes>()), py::none())
+                       return PyModel(Source(state[0].cast<py::bytes>()))
                            .network(state[1].cast<std::string>());
                      }));
+  reinterpret_cast<PyTypeObject*>(type.ptr())->tp_call = &call_net;
 }
 
 void bind_model_class(py::module_& module) {
@@ -225,11 +207,14 @@ void bind_model_class(py::module_& module) {
       .def("__getitem__", &PyModel::at, py::arg("network"))
       .def_property_readonly("networks", &PyModel::ids, "The ids of its networks, a list of str.")
       .def_property_readonly(
-          "path", [](const PyModel& model) { return model.source().path(); },
+          "path", [](const PyModel& model) { return model.source()->path(); },
           "The file that it comes from, a str, or None.")
       .def_property_readonly(
           "report", [](const PyModel& model) { return model.report(); },
           "What import_onnx() tells of the import, a dict; None for other models.")
+      .def_property_readonly(
+          "tuning", [](const PyModel& model) { return model.tuning(); },
+          "What tune() tells of its choice, a Tuning; None for other models.")
       .def("save", &PyModel::save, py::arg("path"),
            "Writes the model to a file.\n\nArgs:\n    path: ends in .qrtmodel, which holds weights "
            "as halves, or in .json, which holds them as they are. An existing file is replaced at "
@@ -241,31 +226,107 @@ void bind_model_class(py::module_& module) {
       .def(
           "check",
           [](const PyModel& model, const py::object& inputs) {
-            return model.source().check(check_options(inputs));
+            return model.source()->check(check_options(inputs));
           },
           py::arg("inputs") = py::none(),
           "Judges whether the model means what it says.\n\nArgs:\n    inputs: shapes by network "
           "and input id, {'net': {'x': (3, 224, 224)}}; None for those that the model tells."
           "\n\nReturns:\n    A list of Finding, empty for a model that is right.")
-      .def("_info", [](const PyModel& model) { return info_of(*model.source().tree()); })
-      .def("__repr__",
-           [](PyModel& model) {
-             std::string text;
-             for (const std::string& id : model.ids()) {
-               text += (text.empty() ? "" : ", ") + quoted(id);
-             }
-             return "<Model of " + text + ">";
-           })
+      .def("_info", [](const PyModel& model) { return info_of(*model.source()->tree()); })
+      .def("__repr__", [](PyModel& model) { return "<Model of " + listed(model.ids()) + ">"; })
       .def(py::pickle(
           [](const PyModel& model) {
-            return py::make_tuple(model.source().bytes(), model.report());
+            return py::make_tuple(model.source()->bytes(), model.report(), model.tuning());
           },
           [](const py::tuple& state) {
-            return PyModel(Source(state[0].cast<py::bytes>()), state[1]);
+            return PyModel(Source(state[0].cast<py::bytes>()), state[1], state[2]);
           }));
 }
 
 }  // namespace
+
+const std::shared_ptr<Loaded>& PyModel::loaded() {
+  if (loaded_ == nullptr) loaded_ = std::make_shared<Loaded>(source_->open());
+  return loaded_;
+}
+
+Net PyModel::network(const std::string& id) {
+  Net net(source_, loaded(), id);
+  require_processor(net.network());
+  return net;
+}
+
+Net PyModel::at(const py::handle& key) {
+  const std::vector<std::string> all = ids();
+  if (py::isinstance<py::int_>(key)) {
+    const auto count = static_cast<py::ssize_t>(all.size());
+    auto index = key.cast<py::ssize_t>();
+    if (index < 0) index += count;
+    if (index < 0 || index >= count) {
+      throw py::index_error("the model has " + std::to_string(count) + " networks");
+    }
+    return network(all[static_cast<size_t>(index)]);
+  }
+  if (!py::isinstance<py::str>(key)) {
+    raise_type_error("a network is named by its id or its number, and not by " +
+                     py::repr(key).cast<std::string>());
+  }
+  const auto id = key.cast<std::string>();
+  if (std::find(all.begin(), all.end(), id) == all.end()) {
+    raise("NotFoundError", "there is no network " + quoted(id) + "; there is " + listed(all));
+  }
+  return network(id);
+}
+
+Net PyModel::chosen(const py::object& id) {
+  if (!id.is_none()) return at(id);
+  const std::vector<std::string> all = ids();
+  if (all.size() == 1) return network(all[0]);
+  throw py::value_error("network: the model has " + std::to_string(all.size()) +
+                        ", expected one of " + listed(all));
+}
+
+void PyModel::save(const py::handle& path) const {
+  const auto name = py::module_::import("os").attr("fspath")(path);
+  const py::bytes bytes = to_bytes(form_of(name.cast<std::string>()));
+  py::module_::import("qrt_core._files").attr("replace_file")(name, bytes);
+}
+
+py::bytes PyModel::to_bytes(const std::string& form) const {
+  const py::bytes bytes = source_->bytes();
+  const bool is_json =
+      PyBytes_GET_SIZE(bytes.ptr()) != 0 && PyBytes_AS_STRING(bytes.ptr())[0] == '{';
+  if (is_json == (form == "json") && (form == "json" || form == "qrtmodel")) return bytes;
+  return bytes_of(*source_->tree(), form);
+}
+
+std::map<std::string, TensorShape> input_shapes(const Net& net, const py::object& given) {
+  std::map<std::string, TensorShape> shapes;
+  const py::dict sizes = given.is_none() ? py::dict() : py::dict(given);
+  const std::vector<Port>& ports = net.network().inputs();
+  for (const Port& port : ports) {
+    const py::str id(port.id);
+    if (sizes.contains(id)) {
+      shapes[port.id] = shape_for(sizes_of(sizes[id]), port);
+    } else if (port.shape) {
+      shapes[port.id] = *port.shape;
+    } else {
+      raise("InputError", "network " + quoted(net.id()) + " doesn't say how large its input " +
+                              quoted(port.id) + " is: inputs={" + quoted(port.id) +
+                              ": (...)} does");
+    }
+  }
+  for (const auto& [key, value] : sizes) {
+    const auto id = key.cast<std::string>();
+    if (shapes.count(id) == 0) {
+      std::vector<std::string> names;
+      for (const Port& port : ports) names.push_back(port.id);
+      raise("InputError", "network " + quoted(net.id()) + " has no input " + quoted(id) +
+                              "; it has " + listed(names));
+    }
+  }
+  return shapes;
+}
 
 void bind_model(py::module_& module) {
   bind_net(module);
@@ -273,7 +334,7 @@ void bind_model(py::module_& module) {
   module.def(
       "load",
       [](const py::object& source) {
-        PyModel model(Source::of(source), py::none());
+        PyModel model(Source::of(source));
         model.loaded();
         return model;
       },
@@ -282,11 +343,11 @@ void bind_model(py::module_& module) {
       "file, or the bytes of one.\n\nReturns:\n    A Model, whose networks are ready to run."
       "\n\nRaises:\n    OSError: for a file that can't be read.\n    ModelError: for bytes that "
       "are no model.\n    LayerError: for a layer that its kernel refuses.");
-  module.def("_model_of", [](const py::bytes& bytes, const py::object& report) {
-    return PyModel(Source(bytes), report);
-  });
-  module.def("_source_of",
-             [](const py::object& source) { return PyModel(Source::of(source), py::none()); });
+  module.def("_model_of",
+             [](const py::bytes& bytes, const py::object& report, const py::object& tuning) {
+               return PyModel(Source(bytes), report, tuning);
+             });
+  module.def("_source_of", [](const py::object& source) { return PyModel(Source::of(source)); });
 }
 
 }  // namespace qrt_python

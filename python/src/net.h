@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -53,8 +54,15 @@ class Net {
   /// @throws BusyError while another thread uses the model
   py::object run(const std::vector<Operand>& operands, const Request& request) const;
 
+  /// One pass of arrays that are what the last pass took, for the network's outputs: the short way
+  /// of most calls. Null where they aren't, or where another thread uses the model.
+  py::object run_again(const py::tuple& arrays) const;
+
   /// Passes without results, each kernel timed.
   qrt_tool::Profile measure(const std::vector<Operand>& operands, int repeat) const;
+
+  /// Seconds of `count` passes of the library alone, which is what calls are compared with.
+  double time_passes(const std::vector<Operand>& operands, int count) const;
 
   void reset() const;
 
@@ -65,23 +73,36 @@ class Net {
   // Throws BusyError unless `use` holds.
   void require(const Pools::Use& use) const;
   std::vector<marlo::utility::Input> inputs_of(const std::vector<Operand>& operands) const;
-  // Whether these are shapes that the layers have been asked about.
-  bool fits(const std::vector<Operand>& operands) const;
-  // A pass of inputs that fit, for the network's outputs: what `Network::run` does beside the pass
-  // is most of the time of a small network.
-  py::object run_again(const std::vector<Operand>& operands) const;
+  // Where the numbers of an input stand.
+  struct Numbers {
+    const void* data;
+    size_t bytes;
+  };
+  // The inputs of the last pass, whose shapes the layers have been asked about, and their tensors.
+  struct Last {
+    std::vector<marlo::runtime::TensorShape> shapes;
+    std::vector<Numbers> numbers;
+    std::unordered_map<unsigned int, std::shared_ptr<marlo::runtime::Tensor>> tensors;  // by layer
+    bool is_known = false;
+  };
+  void remember(const std::vector<Operand>& operands) const;
+  // Takes the inputs of another pass if they have the shapes of the last one.
+  bool take_up(const std::vector<Operand>& operands) const;
+  bool take_up(const py::tuple& arrays) const;
+  // A pass of inputs that were taken up: what `Network::run` does beside the pass is most of the
+  // time of a small network.
+  py::object pass_again() const;
 
   // A layer's id and a tensor that it made.
   using Made = std::vector<std::pair<const std::string*, std::shared_ptr<marlo::runtime::Tensor>>>;
-  py::object result_of(const Made& made, const std::vector<Operand>& operands, bool is_one) const;
+  py::object result_of(const Made& made, const std::vector<Numbers>& inputs, bool is_one) const;
 
   std::shared_ptr<const Source> source_;
   std::shared_ptr<Loaded> loaded_;
   marlo::utility::Network& network_;
   std::vector<bool> is_overwritten_;   // per input: whether a kernel writes where it stands
   std::vector<unsigned int> outputs_;  // the layers of the network's outputs
-  // Of the inputs that ran last. Only who uses the pools touches it.
-  mutable std::vector<marlo::runtime::TensorShape> fitting_;
+  mutable Last last_;                  // only who uses the pools touches it
 };
 
 }  // namespace qrt_python

@@ -131,16 +131,19 @@ std::string_view Source::view() const {
   return {PyBytes_AS_STRING(bytes_.ptr()), static_cast<size_t>(PyBytes_GET_SIZE(bytes_.ptr()))};
 }
 
+std::function<Model()> Source::opener() const {
+  if (!bytes_) {
+    refuse_change();
+    return [this] { return Model(path_); };
+  }
+  return [bytes = view()] { return Model::from_bytes(bytes.data(), bytes.size()); };
+}
+
 Model Source::open() const {
+  const std::function<Model()> open = opener();
   try {
-    if (!bytes_) {
-      refuse_change();
-      const py::gil_scoped_release released;
-      return Model(path_);
-    }
-    const std::string_view bytes = view();
     const py::gil_scoped_release released;
-    return Model::from_bytes(bytes.data(), bytes.size());
+    return open();
   } catch (const Error& failure) {
     raise("ModelError", failure);
   }

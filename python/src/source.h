@@ -3,6 +3,7 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,6 +39,10 @@ class Source {
   /// A model ready to run.
   /// @throws ModelError, LayerError
   marlo::utility::Model open() const;
+
+  /// What opens the model on any thread, without the interpreter's lock, while this object lives.
+  /// @throws ModelError for a file that has changed since
+  std::function<marlo::utility::Model()> opener() const;
 
   /// The model as a tree.
   /// @throws ModelError

@@ -1,10 +1,14 @@
+#include "python/src/toolkit.h"
+
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
+#include "python/src/arrays.h"
 #include "python/src/bind.h"
 #include "python/src/errors.h"
+#include "python/src/progress.h"
 #include "python/src/source.h"
-#include "qrt_toolkit/import_onnx.h"
+#include "qrt_toolkit/verify_import.h"
 
 // What prepares models.
 
@@ -15,6 +19,11 @@ using marlo::toolkit::ImportedModel;
 using marlo::toolkit::ImportedTensor;
 using marlo::toolkit::ImportOptions;
 using marlo::toolkit::ImportReport;
+using marlo::toolkit::KernelSet;
+using marlo::toolkit::Verification;
+using marlo::toolkit::VerifiedImport;
+using marlo::toolkit::VerifiedLayer;
+using marlo::toolkit::VerifyOptions;
 
 namespace {
 
@@ -53,39 +62,117 @@ py::dict report_of(const ImportReport& report) {
   return facts;
 }
 
-py::object import_onnx(const py::object& path, const py::object& inputs,
-                       const py::object& constants, const py::object& network,
-                       const py::object& kernels) {
-  ImportOptions options;
-  if (!kernels.is_none()) {
-    options.kernels = marlo::toolkit::kernel_set_of(kernels.cast<std::string>());
-    if (!options.kernels) {
-      throw py::value_error("kernels " + py::repr(kernels).cast<std::string>() +
-                            ": expected 'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512'");
-    }
+std::map<std::string, GivenTensor> tensors_by_name(const py::object& arrays) {
+  std::map<std::string, GivenTensor> tensors;
+  if (arrays.is_none()) return tensors;
+  for (const auto& [name, value] : arrays.cast<py::dict>()) {
+    tensors[name.cast<std::string>()] = tensor_of(value);
   }
+  return tensors;
+}
+
+ImportOptions import_options(const py::object& inputs, const py::object& constants,
+                             const py::object& network, const py::object& kernels) {
+  ImportOptions options;
+  if (!kernels.is_none()) options.kernels = kernels_of(kernels);
   if (!inputs.is_none()) {
     for (const auto& [name, shape] : inputs.cast<py::dict>()) {
       options.shapes[name.cast<std::string>()] = shape.cast<std::vector<int64_t>>();
     }
   }
-  if (!constants.is_none()) {
-    for (const auto& [name, value] : constants.cast<py::dict>()) {
-      options.constants[name.cast<std::string>()] = tensor_of(value);
-    }
-  }
+  options.constants = tensors_by_name(constants);
   if (!network.is_none()) options.network = network.cast<std::string>();
-  const auto file = py::module_::import("os").attr("fspath")(path).cast<std::string>();
+  return options;
+}
+
+std::string path_of(const py::object& path) {
+  return py::module_::import("os").attr("fspath")(path).cast<std::string>();
+}
+
+PyModel model_of(ImportedModel& imported) {
+  // This form holds the weights as exactly as the tree does.
+  return PyModel(Source(bytes_of(imported.model, "json")), report_of(imported.report));
+}
+
+PyModel import_onnx(const py::object& path, const py::object& inputs, const py::object& constants,
+                    const py::object& network, const py::object& kernels) {
+  const ImportOptions options = import_options(inputs, constants, network, kernels);
+  const std::string file = path_of(path);
   ImportedModel imported = [&] {
     const py::gil_scoped_release released;
     return marlo::toolkit::import_onnx(file, options);
   }();
-  // This form holds the weights as exactly as the tree does.
-  const py::bytes bytes = bytes_of(imported.model, "json");
-  return py::module_::import("qrt_core._core").attr("_model_of")(bytes, report_of(imported.report));
+  return model_of(imported);
+}
+
+py::list rows_of(const std::vector<VerifiedLayer>& layers) {
+  py::list rows;
+  for (const VerifiedLayer& layer : layers) {
+    rows.append(py::make_tuple(layer.layer, layer.node, layer.kernel, tuple_of(layer.shape),
+                               layer.largest_value, layer.exact.absolute, layer.exact.relative,
+                               layer.bound, layer.halves.absolute, layer.halves.relative,
+                               layer.place));
+  }
+  return rows;
+}
+
+// The model, the rows of its layers and of a folder's outputs, and how many layers have none.
+py::tuple verify(const py::object& path, const py::object& inputs, const py::object& constants,
+                 const py::object& network, const py::object& kernels, const py::object& data,
+                 const py::object& test_data, uint32_t seed, const py::object& progress) {
+  const ImportOptions options = import_options(inputs, constants, network, kernels);
+  const std::string file = path_of(path);
+  VerifyOptions with;
+  if (data.is_none() || py::isinstance<py::dict>(data)) {
+    with.inputs = tensors_by_name(data);
+  } else {
+    with.inputs[""] = tensor_of(data);
+  }
+  if (!test_data.is_none()) with.test_data = path_of(test_data);
+  with.seed = seed;
+  Progress steps(progress);
+  with.progress = [&steps](size_t done, size_t of) {
+    if (!steps.step(done, of)) throw Interrupted();
+  };
+  VerifiedImport verified = [&] {
+    try {
+      const py::gil_scoped_release released;
+      return marlo::toolkit::import_and_verify(file, options, with);
+    } catch (const Interrupted&) {
+      steps.raise();
+      throw;
+    }
+  }();
+  const Verification& found = verified.verification;
+  return py::make_tuple(model_of(verified.imported), rows_of(found.layers),
+                        rows_of(found.test_data), found.not_compared);
 }
 
 }  // namespace
+
+KernelSet kernels_of(const py::object& word) {
+  if (word.is_none()) return marlo::toolkit::processor_kernels();
+  const auto set = marlo::toolkit::kernel_set_of(word.cast<std::string>());
+  if (set) return *set;
+  throw py::value_error("kernels " + py::repr(word).cast<std::string>() +
+                        ": expected 'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512'");
+}
+
+Chosen choose(const PyModel& model, const py::object& network, const py::object& inputs) {
+  // States of the caller's own networks stay as they are.
+  PyModel own(Source(*model.source()));
+  const Net net = own.chosen(network);
+  Chosen chosen{net.id(), input_shapes(net, inputs), {}};
+  const py::object zeros = py::module_::import("numpy").attr("zeros");
+  std::vector<Operand> operands;
+  for (const auto& port : net.network().inputs()) {
+    const auto& shape = chosen.inputs.at(port.id);
+    chosen.inputs_by_layer[port.layer] = shape;
+    operands.push_back({zeros(tuple_of(shape.dims), dtype_of(shape.data_type)), shape});
+  }
+  net.run(operands, net.request(py::none()));
+  return chosen;
+}
 
 void bind_toolkit(py::module_& module) {
   module.def(
@@ -101,6 +188,11 @@ void bind_toolkit(py::module_& module) {
       "A Model, whose `report` says what was imported.\n\nRaises:\n    OnnxFileError: for a file "
       "that can't be read.\n    UnsupportedError: for a network that can't be imported; "
       "`refusals` says why, node by node.");
+  module.def("_verify", &verify, py::arg("path"), py::arg("inputs"), py::arg("constants"),
+             py::arg("network"), py::arg("kernels"), py::arg("data"), py::arg("test_data"),
+             py::arg("seed"), py::arg("progress"));
+  bind_tune(module);
+  bind_bench(module);
 }
 
 }  // namespace qrt_python

@@ -16,6 +16,10 @@ net: qrt.Net = qrt.load("net.qrtmodel")["net"]
 shape = net.inputs[0].shape
 reveal_type(net.profile(np.zeros(3)))
 reveal_type(qrt.kernels())
+model = qrt.tune("net.qrtmodel", inputs={"x": (3, 4)}, progress=True)
+reveal_type(model.tuning)
+reveal_type(qrt.bench(model, "other.qrtmodel")[0])
+reveal_type(qrt.verify("net.onnx", data=np.zeros(3)).first_beyond)
 qrt.image.resize(np.zeros((3, 3, 3), np.uint8), (2, 2))
 qrt.load(3)
 """
@@ -51,6 +55,9 @@ def main(folder):
     expected = (
         'Revealed type is "qrt_core.profile.Profile"',
         'Revealed type is "builtins.list[qrt_core._core.Kernel]"',
+        'Revealed type is "Union[qrt_core.tuning.Tuning, None]"',
+        'Revealed type is "qrt_core.benchmark.BenchedNetwork"',
+        "fallback=qrt_core.verification.VerifiedLayer], None]",
         'Argument 1 to "load" has incompatible type "int"',
         "Found 1 error",
     )

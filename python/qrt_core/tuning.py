@@ -1,0 +1,185 @@
+"""Kernels and layouts chosen by measurement."""
+
+import datetime
+import logging
+import os
+import sys
+from dataclasses import dataclass
+from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
+
+from qrt_core._core import Model, _model_of, _source_of, _tune
+from qrt_core._table import html_table, text_table
+
+_Path = Union[str, "os.PathLike[str]"]
+
+
+class TunedLayer(NamedTuple):
+    """What was chosen for one layer."""
+
+    id: str
+    """Its name in the network."""
+    before: str
+    """The kernel that it had."""
+    kernel: str
+    """The kernel that it has."""
+    candidates: int
+    """So many ways to run it there were."""
+    ms: float
+    """Milliseconds of its kernel in a pass, without converters of layouts."""
+    before_ms: float
+    """The same of the kernel that it had."""
+
+
+class TunedConfiguration(NamedTuple):
+    """One of the configurations that ran as whole networks."""
+
+    name: str
+    """"given", "measured", "fewer converters" or "estimated"."""
+    ms: float
+    """Milliseconds of a pass."""
+
+
+@dataclass(frozen=True)
+class Tuning:
+    """What tune() did to a network. Printed it is a table."""
+
+    network: str
+    """Id of the network."""
+    processor: str
+    """What the choice is for, by the processor's own name."""
+    kernels: str
+    """The set that was chosen from, such as "avx2"."""
+    tolerance: float
+    """How far a kernel's results may be from those of the one that it replaced, over the largest of them."""
+    configurations: Tuple[TunedConfiguration, ...]
+    """Those that ran as whole networks, the given one first."""
+    chosen: str
+    """The name of one of them."""
+    before_ms: float
+    """Milliseconds of a pass of the given model."""
+    after_ms: float
+    """Milliseconds of a pass of the chosen one."""
+    difference: float
+    """Of the outputs, over the largest number of each."""
+    seconds: float
+    """That it took."""
+    measured: int
+    """How many kernels were measured on layers."""
+    remembered: int
+    """How many times were taken from the file of earlier measurements."""
+    is_complete: bool
+    """Whether nothing was left out, for want of time or by an interrupt."""
+    is_interrupted: bool
+    """Whether a KeyboardInterrupt ended the measurements."""
+    is_exact: bool
+    """Whether it is proved that no other choice costs less by these times."""
+    layers: Tuple[TunedLayer, ...]
+    """In the order in which they run, without new ones. Empty where the given model stayed as it was."""
+    converters: Mapping[str, str]
+    """New layers that convert layouts, and whose result each converts."""
+    excluded: Tuple[str, ...]
+    """Kernels that need other instructions."""
+    notes: Tuple[str, ...]
+    """What went wrong without stopping it, in words."""
+
+    def to_dict(self) -> Dict[str, List[Any]]:
+        """The layers as columns by name, as pandas.DataFrame() takes them."""
+        return {name: [getattr(layer, name) for layer in self.layers] for name in TunedLayer._fields}
+
+    def _changed(self) -> List[Tuple[str, ...]]:
+        return [
+            (layer.id, layer.before, layer.kernel, f"{layer.before_ms:.4f}", f"{layer.ms:.4f}")
+            for layer in self.layers
+            if layer.before != layer.kernel
+        ]
+
+    def _caption(self) -> str:
+        return (
+            f"{self.network}: {self.before_ms:.4f} ms before, {self.after_ms:.4f} ms after ({self.chosen}); "
+            f"outputs differ by {self.difference:.2g} of the largest"
+        )
+
+    def __str__(self) -> str:
+        changed = self._changed()
+        return "\n".join([*([text_table(_COLUMNS, changed, {3, 4})] if changed else []), self._caption()])
+
+    def __repr__(self) -> str:
+        return f"<Tuning of {self._caption()}>"
+
+    def _repr_html_(self) -> str:
+        return html_table(_COLUMNS, self._changed(), self._caption())
+
+
+_COLUMNS = ("layer", "kernel before", "kernel", "ms before", "ms")
+
+
+def _show_line(done: int, of: int, seconds: float) -> None:
+    print(f"\rlayer {done} of {of}, {seconds:.0f} s", end="", file=sys.stderr, flush=True)
+
+
+def _usual_wisdom() -> str:
+    cache = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
+    return os.path.join(cache, "qrt", "wisdom.json")
+
+
+def tune(
+    model: Union[Model, _Path, bytes, bytearray, memoryview],
+    *,
+    inputs: Optional[Mapping[str, Sequence[int]]] = None,
+    network: Union[None, str, int] = None,
+    kernels: Optional[str] = None,
+    numerics: Union[str, float] = "bounded",
+    budget: float = 120.0,
+    wisdom: Union[None, bool, _Path] = None,
+    progress: Union[bool, Callable[[int, int, float], object]] = False,
+) -> Model:
+    """Chooses kernels and layouts for one network by measuring them on this machine.
+
+    A KeyboardInterrupt ends the measurements, and the best that is known by then is returned; so does the end of the
+    budget. `Model.tuning` says so, and what was chosen and why.
+
+    Args:
+        model: a Model, a path, or the bytes of a model.
+        inputs: shapes of inputs by id, without a batch, {"x": (3, 224, 224)}; None for those that the model tells.
+        network: its id or number; None for the only one.
+        kernels: the set to choose from, "portable", "sse", "avx", "fma", "avx2" or "avx512"; None for what this
+            processor can run.
+        numerics: how far a kernel's results may be from those of the one that it replaces, over the largest of them:
+            "same" for the same bits, "bounded" for sums in another order (1e-4), "fast" for approximations (0.05), or
+            a number.
+        budget: seconds, after which nothing more is measured.
+        wisdom: a file of earlier measurements, which is read and added to; None or True for the one of `qrt tune` in
+            the user's folder for caches, False for none.
+        progress: True shows a line on the standard error; or a function that is called between measurements with the
+            number of layers that are done, that of all, and the seconds so far.
+
+    Returns:
+        The tuned Model: the given one where nothing was faster. Its `tuning` is a Tuning.
+
+    Raises:
+        ValueError: for kernels that there aren't or that this processor can't run, and for options out of range.
+        NotFoundError: for a network that isn't there.
+        InputError: for an input whose shape the model doesn't tell.
+        LayerError: for shapes that don't fit.
+        ModelError, OSError: as load().
+    """
+    given = model if isinstance(model, Model) else _source_of(model)
+    if wisdom is None or wisdom is True:
+        wisdom = _usual_wisdom()
+    path = "" if wisdom is False else os.fspath(wisdom)
+    today = datetime.datetime.now(datetime.timezone.utc).date().isoformat()
+    callback = (_show_line if progress else None) if isinstance(progress, bool) else progress
+    try:
+        data, facts = _tune(given, network, inputs, kernels, numerics, budget, path, today, callback)
+    finally:
+        if progress is True:
+            print(file=sys.stderr)
+    facts["configurations"] = tuple(map(TunedConfiguration._make, facts["configurations"]))
+    facts["layers"] = tuple(map(TunedLayer._make, facts["layers"]))
+    tuning = Tuning(**facts)
+    log = logging.getLogger("qrt_core")
+    for note in tuning.notes:
+        log.warning("%s", note)
+    if not tuning.is_complete:
+        log.warning("not everything was measured: the rest is as it was estimated")
+    return _model_of(data, given.report, tuning)

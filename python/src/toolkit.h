@@ -1,0 +1,36 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include "python/src/model.h"
+#include "qrt_toolkit/assign/kernel_set.h"
+
+// What the functions that prepare models share.
+
+namespace qrt_python {
+
+/// The set of kernels that a word stands for.
+/// @param word a str, or None for what this processor can run
+/// @throws ValueError for another word
+marlo::toolkit::KernelSet kernels_of(const py::object& word);
+
+/// A network to be worked on, and the shapes of its inputs by id.
+struct Chosen {
+  std::string network;
+  std::map<std::string, marlo::runtime::TensorShape> inputs;
+  std::map<uint32_t, marlo::runtime::TensorShape> inputs_by_layer;
+};
+
+/// Chooses a network of a model, and runs it once, on zeros, in memory of its own.
+/// @param network its id, its number, or None for the only one
+/// @param inputs sizes by id, or None for what the model tells
+/// @throws what `PyModel::chosen`, `input_shapes` and a pass throw
+Chosen choose(const PyModel& model, const py::object& network, const py::object& inputs);
+
+/// Declares `_tune`.
+void bind_tune(py::module_& module);
+
+/// Declares `_bench`.
+void bind_bench(py::module_& module);
+
+}  // namespace qrt_python

@@ -1,0 +1,214 @@
+"""What prepares and measures models: tune, bench and verify."""
+
+import json
+import os
+import pickle
+import signal
+
+import models
+import numpy as np
+import pytest
+import qrt_core as qrt
+
+NODES = "/usr/share/libonnx-testdata/data/node"
+PICTURE = np.random.default_rng(3).random((1, 28, 28), dtype=np.float32)
+needs_nodes = pytest.mark.skipif(not os.path.isdir(NODES), reason="there is no libonnx-testdata")
+
+
+@pytest.fixture(scope="module")
+def wisdom(tmp_path_factory):
+    return tmp_path_factory.mktemp("wisdom") / "wisdom.json"
+
+
+@pytest.fixture(scope="module")
+def tuned(wisdom):
+    steps = []
+    model = qrt.tune(models.DIGITS, kernels="sse", wisdom=wisdom, progress=lambda *step: steps.append(step))
+    return model, steps
+
+
+def test_tunes(tuned, wisdom, tmp_path):
+    model, steps = tuned
+    tuning = model.tuning
+    assert (tuning.network, tuning.kernels, tuning.tolerance) == ("digits", "sse", 1e-4)
+    assert tuning.is_complete and not tuning.is_interrupted and tuning.measured > 0
+    assert tuning.configurations[0].name == "given"
+    assert tuning.chosen in [ran.name for ran in tuning.configurations]
+    assert tuning.after_ms == min(ran.ms for ran in tuning.configurations) <= tuning.before_ms
+    done, of, seconds = steps[-1]
+    assert 1 <= done <= of == 10 and seconds >= 0 and [step[0] for step in steps] == sorted(step[0] for step in steps)
+    assert all(layer.kernel for layer in tuning.layers) and tuning.difference <= 1e-3
+    assert list(tuning.to_dict()) == ["id", "before", "kernel", "candidates", "ms", "before_ms"]
+    assert f"({tuning.chosen})" in str(tuning) and "<table>" in tuning._repr_html_() and "digits" in repr(tuning)
+    expected = qrt.load(models.DIGITS)["digits"](PICTURE)
+    np.testing.assert_allclose(model["digits"](PICTURE), expected, atol=1e-3)
+    model.save(tmp_path / "tuned.json")
+    assert "qrt_tuned" in (tmp_path / "tuned.json").read_text()
+    assert qrt.load(tmp_path / "tuned.json").tuning is None
+    assert pickle.loads(pickle.dumps(model)).tuning == tuning
+    assert "times" in json.loads(wisdom.read_text())
+
+
+def test_earlier_measurements_are_taken(tuned, wisdom):
+    again = qrt.tune(models.DIGITS, kernels="sse", wisdom=wisdom)
+    assert again.tuning.measured == 0 and again.tuning.remembered >= tuned[0].tuning.measured
+
+
+def test_the_usual_wisdom_is_in_the_folder_for_caches(tmp_path, monkeypatch):
+    monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
+    model = models.model(pair=models.two_inputs())
+    qrt.tune(model, kernels="portable", inputs={"a": (1, 4, 4), "b": (1, 4, 4)}, wisdom=False)
+    assert not list(tmp_path.iterdir())
+    qrt.tune(model, kernels="portable", inputs={"a": (1, 4, 4), "b": (1, 4, 4)})
+    assert (tmp_path / "qrt" / "wisdom.json").exists()
+
+
+def test_an_interrupt_keeps_the_best_so_far(caplog):
+    def interrupt(*step):
+        signal.raise_signal(signal.SIGINT)
+
+    model = qrt.tune(models.DIGITS, kernels="sse", wisdom=False, progress=interrupt)
+    assert model.tuning.is_interrupted and not model.tuning.is_complete and model.tuning.measured == 0
+    assert "not everything was measured" in caplog.text
+    np.testing.assert_allclose(model[0](PICTURE), qrt.load(models.DIGITS)[0](PICTURE), atol=1e-3)
+
+
+def test_what_progress_raises_goes_on():
+    def fail(*step):
+        raise KeyError("mine")
+
+    with pytest.raises(KeyError, match="mine"):
+        qrt.tune(models.DIGITS, kernels="sse", wisdom=False, progress=fail)
+
+
+def test_a_budget_ends_the_measurements_and_progress_is_shown(capfd):
+    model = qrt.tune(models.DIGITS, kernels="sse", wisdom=False, budget=0, progress=True)
+    assert model.tuning.measured == 0 and not model.tuning.is_complete and not model.tuning.is_interrupted
+    assert capfd.readouterr().err.endswith("\n")
+
+
+def test_options_of_tune():
+    pair = models.model(pair=models.two_inputs())
+    shapes = {"a": (1, 2, 3), "b": (1, 2, 3)}
+    for options, text in (
+        ({"kernels": "neon"}, "kernels 'neon': expected 'portable'"),
+        ({"numerics": "wild"}, "numerics 'wild': expected 'same'"),
+        ({"numerics": -1.0}, "numerics -1.0"),
+        ({"budget": -1}, "budget"),
+        ({}, "doesn't say how large its input 'a' is"),
+        ({"inputs": {**shapes, "c": (1,)}}, "has no input 'c'; it has 'a', 'b'"),
+    ):
+        with pytest.raises(ValueError, match=text):
+            qrt.tune(pair, wisdom=False, **options)
+    with pytest.raises(TypeError, match="expected sizes"):
+        qrt.tune(pair, wisdom=False, inputs={"a": "large", "b": (1, 2, 3)})
+    with pytest.raises(qrt.NotFoundError):
+        qrt.tune(pair, network="other")
+    with pytest.raises(qrt.LayerError):
+        qrt.tune(models.DIGITS, inputs={"input": (3, 28, 28)})
+    two = models.model(one=models.two_inputs(), two=models.two_inputs())
+    with pytest.raises(ValueError, match="expected one of 'one', 'two'"):
+        qrt.tune(two, inputs=shapes)
+    model = qrt.tune(two, network="two", inputs=shapes, kernels="portable", numerics="same", wisdom=False)
+    assert model.networks == ["one", "two"] and model.tuning.tolerance == 0
+
+
+def test_benches():
+    result = qrt.bench(models.DIGITS, qrt.load(models.DIGITS_BINARY), open(models.DIGITS, "rb").read(), seconds=0.05)
+    assert [network.name for network in result] == ["digits.json", "digits.qrtmodel", "model 3"] and len(result) == 3
+    first = result[0]
+    assert first.network == "digits" and first.passes == len(first.wall_ms) == len(first.cpu_ms) >= 10
+    assert first.min_ms <= first.median_ms <= first.p90_ms <= first.p99_ms <= first.max_ms
+    assert first.median_ms == pytest.approx(np.median(first.wall_ms))
+    low, high = first.median_interval_ms
+    assert low <= first.median_ms <= high and first.passes_per_second > 0 and first.load_ms > 0
+    assert first.pool_growth_bytes == 0 and first.dynamic_pool_bytes > 0
+    assert [(ratio.first, ratio.second) for ratio in result.ratios] == [(0, 1), (0, 2)]
+    for ratio in result.ratios:
+        assert 0 < ratio.low <= ratio.time <= ratio.high and ratio.verdict in ("faster", "slower", "alike")
+    assert result.threads == 1 and result.peak_resident_bytes >= result.resident_bytes > 0
+    assert result.to_dict()["name"][1] == "digits.qrtmodel" and "wall_ms" not in result.to_dict()
+    assert "digits.qrtmodel takes" in str(result) and result._repr_html_().count("<tr>") == 4
+    assert "digits.json: " in repr(result)
+
+
+def test_benches_on_threads_and_given_shapes():
+    pair = models.model(pair=models.two_inputs())
+    shapes = {"a": (1, 1, 8), "b": (1, 1, 8)}
+    result = qrt.bench(pair, names=["mine"], inputs=shapes, threads=2, seconds=0.05, keep_state=True)
+    assert result[0].name == "mine" and result.threads == 2
+    for options, text in (
+        ({"names": []}, "names: expected 1, found 0"),
+        ({"threads": 0}, "needs a thread"),
+        ({"seconds": 0}, "seconds"),
+        ({"cpu": 99999}, "99999"),
+        ({"inputs": None}, "doesn't say how large"),
+    ):
+        with pytest.raises(ValueError, match=text):
+            qrt.bench(pair, **{"inputs": shapes, **options})
+    with pytest.raises(ValueError, match="no network"):
+        qrt.bench()
+    with pytest.raises(qrt.NotFoundError):
+        qrt.bench(models.DIGITS, network="other")
+
+
+def test_an_interrupt_ends_a_bench():
+    before = signal.signal(signal.SIGALRM, signal.default_int_handler)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.3)
+        with pytest.raises(KeyboardInterrupt):
+            qrt.bench(models.DIGITS, seconds=100)
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+
+
+@needs_nodes
+def test_verifies():
+    folder = os.path.join(NODES, "test_relu")
+    steps = []
+    result = qrt.verify(
+        os.path.join(folder, "model.onnx"),
+        kernels="portable",
+        test_data=os.path.join(folder, "test_data_set_0"),
+        progress=lambda *step: steps.append(step),
+    )
+    assert result.agrees and result.first_beyond is None and result.not_compared == 0
+    assert steps and steps[-1][0] == steps[-1][1]
+    layer = result[-1]
+    assert "ReLU" in layer.kernel and layer.shape == (3, 4, 5) and layer.difference <= layer.bound
+    assert layer.largest_value > 0 and not layer.is_beyond and [output.id for output in result.test_data] == [layer.id]
+    assert "all" in str(result) and "test data: " in str(result) and "<td>" in result._repr_html_()
+    assert result.to_dict()["is_beyond"] == [False] * len(result)
+    x = np.random.default_rng(1).standard_normal((3, 4, 5)).astype(np.float32)
+    np.testing.assert_array_equal(result.model[0](x), np.maximum(x, 0))
+
+
+@needs_nodes
+def test_verifies_on_given_numbers():
+    path = os.path.join(NODES, "test_relu", "model.onnx")
+    ramp = np.linspace(-2, 7, 60).reshape(3, 4, 5)
+    for data in (ramp, {"x": ramp}):
+        assert qrt.verify(path, data=data)[-1].largest_value == 7
+    with pytest.raises(qrt.UnsupportedError, match="2x4x5 were given, not 3x4x5"):
+        qrt.verify(path, data=ramp[:2])
+    with pytest.raises(qrt.OnnxFileError):
+        qrt.verify(path, test_data="/no/such/folder")
+    with pytest.raises(ValueError, match="kernels 'neon'"):
+        qrt.verify(path, kernels="neon")
+
+    def interrupt(*step):
+        raise KeyboardInterrupt
+
+    with pytest.raises(KeyboardInterrupt):
+        qrt.verify(path, progress=interrupt)
+
+
+def test_a_layer_beyond_its_bound_is_told():
+    rows = [
+        ("a", "a", "K", (2, 2), 1.0, 1e-7, 1e-7, 1e-6, 1e-3, 1e-3, 0),
+        ("b", "n", "K", (2, 2), 1.0, float("nan"), 1e-7, 1e-6, 1e-3, 1e-3, 3),
+    ]
+    result = qrt.Verification(qrt.load(models.DIGITS), rows)
+    assert not result.agrees and result.first_beyond is result[1]
+    assert "layer b (K) is the first beyond its bound" in str(result) and result.to_dict()["is_beyond"] == [False, True]
