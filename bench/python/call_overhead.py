@@ -1,0 +1,135 @@
+"""What a call from Python costs beside the pass that it makes.
+
+    PYTHONPATH=build/release/python python3 bench/python/call_overhead.py [--json] [--onnxruntime-node FOLDER]
+
+Networks of one small layer are run by calls from Python and by passes of the library alone, in turn; a figure is the
+median of the rounds. Where ONNX Runtime's package for Python can be imported, or FOLDER holds its package for Node
+(node_modules), its own call on the same network stands beside them.
+"""
+
+import argparse
+import importlib.util
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import numpy as np
+import qrt_core as qrt
+
+ROUNDS, CALLS = 41, 20000
+
+NODE = """
+const ort = require('onnxruntime-node');
+const [path, rounds, calls] = [process.argv[1], Number(process.argv[2]), Number(process.argv[3])];
+(async () => {
+  const one = {intraOpNumThreads: 1, interOpNumThreads: 1, executionMode: 'sequential'};
+  const session = await ort.InferenceSession.create(path, one);
+  const feed = {x: new ort.Tensor('float32', new Float32Array(8), [1, 8])};
+  const times = [];
+  for (let i = 0; i < rounds; ++i) {
+    const begin = process.hrtime.bigint();
+    for (let j = 0; j < calls; ++j) await session.run(feed);
+    times.push(Number(process.hrtime.bigint() - begin) / 1e3 / calls);
+  }
+  times.sort((a, b) => a - b);
+  console.log(times[times.length >> 1]);
+})();
+"""
+
+
+def field(number, value):
+    """A field of a message in the form of protocol buffers."""
+    if isinstance(value, int):
+        return bytes([number << 3, value])
+    value = value.encode() if isinstance(value, str) else value
+    return bytes([number << 3 | 2, len(value)]) + value
+
+
+def onnx_file(op, inputs):
+    """The bytes of an ONNX file of one operator, from inputs of 1 x 8 floats to y."""
+    shape = field(2, b"".join(field(1, field(1, size)) for size in (1, 8)))
+    infos = {name: field(1, name) + field(2, field(1, field(1, 1) + shape)) for name in (*inputs, "y")}
+    node = b"".join(field(1, name) for name in inputs) + field(2, "y") + field(4, op)
+    graph = field(1, node) + field(2, "net")
+    graph += b"".join(field(11, infos[name]) for name in inputs) + field(12, infos["y"])
+    return field(1, 8) + field(7, graph) + field(8, field(2, 13))
+
+
+def microseconds(call, calls):
+    begin = time.perf_counter()
+    for _ in range(calls):
+        call()
+    return (time.perf_counter() - begin) / calls * 1e6
+
+
+def measure(path):
+    net = qrt.import_onnx(path)[0]
+    arrays = [np.ones(8, np.float32) for _ in net.inputs]
+    net(*arrays)
+    calls = {1: lambda: net(arrays[0]), 2: lambda: net(arrays[0], arrays[1])}
+    call = calls[len(arrays)]
+    rows = []
+    for _ in range(ROUNDS):
+        native = net._time_passes(*arrays, count=CALLS) / CALLS * 1e6
+        empty = microseconds(lambda: None, CALLS)
+        rows.append((native, microseconds(call, CALLS) - empty))
+    native, whole = (statistics.median(column) for column in zip(*rows))
+    overhead = statistics.median(row[1] - row[0] for row in rows)
+    return {"pass_us": native, "call_us": whole, "overhead_us": overhead}
+
+
+def onnxruntime_in_python(path):
+    import onnxruntime
+
+    options = onnxruntime.SessionOptions()
+    options.intra_op_num_threads = options.inter_op_num_threads = 1
+    session = onnxruntime.InferenceSession(path, options, providers=["CPUExecutionProvider"])
+    feed = {"x": np.ones((1, 8), np.float32)}
+    return statistics.median(microseconds(lambda: session.run(None, feed), 2000) for _ in range(ROUNDS))
+
+
+def onnxruntime_in_node(path, folder):
+    done = subprocess.run(
+        ["node", "-e", NODE, path, "21", "2000"],
+        env={**os.environ, "NODE_PATH": folder},
+        stdout=subprocess.PIPE,
+        text=True,
+        check=True,
+    )
+    return float(done.stdout)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--json", action="store_true", help="prints the figures as JSON")
+    parser.add_argument("--onnxruntime-node", metavar="FOLDER", help="node_modules with onnxruntime-node")
+    options = parser.parse_args()
+    figures = {}
+    with tempfile.TemporaryDirectory() as folder:
+        for name, op, inputs in (("relu, 8 numbers", "Relu", ["x"]), ("sum of two inputs", "Add", ["a", "b"])):
+            path = os.path.join(folder, op + ".onnx")
+            with open(path, "wb") as file:
+                file.write(onnx_file(op, inputs))
+            figures[name] = measure(path)
+        relu = os.path.join(folder, "Relu.onnx")
+        if importlib.util.find_spec("onnxruntime") is not None:
+            figures["relu, ONNX Runtime in Python"] = {"call_us": onnxruntime_in_python(relu)}
+        if options.onnxruntime_node and shutil.which("node"):
+            figures["relu, ONNX Runtime in Node"] = {"call_us": onnxruntime_in_node(relu, options.onnxruntime_node)}
+    if options.json:
+        json.dump(figures, sys.stdout, indent=2)
+        print()
+        return
+    print(f"{'microseconds':30}{'pass':>8}{'call':>8}{'overhead':>10}")
+    for name, row in figures.items():
+        cells = [f"{row[key]:.2f}" if key in row else "" for key in ("pass_us", "call_us", "overhead_us")]
+        print(f"{name:30}{cells[0]:>8}{cells[1]:>8}{cells[2]:>10}".rstrip())
+
+
+if __name__ == "__main__":
+    main()
