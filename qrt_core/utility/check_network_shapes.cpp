@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "qrt_core/runtime/engine/epilogues.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
@@ -197,16 +198,6 @@ bool reads_rectified(const std::vector<CheckedLayer>& layers, const CheckedLayer
   return !checked.layer->inputs.empty();
 }
 
-// Whether an activation may be the function of an epilogue: descriptions tell two of them by a code.
-bool may_be(const runtime::ActivationInfo& activation, std::string_view epilogue) {
-  constexpr uint16_t kRectifier = 2;
-  constexpr uint16_t kLeaky = 4;
-  constexpr uint16_t kTanh = 5;
-  if (activation.activation_type == kRectifier) return epilogue == "ReLU";
-  if (activation.activation_type == kTanh) return epilogue == "Tanh";
-  return activation.activation_type != kLeaky;
-}
-
 // Whether what a kernel does besides is what the one layer behind it is for, which passes it through.
 bool is_fused(const std::vector<CheckedLayer>& layers, const CheckedLayer& checked,
               const runtime::QRModelInfo& info, std::string_view epilogue) {
@@ -216,9 +207,8 @@ bool is_fused(const std::vector<CheckedLayer>& layers, const CheckedLayer& check
     return false;
   }
   const CheckedLayer& reader = layers[checked.layer->consumers[0].first];
-  const auto* activation = dynamic_cast<const runtime::ActivationInfo*>(reader.info.get());
-  return activation != nullptr && may_be(*activation, epilogue) && reader.layer != nullptr &&
-         reader.layer->kernel != nullptr &&
+  return reader.info != nullptr && runtime::may_be_epilogue(*reader.info, epilogue) &&
+         reader.layer != nullptr && reader.layer->kernel != nullptr &&
          reader.layer->kernel->GetKernelName() == "Straight_Through_Fallback_M1";
 }
 

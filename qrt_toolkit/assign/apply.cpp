@@ -11,6 +11,7 @@
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/epilogue.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -19,8 +20,6 @@ using runtime::KernelCfg;
 using runtime::KernelCfgArr;
 using runtime::LayerCfg;
 using runtime::LayerInfo;
-
-constexpr char kStraightThrough[] = "Straight_Through_Fallback_M1";
 
 std::shared_ptr<KernelCfg> naming(const std::string& kernel) {
   auto cfg = std::make_shared<KernelCfg>();

@@ -1,12 +1,16 @@
 #include "qrt_toolkit/assign/candidates.h"
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <optional>
+#include <utility>
 
+#include "qrt_core/runtime/engine/epilogues.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/epilogue.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -36,9 +40,9 @@ Shapes made_small(const Shapes& shapes) {
   return small;
 }
 
-std::vector<Form> as_forms(const Shapes& shapes) {
+std::vector<Form> as_forms(const Shapes& shapes, const std::string& epilogue = "") {
   std::vector<Form> forms;
-  for (const TensorShape& shape : shapes) forms.push_back({shape, ""});
+  for (const TensorShape& shape : shapes) forms.push_back({shape, epilogue});
   return forms;
 }
 
@@ -46,20 +50,40 @@ bool is_same_tensor(const TensorShape& a, const TensorShape& b) {
   return as_planes(a) == as_planes(b);
 }
 
+/// Where a kernel says that it differs. That it has an epilogue is judged elsewhere.
+std::vector<runtime::Misfit> differences_of(const IKernelFacts& facts, const ReferenceLayer& layer,
+                                            const Shapes& inputs) {
+  std::vector<runtime::Misfit> misfits = facts.differences(*layer.info, inputs);
+  std::erase_if(misfits, [](const auto& m) { return m.member == "epilogue"; });
+  return misfits;
+}
+
 /// Whether a kernel says that it computes something else than the description. Where the reference
 /// itself says so, it is the reference that defines what is computed.
 bool says_other(const IKernelFacts& facts, const IKernelFacts* reference,
                 const ReferenceLayer& layer, const Shapes& inputs) {
-  if (reference != nullptr && !reference->differences(*layer.info, layer.reads).empty()) {
-    return false;
-  }
-  std::vector<runtime::Misfit> misfits = facts.differences(*layer.info, inputs);
+  if (reference != nullptr && !differences_of(*reference, layer, layer.reads).empty()) return false;
+  std::vector<runtime::Misfit> misfits = differences_of(facts, layer, inputs);
   const auto* maximum = dynamic_cast<const runtime::MaxPool2dInfo*>(layer.info.get());
   if (maximum != nullptr && layer.reads_rectified) {
     // Zeros at the margin change no maximum of numbers that are never below zero.
     std::erase_if(misfits, [](const auto& m) { return m.member.rfind("padding", 0) == 0; });
   }
   return !misfits.empty();
+}
+
+/// Whether not all numbers are the same: a rectifier that stops everything tells nothing.
+bool are_varied(const std::vector<float>& numbers) {
+  return std::adjacent_find(numbers.begin(), numbers.end(), std::not_equal_to<>()) != numbers.end();
+}
+
+/// A text that is equal for layers that have the same candidates.
+std::string key_of_layer(const ReferenceLayer& layer) {
+  std::string key = layer.kernel + '|' + (layer.is_fixed ? layer.id : "") + '|' +
+                    (layer.reads_rectified ? "r|" : "|") + layer.may_apply + '|' +
+                    layer.may_be_applied + '|' + key_of(*layer.info);
+  for (const TensorShape& shape : layer.reads) key += '|' + runtime::ShapeText(shape);
+  return key;
 }
 
 // A few numbers don't tell functions apart that meet there, so small tensors are tried more often.
@@ -80,6 +104,18 @@ struct CandidateFinder::Trial {
     std::vector<float> expected;
   };
 
+  /// What is expected of a kernel with this epilogue, where the reference has none.
+  std::vector<float> expected(const Run& run, const std::string& epilogue) const {
+    const bool is_more = !epilogue.empty() && layer.applies.empty();
+    return finished(run.expected, is_more ? epilogue_function(epilogue) : nullptr);
+  }
+
+  /// What a kernel made, finished where the reference has an epilogue and the kernel has none.
+  std::vector<float> comparable(std::vector<float> made, const std::string& epilogue) const {
+    const bool is_less = epilogue.empty() && !layer.applies.empty();
+    return finished(std::move(made), is_less ? epilogue_function(layer.applies) : nullptr);
+  }
+
   const ReferenceLayer& layer;
   const IKernelFacts* reference;
   Shapes inputs;       // as the reference reads them
@@ -90,10 +126,16 @@ struct CandidateFinder::Trial {
 CandidateFinder::CandidateFinder(Workshop& workshop, const CandidateRules& rules)
     : workshop_(workshop), rules_(rules) {
   for (const std::string& name : workshop.kernels().Keys()) {
-    const KernelSet set = set_of_kernel(name, runtime::needs_of(name));
-    (set <= rules.set ? names_ : excluded_).push_back(name);
+    if (set_of_kernel(name, runtime::needs_of(name)) > rules.set) {
+      excluded_.push_back(name);
+      continue;
+    }
+    const auto kernel = workshop.kernels().Create(name);
+    const auto* facts = dynamic_cast<const IKernelFacts*>(kernel.get());
+    std::string& epilogue = names_[name];
+    if (facts != nullptr) epilogue = facts->epilogue();
+    if (!epilogue.empty()) epilogues_.insert(epilogue);
   }
-  std::sort(names_.begin(), names_.end());
   std::sort(excluded_.begin(), excluded_.end());
 }
 
@@ -108,10 +150,7 @@ Candidate CandidateFinder::candidate(const std::string& name, const IKernel& ker
 }
 
 const std::vector<Candidate>& CandidateFinder::of(const ReferenceLayer& layer) {
-  std::string key = layer.kernel + '|' + (layer.is_fixed ? layer.id : "") + '|' +
-                    (layer.reads_rectified ? "r|" : "|") + key_of(*layer.info);
-  for (const TensorShape& shape : layer.reads) key += '|' + runtime::ShapeText(shape);
-  const auto [found, is_new] = known_.try_emplace(key);
+  const auto [found, is_new] = known_.try_emplace(key_of_layer(layer));
   if (is_new) {
     found->second = find(layer);
     workshop_.clear();
@@ -124,8 +163,9 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
   const auto kernel = workshop_.configured(layer.kernel, layer.info);
   if (kernel != nullptr) found[0] = candidate(layer.kernel, *kernel);
   found[0].kernel = layer.kernel;
-  found[0].inputs = as_forms(layer.reads);
-  found[0].output = {layer.makes, ""};
+  const bool is_applied = !layer.may_be_applied.empty() && layer.kernel == kStraightThrough;
+  found[0].inputs = as_forms(layer.reads, is_applied ? layer.may_be_applied : "");
+  found[0].output = {layer.makes, layer.may_apply.empty() ? "" : layer.applies};
   if (layer.is_fixed || kernel == nullptr || layer.reads.empty()) return found;
 
   Trial trial{
@@ -149,16 +189,77 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
     kernel->ResetState();
     auto expected = workshop_.run(*kernel, trial.inputs, run.numbers, trial.output);
     if (!expected) return found;
-    run.expected = std::move(*expected);
+    run.expected = finished(std::move(*expected),
+                            is_applied ? epilogue_function(layer.may_be_applied) : nullptr);
     trial.runs.push_back(std::move(run));
   }
-  for (const std::string& name : names_) try_kernel(name, trial, found);
+  for (const auto& [name, epilogue] : names_) {
+    const bool is_possible = layer.may_apply.empty()
+                                 ? epilogue == layer.applies
+                                 : epilogue.empty() || epilogue == layer.may_apply;
+    if (is_possible) try_kernel(name, trial, found);
+  }
+  if (!layer.may_be_applied.empty()) add_passing_on(layer, found);
   return found;
+}
+
+void CandidateFinder::add_passing_on(const ReferenceLayer& layer, std::vector<Candidate>& found) {
+  const auto kernel = workshop_.configured(kStraightThrough, layer.info);
+  if (kernel == nullptr) return;
+  for (const LayoutType layout : kLayouts) {
+    const Shapes shapes = in_layout(layer.reads, layout);
+    Candidate next = candidate(kStraightThrough, *kernel);
+    next.inputs = as_forms(shapes, layer.may_be_applied);
+    next.output = {shapes[0], ""};
+    const bool is_known = std::any_of(found.begin(), found.end(), [&](const Candidate& other) {
+      return other.kernel == next.kernel && other.inputs == next.inputs;
+    });
+    if (!is_known) found.push_back(std::move(next));
+  }
+}
+
+std::string CandidateFinder::epilogue_of(const ReferenceLayer& layer) {
+  if (layer.is_fixed || layer.reads.size() != 1 || layer.makes != layer.reads[0]) return "";
+  const bool is_any = std::any_of(epilogues_.begin(), epilogues_.end(), [&](const auto& epilogue) {
+    return runtime::may_be_epilogue(*layer.info, epilogue);
+  });
+  if (!is_any) return "";
+  const auto [found, is_new] = known_epilogues_.try_emplace(key_of_layer(layer));
+  if (is_new) found->second = tried_epilogue(layer);
+  return found->second;
+}
+
+std::string CandidateFinder::tried_epilogue(const ReferenceLayer& layer) {
+  // Which function it is doesn't depend on what is tolerated: approximations are left alone, as
+  // those of one function may be those of another.
+  constexpr double kSame = 2e-6;
+  constexpr size_t kNumbers = 512;
+  const TensorShape shape = toolkit::made_small(layer.reads[0]);
+  const size_t count = std::max<size_t>(runtime::ElementCount(shape), 1);
+  const auto kernel = workshop_.configured(layer.kernel, layer.info);
+  if (kernel == nullptr) return "";
+  std::vector<float> numbers;
+  std::vector<float> made;
+  for (uint32_t run = 1; numbers.size() < kNumbers; ++run) {
+    const auto some = trial_numbers(count, run);
+    const auto result = workshop_.run(*kernel, {shape}, {some}, shape);
+    if (!result) return "";
+    numbers.insert(numbers.end(), some.begin(), some.end());
+    made.insert(made.end(), result->begin(), result->end());
+  }
+  for (const std::string& epilogue : epilogues_) {
+    const EpilogueFunction function = epilogue_function(epilogue);
+    if (function == nullptr || !runtime::may_be_epilogue(*layer.info, epilogue)) continue;
+    const double difference = relative_difference(finished(numbers, function), made);
+    if (difference <= std::min(kSame, rules_.tolerance)) return epilogue;
+  }
+  return "";
 }
 
 void CandidateFinder::try_kernel(const std::string& name, const Trial& trial,
                                  std::vector<Candidate>& found) {
   const ReferenceLayer& layer = trial.layer;
+  const std::string& epilogue = names_.at(name);
   const auto kernel = workshop_.configured(name, layer.info);
   const auto* facts = dynamic_cast<const IKernelFacts*>(kernel.get());
   if (facts == nullptr) return;
@@ -176,6 +277,11 @@ void CandidateFinder::try_kernel(const std::string& name, const Trial& trial,
     if (!made || !is_same_tensor(*made, trial.output)) continue;
     Candidate next = candidate(name, *kernel);
     for (const Trial::Run& run : trial.runs) {
+      const std::vector<float> expected = trial.expected(run, epilogue);
+      if (epilogue != layer.applies && !are_varied(expected)) {
+        next.difference = std::numeric_limits<double>::infinity();
+        break;
+      }
       Workshop::Numbers numbers;
       for (size_t i = 0; i < small.size(); ++i) {
         numbers.push_back(moved(run.numbers[i], trial.inputs[i], small[i]));
@@ -183,28 +289,31 @@ void CandidateFinder::try_kernel(const std::string& name, const Trial& trial,
       kernel->ResetState();
       const auto result = workshop_.run(*kernel, small, numbers, *made);
       const double difference =
-          result ? relative_difference(run.expected, moved(*result, *made, trial.output))
+          result ? relative_difference(
+                       expected, trial.comparable(moved(*result, *made, trial.output), epilogue))
                  : std::numeric_limits<double>::infinity();
       next.difference = std::max(next.difference, difference);
       if (!(next.difference <= rules_.tolerance)) break;
     }
     if (!(next.difference <= rules_.tolerance)) continue;
     next.inputs = as_forms(inputs);
-    next.output = {*output, ""};
+    next.output = {*output, layer.may_apply.empty() ? "" : epilogue};
     found.push_back(std::move(next));
   }
 }
 
 const std::vector<Candidate>& CandidateFinder::converters(const Form& from, const Form& to) {
+  static const std::vector<Candidate> none;
+  if (!from.epilogue.empty() || !to.epilogue.empty()) return none;
   const std::string key =
       "converter|" + runtime::ShapeText(from.shape) + '|' + runtime::ShapeText(to.shape);
   const auto [found, is_new] = known_.try_emplace(key);
-  if (!is_new || !from.epilogue.empty() || !to.epilogue.empty()) return found->second;
+  if (!is_new) return found->second;
   const TensorShape small_from = toolkit::made_small(from.shape);
   const TensorShape small_to = toolkit::made_small(to.shape);
   const auto numbers = trial_numbers(runtime::ElementCount(small_from), 1);
   const auto expected = moved(numbers, small_from, small_to);
-  for (const std::string& name : names_) {
+  for (const auto& [name, epilogue] : names_) {
     const auto kernel = workshop_.configured(name, nullptr);
     if (kernel == nullptr) continue;
     const auto made = workshop_.made_of(*kernel, {from.shape});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,13 @@ class CandidateFinder {
   /// @param workshop outlives the finder
   CandidateFinder(Workshop& workshop, const CandidateRules& rules);
 
-  /// The reference as the first, then the others by name.
+  /// The reference as the first, then the others by name. Kernels that apply what a layer may apply
+  /// make the form with that epilogue, and the layer behind passes on what it reads in this form.
   const std::vector<Candidate>& of(const ReferenceLayer& layer);
+
+  /// The epilogue whose function a layer's reference kernel computes of its only input, and of which
+  /// there are kernels; empty for none.
+  std::string epilogue_of(const ReferenceLayer& layer);
 
   /// Kernels that move a tensor from one form to another; empty where there are none.
   const std::vector<Candidate>& converters(const Form& from, const Form& to);
@@ -55,13 +61,17 @@ class CandidateFinder {
 
   std::vector<Candidate> find(const ReferenceLayer& layer);
   void try_kernel(const std::string& name, const Trial& trial, std::vector<Candidate>& found);
+  void add_passing_on(const ReferenceLayer& layer, std::vector<Candidate>& found);
+  std::string tried_epilogue(const ReferenceLayer& layer);
   Candidate candidate(const std::string& name, const runtime::IKernel& kernel) const;
 
   Workshop& workshop_;
   CandidateRules rules_;
-  std::vector<std::string> names_;  // of the kernels that may be used
+  std::map<std::string, std::string> names_;  // of the kernels that may be used, with epilogues
+  std::set<std::string> epilogues_;           // that these have
   std::vector<std::string> excluded_;
   std::map<std::string, std::vector<Candidate>> known_;
+  std::map<std::string, std::string> known_epilogues_;
 };
 
 }  // namespace marlo::toolkit

@@ -48,6 +48,10 @@ constexpr Kind kFunctions[] = {
     {"Sigmoid_Fallback", 60}, {"TanH_Fallback", 80}, {"Sigmoid_", 8}, {"TanH_", 8}, {"Softmax", 60},
 };
 
+/// The same for those that kernels apply to their results, on vectors and in the first cache.
+constexpr Kind kEpilogues[] = {
+    {"Sigmoid", 1.5}, {"SiLU", 1.5}, {"Tanh", 1.5}, {"HSwish", 0.2}, {"HSigmoid", 0.2}};
+
 double rate_of(const Work& work) {
   double rate = kRates.at(static_cast<size_t>(work.set));
   if (work.set == KernelSet::portable) return rate;
@@ -66,6 +70,9 @@ double bytes_of(const Work& work) {
   // A new tensor's lines are read before they are written.
   const double written = runtime::ByteSize(work.output);
   bytes += work.use == runtime::InputUse::overwrites ? written * 0.5 : written * 2;
+  for (const Kind& function : kEpilogues) {
+    if (work.epilogue == function.part) bytes += function.factor * written;
+  }
   for (const Kind& function : kFunctions) {
     if (work.kernel.rfind(function.part, 0) != 0) continue;
     return bytes + function.factor * written;

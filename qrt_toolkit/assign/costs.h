@@ -24,6 +24,7 @@ struct Work {
   std::shared_ptr<runtime::LayerInfo> info;          ///< null for a converter
   std::vector<runtime::TensorShape> inputs;          ///< as it reads them
   runtime::TensorShape output;                       ///< as it makes it
+  std::string epilogue;                              ///< applied before that; empty for none
   uint64_t weights = 0;                              ///< numbers in the description
   uint64_t multiply_adds = 0;                        ///< of a pass
 

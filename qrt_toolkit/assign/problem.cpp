@@ -4,7 +4,10 @@
 #include <string_view>
 #include <utility>
 
+#include "qrt_core/runtime/engine/epilogues.h"
+#include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/epilogue.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -28,11 +31,27 @@ class Builder {
   }
 
   Problem run() {
+    for (ReferenceLayer& layer : problem_.layers) pair(layer);
     for (size_t v = 0; v < problem_.layers.size(); ++v) add(v);
     return std::move(problem_);
   }
 
  private:
+  /// Finds out whether what a layer computes may be applied by the layer that it reads.
+  void pair(ReferenceLayer& layer) {
+    if (layer.inputs.size() != 1 || layer.is_fixed) return;
+    ReferenceLayer& source = problem_.layers[layer.inputs[0]];
+    if (source.is_input || source.is_output || source.is_fixed || source.readers != 1) return;
+    std::string epilogue = source.applies;
+    if (epilogue.empty()) {
+      epilogue = finder_.epilogue_of(layer);
+    } else if (layer.kernel != kStraightThrough || epilogue_function(epilogue) == nullptr ||
+               !runtime::may_be_epilogue(*layer.info, epilogue)) {
+      return;
+    }
+    layer.may_be_applied = source.may_apply = std::move(epilogue);
+  }
+
   void add(size_t v) {
     const ReferenceLayer& layer = problem_.layers[v];
     LayerOptions options;
@@ -43,16 +62,20 @@ class Builder {
     bool passes_on = false;
     std::vector<const Candidate*> candidates;
     std::vector<Work> works;
+    std::vector<Work> rivals;
     for (const Candidate& candidate : finder_.of(layer)) {
+      add_form(candidate.output, options.forms);
       passes_on = passes_on || candidate.use == InputUse::passes_on;
       const bool overwrites = candidate.use == InputUse::overwrites;
       if (!candidates.empty() && overwrites && !may_overwrite(layer)) continue;
       candidates.push_back(&candidate);
       works.push_back(work_of(layer, candidate, weights));
+      if (!has_been_applied(candidate)) rivals.push_back(works.back());
     }
-    if (works.size() > 1) costs_.compare(works);
+    if (rivals.size() > 1) costs_.compare(rivals);
     for (size_t c = 0; c < works.size(); ++c) {
-      const double cost = layer.is_input ? 0 : costs_.of(works[c]);
+      const bool is_free = layer.is_input || has_been_applied(*candidates[c]);
+      const double cost = is_free ? 0 : costs_.of(works[c]);
       add_option(layer, *candidates[c], cost, options, choices);
     }
     own_.push_back(!layer.is_input && layer.readers == 1 && !layer.is_output &&
@@ -60,6 +83,16 @@ class Builder {
     price_conversions(options, choices);
     problem_.options.push_back(std::move(options));
     problem_.graph.push_back(std::move(choices));
+  }
+
+  /// A form that a kernel makes by applying an epilogue is there besides those of all tensors.
+  static void add_form(const Form& form, std::vector<Form>& forms) {
+    if (!form.epilogue.empty() && place_of(form, forms) == forms.size()) forms.push_back(form);
+  }
+
+  /// Whether nothing is left to do for a kernel: it hands a tensor on.
+  static bool has_been_applied(const Candidate& candidate) {
+    return !candidate.inputs.empty() && !candidate.inputs[0].epilogue.empty();
   }
 
   /// Whether the numbers of a layer's first input are its alone.
@@ -111,6 +144,7 @@ class Builder {
     work.use = candidate.use;
     for (const Form& form : candidate.inputs) work.inputs.push_back(form.shape);
     work.output = candidate.output.shape;
+    work.epilogue = candidate.output.epilogue;
     return work;
   }
 

@@ -5,8 +5,10 @@
 #include <set>
 #include <stdexcept>
 
+#include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
+#include "qrt_toolkit/assign/epilogue.h"
 #include "qrt_toolkit/assign/form.h"
 
 namespace marlo::toolkit {
@@ -93,7 +95,11 @@ class Walk {
   bool is_rectified(const ReferenceLayer& layer) const {
     const auto* activation = dynamic_cast<const runtime::ActivationInfo*>(layer.info.get());
     if (activation == nullptr) return false;
-    if (activation->activation_type == kRectifier) return layer.kernel.rfind("ReLU", 0) == 0;
+    if (activation->activation_type == kRectifier && layer.kernel.rfind("ReLU", 0) == 0)
+      return true;
+    if (activation->activation_type == kRectifier && layer.kernel == kStraightThrough) {
+      return !layer.inputs.empty() && layers_[layer.inputs[0]].applies == "ReLU";
+    }
     if (activation->activation_type != kNoFunction || layer.inputs.empty()) return false;
     return layer.kernel.rfind("Straight_Through", 0) == 0 && is_rectified(layers_[layer.inputs[0]]);
   }
@@ -104,6 +110,9 @@ class Walk {
     convert(layer, layer.cfg->input_converters.get(), layer.reads);
     const auto kernel = configured(layer.kernel, layer.info, *layer.cfg->kernel);
     if (kernel == nullptr) fail(layer.id, "the kernel " + layer.kernel + " refuses it");
+    if (const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel.get())) {
+      layer.applies = facts->epilogue();
+    }
     const auto made = workshop_.made_of(*kernel, layer.reads);
     if (!made) fail(layer.id, "the kernel " + layer.kernel + " can't take its inputs");
     layer.makes = *made;

@@ -31,6 +31,13 @@ struct ReferenceLayer {
   /// tensor of floats.
   bool is_fixed = false;
   bool reads_rectified = false;  ///< nothing that it reads is ever below zero
+  std::string applies;           ///< the epilogue of its kernel; empty for none
+  /// Where another layer reads nothing but this one's result, and nobody else does, and computes an
+  /// epilogue's function of it: that epilogue, which may be applied here as well. `make_problem`
+  /// finds out.
+  std::string may_apply;
+  /// The same for the layer that reads.
+  std::string may_be_applied;
 };
 
 /// The layers of a network in execution order.
