@@ -58,6 +58,16 @@ NetworkRun::~NetworkRun() = default;
 
 const std::vector<std::string>& NetworkRun::ids() const { return state_->ids; }
 
+std::vector<bool> NetworkRun::have_epilogues() const {
+  std::vector<bool> have;
+  have.reserve(state_->package->net->layers.size());
+  for (const auto& layer : state_->package->net->layers) {
+    const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(layer->kernel.get());
+    have.push_back(facts != nullptr && !facts->epilogue().empty());
+  }
+  return have;
+}
+
 std::vector<LayerRecord> NetworkRun::run(const std::vector<std::vector<float>>& inputs,
                                          const std::vector<runtime::TensorShape>& shapes,
                                          const Change& change) {

@@ -33,6 +33,9 @@ class NetworkRun {
   /// The ids of the layers, in order.
   const std::vector<std::string>& ids() const;
 
+  /// By layer: whether its kernel applies the activation of the layer behind as well.
+  std::vector<bool> have_epilogues() const;
+
  private:
   struct State;
   std::unique_ptr<State> state_;

@@ -144,6 +144,7 @@ class Inputs {
 /// What the network made in its passes.
 struct Passes {
   std::vector<std::string> ids;
+  std::vector<bool> have_epilogues;
   std::vector<LayerRecord> exact;
   std::vector<LayerRecord> halves;
   std::vector<double> bounds;
@@ -200,6 +201,7 @@ Passes passes_of(ImportStages& stages, const std::vector<RunInput>& inputs,
   {
     NetworkRun network(model);
     passes.ids = network.ids();
+    passes.have_epilogues = network.have_epilogues();
     passes.exact = network.run(floats, shapes);
     step();
     passes.bounds = bounds_of(network, info, config, passes.exact, floats, shapes);
@@ -236,27 +238,14 @@ class Comparison {
       layer.shape = passes.exact[i].shape.dims;
       layer.bound = passes.bounds[i];
       layers_.push_back(std::move(layer));
-      if (is_merged(network, id)) continue;
+      // What it makes is what the activation behind it is compared with.
+      if (passes.have_epilogues[i]) continue;
       const auto value = stages.value_of_layer.find(id);
       if (value == stages.value_of_layer.end()) continue;
       const std::string& name = stages.simplified.value(value->second).name;
       if (!name.empty()) layers_of_tensor_[name].push_back(i);
     }
     compared_.resize(layers_.size());
-  }
-
-  /// Whether the kernel applies the activation of the layer behind, which passes on what it reads:
-  /// the pair is compared at its last one.
-  bool is_merged(const std::string& network, const std::string& id) const {
-    const auto& model = stages_.imported.model;
-    const auto& info = *model.model_arr->infos.at(network);
-    const auto& config = *model.config_arr->cfgs.at(network)->cpu_sse;
-    for (const auto& [reader, layer] : info.layers) {
-      if (dynamic_cast<const runtime::ActivationInfo*>(layer.get()) == nullptr) continue;
-      const auto& kernel = config.layer_cfgs.at(reader)->kernel->kernel_type;
-      if (kernel.rfind("Straight_Through", 0) == 0 && layer->input_ids.at(0) == id) return true;
-    }
-    return false;
   }
 
   void take(const std::string& tensor, const Numbers& numbers) {

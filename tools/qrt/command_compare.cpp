@@ -81,6 +81,12 @@ Difference difference_of(const RunNetwork& first, const LayerRecord& a, const La
   return difference;
 }
 
+/// The activation that a layer's kernel applies to its results.
+std::string_view epilogue_of(const LayerReport& layer) {
+  const auto* facts = dynamic_cast<const marlo::runtime::IKernelFacts*>(layer.kernel.kernel.get());
+  return facts == nullptr ? std::string_view() : facts->epilogue();
+}
+
 std::vector<Difference> differences_of(const RunNetwork& first, const RunNetwork& second) {
   std::vector<Difference> differences;
   for (const LayerRecord& a : first.records) {
@@ -88,7 +94,10 @@ std::vector<Difference> differences_of(const RunNetwork& first, const RunNetwork
         std::find_if(second.records.begin(), second.records.end(), [&](const LayerRecord& other) {
           return other.position == a.position && second.layer_of(other).id == first.layer_of(a).id;
         });
-    if (b != second.records.end()) differences.push_back(difference_of(first, a, *b));
+    if (b == second.records.end()) continue;
+    // Where only one applies the activation behind, both mean the same at that activation.
+    if (epilogue_of(first.layer_of(a)) != epilogue_of(second.layer_of(*b))) continue;
+    differences.push_back(difference_of(first, a, *b));
   }
   return differences;
 }
