@@ -94,18 +94,38 @@ std::string processor_name() {
   return name.substr(begin, name.find_last_not_of(' ') - begin + 1);
 }
 
-std::string tuned_processor(const std::string& summary) {
+std::optional<TunedFor> tuned_for(const std::string& summary) {
   std::istringstream lines(summary);
   for (std::string line; std::getline(lines, line);) {
     if (!is_mark(line)) continue;
     rapidjson::Document document;
     document.Parse<rapidjson::kParseIterativeFlag>(line.c_str());
-    if (document.HasParseError() || !document.IsObject()) return "";
-    const auto processor = document.FindMember("processor");
-    const bool is_text = processor != document.MemberEnd() && processor->value.IsString();
-    return is_text ? processor->value.GetString() : "";
+    if (document.HasParseError() || !document.IsObject()) return std::nullopt;
+    const auto text_of = [](const auto& object, const char* key) -> std::string {
+      const auto member = object.FindMember(key);
+      const bool is_text = member != object.MemberEnd() && member->value.IsString();
+      return is_text ? member->value.GetString() : "";
+    };
+    TunedFor tuned;
+    tuned.processor = text_of(document, "processor");
+    tuned.kernels = text_of(document, "kernels");
+    tuned.library = text_of(document, "library");
+    tuned.date = text_of(document, "date");
+    const rapidjson::Value& mark = document;
+    const auto inputs = mark.FindMember("inputs");
+    if (inputs != mark.MemberEnd() && inputs->value.IsObject()) {
+      for (const auto& input : inputs->value.GetObject()) {
+        if (input.value.IsString()) tuned.inputs[input.name.GetString()] = input.value.GetString();
+      }
+    }
+    return tuned;
   }
-  return "";
+  return std::nullopt;
+}
+
+std::string tuned_processor(const std::string& summary) {
+  const auto tuned = tuned_for(summary);
+  return tuned ? tuned->processor : "";
 }
 
 }  // namespace marlo::toolkit

@@ -84,6 +84,18 @@ QRT_API std::optional<double> tolerance_of(std::string_view numerics);
 /// The name that this processor gives itself, such as "AMD EPYC 9R14"; "unknown" for none.
 QRT_API std::string processor_name();
 
+/// What a configuration was tuned for, as its summary says. Plain data.
+struct TunedFor {
+  std::string processor;                      ///< its own name
+  std::string kernels;                        ///< the largest set that was chosen from, in a word
+  std::string library;                        ///< with its version
+  std::string date;                           ///< empty where it isn't told
+  std::map<std::string, std::string> inputs;  ///< shapes in words by layer id
+};
+
+/// Empty where a configuration wasn't tuned.
+QRT_API std::optional<TunedFor> tuned_for(const std::string& summary);
+
 /// The processor that a configuration was tuned for, by its summary; empty where it wasn't.
 QRT_API std::string tuned_processor(const std::string& summary);
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "qrt_toolkit/tune/tune.h"
 #include "tests/tools/tool_runner.h"
 
 // `qrt tune`.
@@ -34,6 +35,38 @@ TEST_F(TuneTest, WritesAModelThatComputesTheSame) {
       qrt({"compare", path("a.json"), path("b.json"), "--input", path("x.npy"), "--bound", "1e-5"})
           .code,
       0);
+}
+
+TEST_F(TuneTest, TheModelSaysWhatItWasTunedFor) {
+  ASSERT_EQ(tune({"--input", "1x1x3", "--isa", "sse"}).code, 0);
+  const std::string processor = marlo::toolkit::processor_name();
+  EXPECT_THAT(qrt({"info", path("b.json")}).out,
+              HasSubstr("tuned for " + processor + ", kernels up to sse, qrt_core "));
+  EXPECT_THAT(qrt({"info", path("b.json"), "--json"}).out,
+              AllOf(HasSubstr("\"tuned_for\": {"), HasSubstr("FLOAT32 CHW [1, 1, 3]")));
+  EXPECT_EQ(qrt({"info", path("a.json")}).out.find("tuned for"), std::string::npos);
+}
+
+TEST_F(TuneTest, AnotherProcessorIsToldOfOnce) {
+  write_array("x.npy", "(1, 1, 3)", {1, 2, -4});
+  ASSERT_EQ(tune({"--input", "1x1x3"}).code, 0);
+  const auto warnings_of = [&](const std::string& model) {
+    const Outcome outcome = qrt({"run", model, "--input", path("x.npy"), "--repeat", "3"});
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    const size_t first = outcome.err.find("was tuned for");
+    const bool is_there = first != std::string::npos;
+    EXPECT_EQ(outcome.err.find("was tuned for", is_there ? first + 1 : 0), std::string::npos);
+    return is_there ? outcome.err : "";
+  };
+  EXPECT_EQ(warnings_of(path("a.json")), "");
+  EXPECT_EQ(warnings_of(path("b.json")), "");
+  marlo::runtime::QRTModel model;
+  model.FromFile(path("b.json").c_str(), "json");
+  model.config_arr->cfgs.begin()->second->cpu_sse->summary =
+      "{\"qrt_tuned\":1,\"processor\":\"Another One 3\"}";
+  model.ToFile(path("c.json").c_str(), "json");
+  EXPECT_THAT(warnings_of(path("c.json")),
+              AllOf(HasSubstr("was tuned for Another One 3, and this is "), HasSubstr("qrt tune")));
 }
 
 TEST_F(TuneTest, ReportsAsJson) {

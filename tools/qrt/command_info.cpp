@@ -34,6 +34,7 @@ class Inspector {
     ShownNetwork found;
     found.has_kernels = has_configs;
     found.report = inspect_network(id, info, config, library_.kernels, library_.context);
+    if (config != nullptr) found.tuned = marlo::toolkit::tuned_for(config->summary);
     if (!has_configs) return found;
     const std::string prefix = shown(options_.model) + ": network " + quoted(id) + ", ";
     for (const std::string& warning : found.report.warnings) say(prefix + warning, Level::warning);

@@ -1,10 +1,12 @@
 #include <algorithm>
 
+#include "qrt_toolkit/tune/tune.h"
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/findings.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/network.h"
 #include "tools/qrt/profile_output.h"
 #include "tools/qrt/run_output.h"
 #include "tools/qrt/scores.h"
@@ -50,6 +52,19 @@ std::vector<InputData> read_model_inputs(LoadedNetwork& network, const RunOption
   }
 }
 
+/// A configuration that was tuned elsewhere runs all the same, though others may be faster here.
+void warn_of_other_processor(const marlo::runtime::QRTModel& model, const std::string& id,
+                             const std::string& path) {
+  const auto* config = config_of(model, id);
+  const std::string tuned =
+      config == nullptr ? "" : marlo::toolkit::tuned_processor(config->summary);
+  const std::string here = marlo::toolkit::processor_name();
+  if (tuned.empty() || tuned == here) return;
+  say(shown(path) + " was tuned for " + printable(tuned) + ", and this is " + printable(here) +
+          "; \"qrt tune\" finds what is the fastest here",
+      Level::warning);
+}
+
 }  // namespace
 
 void run_network(const RunOptions& options) {
@@ -61,6 +76,7 @@ void run_network(const RunOptions& options) {
   const auto model = read_model(options.model, sdk, options.inputs);
   const std::string id = choose_network(*model, options.model, options.network);
   LoadedNetwork network = load_network(library, *model, options.model, id);
+  warn_of_other_processor(*model, id, options.model);
   const std::vector<InputData> inputs = read_model_inputs(network, options, library);
   NetworkShapes shapes;
   for (const InputData& input : inputs) {

@@ -44,7 +44,7 @@ std::string today() {
 TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, TuneOptions options,
                  size_t layers) {
   const Interrupts interrupts;
-  Progress progress("layer", layers);
+  Progress progress("layer", layers, options.budget);
   size_t shown_layers = 0;
   options.go_on = [&](const TuneProgress& now) {
     for (; shown_layers < now.layers && shown_layers < layers; ++shown_layers) progress.step();

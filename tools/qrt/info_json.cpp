@@ -60,6 +60,17 @@ void add_network(JsonText& json, const ShownNetwork& shown) {
   json.integer("base_width", report.header.model_base_w);
   json.sizes("inputs", report.inputs());
   json.sizes("outputs", report.outputs());
+  if (shown.tuned) {
+    json.begin_object("tuned_for");
+    json.text("processor", shown.tuned->processor);
+    json.text("kernels", shown.tuned->kernels);
+    json.text("library", shown.tuned->library);
+    json.text("date", shown.tuned->date);
+    json.begin_object("inputs");
+    for (const auto& [id, shape] : shown.tuned->inputs) json.text(id.c_str(), shape);
+    json.end_object();
+    json.end_object();
+  }
   json.begin_array("layers");
   for (const LayerReport& layer : report.layers) {
     add_layer(json, shown, layer);

@@ -98,6 +98,19 @@ Table layer_table(const ShownNetwork& shown) {
   return table;
 }
 
+std::string tuned_text(const marlo::toolkit::TunedFor& tuned) {
+  std::string text = printable(tuned.processor);
+  if (!tuned.kernels.empty()) text += ", kernels up to " + printable(tuned.kernels);
+  if (!tuned.library.empty()) text += ", " + printable(tuned.library);
+  if (!tuned.date.empty()) text += ", " + printable(tuned.date);
+  std::vector<std::string> inputs;
+  inputs.reserve(tuned.inputs.size());
+  for (const auto& [id, shape] : tuned.inputs) {
+    inputs.push_back(printable(id).append(" ").append(printable(shape)));
+  }
+  return inputs.empty() ? text : text + "; " + joined(inputs, "; ");
+}
+
 std::string network_text(const ShownNetwork& shown, size_t width) {
   const NetworkReport& report = shown.report;
   std::string text = "\n";
@@ -115,6 +128,7 @@ std::string network_text(const ShownNetwork& shown, size_t width) {
           std::to_string(report.header.version) + '\n';
   text += "inputs    " + ends_text(report, report.inputs()) + '\n';
   text += "outputs   " + ends_text(report, report.outputs()) + '\n';
+  if (shown.tuned) text += "tuned for " + tuned_text(*shown.tuned) + '\n';
   return text + '\n' + layer_table(shown).text(width);
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "qrt_toolkit/tune/tune.h"
 #include "tools/qrt/network_report.h"
 
 // How `qrt info` shows what it found.
@@ -11,7 +13,8 @@ namespace qrt_tool {
 
 struct ShownNetwork {
   NetworkReport report;
-  bool has_kernels = true;  ///< whether the file could say which kernels run
+  bool has_kernels = true;                        ///< whether the file could say which kernels run
+  std::optional<marlo::toolkit::TunedFor> tuned;  ///< what its configuration was tuned for
 };
 
 /// A configuration and what to call it.

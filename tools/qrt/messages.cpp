@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 #include <vector>
@@ -145,9 +147,20 @@ std::string take_story(const std::exception& failure) {
   return printable(line);
 }
 
-Progress::Progress(std::string what, uint64_t count) : what_(std::move(what)), count_(count) {
+std::string time_left(double seconds, uint64_t done, uint64_t count, double longest) {
+  constexpr double kMinute = 60;
+  if (seconds < 1 || done == 0 || done >= count) return "";
+  const double rate = seconds / static_cast<double>(done);
+  const double left = std::min(rate * static_cast<double>(count - done), longest - seconds);
+  const auto whole = static_cast<uint64_t>(std::ceil(std::max(left, 0.0)));
+  if (static_cast<double>(whole) < 2 * kMinute) return std::to_string(whole) + " s left";
+  return std::to_string(static_cast<uint64_t>(std::ceil(left / kMinute))) + " min left";
+}
+
+Progress::Progress(std::string what, uint64_t count, double longest)
+    : what_(std::move(what)), count_(count), longest_(longest) {
   if (isatty(STDERR_FILENO) == 0) count_ = 0;
-  last_shown_ms_ = now_ms();
+  begun_ms_ = last_shown_ms_ = now_ms();
 }
 
 Progress::~Progress() {
@@ -160,8 +173,12 @@ void Progress::step() {
   if (count_ == 0 || now_ms() - last_shown_ms_ < kInterval) return;
   last_shown_ms_ = now_ms();
   shown_ = true;
-  std::fprintf(stderr, "\r%s %llu of %llu\033[K", what_.c_str(),
-               static_cast<unsigned long long>(done_), static_cast<unsigned long long>(count_));
+  constexpr double kMillisecond = 1e-3;
+  const std::string left =
+      time_left(kMillisecond * static_cast<double>(now_ms() - begun_ms_), done_, count_, longest_);
+  std::fprintf(stderr, "\r%s %llu of %llu%s\033[K", what_.c_str(),
+               static_cast<unsigned long long>(done_), static_cast<unsigned long long>(count_),
+               left.empty() ? "" : (", " + left).c_str());
   std::fflush(stderr);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,10 +55,17 @@ std::string take_story(const std::exception& failure);
 /// The same text in the log is forgotten.
 std::string take_fault(const std::exception& failure);
 
-/// A line that counts up on a terminal; nothing where standard error isn't one.
+/// What is left of steps that take equally long, in words: "3 s left"; nothing within the first second.
+/// @param seconds that `done` of `count` took @param longest for all of them
+std::string time_left(double seconds, uint64_t done, uint64_t count, double longest);
+
+/// A line that counts up on a terminal and says how long it will take; nothing where standard error isn't one.
 class Progress {
  public:
-  Progress(std::string what, uint64_t count);
+  /// @param longest seconds that all steps may take together; what is left of them is never told to
+  ///   be more
+  Progress(std::string what, uint64_t count,
+           double longest = std::numeric_limits<double>::infinity());
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
   ~Progress();
@@ -68,6 +76,8 @@ class Progress {
   std::string what_;
   uint64_t count_;
   uint64_t done_ = 0;
+  double longest_;
+  int64_t begun_ms_ = 0;
   int64_t last_shown_ms_ = 0;
   bool shown_ = false;
 };

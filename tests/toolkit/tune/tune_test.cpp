@@ -22,6 +22,7 @@ using marlo::test::TemporaryFolder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 using ::testing::StartsWith;
 
 const runtime::KernelRegistry& all_kernels() {
@@ -146,6 +147,13 @@ TEST(Tune, TheConfigurationSaysWhatItWasMadeFor) {
   EXPECT_THAT(summary_of(once.model), HasSubstr("\"x\":\"FLOAT32 CHW [8, 12, 12]\""));
   EXPECT_THAT(summary_of(once.model), HasSubstr("\"date\":\"2024-05-01\""));
   EXPECT_EQ(summary_of(*model), "a text of the owner's");
+  const auto tuned = tuned_for(summary_of(once.model));
+  ASSERT_TRUE(tuned);
+  EXPECT_EQ(tuned->kernels, "sse");
+  EXPECT_EQ(tuned->date, "2024-05-01");
+  EXPECT_THAT(tuned->library, StartsWith("qrt_core "));
+  EXPECT_THAT(tuned->inputs, ElementsAre(Pair("x", "FLOAT32 CHW [8, 12, 12]")));
+  EXPECT_FALSE(tuned_for("a text of the owner's"));
   options.processor = "another";
   const TunedModel twice = tune_model(once.model, all_kernels(), options);
   EXPECT_EQ(tuned_processor(summary_of(twice.model)), "another");
