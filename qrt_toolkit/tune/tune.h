@@ -54,6 +54,8 @@ struct TuneReport {
   double seconds = 0;                   ///< that it took
   size_t measured = 0;                  ///< kernels on layers
   size_t remembered = 0;                ///< of them from the file of wisdom
+  size_t changes_tried = 0;             ///< of kernels that were close, in whole passes
+  size_t changes_kept = 0;              ///< of these: passes got faster
   bool is_complete = true;              ///< whether nothing was left out for want of time
   std::vector<std::string> excluded;    ///< kernels that need other instructions
   std::vector<std::string> notes;       ///< what went wrong without stopping it, in words

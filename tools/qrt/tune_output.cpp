@@ -30,7 +30,9 @@ std::string tune_text(const TuneReport& report, size_t width) {
   text += "\n" + counted(changed, "layer") + " changed, " +
           counted(report.assigned.converters.size(), "converter") + " new; " +
           std::to_string(report.measured) + " kernels measured and " +
-          std::to_string(report.remembered) + " remembered in " + short_decimal(report.seconds) +
+          std::to_string(report.remembered) + " remembered, " +
+          counted(report.changes_tried, "change") + " tried in whole passes and " +
+          std::to_string(report.changes_kept) + " kept, in " + short_decimal(report.seconds) +
           " s; outputs differ by " + short_decimal(report.difference) + " of the largest\n";
   return text;
 }
@@ -56,6 +58,8 @@ std::string tune_json(const TuneReport& report, const TuneOptions& options) {
   json.number("seconds", report.seconds);
   json.integer("measured", report.measured);
   json.integer("remembered", report.remembered);
+  json.integer("changes_tried", report.changes_tried);
+  json.integer("changes_kept", report.changes_kept);
   json.boolean("complete", report.is_complete);
   json.boolean("exact", report.assigned.is_exact);
   json.begin_array("layers");

@@ -116,6 +116,75 @@ TEST(Tune, RecordedTimesGiveTheSameBytesEveryTime) {
   EXPECT_NE(results[0], bytes_of(*model));
 }
 
+/// Times of passes that have little to do with those of single layers: one kernel makes them shorter.
+class PassMeter final : public Meter {
+ public:
+  explicit PassMeter(std::string kernel, double gain) : kernel_(std::move(kernel)), gain_(gain) {}
+
+  std::vector<double> time_work(const std::vector<Work>& rivals) override {
+    return work_.time_work(rivals);
+  }
+
+  std::vector<double> time_passes(const std::vector<const runtime::QRTModel*>& models,
+                                  const std::string& network,
+                                  const std::map<std::string, runtime::TensorShape>&) override {
+    std::vector<double> times;
+    ++calls;
+    for (const runtime::QRTModel* model : models) {
+      const auto& layers = model->config_arr->cfgs.at(network)->cpu_sse->layer_cfgs;
+      const bool is_given =
+          layers.at("c")->kernel->kernel_type.find("Fallback") != std::string::npos;
+      const bool is_shorter = layers.at("r")->kernel->kernel_type == kernel_;
+      times.push_back(is_given ? given_pass : 8 - (is_shorter ? gain_ : 0));
+    }
+    if (calls > 1) given_pass = later_given_pass;
+    return times;
+  }
+
+  double given_pass = 10;
+  double later_given_pass = 10;
+  size_t calls = 0;
+
+ private:
+  RecordedMeter work_;
+  std::string kernel_;
+  double gain_;
+};
+
+TEST(Tune, CloseKernelsAreExchangedWherePassesGetFaster) {
+  // Both rectifiers take equally long alone, and the one in place is chosen first.
+  const std::string other = "ReLU_SSE_Float_M1";
+  if (all_kernels().Create(other) == nullptr) GTEST_SKIP() << "this build has no SSE kernels";
+  const auto kernel_in = [](const TunedModel& tuned) {
+    return tuned.model.config_arr->cfgs.at("net")->cpu_sse->layer_cfgs.at("r")->kernel->kernel_type;
+  };
+  PassMeter faster(other, 1);
+  const TunedModel exchanged = tune_model(*small_model(), all_kernels(), options_with(faster));
+  EXPECT_EQ(kernel_in(exchanged), other);
+  EXPECT_EQ(exchanged.report.changes_kept, 1u);
+  EXPECT_DOUBLE_EQ(exchanged.report.after, 7);
+  EXPECT_LT(exchanged.report.difference, 1e-5);
+  PassMeter hardly(other, 0.01);
+  const TunedModel kept = tune_model(*small_model(), all_kernels(), options_with(hardly));
+  EXPECT_NE(kernel_in(kept), other);
+  EXPECT_GT(kept.report.changes_tried, 0u);
+  EXPECT_EQ(kept.report.changes_kept, 0u);
+  EXPECT_DOUBLE_EQ(kept.report.after, 8);
+}
+
+TEST(Tune, WhatTheLastPassesSayHolds) {
+  const std::string other = "ReLU_SSE_Float_M1";
+  if (all_kernels().Create(other) == nullptr) GTEST_SKIP() << "this build has no SSE kernels";
+  PassMeter meter(other, 1);
+  meter.later_given_pass = 6;
+  const auto model = small_model();
+  const TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+  EXPECT_EQ(tuned.report.changes_kept, 1u);
+  EXPECT_EQ(tuned.report.chosen, "given");
+  EXPECT_DOUBLE_EQ(tuned.report.after, 6);
+  EXPECT_EQ(tuned.model.model_arr->infos.at("net"), model->model_arr->infos.at("net"));
+}
+
 TEST(Tune, EachWorkIsTimedOnce) {
   RecordedMeter meter;
   const TunedModel tuned = tune_model(*small_model(), all_kernels(), options_with(meter));
