@@ -7,18 +7,18 @@
     print(net.profile(pixels))
 
 `load` reads model files, `import_onnx` makes models of ONNX files, `verify` compares what it made with the source,
-`tune` chooses kernels by measurement, `bench` measures whole passes, `check` and `info` look into models, `kernels`
-lists what one can name, and `qrt_core.image` turns pictures into inputs. The library's log lines go to the logger
-"qrt_core" of `logging`.
+`tune` chooses kernels by measurement, `bench` measures whole passes and `explain` says what they are made of, `check` and
+`info` look into models, `kernels` lists what one can name, and `qrt_core.image` turns pictures into inputs. The library's
+log lines go to the logger "qrt_core" of `logging`.
 """
 
-import os as _os
-from typing import Dict, List, Optional, Sequence, Union
+from typing import Dict, List, Optional, Sequence
 
 from qrt_core import image
 from qrt_core._core import Finding, Kernel, Layer, Model, Net, Port, import_onnx, kernels, load
 from qrt_core._core import _source_of
 from qrt_core._core import version as __version__
+from qrt_core._types import Source as _Source
 from qrt_core.benchmark import Bench, BenchedNetwork, BenchRatio, bench
 from qrt_core.errors import (
     BusyError,
@@ -34,6 +34,15 @@ from qrt_core.errors import (
     Refusal,
     UnsupportedError,
 )
+from qrt_core.explanation import (
+    ExplainedConverter,
+    ExplainedKind,
+    ExplainedLayer,
+    Explanation,
+    Machine,
+    MemoryLevel,
+    explain,
+)
 from qrt_core.info import Info
 from qrt_core.profile import Profile, ProfileRow
 from qrt_core.tuning import TunedConfiguration, TunedLayer, Tuning, tune
@@ -45,12 +54,18 @@ __all__ = [
     "BenchedNetwork",
     "BusyError",
     "Error",
+    "ExplainedConverter",
+    "ExplainedKind",
+    "ExplainedLayer",
+    "Explanation",
     "Finding",
     "Info",
     "InputError",
     "Kernel",
     "Layer",
     "LayerError",
+    "Machine",
+    "MemoryLevel",
     "Misfit",
     "Model",
     "ModelError",
@@ -71,6 +86,7 @@ __all__ = [
     "VerifiedLayer",
     "bench",
     "check",
+    "explain",
     "image",
     "import_onnx",
     "info",
@@ -79,8 +95,6 @@ __all__ = [
     "tune",
     "verify",
 ]
-
-_Source = Union[str, bytes, bytearray, memoryview, "_os.PathLike[str]", Model]
 
 
 def _model_of(source: _Source) -> Model:

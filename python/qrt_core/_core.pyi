@@ -144,7 +144,7 @@ def _verify(
     data: Union[None, npt.ArrayLike, Mapping[str, npt.ArrayLike]],
     test_data: Union[None, str, os.PathLike[str]],
     seed: int,
-    progress: Optional[Callable[[int, int], object]],
+    progress: Optional[Callable[..., object]],
 ) -> Tuple[Model, List[Tuple[Any, ...]], List[Tuple[Any, ...]], int]: ...
 def _tune(
     model: Model,
@@ -155,7 +155,7 @@ def _tune(
     budget: float,
     wisdom: str,
     date: str,
-    progress: Optional[Callable[[int, int, float], object]],
+    progress: Optional[Callable[..., object]],
 ) -> Tuple[bytes, Dict[str, Any]]: ...
 def _bench(
     models: Sequence[Tuple[str, Model]],
@@ -165,6 +165,13 @@ def _bench(
     cpu: Optional[int],
     keep_state: bool,
     seconds: Optional[float],
+) -> Dict[str, Any]: ...
+def _explain(
+    model: Model,
+    network: Union[None, str, int],
+    inputs: Optional[Mapping[str, Sequence[int]]],
+    seconds: float,
+    progress: Optional[Callable[..., object]],
 ) -> Dict[str, Any]: ...
 def _model_of(bytes: bytes, report: Optional[Dict[str, Any]], tuning: Optional[Tuning]) -> Model: ...
 def _source_of(source: Union[str, os.PathLike[str], bytes, bytearray, memoryview]) -> Model: ...

@@ -9,8 +9,7 @@ import numpy.typing as npt
 
 from qrt_core._core import Model, _bench, _source_of
 from qrt_core._table import Rows, html_table, text_table
-
-_Source = Union[Model, str, "os.PathLike[str]", bytes, bytearray, memoryview]
+from qrt_core._types import Source
 
 
 @dataclass(frozen=True, eq=False)
@@ -158,7 +157,7 @@ class Bench(Rows[BenchedNetwork]):
 
 
 def bench(
-    *models: _Source,
+    *models: Source,
     names: Optional[Sequence[str]] = None,
     network: Union[None, str, int] = None,
     inputs: Optional[Mapping[str, Sequence[int]]] = None,

@@ -3,14 +3,13 @@
 import datetime
 import logging
 import os
-import sys
 from dataclasses import dataclass
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from qrt_core._core import Model, _model_of, _source_of, _tune
+from qrt_core._progress import shown
 from qrt_core._table import html_table, text_table
-
-_Path = Union[str, "os.PathLike[str]"]
+from qrt_core._types import Path, Source
 
 
 class TunedLayer(NamedTuple):
@@ -113,24 +112,20 @@ class Tuning:
 _COLUMNS = ("layer", "kernel before", "kernel", "ms before", "ms")
 
 
-def _show_line(done: int, of: int, seconds: float) -> None:
-    print(f"\rlayer {done} of {of}, {seconds:.0f} s", end="", file=sys.stderr, flush=True)
-
-
 def _usual_wisdom() -> str:
     cache = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
     return os.path.join(cache, "qrt", "wisdom.json")
 
 
 def tune(
-    model: Union[Model, _Path, bytes, bytearray, memoryview],
+    model: Source,
     *,
     inputs: Optional[Mapping[str, Sequence[int]]] = None,
     network: Union[None, str, int] = None,
     kernels: Optional[str] = None,
     numerics: Union[str, float] = "bounded",
     budget: float = 120.0,
-    wisdom: Union[None, bool, _Path] = None,
+    wisdom: Union[None, bool, Path] = None,
     progress: Union[bool, Callable[[int, int, float], object]] = False,
 ) -> Model:
     """Chooses kernels and layouts for one network by measuring them on this machine.
@@ -168,12 +163,8 @@ def tune(
         wisdom = _usual_wisdom()
     path = "" if wisdom is False else os.fspath(wisdom)
     today = datetime.datetime.now(datetime.timezone.utc).date().isoformat()
-    callback = (_show_line if progress else None) if isinstance(progress, bool) else progress
-    try:
+    with shown(progress, "layer {} of {}, {:.0f} s") as callback:
         data, facts = _tune(given, network, inputs, kernels, numerics, budget, path, today, callback)
-    finally:
-        if progress is True:
-            print(file=sys.stderr)
     facts["configurations"] = tuple(map(TunedConfiguration._make, facts["configurations"]))
     facts["layers"] = tuple(map(TunedLayer._make, facts["layers"]))
     tuning = Tuning(**facts)

@@ -1,15 +1,14 @@
 """Whether an imported network computes what its source says."""
 
 import os
-import sys
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 import numpy.typing as npt
 
 from qrt_core._core import Model, _verify
+from qrt_core._progress import shown
 from qrt_core._table import Rows, html_table, sizes_text, text_table
-
-_Path = Union[str, "os.PathLike[str]"]
+from qrt_core._types import Path
 
 
 class VerifiedLayer(NamedTuple):
@@ -124,19 +123,15 @@ class Verification(Rows[VerifiedLayer]):
         return html_table(_COLUMNS, self._cells(), self._caption())
 
 
-def _show_line(done: int, of: int) -> None:
-    print(f"\rstep {done} of {of}", end="", file=sys.stderr, flush=True)
-
-
 def verify(
-    path: _Path,
+    path: Path,
     *,
     inputs: Optional[Mapping[str, Sequence[int]]] = None,
     constants: Optional[Mapping[str, npt.ArrayLike]] = None,
     network: Optional[str] = None,
     kernels: Optional[str] = None,
     data: Union[None, npt.ArrayLike, Mapping[str, npt.ArrayLike]] = None,
-    test_data: Optional[_Path] = None,
+    test_data: Optional[Path] = None,
     seed: int = 1,
     progress: Union[bool, Callable[[int, int], object]] = False,
 ) -> Verification:
@@ -166,9 +161,5 @@ def verify(
         UnsupportedError: for a network that can't be imported, and for `data` of another shape; `refusals` says why.
         ValueError: for kernels that there aren't.
     """
-    callback = (_show_line if progress else None) if isinstance(progress, bool) else progress
-    try:
+    with shown(progress, "step {} of {}") as callback:
         return Verification(*_verify(path, inputs, constants, network, kernels, data, test_data, seed, callback))
-    finally:
-        if progress is True:
-            print(file=sys.stderr)

@@ -1,5 +1,7 @@
 #include "python/src/arrays.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -155,11 +157,15 @@ py::array array_of(const std::shared_ptr<Pools>& pools, const std::shared_ptr<Te
   (void)kept.release();
   // As py::array does it, which would work out the strides beside NumPy.
   const auto& numpy = py::detail::npy_api::get();
-  const std::vector<py::ssize_t> sizes = sizes_of(tensor->shape);
+  const std::vector<uint32_t>& dims = tensor->shape.dims;
+  constexpr size_t kMostAxes = 32;  // that NumPy has
+  if (dims.size() > kMostAxes) throw py::value_error("a result has more axes than NumPy's arrays");
+  std::array<py::ssize_t, kMostAxes> sizes;
+  std::copy(dims.begin(), dims.end(), sizes.begin());
   constexpr int flags = kInOrder | int{py::detail::npy_api::NPY_ARRAY_WRITEABLE_};
   auto array = py::reinterpret_steal<py::array>(numpy.PyArray_NewFromDescr_(
       numpy.PyArray_Type_, dtype_of(tensor->shape.data_type).release().ptr(),
-      static_cast<int>(sizes.size()), sizes.data(), nullptr, tensor->handle.cpu, flags, nullptr));
+      static_cast<int>(dims.size()), sizes.data(), nullptr, tensor->handle.cpu, flags, nullptr));
   if (!array || numpy.PyArray_SetBaseObject_(array.ptr(), owner.release().ptr()) != 0) {
     throw py::error_already_set();
   }

@@ -183,21 +183,26 @@ std::vector<Input> Net::inputs_of(const std::vector<Operand>& operands) const {
   return inputs;
 }
 
+py::object Net::object_of(const std::shared_ptr<Tensor>& tensor, const std::vector<Numbers>& inputs,
+                          bool is_shared) const {
+  is_shared = is_shared || std::any_of(inputs.begin(), inputs.end(), [&](const Numbers& input) {
+                return stands_in(*tensor, input.data, input.bytes);
+              });
+  // A kernel that keeps its result, as a state, must not see it written to.
+  is_shared = is_shared || tensor.use_count() > 1;
+  return is_shared ? copy_of(*tensor) : array_of(loaded_->pools, tensor);
+}
+
 py::object Net::result_of(const Made& made, const std::vector<Numbers>& inputs, bool is_one) const {
   std::vector<std::pair<const std::string*, py::object>> arrays;
   arrays.reserve(made.size());
   for (size_t i = 0; i < made.size(); ++i) {
     const std::shared_ptr<Tensor>& tensor = made[i].second;
-    bool is_shared = std::any_of(inputs.begin(), inputs.end(), [&](const Numbers& input) {
-      return stands_in(*tensor, input.data, input.bytes);
-    });
+    bool is_shared = false;
     for (size_t j = 0; j < i; ++j) {
       is_shared = is_shared || made[j].second->handle.cpu == tensor->handle.cpu;
     }
-    // A kernel that keeps its result, as a state, must not see it written to.
-    is_shared = is_shared || tensor->weak_from_this().use_count() > 1;
-    py::object array = is_shared ? copy_of(*tensor) : array_of(loaded_->pools, tensor);
-    arrays.emplace_back(made[i].first, std::move(array));
+    arrays.emplace_back(made[i].first, object_of(tensor, inputs, is_shared));
   }
   if (is_one && arrays.size() == 1) return std::move(arrays[0].second);
   py::dict by_id;
@@ -220,9 +225,10 @@ py::object Net::result_of(const Made& made, const std::vector<Numbers>& inputs, 
 
 void Net::remember(const std::vector<Operand>& operands) const {
   last_ = {};
-  for (const Operand& operand : operands) {
-    last_.shapes.push_back(operand.shape);
-    last_.numbers.push_back({nullptr, marlo::runtime::ByteSize(operand.shape)});
+  for (size_t i = 0; i < operands.size(); ++i) {
+    last_.shapes.push_back(operands[i].shape);
+    last_.numbers.push_back({nullptr, marlo::runtime::ByteSize(operands[i].shape)});
+    last_.places.push_back(&last_.tensors[network_.inputs()[i].layer]);
   }
   last_.is_known = true;
 }
@@ -249,9 +255,8 @@ bool Net::take_up(const py::tuple& arrays) const {
 py::object Net::pass_again() const {
   const auto& context = network_.context();
   context->cpu->dynamic_mode = false;  // a pass that failed has left it on
-  const std::vector<Port>& ports = network_.inputs();
-  for (size_t i = 0; i < ports.size(); ++i) {
-    std::shared_ptr<Tensor>& tensor = last_.tensors[ports[i].layer];
+  for (size_t i = 0; i < last_.places.size(); ++i) {
+    std::shared_ptr<Tensor>& tensor = *last_.places[i];
     auto* const data = const_cast<void*>(last_.numbers[i].data);
     if (is_overwritten_[i]) {
       tensor = context->cpu->CreateTensor(last_.shapes[i], data);
@@ -266,17 +271,20 @@ py::object Net::pass_again() const {
     const py::gil_scoped_release released;
     results = network_.net()->Forward(last_.tensors, outputs_, context, nullptr, nullptr);
   }
+  for (size_t i = 0; i < last_.places.size(); ++i) {
+    if (is_overwritten_[i]) last_.places[i]->reset();
+  }
+  if (outputs_.size() == 1 && results.begin()->second.size() == 1) {
+    const std::shared_ptr<Tensor> tensor = std::move(results.begin()->second[0]);
+    return object_of(tensor, last_.numbers, false);
+  }
   Made made;
   made.reserve(outputs_.size());
   for (const Port& port : network_.outputs()) {
     for (auto& tensor : results[port.layer]) made.emplace_back(&port.id, std::move(tensor));
   }
   results.clear();
-  py::object result = result_of(made, last_.numbers, outputs_.size() == 1);
-  for (size_t i = 0; i < ports.size(); ++i) {
-    if (is_overwritten_[i]) last_.tensors[ports[i].layer].reset();
-  }
-  return result;
+  return result_of(made, last_.numbers, outputs_.size() == 1);
 }
 
 py::object Net::run_again(const py::tuple& arrays) const {

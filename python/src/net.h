@@ -83,6 +83,7 @@ class Net {
     std::vector<marlo::runtime::TensorShape> shapes;
     std::vector<Numbers> numbers;
     std::unordered_map<unsigned int, std::shared_ptr<marlo::runtime::Tensor>> tensors;  // by layer
+    std::vector<std::shared_ptr<marlo::runtime::Tensor>*> places;                       // of them
     bool is_known = false;
   };
   void remember(const std::vector<Operand>& operands) const;
@@ -95,6 +96,9 @@ class Net {
 
   // A layer's id and a tensor that it made.
   using Made = std::vector<std::pair<const std::string*, std::shared_ptr<marlo::runtime::Tensor>>>;
+  // The array of a tensor that a pass made: a copy where others have part in its numbers.
+  py::object object_of(const std::shared_ptr<marlo::runtime::Tensor>& tensor,
+                       const std::vector<Numbers>& inputs, bool is_shared) const;
   py::object result_of(const Made& made, const std::vector<Numbers>& inputs, bool is_one) const;
 
   std::shared_ptr<const Source> source_;

@@ -193,6 +193,7 @@ void bind_toolkit(py::module_& module) {
              py::arg("seed"), py::arg("progress"));
   bind_tune(module);
   bind_bench(module);
+  bind_explain(module);
 }
 
 }  // namespace qrt_python

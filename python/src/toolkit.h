@@ -30,6 +30,9 @@ Chosen choose(const PyModel& model, const py::object& network, const py::object&
 /// Declares `_tune`.
 void bind_tune(py::module_& module);
 
+/// Declares `_explain`.
+void bind_explain(py::module_& module);
+
 /// Declares `_bench`.
 void bind_bench(py::module_& module);
 

@@ -1,6 +1,7 @@
 """Loading and running networks."""
 
 import gc
+import multiprocessing
 import os
 import pathlib
 import pickle
@@ -197,6 +198,28 @@ def test_kernels_that_work_in_place_leave_the_callers_array():
     np.testing.assert_array_equal(x, A)
 
 
+def test_calls_that_repeat_give_what_others_give(pair, digits, picture):
+    calls = [(A, B), (B, A), (A, B[None]), (A[None], B), (A.astype(float), B), (np.zeros((1, 2, 2), np.float32),) * 2, (A, B)]
+    for a, b in calls:
+        for _ in range(2):
+            results = pair(a, b)
+            expected = (a + b).reshape(results["sum"].shape)
+            np.testing.assert_array_equal(results["sum"], expected)
+            np.testing.assert_array_equal(results["top"], np.maximum(expected, 0))
+    for _ in range(2):
+        with pytest.raises(qrt.InputError, match="'b' is missing"):
+            pair(A)
+        np.testing.assert_array_equal(pair(A, B)["sum"], A + B)
+    first = digits(picture)
+    with pytest.raises(qrt.LayerError):
+        digits(picture.repeat(2, axis=0))
+    np.testing.assert_array_equal(digits(picture), first)
+    again = digits(picture)
+    assert again.flags.writeable and again.flags.c_contiguous and again.flags.aligned and not again.flags.owndata
+    assert again.strides == (4, 4, 4)
+    np.testing.assert_array_equal(digits(picture), digits.__call__(picture))
+
+
 def test_results_stay_valid(digits, picture):
     first = digits(picture)
     kept = first.copy()
@@ -293,6 +316,16 @@ def test_pickles(digits, picture):
     model = qrt.load(models.DIGITS)
     for copy in (pickle.loads(pickle.dumps(model))["digits"], pickle.loads(pickle.dumps(model["digits"]))):
         np.testing.assert_array_equal(copy(picture), digits(picture))
+
+
+def sum_of(net, first, second):
+    return net(first, second, outputs="sum")
+
+
+@pytest.mark.parametrize("way", ["fork", "spawn"])
+def test_other_processes(pair, way):
+    with multiprocessing.get_context(way).Pool(1) as pool:
+        np.testing.assert_array_equal(pool.apply(sum_of, (pair, A, B)), A + B)
 
 
 def test_a_file_that_changes_is_noticed(tmp_path):

@@ -163,6 +163,37 @@ def test_an_interrupt_ends_a_bench():
         signal.signal(signal.SIGALRM, before)
 
 
+def test_explains():
+    steps = []
+    result = qrt.explain(models.DIGITS, seconds=0.05, progress=lambda *step: steps.append(step))
+    assert len(result) == 10 and result.network == "digits" and result.passes >= 5
+    # It is called between steps.
+    assert steps and all(done < of for done, of in steps) and steps == sorted(steps)
+    layer = result[1]
+    assert (layer.id, layer.kind, layer.shape, layer.sources) == ("conv1", "Conv2d", (16, 14, 14), ("input",))
+    assert layer.kernel == qrt.load(models.DIGITS)[0].layers[1].kernel
+    assert layer.multiply_adds == 16 * 14 * 14 * 25 and layer.ms > 0 and 0 < layer.limit_ms and layer.limit
+    assert layer.of_limit == pytest.approx(layer.limit_ms / layer.ms) and layer.bytes > 4 * 16 * 14 * 14
+    assert layer.gigaflops == pytest.approx(2 * layer.multiply_adds / layer.ms / 1e6)
+    assert result.pass_ms > 0 and result.kernels_ms == pytest.approx(sum(row.ms for row in result), rel=0.2)
+    assert sum(kind.kernels for kind in result.kinds) >= 9 and "Conv2d" in [kind.kind for kind in result.kinds]
+    machine = result.machine
+    assert machine.gigaflops["sse"] > 0 and machine.gigahertz > 0 and machine.levels[-1].name == "memory"
+    assert machine.levels[0].read["sse"] > machine.levels[-1].read["sse"] > 0
+    assert result.to_dict()["id"][1] == "conv1" and "conv1" in str(result) and "<td>conv1</td>" in result._repr_html_()
+    assert machine.processor in repr(result)
+    # The machine is measured once.
+    assert qrt.explain(models.DIGITS, seconds=0.01, network=0).machine == machine
+    with pytest.raises(ValueError, match="seconds"):
+        qrt.explain(models.DIGITS, seconds=0)
+
+    def interrupt(*step):
+        raise KeyboardInterrupt
+
+    with pytest.raises(KeyboardInterrupt):
+        qrt.explain(models.DIGITS, progress=interrupt)
+
+
 @needs_nodes
 def test_verifies():
     folder = os.path.join(NODES, "test_relu")

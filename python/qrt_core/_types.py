@@ -1,0 +1,9 @@
+"""What functions take."""
+
+import os
+from typing import Union
+
+from qrt_core._core import Model
+
+Path = Union[str, "os.PathLike[str]"]
+Source = Union[Model, Path, bytes, bytearray, memoryview]

@@ -1,0 +1,61 @@
+#!/usr/bin/env python3
+"""Imports networks in Python, and compares them with PyTorch in the same process.
+
+    PYTHONPATH=build/release/python in_python.py [NAME ...]
+
+exports each of the networks of export.py, or those that are named, runs it through qrt_core and through PyTorch, and
+fails where one is refused or differs by more than 1e-4 of its largest output.
+"""
+
+import os
+import sys
+import tempfile
+from pathlib import Path
+
+import numpy as np
+import qrt_core as qrt
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import export  # noqa: E402, this folder's
+
+BOUND = 1e-4
+
+
+def difference(folder, name):
+    """The largest difference over the largest output, and the milliseconds of a pass."""
+    export.export(folder, name)
+    x = np.load(folder / f"{name}.input.npy")
+    net = qrt.import_onnx(folder / f"{name}.onnx")[0]
+    results = net(x)
+    arrays = list(results.values()) if isinstance(results, dict) else [results]
+    largest = 0.0
+    for i, array in enumerate(arrays):
+        expected = np.load(folder / f"{name}.output-{i}.npy")
+        made = array.reshape(expected.shape)
+        largest = max(largest, float(np.abs(made - expected).max() / max(np.abs(expected).max(), 1e-30)))
+    return largest, net.profile(x, repeat=3).pass_ms
+
+
+def main():
+    names = sys.argv[1:] or list(export.NETWORKS)
+    unknown = [name for name in names if name not in export.NETWORKS]
+    if unknown:
+        sys.exit(f"no network is called {', '.join(unknown)}; there are {', '.join(export.NETWORKS)}")
+    failed = []
+    for name in names:
+        with tempfile.TemporaryDirectory() as folder:
+            try:
+                largest, ms = difference(Path(folder), name)
+            except qrt.Error as failure:
+                print(f"{name}: {failure}")
+                failed.append(name)
+                continue
+        print(f"{name}: {largest:.1e} apart, {ms:.2f} ms", flush=True)
+        if not largest <= BOUND:
+            failed.append(name)
+    if failed:
+        sys.exit(f"failed: {', '.join(failed)}")
+
+
+if __name__ == "__main__":
+    main()
