@@ -79,7 +79,11 @@ size_t clipped(Lowering& lowering, size_t x, double low, double high) {
   if (low == 0 && high == 6) return lowering.activated("ReLU6_Fallback_Float_M1", x);
   if (low == 0 && high >= kMost) return lowering.activated(kReLU, x);
   if (low <= -kMost && high >= kMost) return x;
-  if (lowering.plan().has("Clip_Fallback_Float_M1")) {
+  if (lowering.has_second_set() && (std::isinf(low) || std::isinf(high))) {
+    if (std::isfinite(low)) return lowering.binary(runtime::BinaryFunction::Max, x, scalar(low));
+    return lowering.binary(runtime::BinaryFunction::Min, x, scalar(high));
+  }
+  if (lowering.has_second_set()) {
     return lowering.function(runtime::ElementFunction::Clip, "Clip", x, low, high);
   }
   if (low == 0) {
@@ -239,7 +243,8 @@ size_t with_constant(Lowering& lowering, uint16_t operation, size_t x, const Num
                      bool constant_first) {
   const Extents sizes = lowering.sizes_of_layer(x);
   if (lowering.has_second_set() && (operation > 2 || !is_of_channels(constant, sizes))) {
-    if (operation <= 2 && constant.count() == 1 && constant.shape.size() <= sizes.size()) {
+    if (operation <= 2 && constant.count() == 1 && is_finite(constant) &&
+        constant.shape.size() <= sizes.size()) {
       return with_number(lowering, operation, x, constant.real(0), constant_first);
     }
     return lowering.binary(function_of(operation), x, constant, constant_first);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <utility>
 
@@ -233,10 +234,33 @@ size_t Lowering::along_axis(size_t layer, size_t axis, const Numbers& matrix, co
   return reshaped(result, sizes);
 }
 
+// Descriptions in JSON hold no infinite number: it is the logarithm of zero.
+size_t Lowering::infinite_tensor(const Numbers& numbers, const Extents& sizes) {
+  const auto mapped = [&](double (*change)(double)) {
+    Numbers result(ElementType::float32, numbers.shape);
+    for (size_t i = 0; i < result.reals().size(); ++i) {
+      result.reals()[i] = change(numbers.real(i));
+    }
+    return result;
+  };
+  const auto logarithm = [&](const Numbers& kept) {
+    return function(runtime::ElementFunction::Log, "Log", constant_tensor(kept, sizes));
+  };
+  const Numbers finite = mapped([](double x) { return std::isfinite(x) ? x : 0.0; });
+  // Of nothing less than zero there is no logarithm either.
+  const Numbers low = mapped([](double x) {
+    return std::isnan(x) ? -1.0 : std::isinf(x) && x < 0 ? 0.0 : 1.0;
+  });
+  const Numbers high = mapped([](double x) { return std::isinf(x) && x > 0 ? 0.0 : 1.0; });
+  const size_t below = binary(runtime::BinaryFunction::Add, logarithm(low), finite);
+  return binary(runtime::BinaryFunction::Sub, below, logarithm(high));
+}
+
 // A single one, made of an element of the first input, which a transposed convolution multiplies
 // with the constant.
 size_t Lowering::constant_tensor(const Numbers& numbers, const Extents& sizes) {
-  if (plan_.has("Constant_Fallback_Float_M1")) {
+  if (has_second_set() && !is_finite(numbers)) return infinite_tensor(numbers, sizes);
+  if (has_second_set()) {
     auto constant = std::make_shared<runtime::ConstantInfo>();
     constant->dims.assign(sizes.begin(), sizes.end());
     constant->values = floats_of(numbers);

@@ -1,5 +1,7 @@
 #include <algorithm>
-#include <functional>
+#include <cmath>
+#include <limits>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -18,7 +20,6 @@ using runtime::BinaryFunction;
 using runtime::ElementFunction;
 
 constexpr const char* kBinary = "Binary_Fallback_Float_M1";
-constexpr const char* kAxisSoftmax = "AxisSoftmax_Fallback_Float_M1";
 
 /// A function of every number. The kernel has the name of the function.
 struct FunctionOf {
@@ -72,16 +73,68 @@ void lower_function(Lowering& lowering) {
   lowering.result(lowering.function(row->function, row->kernel, lowering.input(0), alpha, beta));
 }
 
+/// x (1 + tanh(c x + 0.044715 c x^3)) / 2 by documented kernels.
+size_t plain_gelu(Lowering& lowering, size_t x) {
+  const double slope = std::sqrt(2 / std::acos(-1.0));
+  const auto scalar = [](double number) {
+    Numbers one(ElementType::float32, {});
+    one.reals()[0] = number;
+    return one;
+  };
+  const size_t cube = lowering.combined(2, lowering.combined(2, x, x), x);
+  const size_t line = lowering.affine(x, scalar(slope), scalar(0));
+  const size_t bent = lowering.affine(cube, scalar(0.044715 * slope), scalar(0));
+  const size_t gate =
+      lowering.activated("TanH_Fallback_Float_M1", lowering.combined(0, line, bent));
+  return lowering.combined(2, x, lowering.affine(gate, scalar(0.5), scalar(0.5)));
+}
+
 void lower_gelu(Lowering& lowering) {
   const bool tanh = lowering.node().text("approximate", "none") == "tanh";
+  if (tanh && !lowering.has_second_set()) {
+    return lowering.result(plain_gelu(lowering, lowering.input(0)));
+  }
   lowering.result(lowering.function(tanh ? ElementFunction::GELUTanh : ElementFunction::GELU,
                                     tanh ? "GELUTanh" : "GELU", lowering.input(0)));
+}
+
+// A truth is 1 or 0, and whole numbers are those of float32.
+void lower_cast(Lowering& lowering) {
+  const ElementType from = lowering.input_type(0);
+  const ElementType to = lowering.output_type();
+  const size_t x = lowering.input(0);
+  if (is_real(to) || to == from || from == ElementType::boolean) return lowering.result(x);
+  if (to == ElementType::boolean) {
+    const size_t zero = lowering.function(ElementFunction::Not, "Not", x);
+    return lowering.result(lowering.function(ElementFunction::Not, "Not", zero));
+  }
+  if (to != ElementType::int32 && to != ElementType::int64) {
+    throw NodeFault{"to", std::string("numbers that aren't known don't wrap to ") + name_of(to)};
+  }
+  if (!is_real(from)) return lowering.result(x);
+  // Towards zero.
+  const size_t whole = lowering.function(ElementFunction::Floor, "Floor", lowering.absolute(x));
+  lowering.result(lowering.binary(BinaryFunction::Mul, whole,
+                                  lowering.function(ElementFunction::Sign, "Sign", x)));
 }
 
 /// Two tensors, of which one may be a constant.
 template <BinaryFunction function>
 void lower_binary(Lowering& lowering) {
   lowering.result(lowering.binary(function));
+}
+
+void lower_is_infinite(Lowering& lowering) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const bool negative = lowering.node().integer("detect_negative", 1) != 0;
+  const bool positive = lowering.node().integer("detect_positive", 1) != 0;
+  const size_t x = lowering.input(0);
+  Numbers bound(ElementType::float32, {});
+  bound.reals()[0] = positive ? kInfinity : -kInfinity;
+  // Nothing is like no number.
+  if (!negative && !positive) bound.reals()[0] = std::numeric_limits<double>::quiet_NaN();
+  lowering.result(lowering.binary(BinaryFunction::Equal,
+                                  negative && positive ? lowering.absolute(x) : x, bound));
 }
 
 // The remainder has the sign of the dividend with fmod, and of the divisor without.
@@ -116,13 +169,10 @@ void set_scales(const Lowering& lowering, Info& info, int64_t count) {
 
 /// The mean of each line that is normalized, and 1 over its deviation.
 void lower_moments(Lowering& lowering, size_t axis) {
+  std::vector<size_t> axes(lowering.input_sizes(0).size() - axis);
+  std::iota(axes.begin(), axes.end(), axis);
   const auto mean = [&](size_t layer) {
-    auto info = std::make_shared<runtime::AxisReductionInfo>();
-    info->function = static_cast<uint32_t>(AxisReduction::Mean);
-    for (size_t i = axis; i < lowering.input_sizes(0).size(); ++i) {
-      info->axes.push_back(static_cast<int32_t>(i));
-    }
-    return lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {layer});
+    return lowering.reduced(AxisReduction::Mean, layer, axes);
   };
   const size_t x = lowering.input(0);
   const size_t centre = mean(x);
@@ -148,6 +198,30 @@ void lower_layer_normalization(Lowering& lowering) {
       lowering.plan().add(std::move(info), "LayerNorm_Fallback_Float_M1", {lowering.input(0)}));
 }
 
+/// x over the power of a sum of squares of the channels around.
+void lower_local_response(Lowering& lowering) {
+  const Node& node = lowering.node();
+  const size_t x = lowering.input(0);
+  const int64_t channels = lowering.input_sizes(0).at(0);
+  const int64_t width = node.integer("size", 0);
+  if (width < 1) throw NodeFault{"size", "expected a positive number of channels"};
+  Numbers band(ElementType::float32, {channels, channels});
+  for (int64_t c = 0; c < channels; ++c) {
+    const int64_t last = std::min(channels - 1, c + width / 2);
+    for (int64_t k = std::max<int64_t>(0, c - (width - 1) / 2); k <= last; ++k) {
+      band.reals()[static_cast<size_t>(c * channels + k)] = 1;
+    }
+  }
+  const size_t squares = lowering.function(ElementFunction::Square, "Square", x);
+  const size_t sums = lowering.along_axis(squares, 0, band);
+  const size_t base = lowering.function(ElementFunction::ScaleShift, "ScaleShift", sums,
+                                        node.real("alpha", 1e-4) / static_cast<double>(width),
+                                        node.real("bias", 1));
+  const size_t power =
+      lowering.function(ElementFunction::Pow, "Pow", base, node.real("beta", 0.75));
+  lowering.result(lowering.combined(3, x, power));
+}
+
 void lower_group_normalization(Lowering& lowering) {
   const int64_t channels = lowering.input_sizes(0).at(0);
   const bool single = lowering.node().op == "InstanceNormalization";
@@ -163,40 +237,6 @@ void lower_group_normalization(Lowering& lowering) {
       lowering.plan().add(std::move(info), "GroupNorm_Fallback_Float_M1", {lowering.input(0)}));
 }
 
-/// A layer along one axis of the input; of the axes from it on, made one, where older files meant
-/// that.
-size_t along(Lowering& lowering, const std::function<size_t(size_t layer, size_t axis)>& add) {
-  const Extents sizes = lowering.input_sizes(0);
-  const size_t axis = lowering.axis_of_input(0, lowering.node().integer("axis", -1));
-  const size_t layer = lowering.input(0);
-  if (lowering.node().integer("to_end", 0) == 0 || axis + 1 >= sizes.size())
-    return add(layer, axis);
-  const auto middle = sizes.begin() + static_cast<std::ptrdiff_t>(axis);
-  const int64_t lines = count_of(Extents(sizes.begin(), middle)).value_or(0);
-  const int64_t size = count_of(Extents(middle, sizes.end())).value_or(0);
-  return add(lowering.reshaped(layer, {lines, size}), 1);
-}
-
-void lower_softmax(Lowering& lowering) {
-  Plan& plan = lowering.plan();
-  // The documented kernel doesn't take out the largest number, and gives NaN from 89 on.
-  const char* const kernel = plan.has(kAxisSoftmax) ? kAxisSoftmax : "Softmax_Fallback_Float_M1";
-  lowering.result(along(lowering, [&](size_t layer, size_t axis) {
-    auto info = std::make_shared<runtime::SoftmaxInfo>();
-    info->dim = narrow_u16(static_cast<int64_t>(axis + 1), "axis");
-    return plan.add(std::move(info), kernel, {layer});
-  }));
-}
-
-void lower_log_softmax(Lowering& lowering) {
-  lowering.result(along(lowering, [&](size_t layer, size_t axis) {
-    auto info = std::make_shared<runtime::AxisSoftmaxInfo>();
-    info->axis = static_cast<int32_t>(axis);
-    info->logarithm = true;
-    return lowering.plan().add(std::move(info), kAxisSoftmax, {layer});
-  }));
-}
-
 constexpr LoweringRow kRows[] = {
     {"Acos", lower_function},
     {"Acosh", lower_function},
@@ -205,6 +245,8 @@ constexpr LoweringRow kRows[] = {
     {"Asinh", lower_function},
     {"Atan", lower_function},
     {"Atanh", lower_function},
+    {"Cast", lower_cast, "to float, bool, int32 and int64"},
+    {"CastLike", lower_cast, "to float, bool, int32 and int64"},
     {"Ceil", lower_function},
     {"Celu", lower_function},
     {"Cos", lower_function},
@@ -219,12 +261,13 @@ constexpr LoweringRow kRows[] = {
     {"GreaterOrEqual", lower_binary<BinaryFunction::GreaterOrEqual>},
     {"GroupNormalization", lower_group_normalization, "constant scales of channels"},
     {"InstanceNormalization", lower_group_normalization, "constant scales"},
+    {"IsInf", lower_is_infinite},
     {"IsNaN", lower_function},
+    {"LRN", lower_local_response},
     {"LayerNormalization", lower_layer_normalization, "constant scales"},
     {"Less", lower_binary<BinaryFunction::Less>},
     {"LessOrEqual", lower_binary<BinaryFunction::LessOrEqual>},
     {"Log", lower_function},
-    {"LogSoftmax", lower_log_softmax},
     {"Mish", lower_function},
     {"Mod", lower_mod, "fmod"},
     {"Not", lower_function},
@@ -235,7 +278,6 @@ constexpr LoweringRow kRows[] = {
     {"Sign", lower_function},
     {"Sin", lower_function},
     {"Sinh", lower_function},
-    {"Softmax", lower_softmax},
     {"Softplus", lower_function},
     {"Sqrt", lower_function},
     {"Tan", lower_function},
@@ -270,6 +312,11 @@ size_t Lowering::binary(BinaryFunction function, size_t a, size_t b) {
 
 size_t Lowering::binary(BinaryFunction function, size_t layer, const Numbers& constant,
                         bool constant_first) {
+  if (!is_finite(constant)) {
+    const Extents sizes = constant.shape.empty() ? Extents{1} : constant.shape;
+    const size_t other = constant_tensor(constant, sizes);
+    return constant_first ? binary(function, other, layer) : binary(function, layer, other);
+  }
   auto info = std::make_shared<runtime::BinaryFunctionInfo>();
   info->function = static_cast<uint32_t>(function);
   info->has_constant = true;

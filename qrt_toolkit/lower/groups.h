@@ -14,6 +14,7 @@ std::span<const LoweringRow> product_lowerings();
 std::span<const LoweringRow> recurrent_lowerings();
 std::span<const LoweringRow> reduction_lowerings();
 std::span<const LoweringRow> resampling_lowerings();
+std::span<const LoweringRow> softmax_lowerings();
 std::span<const LoweringRow> arithmetic_lowerings();
 std::span<const LoweringRow> movement_lowerings();
 

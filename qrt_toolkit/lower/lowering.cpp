@@ -116,6 +116,13 @@ std::vector<float> floats_of(const Numbers& numbers) {
   return floats;
 }
 
+bool is_finite(const Numbers& numbers) {
+  for (size_t i = 0; i < static_cast<size_t>(numbers.count()); ++i) {
+    if (!std::isfinite(numbers.real(i))) return false;
+  }
+  return true;
+}
+
 uint16_t narrow_u16(int64_t number, const char* what) {
   if (number < 0 || number > std::numeric_limits<uint16_t>::max()) {
     throw NodeFault{what, std::to_string(number) + " is beyond the 65535 that descriptions hold"};
@@ -142,10 +149,10 @@ Plan Lowering::run() {
   for (const ValueId id : graph_.inputs) {
     const std::string what = "input \"" + graph_.value(id).name + "\"";
     try {
-      if (!is_real(facts_of(id).type) && facts_of(id).type != ElementType::undefined) {
-        throw NodeFault{what,
-                        "inputs of " + std::string(name_of(facts_of(id).type)) + " can't be run",
-                        "make it a constant"};
+      const ElementType type = facts_of(id).type;
+      if (!is_real(type) && type != ElementType::undefined) {
+        plan_.notes.push_back(what + " holds " + name_of(type) +
+                              ": give the numbers as float32, which is exact up to 16777216");
       }
       const Extents sizes = sizes_of(id);
       const size_t layer = plan_.add_input(
@@ -169,6 +176,7 @@ Plan Lowering::run() {
             return input != kAbsent && !graph_.value(input).constant &&
                    !values_[static_cast<size_t>(input)].layer;
           });
+      if (judged) refuse_integers();
       if (judged) row->lower(*this);
     } catch (const NodeFault& fault) {
       refusals.push_back(refusal_of(*node_, fault));
@@ -178,6 +186,57 @@ Plan Lowering::run() {
   if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
   plan_.keep_only(outputs_);
   return std::move(plan_);
+}
+
+// Whole numbers are held as float32: what rounds or wraps them is another function then.
+void Lowering::refuse_integers() const {
+  static const std::set<std::string_view> same = {"Abs",
+                                                  "Add",
+                                                  "And",
+                                                  "Cast",
+                                                  "CastLike",
+                                                  "Concat",
+                                                  "Equal",
+                                                  "Expand",
+                                                  "Flatten",
+                                                  "Gather",
+                                                  "Greater",
+                                                  "GreaterOrEqual",
+                                                  "Less",
+                                                  "LessOrEqual",
+                                                  "Max",
+                                                  "Min",
+                                                  "Mul",
+                                                  "Neg",
+                                                  "Not",
+                                                  "Or",
+                                                  "ReduceMax",
+                                                  "ReduceMin",
+                                                  "ArgMax",
+                                                  "ArgMin",
+                                                  "GatherElements",
+                                                  "Reshape",
+                                                  "Sign",
+                                                  "Slice",
+                                                  "Split",
+                                                  "Squeeze",
+                                                  "Sub",
+                                                  "Sum",
+                                                  "Tile",
+                                                  "Transpose",
+                                                  "Unsqueeze",
+                                                  "Where",
+                                                  "Xor"};
+  if (same.count(node_->op) != 0) return;
+  for (size_t place = 0; place < node_->inputs.size(); ++place) {
+    if (!is_tensor(place)) continue;
+    const ElementType type = facts_of(node_->inputs[place]).type;
+    if (is_real(type) || type == ElementType::undefined) continue;
+    throw NodeFault{"input " + std::to_string(place),
+                    "layers compute with float32, in which " + node_->op + " of " + name_of(type) +
+                        " is another function",
+                    "make it a constant"};
+  }
 }
 
 void Lowering::lower_outputs(std::vector<Refusal>& refusals) {
@@ -204,9 +263,11 @@ Extents Lowering::sizes_of(ValueId id) const {
   const std::optional<Shape>& shape = facts_of(id).shape;
   const auto sizes = shape ? toolkit::extents_of(*shape) : std::nullopt;
   if (!sizes) {
-    throw NodeFault{"\"" + graph_.value(id).name + "\"",
-                    "its shape isn't known" + (shape ? ": " + text_of(*shape) : std::string()),
-                    "state the shapes of the network's inputs"};
+    throw NodeFault{
+        "\"" + graph_.value(id).name + "\"",
+        "its shape isn't known" + (shape ? ": " + text_of(*shape) : std::string()),
+        "state the shapes of the network's inputs, and make those constants that decide "
+        "shapes"};
   }
   Extents result = *sizes;
   if (const auto axis = batch_[static_cast<size_t>(id)]) {
@@ -436,9 +497,9 @@ void Lowering::result(size_t layer, size_t place) {
 std::span<const LoweringRow> all_lowerings() {
   static const std::vector<LoweringRow> table = [] {
     std::vector<LoweringRow> rows;
-    for (const auto group :
-         {arithmetic_lowerings, function_lowerings, movement_lowerings, product_lowerings,
-          recurrent_lowerings, reduction_lowerings, resampling_lowerings, window_lowerings}) {
+    for (const auto group : {arithmetic_lowerings, function_lowerings, movement_lowerings,
+                             product_lowerings, recurrent_lowerings, reduction_lowerings,
+                             resampling_lowerings, softmax_lowerings, window_lowerings}) {
       const auto part = group();
       rows.insert(rows.end(), part.begin(), part.end());
     }

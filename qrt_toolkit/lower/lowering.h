@@ -67,6 +67,12 @@ class Lowering {
   /// Whether anything reads an output, or it is one of the graph's.
   bool is_read(size_t place) const;
 
+  /// What the elements of an input or of an output are, as the graph has them.
+  ElementType input_type(size_t place) const { return facts_of(input_id(place)).type; }
+  ElementType output_type(size_t place = 0) const {
+    return facts_of(node_->outputs.at(place)).type;
+  }
+
   /// Says, once, that a layer has a state.
   void state_note();
 
@@ -124,8 +130,8 @@ class Lowering {
   size_t along_axis(size_t layer, size_t axis, const Numbers& matrix,
                     const Numbers* shift = nullptr, int64_t groups = 1);
 
-  /// A layer that makes a constant, for kernels that read tensors only. Exact while the network's
-  /// first input is finite.
+  /// A layer that makes a constant, for kernels that read tensors only. Without the second set it is
+  /// exact while the network's first input is finite.
   size_t constant_tensor(const Numbers& numbers, const Extents& sizes);
 
   /// A new tensor with the same numbers, for kernels that write over what they read.
@@ -159,6 +165,9 @@ class Lowering {
   /// Whether this build has the second set, whose kernels take constants and any axes as they are.
   bool has_second_set() const { return plan_.has("Binary_Fallback_Float_M1"); }
 
+  /// One number out of many along some axes, which are left with a size of one.
+  size_t reduced(runtime::AxisReduction function, size_t layer, const std::vector<size_t>& axes);
+
   /// -x and |x| of a layer's tensor.
   size_t negative(size_t layer);
   size_t absolute(size_t layer);
@@ -178,6 +187,8 @@ class Lowering {
   Extents sizes_of(ValueId id) const;
   Extents constant_sizes(ValueId id) const;
   void lower_outputs(std::vector<Refusal>& refusals);
+  void refuse_integers() const;
+  size_t infinite_tensor(const Numbers& numbers, const Extents& sizes);
   size_t with_tensors(size_t layer, const Numbers& scale, const Numbers& shift);
   ValueId input_id(size_t place) const;
 
@@ -210,6 +221,9 @@ runtime::WeightBlob blob_of(const Numbers& numbers);
 
 /// Numbers as float32. Throws NodeFault for one that is beyond its range.
 std::vector<float> floats_of(const Numbers& numbers);
+
+/// Whether no number is infinite, nor none at all.
+bool is_finite(const Numbers& numbers);
 
 /// Fields of descriptions are 16 bits wide. Throws NodeFault for a number that doesn't fit.
 uint16_t narrow_u16(int64_t number, const char* what);

@@ -5,6 +5,7 @@
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
+#include "qrt_toolkit/operators/strided.h"
 
 // Layers that move numbers.
 
@@ -112,7 +113,26 @@ void lower_split(Lowering& lowering) {
   }
 }
 
+/// Rows of a constant table by the numbers that a layer makes.
+void lower_embedding(Lowering& lowering) {
+  if (lowering.is_tensor(0)) {
+    throw NodeFault{"inputs", "either the elements or what is taken from has to be a constant"};
+  }
+  Numbers table = *lowering.required_constant(0);
+  if (axis_from_front(lowering.node().integer("axis", 0), table.shape.size()) != 0) {
+    throw NodeFault{"axis", "numbers that aren't known take along the first axis alone"};
+  }
+  auto info = std::make_shared<runtime::EmbeddingInfo>();
+  info->rows = static_cast<uint32_t>(table.shape[0]);
+  info->width = static_cast<uint32_t>(table.count() / std::max<int64_t>(1, table.shape[0]));
+  const std::vector<float> numbers = floats_of(table);
+  info->weight = runtime::MakeWeightBlob(numbers.data(), numbers.size());
+  lowering.result(
+      lowering.plan().add(std::move(info), "Embedding_Fallback_Float_M1", {lowering.input(1)}));
+}
+
 void lower_gather(Lowering& lowering) {
+  if (lowering.is_tensor(1)) return lower_embedding(lowering);
   Numbers::Integers list = lowering.required_constant(1)->integers();
   const int64_t given = lowering.node().integer("axis", 0);
   const auto batch = lowering.batch_of_input(0);
@@ -124,6 +144,33 @@ void lower_gather(Lowering& lowering) {
   const int64_t size = lowering.input_sizes(0)[axis];
   for (int64_t& index : list) index += index < 0 ? size : 0;
   lowering.result(lowering.taken(lowering.input(0), axis, list));
+}
+
+/// Each element from a place of its own: in the order of all elements, which a batch of one keeps.
+void lower_gather_elements(Lowering& lowering) {
+  const SharedNumbers given = lowering.required_constant(1);
+  const Extents sizes = lowering.input_shape(0);
+  const size_t axis = axis_from_front(lowering.node().integer("axis", 0), sizes.size());
+  const Extents strides = strides_of(sizes);
+  std::vector<int64_t> elements;
+  const auto count = static_cast<size_t>(given->count());
+  elements.reserve(count);
+  for (size_t i = 0; i < count; ++i) {
+    int64_t element = 0;
+    auto rest = static_cast<int64_t>(i);
+    for (size_t at = sizes.size(); at-- > 0;) {
+      int64_t index = rest % given->shape.at(at);
+      rest /= given->shape.at(at);
+      if (at == axis) {
+        index = given->integer(i);
+        index += index < 0 ? sizes[axis] : 0;
+      }
+      element += index * strides[at];
+    }
+    elements.push_back(element);
+  }
+  const size_t all = lowering.reshaped(lowering.input(0), {count_of(sizes).value_or(0)});
+  lowering.result(lowering.taken(all, 0, elements));
 }
 
 void lower_expand(Lowering& lowering) {
@@ -253,7 +300,8 @@ constexpr LoweringRow kRows[] = {
     {"DepthToSpace", lower_blocks<true>},
     {"Expand", lower_expand, "a constant shape"},
     {"Flatten", lower_reshape},
-    {"Gather", lower_gather, "constant elements"},
+    {"Gather", lower_gather, "constant elements, or rows of a constant from 0 on"},
+    {"GatherElements", lower_gather_elements, "constant elements"},
     {"Pad", lower_pad, "constant sizes"},
     {"Reshape", lower_reshape},
     {"Slice", lower_slice, "constant parts"},

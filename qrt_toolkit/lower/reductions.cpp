@@ -130,23 +130,19 @@ void lower_cumulative_sum(Lowering& lowering) {
 
 template <runtime::AxisReduction function>
 void lower_function(Lowering& lowering) {
-  auto info = std::make_shared<runtime::AxisReductionInfo>();
-  info->function = static_cast<uint32_t>(function);
-  const size_t rank = lowering.input_sizes(0).size();
+  std::vector<size_t> axes;
+  Extents sizes = lowering.input_sizes(0);
   for (const size_t axis : reduced_axes(lowering)) {
-    if (axis < rank) info->axes.push_back(static_cast<int32_t>(axis));
+    if (axis < sizes.size()) axes.push_back(axis);
   }
-  if (info->axes.empty()) {
+  size_t layer = lowering.input(0);
+  if (axes.empty()) {
     // Over a batch of one alone: each number is its own line, behind a new axis.
-    Extents sizes = lowering.input_sizes(0);
-    info->axes.push_back(static_cast<int32_t>(sizes.size()));
+    axes.push_back(sizes.size());
     sizes.push_back(1);
-    const size_t lines = lowering.reshaped(lowering.input(0), sizes);
-    return lowering.result(
-        lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {lines}));
+    layer = lowering.reshaped(layer, sizes);
   }
-  lowering.result(
-      lowering.plan().add(std::move(info), "AxisReduction_Fallback_Float_M1", {lowering.input(0)}));
+  lowering.result(lowering.reduced(function, layer, axes));
 }
 
 constexpr LoweringRow kRows[] = {
@@ -164,6 +160,14 @@ constexpr LoweringRow kRows[] = {
 };
 
 }  // namespace
+
+size_t Lowering::reduced(runtime::AxisReduction function, size_t layer,
+                         const std::vector<size_t>& axes) {
+  auto info = std::make_shared<runtime::AxisReductionInfo>();
+  info->function = static_cast<uint32_t>(function);
+  for (const size_t axis : axes) info->axes.push_back(static_cast<int32_t>(axis));
+  return plan_.add(std::move(info), "AxisReduction_Fallback_Float_M1", {layer});
+}
 
 std::span<const LoweringRow> reduction_lowerings() { return kRows; }
 

@@ -129,12 +129,7 @@ class BatchAxes {
     if (is_reduction(node.op) || node.op == "ArgMax" || node.op == "ArgMin") {
       return carry_reduction(node, in, out);
     }
-    if (node.op == "MatMul") {
-      if (rank(in) == rank(out)) {
-        for (size_t i = 0; i + 1 < rank(in); ++i) tie(in, i, out, i);
-      }
-      return;
-    }
+    if (node.op == "MatMul") return carry_product(node, in, out);
     if (keeps_axes(node.op)) {
       for (const ValueId output : node.outputs) {
         if (output != kAbsent) tie_same(in, output);
@@ -150,6 +145,16 @@ class BatchAxes {
     for (const ValueId input : node.inputs) {
       if (input != kAbsent) tie_from_back(input, out);
     }
+  }
+
+  /// Rows are the first operand's, columns the second one's; both have the axes in front.
+  void carry_product(const Node& node, ValueId in, ValueId out) {
+    if (rank(in) == rank(out)) {
+      for (size_t i = 0; i + 1 < rank(in); ++i) tie(in, i, out, i);
+    }
+    const ValueId other = node.inputs.at(1);
+    if (rank(other) != rank(out)) return;
+    for (size_t i = 0; i + 2 < rank(other); ++i) tie(other, i, out, i);
   }
 
   void carry_transpose(const Node& node, ValueId in, ValueId out) {
@@ -175,6 +180,7 @@ class BatchAxes {
   void carry_gather(const Node& node, ValueId in, ValueId out) {
     if (!node.has_input(1) || rank(in) == 0) return;
     const size_t axis = axis_from_front(node.integer("axis", 0), rank(in));
+    for (size_t i = 0; i < rank(node.inputs[1]); ++i) tie(node.inputs[1], i, out, axis + i);
     for (size_t i = 0; i < rank(in); ++i) {
       if (i == axis) continue;
       tie(in, i, out, i < axis ? i : i + rank(node.inputs[1]) - 1);

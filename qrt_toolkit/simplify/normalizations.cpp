@@ -50,28 +50,84 @@ std::optional<std::pair<ValueId, double>> multiple_of(const Graph& graph, ValueI
   return std::pair(quotient->tensor, 1 / quotient->number);
 }
 
-/// Whether a value is 1 + erf(x / sqrt 2).
-bool is_gate(const Graph& graph, ValueId id, ValueId x) {
-  const auto sum = made_with_number(graph, id, "Add");
-  if (!sum || sum->number != 1) return false;
-  const NodeId erf = graph.value(sum->tensor).producer;
-  if (erf == kAbsent || graph.node(erf).op != "Erf") return false;
-  const auto scaled = multiple_of(graph, graph.node(erf).inputs[0]);
-  return scaled && scaled->first == x && nearly(scaled->second, std::sqrt(0.5));
+/// The node that makes a value, if it is this operator; null for another.
+const Node* maker(const Graph& graph, ValueId id, const char* op) {
+  const NodeId producer = graph.value(id).producer;
+  const bool is_it = producer != kAbsent && graph.node(producer).op == op;
+  return is_it ? &graph.node(producer) : nullptr;
 }
 
-/// The x of which a value is x (1 + erf(x / sqrt 2)), the factors in any order.
-std::optional<ValueId> gated(const Graph& graph, const Node& node) {
+/// Whether a value is x^3, as a power or as products.
+bool is_cube(const Graph& graph, ValueId id, ValueId x) {
+  if (const auto power = made_with_number(graph, id, "Pow")) {
+    return power->first && power->number == 3 && power->tensor == x;
+  }
+  const Node* product = maker(graph, id, "Mul");
+  if (product == nullptr || product->inputs.size() != 2) return false;
+  for (const size_t place : {size_t{0}, size_t{1}}) {
+    const Node* square = maker(graph, product->inputs[place], "Mul");
+    const bool is_square = square != nullptr && square->inputs == std::vector<ValueId>{x, x};
+    if (is_square && product->inputs[1 - place] == x) return true;
+  }
+  return false;
+}
+
+/// Whether a value is x + 0.044715 x^3.
+bool is_bent(const Graph& graph, ValueId id, ValueId x) {
+  const Node* sum = maker(graph, id, "Add");
+  if (sum == nullptr || sum->inputs.size() != 2) return false;
+  for (const size_t place : {size_t{0}, size_t{1}}) {
+    const auto cubic = multiple_of(graph, sum->inputs[1 - place]);
+    if (sum->inputs[place] == x && cubic && nearly(cubic->second, 0.044715) &&
+        is_cube(graph, cubic->first, x)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+enum class Gate { none, erf, tanh };
+
+/// Whether a value is 1 + erf(x / sqrt 2), or 1 + tanh(sqrt(2 / pi) (x + 0.044715 x^3)).
+Gate gate_of(const Graph& graph, ValueId id, ValueId x) {
+  const auto sum = made_with_number(graph, id, "Add");
+  if (!sum || sum->number != 1) return Gate::none;
+  if (const Node* erf = maker(graph, sum->tensor, "Erf")) {
+    const auto scaled = multiple_of(graph, erf->inputs[0]);
+    const bool fits = scaled && scaled->first == x && nearly(scaled->second, std::sqrt(0.5));
+    return fits ? Gate::erf : Gate::none;
+  }
+  const Node* tanh = maker(graph, sum->tensor, "Tanh");
+  const auto scaled = tanh == nullptr ? std::nullopt : multiple_of(graph, tanh->inputs[0]);
+  const double slope = std::sqrt(2 / std::acos(-1.0));
+  const bool fits = scaled && nearly(scaled->second, slope) && is_bent(graph, scaled->first, x);
+  return fits ? Gate::tanh : Gate::none;
+}
+
+/// What a GELU is of, and by which function.
+struct FoundGelu {
+  ValueId x;
+  Gate gate;
+};
+
+std::optional<FoundGelu> with_gate(const Graph& graph, ValueId x, ValueId gate) {
+  const Gate kind = gate_of(graph, gate, x);
+  return kind == Gate::none ? std::nullopt : std::optional(FoundGelu{x, kind});
+}
+
+/// Whether a node is the product of some x and its gate, in any order.
+std::optional<FoundGelu> gated(const Graph& graph, const Node& node) {
   if (node.op != "Mul" || node.inputs.size() != 2) return std::nullopt;
   for (const size_t place : {size_t{0}, size_t{1}}) {
-    if (is_gate(graph, node.inputs[1 - place], node.inputs[place])) return node.inputs[place];
+    const auto found = with_gate(graph, node.inputs[place], node.inputs[1 - place]);
+    if (found) return found;
   }
   return std::nullopt;
 }
 
-/// The x of a GELU whose last product is this node: a half of the gated one, the gated one's half, or
-/// the gate with half of x.
-std::optional<ValueId> gelu_input(const Graph& graph, const Node& node) {
+/// The GELU whose last product is this node: a half of the gated one, the gated one's half, or the
+/// gate with half of x.
+std::optional<FoundGelu> gelu_of(const Graph& graph, const Node& node) {
   if (const auto half = with_number(graph, node, "Mul"); half && nearly(half->number, 0.5)) {
     const NodeId inner = graph.value(half->tensor).producer;
     return inner == kAbsent ? std::nullopt : gated(graph, graph.node(inner));
@@ -81,9 +137,13 @@ std::optional<ValueId> gelu_input(const Graph& graph, const Node& node) {
     const ValueId x = node.inputs[place];
     const ValueId other = node.inputs[1 - place];
     const auto half = multiple_of(graph, x);
-    if (half && nearly(half->second, 0.5) && is_gate(graph, other, half->first)) return half->first;
+    if (half && nearly(half->second, 0.5)) {
+      if (const auto found = with_gate(graph, half->first, other)) return found;
+    }
     const auto gate = multiple_of(graph, other);
-    if (gate && nearly(gate->second, 0.5) && is_gate(graph, gate->first, x)) return x;
+    if (gate && nearly(gate->second, 0.5)) {
+      if (const auto found = with_gate(graph, x, gate->first)) return found;
+    }
   }
   return std::nullopt;
 }
@@ -107,9 +167,11 @@ void put(Graph& graph, NodeId old, Node node) {
 }
 
 bool find_gelu(Graph& graph, NodeId id, const std::vector<Facts>&) {
-  const auto x = gelu_input(graph, graph.node(id));
-  if (!x) return false;
-  put(graph, id, node_like(graph.node(id), "Gelu", {*x}));
+  const auto found = gelu_of(graph, graph.node(id));
+  if (!found) return false;
+  Node node = node_like(graph.node(id), "Gelu", {found->x});
+  if (found->gate == Gate::tanh) node.attributes["approximate"] = std::string("tanh");
+  put(graph, id, std::move(node));
   return true;
 }
 

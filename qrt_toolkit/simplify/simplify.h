@@ -46,7 +46,8 @@ bool find_hard_swishes(Graph& graph);
 /// Clip(x + 3, 0, 6) / 6 becomes HardSigmoid.
 bool find_hard_sigmoids(Graph& graph);
 
-/// x (1 + erf(x / sqrt 2)) / 2, however written, becomes Gelu.
+/// x (1 + erf(x / sqrt 2)) / 2, however written, becomes Gelu, and so does its approximation by
+/// x (1 + tanh(sqrt(2 / pi) (x + 0.044715 x^3))) / 2.
 bool find_gelus(Graph& graph);
 
 /// (x - mean) / sqrt(variance + epsilon) over the last axis, scaled and shifted, becomes

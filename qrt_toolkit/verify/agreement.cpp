@@ -68,13 +68,58 @@ double growth_of(const std::string& kernel) {
   return 1;
 }
 
-/// Whether every output is made of all inputs, or of as many as a line or a group of them has.
-bool reads_all(const runtime::LayerInfo& layer) {
-  return dynamic_cast<const runtime::SoftmaxInfo*>(&layer) != nullptr ||
-         dynamic_cast<const runtime::AxisSoftmaxInfo*>(&layer) != nullptr ||
-         dynamic_cast<const runtime::LayerNormInfo*>(&layer) != nullptr ||
-         dynamic_cast<const runtime::GroupNormInfo*>(&layer) != nullptr ||
-         dynamic_cast<const runtime::InstanceNorm2dInfo*>(&layer) != nullptr;
+/// Of how many numbers a line or a group has that are normalized together; 0 where each is computed
+/// alone.
+double line_of(const runtime::LayerInfo& layer, const LayerRecord& input) {
+  const auto& dims = input.shape.dims;
+  const auto from_front = [&](int32_t axis) {
+    const auto place =
+        static_cast<size_t>(axis < 0 ? axis + static_cast<int32_t>(dims.size()) : axis);
+    return std::min(place, dims.size());
+  };
+  const auto product = [&](size_t first, size_t end) {
+    double numbers = 1;
+    for (size_t i = first; i < std::min(end, dims.size()); ++i) numbers *= dims[i];
+    return numbers;
+  };
+  if (const auto* softmax = dynamic_cast<const runtime::SoftmaxInfo*>(&layer)) {
+    const size_t axis = softmax->dim == 0 ? 0 : softmax->dim - size_t{1};
+    return product(axis, axis + 1);
+  }
+  if (const auto* softmax = dynamic_cast<const runtime::AxisSoftmaxInfo*>(&layer)) {
+    const size_t axis = from_front(softmax->axis);
+    return product(axis, axis + 1);
+  }
+  if (const auto* norm = dynamic_cast<const runtime::LayerNormInfo*>(&layer)) {
+    return product(from_front(norm->axis), dims.size());
+  }
+  if (const auto* norm = dynamic_cast<const runtime::GroupNormInfo*>(&layer)) {
+    return product(0, dims.size()) / std::max(1u, norm->groups);
+  }
+  if (dynamic_cast<const runtime::InstanceNorm2dInfo*>(&layer) != nullptr) {
+    return product(0, dims.size());
+  }
+  return 0;
+}
+
+/// Whether a layer moves numbers, or tells truths and whole numbers, which are never off.
+bool is_exact(const runtime::LayerInfo& layer) {
+  const auto any_of = [&]<typename... Moves>() {
+    return ((dynamic_cast<const Moves*>(&layer) != nullptr) || ...);
+  };
+  if (const auto* binary = dynamic_cast<const runtime::BinaryFunctionInfo*>(&layer)) {
+    return binary->function >= static_cast<uint32_t>(runtime::BinaryFunction::Equal);
+  }
+  if (const auto* function = dynamic_cast<const runtime::ElementFunctionInfo*>(&layer)) {
+    using F = runtime::ElementFunction;
+    const auto which = static_cast<F>(function->function);
+    return which == F::Not || which == F::IsNaN || which == F::Sign || which == F::Floor ||
+           which == F::Ceil || which == F::Round || which == F::Abs || which == F::Neg;
+  }
+  using namespace runtime;
+  return any_of.
+  operator()<ConcatenateInfo, TensorReshapeInfo, TensorTransposeInfo, TensorSliceInfo, GatherInfo,
+             EmbeddingInfo, BroadcastToInfo, PadInfo, StridedSliceInfo, ReshapeToInfo>();
 }
 
 /// Of a product of two tensors the sums have as many terms as a row of the first one, and none is
@@ -107,7 +152,7 @@ std::vector<double> agreements_of(const runtime::QRModelInfo& network,
       input_largest = std::max(input_largest, largest[source]);
       input_count += count_of(records[source]);
     }
-    if (layer.input_ids.empty()) {
+    if (layer.input_ids.empty() || is_exact(layer)) {
       agreements.push_back(0);
       continue;
     }
@@ -118,7 +163,7 @@ std::vector<double> agreements_of(const runtime::QRModelInfo& network,
                                                         largest[index.at(layer.input_ids.back())]);
     const double count = std::max(1.0, count_of(records[i]));
     const double terms =
-        sums.terms + kFewUnits + (reads_all(layer) ? input_count : input_count / count);
+        sums.terms + kFewUnits + std::max(line_of(layer, records[first]), input_count / count);
     const std::string& kernel = config.layer_cfgs.at(id)->kernel->kernel_type;
     agreements.push_back(growth_of(kernel) * terms * kEps *
                          std::max(largest[i], sums.gain * input_largest));

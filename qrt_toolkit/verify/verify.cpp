@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <random>
@@ -39,10 +40,30 @@ Numbers given_numbers(const std::string& name, const GivenTensor& given, const E
   return numbers;
 }
 
-Numbers random_numbers(const Extents& shape, std::mt19937& generator) {
+/// As many rows as the smallest table has that an input of whole numbers is used for; two for one
+/// that is a mask.
+int64_t rows_for(const Graph& graph, ValueId input) {
+  std::optional<int64_t> rows;
+  for (const NodeId id : graph.value(input).readers) {
+    const Node& node = graph.node(id);
+    const auto& table = graph.value(node.inputs[0]).constant;
+    if (node.op != "Gather" || !table || table->shape.empty()) continue;
+    rows = std::min(rows.value_or(table->shape[0]), table->shape[0]);
+  }
+  return std::max<int64_t>(1, rows.value_or(2));
+}
+
+Numbers random_numbers(const Graph& graph, ValueId input, const Extents& shape,
+                       std::mt19937& generator) {
   Numbers numbers(ElementType::float32, shape);
-  std::uniform_real_distribution<double> between(-1, 1);
-  for (double& number : numbers.reals()) number = between(generator);
+  const ElementType type = graph.value(input).type;
+  if (type == ElementType::undefined || is_real(type)) {
+    std::uniform_real_distribution<double> between(-1, 1);
+    for (double& number : numbers.reals()) number = between(generator);
+  } else {
+    std::uniform_int_distribution<int64_t> among(0, rows_for(graph, input) - 1);
+    for (double& number : numbers.reals()) number = static_cast<double>(among(generator));
+  }
   return numbers;
 }
 
@@ -78,11 +99,11 @@ class Inputs {
       const Value& value = graph.value(graph.inputs[i]);
       const auto shape = value.shape ? extents_of(*value.shape) : std::nullopt;
       if (!shape) throw UnsupportedError({about_input(value.name, "its shape isn't known")});
-      inputs.push_back(as_input(numbers_for(value.name, *shape, given)));
+      inputs.push_back(as_input(numbers_for(graph.inputs[i], *shape, given), value.type));
       inputs.back().is_state = is_state(value.name);
-      const Numbers::Reals& numbers = inputs.back().numbers->reals();
+      const std::vector<float>& numbers = inputs.back().floats;
       if (inputs.back().is_state &&
-          std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
+          std::any_of(numbers.begin(), numbers.end(), [](float x) { return x != 0; })) {
         throw UnsupportedError({about_input(
             value.name, "it is a state that the network keeps, and begins with zeros")});
       }
@@ -105,8 +126,9 @@ class Inputs {
   }
 
   /// Takes an entry out of `given` where there is one.
-  Numbers numbers_for(const std::string& name, const Extents& shape,
+  Numbers numbers_for(ValueId input, const Extents& shape,
                       std::map<std::string, GivenTensor>& given) {
+    const std::string& name = stages_.given.value(input).name;
     const auto found = given.find(name);
     if (found != given.end()) {
       Numbers numbers = given_numbers(name, found->second, shape);
@@ -115,7 +137,7 @@ class Inputs {
     }
     if (!options_.test_data.empty()) return from_folder(name, shape);
     return is_state(name) ? Numbers(ElementType::float32, shape)
-                          : random_numbers(shape, generator_);
+                          : random_numbers(stages_.given, input, shape, generator_);
   }
 
   /// Files are numbered as the file's inputs are, those among them that were made constants.
@@ -126,11 +148,17 @@ class Inputs {
     return given_numbers(name, read_test_tensor(file), shape);
   }
 
-  static RunInput as_input(Numbers numbers) {
+  static RunInput as_input(Numbers numbers, ElementType type) {
     RunInput input;
     for (double& number : numbers.reals()) {
       input.floats.push_back(static_cast<float>(number));
       number = input.floats.back();
+    }
+    if (type != ElementType::undefined && !is_real(type)) {
+      Numbers whole(type, numbers.shape);
+      std::transform(input.floats.begin(), input.floats.end(), whole.integers().begin(),
+                     [](float number) { return static_cast<int64_t>(number); });
+      numbers = std::move(whole);
     }
     input.numbers = std::make_shared<const Numbers>(std::move(numbers));
     return input;

@@ -313,5 +313,110 @@ TEST(Simplify, RunsToAFixedPointAndDropsWhatNothingReads) {
   expect_same(model.graph, graph, {random_numbers({1, 1, 3, 3})});
 }
 
+/// The graph of one tensor after a rule, which has to compute the same as before.
+Graph changed_by(bool (*rule)(Graph&), const std::string& text, const Extents& shape) {
+  const OnnxModel model = model_of(text);
+  Graph graph = model.graph;
+  EXPECT_TRUE(rule(graph)) << text;
+  drop_unused(graph);
+  expect_same(model.graph, graph, {random_numbers(shape)});
+  return graph;
+}
+
+/// Whether a rule leaves a graph as it is.
+bool is_left_by(bool (*rule)(Graph&), const std::string& text) {
+  Graph graph = model_of(text).graph;
+  return !rule(graph);
+}
+
+TEST(FindGelus, TheErrorFunctionInEveryOrder) {
+  const std::string before = R"(g (float[2,5] x) => (float[2,5] y)
+      <float root = {1.4142135}, float one = {1}, float half = {0.5}> {
+    d = Div(x, root)
+    e = Erf(d)
+    s = Add(e, one)
+  )";
+  for (const char* end : {"p = Mul(x, s) y = Mul(p, half)", "h = Mul(half, x) y = Mul(h, s)",
+                          "h = Mul(s, half) y = Mul(h, x)", "h = Mul(x, half) y = Mul(s, h)"}) {
+    const Graph graph = changed_by(find_gelus, before + end + "}", {2, 5});
+    ASSERT_THAT(operators_of(graph), ElementsAre("Gelu")) << end;
+    EXPECT_EQ(graph.node(graph.order()[0]).text("approximate", "none"), "none");
+  }
+  // Of another tensor, or with another factor, it is another function.
+  EXPECT_TRUE(is_left_by(find_gelus, R"(g (float[2,5] x, float[2,5] z) => (float[2,5] y)
+      <float root = {1.4142135}, float one = {1}, float half = {0.5}> {
+    d = Div(x, root)
+    e = Erf(d)
+    s = Add(e, one)
+    p = Mul(z, s)
+    y = Mul(p, half)
+  })"));
+  EXPECT_TRUE(is_left_by(find_gelus, R"(g (float[2,5] x) => (float[2,5] y)
+      <float root = {1.5}, float one = {1}, float half = {0.5}> {
+    d = Div(x, root)
+    e = Erf(d)
+    s = Add(e, one)
+    p = Mul(x, s)
+    y = Mul(p, half)
+  })"));
+}
+
+TEST(FindGelus, TheHyperbolicTangentWithPowerAndProducts) {
+  for (const char* cube : {"c = Pow(x, three)", "q = Mul(x, x) c = Mul(x, q)"}) {
+    const std::string text = std::string(R"(g (float[2,5] x) => (float[2,5] y)
+        <float three = {3}, float bend = {0.044715}, float slope = {0.7978846}, float one = {1},
+         float half = {0.5}> {
+      h = Mul(x, half) )") + cube +
+                             R"(
+      b = Mul(c, bend)
+      i = Add(x, b)
+      l = Mul(slope, i)
+      t = Tanh(l)
+      s = Add(t, one)
+      y = Mul(h, s)
+    })";
+    const Graph graph = changed_by(find_gelus, text, {2, 5});
+    ASSERT_THAT(operators_of(graph), ElementsAre("Gelu")) << cube;
+    EXPECT_EQ(graph.node(graph.order()[0]).text("approximate", "none"), "tanh");
+  }
+}
+
+std::string layer_normalization_text(const std::string& axes, const std::string& square,
+                                     const std::string& scale) {
+  return "g (float[2,3,4] x) => (float[2,3,4] y) <float two = {2}, float eps = {0.001}, float" +
+         scale + R"(, float[4] shift = {0, 1, -1, 2}> {
+    m = ReduceMean<axes=)" +
+         axes + R"(>(x)
+    d = Sub(x, m)
+    q = )" +
+         square + R"(
+    v = ReduceMean<axes=)" +
+         axes + R"(>(q)
+    e = Add(v, eps)
+    r = Sqrt(e)
+    n = Div(d, r)
+    p = Mul(n, w)
+    y = Add(p, shift)
+  })";
+}
+
+TEST(FindLayerNormalizations, TheDecomposedOneOverTheLastAxis) {
+  const std::string scale = "[4] w = {1, 2, 3, -1}";
+  for (const char* axes : {"[-1]", "[2]"}) {
+    for (const char* square : {"Pow(d, two)", "Mul(d, d)"}) {
+      const Graph graph = changed_by(find_layer_normalizations,
+                                     layer_normalization_text(axes, square, scale), {2, 3, 4});
+      ASSERT_THAT(operators_of(graph), ElementsAre("LayerNormalization"));
+      EXPECT_NEAR(graph.node(graph.order()[0]).real("epsilon", 0), 0.001, 1e-9);
+    }
+  }
+  EXPECT_TRUE(
+      is_left_by(find_layer_normalizations, layer_normalization_text("[1]", "Mul(d, d)", scale)));
+  EXPECT_TRUE(
+      is_left_by(find_layer_normalizations, layer_normalization_text("[-1]", "Mul(d, x)", scale)));
+  EXPECT_TRUE(is_left_by(find_layer_normalizations,
+                         layer_normalization_text("[-1]", "Mul(d, d)", "[3,1] w = {1, 2, 3}")));
+}
+
 }  // namespace
 }  // namespace marlo::toolkit::test

@@ -40,8 +40,8 @@ std::string network() {
   return text.replace(text.find("w,"), 1, weights + "}");
 }
 
-ImportStages stages_of(const TemporaryFolder& folder, const std::string& graph) {
-  write_model(folder.file("net.onnx"), graph);
+ImportStages stages_of(const TemporaryFolder& folder, const std::string& graph, int opset = 13) {
+  write_model(folder.file("net.onnx"), graph, opset);
   ImportOptions options;
   options.kernels = KernelSet::portable;
   return import_stages(folder.file("net.onnx"), options);
@@ -86,6 +86,22 @@ TEST(VerifyImport, WhateverKernelsAreChosen) {
   EXPECT_EQ(result.imported.report.kernels, processor_kernels());
   EXPECT_GE(result.verification.layers.size(), 5u);
   EXPECT_EQ(result.verification.first_beyond(), nullptr);
+}
+
+TEST(VerifyImport, WholeNumbersAreRowsOfTheirTable) {
+  const TemporaryFolder folder;
+  ImportStages stages = stages_of(folder, R"(g (int64[1,9] i) => (float[1,9,2] y)
+      <float[3,2] t = {1, 2, 0.5, 3, -4, 5}, float[2] w = {1, 2}, float[2] b = {0, 1},
+       int64[2] s = {1, 9}> {
+    r = Reshape(i, s)
+    e = Gather(t, r)
+    y = LayerNormalization(e, w, b)
+  })",
+                                  17);
+  const Verification verification = verify_stages(stages, {});
+  EXPECT_EQ(verification.first_beyond(), nullptr);
+  EXPECT_EQ(verification.layers.back().layer, "y");
+  EXPECT_LT(verification.layers.back().bound, 1e-3 * verification.layers.back().largest_value);
 }
 
 TEST(VerifyImport, TheModelKeepsItsWeights) {

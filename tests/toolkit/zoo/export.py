@@ -63,6 +63,68 @@ class TextReader(nn.Module):
         return self.head(self.recurrent(x)[0])
 
 
+class Attention(nn.Module):
+    """Attention over all tokens of a sequence, with scores that a mask takes away."""
+
+    def __init__(self, width, heads):
+        super().__init__()
+        self.heads = heads
+        self.queries, self.keys, self.values, self.out = (nn.Linear(width, width) for _ in range(4))
+
+    def split(self, x):
+        return x.reshape(x.shape[0], x.shape[1], self.heads, -1).transpose(1, 2)
+
+    def forward(self, x, mask):
+        queries, keys, values = (self.split(f(x)) for f in (self.queries, self.keys, self.values))
+        scores = queries @ keys.transpose(2, 3) / (queries.shape[-1] ** 0.5) + mask
+        mixed = scores.softmax(-1) @ values
+        return self.out(mixed.transpose(1, 2).reshape(x.shape))
+
+
+class Encoder(nn.Module):
+    """Attention and two dense layers; the normalization follows each, or precedes it."""
+
+    def __init__(self, width, heads, gelu, first):
+        super().__init__()
+        self.attention = Attention(width, heads)
+        self.dense = nn.Sequential(nn.Linear(width, 4 * width), nn.GELU(approximate=gelu), nn.Linear(4 * width, width))
+        self.norms = nn.ModuleList(nn.LayerNorm(width) for _ in range(2))
+        self.first = first
+
+    def forward(self, x, mask):
+        if self.first:
+            x = x + self.attention(self.norms[0](x), mask)
+            return x + self.dense(self.norms[1](x))
+        x = self.norms[0](x + self.attention(x, mask))
+        return self.norms[1](x + self.dense(x))
+
+
+class Language(nn.Module):
+    """Numbers of words in, as BERT (every word sees all, but for padding) or GPT (only those before it) reads them."""
+
+    def __init__(self, causal, words=120, width=48, heads=4, layers=2, longest=32):
+        super().__init__()
+        self.words = nn.Embedding(words, width)
+        self.places = nn.Embedding(longest, width)
+        self.norm = nn.LayerNorm(width)
+        gelu = "tanh" if causal else "none"
+        self.layers = nn.ModuleList(Encoder(width, heads, gelu, causal) for _ in range(layers))
+        self.head = nn.Linear(width, words if causal else 3)
+        self.causal = causal
+        self.register_buffer("later", torch.full((longest, longest), float("-inf")).triu(1))
+
+    def forward(self, ids):
+        x = self.words(ids) + self.places(torch.arange(ids.shape[1]))
+        if self.causal:
+            mask = self.later[: ids.shape[1], : ids.shape[1]]
+        else:
+            x = self.norm(x)
+            mask = (1 - (ids != 0)[:, None, None, :].float()) * -10000.0
+        for layer in self.layers:
+            x = layer(x, mask)
+        return self.head(self.norm(x)) if self.causal else torch.tanh(self.head(x[:, 0]))
+
+
 def torchvision_network(name, **options):
     return lambda: getattr(torchvision.models, name)(weights=None, **options)
 
@@ -75,6 +137,15 @@ def segmentation(name):
     return make
 
 
+def vision_transformer():
+    network = torchvision.models.VisionTransformer(
+        image_size=64, patch_size=16, num_layers=3, num_heads=4, hidden_dim=96, mlp_dim=160, num_classes=50
+    )
+    # Zeros otherwise, which hide what the layers before have done.
+    nn.init.normal_(network.heads.head.weight, std=0.1)
+    return network
+
+
 def recurrent(kind, **options):
     return lambda: Sequence(getattr(nn, kind)(24, 32, **options))
 
@@ -82,6 +153,7 @@ def recurrent(kind, **options):
 PICTURE = (1, 3, 224, 224)
 SMALL = (1, 3, 128, 128)
 LINES = (20, 1, 24)
+WORDS = (1, 23)
 
 # Name, what makes it, shape of its input.
 NETWORKS = {
@@ -112,6 +184,10 @@ NETWORKS = {
     "rnn": (recurrent("RNN"), LINES),
     "rnn_relu_bidirectional_2": (recurrent("RNN", num_layers=2, bidirectional=True, nonlinearity="relu"), LINES),
     "text_reader": (TextReader, (1, 1, 32, 100)),
+    "vit_tiny": (vision_transformer, (1, 3, 64, 64)),
+    "convnext_tiny": (torchvision_network("convnext_tiny"), SMALL),
+    "bert_tiny": (lambda: Language(causal=False), WORDS),
+    "gpt_tiny": (lambda: Language(causal=True), WORDS),
 }
 
 
@@ -144,7 +220,9 @@ def export(folder, name):
     network = make()
     calibrate(network, shape)
     network.eval()
-    x = torch.randn(shape)
+    x = torch.randint(0, 120, shape) if shape == WORDS else torch.randn(shape)
+    if shape == WORDS:
+        x[:, -4:] = 0
     with torch.no_grad():
         outputs = network(x)
     if isinstance(outputs, torch.Tensor):
