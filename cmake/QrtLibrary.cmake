@@ -100,6 +100,7 @@ file(GLOB registration_sources CONFIGURE_DEPENDS
 set_source_files_properties(${registration_sources} PROPERTIES COMPILE_OPTIONS "-ffunction-sections;-fdata-sections")
 
 qrt_add_objects(base base_sources)
+qrt_compile_together(qrt_objects_base)
 qrt_precompile_standard_library(qrt_objects_base)
 if(QRT_WITH_SSE)
   qrt_add_objects(sse sse_sources)

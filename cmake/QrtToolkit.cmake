@@ -40,6 +40,7 @@ set_target_properties(qrt_objects_toolkit PROPERTIES
 if(QRT_SANITIZE)
   qrt_compile_quickly(qrt_objects_toolkit)
 endif()
+qrt_compile_together(qrt_objects_toolkit)
 qrt_precompile_standard_library(qrt_objects_toolkit)
 if(QRT_BUILD_FUZZ)
   target_compile_options(qrt_objects_toolkit PRIVATE -fsanitize=fuzzer-no-link)

@@ -17,53 +17,15 @@ import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
 
-MOST_SOURCES = 16
-MOST_LINES = 2500
-# Of our own files, sources among them: to clang-tidy a source that another includes is a header.
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "cmake"))
+from source_batches import batches_of  # noqa: E402
+
 OURS = r"/(qrt_core|qrt_toolkit|tools)/.*\.(h|cpp)$"
 
 
 def flags_of(entry):
     """The command of a source without the names of the source and of its object."""
     return re.sub(r" -o \S+ -c \S+$", "", entry["command"])
-
-
-def names_in(text):
-    """The names that a source keeps to itself, and the functions that it calls. Declarations of a namespace begin at the
-    beginning of a line, where clang-format puts them. Too many names are harmless."""
-    own = set()
-    for block in re.findall(r"^namespace \{$.*?^\}  // namespace$", text, re.MULTILINE | re.DOTALL):
-        for line in block.split("\n"):
-            if not re.match(r"[A-Za-z_\[]", line) or re.match(r"(namespace|template|extern)\b", line):
-                continue
-            found = (re.match(r"(?:struct|class|enum class|enum|union|using) (\w+)\b(?!::)", line)
-                     or re.search(r"(?<![\w:~.])(\w+)\(", line)
-                     or re.search(r"(?<![\w:])(\w+)(?:\[.*\])?(?: =|\{|;)", line))
-            if found:
-                own.add(found[1])
-    return own, set(re.findall(r"(?<![\w:.>~])(\w+)\(", text)) | own
-
-
-def batches_of(sources):
-    """Lists of sources that can be looked at together: none uses a name that another keeps to itself."""
-    batches = []
-    for path, entry in sorted(sources.items()):
-        with open(path, encoding="ascii") as file:
-            text = file.read()
-        own, used = names_in(text)
-        lines, flags = text.count("\n"), flags_of(entry)
-        for batch in batches:
-            if (batch["flags"] == flags and len(batch["paths"]) < MOST_SOURCES
-                    and batch["lines"] + lines <= MOST_LINES and not batch["own"] & used and not batch["used"] & own):
-                break
-        else:
-            batch = {"flags": flags, "folder": entry["directory"], "paths": [], "own": set(), "used": set(), "lines": 0}
-            batches.append(batch)
-        batch["paths"].append(path)
-        batch["own"] |= own
-        batch["used"] |= used
-        batch["lines"] += lines
-    return sorted(batches, key=lambda batch: -batch["lines"])
 
 
 def unused_usings(path):
@@ -108,14 +70,16 @@ def main():
             file.writelines(f'#include "{path}"\n' for path in batch["paths"])
         with open(os.path.join(folder, "compile_commands.json"), "w", encoding="utf-8") as file:
             # A name of one source may hide that of another.
-            json.dump([{"directory": batch["folder"], "file": file_name,
-                        "command": f"{batch['flags']} -Wno-shadow -c {file_name}"}], file)
+            flags, directory = kinds[batch["paths"][0]]
+            json.dump([{"directory": directory, "file": file_name,
+                        "command": f"{flags} -Wno-shadow -c {file_name}"}], file)
         return batch, *look_at(root, folder, file_name)
 
     together = os.path.join(build, "lint")
     shutil.rmtree(together, ignore_errors=True)
     os.makedirs(together)
-    waiting, found, runs = batches_of(sources), [], 0
+    kinds = {path: (flags_of(entry), entry["directory"]) for path, entry in sources.items()}
+    waiting, found, runs = batches_of(kinds), [], 0
     with ThreadPoolExecutor(jobs) as pool:
         while waiting:
             runs += len(waiting)

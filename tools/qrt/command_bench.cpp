@@ -49,12 +49,12 @@ BenchSubject make_subject(Library& library, const std::string& path,
     if (!problem.empty()) {
       const bool own = are_model_shapes(network.report, subject.inputs);
       throw ToolError(own ? kModelError : kInputError, shown(path) + ": network " +
-                                                           quoted(subject.network) +
+                                                           in_quotes(subject.network) +
                                                            " can't run on these sizes: " + problem);
     }
   }
   if (network.package->output_ids.empty()) {
-    throw ToolError(kModelError, shown(path) + ": network " + quoted(subject.network) +
+    throw ToolError(kModelError, shown(path) + ": network " + in_quotes(subject.network) +
                                      ": expected outputs, found none");
   }
   const std::string file = rereadable(path, kModelError);

@@ -186,7 +186,11 @@ void report(const Verdict& verdict, const CheckOptions& options) {
   }
   for (const std::string& fault : faults) {
     errors.push_back(file);
-    errors.back().append("network ").append(quoted(verdict.report.id)).append(", ").append(fault);
+    errors.back()
+        .append("network ")
+        .append(in_quotes(verdict.report.id))
+        .append(", ")
+        .append(fault);
   }
   if (!verdict.refusal.empty()) errors.push_back(verdict.refusal);
   if (errors.empty()) return;
@@ -204,7 +208,7 @@ Verdict refused(const ToolError& refusal, const std::string& path, const std::st
   const bool is_found =
       std::any_of(verdict.findings.begin(), verdict.findings.end(), [&](const Finding& finding) {
         return is_error(finding) && finding.layer &&
-               text.find("layer " + std::to_string(*finding.layer) + " " + quoted(finding.id)) !=
+               text.find("layer " + std::to_string(*finding.layer) + " " + in_quotes(finding.id)) !=
                    std::string::npos;
       });
   if (!is_found) verdict.refusal = text;

@@ -13,7 +13,7 @@ namespace {
 Picture read_yuv(const ImageSteps& steps, const std::string& option, std::string bytes) {
   const size_t colon = option.find(':');
   if (colon == std::string::npos) {
-    throw ToolError(kUsageError, "--yuv " + quoted(option) +
+    throw ToolError(kUsageError, "--yuv " + in_quotes(option) +
                                      ": expected FORMAT:WIDTHxHEIGHT, such as nv12:640x480");
   }
   const PictureSize size = parse_picture_size("--yuv", option.substr(colon + 1));

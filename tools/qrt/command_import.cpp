@@ -141,10 +141,10 @@ std::string as_text(const ImportedModel& imported, const ImportCommandOptions& o
   text += "from      " + printable(options.input) + ", opset " + std::to_string(report.opset) +
           (report.producer.empty() ? "" : ", " + printable(report.producer)) + '\n';
   for (const ImportedTensor& input : report.inputs) {
-    text += "input     " + quoted(input.name) + " " + shape_of(input) + '\n';
+    text += "input     " + in_quotes(input.name) + " " + shape_of(input) + '\n';
   }
   for (const ImportedTensor& output : report.outputs) {
-    text += "output    " + quoted(output.name) + " " + shape_of(output) + '\n';
+    text += "output    " + in_quotes(output.name) + " " + shape_of(output) + '\n';
   }
   if (report.multiply_adds != 0)
     text += "a pass    " + counted(report.multiply_adds, "multiply-add") + '\n';

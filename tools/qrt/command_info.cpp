@@ -36,7 +36,7 @@ class Inspector {
     found.report = inspect_network(id, info, config, library_.kernels, library_.context);
     if (config != nullptr) found.tuned = marlo::toolkit::tuned_for(config->summary);
     if (!has_configs) return found;
-    const std::string prefix = shown(options_.model) + ": network " + quoted(id) + ", ";
+    const std::string prefix = shown(options_.model) + ": network " + in_quotes(id) + ", ";
     for (const std::string& warning : found.report.warnings) say(prefix + warning, Level::warning);
     const std::string problem = found.report.problem();
     if (!problem.empty()) problems_.push_back(prefix + problem);

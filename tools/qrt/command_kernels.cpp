@@ -105,8 +105,8 @@ const LayerReport& layer_named(const NetworkReport& report, const std::string& n
   for (const LayerReport& layer : report.layers) {
     if (std::to_string(layer.index) == name) return layer;
   }
-  throw ToolError(kUsageError, "network " + quoted(report.id) + " has no layer " + quoted(name) +
-                                   did_you_mean(name, ids));
+  throw ToolError(kUsageError, "network " + in_quotes(report.id) + " has no layer " +
+                                   in_quotes(name) + did_you_mean(name, ids));
 }
 
 // What the kernel of a layer gets: after input converters, as far as shapes are known.
@@ -214,7 +214,8 @@ void run_kernels(const KernelsOptions& options) {
   std::sort(names.begin(), names.end());
   if (names.empty() && !options.json) {
     const std::string words = joined(options.filters, " ");
-    throw ToolError(kRunError, "no kernel matches " + quoted(words) + " (`qrt kernels` lists all)" +
+    throw ToolError(kRunError, "no kernel matches " + in_quotes(words) +
+                                   " (`qrt kernels` lists all)" +
                                    did_you_mean(words, library.kernels.Keys()));
   }
   // The whole name of a kernel asks for that one, although others may hold it.

@@ -98,7 +98,7 @@ void run_network(const RunOptions& options) {
   }
   for (const OutputData& output : result.outputs) {
     const std::string text = strange_numbers(output.values());
-    if (!text.empty()) say("output " + quoted(output.id) + ": " + text, Level::warning);
+    if (!text.empty()) say("output " + in_quotes(output.id) + ": " + text, Level::warning);
   }
   std::vector<Score> scores;
   if (options.top != 0) scores = best_scores(result, options);

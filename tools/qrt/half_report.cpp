@@ -42,8 +42,12 @@ void add_network(QRModelInfo& network, const std::string& prefix, const Measure&
       if (loss.infinite == 0 && loss.zero == 0) continue;
       const std::string place = weight.listed ? "[" + std::to_string(weight.index) + "]" : "";
       std::string& lost = report.lost.emplace_back(prefix);
-      lost.append("layer ").append(std::to_string(i)).append(" ").append(quoted(id)).append(" (");
-      lost.append(kind_of(layer)).append("), ").append(quoted(weight.key)).append(place);
+      lost.append("layer ")
+          .append(std::to_string(i))
+          .append(" ")
+          .append(in_quotes(id))
+          .append(" (");
+      lost.append(kind_of(layer)).append("), ").append(in_quotes(weight.key)).append(place);
       lost.append(": ").append(lost_text(loss));
       if (loss.infinite != 0) report.infinite.push_back(lost);
     }
@@ -52,7 +56,7 @@ void add_network(QRModelInfo& network, const std::string& prefix, const Measure&
 
 void add_networks(QRModelInfoArr& networks, const Measure& measure, HalfReport& report) {
   for (const std::string& id : networks.squential_ids) {
-    add_network(*networks.infos.at(id), "network " + quoted(id) + ", ", measure, report);
+    add_network(*networks.infos.at(id), "network " + in_quotes(id) + ", ", measure, report);
   }
 }
 

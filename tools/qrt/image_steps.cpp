@@ -85,7 +85,7 @@ PictureSize parse_picture_size(const std::string& what, const std::string& text)
   PictureSize size;
   std::string_view rest = text;
   if (!take_size(rest, size) || !rest.empty()) {
-    refuse(what + " " + quoted(text) +
+    refuse(what + " " + in_quotes(text) +
            ": expected WIDTHxHEIGHT, such as 320x240, with sides up to " +
            std::to_string(kLargestSide) + " and at most " + std::to_string(kMostPicturePixels) +
            " pixels");
@@ -102,18 +102,19 @@ std::vector<float> parse_numbers(const std::string& what, const std::string& tex
     float number = 0.0f;
     const auto [after, error] = std::from_chars(next, end, number);
     if (error != std::errc() || !std::isfinite(number)) {
-      refuse(what + " " + quoted(text) + ": expected numbers between commas");
+      refuse(what + " " + in_quotes(text) + ": expected numbers between commas");
     }
     numbers.push_back(number);
     if (after == end) break;
-    if (*after != ',') refuse(what + " " + quoted(text) + ": expected numbers between commas");
+    if (*after != ',') refuse(what + " " + in_quotes(text) + ": expected numbers between commas");
     next = after + 1;
   }
   if (std::find(counts.begin(), counts.end(), numbers.size()) == counts.end()) {
     std::string expected;
     for (size_t i = 0; i + 1 < counts.size(); ++i) expected += std::to_string(counts[i]) + " or ";
-    refuse(what + " " + quoted(text) + ": expected " + expected + counted(counts.back(), "number") +
-           " between commas; found " + std::to_string(numbers.size()));
+    refuse(what + " " + in_quotes(text) + ": expected " + expected +
+           counted(counts.back(), "number") + " between commas; found " +
+           std::to_string(numbers.size()));
   }
   return numbers;
 }
@@ -179,7 +180,7 @@ Picture ImageSteps::cropped(const Picture& picture, const std::string& text) con
     understood = understood && take_offset(rest, left) && take_offset(rest, top) && rest.empty();
   }
   if (!understood) {
-    refuse("--crop " + quoted(text) +
+    refuse("--crop " + in_quotes(text) +
            ": expected WIDTHxHEIGHT+LEFT+TOP, such as 200x100+10-5, or " +
            "WIDTHxHEIGHT for the middle of the picture");
   }
@@ -216,7 +217,7 @@ Picture ImageSteps::rotated(const Picture& picture, const std::string& degrees) 
   } else if (degrees == "270") {
     functional::F_Rotate_Clockwise270_HWC_Fallback(tensor_of(picture), output);
   } else {
-    refuse("--rotate " + quoted(degrees) + ": expected 90, 180 or 270");
+    refuse("--rotate " + in_quotes(degrees) + ": expected 90, 180 or 270");
   }
   return result;
 }
@@ -229,7 +230,7 @@ Picture ImageSteps::flipped(const Picture& picture, const std::string& direction
   } else if (direction == "vertical") {
     functional::F_VFlip_HWC_Fallback(tensor_of(picture), output);
   } else {
-    refuse("--flip " + quoted(direction) + ": expected horizontal or vertical");
+    refuse("--flip " + in_quotes(direction) + ": expected horizontal or vertical");
   }
   return result;
 }
@@ -316,7 +317,7 @@ Picture ImageSteps::from_yuv(const std::string& format, const PictureSize& size,
                              std::string bytes) const {
   const int code = format == "nv12" ? kNv12 : format == "nv21" ? kNv21 : kIyuv;
   if (code == kIyuv && format != "iyuv") {
-    refuse("--yuv " + quoted(format) + ": expected nv12, nv21 or iyuv");
+    refuse("--yuv " + in_quotes(format) + ": expected nv12, nv21 or iyuv");
   }
   if (size.height % 2 != 0 || size.width % 2 != 0) {
     refuse("--yuv: a picture of " + sizes_text({size.width, size.height}) +

@@ -15,7 +15,7 @@ namespace {
 
 std::string input_names(const NetworkReport& report) {
   std::vector<std::string> names;
-  for (const uint32_t input : report.inputs()) names.push_back(quoted(report.layers[input].id));
+  for (const uint32_t input : report.inputs()) names.push_back(in_quotes(report.layers[input].id));
   return joined(names, ", ");
 }
 
@@ -27,7 +27,7 @@ std::vector<GivenInput> assign_inputs(const NetworkReport& report,
   const std::vector<uint32_t> inputs = report.inputs();
   if (options.size() != inputs.size()) {
     throw ToolError(kUsageError, "expected " + counted(inputs.size(), what) +
-                                     " (--input) for network " + quoted(report.id) +
+                                     " (--input) for network " + in_quotes(report.id) +
                                      ", which reads " +
                                      (inputs.empty() ? "nothing" : input_names(report)) +
                                      "; found " + std::to_string(options.size()));
@@ -42,7 +42,7 @@ std::vector<GivenInput> assign_inputs(const NetworkReport& report,
     if (chosen == inputs.size()) {
       unnamed.push_back(option);
     } else if (values[chosen]) {
-      throw ToolError(kUsageError, "--input names " + quoted(report.layers[inputs[chosen]].id) +
+      throw ToolError(kUsageError, "--input names " + in_quotes(report.layers[inputs[chosen]].id) +
                                        " twice; the inputs are " + input_names(report));
     } else {
       values[chosen] = option.substr(report.layers[inputs[chosen]].id.size() + 1);
@@ -188,7 +188,8 @@ void check_picture_options(const PictureOptions& options) {
   for (const char* const known : {"", "rgb", "bgr", "gray"}) {
     if (options.color == known) return;
   }
-  throw ToolError(kUsageError, "--color " + quoted(options.color) + ": expected rgb, bgr or gray");
+  throw ToolError(kUsageError,
+                  "--color " + in_quotes(options.color) + ": expected rgb, bgr or gray");
 }
 
 std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std::string>& options,
@@ -212,7 +213,7 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
   const std::string problem = infer_shapes(report, shapes, context);
   if (problem.empty()) return inputs;
   if (are_model_shapes(report, shapes)) {
-    throw ToolError(kModelError, "network " + quoted(report.id) +
+    throw ToolError(kModelError, "network " + in_quotes(report.id) +
                                      " can't run on the sizes that it asks for: " + problem);
   }
   throw ToolError(kInputError,

@@ -81,7 +81,7 @@ void KernelRules::parse_line(const std::string& text, size_t line) {
   if (text.empty()) return;
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    refuse(line, "expected TYPE = KERNEL, found " + quoted(text));
+    refuse(line, "expected TYPE = KERNEL, found " + in_quotes(text));
   }
   const std::string key = canonical_key(trimmed(text.substr(0, equals)));
   const std::string value = trimmed(text.substr(equals + 1));
@@ -89,16 +89,16 @@ void KernelRules::parse_line(const std::string& text, size_t line) {
     if (has_set_) refuse(line, "a second default");
     has_set_ = true;
     if (!kernel_set_for(value, set_)) {
-      refuse(line, "expected portable or sse as the default, found " + quoted(value));
+      refuse(line, "expected portable or sse as the default, found " + in_quotes(value));
     }
     return;
   }
   if (!is_layer_key(key) && !is_type_key(key)) {
     std::vector<std::string> words(kTypes.begin(), kTypes.end());
-    refuse(line, quoted(key) + " is no layer; expected default, an id such as layer-12, " +
+    refuse(line, in_quotes(key) + " is no layer; expected default, an id such as layer-12, " +
                      "\"Activation N\", or one of " + joined(words, ", "));
   }
-  if (find(key) != nullptr) refuse(line, "a second rule for " + quoted(key));
+  if (find(key) != nullptr) refuse(line, "a second rule for " + in_quotes(key));
   KernelRule rule{line, key, split(value)};
   if (rule.kernels.empty()) refuse(line, "expected the name of a kernel behind the \"=\"");
   for (const std::string& kernel : rule.kernels) {

@@ -50,7 +50,7 @@ std::string place_of_damage(const Serializable& object) {
     for (size_t i = info.squential_ids.size(); i-- > 0;) {
       const auto found = info.layers.find(info.squential_ids[i]);
       if (found == info.layers.end()) continue;
-      return "layer " + std::to_string(i) + " " + quoted(found->first) + " (" +
+      return "layer " + std::to_string(i) + " " + in_quotes(found->first) + " (" +
              kind_of(*found->second) + "): ";
     }
     return std::string("the list of layers: ");
@@ -59,7 +59,7 @@ std::string place_of_damage(const Serializable& object) {
     for (size_t i = networks.squential_ids.size(); i-- > 0;) {
       const auto found = networks.infos.find(networks.squential_ids[i]);
       if (found == networks.infos.end()) continue;
-      return "network " + quoted(found->first) + ", " + last_layer(*found->second);
+      return "network " + in_quotes(found->first) + ", " + last_layer(*found->second);
     }
     return std::string("the list of networks: ");
   };

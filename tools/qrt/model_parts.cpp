@@ -28,12 +28,12 @@ std::string chosen_id(const std::vector<std::string>& ids, const std::string& pa
   }
   std::vector<std::string> names;
   names.reserve(ids.size());
-  for (const std::string& id : ids) names.push_back(quoted(id));
+  for (const std::string& id : ids) names.push_back(in_quotes(id));
   const std::string held = "it holds " + (names.empty() ? "none" : joined(names, ", "));
   throw ToolError(kUsageError,
                   shown(path) + ": " +
                       (wanted.empty() ? held + "; choose one with --network"
-                                      : "there is no network " + quoted(wanted) + "; " + held));
+                                      : "there is no network " + in_quotes(wanted) + "; " + held));
 }
 
 std::shared_ptr<QRModelCfg> config_part(const QRModelMultiBackendCfgsArr& configs,
@@ -104,7 +104,7 @@ std::shared_ptr<QRTModel> joined_model(const std::shared_ptr<Serializable>& netw
   }
   for (const std::string& id : model->model_arr->squential_ids) {
     if (model->config_arr->cfgs.count(id) != 0) continue;
-    throw ToolError(kModelError, "no configuration is for network " + quoted(id) +
+    throw ToolError(kModelError, "no configuration is for network " + in_quotes(id) +
                                      did_you_mean(id, model->config_arr->squential_ids));
   }
   return model;

@@ -34,7 +34,7 @@ bool parse_number(const std::string& digits, uint16_t& number) {
   throw ToolError(kModelError, shown(path) + ": " + why);
 }
 
-std::string within(const std::string& network) { return "network " + quoted(network); }
+std::string within(const std::string& network) { return "network " + in_quotes(network); }
 
 }  // namespace
 
@@ -80,10 +80,10 @@ std::shared_ptr<QRTModel> read_model(const std::string& path, const std::optiona
     unsigned int core_major = 0;
     unsigned int core_minor = 0;
     QRT_Get_Core_Version(core_major, core_minor);
-    refuse(path, take_library_errors() + " (the model is for SDK " + quoted(model->sdk_type) + " " +
-                     version_text(model->sdk_major_ver, model->sdk_minor_ver) + " and core " +
+    refuse(path, take_library_errors() + " (the model is for SDK " + in_quotes(model->sdk_type) +
+                     " " + version_text(model->sdk_major_ver, model->sdk_minor_ver) + " and core " +
                      version_text(model->core_major_ver, model->core_minor_ver) +
-                     "; expected SDK " + quoted(demanded.name) + " " +
+                     "; expected SDK " + in_quotes(demanded.name) + " " +
                      version_text(demanded.major, demanded.minor) + " and core " +
                      std::to_string(core_major) + "." + std::to_string(core_minor) + ")");
   }
@@ -96,7 +96,7 @@ std::string choose_network(const QRTModel& model, const std::string& path,
   if (ids.empty()) refuse(path, "the model holds no network");
   std::vector<std::string> names;
   names.reserve(ids.size());
-  for (const std::string& id : ids) names.push_back(quoted(id));
+  for (const std::string& id : ids) names.push_back(in_quotes(id));
   if (wanted.empty()) {
     if (ids.size() == 1) return ids[0];
     throw ToolError(kUsageError, shown(path) + ": the model holds " + joined(names, ", ") +

@@ -56,7 +56,7 @@ KernelReport report_kernel(const KernelCfg* config, const Info& info, const Kern
   std::shared_ptr<IKernel> kernel = ready != nullptr ? ready : kernels.Create(report.name);
   if (kernel == nullptr) {
     report.problem = "expected a registered kernel (see `qrt kernels`), found " +
-                     (report.name.empty() ? "no name" : quoted(report.name));
+                     (report.name.empty() ? "no name" : in_quotes(report.name));
     return report;
   }
   try {
@@ -64,7 +64,7 @@ KernelReport report_kernel(const KernelCfg* config, const Info& info, const Kern
       report.kernel = std::move(kernel);
     } else if (config->infer_param != nullptr) {
       report.problem = "the kernel refuses it: expected no inference parameter, found " +
-                       quoted(config->infer_param_type);
+                       in_quotes(config->infer_param_type);
     } else if (info == nullptr) {
       report.problem = "the kernel can't be a converter: it expects a layer's description";
     } else {
@@ -102,11 +102,11 @@ std::string wire(LayerReport& layer, const std::unordered_map<std::string, uint3
     // The library takes an id that isn't in the list for layer 0.
     const uint32_t source = found == positions.end() ? 0 : found->second;
     if (found == positions.end()) {
-      warnings.push_back(layer.title() + ": there is no layer " + quoted(id) +
+      warnings.push_back(layer.title() + ": there is no layer " + in_quotes(id) +
                          ", so it reads layer 0");
     }
     if (source >= layer.index) {
-      return "expected inputs that stand before it, found " + quoted(id) + ", which is layer " +
+      return "expected inputs that stand before it, found " + in_quotes(id) + ", which is layer " +
              std::to_string(source);
     }
     layer.sources.push_back(source);
@@ -134,7 +134,7 @@ std::string problem_of(const LayerReport& layer) {
 }  // namespace
 
 std::string LayerReport::title() const {
-  std::string text = "layer " + std::to_string(index) + " " + quoted(id) + " (" + kind;
+  std::string text = "layer " + std::to_string(index) + " " + in_quotes(id) + " (" + kind;
   if (!kernel.name.empty()) text += ", kernel " + printable(kernel.name);
   return text + ")";
 }

@@ -146,7 +146,7 @@ constexpr NumberType kNumberTypes[] = {
 };
 
 const NumberType& number_type(const std::string& descr) {
-  const std::string shown = quoted(descr);
+  const std::string shown = in_quotes(descr);
   if (!descr.empty() && descr[0] == '>') {
     refuse("the numbers are big-endian (" + shown + "); expected little-endian ones");
   }

@@ -47,7 +47,7 @@ class Configurator {
       const auto info = network_.layers.at(id);
       for (const std::string& source : info->input_ids) {
         if (known.count(source) == 0) {
-          refuse(*info, "it reads " + quoted(source) + ", which stands behind it in the file");
+          refuse(*info, "it reads " + in_quotes(source) + ", which stands behind it in the file");
         }
       }
       known.insert(id);
@@ -62,7 +62,7 @@ class Configurator {
     for (const KernelRule& rule : rules_.rules()) {
       if (used_rules_.count(rule.line) != 0) continue;
       say(rules_.place_of(rule) + "no layer of " + printable(path_) + " gets its kernel from " +
-              quoted(rule.key),
+              in_quotes(rule.key),
           Level::warning);
     }
   }
@@ -70,11 +70,11 @@ class Configurator {
   void check_rules() const {
     for (const KernelRule& rule : rules_.rules()) {
       if (is_layer_key(rule.key) && network_.layers.count(rule.key) == 0) {
-        refuse_rule(rule, printable(path_) + " has no layer " + quoted(rule.key));
+        refuse_rule(rule, printable(path_) + " has no layer " + in_quotes(rule.key));
       }
       for (const std::string& kernel : rule.kernels) {
         if (library_.kernels.Create(kernel) == nullptr) {
-          refuse_rule(rule, "this build has no kernel " + quoted(kernel) +
+          refuse_rule(rule, "this build has no kernel " + in_quotes(kernel) +
                                 "; `qrt kernels` lists those that it has");
         }
         if (contains(kernel, "C4HW4") || contains(kernel, "C8HW8")) {
@@ -172,7 +172,7 @@ class Configurator {
   }
 
   [[noreturn]] void refuse(const LayerInfo& info, const std::string& why) const {
-    throw ToolError(kModelError, printable(path_) + ": layer " + quoted(info.id) + " (" +
+    throw ToolError(kModelError, printable(path_) + ": layer " + in_quotes(info.id) + " (" +
                                      kind_of(info) + "): " + why);
   }
   [[noreturn]] void refuse_rule(const KernelRule& rule, const std::string& why) const {

@@ -87,7 +87,7 @@ std::vector<double> OutputData::values() const {
 PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>& inputs,
                       const PassOptions& options) {
   if (network.package->output_ids.empty()) {
-    throw ToolError(kRunError, "network " + quoted(network.report.id) +
+    throw ToolError(kRunError, "network " + in_quotes(network.report.id) +
                                    ": expected outputs in \"squential_output_ids\", found none");
   }
   PassResult result;
@@ -120,7 +120,7 @@ PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>
     throw;
   } catch (const std::runtime_error& failure) {
     const std::string fault = take_story(failure);
-    throw ToolError(kRunError, "network " + quoted(network.report.id) + ": the pass failed: " +
+    throw ToolError(kRunError, "network " + in_quotes(network.report.id) + ": the pass failed: " +
                                    (fault.empty() ? "a kernel refused its input" : fault));
   }
   if (result.trace) result.trace->network = printable(network.report.id);

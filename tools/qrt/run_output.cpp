@@ -128,7 +128,8 @@ std::vector<Score> best_scores(const PassResult& result, const RunOptions& optio
   const auto axes = std::count_if(sizes.begin(), sizes.end(), [](uint32_t n) { return n != 1; });
   if (axes > 1) {
     throw ToolError(kRunError, model + ": --top expects one value per label, but output " +
-                                   quoted(output.id) + " is " + shape_text(output.tensor->shape));
+                                   in_quotes(output.id) + " is " +
+                                   shape_text(output.tensor->shape));
   }
   const std::vector<double> values = output.values();
   std::vector<std::string> labels;
@@ -142,7 +143,7 @@ std::vector<Score> best_scores(const PassResult& result, const RunOptions& optio
     if (labels.size() != values.size()) {
       throw ToolError(kInputError, printable(options.labels) + ": expected " +
                                        counted(values.size(), "label") + ", one per value of " +
-                                       quoted(output.id) + "; found " +
+                                       in_quotes(output.id) + "; found " +
                                        std::to_string(labels.size()));
     }
   }

@@ -224,7 +224,7 @@ InputShapes given_input_shapes(const NetworkReport& report, const std::vector<st
                                bool keep_batch) {
   const std::vector<uint32_t> inputs = report.inputs();
   if (inputs.size() != options.size()) {
-    throw ToolError(kUsageError, "network " + quoted(report.id) + " has " +
+    throw ToolError(kUsageError, "network " + in_quotes(report.id) + " has " +
                                      counted(inputs.size(), "input") + "; found " +
                                      counted(options.size(), "--input"));
   }

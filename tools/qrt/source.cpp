@@ -90,7 +90,7 @@ GivenTensor parse_constant(const std::string& option, const std::string& text) {
 
 void refuse_twice(bool is_new, const char* option, const std::string& name) {
   if (is_new) return;
-  throw ToolError(kUsageError, std::string(option) + " names " + quoted(name) + " twice");
+  throw ToolError(kUsageError, std::string(option) + " names " + in_quotes(name) + " twice");
 }
 
 std::vector<double> as_doubles(const std::string& option, const std::string& text) {

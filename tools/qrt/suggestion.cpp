@@ -64,7 +64,7 @@ std::string nearest_word(const std::string& word, const std::vector<std::string>
 
 std::string did_you_mean(const std::string& word, const std::vector<std::string>& words) {
   const std::string nearest = nearest_word(word, words);
-  return nearest.empty() ? "" : "; did you mean " + quoted(nearest) + "?";
+  return nearest.empty() ? "" : "; did you mean " + in_quotes(nearest) + "?";
 }
 
 }  // namespace qrt_tool

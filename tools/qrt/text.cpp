@@ -96,7 +96,7 @@ std::string lower_case(std::string text) {
   return text;
 }
 
-std::string quoted(const std::string& text) { return '"' + printable(text) + '"'; }
+std::string in_quotes(const std::string& text) { return '"' + printable(text) + '"'; }
 
 std::string sizes_text(const std::vector<uint32_t>& sizes) {
   if (sizes.empty()) return "scalar";

@@ -29,7 +29,7 @@ std::string shortened(const std::string& text, size_t width);
 std::string lower_case(std::string text);
 
 /// "text" between quotation marks, made printable.
-std::string quoted(const std::string& text);
+std::string in_quotes(const std::string& text);
 
 /// "16x14x14"; "scalar" for no sizes.
 std::string sizes_text(const std::vector<uint32_t>& sizes);

@@ -56,7 +56,7 @@ const CLI::App& command_named(const CLI::App& app, const std::string& name) {
   if (std::find(names.begin(), names.end(), name) == names.end()) {
     const std::string meant = did_you_mean(name, names);
     throw ToolError(kUsageError,
-                    "there is no command " + quoted(name) +
+                    "there is no command " + in_quotes(name) +
                         (meant.empty() ? "; expected one of " + joined(names, ", ") : meant));
   }
   return *app.get_subcommand(name);
@@ -68,7 +68,7 @@ UsageFault usage_fault(const CLI::App& app, const std::vector<std::string>& argu
                                  [](const std::string& text) { return !is_option(text); });
   const std::string strange = unknown_option(app, {arguments.begin(), word});
   if (!strange.empty()) {
-    return {"there is no option " + quoted(strange) + option_meant(app, strange), ""};
+    return {"there is no option " + in_quotes(strange) + option_meant(app, strange), ""};
   }
   if (word == arguments.end()) {
     return {"expected a command: " + joined(command_names(app), ", "), ""};
@@ -88,12 +88,12 @@ UsageFault usage_fault(const CLI::App& app, const std::vector<std::string>& argu
   const std::vector<std::string> rest(word + 1, arguments.end());
   const std::string unknown = unknown_option(*command, rest);
   if (!unknown.empty()) {
-    return explained("there is no option " + quoted(unknown) + option_meant(*command, unknown));
+    return explained("there is no option " + in_quotes(unknown) + option_meant(*command, unknown));
   }
   const std::vector<std::string> left = app.remaining(true);
   for (const std::string& text : rest) {
     if (std::find(left.begin(), left.end(), text) == left.end()) continue;
-    return explained("nothing is expected where " + quoted(text) + " stands");
+    return explained("nothing is expected where " + in_quotes(text) + " stands");
   }
   return explained(printable(error.what()));
 }

@@ -79,8 +79,8 @@ void add_verification(JsonText& json, const Verification& verification) {
 void require_agreement(const Verification& verification) {
   const VerifiedLayer* beyond = verification.first_beyond();
   if (beyond == nullptr) return;
-  throw ToolError(kRunError, "layer " + quoted(beyond->layer) + " (node " + quoted(beyond->node) +
-                                 ", kernel " + beyond->kernel +
+  throw ToolError(kRunError, "layer " + in_quotes(beyond->layer) + " (node " +
+                                 in_quotes(beyond->node) + ", kernel " + beyond->kernel +
                                  "): the first beyond its bound: off by " +
                                  short_decimal(beyond->exact.absolute) + " at element " +
                                  std::to_string(beyond->place) + " where " +

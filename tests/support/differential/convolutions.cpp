@@ -130,7 +130,7 @@ Setting setting_of(const Layer& layer) {
   const ConvCase& sizes = layer.sizes;
   Setting setting;
   setting.info = describe<Geometry>(sizes, layer.data);
-  Planes planes;
+  PlanarTensor planes;
   planes.dims = dims_of<Geometry>(sizes.in_channels, static_cast<int>(sizes.height),
                                   static_cast<int>(sizes.width));
   planes.layout = planes.dims.size() == 2 ? LayoutType::CL : LayoutType::CHW;

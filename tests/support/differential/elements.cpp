@@ -46,7 +46,7 @@ class Activations final : public Operation {
     info->activation_alpha = half_float::half(static_cast<float>(choices.between(-8, 8)) / 8.0f);
     info->activation_beta = half_float::half(static_cast<float>(choices.between(-8, 8)) / 4.0f);
     info->weight = weight_text({static_cast<float>(choices.between(-8, 8)) / 16.0f});
-    Planes input{choose_dims(choices), LayoutType::CHW, {}};
+    PlanarTensor input{choose_dims(choices), LayoutType::CHW, {}};
     const bool special = choices.yes();
     const uint32_t seed = choices.seed();
     const size_t count = count_of(input.dims);
@@ -69,7 +69,7 @@ class Activations final : public Operation {
 
   // Where a kernel is documented to give something else, the expectation follows what it gave:
   // vectors of rectifiers and leaky functions make 0 of a NaN, and 0 of a -0.
-  static void compare(const std::string& kernel, const Planes& input, const Outcome& result,
+  static void compare(const std::string& kernel, const PlanarTensor& input, const Outcome& result,
                       const Outcome& outcome) {
     Expectation expected{input.dims, result.values, {}};
     const std::vector<float> found = planar_values(outcome, input.channels());
@@ -117,8 +117,8 @@ class ElementwiseOperators final : public Operation {
   void run(Choices& choices, const std::vector<std::string>& kernels) const override {
     auto info = std::make_shared<runtime::ElementWiseOperatorInfo>();
     info->op_type = static_cast<uint16_t>(choices.below(4));
-    Planes a{choose_dims(choices), LayoutType::CHW, {}};
-    Planes b = a;
+    PlanarTensor a{choose_dims(choices), LayoutType::CHW, {}};
+    PlanarTensor b = a;
     const uint32_t seed = choices.seed();
     a.values = special_numbers(seed, count_of(a.dims));
     b.values = special_numbers(seed + 1, count_of(b.dims));
@@ -144,8 +144,8 @@ class BroadcastOperators final : public Operation {
   void run(Choices& choices, const std::vector<std::string>& kernels) const override {
     auto info = std::make_shared<runtime::BroadcastOperatorInfo>();
     info->op_type = static_cast<uint16_t>(choices.yes() ? kMultiply : choices.below(6));
-    Planes map{choose_dims(choices), LayoutType::CHW, {}};
-    Planes factors{{map.channels(), 1, 1}, LayoutType::CHW, {}};
+    PlanarTensor map{choose_dims(choices), LayoutType::CHW, {}};
+    PlanarTensor factors{{map.channels(), 1, 1}, LayoutType::CHW, {}};
     const uint32_t seed = choices.seed();
     map.values = special_numbers(seed, count_of(map.dims));
     factors.values = special_numbers(seed + 1, map.channels());

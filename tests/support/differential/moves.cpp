@@ -19,8 +19,8 @@ namespace {
 
 constexpr LayoutType kLayouts[] = {LayoutType::CHW, LayoutType::C4HW4, LayoutType::C8HW8};
 
-Planes choose_planes(Choices& choices) {
-  Planes planes;
+PlanarTensor choose_planes(Choices& choices) {
+  PlanarTensor planes;
   const uint32_t channels = choices.yes() ? 8 * choices.size(1, 4) : choices.size(1, 12);
   planes.dims = {channels, choices.size(1, 11), choices.size(1, 13)};
   planes.values = special_numbers(choices.seed(), count_of(planes.dims));
@@ -32,7 +32,7 @@ class LayoutTransforms final : public Operation {
   std::vector<std::string> families() const override { return {"layouttransform"}; }
 
   void run(Choices& choices, const std::vector<std::string>& kernels) const override {
-    const Planes planes = choose_planes(choices);
+    const PlanarTensor planes = choose_planes(choices);
     const Setting setting{nullptr, nullptr, {planes}};
     for (const std::string& kernel : kernels) {
       for (const LayoutType layout : kLayouts) {
@@ -56,13 +56,13 @@ struct Single {
 int16_t small(uint32_t size) { return static_cast<int16_t>(size); }
 
 template <typename Info>
-Setting setting_of(const std::shared_ptr<Info>& info, std::vector<Planes> inputs) {
+Setting setting_of(const std::shared_ptr<Info>& info, std::vector<PlanarTensor> inputs) {
   return {info, nullptr, std::move(inputs)};
 }
 
 Setting reshape(Choices& choices) {
   auto info = std::make_shared<runtime::TensorReshapeInfo>();
-  Planes planes = choose_planes(choices);
+  PlanarTensor planes = choose_planes(choices);
   const uint32_t all = static_cast<uint32_t>(planes.values.size());
   switch (choices.below(4)) {
     case 0:
@@ -102,10 +102,10 @@ Setting unsqueeze(Choices& choices) {
 Setting concatenate(Choices& choices) {
   auto info = std::make_shared<runtime::ConcatenateInfo>();
   info->dim = static_cast<uint16_t>(choices.below(4));
-  std::vector<Planes> inputs;
-  const Planes first = choose_planes(choices);
+  std::vector<PlanarTensor> inputs;
+  const PlanarTensor first = choose_planes(choices);
   for (uint32_t i = choices.size(1, 4); i-- > 0;) {
-    Planes next = first;
+    PlanarTensor next = first;
     const uint32_t axis = choices.yes() || info->dim == 0 ? 0 : (info->dim - 1u) % 3;
     next.dims[axis] *= choices.size(1, 2);
     next.values = special_numbers(choices.seed(), count_of(next.dims));
@@ -116,7 +116,7 @@ Setting concatenate(Choices& choices) {
 
 Setting slice(Choices& choices) {
   auto info = std::make_shared<runtime::TensorSliceInfo>();
-  const Planes planes = choose_planes(choices);
+  const PlanarTensor planes = choose_planes(choices);
   for (const uint32_t size : planes.dims) {
     const int start = choices.between(0, static_cast<int>(size) - 1);
     const int end =
@@ -152,7 +152,7 @@ Setting grid_sample(Choices& choices) {
   info->mode = static_cast<uint16_t>(choices.below(2));
   info->padding_mode = static_cast<uint16_t>(choices.below(2));
   info->align_corners = choices.yes();
-  Planes grid{{choices.size(1, 9), choices.size(1, 9), 2}, LayoutType::CHW, {}};
+  PlanarTensor grid{{choices.size(1, 9), choices.size(1, 9), 2}, LayoutType::CHW, {}};
   const uint32_t seed = choices.seed();
   grid.values = choices.yes() ? special_numbers(seed, count_of(grid.dims))
                               : Random(seed).floats(count_of(grid.dims), 1.5f);
@@ -213,7 +213,7 @@ class SingleKernels final : public Operation {
 
  private:
   static void run_single(const std::string& kernel, const Single& single, const Setting& setting) {
-    const Planes& input = setting.inputs[0];
+    const PlanarTensor& input = setting.inputs[0];
     for (const LayoutType layout : {input.layout, LayoutType::C4HW4, LayoutType::C8HW8}) {
       if (input.channels() % BlockSize(layout) != 0) continue;
       if (input.dims.size() != 3 && layout != input.layout) continue;

@@ -17,8 +17,8 @@ namespace {
 
 constexpr LayoutType kLayouts[] = {LayoutType::CHW, LayoutType::C4HW4, LayoutType::C8HW8};
 
-Planes choose_planes(Choices& choices) {
-  Planes planes;
+PlanarTensor choose_planes(Choices& choices) {
+  PlanarTensor planes;
   const uint32_t channels = choices.yes() ? 8 * choices.size(1, 3) : choices.size(1, 12);
   planes.dims = {channels, choices.size(1, 18), choices.size(1, 20)};
   const auto kind = choices.one_of({Numbers::floats, Numbers::integers, Numbers::uneven});
@@ -26,7 +26,7 @@ Planes choose_planes(Choices& choices) {
   return planes;
 }
 
-std::string dims_text(const Planes& planes) {
+std::string dims_text(const PlanarTensor& planes) {
   std::string text;
   for (const uint32_t size : planes.dims) text += std::to_string(size) + " ";
   return text;
@@ -37,8 +37,8 @@ struct Margins {
 };
 
 // A copy with zeros around it.
-Planes padded(const Planes& planes, const Margins& m) {
-  Planes result = planes;
+PlanarTensor padded(const PlanarTensor& planes, const Margins& m) {
+  PlanarTensor result = planes;
   result.dims[1] += static_cast<uint32_t>(m.top + m.bottom);
   result.dims[2] += static_cast<uint32_t>(m.left + m.right);
   result.values.assign(count_of(result.dims), 0.0f);
@@ -85,7 +85,7 @@ class Poolings final : public Operation {
     Margins margins;
     bool ceil_mode;
     bool count_include_pad;
-    Planes planes;
+    PlanarTensor planes;
 
     const char* portable() const {
       return average ? "Pooling2D_Avg_Fallback_Float_M1" : "Pooling2D_Max_Fallback_Float_M1";
@@ -225,7 +225,7 @@ class Upsamplings final : public Operation {
     bool align = false;
     float y = 1.0f;
     float x = 1.0f;
-    Planes planes;
+    PlanarTensor planes;
 
     Setting setting() const {
       auto info = std::make_shared<runtime::Upsample2dInfo>();
@@ -282,7 +282,7 @@ class Expansions final : public Operation {
   std::vector<std::string> families() const override { return {"expand"}; }
 
   void run(Choices& choices, const std::vector<std::string>& kernels) const override {
-    Planes planes;
+    PlanarTensor planes;
     const uint32_t channels = choices.yes() ? 8 * choices.size(1, 3) : choices.size(1, 12);
     planes.dims = {channels, 1, 1};
     planes.values = special_numbers(choices.seed(), channels);
@@ -320,7 +320,7 @@ class PixelShuffles final : public Operation {
   void run(Choices& choices, const std::vector<std::string>& kernels) const override {
     auto info = std::make_shared<runtime::PixelShuffleInfo>();
     info->upscale_factor = choices.one_of({2.0f, 0.5f, 3.0f, 1.0f, 0.25f});
-    Planes planes;
+    PlanarTensor planes;
     planes.dims = {choices.one_of({32u, 8u, 9u, 4u, 64u, 18u}) * choices.size(1, 2),
                    choices.size(1, 9), choices.size(1, 13)};
     planes.values = special_numbers(choices.seed(), count_of(planes.dims));

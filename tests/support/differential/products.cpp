@@ -83,7 +83,7 @@ class FullConnections final : public Operation {
                       Choices& choices) {
     Setting setting = layer.setting();
     const bool batch = has_part(kernel, "_BC_");
-    Planes& input = setting.inputs[0];
+    PlanarTensor& input = setting.inputs[0];
     if (batch) {
       const uint32_t rows = choices.size(1, 3);
       input.dims = {rows, layer.ins};

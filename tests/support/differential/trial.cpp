@@ -98,7 +98,7 @@ class Run {
   // From the pool, or in buffers that stand at multiples of 4 bytes.
   IKernel::Tensors tensors(bool unaligned) {
     IKernel::Tensors tensors;
-    for (const Planes& planes : setting_.inputs) {
+    for (const PlanarTensor& planes : setting_.inputs) {
       const auto dims = dims_in_layout(planes.dims, layout_);
       const auto values = to_layout(planes.values, planes.channels(), layout_);
       if (planes.step != 0) {
@@ -173,7 +173,7 @@ class Run {
     for (size_t i = 0; i < inputs.size(); ++i) {
       shapes.push_back(inputs[i]->shape);
       if (inputs[i] == outputs[0]) continue;
-      const Planes& planes = setting_.inputs[i];
+      const PlanarTensor& planes = setting_.inputs[i];
       const auto given = to_layout(planes.values, planes.channels(), layout_);
       const auto left = floats_of(*inputs[i]);
       size_t different = 0;

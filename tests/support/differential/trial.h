@@ -15,7 +15,7 @@
 namespace marlo::test {
 
 /// A tensor in planar form, whatever layout a kernel gets it in.
-struct Planes {
+struct PlanarTensor {
   std::vector<uint32_t> dims;
   runtime::LayoutType layout = runtime::LayoutType::CHW;  ///< of the planar form
   std::vector<float> values;
@@ -28,7 +28,7 @@ struct Planes {
 struct Setting {
   std::shared_ptr<runtime::LayerInfo> info;
   std::shared_ptr<runtime::InferenceParam> param;
-  std::vector<Planes> inputs;
+  std::vector<PlanarTensor> inputs;
   int passes = 1;  ///< with the state that the kernel carries, if any
 };
 

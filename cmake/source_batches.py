@@ -1,0 +1,68 @@
+"""Which sources can be compiled as one: none uses a name that another keeps to itself.
+
+    source_batches.py <source>...
+
+prints the number of a batch and a source in each line. Most of what a compiler does for a source of ours is to read the
+headers of the standard library, so sources that are included by one file take a fraction of the time.
+"""
+
+import re
+import sys
+
+MOST_SOURCES = 16
+MOST_LINES = 2500
+
+
+def names_in(path, text):
+    """The names that a source keeps to itself, with what declares them, and all of its words. Declarations of a namespace
+    begin at the beginning of a line, where clang-format puts them. Too many names are harmless."""
+    own = {name: line for line, name in re.findall(r"^(using [\w:]+::(\w+);)", text, re.MULTILINE)}
+    for block in re.findall(r"^namespace \{$.*?^\}  // namespace$", text, re.MULTILINE | re.DOTALL):
+        for line in block.split("\n"):
+            if (not re.match(r"[A-Za-z_\[]", line) or re.match(r"(namespace|template|extern)\b", line)
+                    or re.match(r"[A-Z_]+\(", line)):
+                continue
+            found = (re.match(r"(?:struct|class|enum class|enum|union|using) (\w+)\b(?!::)", line)
+                     or re.search(r"(?<![\w:~.])(\w+)\(", line)
+                     or re.search(r"(?<![\w:])(\w+)(?:\[.*\])?(?: =|\{|;)", line))
+            if found:
+                own[found[1]] = path
+    return own, set(re.findall(r"\w+", text))
+
+
+def clash(own, others, words):
+    """Whether a name that is kept by one is among the words of another, which doesn't declare it alike."""
+    return any(others.get(name) != own[name] for name in own.keys() & words)
+
+
+def batches_of(sources):
+    """Lists of sources that can be compiled together, the longest first.
+
+    sources: path to what has to be equal within a batch, such as the compiler's flags.
+    """
+    batches = []
+    for path, kind in sorted(sources.items()):
+        with open(path, encoding="ascii") as file:
+            text = file.read()
+        own, words = names_in(path, text)
+        lines = text.count("\n")
+        if re.search(r"^ *# *define\b", text, re.MULTILINE):
+            kind = (kind, path)  # What a macro changes are the headers behind it.
+        for batch in batches:
+            if (batch["kind"] == kind and len(batch["paths"]) < MOST_SOURCES and batch["lines"] + lines <= MOST_LINES
+                    and not clash(batch["own"], own, words) and not clash(own, batch["own"], batch["words"])):
+                break
+        else:
+            batch = {"kind": kind, "paths": [], "own": {}, "words": set(), "lines": 0}
+            batches.append(batch)
+        batch["paths"].append(path)
+        batch["own"] |= own
+        batch["words"] |= words
+        batch["lines"] += lines
+    return sorted(batches, key=lambda batch: -batch["lines"])
+
+
+if __name__ == "__main__":
+    for number, batch in enumerate(batches_of({path: None for path in sys.argv[1:]})):
+        for path in batch["paths"]:
+            print(number, path)
