@@ -10,6 +10,7 @@
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/explain/layer_work.h"
 #include "qrt_toolkit/explain/passes.h"
+#include "qrt_toolkit/explain/rivals.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -68,7 +69,9 @@ class Explainer {
  public:
   Explainer(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
             const ExplainOptions& options)
-      : options_(options),
+      : model_(model),
+        kernels_(kernels),
+        options_(options),
         id_(network_id(model, options.network)),
         info_(network_of(model, id_)),
         network_(checked(model, id_), id_, options.inputs, kernels) {}
@@ -85,14 +88,53 @@ class Explainer {
     for (const ProfileRow& row : times_.profile.rows) take_row(row);
     compare_with_limits();
     add_up();
-    go_on();
+    if (go_on() && options_.with_candidates) add_rivals();
     return std::move(explanation_);
   }
 
  private:
-  bool go_on() {
-    constexpr size_t kSteps = 3;
-    return !options_.go_on || options_.go_on({steps_++, kSteps});
+  bool go_on() { return tell(steps_++); }
+
+  bool tell(size_t steps) const {
+    const size_t layers = options_.with_candidates ? info_.squential_ids.size() : 0;
+    return !options_.go_on || options_.go_on({steps, kFirstSteps + layers});
+  }
+
+  void add_rivals() {
+    RivalOptions rivals;
+    rivals.assign.network = id_;
+    rivals.assign.inputs = options_.inputs;
+    rivals.assign.set = options_.set;
+    rivals.assign.tolerance = options_.tolerance;
+    rivals.budget = options_.budget;
+    rivals.wisdom = options_.wisdom;
+    rivals.processor = options_.processor;
+    rivals.meter = options_.meter;
+    size_t done = 0;
+    rivals.go_on = [&] { return tell(kFirstSteps + done); };
+    rivals.progress = [&](size_t layers) { done = layers; };
+    Rivals found = find_rivals(model_, kernels_, rivals);
+    for (ExplainedLayer& layer : explanation_.layers) {
+      LayerRivals& own = found.layers[layer.id];
+      layer.candidates = std::move(own.candidates);
+      take_chosen_time(layer);
+      layer.refusals = std::move(own.refusals);
+    }
+    explanation_.is_complete = found.is_complete;
+    explanation_.notes = std::move(found.notes);
+  }
+
+  /// What is hopeless isn't measured alone, but the chosen kernel has run within passes.
+  static void take_chosen_time(ExplainedLayer& layer) {
+    for (ExplainedCandidate& candidate : layer.candidates) {
+      if (!candidate.is_chosen || candidate.is_measured || layer.ms <= 0) continue;
+      candidate.ms = layer.ms;
+      candidate.is_measured = true;
+    }
+    std::stable_sort(layer.candidates.begin(), layer.candidates.end(),
+                     [](const ExplainedCandidate& a, const ExplainedCandidate& b) {
+                       return a.whole_ms() < b.whole_ms();
+                     });
   }
 
   void describe_layers() {
@@ -187,6 +229,10 @@ class Explainer {
     explanation_.limit_ms += limit_ms;
   }
 
+  static constexpr size_t kFirstSteps = 2;  // the machine, and the passes
+
+  const runtime::QRTModel& model_;
+  const runtime::KernelRegistry& kernels_;
   const ExplainOptions& options_;
   const std::string id_;
   const runtime::QRModelInfo& info_;
@@ -202,6 +248,20 @@ class Explainer {
 Explanation explain_model(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
                           const ExplainOptions& options) {
   return Explainer(model, kernels, options).run();
+}
+
+const ExplainedCandidate* second_of(const ExplainedLayer& layer) {
+  for (const ExplainedCandidate& candidate : layer.candidates) {
+    if (!candidate.is_chosen) return &candidate;
+  }
+  return nullptr;
+}
+
+const ExplainedCandidate* chosen_of(const ExplainedLayer& layer) {
+  for (const ExplainedCandidate& candidate : layer.candidates) {
+    if (candidate.is_chosen) return &candidate;
+  }
+  return nullptr;
 }
 
 }  // namespace marlo::toolkit

@@ -13,6 +13,7 @@
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/explain/machine.h"
 #include "qrt_toolkit/explain/roofline.h"
+#include "qrt_toolkit/tune/meter.h"
 
 // Where the time of a network goes, and why it isn't less.
 
@@ -29,13 +30,43 @@ struct ExplainOptions {
   std::string network;  ///< its id; the model's only one if empty
   /// Shapes of the network's inputs by layer id.
   std::map<std::string, runtime::TensorShape> inputs;
-  double passes_ms = 1000;    ///< of passes that are timed, once warm
-  size_t least_passes = 5;    ///< however long they take
-  size_t most_passes = 2000;  ///< however short they are
+  double passes_ms = 1000;         ///< of passes that are timed, once warm
+  size_t least_passes = 5;         ///< however long they take
+  size_t most_passes = 2000;       ///< however short they are
+  bool with_candidates = false;    ///< whether other kernels are looked for and measured
+  KernelSet set = KernelSet::sse;  ///< the kernels to choose from; see `processor_kernels`
+  double tolerance = 1e-4;         ///< of their results; as in `AssignOptions`
+  double budget = 60;              ///< seconds, after which no more candidates are measured
+  std::string wisdom;              ///< file of earlier measurements; empty for none
+  std::string processor;           ///< what these are for; see `processor_name`
+  Meter* meter = nullptr;          ///< takes candidates' times; null for the clock. Not owned
   /// The machine's limits, where they are known; else null, and they are measured. Not owned.
   const MachineLimits* machine = nullptr;
-  /// Told between steps; false ends the explanation with what is known so far.
+  /// Told between steps; false ends it with what is known so far. Candidates come last.
   std::function<bool(const ExplainProgress&)> go_on;
+};
+
+/// A kernel that can run a layer. Plain data.
+struct ExplainedCandidate {
+  std::string kernel;                        ///< its name
+  KernelSet set = KernelSet::portable;       ///< what it needs
+  std::vector<runtime::TensorShape> inputs;  ///< as it reads them
+  runtime::TensorShape output;               ///< as it makes it
+  bool is_chosen = false;                    ///< it is the one that the model names
+  bool is_measured = false;                  ///< else its times are estimated
+  double ms = 0;                             ///< of the kernel alone
+  double converters_ms = 0;                  ///< of converters that it needs where it would stand
+  double difference = 0;  ///< of its results from the layer's, over the largest; 0 for the same
+
+  /// Of both together.
+  double whole_ms() const { return ms + converters_ms; }
+};
+
+/// A kernel that can't run a layer. Plain data.
+struct ExplainedRefusal {
+  std::string kernel;                   ///< its name
+  KernelSet set = KernelSet::portable;  ///< what it needs
+  std::vector<std::string> reasons;     ///< why not, in words; never empty
 };
 
 /// A converter of a layer, before or behind its kernel. Plain data.
@@ -62,6 +93,11 @@ struct ExplainedLayer {
   KernelWork work;                             ///< what it has to do
   Roofline roofline;                           ///< against the machine's limit
   std::vector<ExplainedConverter> converters;  ///< that the engine runs around it
+  /// The kernels that could run it, the fastest first; the chosen one is among them. Empty for
+  /// layers that stay as they are: inputs, and those with parameters or converters of other kinds.
+  std::vector<ExplainedCandidate> candidates;
+  /// The kernels for layers of its kind that can't run it, by name, and why.
+  std::vector<ExplainedRefusal> refusals;
 };
 
 /// Layers of one kind together. Plain data.
@@ -85,6 +121,8 @@ struct Explanation {
   double converters_ms = 0;            ///< in converters, whether layers or around layers
   double engine_ms = 0;                ///< between the kernels
   double limit_ms = 0;                 ///< the sum of all limits
+  bool is_complete = true;             ///< whether no measurement was left out for want of time
+  std::vector<std::string> notes;      ///< what went wrong without stopping it, in words
 };
 
 /// Runs a network and says where its time goes: medians of the time that the processor worked on the
@@ -103,5 +141,11 @@ struct Explanation {
 QRT_API Explanation explain_model(const runtime::QRTModel& model,
                                   const runtime::KernelRegistry& kernels,
                                   const ExplainOptions& options);
+
+/// The fastest candidate but the chosen one, converters included; null where there is none.
+QRT_API const ExplainedCandidate* second_of(const ExplainedLayer& layer);
+
+/// The chosen candidate; null where a layer has none.
+QRT_API const ExplainedCandidate* chosen_of(const ExplainedLayer& layer);
 
 }  // namespace marlo::toolkit

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <memory>
 #include <optional>
 #include <set>
@@ -16,6 +15,7 @@
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/assign/problem.h"
 #include "qrt_toolkit/tune/local_changes.h"
+#include "qrt_toolkit/tune/measured_costs.h"
 #include "qrt_toolkit/tune/summary.h"
 #include "qrt_toolkit/tune/wisdom.h"
 
@@ -51,58 +51,6 @@ class Budget {
   const Clock::time_point start_ = Clock::now();
   TuneProgress progress_;
   bool is_over_ = false;
-};
-
-/// Costs that are measured once for each distinct work.
-class MeasuredCosts final : public Costs {
- public:
-  MeasuredCosts(Meter& meter, Wisdom& wisdom, Budget& budget)
-      : meter_(meter), wisdom_(wisdom), budget_(budget) {}
-
-  void compare(const std::vector<Work>& rivals) override {
-    if (rivals[0].info != nullptr) budget_.count_layer();
-    double best = estimated_.of(rivals[0]);
-    for (const Work& work : rivals) best = std::min(best, estimated_.of(work));
-    // What is hopeless by any account would take the time of all others together.
-    constexpr double kHopeless = 8;
-    std::vector<Work> unknown;
-    std::vector<std::string> keys;
-    for (const Work& work : rivals) {
-      if (estimated_.of(work) > kHopeless * best) continue;
-      const std::string key = work.key();
-      if (times_.count(key) != 0) continue;
-      if (const auto known = wisdom_.time(key)) {
-        times_[key] = *known;
-        ++remembered;
-        continue;
-      }
-      unknown.push_back(work);
-      keys.push_back(key);
-    }
-    if (unknown.empty() || !budget_.lasts()) return;
-    const std::vector<double> times = meter_.time_work(unknown);
-    for (size_t i = 0; i < unknown.size(); ++i) {
-      if (!std::isfinite(times[i])) continue;
-      times_[keys[i]] = times[i];
-      wisdom_.add(keys[i], times[i]);
-      ++measured;
-    }
-  }
-
-  double of(const Work& work) override {
-    const auto found = times_.find(work.key());
-    return found != times_.end() ? found->second : estimated_.of(work);
-  }
-
-  size_t measured = 0;
-  size_t remembered = 0;
-
- private:
-  Meter& meter_;
-  Wisdom& wisdom_;
-  Budget& budget_;
-  EstimatedCosts estimated_;
-  std::map<std::string, double> times_;
 };
 
 /// A configuration that may be chosen.
@@ -253,10 +201,11 @@ class Tuner {
     tuned_.report.excluded = finder.excluded();
     const std::vector<ReferenceLayer> layers = walk_reference(
         network_of(model_, id_), config_of(model_, id_), options_.assign.inputs, workshop);
-    MeasuredCosts measured(meter_, wisdom_, budget_);
+    MeasuredCosts measured(meter_, wisdom_,
+                           {[this] { return budget_.lasts(); }, [this] { budget_.count_layer(); }});
     problem_ = make_problem(layers, finder, measured);
-    tuned_.report.measured = measured.measured;
-    tuned_.report.remembered = measured.remembered;
+    tuned_.report.measured = measured.measured();
+    tuned_.report.remembered = measured.remembered();
     EstimatedCosts estimated;
     const Problem guess = make_problem(layers, finder, estimated);
     std::vector<Contestant> contestants;

@@ -317,8 +317,26 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
       ->type_name("S")
       ->check(CLI::Range(0.001, 3600.0))
       ->capture_default_str();
+  command
+      ->add_option("--layer", options.layer,
+                   "Show this layer's candidates, and the reasons of others")
+      ->type_name("ID");
+  command
+      ->add_option("--isa", options.isa,
+                   "Candidates up to: portable, sse, avx, fma, avx2 or avx512")
+      ->type_name("SET");
+  command->add_option("--budget", options.budget, "Seconds for measuring candidates")
+      ->type_name("S")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command->add_option("--wisdom", options.wisdom, "File of earlier measurements")
+      ->type_name("FILE");
+  command->add_flag("--no-wisdom", options.no_wisdom, "Neither read nor write such a file");
+  command->add_flag("--no-candidates", options.no_candidates, "Look at the chosen kernels only");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
   command->add_option("--width", options.width, kWidthHelp)->type_name("N");
+  command->add_option("--html", options.html, "Write all of it as a page for a browser")
+      ->type_name("FILE");
   command->add_flag("--json", options.json, "Print JSON");
   command->footer(
       "Each kernel is timed within passes, in the time that the processor worked. Its limit on "
@@ -328,7 +346,10 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
       "LIMIT names which: a set of instructions, or a cache or memory. Kernels by minimal "
       "filtering\n"
       "compute with fewer products than are counted, so that they may pass it. What the kernels\n"
-      "leave of a pass is the engine's.");
+      "leave of a pass is the engine's. SECOND is the fastest of the other kernels that could run\n"
+      "the layer, with the converters that it would need there, against the chosen one measured\n"
+      "alone as well; `qrt tune` chooses for all layers together. --layer lists all of them, and\n"
+      "for the others of the layer's kind why they can't run it.");
   command->callback([&options] { run_explain(options); });
 }
 

@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <stdexcept>
 
 #include "qrt_toolkit/explain/explain.h"
+#include "qrt_toolkit/explain/html.h"
+#include "qrt_toolkit/tune/tune.h"
 #include "tools/qrt/choice_options.h"
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
@@ -8,6 +11,7 @@
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/network.h"
+#include "tools/qrt/suggestion.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 
@@ -19,7 +23,14 @@ using marlo::toolkit::Explanation;
 namespace {
 
 Explanation explained(const marlo::runtime::QRTModel& model, const Library& library,
-                      const ExplainOptions& options, const std::string& path) {
+                      ExplainOptions options, const std::string& path, size_t layers) {
+  const Interrupts interrupts;
+  Progress progress("step", layers);
+  size_t shown_steps = 0;
+  options.go_on = [&](const marlo::toolkit::ExplainProgress& now) {
+    for (; shown_steps < now.steps && shown_steps < layers; ++shown_steps) progress.step();
+    return !Interrupts::came();
+  };
   try {
     return marlo::toolkit::explain_model(model, library.kernels, options);
   } catch (const std::invalid_argument& failure) {
@@ -27,6 +38,16 @@ Explanation explained(const marlo::runtime::QRTModel& model, const Library& libr
   } catch (const std::runtime_error& failure) {
     throw ToolError(kRunError, shown(path) + ": a pass failed: " + take_story(failure));
   }
+}
+
+void check_layer(const NetworkReport& report, const ExplainCommandOptions& options) {
+  if (options.layer.empty()) return;
+  std::vector<std::string> ids;
+  for (const LayerReport& layer : report.layers) ids.push_back(layer.id);
+  if (std::find(ids.begin(), ids.end(), options.layer) != ids.end()) return;
+  throw ToolError(kUsageError, "--layer " + printable(options.layer) +
+                                   ": the network has no such layer" +
+                                   did_you_mean(options.layer, ids));
 }
 
 }  // namespace
@@ -38,6 +59,14 @@ void run_explain(const ExplainCommandOptions& options) {
   ExplainOptions explain;
   explain.network = choose_network(*model, options.model, options.network);
   explain.passes_ms = options.seconds * kMilliseconds;
+  explain.with_candidates = !options.no_candidates;
+  explain.set = kernel_set_option(options.isa);
+  explain.budget = options.budget;
+  explain.processor = marlo::toolkit::processor_name();
+  if (!options.no_wisdom) {
+    explain.wisdom = options.wisdom.empty() ? default_wisdom() : options.wisdom;
+  }
+  size_t layers = 0;
   {
     LoadedNetwork network = load_network(library, *model, options.model, explain.network);
     if (network.package->output_ids.empty()) {
@@ -45,10 +74,27 @@ void run_explain(const ExplainCommandOptions& options) {
     }
     explain.inputs =
         shapes_by_id(network, options.model, options.inputs, options.keep_batch, library);
+    check_layer(network.report, options);
+    layers = network.report.layers.size();
   }
-  const Explanation explanation = explained(*model, library, explain, options.model);
-  print(options.json ? explain_json(explanation)
-                     : explain_text(explanation, table_width(options.width)));
+  const Explanation explanation = explained(*model, library, explain, options.model, layers);
+  for (const std::string& note : explanation.notes) say(note, Level::warning);
+  if (!explanation.is_complete) {
+    say("not every candidate was measured: the times of the rest are estimates", Level::warning);
+  }
+  if (!options.html.empty()) {
+    const std::string page = marlo::toolkit::explain_html(explanation, shown(options.model));
+    if (options.html == kStandardStream) return print(page);
+    write_file(options.html, page);
+  }
+  const size_t width = table_width(options.width);
+  if (options.json) return print(explain_json(explanation));
+  if (options.layer.empty()) return print(explain_text(explanation, width));
+  for (const auto& layer : explanation.layers) {
+    if (layer.id == options.layer) return print(layer_text(layer, explanation, width));
+  }
+  throw ToolError(kRunError,
+                  shown(options.model) + ": interrupted before that layer was explained");
 }
 
 }  // namespace qrt_tool

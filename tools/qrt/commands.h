@@ -103,7 +103,14 @@ struct ExplainCommandOptions {
   std::string model;
   std::vector<std::string> inputs;  ///< sizes, one per input layer
   std::string network;
+  std::string layer;   ///< id of the only one to show, with its candidates
+  std::string html;    ///< file for a page, or "-"; empty for none
+  std::string isa;     ///< as `kernel_set_of` reads it; empty for the processor's
+  std::string wisdom;  ///< file of earlier measurements; empty for the user's own
   double seconds = 1;  ///< of passes that are timed
+  double budget = 60;  ///< seconds for candidates
+  bool no_candidates = false;
+  bool no_wisdom = false;
   std::optional<size_t> width;
   bool keep_batch = false;
   bool json = false;

@@ -5,9 +5,11 @@
 namespace qrt_tool {
 
 using marlo::toolkit::Bound;
+using marlo::toolkit::ExplainedCandidate;
 using marlo::toolkit::ExplainedConverter;
 using marlo::toolkit::ExplainedKind;
 using marlo::toolkit::ExplainedLayer;
+using marlo::toolkit::ExplainedRefusal;
 using marlo::toolkit::Explanation;
 using marlo::toolkit::KernelSet;
 using marlo::toolkit::MachineLimits;
@@ -64,6 +66,20 @@ void add_shapes(JsonText& json, const char* key,
   json.end_array();
 }
 
+void add_candidate(JsonText& json, const ExplainedCandidate& candidate) {
+  json.begin_object();
+  json.text("kernel", candidate.kernel);
+  json.text("needs", word_of(candidate.set));
+  add_shapes(json, "inputs", candidate.inputs);
+  add_shape(json, "output", candidate.output);
+  json.boolean("chosen", candidate.is_chosen);
+  json.boolean("measured", candidate.is_measured);
+  json.number("ms", candidate.ms);
+  json.number("converters_ms", candidate.converters_ms);
+  json.number("difference", candidate.difference);
+  json.end_object();
+}
+
 void add_layer(JsonText& json, const ExplainedLayer& layer, const Explanation& all) {
   json.begin_object();
   json.text("id", layer.id);
@@ -92,6 +108,20 @@ void add_layer(JsonText& json, const ExplainedLayer& layer, const Explanation& a
     json.end_object();
   }
   json.end_array();
+  json.begin_array("candidates");
+  for (const ExplainedCandidate& candidate : layer.candidates) add_candidate(json, candidate);
+  json.end_array();
+  json.begin_array("refusals");
+  for (const ExplainedRefusal& refusal : layer.refusals) {
+    json.begin_object();
+    json.text("kernel", refusal.kernel);
+    json.text("needs", word_of(refusal.set));
+    json.begin_array("reasons");
+    for (const std::string& reason : refusal.reasons) json.text(reason);
+    json.end_array();
+    json.end_object();
+  }
+  json.end_array();
   json.end_object();
 }
 
@@ -108,6 +138,7 @@ std::string explain_json(const Explanation& explanation) {
   json.number("converters_ms", explanation.converters_ms);
   json.number("engine_ms", explanation.engine_ms);
   json.number("limit_ms", explanation.limit_ms);
+  json.boolean("complete", explanation.is_complete);
   json.begin_array("kinds");
   for (const ExplainedKind& kind : explanation.kinds) {
     json.begin_object();

@@ -1,13 +1,16 @@
 #include "tools/qrt/explain_output.h"
 
+#include "qrt_core/runtime/tensor/shape_text.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
 
+using marlo::toolkit::ExplainedCandidate;
 using marlo::toolkit::ExplainedConverter;
 using marlo::toolkit::ExplainedKind;
 using marlo::toolkit::ExplainedLayer;
+using marlo::toolkit::ExplainedRefusal;
 using marlo::toolkit::Explanation;
 using marlo::toolkit::KernelSet;
 using marlo::toolkit::MachineLimits;
@@ -33,6 +36,15 @@ void add_times(std::vector<std::string>& cells, double ms, const Roofline& roofl
   }
 }
 
+/// "+12.5 %": how much longer a candidate takes than the chosen kernel; "~" marks estimates.
+std::string behind(const ExplainedCandidate& candidate, const ExplainedLayer& layer) {
+  const ExplainedCandidate* chosen = chosen_of(layer);
+  if (chosen == nullptr || chosen->whole_ms() <= 0) return "";
+  const double more = candidate.whole_ms() / chosen->whole_ms() - 1;
+  const bool is_measured = candidate.is_measured && chosen->is_measured;
+  return std::string(is_measured ? "" : "~") + (more < 0 ? "" : "+") + percent(more);
+}
+
 std::string layers_table(const Explanation& all, size_t width) {
   Table table({{"#", true},
                {"layer", false, true},
@@ -43,12 +55,17 @@ std::string layers_table(const Explanation& all, size_t width) {
                {"GFLOP/s", true},
                {"GB/s", true},
                {"of limit", true},
-               {"limit"}});
+               {"limit"},
+               {"second", false, true},
+               {"by", true}});
   for (size_t i = 0; i < all.layers.size(); ++i) {
     const ExplainedLayer& layer = all.layers[i];
     const std::string output = layer.outputs.empty() ? "" : sizes_text(layer.outputs[0].dims);
     std::vector<std::string> cells{std::to_string(i), layer.id, layer.kernel, output};
     add_times(cells, layer.ms, layer.roofline, all);
+    if (const ExplainedCandidate* second = second_of(layer)) {
+      cells.insert(cells.end(), {second->kernel, behind(*second, layer)});
+    }
     table.add(std::move(cells));
     for (const ExplainedConverter& converter : layer.converters) {
       std::vector<std::string> below{"", layer.id + " " + converter.role, converter.kernel, ""};
@@ -103,6 +120,41 @@ std::string machine_table(const MachineLimits& machine, size_t width) {
 std::string explain_text(const Explanation& explanation, size_t width) {
   return layers_table(explanation, width) + "\n" + kinds_table(explanation, width) + "\n" +
          machine_table(explanation.machine, width);
+}
+
+std::string layer_text(const ExplainedLayer& layer, const Explanation& explanation, size_t width) {
+  std::string text = printable(layer.id) + " (" + printable(layer.kind) +
+                     "): " + decimal(layer.ms, 4) + " ms in a pass of " +
+                     decimal(explanation.pass_ms, 4) + " ms\n";
+  if (layer.candidates.empty()) return text + "no other kernel was looked for\n";
+  Table candidates({{"kernel", false, true},
+                    {"needs"},
+                    {"reads"},
+                    {"ms alone", true},
+                    {"converters", true},
+                    {"behind", true},
+                    {"differs by", true}});
+  for (const ExplainedCandidate& candidate : layer.candidates) {
+    const std::string reads =
+        candidate.inputs.empty() ? "" : marlo::runtime::LayoutText(candidate.inputs[0].layout);
+    candidates.add({candidate.kernel, word_of(candidate.set), reads,
+                    (candidate.is_measured ? "" : "~") + decimal(candidate.ms, 4),
+                    candidate.converters_ms > 0 ? decimal(candidate.converters_ms, 4) : "",
+                    candidate.is_chosen ? "chosen" : behind(candidate, layer),
+                    candidate.difference > 0 ? short_decimal(candidate.difference) : "0"});
+  }
+  text += "\n" + candidates.text(width);
+  if (layer.refusals.empty()) return text;
+  text += "\nnot possible:\n";
+  for (const ExplainedRefusal& refusal : layer.refusals) {
+    text += printable(refusal.kernel) + "\n";
+    for (const std::string& reason : refusal.reasons) {
+      text += "    ";
+      text += printable(reason);
+      text += '\n';
+    }
+  }
+  return text;
 }
 
 }  // namespace qrt_tool

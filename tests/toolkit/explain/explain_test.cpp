@@ -7,6 +7,7 @@
 
 #include "qrt_core/qrt_core.h"
 #include "tests/support/model_builder.h"
+#include "tests/support/temporary_folder.h"
 
 namespace marlo::toolkit::test {
 namespace {
@@ -14,6 +15,7 @@ namespace {
 using marlo::test::ModelBuilder;
 using marlo::test::plane_convolution;
 using marlo::test::ramp;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 const runtime::KernelRegistry& all_kernels() {
@@ -56,7 +58,43 @@ ExplainOptions quick_options(const MachineLimits& machine) {
   options.passes_ms = 1;
   options.least_passes = 3;
   options.machine = &machine;
+  options.with_candidates = false;
   return options;
+}
+
+/// Times by what kernels need and the layout that they read, always the same.
+class RecordedMeter final : public Meter {
+ public:
+  std::vector<double> time_work(const std::vector<Work>& rivals) override {
+    std::vector<double> times;
+    for (const Work& work : rivals) {
+      const double vectors = work.set == KernelSet::portable ? 1 : 4;
+      times.push_back(
+          work.info == nullptr ? 0.25 : 8 / vectors / runtime::BlockSize(work.inputs[0].layout));
+      asked.push_back(work.kernel);
+    }
+    return times;
+  }
+  std::vector<double> time_passes(const std::vector<const runtime::QRTModel*>& models,
+                                  const std::string&,
+                                  const std::map<std::string, runtime::TensorShape>&) override {
+    return std::vector<double>(models.size(), 1);
+  }
+
+  std::vector<std::string> asked;
+};
+
+ExplainedLayer explained_convolution(ExplainOptions options, Meter& meter) {
+  options.with_candidates = true;
+  options.meter = &meter;
+  return explain_model(*small_model(), all_kernels(), options).layers.at(1);
+}
+
+const ExplainedRefusal* refusal_of(const ExplainedLayer& layer, const std::string& kernel) {
+  for (const ExplainedRefusal& refusal : layer.refusals) {
+    if (refusal.kernel == kernel) return &refusal;
+  }
+  return nullptr;
 }
 
 TEST(Explain, EveryLayerAndConverterHasItsTimeAndItsWork) {
@@ -139,6 +177,93 @@ TEST(Explain, LayersThatNobodyNeedsDoNothing) {
   EXPECT_EQ(all.layers[2].id, "idle");
   EXPECT_EQ(all.layers[2].ms, 0);
   EXPECT_EQ(all.layers[2].roofline.limit_ms, 0);
+}
+
+TEST(Explain, CandidatesAreComparedWithTheChosenKernel) {
+  const MachineLimits machine = made_up_machine();
+  RecordedMeter meter;
+  const ExplainedLayer conv = explained_convolution(quick_options(machine), meter);
+  ASSERT_NE(chosen_of(conv), nullptr);
+  EXPECT_EQ(chosen_of(conv)->kernel, conv.kernel);
+  EXPECT_EQ(chosen_of(conv)->ms, 8);
+  EXPECT_TRUE(chosen_of(conv)->is_measured);
+  EXPECT_EQ(chosen_of(conv)->converters_ms, 0);
+  const ExplainedCandidate* second = second_of(conv);
+  ASSERT_NE(second, nullptr);
+  EXPECT_FALSE(second->is_chosen);
+  EXPECT_LT(second->whole_ms(), 8);
+  EXPECT_LT(second->difference, 1e-4);
+  double before = 0;
+  bool has_converted = false;
+  for (const ExplainedCandidate& candidate : conv.candidates) {
+    EXPECT_GE(candidate.whole_ms(), before);
+    before = candidate.whole_ms();
+    EXPECT_EQ(refusal_of(conv, candidate.kernel), nullptr) << candidate.kernel;
+    EXPECT_LE(candidate.set, KernelSet::sse);
+    if (candidate.inputs.at(0).layout == runtime::LayoutType::CHW) continue;
+    // A converter of the input; the result may stand as its reader gets it.
+    EXPECT_GE(candidate.converters_ms, 0.25) << candidate.kernel;
+    has_converted = true;
+  }
+  EXPECT_TRUE(has_converted);
+}
+
+TEST(Explain, KernelsThatAreNotPossibleSayWhy) {
+  const MachineLimits machine = made_up_machine();
+  RecordedMeter meter;
+  const ExplainedLayer conv = explained_convolution(quick_options(machine), meter);
+  const auto reasons = [&](const std::string& kernel) {
+    const ExplainedRefusal* refusal = refusal_of(conv, kernel);
+    return refusal == nullptr ? std::vector<std::string>{} : refusal->reasons;
+  };
+  EXPECT_THAT(reasons("Conv2d_K3x3_S2x2_D1x1_G1_SSE_CHW_FLOAT_M1"),
+              ElementsAre("stride: needs 2 x 2, has 1 x 1"));
+  EXPECT_THAT(reasons("Depthwise_Conv2D_K3x3_S1x1_D1x1_SSE_CHW_FLOAT_M1"),
+              ElementsAre("groups: needs 8, one for each channel, has 1"));
+  EXPECT_EQ(refusal_of(conv, "ReLU_Fallback_Float_M1"), nullptr) << "a kernel of other layers";
+  size_t of_instructions = 0;
+  for (const ExplainedRefusal& refusal : conv.refusals) {
+    EXPECT_FALSE(refusal.reasons.empty()) << refusal.kernel;
+    for (const std::string& reason : refusal.reasons) {
+      if (reason.rfind("instructions: needs ", 0) == 0) ++of_instructions;
+    }
+  }
+  EXPECT_GT(of_instructions, 0u);
+}
+
+TEST(Explain, ToleranceKeepsOtherResultsOut) {
+  const MachineLimits machine = made_up_machine();
+  RecordedMeter meter;
+  ExplainOptions options = quick_options(machine);
+  options.tolerance = 0;
+  const ExplainedLayer conv = explained_convolution(options, meter);
+  for (const ExplainedCandidate& candidate : conv.candidates) EXPECT_EQ(candidate.difference, 0);
+  size_t differing = 0;
+  for (const ExplainedRefusal& refusal : conv.refusals) {
+    if (refusal.reasons[0].rfind("results: differ by ", 0) == 0) ++differing;
+  }
+  EXPECT_GT(differing, 0u);
+}
+
+TEST(Explain, MeasurementsAreRememberedAndEnd) {
+  const MachineLimits machine = made_up_machine();
+  const marlo::test::TemporaryFolder folder;
+  ExplainOptions options = quick_options(machine);
+  options.wisdom = folder.file("w.json");
+  RecordedMeter first;
+  explained_convolution(options, first);
+  EXPECT_FALSE(first.asked.empty());
+  RecordedMeter second;
+  EXPECT_TRUE(chosen_of(explained_convolution(options, second))->is_measured);
+  EXPECT_TRUE(second.asked.empty());
+  options.wisdom.clear();
+  options.budget = 0;
+  RecordedMeter none;
+  const ExplainedLayer estimated = explained_convolution(options, none);
+  EXPECT_FALSE(second_of(estimated)->is_measured);
+  // The chosen kernel has run within the passes.
+  EXPECT_EQ(chosen_of(estimated)->ms, estimated.ms);
+  EXPECT_TRUE(none.asked.empty());
 }
 
 TEST(Explain, SaysWhatIsMissing) {

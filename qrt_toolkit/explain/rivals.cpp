@@ -1,0 +1,190 @@
+#include "qrt_toolkit/explain/rivals.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <set>
+#include <utility>
+
+#include "qrt_core/runtime/tensor/shape_text.h"
+#include "qrt_toolkit/assign/candidates.h"
+#include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/network.h"
+#include "qrt_toolkit/assign/problem.h"
+#include "qrt_toolkit/explain/refusals.h"
+#include "qrt_toolkit/tune/measured_costs.h"
+#include "qrt_toolkit/tune/summary.h"
+
+namespace marlo::toolkit {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Which layer, by its description, and how a kernel would read it.
+std::string place_text(const runtime::LayerInfo* info, const std::string& kernel,
+                       const std::vector<runtime::TensorShape>& inputs,
+                       const runtime::TensorShape& output) {
+  return std::to_string(reinterpret_cast<uintptr_t>(info)) + '|' + kernel + '|' +
+         runtime::ShapesText(inputs) + '|' + runtime::ShapeText(output);
+}
+
+/// Costs that keep what they have told.
+class RememberedCosts final : public Costs {
+ public:
+  struct Told {
+    double ms = 0;
+    bool is_measured = false;
+  };
+
+  explicit RememberedCosts(MeasuredCosts& costs) : costs_(costs) {}
+
+  void compare(const std::vector<Work>& rivals) override { costs_.compare(rivals); }
+
+  double of(const Work& work) override {
+    const Told told{costs_.of(work), costs_.is_measured(work)};
+    told_[place_text(work.info.get(), work.kernel, work.inputs, work.output)] = told;
+    return told.ms;
+  }
+
+  Told of_candidate(const ReferenceLayer& layer, const Candidate& candidate) const {
+    const auto* info = candidate.info != nullptr ? candidate.info.get() : layer.info.get();
+    std::vector<runtime::TensorShape> inputs;
+    inputs.reserve(candidate.inputs.size());
+    for (const Form& form : candidate.inputs) inputs.push_back(form.shape);
+    const auto found =
+        told_.find(place_text(info, candidate.kernel, inputs, candidate.output.shape));
+    return found != told_.end() ? found->second : Told{};
+  }
+
+ private:
+  MeasuredCosts& costs_;
+  std::map<std::string, Told> told_;
+};
+
+/// What bringing a tensor from one form to another costs; infinity where it can't be done.
+double conversion(const Problem& problem, size_t layer, const Form& from, const Form& to) {
+  if (from == to) return 0;
+  const std::vector<Form>& forms = problem.options[layer].forms;
+  const size_t a = place_of(from, forms);
+  const size_t b = place_of(to, forms);
+  if (a == forms.size() || b == forms.size()) return std::numeric_limits<double>::infinity();
+  return problem.graph[layer].conversions[a][b];
+}
+
+/// The converters that a candidate needs between what now stands around the layer.
+double conversions_around(const Problem& problem, size_t v, const Candidate& candidate,
+                          const Candidate& chosen) {
+  const ReferenceLayer& layer = problem.layers[v];
+  double ms = 0;
+  for (size_t i = 0; i < layer.inputs.size() && i < candidate.inputs.size(); ++i) {
+    ms += conversion(problem, layer.inputs[i], chosen.inputs[i], candidate.inputs[i]);
+  }
+  return ms + conversion(problem, v, candidate.output, chosen.output);
+}
+
+class RivalFinder {
+ public:
+  RivalFinder(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+              const RivalOptions& options)
+      : options_(options),
+        workshop_(kernels),
+        finder_(workshop_, {options.assign.set, options.assign.tolerance}),
+        refusals_(workshop_, {options.assign.set, options.assign.tolerance}),
+        clock_(kernels),
+        wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)) {
+    const std::string id = network_id(model, options.assign.network);
+    layers_ = walk_reference(network_of(model, id), config_of(model, id), options.assign.inputs,
+                             workshop_);
+  }
+
+  Rivals run() {
+    MeasuredCosts measured(options_.meter != nullptr ? *options_.meter : clock_, wisdom_,
+                           {[this] { return lasts(); }, [this] { count_layer(); }});
+    RememberedCosts costs(measured);
+    const Problem problem = make_problem(std::move(layers_), finder_, costs);
+    for (size_t v = 0; v < problem.layers.size(); ++v) {
+      const ReferenceLayer& layer = problem.layers[v];
+      LayerRivals& rivals = found_.layers[layer.id];
+      if (layer.is_fixed) continue;
+      rivals.candidates = candidates_of(problem, v, costs);
+      rivals.refusals = refusals_of(layer, rivals.candidates);
+    }
+    for (const std::string& fault : {wisdom_.fault(), wisdom_.save()}) {
+      if (!fault.empty()) found_.notes.push_back(fault);
+    }
+    return std::move(found_);
+  }
+
+ private:
+  bool lasts() {
+    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    const bool goes_on = seconds <= options_.budget && (!options_.go_on || options_.go_on());
+    if (!goes_on) found_.is_complete = false;
+    return goes_on;
+  }
+
+  void count_layer() {
+    if (options_.progress) options_.progress(++layers_done_);
+  }
+
+  static std::vector<ExplainedCandidate> candidates_of(const Problem& problem, size_t v,
+                                                       const RememberedCosts& costs) {
+    const ReferenceLayer& layer = problem.layers[v];
+    const std::vector<Option>& options = problem.options[v].options;
+    std::vector<ExplainedCandidate> found;
+    for (size_t c = 0; c < options.size(); ++c) {
+      const Candidate& candidate = options[c].candidate;
+      const double around = conversions_around(problem, v, candidate, options[0].candidate);
+      if (!std::isfinite(around)) continue;
+      ExplainedCandidate next;
+      next.kernel = candidate.kernel;
+      next.set = candidate.set;
+      for (const Form& form : candidate.inputs) next.inputs.push_back(form.shape);
+      next.output = candidate.output.shape;
+      next.is_chosen = c == 0;
+      next.difference = candidate.difference;
+      const RememberedCosts::Told told = costs.of_candidate(layer, candidate);
+      next.is_measured = told.is_measured;
+      next.ms = told.ms;
+      next.converters_ms = around;
+      found.push_back(std::move(next));
+    }
+    return found;
+  }
+
+  std::vector<ExplainedRefusal> refusals_of(const ReferenceLayer& layer,
+                                            const std::vector<ExplainedCandidate>& candidates) {
+    std::string key = layer.kernel + '|' + key_of(*layer.info) + '|' +
+                      (layer.reads_rectified ? "r" : "") + '|' + runtime::ShapesText(layer.reads);
+    std::set<std::string> possible;
+    for (const ExplainedCandidate& candidate : candidates) {
+      if (possible.insert(candidate.kernel).second) key += '|' + candidate.kernel;
+    }
+    const auto [known, is_new] = known_refusals_.try_emplace(std::move(key));
+    if (is_new) known->second = refusals_.of(layer, possible);
+    return known->second;
+  }
+
+  const RivalOptions& options_;
+  const Clock::time_point start_ = Clock::now();
+  Workshop workshop_;
+  CandidateFinder finder_;
+  RefusalFinder refusals_;
+  ClockMeter clock_;
+  Wisdom wisdom_;
+  std::vector<ReferenceLayer> layers_;
+  std::map<std::string, std::vector<ExplainedRefusal>> known_refusals_;
+  Rivals found_;
+  size_t layers_done_ = 0;
+};
+
+}  // namespace
+
+Rivals find_rivals(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
+                   const RivalOptions& options) {
+  return RivalFinder(model, kernels, options).run();
+}
+
+}  // namespace marlo::toolkit

@@ -1,0 +1,174 @@
+#include "qrt_toolkit/explain/html.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "tests/support/temporary_folder.h"
+
+namespace marlo::toolkit::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+runtime::TensorShape plane() {
+  return runtime::TensorShape({8, 4, 4}, runtime::DataType::FLOAT32, runtime::LayoutType::CHW);
+}
+
+/// An explanation of so many layers whose names are markup.
+Explanation explanation_of(size_t layers) {
+  Explanation all;
+  all.network = "a<b>&\"c\"";
+  all.machine.processor = "a <processor>";
+  all.machine.gigaflops.fill(100);
+  all.machine.levels.push_back({"L1", 32768, {}});
+  all.machine.levels.push_back({"memory", 0, {}});
+  for (MemoryLevel& level : all.machine.levels) level.bandwidth.fill({20, 20});
+  for (size_t i = 0; i < layers; ++i) {
+    ExplainedLayer layer;
+    layer.id = "<script>alert(" + std::to_string(i) + ")</script>&'\"";
+    layer.kind = i % 2 == 0 ? "Conv2d" : "Activation";
+    layer.kernel = "Kernel_" + std::to_string(i);
+    layer.inputs = layer.outputs = {plane()};
+    layer.ms = 0.5;
+    layer.work = {1000000, 512, 512, 0};
+    layer.roofline = roofline_of(layer.work, layer.ms, 1024, KernelSet::sse, all.machine);
+    layer.candidates.resize(2);
+    layer.candidates[0].kernel = "Faster<" + std::to_string(i) + ">";
+    layer.candidates[0].ms = 0.25;
+    layer.candidates[0].is_measured = true;
+    layer.candidates[1].kernel = layer.kernel;
+    layer.candidates[1].ms = 0.5;
+    layer.candidates[1].is_measured = layer.candidates[1].is_chosen = true;
+    layer.refusals.push_back({"Other", KernelSet::sse, {"groups: needs < 2 & > 0, has 8"}});
+    all.kernels_ms += layer.ms;
+    all.layers.push_back(layer);
+  }
+  if (layers > 0) {
+    all.layers[0].converters.push_back({"output 0", "Move", 0.25, {}});
+    all.converters_ms = 0.25;
+  }
+  all.kinds = {{"Conv2d", (layers + 1) / 2, 0.5, 0.1, 1}, {"converter", 1, 0.25, 0.1, 0}};
+  all.engine_ms = 0.25;
+  all.pass_ms = all.kernels_ms + all.converters_ms + all.engine_ms;
+  return all;
+}
+
+size_t count_of(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+/// The elements that are open at the end, or that were closed in another order; empty for sound
+/// markup.
+std::string structure_fault(const std::string& html) {
+  std::vector<std::string> open;
+  for (size_t at = html.find('<'); at != std::string::npos; at = html.find('<', at + 1)) {
+    const size_t end = html.find('>', at);
+    if (end == std::string::npos) return "an element without an end";
+    const std::string tag = html.substr(at + 1, end - at - 1);
+    if (tag[0] == '!' || tag.back() == '/') continue;
+    const std::string name = tag.substr(tag[0] == '/' ? 1 : 0, tag.find_first_of(" >"));
+    if (name == "meta") continue;
+    if (tag[0] != '/') {
+      open.push_back(name);
+    } else if (open.empty() || open.back() != name) {
+      return "</" + name + "> behind <" + (open.empty() ? "" : open.back()) + ">";
+    } else {
+      open.pop_back();
+    }
+  }
+  return open.empty() ? "" : "<" + open.back() + "> is open";
+}
+
+TEST(ExplainHtml, HoldsEveryLayerOnceInEachPart) {
+  constexpr size_t kLayers = 12;
+  const std::string html = explain_html(explanation_of(kLayers), "net");
+  EXPECT_EQ(structure_fault(html), "");
+  EXPECT_EQ(count_of(html, "<details id=\"layer-"), kLayers);
+  EXPECT_EQ(count_of(html, "<circle "), kLayers);
+  EXPECT_EQ(count_of(html, "<rect "), kLayers + 2) << "a converter and the engine beside them";
+  for (size_t i = 0; i < kLayers; ++i) {
+    const std::string link = "<a href=\"#layer-" + std::to_string(i) + "\"";
+    EXPECT_EQ(count_of(html, link), i == 0 ? 4u : 3u) << i;
+  }
+  EXPECT_EQ(count_of(html, "needs &lt; 2 &amp; &gt; 0, has 8"), kLayers);
+  EXPECT_EQ(count_of(html, "<code>Faster&lt;"), 2 * kLayers);
+  EXPECT_THAT(html, HasSubstr("-50.0 %"));
+}
+
+TEST(ExplainHtml, NamesStayText) {
+  const std::string html = explain_html(explanation_of(2), "</title><b>\x01");
+  EXPECT_THAT(html, Not(HasSubstr("<script")));
+  EXPECT_THAT(html, Not(HasSubstr("</title><b>")));
+  EXPECT_THAT(html, HasSubstr("&lt;script&gt;alert(1)&lt;/script&gt;&amp;&#39;&quot;"));
+  EXPECT_THAT(html, HasSubstr("a&lt;b&gt;&amp;&quot;c&quot;"));
+  EXPECT_EQ(structure_fault(html), "");
+}
+
+TEST(ExplainHtml, NeedsNothingElse) {
+  const std::string html = explain_html(explanation_of(3), "net");
+  for (const char* part : {"http:", "https:", "src=", "@import", "url(", "<link"}) {
+    EXPECT_THAT(html, Not(HasSubstr(part)));
+  }
+  EXPECT_THAT(html, HasSubstr("<html lang=\"en\">"));
+}
+
+TEST(ExplainHtml, RectanglesFillThePassToScale) {
+  const std::string html = explain_html(explanation_of(4), "net");
+  // Four layers of 0.5 ms, 0.25 ms of converters and as much between: 2.5 ms are 1000.
+  EXPECT_EQ(count_of(html, " width=\"200.00\" height"), 4u);
+  EXPECT_EQ(count_of(html, " width=\"100.00\" height"), 2u);
+  EXPECT_THAT(html, HasSubstr("x=\"900.00\""));
+}
+
+TEST(ExplainHtml, NothingAtAllIsAPageToo) {
+  const std::string html = explain_html(explanation_of(0), "net");
+  EXPECT_EQ(structure_fault(html), "");
+  EXPECT_THAT(html, HasSubstr("nothing to show"));
+  EXPECT_EQ(structure_fault(explain_html(Explanation(), "")), "");
+}
+
+// In a real browser, where there is one: every layer has a place on the page, and nothing is wider
+// than the window.
+TEST(ExplainHtml, LooksRightInABrowser) {
+  if (std::system("command -v chromium >/dev/null 2>&1") != 0) GTEST_SKIP() << "no chromium";
+  const marlo::test::TemporaryFolder folder;
+  std::string html = explain_html(explanation_of(6), "net");
+  const std::string probe =
+      "<script>document.title='width '+(document.documentElement.scrollWidth<=innerWidth)+"
+      "', layers '+[...document.querySelectorAll('details')].filter(d=>"
+      "d.getBoundingClientRect().height>0).length;</script>";
+  html.insert(html.find("</body>"), probe);
+  std::ofstream(folder.file("page.html")) << html;
+  const std::string browser =
+      "timeout 60 chromium --headless --no-sandbox --disable-gpu --no-first-run --user-data-dir='" +
+      folder.file("profile") + "' ";
+  const std::string page = " 'file://" + folder.file("page.html") + "' ";
+  for (const std::string size : {"1280,900", "400,800"}) {
+    const std::string dump = folder.file("dom.html");
+    ASSERT_EQ(std::system((browser + "--window-size=" + size + " --dump-dom" + page + ">'" + dump +
+                           "' 2>/dev/null")
+                              .c_str()),
+              0);
+    std::ifstream file(dump);
+    const std::string dom((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    EXPECT_THAT(dom, HasSubstr("<title>width true, layers 6</title>")) << size;
+  }
+  const std::string picture = folder.file("page.png");
+  EXPECT_EQ(
+      std::system((browser + "--screenshot='" + picture + "'" + page + ">/dev/null 2>&1").c_str()),
+      0);
+  std::ifstream png(picture, std::ios::binary | std::ios::ate);
+  EXPECT_GT(png.tellg(), 10000);
+}
+
+}  // namespace
+}  // namespace marlo::toolkit::test
