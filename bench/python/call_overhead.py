@@ -3,7 +3,7 @@
     PYTHONPATH=build/release/python python3 bench/python/call_overhead.py [--json] [--onnxruntime-node FOLDER]
 
 Networks of one small layer are run by calls from Python and by passes of the library alone, in turn; a figure is the
-median of the rounds. Where ONNX Runtime's package for Python can be imported, or FOLDER holds its package for Node
+least of the rounds, the one that other programs disturbed least. Where ONNX Runtime's package for Python can be imported, or FOLDER holds its package for Node
 (node_modules), its own call on the same network stands beside them.
 """
 
@@ -12,7 +12,6 @@ import importlib.util
 import json
 import os
 import shutil
-import statistics
 import subprocess
 import sys
 import tempfile
@@ -21,7 +20,7 @@ import time
 import numpy as np
 import qrt_core as qrt
 
-ROUNDS, CALLS = 41, 20000
+ROUNDS, CALLS = 400, 2000
 
 NODE = """
 const ort = require('onnxruntime-node');
@@ -37,7 +36,7 @@ const [path, rounds, calls] = [process.argv[1], Number(process.argv[2]), Number(
     times.push(Number(process.hrtime.bigint() - begin) / 1e3 / calls);
   }
   times.sort((a, b) => a - b);
-  console.log(times[times.length >> 1]);
+  console.log(times[0]);
 })();
 """
 
@@ -77,10 +76,10 @@ def measure(path):
     for _ in range(ROUNDS):
         native = net._time_passes(*arrays, count=CALLS) / CALLS * 1e6
         empty = microseconds(lambda: None, CALLS)
-        rows.append((native, microseconds(call, CALLS) - empty))
-    native, whole = (statistics.median(column) for column in zip(*rows))
-    overhead = statistics.median(row[1] - row[0] for row in rows)
-    return {"pass_us": native, "call_us": whole, "overhead_us": overhead}
+        rows.append((native, microseconds(call, CALLS), empty))
+    native, whole, empty = (min(column) for column in zip(*rows))
+    whole -= empty
+    return {"pass_us": native, "call_us": whole, "overhead_us": whole - native}
 
 
 def onnxruntime_in_python(path):
@@ -90,7 +89,7 @@ def onnxruntime_in_python(path):
     options.intra_op_num_threads = options.inter_op_num_threads = 1
     session = onnxruntime.InferenceSession(path, options, providers=["CPUExecutionProvider"])
     feed = {"x": np.ones((1, 8), np.float32)}
-    return statistics.median(microseconds(lambda: session.run(None, feed), 2000) for _ in range(ROUNDS))
+    return min(microseconds(lambda: session.run(None, feed), CALLS) for _ in range(21))
 
 
 def onnxruntime_in_node(path, folder):

@@ -26,6 +26,7 @@ def difference(folder, name):
     export.export(folder, name)
     x = np.load(folder / f"{name}.input.npy")
     net = qrt.import_onnx(folder / f"{name}.onnx")[0]
+    x = x.reshape(net.inputs[0].shape)  # without the batch, which recurrent ones have in the middle
     results = net(x)
     arrays = list(results.values()) if isinstance(results, dict) else [results]
     largest = 0.0
