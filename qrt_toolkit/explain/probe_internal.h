@@ -17,7 +17,7 @@ template <typename Register>
   asm volatile("" : : "x"(value));
 }
 
-constexpr size_t kUnrolled = 16;
+inline constexpr size_t kUnrolled = 16;
 
 template <typename Vector, size_t step = kUnrolled>
 void copy(const float* from, float* to, size_t count) noexcept {
