@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "qrt_core/kernel/epilogue.h"
 #include "qrt_core/kernel/kernel_class.h"
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/type_name.h"
@@ -47,6 +48,14 @@ std::string listed(const std::vector<Number>& numbers) {
   std::string text;
   for (const Number number : numbers) text += (text.empty() ? "" : ", ") + std::to_string(number);
   return "[" + text + "]";
+}
+
+/// That a kernel's results are those of an activation besides, member "epilogue".
+inline void add_epilogue_difference(Epilogue epilogue, std::vector<runtime::Misfit>& misfits) {
+  if (epilogue == Epilogue::none) return;
+  misfits.push_back(
+      {"epilogue", "none, or that of the one layer that reads the results and passes them through",
+       name_of(epilogue)});
 }
 
 /// The demands that something doesn't meet.

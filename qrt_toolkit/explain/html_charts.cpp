@@ -191,10 +191,12 @@ std::string html_intensity(const Explanation& explanation) {
     const Roofline& roofline = layer.roofline;
     if (roofline.gigaflops <= 0 || roofline.intensity <= 0) continue;
     const std::string text = point_text(layer);
-    svg += "<a href=\"#layer-" + std::to_string(i) + "\" aria-label=\"" + text +
-           "\"><circle class=\"" + kind_class(explanation, counted_kind(layer)) + "\"" +
-           attribute("cx", x.at(roofline.intensity)) + attribute("cy", y.at(roofline.gigaflops)) +
-           " r=\"7\"><title>" + text + "</title></circle></a>\n";
+    svg.append("<a href=\"#layer-").append(std::to_string(i));
+    svg.append("\" aria-label=\"").append(text).append("\"><circle class=\"");
+    svg.append(kind_class(explanation, counted_kind(layer))).append("\"");
+    svg.append(attribute("cx", x.at(roofline.intensity)));
+    svg.append(attribute("cy", y.at(roofline.gigaflops)));
+    svg.append(" r=\"7\"><title>").append(text).append("</title></circle></a>\n");
   }
   return svg + "</svg>\n";
 }

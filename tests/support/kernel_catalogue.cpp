@@ -113,8 +113,8 @@ KernelFacts facts_of(const kernel::PoolingRow& row) {
   return facts;
 }
 
-KernelFacts facts_of(const kernel::AdaptivePoolingRow&) {
-  return in_one_layout("any output size", LayoutType::CHW, kDefines);
+KernelFacts facts_of(const kernel::AdaptivePoolingRow& row) {
+  return in_one_layout("any output size", row.layout, portable_defines(row.name, kFreeOrder));
 }
 
 KernelFacts facts_of(const kernel::UpsamplingRow& row) {

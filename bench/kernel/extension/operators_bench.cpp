@@ -16,6 +16,7 @@
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "qrt_core/runtime/model/extension_info.h"
+#include "qrt_core/runtime/model/pooling_info.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/numbers.h"
 #include "tests/support/oracle.h"
@@ -110,6 +111,28 @@ void run_moving(benchmark::State& state, const char* name,
   report_rate(state, "elem/ns", static_cast<double>(values.size()));
 }
 
+// The end of a residual block.
+void run_sum(benchmark::State& state, const char* name) {
+  ConfiguredKernel layer(name, std::make_shared<runtime::ElementWiseOperatorInfo>());
+  for (const uint32_t seed : {1u, 2u}) {
+    layer.add_floats({8, 56, 56, 8}, runtime::LayoutType::C8HW8,
+                     test::Random(seed).floats(size_t{64} * 56 * 56));
+  }
+  layer.pass();
+  time_transforming(state, layer);
+}
+
+// Where squeeze-and-excite begins.
+void run_average(benchmark::State& state, const char* name) {
+  const auto info = std::make_shared<runtime::AdaptiveAvgPool2dInfo>();
+  info->output_size = {1, 1};
+  ConfiguredKernel layer(name, info);
+  layer.add_floats({60, 14, 14, 8}, runtime::LayoutType::C8HW8,
+                   test::Random(1).floats(size_t{480} * 14 * 14));
+  layer.pass();
+  time_transforming(state, layer);
+}
+
 // A layer of 128 inputs and 256 hidden values over 50 steps.
 void run_sequence(benchmark::State& state, const char* name) {
   test::RecurrentCase layer;
@@ -167,6 +190,18 @@ const bool registered = [] {
   }
   for (const auto* row : kernel::layer_norm_rows) {
     register_moving(row->name, std::make_shared<runtime::LayerNormInfo>());
+  }
+  for (const auto* row : kernel::rectified_sum_rows) {
+    const char* const name = row->name;
+    if (!can_run(name)) continue;
+    benchmark::RegisterBenchmark((std::string(name) + "/64x56x56").c_str(),
+                                 [name](benchmark::State& state) { run_sum(state, name); });
+  }
+  for (const auto* row : kernel::block_average_rows) {
+    const char* const name = row->name;
+    if (!can_run(name)) continue;
+    benchmark::RegisterBenchmark((std::string(name) + "/480x14x14").c_str(),
+                                 [name](benchmark::State& state) { run_average(state, name); });
   }
   for (const auto* row : kernel::wide_sequence_rows) {
     const char* const name = row->name;

@@ -10,7 +10,6 @@
 namespace marlo::kernel {
 
 using runtime::AdaptiveAvgPool2dInfo;
-using runtime::LayoutType;
 using runtime::TensorCPU;
 using runtime::TensorShape;
 using utility::Assert;
@@ -35,16 +34,16 @@ class Windows {
   float scale_;
 };
 
-float average(const float* plane, size_t row_size, size_t r0, size_t r1, size_t c0, size_t c1) {
-  float sum = 0.0f;
-  for (size_t r = r0; r < r1; ++r) {
-    const float* row = plane + r * row_size;
-    for (size_t c = c0; c < c1; ++c) sum += row[c];
-  }
-  return sum / static_cast<float>(r1 - r0) / static_cast<float>(c1 - c0);
-}
-
 }  // namespace
+
+void pooling::window_average_portable(const float* first, size_t row_floats, size_t height,
+                                      size_t width, float* average) noexcept {
+  float sum = 0.0f;
+  for (size_t r = 0; r < height; ++r, first += row_floats) {
+    for (size_t c = 0; c < width; ++c) sum += first[c];
+  }
+  *average = sum / static_cast<float>(height) / static_cast<float>(width);
+}
 
 int AdaptivePooling::CheckConfig(const LayerInfo* info, const InferenceParam* param) const {
   return config_verdict(refusals(info, param).empty());
@@ -63,7 +62,7 @@ KernelFamily::Misfits AdaptivePooling::refusals(const LayerInfo* info,
 
 KernelFamily::Misfits AdaptivePooling::input_refusals(const Shapes& inputs) const {
   Expectations expected;
-  expected.one_float_of(inputs, LayoutType::CHW);
+  expected.one_float_of(inputs, row_.layout);
   return std::move(expected).unmet();
 }
 
@@ -75,15 +74,20 @@ bool AdaptivePooling::Configure(const LayerInfo* info, const InferenceParam*, co
 }
 
 KernelFamily::Shapes AdaptivePooling::InferOutputShapes(const Shapes& shapes) const {
-  Assert(!shapes.empty() && shapes[0].dims.size() == 3, "%s: the input must have 3 dims",
-         row_.name);
-  const TensorShape& input = shapes[0];
-  return {
-      TensorShape({input.dims[0], height_, width_}, input.data_type, input.layout, input.location)};
+  const uint32_t block = runtime::BlockSize(row_.layout);
+  const size_t rank = block == 1 ? 3 : 4;
+  Assert(!shapes.empty() && shapes[0].dims.size() == rank, "%s: the input must have %zu dims",
+         row_.name, rank);
+  Assert(block == 1 || shapes[0].dims[3] == block, "%s: a pixel must have %u channels", row_.name,
+         block);
+  TensorShape output(shapes[0].dims, shapes[0].data_type, shapes[0].layout, shapes[0].location);
+  output.dims[1] = height_;
+  output.dims[2] = width_;
+  return {output};
 }
 
 int AdaptivePooling::CheckInputs(const Tensors& tensors) const {
-  return tensor_verdict(is_one_float(tensors) && tensors[0]->shape.layout == LayoutType::CHW);
+  return tensor_verdict(is_one_float(tensors) && tensors[0]->shape.layout == row_.layout);
 }
 
 int AdaptivePooling::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
@@ -92,14 +96,16 @@ int AdaptivePooling::Forward(const Tensors& inputs, Tensors& outputs, const Pass
   const std::vector<uint32_t>& dims = input.shape.dims;
   const Windows rows(dims[1], height_);
   const Windows columns(dims[2], width_);
-  const size_t row_size = dims[2];
+  const size_t block = runtime::BlockSize(row_.layout);
+  const size_t row_floats = dims[2] * block;
   const float* plane = static_cast<const float*>(input.RawPointer());
   float* output = static_cast<float*>(result->RawPointer());
-  for (uint32_t c = 0; c < dims[0]; ++c, plane += dims[1] * row_size) {
+  for (uint32_t c = 0; c < dims[0]; ++c, plane += dims[1] * row_floats) {
     for (uint32_t i = 0; i < height_; ++i) {
-      for (uint32_t j = 0; j < width_; ++j) {
-        *output++ =
-            average(plane, row_size, rows.begin(i), rows.end(i), columns.begin(j), columns.end(j));
+      const float* const row = plane + rows.begin(i) * row_floats;
+      for (uint32_t j = 0; j < width_; ++j, output += block) {
+        row_.average(row + columns.begin(j) * block, row_floats, rows.end(i) - rows.begin(i),
+                     columns.end(j) - columns.begin(j), output);
       }
     }
   }

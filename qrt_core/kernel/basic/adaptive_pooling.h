@@ -1,5 +1,6 @@
 #pragma once
 
+#include "qrt_core/kernel/basic/adaptive_pooling_cores.h"
 #include "qrt_core/kernel/kernel_class.h"
 
 // Average pooling of FLOAT32 planes to a given size.
@@ -11,12 +12,15 @@ class AdaptivePooling;
 /// One adaptive pooling kernel.
 struct AdaptivePoolingRow : KernelRow {
   using Family = AdaptivePooling;
+
+  runtime::LayoutType layout = runtime::LayoutType::CHW;              ///< of input and output
+  pooling::WindowAverage average = pooling::window_average_portable;  ///< of a window
 };
 
 /// [C, H, W] to [C, "output_size"]. The window of output row i reaches from floor(i * s) to
 /// ceil((i + 1) * s), with s = H / H_out in float, and columns likewise, so that neighbours may
 /// overlap; a window ends with the plane where the rounding of s would take it one further. The sum
-/// is divided by the window's height and then by its width.
+/// is divided by the window's height and then by its width. In blocks of channels likewise.
 class AdaptivePooling : public KernelFamily {
  public:
   explicit AdaptivePooling(const AdaptivePoolingRow& row) : row_(row) {}

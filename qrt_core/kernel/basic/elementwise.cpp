@@ -77,7 +77,9 @@ KernelFamily::Misfits Elementwise::differences(const LayerInfo&, const Shapes& i
                     "two tensors of one shape: elements are combined in memory order",
                     runtime::ShapesText(inputs));
   }
-  return std::move(expected).unmet();
+  Misfits misfits = std::move(expected).unmet();
+  add_epilogue_difference(row_.epilogue, misfits);
+  return misfits;
 }
 
 bool Elementwise::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {

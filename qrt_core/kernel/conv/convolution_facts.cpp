@@ -83,13 +83,6 @@ Misfits input_misfits(const ConvolutionSide& side, DataType type, uint32_t chann
   return misfits;
 }
 
-void add_epilogue_difference(Epilogue epilogue, Misfits& misfits) {
-  if (epilogue == Epilogue::none) return;
-  misfits.push_back(
-      {"epilogue", "none, or that of the one layer that reads the results and passes them through",
-       name_of(epilogue)});
-}
-
 Misfits channel_differences(Computes computes, LayoutType input, LayoutType output,
                             const Conv2dParams& p) {
   Misfits misfits;

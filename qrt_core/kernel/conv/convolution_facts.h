@@ -36,9 +36,6 @@ std::vector<runtime::Misfit> input_misfits(const ConvolutionSide& side, runtime:
                                            uint32_t channels, size_t planar_dims,
                                            const std::vector<runtime::TensorShape>& inputs);
 
-/// That a kernel's results are those of an activation besides, member "epilogue".
-void add_epilogue_difference(Epilogue epilogue, std::vector<runtime::Misfit>& misfits);
-
 /// Where what is computed of an accepted layer isn't what its description says: groups, and
 /// channels that don't fill the blocks of a layout.
 std::vector<runtime::Misfit> channel_differences(Computes computes, runtime::LayoutType input,

@@ -15,11 +15,13 @@
 #include "qrt_core/kernel/extension/elementary/binary.h"
 #include "qrt_core/kernel/extension/elementary/element_function.h"
 #include "qrt_core/kernel/extension/elementary/lines.h"
+#include "qrt_core/kernel/extension/elementary/rectified_sum.h"
 #include "qrt_core/kernel/extension/layout/axis_map.h"
 #include "qrt_core/kernel/extension/layout/constant.h"
 #include "qrt_core/kernel/extension/layout/resize.h"
 #include "qrt_core/kernel/extension/matrix/dense.h"
 #include "qrt_core/kernel/extension/matrix/matmul.h"
+#include "qrt_core/kernel/extension/pooling/block_average.h"
 #include "qrt_core/kernel/extension/recurrent/wide_sequence.h"
 #endif
 
@@ -41,9 +43,11 @@
   QRT_BINARY_KERNELS_FMA(KERNEL)           \
   QRT_ELEMENT_FUNCTION_KERNELS_FMA(KERNEL) \
   QRT_LINE_KERNELS_FMA(KERNEL)             \
+  QRT_RECTIFIED_SUM_KERNELS_FMA(KERNEL)    \
   QRT_DENSE_KERNELS_FMA(KERNEL)            \
   QRT_MATMUL_KERNELS_FMA(KERNEL)           \
   QRT_WIDE_SEQUENCES_FMA(KERNEL)           \
+  QRT_BLOCK_AVERAGE_KERNELS_FMA(KERNEL)    \
   QRT_BLOCK_WINDOW_KERNELS_FMA(KERNEL)     \
   QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL)   \
   QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)  \

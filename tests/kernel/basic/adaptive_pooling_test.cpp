@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <initializer_list>
+
 #include "qrt_core/runtime/model/pooling_info.h"
+#include "tests/support/blocked_layout.h"
 #include "tests/support/compare.h"
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
@@ -25,22 +29,29 @@ std::shared_ptr<AdaptiveAvgPool2dInfo> to_size(std::vector<uint16_t> size) {
   return info;
 }
 
-std::vector<float> pooled(const std::vector<uint32_t>& dims, uint16_t height, uint16_t width,
-                          const std::vector<float>& values) {
+// What a kernel makes of planes in its layout, as planes.
+std::vector<float> pooled_by(const char* name, LayoutType layout, const std::vector<uint32_t>& dims,
+                             uint16_t height, uint16_t width, const std::vector<float>& values) {
   TestContext context;
-  const auto kernel = make_kernel(kName);
+  const auto kernel = make_kernel(name);
   EXPECT_TRUE(kernel->Config(to_size({height, width}), nullptr, context));
-  const auto input = context.floats(dims, LayoutType::CHW, values);
+  const std::vector<float> elements = to_layout(values, dims[0], layout);
+  const auto input = context.floats(dims_in_layout(dims, layout), layout, elements);
   EXPECT_EQ(kernel->CheckInputs({input}), 0);
   IKernel::Tensors outputs;
   EXPECT_EQ(kernel->Forward({input}, outputs, context), 0);
   EXPECT_EQ(outputs.size(), 1u);
-  EXPECT_TRUE(outputs[0]->shape ==
-              TensorShape({dims[0], height, width}, DataType::FLOAT32, LayoutType::CHW));
+  EXPECT_TRUE(outputs[0]->shape == TensorShape(dims_in_layout({dims[0], height, width}, layout),
+                                               DataType::FLOAT32, layout));
   EXPECT_TRUE(outputs[0]->shape == kernel->InferOutputShapes({input->shape})[0]);
   EXPECT_EQ(kernel->CheckOutputs(outputs), 0);
-  EXPECT_TRUE(same_bits(values_of(*input), values)) << "the input changed";
-  return values_of(*outputs[0]);
+  EXPECT_TRUE(same_bits(values_of(*input), elements)) << "the input changed";
+  return from_layout(values_of(*outputs[0]), dims[0], layout);
+}
+
+std::vector<float> pooled(const std::vector<uint32_t>& dims, uint16_t height, uint16_t width,
+                          const std::vector<float>& values) {
+  return pooled_by(kName, LayoutType::CHW, dims, height, width, values);
 }
 
 // The windows in whole numbers: from floor(i * size / count) to ceil((i + 1) * size / count).
@@ -84,6 +95,68 @@ TEST(AdaptivePooling, AgreesWithItsDefinition) {
           << size << " columns to " << target;
     }
   }
+}
+
+constexpr const char* kBlocks = "AdaptivePooling2D_Avg_FMA_C8HW8_Float_M1";
+
+TEST(BlockAverage, AgreesWithItsDefinition) {
+  QRT_SKIP_WHERE_MISSING(kBlocks);
+  Random random(12);
+  const auto expect = [&random](const std::vector<uint32_t>& dims, uint16_t height,
+                                uint16_t width) {
+    const auto values = random.floats(size_t{dims[0]} * dims[1] * dims[2]);
+    EXPECT_TRUE(within_bounds(pooled_by(kBlocks, LayoutType::C8HW8, dims, height, width, values),
+                              definition(dims, height, width, values)))
+        << dims[0] << " channels of " << dims[1] << " by " << dims[2] << " to " << height << " by "
+        << width;
+  };
+  for (const uint32_t channels : {1u, 8u, 13u, 24u}) {
+    for (const uint32_t size : {1u, 2u, 3u, 4u, 5u, 7u, 8u, 9u, 14u}) {
+      expect({channels, size, size}, 1, 1);
+      expect({channels, size + 3, size}, 1, 1);
+    }
+  }
+  for (const uint16_t target : std::initializer_list<uint16_t>{1, 2, 3, 5, 7}) {
+    expect({16, 13, 6}, target, 4);
+    expect({16, 6, 13}, 4, target);
+  }
+}
+
+TEST(BlockAverage, OfInfinitiesAndNaNs) {
+  QRT_SKIP_WHERE_MISSING(kBlocks);
+  std::vector<float> values(size_t{8} * 3 * 5, 1.0f);
+  values[4] = kInfinity;
+  values[15 + 7] = -kInfinity;
+  values[15 + 8] = kInfinity;
+  const auto means = pooled_by(kBlocks, LayoutType::C8HW8, {8, 3, 5}, 1, 1, values);
+  EXPECT_EQ(means[0], kInfinity);
+  EXPECT_TRUE(std::isnan(means[1]));
+  EXPECT_EQ(means[2], 1.0f);
+}
+
+TEST(BlockAverage, ToNothingAndOfNothing) {
+  QRT_SKIP_WHERE_MISSING(kBlocks);
+  const auto blocks = [](const std::vector<uint32_t>& dims, uint16_t height, uint16_t width) {
+    return pooled_by(kBlocks, LayoutType::C8HW8, dims, height, width,
+                     std::vector<float>(size_t{dims[0]} * dims[1] * dims[2]));
+  };
+  EXPECT_TRUE(blocks({8, 3, 4}, 0, 5).empty());
+  for (const float mean : blocks({8, 0, 4}, 1, 2)) EXPECT_TRUE(std::isnan(mean));
+  for (const float mean : blocks({8, 4, 0}, 2, 1)) EXPECT_TRUE(std::isnan(mean));
+}
+
+TEST(BlockAverage, TakesBlocksOfEightOnly) {
+  QRT_SKIP_WHERE_MISSING(kBlocks);
+  TestContext context;
+  const auto kernel = make_kernel(kBlocks);
+  EXPECT_TRUE(kernel->Config(to_size({1, 1}), nullptr, context));
+  const auto planes = context.floats({8, 1, 1}, LayoutType::CHW, std::vector<float>(8));
+  const auto fours = context.floats({1, 1, 1, 4}, LayoutType::C8HW8, std::vector<float>(4));
+  EXPECT_EQ(kernel->CheckInputs({planes}), -2);
+  IKernel::Tensors outputs;
+  const LogCapture log;
+  EXPECT_THAT(failure_of([&] { kernel->Forward({fours}, outputs, context); }),
+              testing::HasSubstr("a pixel must have 8 channels"));
 }
 
 TEST(AdaptivePooling, ToTheSameSizeCopies) {

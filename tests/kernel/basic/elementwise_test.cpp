@@ -3,9 +3,11 @@
 
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "qrt_core/kernel/basic/elementwise.h"
 #include "qrt_core/kernel/basic/elementwise_functions.h"
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "tests/support/compare.h"
 #include "tests/support/edge_sizes.h"
@@ -45,6 +47,13 @@ float exact(const std::string& word, float a, float b) {
   if (word == "Max") return std::fmax(a, b);
   if (word == "Min") return std::fmin(a, b);
   throw std::invalid_argument(word);
+}
+
+// The same with what the kernel does besides.
+float exact(const ElementwiseRow& row, const std::string& word, float a, float b) {
+  const float value = exact(word, a, b);
+  if (row.epilogue == kernel::Epilogue::none) return value;
+  return value > 0.0f ? value : 0.0f;
 }
 
 // A kernel of the row, configured for an operator where a description can do that.
@@ -97,7 +106,7 @@ TEST_P(EveryElementwise, AgreesWithItsDefinitionAtEveryEdgeSize) {
       const auto a = random.uneven_floats(size, 20);
       const auto b = random.uneven_floats(size, 20);
       std::vector<float> expected;
-      for (size_t i = 0; i < size; ++i) expected.push_back(exact(word, a[i], b[i]));
+      for (size_t i = 0; i < size; ++i) expected.push_back(exact(row(), word, a[i], b[i]));
       for (const bool unaligned : {false, true}) {
         EXPECT_TRUE(same_bits(combined(*kernel, a, b, context, unaligned), expected))
             << size << " elements, " << word;
@@ -205,8 +214,45 @@ TEST_P(EveryElementwise, MayReplaceItsInputs) {
   EXPECT_EQ(tensors.size(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, EveryElementwise, testing::ValuesIn(kernel::elementwise_rows),
+// Those of both sets.
+std::vector<const ElementwiseRow*> all_rows() {
+  std::vector<const ElementwiseRow*> rows(kernel::elementwise_rows);
+  kernel::for_each_extension_row([&rows](const auto& row) {
+    if constexpr (std::is_same_v<decltype(row), const ElementwiseRow&>) rows.push_back(&row);
+  });
+  return rows;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, EveryElementwise, testing::ValuesIn(all_rows()),
                          [](const auto& row) { return std::string(row.param->name); });
+
+TEST(RectifiedSum, OfANaNIsZero) {
+  constexpr const char* kName = "Elementwise_Add_FMA_Float_ReLU_M1";
+  QRT_SKIP_WHERE_MISSING(kName);
+  TestContext context;
+  const auto kernel = make_kernel(kName);
+  const size_t size = 8 + 4;
+  std::vector<float> a(size, -1.0f);
+  a[0] = a[8] = kNaN;
+  a[1] = a[9] = kInfinity;
+  a[2] = a[10] = -0.0f;
+  const std::vector<float> b(size, -0.0f);
+  std::vector<float> expected(size, 0.0f);
+  expected[1] = expected[9] = kInfinity;
+  EXPECT_TRUE(same_bits(combined(*kernel, a, b, context, false), expected));
+}
+
+TEST(RectifiedSum, SaysThatItIsOne) {
+  constexpr const char* kName = "Elementwise_Add_FMA_Float_ReLU_M1";
+  QRT_SKIP_WHERE_MISSING(kName);
+  const auto kernel = make_kernel(kName);
+  const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel.get());
+  ASSERT_NE(facts, nullptr);
+  EXPECT_EQ(facts->epilogue(), "ReLU");
+  const auto differences = facts->differences(*operation(0), {});
+  ASSERT_EQ(differences.size(), 1u);
+  EXPECT_EQ(differences[0].member, "epilogue");
+}
 
 TEST(PortableElementwise, TheFirstShapeDrivesTheLoopOverUnequalShapes) {
   TestContext context;
