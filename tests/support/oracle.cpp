@@ -130,9 +130,9 @@ double exact_hard_sigmoid(double x) { return std::clamp(x + 3.0, 0.0, 6.0) / 6.0
 double exact_epilogue(kernel::Epilogue epilogue, double x) {
   switch (epilogue) {
     case kernel::Epilogue::relu:
-      return std::max(x, 0.0);
+      return x > 0.0 ? x : 0.0;  // and 0 for a NaN
     case kernel::Epilogue::relu6:
-      return std::min(std::max(x, 0.0), 6.0);
+      return std::min(x > 0.0 ? x : 0.0, 6.0);
     case kernel::Epilogue::hsigmoid:
       return exact_hard_sigmoid(x);
     case kernel::Epilogue::hswish:

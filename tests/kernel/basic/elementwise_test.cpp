@@ -227,7 +227,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, EveryElementwise, testing::ValuesIn(all_rows()),
                          [](const auto& row) { return std::string(row.param->name); });
 
 TEST(RectifiedSum, OfANaNIsZero) {
-  constexpr const char* kName = "Elementwise_Add_FMA_Float_ReLU_M1";
+  constexpr const char* kName = "Elementwise_Add_AVX_Float_ReLU_M1";
   QRT_SKIP_WHERE_MISSING(kName);
   TestContext context;
   const auto kernel = make_kernel(kName);
@@ -243,7 +243,7 @@ TEST(RectifiedSum, OfANaNIsZero) {
 }
 
 TEST(RectifiedSum, SaysThatItIsOne) {
-  constexpr const char* kName = "Elementwise_Add_FMA_Float_ReLU_M1";
+  constexpr const char* kName = "Elementwise_Add_AVX_Float_ReLU_M1";
   QRT_SKIP_WHERE_MISSING(kName);
   const auto kernel = make_kernel(kName);
   const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel.get());

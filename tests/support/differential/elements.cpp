@@ -2,8 +2,10 @@
 
 #include "qrt_core/runtime/model/elementwise_info.h"
 #include "tests/support/differential/operation.h"
+#include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/numbers.h"
+#include "tests/support/oracle.h"
 
 // Activations and operators on two tensors.
 
@@ -124,8 +126,13 @@ class ElementwiseOperators final : public Operation {
     b.values = special_numbers(seed + 1, count_of(b.dims));
     const Setting setting{info, nullptr, {a, b}};
     const Outcome result = run_planar("Elementwise_Fallback_Float_M1", setting);
-    const Expectation expected{a.dims, result.values, {}};
     for (const std::string& kernel : kernels) {
+      Expectation expected{a.dims, result.values, {}};
+      const kernel::Epilogue epilogue = epilogue_of(kernel);
+      for (float& value : expected.values) {
+        if (epilogue == kernel::Epilogue::none) break;
+        value = static_cast<float>(exact_epilogue(epilogue, value));
+      }
       for (const LayoutType layout : layouts_for(a.channels())) {
         const Outcome outcome = run_kernel(kernel, setting, layout);
         if (!outcome.ran && outcome.refusal.empty()) continue;

@@ -244,7 +244,7 @@ ModelBuilder residual_block() {
   return builder;
 }
 
-TEST(Fused, AResidualBlockAppliesWhatFollowsItsConvolutions) {
+TEST(Fused, AResidualBlockAppliesWhatFollowsItsConvolutionsAndItsSum) {
   QRT_SKIP_WHERE_MISSING(kFused);
   const auto model = residual_block().build();
   const TensorShape shape = planes(16, 28, 28);
@@ -252,7 +252,8 @@ TEST(Fused, AResidualBlockAppliesWhatFollowsItsConvolutions) {
   EXPECT_TRUE(made.report.is_exact);
   EXPECT_TRUE(is_fused(made.model));
   EXPECT_EQ(kernel_of(made.model, "y"), kStraightThrough);
-  EXPECT_NE(kernel_of(made.model, "t"), kStraightThrough);
+  EXPECT_EQ(kernel_of(made.model, "t"), kStraightThrough);
+  EXPECT_EQ(epilogue_of_kernel(kernel_of(made.model, "s")), "ReLU");
   EXPECT_THAT(epilogue_of_kernel(kernel_of(made.model, "d")), IsEmpty());
   expect_same(*model, made.model, shape);
 }

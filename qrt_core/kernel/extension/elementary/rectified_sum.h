@@ -12,19 +12,19 @@ namespace elementwise {
 void add_relu_scalar(const float* a, const float* b, float* output, size_t count) noexcept;
 
 /// The same. Multiples of 8.
-void add_relu_fma(const float* a, const float* b, float* output, size_t count) noexcept;
+void add_relu_avx(const float* a, const float* b, float* output, size_t count) noexcept;
 
 }  // namespace elementwise
 
-#define QRT_RECTIFIED_SUM_KERNELS_FMA(KERNEL) \
-  KERNEL(Elementwise_Add_FMA_Float_ReLU_M1,   \
-         on_fma(with_epilogue(Epilogue::relu, \
-                              elementwise_blocks("Add", 8, add_relu_fma, add_relu_scalar))))
+#define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL) \
+  KERNEL(Elementwise_Add_AVX_Float_ReLU_M1,   \
+         on_avx(with_epilogue(Epilogue::relu, \
+                              elementwise_blocks("Add", 8, add_relu_avx, add_relu_scalar))))
 
-QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_FMA(QRT_KERNEL))
+QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_AVX(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains.
 inline constexpr std::initializer_list<const ElementwiseRow*> rectified_sum_rows = {
-    QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_FMA(QRT_KERNEL_ROW))};
+    QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_AVX(QRT_KERNEL_ROW))};
 
 }  // namespace marlo::kernel
