@@ -13,10 +13,14 @@ namespace {
 
 using Kind = ConvShape::Kind;
 
-const std::string kPath = test::source_path("bench/shapes.txt");
+// Shapes are read while other files' globals are made.
+const std::string& list() {
+  static const std::string path = test::source_path("bench/shapes.txt");
+  return path;
+}
 
 [[noreturn]] void fail(size_t number, const std::string& what) {
-  throw std::runtime_error(kPath + ":" + std::to_string(number) + ": " + what);
+  throw std::runtime_error(list() + ":" + std::to_string(number) + ": " + what);
 }
 
 // A size for both directions, or "1x3" for the vertical and the horizontal one.
@@ -75,8 +79,8 @@ ConvShape parse(const std::string& line, size_t number) {
 }
 
 std::vector<ConvShape> read_shapes() {
-  std::ifstream file(kPath);
-  if (!file) throw std::runtime_error("can't read " + kPath);
+  std::ifstream file(list());
+  if (!file) throw std::runtime_error("can't read " + list());
   std::vector<ConvShape> shapes;
   size_t number = 0;
   for (std::string line; std::getline(file, line);) {
