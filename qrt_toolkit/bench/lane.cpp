@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -10,6 +11,7 @@
 #include <stdexcept>
 
 #include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_core/utility/half.h"
 
 namespace marlo::toolkit {
@@ -30,13 +32,23 @@ utility::Network& network_of(const utility::Model& model, const BenchSubject& su
                               "\"");
 }
 
+/// Bytes of a tensor, where `ByteSize` would begin again at 0.
+uint64_t checked_bytes(const TensorShape& shape) {
+  constexpr uint64_t kTooMany = uint64_t{1} << 32;
+  uint64_t bytes = runtime::ElementSize(shape.data_type);
+  for (const uint32_t size : shape.dims) bytes = std::min(bytes * size, kTooMany);
+  if (bytes < kTooMany) return bytes;
+  throw std::invalid_argument("input: expected a shape below 4 GiB, found " +
+                              runtime::ShapeText(shape));
+}
+
 }  // namespace
 
 std::vector<char> made_up_numbers(const TensorShape& shape) {
-  std::vector<char> bytes(ByteSize(shape));
+  std::vector<char> bytes(checked_bytes(shape));
   std::mt19937 generator(1);
-  const size_t count = ElementCount(shape);
-  const size_t size = count == 0 ? 0 : bytes.size() / count;
+  const size_t size = runtime::ElementSize(shape.data_type);
+  const size_t count = size == 0 ? 0 : bytes.size() / size;
   for (size_t i = 0; i < count; ++i) {
     const auto unit = static_cast<float>(generator() >> 8) / static_cast<float>(1 << 23) - 1.0f;
     char* const to = bytes.data() + i * size;

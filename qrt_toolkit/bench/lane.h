@@ -12,6 +12,7 @@
 namespace marlo::toolkit {
 
 /// Numbers between -1 and 1, or of an integer's range of small numbers, the same every time.
+/// @throws std::invalid_argument for a shape of 4 GiB or more, which no tensor has
 std::vector<char> made_up_numbers(const runtime::TensorShape& shape);
 
 /// The process in main memory, as the system tells it; 0 where it doesn't.

@@ -9,19 +9,12 @@
 #include "qrt_core/utility/application.h"
 #include "qrt_toolkit/bench/lane.h"
 #include "qrt_toolkit/bench/sampling.h"
+#include "qrt_toolkit/watch/reset_states.h"
 
 namespace marlo::toolkit {
 namespace {
 
 constexpr unsigned int kAlignment = 64;
-
-void reset_states(const runtime::Net& net) {
-  for (const auto& layer : net.layers) {
-    for (const auto& [position, kernel] : layer->input_converters) kernel->ResetState();
-    layer->kernel->ResetState();
-    for (const auto& [position, kernel] : layer->output_converters) kernel->ResetState();
-  }
-}
 
 /// Milliseconds that a stopwatch shows when nothing happens.
 double cost_of_watch() {
@@ -42,18 +35,6 @@ Profile without_watches(Profile profile) {
   const double cost = kWatches * cost_of_watch();
   for (ProfileRow& row : profile.rows) row.times.cpu_ms = std::max(0.0, row.times.cpu_ms - cost);
   return profile;
-}
-
-/// Runs `pass`, which says how long it took, until the budget is used up.
-template <typename Pass>
-size_t run_passes(const PassBudget& budget, const Pass& pass) {
-  double spent = 0;
-  size_t count = 0;
-  while (count < budget.least || (spent < budget.ms && count < budget.most)) {
-    spent += pass();
-    ++count;
-  }
-  return count;
 }
 
 }  // namespace
@@ -93,6 +74,29 @@ Times TimedNetwork::pass() {
   return watch.times();
 }
 
+/// Whoever is asked may take his time, and pass by pass that would be in the way.
+bool TimedNetwork::goes_on(const PassBudget& budget) {
+  constexpr std::chrono::milliseconds kBetween(50);
+  const auto now = std::chrono::steady_clock::now();
+  if (is_ended_ || !budget.go_on || now - asked_ < kBetween) return !is_ended_;
+  is_ended_ = !budget.go_on();
+  asked_ = now;
+  return !is_ended_;
+}
+
+/// Runs `pass`, which says how long it took, until the budget is used up.
+template <typename Pass>
+size_t TimedNetwork::run_passes(const PassBudget& budget, const Pass& pass) {
+  double spent = 0;
+  size_t count = 0;
+  while (count < budget.least || (spent < budget.ms && count < budget.most)) {
+    if (!goes_on(budget)) break;
+    spent += pass();
+    ++count;
+  }
+  return count;
+}
+
 std::vector<double> TimedNetwork::plain_passes(const PassBudget& budget) {
   std::vector<double> samples;
   run_passes(budget, [&] {
@@ -105,13 +109,15 @@ std::vector<double> TimedNetwork::plain_passes(const PassBudget& budget) {
 PassTimes TimedNetwork::time(const PassBudget& budget) {
   SamplingOptions warm;
   warm.most_warm_ms = budget.ms;
-  warm_up([this] { return pass().cpu_ms; }, warm);
+  // Passes that take all the time that there is end it.
+  warm_up([&] { return goes_on(budget) ? pass().cpu_ms : budget.ms; }, warm);
   PassBudget half = budget;
   half.ms /= 2;
   half.least = (budget.least + 1) / 2;
   half.most = (budget.most + 1) / 2;
   PassTimes times;
   std::vector<double> samples = plain_passes(half);
+  if (is_ended_) return times;
   {
     Profiler profiler(*net_);
     pass();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,6 +29,8 @@ struct PassBudget {
   double ms = 1000;    ///< for watched passes, and as much for others
   size_t least = 5;    ///< passes of each kind, however long they take
   size_t most = 2000;  ///< however short they are
+  /// Asked between passes, now and then; false ends them, and what is known so far is what there is.
+  std::function<bool()> go_on{};
 };
 
 /// A network with its inputs. It belongs to one thread.
@@ -39,13 +43,17 @@ class TimedNetwork {
                const runtime::KernelRegistry& kernels);
 
   /// Runs passes until they are warm, then some that nobody watches, watched ones, and some more of
-  /// the first kind, so that a drift of the machine meets both.
+  /// the first kind, so that a drift of the machine meets both. No count is a pass that was ended
+  /// before anything was known.
   PassTimes time(const PassBudget& budget);
 
   const runtime::Net& net() const { return *net_; }
 
  private:
   Times pass();
+  bool goes_on(const PassBudget& budget);
+  template <typename Pass>
+  size_t run_passes(const PassBudget& budget, const Pass& pass);
   std::vector<double> plain_passes(const PassBudget& budget);
 
   std::shared_ptr<runtime::Context> context_;
@@ -53,6 +61,8 @@ class TimedNetwork {
   std::map<unsigned int, runtime::TensorShape> inputs_;
   std::map<unsigned int, std::vector<char>> bytes_;
   std::vector<unsigned int> wanted_;
+  std::chrono::steady_clock::time_point asked_{};  // when `go_on` was
+  bool is_ended_ = false;
 };
 
 }  // namespace marlo::toolkit

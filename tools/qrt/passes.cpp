@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "qrt_toolkit/watch/recorder.h"
+#include "qrt_toolkit/watch/reset_states.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/text.h"
@@ -23,15 +24,6 @@ TensorMap make_inputs(const std::vector<InputData>& inputs, marlo::runtime::Devi
     tensors[input.layer] = device.CreateTensor(input.shape, input.values.data());
   }
   return tensors;
-}
-
-// What recurrent kernels carry from pass to pass.
-void reset_state(const Net& net) {
-  for (const auto& layer : net.layers) {
-    for (const auto& [position, converter] : layer->input_converters) converter->ResetState();
-    layer->kernel->ResetState();
-    for (const auto& [position, converter] : layer->output_converters) converter->ResetState();
-  }
 }
 
 std::unordered_map<unsigned int, Net::Tensors> pass(const LoadedNetwork& network,
@@ -102,7 +94,7 @@ PassResult run_passes(const LoadedNetwork& network, const std::vector<InputData>
     if (options.repeat > 1) pass(network, inputs, times);
     if (profiler) profiler->clear();
     for (uint64_t i = 0; i < options.repeat; ++i) {
-      if (!options.keep_state) reset_state(*network.package->net);
+      if (!options.keep_state) marlo::toolkit::reset_states(*network.package->net);
       result.outputs.clear();
       // Made for the last pass only, so that the others aren't watched.
       std::optional<marlo::toolkit::Tracer> tracer;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <stdexcept>
 
+#include "qrt_toolkit/bench/lane.h"
 #include "tests/support/kernels.h"
 #include "tests/support/paths.h"
 
@@ -15,6 +16,28 @@ using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
 const std::string kDigits = marlo::test::source_path("models/digits/digits.qrtmodel");
+
+TEST(MadeUpNumbers, FillTensorsAndRefuseWhatNoTensorHolds) {
+  using runtime::DataType;
+  using runtime::LayoutType;
+  using runtime::TensorShape;
+  const TensorShape some({2, 3}, DataType::FLOAT32, LayoutType::CHW);
+  EXPECT_THAT(made_up_numbers(some), SizeIs(24));
+  EXPECT_EQ(made_up_numbers(some), made_up_numbers(some));
+  const TensorShape none({0, 1u << 31, 4}, DataType::FLOAT32, LayoutType::CHW);
+  EXPECT_THAT(made_up_numbers(none), SizeIs(0));
+  // In 32 bits these are 0 bytes.
+  for (const std::vector<uint32_t>& sizes :
+       {std::vector<uint32_t>{1u << 30}, {1u << 16, 1u << 16}, {1u << 31, 1u << 31, 1u << 31}}) {
+    const TensorShape shape(sizes, DataType::FLOAT32, LayoutType::CHW);
+    try {
+      made_up_numbers(shape);
+      ADD_FAILURE() << "4 GiB of numbers";
+    } catch (const std::invalid_argument& failure) {
+      EXPECT_THAT(failure.what(), HasSubstr("input: expected a shape below 4 GiB, found FLOAT32"));
+    }
+  }
+}
 
 BenchSubject digits() {
   BenchSubject subject;
