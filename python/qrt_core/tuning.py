@@ -33,7 +33,7 @@ class TunedConfiguration(NamedTuple):
     """One of the configurations that ran as whole networks."""
 
     name: str
-    """"given", "measured", "fewer converters" or "estimated"."""
+    """"given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with kernels exchanged."""
     ms: float
     """Milliseconds of a pass."""
 

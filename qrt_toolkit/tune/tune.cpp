@@ -1,7 +1,6 @@
 #include "qrt_toolkit/tune/tune.h"
 
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <optional>
 #include <set>
@@ -14,6 +13,7 @@
 #include "qrt_toolkit/assign/candidates.h"
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/assign/problem.h"
+#include "qrt_toolkit/tune/budget.h"
 #include "qrt_toolkit/tune/local_changes.h"
 #include "qrt_toolkit/tune/measured_costs.h"
 #include "qrt_toolkit/tune/summary.h"
@@ -21,37 +21,6 @@
 
 namespace marlo::toolkit {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-/// The time that a run of tuning has, and who may end it.
-class Budget {
- public:
-  Budget(const TuneOptions& options, size_t layers) : options_(options) {
-    progress_.of_layers = layers;
-  }
-
-  double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
-
-  void count_layer() { ++progress_.layers; }
-
-  /// Whether there is time for another measurement.
-  bool lasts() {
-    if (is_over_) return false;
-    progress_.seconds = seconds();
-    is_over_ = progress_.seconds > options_.budget;
-    if (!is_over_ && options_.go_on) is_over_ = !options_.go_on(progress_);
-    return !is_over_;
-  }
-
-  bool is_over() const { return is_over_; }
-
- private:
-  const TuneOptions& options_;
-  const Clock::time_point start_ = Clock::now();
-  TuneProgress progress_;
-  bool is_over_ = false;
-};
 
 /// A configuration that may be chosen.
 struct Contestant {
@@ -124,7 +93,9 @@ class Tuner {
         clock_(kernels),
         meter_(options.meter != nullptr ? *options.meter : clock_),
         wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
-        budget_(options, network_of(model, id_).squential_ids.size()) {}
+        budget_(options.budget, [this] { return goes_on(); }) {
+    progress_.of_layers = network_of(model, id_).squential_ids.size();
+  }
 
   TunedModel run() {
     std::vector<Contestant> contestants = assignments();
@@ -145,7 +116,7 @@ class Tuner {
     if (best != 0) take(std::move(contestants[best - 1]));
     mark();
     report.is_complete = !budget_.is_over();
-    report.seconds = budget_.seconds();
+    report.seconds = budget_.spent();
     const std::string fault = wisdom_.save();
     if (!wisdom_.fault().empty()) report.notes.push_back(wisdom_.fault());
     if (!fault.empty()) report.notes.push_back(fault);
@@ -153,23 +124,40 @@ class Tuner {
   }
 
  private:
-  /// Tries changes of what was chosen, and takes it unless the given model is faster after all.
+  bool goes_on() {
+    progress_.seconds = budget_.spent();
+    return !options_.go_on || options_.go_on(progress_);
+  }
+
+  /// Tries changes of what was chosen, and takes whatever is the fastest in the end: the changed
+  /// one, that before the changes, or the given one.
   void take(Contestant best) {
     TuneReport& report = tuned_.report;
+    AssignedModel unchanged = best.assigned;
     change(best);
-    if (report.changes_kept != 0) {
-      const auto times = passes_of(model_, best.assigned.model);
-      report.before = times[0];
-      report.after = times[1];
+    if (report.changes_kept != 0 && !keep_changes(unchanged.model, best.assigned.model)) {
+      report.changes_kept = 0;
+      best.assigned = std::move(unchanged);
     }
-    if (report.after > report.before) {
-      report.after = report.before;
-      report.chosen = report.ran[0].name;
-      return;
-    }
+    if (report.chosen == report.ran[0].name) return;
     tuned_.model = std::move(best.assigned.model);
     report.assigned = std::move(best.assigned.report);
     compare_outputs();
+  }
+
+  /// Compares the given model with that before the changes and that behind them, in passes that take
+  /// turns, and names the fastest. @return whether it is the changed one
+  bool keep_changes(const runtime::QRTModel& before, const runtime::QRTModel& after) {
+    TuneReport& report = tuned_.report;
+    const auto times = meter_.time_passes({&model_, &before, &after}, id_, options_.assign.inputs);
+    report.ran.push_back({"exchanged", times[2]});
+    const std::string names[] = {report.ran[0].name, report.chosen, report.ran.back().name};
+    const auto fastest = std::min_element(times.rbegin(), times.rend());
+    const auto place = static_cast<size_t>(times.rend() - fastest) - 1;
+    report.before = times[0];
+    report.after = *fastest;
+    report.chosen = names[place];
+    return place == 2;
   }
 
   /// Whole passes say what single layers can't: how kernels get on with what their neighbours leave in
@@ -202,7 +190,7 @@ class Tuner {
     const std::vector<ReferenceLayer> layers = walk_reference(
         network_of(model_, id_), config_of(model_, id_), options_.assign.inputs, workshop);
     MeasuredCosts measured(meter_, wisdom_,
-                           {[this] { return budget_.lasts(); }, [this] { budget_.count_layer(); }});
+                           {[this] { return budget_.lasts(); }, [this] { ++progress_.layers; }});
     problem_ = make_problem(layers, finder, measured);
     tuned_.report.measured = measured.measured();
     tuned_.report.remembered = measured.remembered();
@@ -245,6 +233,7 @@ class Tuner {
   ClockMeter clock_;
   Meter& meter_;
   Wisdom wisdom_;
+  TuneProgress progress_;
   Budget budget_;
   Problem problem_;  // with measured costs
   TunedModel tuned_;

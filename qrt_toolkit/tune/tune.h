@@ -39,7 +39,9 @@ struct TuneOptions {
 
 /// One of the configurations that ran as whole networks. Plain data.
 struct TunedConfiguration {
-  std::string name;         ///< "given", "measured", "fewer converters" or "estimated"
+  /// "given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with
+  /// kernels exchanged for others that are close.
+  std::string name;
   double milliseconds = 0;  ///< of a pass
 };
 
@@ -48,17 +50,17 @@ struct TuneReport {
   AssignReport assigned;                ///< of the configuration that was chosen
   std::vector<TunedConfiguration> ran;  ///< the given one first
   std::string chosen;                   ///< the name of one of them
-  double before = 0;                    ///< milliseconds of a pass of the given model
-  double after = 0;                     ///< of the chosen one
-  double difference = 0;                ///< of the outputs, over the largest number of each
-  double seconds = 0;                   ///< that it took
-  size_t measured = 0;                  ///< kernels on layers
-  size_t remembered = 0;                ///< of them from the file of wisdom
-  size_t changes_tried = 0;             ///< of kernels that were close, in whole passes
-  size_t changes_kept = 0;              ///< of these: passes got faster
-  bool is_complete = true;              ///< whether nothing was left out for want of time
-  std::vector<std::string> excluded;    ///< kernels that need other instructions
-  std::vector<std::string> notes;       ///< what went wrong without stopping it, in words
+  double before = 0;                  ///< milliseconds of a pass of the given model, the last time
+  double after = 0;                   ///< of the chosen one
+  double difference = 0;              ///< of the outputs, over the largest number of each
+  double seconds = 0;                 ///< that it took
+  size_t measured = 0;                ///< kernels on layers
+  size_t remembered = 0;              ///< of them from the file of wisdom
+  size_t changes_tried = 0;           ///< of kernels that were close, in whole passes
+  size_t changes_kept = 0;            ///< of these: in the chosen one, as passes got faster
+  bool is_complete = true;            ///< whether nothing was left out for want of time
+  std::vector<std::string> excluded;  ///< kernels that need other instructions
+  std::vector<std::string> notes;     ///< what went wrong without stopping it, in words
 };
 
 /// A model with what became of it. Plain data.

@@ -14,8 +14,9 @@ using marlo::toolkit::TuneReport;
 std::string tune_text(const TuneReport& report, size_t width) {
   Table passes({{"configuration"}, {"pass ms", true}, {"of given", true}, {""}});
   for (const TunedConfiguration& ran : report.ran) {
+    const double given = report.ran[0].milliseconds;
     passes.add({ran.name, short_decimal(ran.milliseconds),
-                short_decimal(ran.milliseconds / report.before),
+                given > 0 ? short_decimal(ran.milliseconds / given) : "",
                 ran.name == report.chosen ? "chosen" : ""});
   }
   std::string text = passes.text(width);
