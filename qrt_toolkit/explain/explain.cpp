@@ -1,6 +1,8 @@
 #include "qrt_toolkit/explain/explain.h"
 
 #include <algorithm>
+#include <cmath>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -45,7 +47,9 @@ void check_kernel(const std::string& layer, const runtime::KernelCfg* kernel) {
   if (kernel == nullptr || set_of(kernel->kernel_type) <= processor_kernels()) return;
   throw std::invalid_argument("layer \"" + layer + "\": this processor can't run " +
                               kernel->kernel_type + ", which needs " +
-                              runtime::PrintedName(runtime::needs_of(kernel->kernel_type)));
+                              runtime::PrintedName(runtime::needs_of(kernel->kernel_type)) +
+                              "; choose others with `assign_kernels` up to the set of this "
+                              "processor");
 }
 
 void check_kernels(const std::string& layer, const runtime::KernelCfgArr* kernels) {
@@ -78,26 +82,38 @@ class Explainer {
 
   Explanation run() {
     explanation_.network = id_;
-    if (!go_on()) return std::move(explanation_);
-    explanation_.machine = options_.machine != nullptr ? *options_.machine : measure_machine();
-    if (!go_on()) return std::move(explanation_);
-    times_ = network_.time({options_.passes_ms, options_.least_passes, options_.most_passes});
+    if (tell(0)) {
+      explanation_.machine = options_.machine != nullptr ? *options_.machine : measure_machine();
+    }
+    if (tell(1)) {
+      times_ = network_.time({options_.passes_ms, options_.least_passes, options_.most_passes,
+                              [this] { return tell(1); }});
+    }
+    if (!is_ended_ || times_.count != 0) describe_passes();
+    if (options_.with_candidates && tell(kFirstSteps)) add_rivals();
+    if (!is_ended_ && options_.go_on) options_.go_on({of_steps(), of_steps()});
+    explanation_.is_complete = explanation_.is_complete && !is_ended_;
+    return std::move(explanation_);
+  }
+
+ private:
+  size_t of_steps() const {
+    return kFirstSteps + (options_.with_candidates ? info_.squential_ids.size() : 0);
+  }
+
+  /// Whether it goes on; what was ended stays so.
+  bool tell(size_t steps) {
+    if (!is_ended_ && options_.go_on) is_ended_ = !options_.go_on({steps, of_steps()});
+    return !is_ended_;
+  }
+
+  void describe_passes() {
     explanation_.passes = times_.count;
     explanation_.pass_ms = times_.ms;
     describe_layers();
     for (const ProfileRow& row : times_.profile.rows) take_row(row);
     compare_with_limits();
     add_up();
-    if (go_on() && options_.with_candidates) add_rivals();
-    return std::move(explanation_);
-  }
-
- private:
-  bool go_on() { return tell(steps_++); }
-
-  bool tell(size_t steps) const {
-    const size_t layers = options_.with_candidates ? info_.squential_ids.size() : 0;
-    return !options_.go_on || options_.go_on({steps, kFirstSteps + layers});
   }
 
   void add_rivals() {
@@ -113,7 +129,15 @@ class Explainer {
     size_t done = 0;
     rivals.go_on = [&] { return tell(kFirstSteps + done); };
     rivals.progress = [&](size_t layers) { done = layers; };
-    Rivals found = find_rivals(model_, kernels_, rivals);
+    Rivals found;
+    try {
+      found = find_rivals(model_, kernels_, rivals);
+    } catch (const std::invalid_argument& failure) {
+      // What the passes took is worth having all the same.
+      explanation_.notes.push_back(std::string("no candidates: ") + failure.what());
+      explanation_.is_complete = false;
+      return;
+    }
     for (ExplainedLayer& layer : explanation_.layers) {
       LayerRivals& own = found.layers[layer.id];
       layer.candidates = std::move(own.candidates);
@@ -127,7 +151,12 @@ class Explainer {
   /// What is hopeless isn't measured alone, but the chosen kernel has run within passes.
   static void take_chosen_time(ExplainedLayer& layer) {
     for (ExplainedCandidate& candidate : layer.candidates) {
-      if (!candidate.is_chosen || candidate.is_measured || layer.ms <= 0) continue;
+      if (!candidate.is_chosen) continue;
+      if (!std::isfinite(candidate.converters_ms)) {
+        candidate.converters_ms = 0;
+        for (const ExplainedConverter& own : layer.converters) candidate.converters_ms += own.ms;
+      }
+      if (candidate.is_measured || layer.ms <= 0) continue;
       candidate.ms = layer.ms;
       candidate.is_measured = true;
     }
@@ -180,11 +209,37 @@ class Explainer {
     layer.work.written = bytes_of(row.outputs);
   }
 
-  void compare_with_limits() {
-    uint64_t pass_bytes = 0;
-    for (const ExplainedLayer& layer : explanation_.layers) {
-      pass_bytes += layer.work.weights + layer.work.written;
+  /// The memory that a pass goes through: all weights, the inputs, and what the results need that are
+  /// there at the same time.
+  uint64_t touched_bytes() const {
+    const auto& layers = explanation_.layers;
+    std::map<std::string, size_t> makers;     // by layer id: whose memory the result lies in
+    std::vector<size_t> last(layers.size());  // by maker: the last layer that reads it
+    for (size_t i = 0; i < layers.size(); ++i) {
+      const ExplainedLayer& layer = layers[i];
+      for (const std::string& id : layer.sources) {
+        if (makers.count(id) != 0) last[makers[id]] = i;
+      }
+      const bool hands_on = !layer.is_input && layer.work.written == 0 && !layer.sources.empty();
+      const auto source = hands_on ? makers.find(layer.sources[0]) : makers.end();
+      const size_t maker = source != makers.end() ? source->second : i;
+      makers[layer.id] = maker;
+      last[maker] = layer.is_output ? layers.size() : std::max(last[maker], i);
     }
+    uint64_t lasting = 0;
+    uint64_t live = 0;
+    uint64_t most = 0;
+    for (size_t i = 0; i < layers.size(); ++i) {
+      lasting += layers[i].work.weights + (layers[i].is_input ? bytes_of(layers[i].outputs) : 0);
+      live += layers[i].work.written;
+      most = std::max(most, live);
+      for (size_t k = 0; k <= i; ++k) live -= last[k] == i ? layers[k].work.written : 0;
+    }
+    return lasting + most;
+  }
+
+  void compare_with_limits() {
+    const uint64_t pass_bytes = touched_bytes();
     const MachineLimits& machine = explanation_.machine;
     const KernelSet best = processor_kernels();
     size_t converter = 0;
@@ -240,7 +295,7 @@ class Explainer {
   PassTimes times_;
   std::vector<KernelWork> converter_work_;  // in the order of the layers' converters
   Explanation explanation_;
-  size_t steps_ = 0;
+  bool is_ended_ = false;
 };
 
 }  // namespace

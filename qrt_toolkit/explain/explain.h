@@ -121,7 +121,7 @@ struct Explanation {
   double converters_ms = 0;            ///< in converters, whether layers or around layers
   double engine_ms = 0;                ///< between the kernels
   double limit_ms = 0;                 ///< the sum of all limits
-  bool is_complete = true;             ///< whether no measurement was left out for want of time
+  bool is_complete = true;             ///< whether it wasn't ended before all was measured
   std::vector<std::string> notes;      ///< what went wrong without stopping it, in words
 };
 
@@ -136,8 +136,13 @@ struct Explanation {
 /// for (const ExplainedLayer& layer : all.layers) std::cout << layer.id << ' ' << layer.ms << '\n';
 /// @endcode
 ///
-/// @throws std::invalid_argument for a network that isn't there, returns nothing, or has an input
-///   without a shape; utility::Error for one that can't run
+/// Layers are empty where it was ended before any pass was timed. A network whose kernels run
+/// although their shapes can't be followed has no candidates, and a note says why.
+///
+/// @throws std::invalid_argument for a network that isn't there, returns nothing, has an input
+///   without a shape or with one of 4 GiB or more, or names a kernel that this processor lacks the
+///   instructions for; utility::Error for one that can't run; std::bad_alloc where memory for it or
+///   for measuring the machine isn't to be had
 QRT_API Explanation explain_model(const runtime::QRTModel& model,
                                   const runtime::KernelRegistry& kernels,
                                   const ExplainOptions& options);

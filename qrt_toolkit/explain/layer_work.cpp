@@ -116,10 +116,11 @@ std::optional<uint64_t> multiply_adds(const LayerInfo& info, const std::vector<u
     return uint64_t{full->in_features} * product(output, 0, output.size());
   }
   if (const auto* dense = dynamic_cast<const runtime::DenseInfo*>(&info)) {
+    if (output.empty()) return std::nullopt;
     return uint64_t{dense->in_features} * product(output, 0, output.size());
   }
   if (const auto* matmul = dynamic_cast<const runtime::MatMulInfo*>(&info)) {
-    if (input.empty()) return std::nullopt;
+    if (input.empty() || output.empty()) return std::nullopt;
     const bool is_column = matmul->transpose_a && input.size() > 1;
     return uint64_t{input[input.size() - (is_column ? 2 : 1)]} * product(output, 0, output.size());
   }

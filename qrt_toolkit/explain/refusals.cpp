@@ -1,6 +1,7 @@
 #include "qrt_toolkit/explain/refusals.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <limits>
 #include <typeinfo>
@@ -8,6 +9,7 @@
 
 #include "qrt_core/runtime/model/type_name.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
+#include "qrt_toolkit/assign/epilogue.h"
 #include "qrt_toolkit/assign/form.h"
 
 namespace marlo::toolkit {
@@ -60,6 +62,25 @@ std::string short_number(double number) {
   char text[32];
   std::snprintf(text, sizeof text, "%.2g", number);
   return text;
+}
+
+constexpr char kTrialFailed[] =
+    "results: a trial on a small picture failed, or made numbers that aren't finite";
+
+/// Why a kernel that applies an epilogue can't stand where the chosen one doesn't, or the other way
+/// round; empty where it isn't that.
+std::string reason_of_pair(const Candidate& candidate, const ReferenceLayer& layer) {
+  constexpr char kBoth[] = ": both would have to change; `qrt tune` weighs such pairs";
+  if (candidate.output.epilogue != layer.applies && !layer.may_apply.empty()) {
+    const bool is_more = layer.applies.empty();
+    return (is_more ? "applies " : "leaves out ") + layer.may_apply + ", which the layer behind " +
+           (is_more ? "does" : "doesn't apply") + kBoth;
+  }
+  const bool is_applied = layer.kernel == kStraightThrough;
+  if (layer.may_be_applied.empty() || is_applied == (candidate.kernel == kStraightThrough))
+    return "";
+  return (is_applied ? "applies " : "leaves out ") + layer.may_be_applied +
+         ", which the layer before " + (is_applied ? "does" : "doesn't apply") + kBoth;
 }
 
 /// The inputs with those that can stand in a layout in it.
@@ -117,7 +138,8 @@ RefusalFinder::Reasons RefusalFinder::of_kernel(const std::string& name,
             ", and kernels up to " + word_of(rules_.set) + " may be used here"};
   }
   Reasons reasons;
-  {
+  const bool may_be_applied = name == kStraightThrough && !layer.may_be_applied.empty();
+  if (!may_be_applied) {
     // It must be gone before other trials give its memory back.
     const auto kernel = workshop_.configured(name, layer.info);
     if (kernel == nullptr) return {"it can't be configured with this description"};
@@ -147,7 +169,12 @@ RefusalFinder::Reasons RefusalFinder::of_inputs(IKernel& kernel, const IKernelFa
                runtime::ShapeText(layer.makes)};
       continue;
     }
-    other = texts_of(facts.differences(*layer.info, inputs), "computes something else: ");
+    std::vector<Misfit> misfits = facts.differences(*layer.info, inputs);
+    if (facts.epilogue() == layer.may_apply || facts.epilogue() == layer.applies) {
+      // It isn't something else: the layer behind does it.
+      std::erase_if(misfits, [](const Misfit& m) { return m.member == "epilogue"; });
+    }
+    other = texts_of(misfits, "computes something else: ");
     if (other.empty()) return {};
   }
   if (takes_inputs) return other;
@@ -159,6 +186,7 @@ RefusalFinder::Reasons RefusalFinder::of_results(const std::string& name,
                                                  const ReferenceLayer& layer) {
   for (const Candidate& candidate : any_results_.of(layer)) {
     if (candidate.kernel != name) continue;
+    if (!std::isfinite(candidate.difference)) return {kTrialFailed};
     if (candidate.difference > rules_.tolerance) {
       return {"results: differ by " + short_number(candidate.difference) + " of the largest, and " +
               short_number(rules_.tolerance) + " is allowed"};
@@ -166,9 +194,10 @@ RefusalFinder::Reasons RefusalFinder::of_results(const std::string& name,
     if (candidate.use == runtime::InputUse::overwrites) {
       return {"input 0: would be overwritten, and others need its numbers"};
     }
-    return {"output: would need other layers to change as well"};
+    const std::string pair = reason_of_pair(candidate, layer);
+    return {pair.empty() ? "output: would need other layers to change as well" : pair};
   }
-  return {"results: a trial on a small picture failed"};
+  return {kTrialFailed};
 }
 
 }  // namespace marlo::toolkit

@@ -1,7 +1,6 @@
 #include "qrt_toolkit/explain/rivals.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -11,16 +10,17 @@
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/candidates.h"
 #include "qrt_toolkit/assign/description.h"
+#include "qrt_toolkit/assign/epilogue.h"
+#include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/assign/problem.h"
 #include "qrt_toolkit/explain/refusals.h"
+#include "qrt_toolkit/tune/budget.h"
 #include "qrt_toolkit/tune/measured_costs.h"
 #include "qrt_toolkit/tune/summary.h"
 
 namespace marlo::toolkit {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// Which layer, by its description, and how a kernel would read it.
 std::string place_text(const runtime::LayerInfo* info, const std::string& kernel,
@@ -73,15 +73,41 @@ double conversion(const Problem& problem, size_t layer, const Form& from, const 
   return problem.graph[layer].conversions[a][b];
 }
 
+/// What passes between two layers: converters around a kernel are already behind it, but nothing
+/// brings a tensor whose kernel applies an epilogue into another layout.
+Form passed(const runtime::TensorShape& gives, const Form& chosen) {
+  return chosen.epilogue.empty() ? Form{gives, ""} : chosen;
+}
+
 /// The converters that a candidate needs between what now stands around the layer.
 double conversions_around(const Problem& problem, size_t v, const Candidate& candidate,
                           const Candidate& chosen) {
   const ReferenceLayer& layer = problem.layers[v];
   double ms = 0;
   for (size_t i = 0; i < layer.inputs.size() && i < candidate.inputs.size(); ++i) {
-    ms += conversion(problem, layer.inputs[i], chosen.inputs[i], candidate.inputs[i]);
+    const size_t source = layer.inputs[i];
+    ms += conversion(problem, source, passed(problem.layers[source].gives, chosen.inputs[i]),
+                     candidate.inputs[i]);
   }
-  return ms + conversion(problem, v, candidate.output, chosen.output);
+  return ms + conversion(problem, v, candidate.output, passed(layer.gives, chosen.output));
+}
+
+/// The layer's own kernel in the forms that it has now. The optimiser may not have it to choose
+/// from: a converter around it may need other instructions than are allowed.
+Candidate chosen_kernel(const ReferenceLayer& layer) {
+  Candidate chosen;
+  chosen.kernel = layer.kernel;
+  chosen.set = set_of_kernel(layer.kernel, runtime::needs_of(layer.kernel));
+  const bool passes_on = layer.kernel == kStraightThrough;
+  for (const runtime::TensorShape& shape : layer.reads) {
+    chosen.inputs.push_back({shape, passes_on ? layer.may_be_applied : ""});
+  }
+  chosen.output = {layer.makes, layer.may_apply.empty() ? "" : layer.applies};
+  return chosen;
+}
+
+bool is_same_kernel(const Candidate& a, const Candidate& b) {
+  return a.kernel == b.kernel && a.inputs == b.inputs && a.output == b.output;
 }
 
 class RivalFinder {
@@ -93,7 +119,8 @@ class RivalFinder {
         finder_(workshop_, {options.assign.set, options.assign.tolerance}),
         refusals_(workshop_, {options.assign.set, options.assign.tolerance}),
         clock_(kernels),
-        wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)) {
+        wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
+        budget_(options.budget, options.go_on) {
     const std::string id = network_id(model, options.assign.network);
     layers_ = walk_reference(network_of(model, id), config_of(model, id), options.assign.inputs,
                              workshop_);
@@ -101,7 +128,7 @@ class RivalFinder {
 
   Rivals run() {
     MeasuredCosts measured(options_.meter != nullptr ? *options_.meter : clock_, wisdom_,
-                           {[this] { return lasts(); }, [this] { count_layer(); }});
+                           {[this] { return budget_.lasts(); }, [this] { count_layer(); }});
     RememberedCosts costs(measured);
     const Problem problem = make_problem(std::move(layers_), finder_, costs);
     for (size_t v = 0; v < problem.layers.size(); ++v) {
@@ -109,8 +136,9 @@ class RivalFinder {
       LayerRivals& rivals = found_.layers[layer.id];
       if (layer.is_fixed) continue;
       rivals.candidates = candidates_of(problem, v, costs);
-      rivals.refusals = refusals_of(layer, rivals.candidates);
+      if (budget_.goes_on()) rivals.refusals = refusals_of(layer, rivals.candidates);
     }
+    found_.is_complete = !budget_.is_over();
     for (const std::string& fault : {wisdom_.fault(), wisdom_.save()}) {
       if (!fault.empty()) found_.notes.push_back(fault);
     }
@@ -118,13 +146,6 @@ class RivalFinder {
   }
 
  private:
-  bool lasts() {
-    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
-    const bool goes_on = seconds <= options_.budget && (!options_.go_on || options_.go_on());
-    if (!goes_on) found_.is_complete = false;
-    return goes_on;
-  }
-
   void count_layer() {
     if (options_.progress) options_.progress(++layers_done_);
   }
@@ -132,12 +153,16 @@ class RivalFinder {
   static std::vector<ExplainedCandidate> candidates_of(const Problem& problem, size_t v,
                                                        const RememberedCosts& costs) {
     const ReferenceLayer& layer = problem.layers[v];
-    const std::vector<Option>& options = problem.options[v].options;
+    const Candidate chosen = chosen_kernel(layer);
+    std::vector<Candidate> candidates{chosen};
+    for (const Option& option : problem.options[v].options) {
+      if (!is_same_kernel(option.candidate, chosen)) candidates.push_back(option.candidate);
+    }
     std::vector<ExplainedCandidate> found;
-    for (size_t c = 0; c < options.size(); ++c) {
-      const Candidate& candidate = options[c].candidate;
-      const double around = conversions_around(problem, v, candidate, options[0].candidate);
-      if (!std::isfinite(around)) continue;
+    for (size_t c = 0; c < candidates.size(); ++c) {
+      const Candidate& candidate = candidates[c];
+      const double around = conversions_around(problem, v, candidate, chosen);
+      if (c != 0 && !std::isfinite(around)) continue;
       ExplainedCandidate next;
       next.kernel = candidate.kernel;
       next.set = candidate.set;
@@ -157,7 +182,9 @@ class RivalFinder {
   std::vector<ExplainedRefusal> refusals_of(const ReferenceLayer& layer,
                                             const std::vector<ExplainedCandidate>& candidates) {
     std::string key = layer.kernel + '|' + key_of(*layer.info) + '|' +
-                      (layer.reads_rectified ? "r" : "") + '|' + runtime::ShapesText(layer.reads);
+                      (layer.reads_rectified ? "r" : "") + '|' + layer.may_apply + '|' +
+                      layer.may_be_applied + '|' + layer.applies + '|' +
+                      runtime::ShapesText(layer.reads);
     std::set<std::string> possible;
     for (const ExplainedCandidate& candidate : candidates) {
       if (possible.insert(candidate.kernel).second) key += '|' + candidate.kernel;
@@ -168,12 +195,12 @@ class RivalFinder {
   }
 
   const RivalOptions& options_;
-  const Clock::time_point start_ = Clock::now();
   Workshop workshop_;
   CandidateFinder finder_;
   RefusalFinder refusals_;
   ClockMeter clock_;
   Wisdom wisdom_;
+  Budget budget_;
   std::vector<ReferenceLayer> layers_;
   std::map<std::string, std::vector<ExplainedRefusal>> known_refusals_;
   Rivals found_;

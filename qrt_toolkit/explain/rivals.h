@@ -18,8 +18,10 @@ namespace marlo::toolkit {
 
 /// What is known of a layer's kernels. Plain data.
 struct LayerRivals {
-  std::vector<ExplainedCandidate> candidates;  ///< the chosen one is the first
-  std::vector<ExplainedRefusal> refusals;      ///< by name
+  /// The chosen one is the first. Its converters have an infinite time where one of them may not be
+  /// measured, as it needs more than the kernels that are allowed.
+  std::vector<ExplainedCandidate> candidates;
+  std::vector<ExplainedRefusal> refusals;  ///< by name
 };
 
 /// How candidates are looked for. Plain data.

@@ -16,6 +16,7 @@
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/assign/trial.h"
 #include "qrt_toolkit/explain/refusals.h"
+#include "tests/support/kernels.h"
 #include "tests/support/pace.h"
 
 // Reasons are true: where a kernel refuses a layer, changing what its reasons name makes it accept,
@@ -25,20 +26,10 @@ namespace marlo::toolkit::test {
 namespace {
 
 using bench::ConvShape;
+using marlo::test::all_kernels;
 using runtime::IKernelFacts;
 using runtime::Misfit;
 using runtime::TensorShape;
-
-const runtime::KernelRegistry& all_kernels() {
-  static const runtime::KernelRegistry kernels = [] {
-    runtime::KernelRegistry made;
-    runtime::InferenceParamRegistry params;
-    utility::init_register_operators(made, params);
-    utility::init_register_extension_operators(made, params);
-    return made;
-  }();
-  return kernels;
-}
 
 /// The text of so many zeros.
 std::string zeros(uint64_t count) {
