@@ -73,7 +73,8 @@ std::string layers_table(const Explanation& all) {
       "<div class=\"wide\"><table>\n<caption>Layers in the order in which they run</caption>\n"
       "<thead><tr><th scope=\"col\">#</th><th scope=\"col\">layer</th><th scope=\"col\">kernel</th>"
       "<th scope=\"col\">ms</th><th scope=\"col\">share</th><th scope=\"col\">GFLOP/s</th>"
-      "<th scope=\"col\">GB/s</th><th scope=\"col\">of the limit</th><th scope=\"col\">limit</th>"
+      "<th scope=\"col\">GB/s</th><th scope=\"col\">operations a byte</th>"
+      "<th scope=\"col\">of the limit</th><th scope=\"col\">limit</th>"
       "</tr></thead>\n<tbody>\n";
   const auto row = [&](const std::string& number, const std::string& name,
                        const std::string& kernel, double ms, const Roofline& roofline) {
@@ -81,7 +82,8 @@ std::string layers_table(const Explanation& all) {
             cell("<code>" + html_text(kernel) + "</code>") + number_cell(html_number(ms, 4)) +
             number_cell(html_percent(all.pass_ms > 0 ? ms / all.pass_ms : 0)) +
             number_cell(optional_number(roofline.gigaflops, 1)) +
-            number_cell(optional_number(roofline.gigabytes, 1)) + bar_cell(roofline, ms) +
+            number_cell(optional_number(roofline.gigabytes, 1)) +
+            number_cell(optional_number(roofline.intensity, 1)) + bar_cell(roofline, ms) +
             cell(html_text(limit_name(roofline, all.machine))) + "</tr>\n";
   };
   for (size_t i = 0; i < all.layers.size(); ++i) {
@@ -142,6 +144,20 @@ std::string layer_details(const Explanation& all, size_t i) {
   if (!layer.refusals.empty()) html += refusals_list(layer);
   if (layer.candidates.empty()) html += "<p>No other kernel was looked for.</p>\n";
   return html + "</details>\n";
+}
+
+/// What a reader should know before he believes the numbers.
+std::string remarks(const Explanation& all) {
+  std::string html;
+  if (!all.is_complete) {
+    html += "<p>Not everything was measured: times with a tilde are estimates.</p>\n";
+  }
+  for (const std::string& note : all.notes) {
+    html += "<p>";
+    html += html_text(note);
+    html += "</p>\n";
+  }
+  return html;
 }
 
 std::string machine_table(const MachineLimits& machine) {
@@ -232,7 +248,7 @@ std::string explain_html(const Explanation& explanation, const std::string& titl
       "): " + share(all.kernels_ms) + " in kernels, " + share(all.converters_ms) +
       " in converters, " + share(all.engine_ms) +
       " between them. At this machine's limits it would take " + html_number(all.limit_ms, 4) +
-      " ms.</p>\n";
+      " ms.</p>\n" + remarks(all);
   html += "<section aria-labelledby=\"time\">\n<h2 id=\"time\">Timeline</h2>\n" +
           html_timeline(all) + legend(all) + kinds_table(all) + "</section>\n";
   html +=

@@ -69,6 +69,18 @@ TEST_F(TuneTest, AnotherProcessorIsToldOfOnce) {
               AllOf(HasSubstr("was tuned for Another One 3, and this is "), HasSubstr("qrt tune")));
 }
 
+TEST_F(TuneTest, NamesOutOfASummaryAreMadeWellFormed) {
+  ASSERT_EQ(tune({"--input", "1x1x3", "--isa", "sse"}).code, 0);
+  marlo::runtime::QRTModel model;
+  model.FromFile(path("b.json").c_str(), "json");
+  model.config_arr->cfgs.begin()->second->cpu_sse->summary =
+      "{\"qrt_tuned\":1,\"processor\":\"P\",\"inputs\":{\"a\xff\":\"FLOAT32\"}}";
+  model.ToFile(path("c.json").c_str(), "json");
+  const Outcome outcome = qrt({"info", path("c.json"), "--json"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("\"a?\": \"FLOAT32\""));
+}
+
 TEST_F(TuneTest, ReportsAsJson) {
   const Outcome outcome = tune({"--input", "1x1x3", "--json", "--isa", "sse"});
   ASSERT_EQ(outcome.code, 0) << outcome.err;

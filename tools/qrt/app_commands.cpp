@@ -313,7 +313,9 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
       ->type_name("SIZES");
   command->add_option("-n,--network", options.network, "Network where there are several")
       ->type_name("ID");
-  command->add_option("--seconds", options.seconds, "Time passes for S seconds")
+  command
+      ->add_option("--seconds", options.seconds,
+                   "Time passes for S seconds watched and S unwatched")
       ->type_name("S")
       ->check(CLI::Range(0.001, 3600.0))
       ->capture_default_str();

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "qrt_toolkit/explain/explain.h"
@@ -22,13 +23,26 @@ using marlo::toolkit::Explanation;
 
 namespace {
 
+void check_options(const ExplainCommandOptions& options) {
+  const auto refuse = [](const std::string& text) { throw ToolError(kUsageError, text); };
+  if (options.html == kStandardStream && (options.json || !options.layer.empty())) {
+    refuse("--html - leaves no room for other data on standard output; expected a file's name");
+  }
+  if (options.layer.empty()) return;
+  if (options.json) refuse("--json tells all layers; expected it without --layer");
+  if (options.no_candidates) {
+    refuse("--layer shows a layer's candidates; expected it without --no-candidates");
+  }
+}
+
 Explanation explained(const marlo::runtime::QRTModel& model, const Library& library,
-                      ExplainOptions options, const std::string& path, size_t layers) {
+                      ExplainOptions options, const std::string& path) {
   const Interrupts interrupts;
-  Progress progress("step", layers);
+  std::optional<Progress> progress;
   size_t shown_steps = 0;
   options.go_on = [&](const marlo::toolkit::ExplainProgress& now) {
-    for (; shown_steps < now.steps && shown_steps < layers; ++shown_steps) progress.step();
+    if (!progress) progress.emplace("step", now.of_steps);
+    for (; shown_steps < now.steps; ++shown_steps) progress->step();
     return !Interrupts::came();
   };
   try {
@@ -54,6 +68,7 @@ void check_layer(const NetworkReport& report, const ExplainCommandOptions& optio
 
 void run_explain(const ExplainCommandOptions& options) {
   constexpr double kMilliseconds = 1000;
+  check_options(options);
   Library library;
   const auto model = read_model(options.model, std::nullopt, options.inputs);
   ExplainOptions explain;
@@ -66,7 +81,6 @@ void run_explain(const ExplainCommandOptions& options) {
   if (!options.no_wisdom) {
     explain.wisdom = options.wisdom.empty() ? default_wisdom() : options.wisdom;
   }
-  size_t layers = 0;
   {
     LoadedNetwork network = load_network(library, *model, options.model, explain.network);
     if (network.package->output_ids.empty()) {
@@ -75,12 +89,14 @@ void run_explain(const ExplainCommandOptions& options) {
     explain.inputs =
         shapes_by_id(network, options.model, options.inputs, options.keep_batch, library);
     check_layer(network.report, options);
-    layers = network.report.layers.size();
   }
-  const Explanation explanation = explained(*model, library, explain, options.model, layers);
+  const Explanation explanation = explained(*model, library, explain, options.model);
+  if (explanation.layers.empty()) {
+    throw ToolError(kRunError, shown(options.model) + ": interrupted before anything was timed");
+  }
   for (const std::string& note : explanation.notes) say(note, Level::warning);
   if (!explanation.is_complete) {
-    say("not every candidate was measured: the times of the rest are estimates", Level::warning);
+    say("not everything was measured: the times of other candidates are estimates", Level::warning);
   }
   if (!options.html.empty()) {
     const std::string page = marlo::toolkit::explain_html(explanation, shown(options.model));

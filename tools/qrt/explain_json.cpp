@@ -139,6 +139,9 @@ std::string explain_json(const Explanation& explanation) {
   json.number("engine_ms", explanation.engine_ms);
   json.number("limit_ms", explanation.limit_ms);
   json.boolean("complete", explanation.is_complete);
+  json.begin_array("notes");
+  for (const std::string& note : explanation.notes) json.text(note);
+  json.end_array();
   json.begin_array("kinds");
   for (const ExplainedKind& kind : explanation.kinds) {
     json.begin_object();

@@ -23,7 +23,8 @@ struct JsonText::Parts {
   json::StringBuffer buffer;
   json::PrettyWriter<json::StringBuffer> writer{buffer};
 
-  void key(const char* name) { writer.Key(name); }
+  // Some are names out of files.
+  void key(const char* name) { writer.Key(printable(name).c_str()); }
 
   void number(double value) {
     if (std::isfinite(value)) {
