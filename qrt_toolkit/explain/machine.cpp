@@ -61,13 +61,13 @@ std::vector<MemoryLevel> levels_of_processor() {
 }
 
 /// Bytes of each of the two arrays that a level is measured with: in a cache both have room beside
-/// each other and what else goes on, in memory they are far beyond the last cache.
+/// each other and what else goes on, in memory both together are far beyond the last cache.
 uint64_t probe_bytes(const std::vector<MemoryLevel>& levels, size_t level, uint64_t most_bytes) {
   constexpr uint64_t kLeast = 4 * kKibi;
   constexpr uint64_t kPart = 4;
   constexpr uint64_t kBeyond = 64 * kKibi * kKibi;
   const uint64_t wanted = levels[level].bytes != 0 ? levels[level].bytes / kPart
-                                                   : std::max(kBeyond, levels[level - 1].bytes * 2);
+                                                   : std::max(kBeyond, levels[level - 1].bytes);
   return std::max(kLeast, std::min(wanted, most_bytes / 2));
 }
 
@@ -96,11 +96,13 @@ MachineLimits measure_machine(const MachineEffort& effort) {
   for (size_t level = 0; level < machine.levels.size(); ++level) {
     const uint64_t bytes = probe_bytes(machine.levels, level, effort.most_bytes);
     const size_t count = bytes / sizeof(float);
+    // One array alone would lie in the last cache in part.
+    const size_t read_count = machine.levels[level].bytes != 0 ? count : 2 * count;
     std::array<Bandwidth, kKernelSets>& found = machine.levels[level].bandwidth;
     for (size_t s = 0; s <= static_cast<size_t>(best); ++s) {
       const auto set = static_cast<KernelSet>(s);
       if (is_measured_alone(set)) {
-        found.at(s).read = read_gigabytes(set, memory.at(0), count, probe);
+        found.at(s).read = read_gigabytes(set, memory.at(0), read_count, probe);
         found.at(s).copy =
             copy_gigabytes(set, memory.at(0), memory.at(bytes + kApart), count, probe);
       } else if (s > 0) {

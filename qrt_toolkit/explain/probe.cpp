@@ -1,6 +1,7 @@
 #include "qrt_toolkit/explain/probe.h"
 
 #include <algorithm>
+#include <ctime>
 #include <new>
 #include <vector>
 
@@ -19,12 +20,22 @@ double milliseconds_of(const Call& call, size_t calls) {
   return watch.times().cpu_ms;
 }
 
+/// What is so long that the steps in which the thread's clock goes don't matter.
+double shortest_run_ms() {
+  constexpr double kSteps = 20;
+  timespec step{};
+  if (clock_getres(CLOCK_THREAD_CPUTIME_ID, &step) != 0) return 0;
+  return kSteps *
+         (1e3 * static_cast<double>(step.tv_sec) + 1e-6 * static_cast<double>(step.tv_nsec));
+}
+
 /// Seconds of one call, as the median of several runs of many calls.
 template <typename Call>
 double seconds_per_call(const Call& call, const ProbeEffort& effort) {
   call();
   size_t calls = 1;
-  while (milliseconds_of(call, calls) <= effort.run_ms) calls *= 2;
+  const double least = std::max(effort.run_ms, shortest_run_ms());
+  while (milliseconds_of(call, calls) <= least) calls *= 2;
   std::vector<double> runs;
   for (size_t i = 0; i < effort.runs; ++i) runs.push_back(milliseconds_of(call, calls));
   return 1e-3 * median(std::move(runs)) / static_cast<double>(calls);

@@ -24,9 +24,12 @@ void max_and_sum_sse(size_t rounds, float one, float zero) noexcept {
 
 void count_cycles(uint64_t rounds) noexcept {
   uint64_t sum = 0;
+  // Some processors do several sums of a register and a constant at once, so it is no constant.
+  uint64_t one = 1;
+  asm("" : "+r"(one));
   for (uint64_t i = 0; i < rounds; i += 16) {
 #pragma GCC unroll 16
-    for (int k = 0; k < 16; ++k) asm volatile("add $1, %0" : "+r"(sum));
+    for (int k = 0; k < 16; ++k) asm volatile("add %1, %0" : "+r"(sum) : "r"(one));
   }
 }
 

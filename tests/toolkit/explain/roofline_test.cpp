@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 namespace marlo::toolkit::test {
 namespace {
 
@@ -88,6 +90,7 @@ TEST(Machine, ItsLimitsAreMeasured) {
   effort.most_bytes = 1 << 16;
   const MachineLimits machine = measure_machine(effort);
   EXPECT_GT(machine.gigahertz, 0);
+  EXPECT_TRUE(std::isfinite(machine.gigahertz));
   ASSERT_GE(machine.levels.size(), 2u);
   EXPECT_EQ(machine.levels.front().name, "L1");
   EXPECT_EQ(machine.levels.back().name, "memory");
@@ -98,9 +101,11 @@ TEST(Machine, ItsLimitsAreMeasured) {
   for (size_t s = 0; s < kKernelSets; ++s) {
     const bool has = s <= static_cast<size_t>(processor_kernels());
     EXPECT_EQ(machine.gigaflops[s] > 0, has) << s;
+    EXPECT_TRUE(std::isfinite(machine.gigaflops[s])) << s;
     for (const MemoryLevel& level : machine.levels) {
       EXPECT_EQ(level.bandwidth[s].read > 0, has) << level.name << s;
       EXPECT_EQ(level.bandwidth[s].copy > 0, has) << level.name << s;
+      EXPECT_TRUE(std::isfinite(level.bandwidth[s].read + level.bandwidth[s].copy)) << level.name;
     }
   }
 }
