@@ -67,20 +67,24 @@ std::string short_number(double number) {
 constexpr char kTrialFailed[] =
     "results: a trial on a small picture failed, or made numbers that aren't finite";
 
+constexpr char kBoth[] = ": both would have to change; `qrt tune` weighs such pairs";
+
+/// Why a kernel can't stand behind one that applies an epilogue already, or doesn't.
+std::string reason_of_applied(const std::string& epilogue, bool is_applied) {
+  return (is_applied ? "applies " : "leaves out ") + epilogue + ", which the layer before " +
+         (is_applied ? "does" : "doesn't apply") + kBoth;
+}
+
 /// Why a kernel that applies an epilogue can't stand where the chosen one doesn't, or the other way
 /// round; empty where it isn't that.
 std::string reason_of_pair(const Candidate& candidate, const ReferenceLayer& layer) {
-  constexpr char kBoth[] = ": both would have to change; `qrt tune` weighs such pairs";
   if (candidate.output.epilogue != layer.applies && !layer.may_apply.empty()) {
     const bool is_more = layer.applies.empty();
     return (is_more ? "applies " : "leaves out ") + layer.may_apply + ", which the layer behind " +
            (is_more ? "does" : "doesn't apply") + kBoth;
   }
-  const bool is_applied = layer.kernel == kStraightThrough;
-  if (layer.may_be_applied.empty() || is_applied == (candidate.kernel == kStraightThrough))
-    return "";
-  return (is_applied ? "applies " : "leaves out ") + layer.may_be_applied +
-         ", which the layer before " + (is_applied ? "does" : "doesn't apply") + kBoth;
+  if (layer.may_be_applied.empty() || layer.kernel != kStraightThrough) return "";
+  return reason_of_applied(layer.may_be_applied, true);
 }
 
 /// The inputs with those that can stand in a layout in it.
@@ -137,9 +141,11 @@ RefusalFinder::Reasons RefusalFinder::of_kernel(const std::string& name,
     return {std::string("instructions: needs ") + runtime::PrintedName(facts->needs()) +
             ", and kernels up to " + word_of(rules_.set) + " may be used here"};
   }
+  if (name == kStraightThrough && !layer.may_be_applied.empty()) {
+    return {reason_of_applied(layer.may_be_applied, false)};
+  }
   Reasons reasons;
-  const bool may_be_applied = name == kStraightThrough && !layer.may_be_applied.empty();
-  if (!may_be_applied) {
+  {
     // It must be gone before other trials give its memory back.
     const auto kernel = workshop_.configured(name, layer.info);
     if (kernel == nullptr) return {"it can't be configured with this description"};

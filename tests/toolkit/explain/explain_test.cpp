@@ -206,8 +206,9 @@ TEST(Explain, CandidatesAreComparedWithTheChosenKernel) {
     EXPECT_EQ(refusal_of(conv, candidate.kernel), nullptr) << candidate.kernel;
     EXPECT_LE(candidate.set, KernelSet::sse);
     if (candidate.inputs.at(0).layout == runtime::LayoutType::CHW) continue;
-    // A converter of the input; the result stands as it is handed on.
-    EXPECT_EQ(candidate.converters_ms, 0.25) << candidate.kernel;
+    // A converter of the input. The result is handed on in blocks of 8 channels.
+    const bool is_handed_on = candidate.output.layout == runtime::LayoutType::C8HW8;
+    EXPECT_EQ(candidate.converters_ms, is_handed_on ? 0.25 : 0.5) << candidate.kernel;
     has_converted = true;
   }
   EXPECT_TRUE(has_converted);
@@ -220,12 +221,14 @@ TEST(Explain, ConvertersAreCountedFromWhatIsHandedOn) {
   options.with_candidates = true;
   options.meter = &meter;
   const ExplainedLayer r = explain_model(*small_model(), all_kernels(), options).layers.at(2);
-  // It gets blocks and gives planes, by one converter before or behind it.
+  // It gets blocks of 8 channels and gives planes, by one converter before or behind it.
   ASSERT_NE(chosen_of(r), nullptr);
   EXPECT_EQ(chosen_of(r)->kernel, r.kernel);
   EXPECT_GT(r.candidates.size(), 1u);
+  EXPECT_EQ(chosen_of(r)->converters_ms, 0.25);
   for (const ExplainedCandidate& candidate : r.candidates) {
-    EXPECT_EQ(candidate.converters_ms, 0.25) << candidate.kernel;
+    const bool is_other = candidate.output.layout == runtime::LayoutType::C4HW4;
+    EXPECT_EQ(candidate.converters_ms, is_other ? 0.5 : 0.25) << candidate.kernel;
   }
 }
 
