@@ -4,7 +4,6 @@
 #include <tuple>
 #include <utility>
 
-#include "qrt_core/runtime/model/half_rounding.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/strided.h"
@@ -18,11 +17,6 @@ Numbers scalar(double number) {
   Numbers result(ElementType::float32, {});
   result.reals()[0] = number;
   return result;
-}
-
-bool is_half(double number) {
-  const auto exact = static_cast<float>(number);
-  return runtime::RoundToHalf(exact) == exact;
 }
 
 template <const char* const& kernel>
@@ -80,8 +74,9 @@ size_t clipped(Lowering& lowering, size_t x, double low, double high) {
   if (low == 0 && high >= kMost) return lowering.activated(kReLU, x);
   if (low <= -kMost && high >= kMost) return x;
   if (lowering.has_second_set() && (std::isinf(low) || std::isinf(high))) {
-    if (std::isfinite(low)) return lowering.binary(runtime::BinaryFunction::Max, x, scalar(low));
-    return lowering.binary(runtime::BinaryFunction::Min, x, scalar(high));
+    if (low > -kMost) x = lowering.binary(runtime::BinaryFunction::Max, x, scalar(low));
+    if (high < kMost) x = lowering.binary(runtime::BinaryFunction::Min, x, scalar(high));
+    return x;
   }
   if (lowering.has_second_set()) {
     return lowering.function(runtime::ElementFunction::Clip, "Clip", x, low, high);
@@ -99,7 +94,7 @@ void lower_clip(Lowering& lowering) {
   constexpr double kMost = std::numeric_limits<float>::max();
   const auto bound = [&](size_t place, double otherwise) {
     if (!lowering.node().has_input(place)) return otherwise;
-    return lowering.required_constant(place)->real(0);
+    return lowering.required_number(place);
   };
   lowering.result(clipped(lowering, lowering.input(0), bound(1, -kMost), bound(2, kMost)));
 }
@@ -289,7 +284,7 @@ void lower_div(Lowering& lowering) { lower_two(lowering, 3); }
 size_t lower_many(Lowering& lowering, uint16_t operation) {
   const size_t count = lowering.node().inputs.size();
   size_t first = 0;
-  while (first < count && lowering.constant(first) != nullptr) ++first;
+  while (first < count && !lowering.is_tensor(first)) ++first;
   size_t result = lowering.input(first);
   for (size_t i = 0; i < count; ++i) {
     if (i == first) continue;
@@ -312,11 +307,13 @@ void lower_mean(Lowering& lowering) {
 
 void lower_pow(Lowering& lowering) {
   const SharedNumbers exponent = lowering.constant(1);
-  const bool broadcasts = exponent == nullptr || exponent->count() != 1;
-  if (broadcasts) return lowering.result(lowering.binary(runtime::BinaryFunction::Pow));
-  const double power = exponent->count() == 1 ? exponent->real(0) : 0;
-  const int whole = power == std::floor(power) ? static_cast<int>(std::abs(power)) : 0;
-  if (whole < 1 || whole > 8) {
+  const bool is_one = exponent != nullptr && exponent->count() == 1 && is_finite(*exponent);
+  if (!is_one) return lowering.result(lowering.binary(runtime::BinaryFunction::Pow));
+  constexpr double kMostFactors = 8;
+  const double power = exponent->real(0);
+  const bool few = std::abs(power) <= kMostFactors && power == std::floor(power);
+  const int whole = few ? static_cast<int>(std::abs(power)) : 0;
+  if (whole < 1) {
     if (power == 0.5) {
       return lowering.result(
           lowering.function(runtime::ElementFunction::Sqrt, "Sqrt", lowering.input(0)));
@@ -384,6 +381,8 @@ size_t Lowering::combined(uint16_t operation, size_t a, size_t b) {
     info->op_type = operation;
     return plan_.add(std::move(info), "Elementwise_Fallback_Float_M1", {a, b});
   }
+  // Of no number at all the documented kernel makes the other one, and of infinity a large one.
+  if (operation > 3 && has_second_set()) return binary(function_of(operation), a, b);
   auto info = std::make_shared<runtime::BroadcastOperatorInfo>();
   info->op_type = operation;
   return plan_.add(std::move(info), "BroadcastOperator_Fallback_Float_M1", {a, b});

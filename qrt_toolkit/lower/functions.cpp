@@ -145,12 +145,14 @@ void lower_mod(Lowering& lowering) {
   lowering.result(lowering.binary(BinaryFunction::Mod));
 }
 
-/// Numbers one by one behind the batch, as many as `count`; a single number stands for all.
-Numbers as_many(const Numbers& numbers, int64_t count) {
+/// The numbers of an input one by one, as many as `count`; a single number stands for all.
+Numbers as_many(const Lowering& lowering, size_t place, int64_t count) {
+  const Numbers numbers = *lowering.required_constant(place);
   Numbers result(ElementType::float32, {count});
   if (numbers.count() != 1 && numbers.count() != count) {
-    throw NodeFault{"inputs",
-                    "scale and shift must have one number for each of " + std::to_string(count)};
+    throw NodeFault{"input " + std::to_string(place), "expected one number, or one for each of " +
+                                                          std::to_string(count) + ", found " +
+                                                          std::to_string(numbers.count())};
   }
   for (size_t i = 0; i < result.reals().size(); ++i) {
     result.reals()[i] = numbers.real(numbers.count() == 1 ? 0 : i);
@@ -160,11 +162,11 @@ Numbers as_many(const Numbers& numbers, int64_t count) {
 
 template <class Info>
 void set_scales(const Lowering& lowering, Info& info, int64_t count) {
-  info.scale = blob_of(as_many(*lowering.required_constant(1), count));
+  info.scale = blob_of(as_many(lowering, 1, count));
   if (lowering.node().has_input(2)) {
-    info.shift = blob_of(as_many(*lowering.required_constant(2), count));
+    info.shift = blob_of(as_many(lowering, 2, count));
   }
-  info.eps = static_cast<float>(lowering.node().real("epsilon", 1e-5));
+  info.eps = as_float(lowering.node().real("epsilon", 1e-5));
 }
 
 /// The mean of each line that is normalized, and 1 over its deviation.
@@ -186,11 +188,26 @@ void lower_moments(Lowering& lowering, size_t axis) {
   lowering.result(lowering.function(ElementFunction::Reciprocal, "Reciprocal", deviation), 2);
 }
 
+/// Of as many numbers as a line of several axes has, those of other axes are in another order.
+void check_line(const Lowering& lowering, size_t place, const Extents& line) {
+  if (!lowering.node().has_input(place)) return;
+  const Extents found = lowering.required_constant(place)->shape;
+  Extents aligned = found;
+  while (aligned.size() > line.size() && aligned[0] == 1) aligned.erase(aligned.begin());
+  while (aligned.size() < line.size()) aligned.insert(aligned.begin(), 1);
+  if (aligned == line || count_of(found) == 1) return;
+  throw NodeFault{
+      "input " + std::to_string(place),
+      "expected one number, or those of " + text_of(line) + ", found " + text_of(found)};
+}
+
 void lower_layer_normalization(Lowering& lowering) {
   const size_t axis = lowering.axis_of_input(0, lowering.node().integer("axis", -1));
   if (lowering.is_read(1) || lowering.is_read(2)) lower_moments(lowering, axis);
   const Extents sizes = lowering.input_sizes(0);
   const Extents line(sizes.begin() + static_cast<std::ptrdiff_t>(axis), sizes.end());
+  check_line(lowering, 1, line);
+  check_line(lowering, 2, line);
   auto info = std::make_shared<runtime::LayerNormInfo>();
   info->axis = static_cast<int32_t>(axis);
   set_scales(lowering, *info, count_of(line).value_or(0));
@@ -204,7 +221,10 @@ void lower_local_response(Lowering& lowering) {
   const size_t x = lowering.input(0);
   const int64_t channels = lowering.input_sizes(0).at(0);
   const int64_t width = node.integer("size", 0);
-  if (width < 1) throw NodeFault{"size", "expected a positive number of channels"};
+  if (width < 1) {
+    throw NodeFault{"size",
+                    "expected a positive number of channels, found " + std::to_string(width)};
+  }
   Numbers band(ElementType::float32, {channels, channels});
   for (int64_t c = 0; c < channels; ++c) {
     const int64_t last = std::min(channels - 1, c + width / 2);
@@ -229,7 +249,10 @@ void lower_group_normalization(Lowering& lowering) {
   if (lowering.node().integer("per_group", 0) != 0) {
     throw NodeFault{"opset", "scales of groups have no kernel", "export the model with opset 21"};
   }
-  if (groups < 1 || channels % groups != 0) throw NodeFault{"num_groups", "it divides no channels"};
+  if (groups < 1 || channels % groups != 0) {
+    throw NodeFault{"num_groups", "expected a divisor of " + std::to_string(channels) +
+                                      " channels, found " + std::to_string(groups)};
+  }
   auto info = std::make_shared<runtime::GroupNormInfo>();
   info->groups = static_cast<uint32_t>(groups);
   set_scales(lowering, *info, channels);
@@ -291,8 +314,8 @@ size_t Lowering::function(ElementFunction function, const char* name, size_t lay
                           double beta) {
   auto info = std::make_shared<runtime::ElementFunctionInfo>();
   info->function = static_cast<uint32_t>(function);
-  info->alpha = static_cast<float>(alpha);
-  info->beta = static_cast<float>(beta);
+  info->alpha = as_float(alpha);
+  info->beta = as_float(beta);
   return plan_.add(std::move(info), std::string(name) + "_Fallback_Float_M1", {layer});
 }
 

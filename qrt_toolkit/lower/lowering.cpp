@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "qrt_core/runtime/model/half_rounding.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/strided.h"
@@ -80,14 +81,6 @@ size_t first_varying_axis(const Extents& shape, const Extents& box) {
   return box.size() - static_cast<size_t>(shape.end() - place);
 }
 
-float as_float(double number) {
-  const auto rounded = static_cast<float>(number);
-  if (std::isinf(rounded) && !std::isinf(number)) {
-    throw NodeFault{"inputs", "a constant is beyond the range of float32"};
-  }
-  return rounded;
-}
-
 /// Numbers broadcast to `box`, as float32.
 std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
   std::vector<float> result(static_cast<size_t>(count_of(box).value_or(0)));
@@ -103,8 +96,21 @@ std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
 
 }  // namespace
 
+float as_float(double number) {
+  const auto rounded = static_cast<float>(number);
+  if (std::isinf(rounded) && !std::isinf(number)) {
+    throw NodeFault{"inputs", "a constant is beyond the range of float32"};
+  }
+  return rounded;
+}
+
+bool is_half(double number) {
+  const auto exact = static_cast<float>(number);
+  return runtime::RoundToHalf(exact) == exact;
+}
+
 runtime::WeightBlob blob_of(const Numbers& numbers) {
-  const std::vector<float> floats(numbers.reals().begin(), numbers.reals().end());
+  const std::vector<float> floats = floats_of(numbers);
   return runtime::MakeWeightBlob(floats.data(), floats.size());
 }
 
@@ -138,6 +144,14 @@ int16_t narrow_i16(int64_t number, const char* what) {
   return static_cast<int16_t>(number);
 }
 
+void check_axis_size(int64_t size) {
+  constexpr int64_t kMost = int64_t{1} << 24;
+  if (size < 1 || size > kMost) {
+    throw NodeFault{"sizes", "expected axes of 1 to " + std::to_string(kMost) +
+                                 " elements, found one of " + std::to_string(size)};
+  }
+}
+
 Lowering::Lowering(const Graph& graph)
     : graph_(graph),
       facts_(infer_facts(graph)),
@@ -151,8 +165,11 @@ Plan Lowering::run() {
     try {
       const ElementType type = facts_of(id).type;
       if (!is_real(type) && type != ElementType::undefined) {
-        plan_.notes.push_back(what + " holds " + name_of(type) +
-                              ": give the numbers as float32, which is exact up to 16777216");
+        plan_.notes.push_back(
+            what + " holds " + name_of(type) +
+            (type == ElementType::boolean
+                 ? ": give 1 and 0 as float32"
+                 : ": give the numbers as float32, which is exact up to 16777216"));
       }
       const Extents sizes = sizes_of(id);
       const size_t layer = plan_.add_input(
@@ -227,11 +244,21 @@ void Lowering::refuse_integers() const {
                                                   "Unsqueeze",
                                                   "Where",
                                                   "Xor"};
-  if (same.count(node_->op) != 0) return;
+  // Of narrow and unsigned types a sum or a product begins again at the other end.
+  static const std::set<std::string_view> wrapping = {"Add", "Mul", "Neg", "Sub", "Sum"};
+  const bool wraps = wrapping.count(node_->op) != 0;
+  if (!wraps && same.count(node_->op) != 0) return;
   for (size_t place = 0; place < node_->inputs.size(); ++place) {
     if (!is_tensor(place)) continue;
     const ElementType type = facts_of(node_->inputs[place]).type;
     if (is_real(type) || type == ElementType::undefined) continue;
+    if (wraps && (type == ElementType::int32 || type == ElementType::int64)) continue;
+    if (wraps) {
+      throw NodeFault{"input " + std::to_string(place),
+                      "layers compute with float32, in which " + node_->op + " of " +
+                          name_of(type) + " doesn't wrap",
+                      "cast to float first"};
+    }
     throw NodeFault{"input " + std::to_string(place),
                     "layers compute with float32, in which " + node_->op + " of " + name_of(type) +
                         " is another function",
@@ -309,6 +336,19 @@ SharedNumbers Lowering::constant(size_t place) const {
   if (!node_->has_input(place)) return nullptr;
   const auto& constant = graph_.value(node_->inputs[place]).constant;
   return constant ? std::make_shared<const Numbers>(constant->numbers()) : nullptr;
+}
+
+bool Lowering::is_tensor(size_t place) const {
+  return node_->has_input(place) && !graph_.value(node_->inputs[place]).constant;
+}
+
+double Lowering::required_number(size_t place) const {
+  const SharedNumbers numbers = required_constant(place);
+  if (numbers->count() != 1) {
+    throw NodeFault{"input " + std::to_string(place),
+                    "expected one number, found " + std::to_string(numbers->count())};
+  }
+  return numbers->real(0);
 }
 
 SharedNumbers Lowering::required_constant(size_t place) const {

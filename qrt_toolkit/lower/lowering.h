@@ -44,15 +44,16 @@ class Lowering {
   size_t input(size_t place);
 
   /// Whether layers make an input: it is given, and no constant.
-  bool is_tensor(size_t place) const {
-    return node_->has_input(place) && constant(place) == nullptr;
-  }
+  bool is_tensor(size_t place) const;
 
   /// The numbers of an input; null where it isn't a constant.
   SharedNumbers constant(size_t place) const;
 
   /// The same where only a constant will do; throws NodeFault.
   SharedNumbers required_constant(size_t place) const;
+
+  /// The number of an input that is a constant of a single one; throws NodeFault for another.
+  double required_number(size_t place) const;
 
   /// A constant input as it is broadcast against the output, without the batch; null where the
   /// input isn't a constant. Throws NodeFault where its numbers differ along the batch.
@@ -216,7 +217,13 @@ const LoweringRow* find_lowering(std::string_view op);
 /// All rows, by operator.
 std::span<const LoweringRow> all_lowerings();
 
-/// Numbers as a description holds them.
+/// A number as float32. Throws NodeFault for one that is beyond its range, which infinity isn't.
+float as_float(double number);
+
+/// Whether a number, as float32, is one that binary files hold as it is.
+bool is_half(double number);
+
+/// Numbers as a description holds them. Throws NodeFault for one that is beyond float32's range.
 runtime::WeightBlob blob_of(const Numbers& numbers);
 
 /// Numbers as float32. Throws NodeFault for one that is beyond its range.
@@ -228,5 +235,8 @@ bool is_finite(const Numbers& numbers);
 /// Fields of descriptions are 16 bits wide. Throws NodeFault for a number that doesn't fit.
 uint16_t narrow_u16(int64_t number, const char* what);
 int16_t narrow_i16(int64_t number, const char* what);
+
+/// Throws NodeFault for a size of an axis that layers aren't made for: none, or beyond 2^24.
+void check_axis_size(int64_t size);
 
 }  // namespace marlo::toolkit

@@ -5,6 +5,7 @@
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
+#include "qrt_toolkit/operators/indexing.h"
 #include "qrt_toolkit/operators/strided.h"
 
 // Layers that move numbers.
@@ -113,15 +114,29 @@ void lower_split(Lowering& lowering) {
   }
 }
 
+/// A table is a weight, which binary files round to halves. Rounded reals are near, a rounded number
+/// of something is another one.
+void refuse_rounded(const Numbers& table) {
+  if (is_real(table.type)) return;
+  for (const int64_t number : table.integers()) {
+    if (is_half(static_cast<double>(number))) continue;
+    throw NodeFault{"input 0",
+                    "whole numbers such as " + std::to_string(number) +
+                        " have no half, which a binary file rounds to",
+                    "gather from a table of reals"};
+  }
+}
+
 /// Rows of a constant table by the numbers that a layer makes.
 void lower_embedding(Lowering& lowering) {
   if (lowering.is_tensor(0)) {
     throw NodeFault{"inputs", "either the elements or what is taken from has to be a constant"};
   }
-  Numbers table = *lowering.required_constant(0);
+  const Numbers table = *lowering.required_constant(0);
   if (axis_from_front(lowering.node().integer("axis", 0), table.shape.size()) != 0) {
     throw NodeFault{"axis", "numbers that aren't known take along the first axis alone"};
   }
+  refuse_rounded(table);
   auto info = std::make_shared<runtime::EmbeddingInfo>();
   info->rows = static_cast<uint32_t>(table.shape[0]);
   info->width = static_cast<uint32_t>(table.count() / std::max<int64_t>(1, table.shape[0]));
@@ -138,11 +153,12 @@ void lower_gather(Lowering& lowering) {
   const auto batch = lowering.batch_of_input(0);
   if (batch && axis_from_front(given, lowering.input_rank(0)) == *batch) {
     if (list.size() != 1) throw NodeFault{"axis", "the batch of one can't become several"};
+    index_from_front(list[0], 1);
     return lowering.result(lowering.input(0));
   }
   const size_t axis = lowering.axis_of_input(0, given);
   const int64_t size = lowering.input_sizes(0)[axis];
-  for (int64_t& index : list) index += index < 0 ? size : 0;
+  for (int64_t& index : list) index = index_from_front(index, size);
   lowering.result(lowering.taken(lowering.input(0), axis, list));
 }
 
@@ -152,6 +168,7 @@ void lower_gather_elements(Lowering& lowering) {
   const Extents sizes = lowering.input_shape(0);
   const size_t axis = axis_from_front(lowering.node().integer("axis", 0), sizes.size());
   const Extents strides = strides_of(sizes);
+  check_gathered(given->shape, sizes, axis);
   std::vector<int64_t> elements;
   const auto count = static_cast<size_t>(given->count());
   elements.reserve(count);
@@ -161,10 +178,7 @@ void lower_gather_elements(Lowering& lowering) {
     for (size_t at = sizes.size(); at-- > 0;) {
       int64_t index = rest % given->shape.at(at);
       rest /= given->shape.at(at);
-      if (at == axis) {
-        index = given->integer(i);
-        index += index < 0 ? sizes[axis] : 0;
-      }
+      if (at == axis) index = index_from_front(given->integer(i), sizes[axis]);
       element += index * strides[at];
     }
     elements.push_back(element);
@@ -236,7 +250,7 @@ void lower_pad(Lowering& lowering) {
   if (mode != "constant" && mode != "edge" && mode != "reflect" && mode != "wrap") {
     throw NodeFault{"mode", "\"" + mode + "\" isn't known"};
   }
-  const double value = node.has_input(2) ? lowering.required_constant(2)->real(0) : 0;
+  const double value = node.has_input(2) ? lowering.required_number(2) : 0;
   const auto pads = lowering.required_constant(1)->integers();
   Numbers::Integers axes(pads.size() / 2);
   std::iota(axes.begin(), axes.end(), int64_t{0});
@@ -252,6 +266,11 @@ void lower_pad(Lowering& lowering) {
     const int64_t begin = pads[i];
     const int64_t end = pads[i + axes.size()];
     if (begin == 0 && end == 0) continue;
+    // Each by itself first, as their sum may be beyond all numbers.
+    for (const int64_t one : {begin, end})
+      check_axis_size(std::max<int64_t>(1, one < 0 ? -(one + 1) : one));
+    const int64_t size = lowering.input_sizes(0)[lowering.axis_of_input(0, axes[i])];
+    check_axis_size(begin + size + end);
     changed.push_back({lowering.axis_of_input(0, axes[i]), begin, end});
   }
   const bool planes = mode == "constant" && value == 0 && lowering.input_sizes(0).size() == 3 &&

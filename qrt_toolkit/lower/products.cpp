@@ -93,7 +93,7 @@ size_t two_tensors(Lowering& lowering, bool a_turned = false, bool b_turned = fa
   auto info = std::make_shared<runtime::MatMulInfo>();
   info->transpose_a = a_turned;
   info->transpose_b = b_turned;
-  info->alpha = static_cast<float>(alpha);
+  info->alpha = as_float(alpha);
   const Extents sizes = lowering.sizes_of_layer(a);
   const int64_t inner = sizes.size() < 2 || !a_turned ? sizes.back() : sizes[sizes.size() - 2];
   const size_t layer = lowering.plan().add(std::move(info), "MatMul_Fallback_Float_M1", {a, b});

@@ -88,13 +88,6 @@ size_t largest(Lowering& lowering, size_t layer) {
   return lowering.plan().add(std::move(info), "Pooling2D_Max_Fallback_Float_M1", {lines});
 }
 
-void lower_max(Lowering& lowering) { lowering.result(largest(lowering, lowering.input(0))); }
-
-void lower_min(Lowering& lowering) {
-  const size_t mirrored = lowering.negative(lowering.input(0));
-  lowering.result(lowering.negative(largest(lowering, mirrored)));
-}
-
 /// Element times element: halves of the line are multiplied until one is left.
 void lower_product(Lowering& lowering) {
   size_t lines = with_reduced_last(lowering, lowering.input(0));
@@ -143,6 +136,18 @@ void lower_function(Lowering& lowering) {
     layer = lowering.reshaped(layer, sizes);
   }
   lowering.result(lowering.reduced(function, layer, axes));
+}
+
+// Windows leave out infinite numbers and those that are none.
+void lower_max(Lowering& lowering) {
+  if (lowering.has_second_set()) return lower_function<runtime::AxisReduction::Max>(lowering);
+  lowering.result(largest(lowering, lowering.input(0)));
+}
+
+void lower_min(Lowering& lowering) {
+  if (lowering.has_second_set()) return lower_function<runtime::AxisReduction::Min>(lowering);
+  const size_t mirrored = lowering.negative(lowering.input(0));
+  lowering.result(lowering.negative(largest(lowering, mirrored)));
 }
 
 constexpr LoweringRow kRows[] = {

@@ -85,6 +85,7 @@ void lower_resize(Lowering& lowering) {
   std::vector<std::pair<size_t, ResampledAxis>> changed;
   for (size_t i = 0; i < axes.size(); ++i) {
     if (axes[i].changes) {
+      check_axis_size(axes[i].out);
       changed.emplace_back(lowering.axis_of_input(0, static_cast<int64_t>(i)), axes[i]);
     }
   }

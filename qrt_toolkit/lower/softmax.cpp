@@ -87,8 +87,8 @@ void lower_hardmax(Lowering& lowering) {
 }
 
 constexpr LoweringRow kRows[] = {
-    {"ArgMax", lower_place<AxisReduction::Max>},
-    {"ArgMin", lower_place<AxisReduction::Min>},
+    {"ArgMax", lower_place<AxisReduction::Max>, "a line with NaN has no place"},
+    {"ArgMin", lower_place<AxisReduction::Min>, "a line with NaN has no place"},
     {"Hardmax", lower_hardmax},
     {"LogSoftmax", lower_log_softmax},
     {"Softmax", lower_softmax},

@@ -183,8 +183,7 @@ Results gather(const Node& node, const Operands& inputs) {
         auto place = out.begin();
         for (int64_t o = 0; o < form.outer; ++o) {
           for (const int64_t index : indices) {
-            if (index < -size || index >= size) throw_index(index, size);
-            const int64_t at = index < 0 ? index + size : index;
+            const int64_t at = index_from_front(index, size);
             place = std::copy_n(from.begin() + (o * size + at) * form.inner, form.inner, place);
           }
         }
@@ -211,13 +210,7 @@ Results gather_elements(const Node& node, const Operands& inputs) {
   const Numbers& x = inputs[0];
   const size_t axis = axis_from_front(node.integer("axis", 0), x.shape.size());
   const Extents& box = inputs[1].shape;
-  if (box.size() != x.shape.size()) throw NodeFault{"input 1", "expected as many axes as input 0"};
-  for (size_t i = 0; i < box.size(); ++i) {
-    if (i != axis && box[i] > x.shape[i]) {
-      throw NodeFault{"input 1",
-                      "indices of " + text_of(box) + " reach beyond " + text_of(x.shape)};
-    }
-  }
+  check_gathered(box, x.shape, axis);
   const Numbers::Integers& indices = inputs[1].integers();
   const int64_t size = x.shape[axis];
   Extents strides = strides_of(x.shape);
@@ -230,9 +223,8 @@ Results gather_elements(const Node& node, const Operands& inputs) {
         for_each_row<2>(
             box, {strides_of(box), strides}, [&](const auto& at, int64_t count, const auto& steps) {
               for (int64_t i = 0; i < count; ++i) {
-                int64_t index = indices[static_cast<size_t>(at[0] + i)];
-                if (index < -size || index >= size) throw_index(index, size);
-                if (index < 0) index += size;
+                const int64_t index =
+                    index_from_front(indices[static_cast<size_t>(at[0] + i)], size);
                 out[static_cast<size_t>(at[0] + i)] =
                     from[static_cast<size_t>(at[1] + i * steps[1] + index * step_of_axis)];
               }
@@ -257,9 +249,21 @@ constexpr Operator kRows[] = {
 
 }  // namespace
 
-void throw_index(int64_t index, int64_t size) {
-  throw NodeFault{"input 1", "there is no element " + std::to_string(index) + " in an axis of " +
-                                 std::to_string(size)};
+int64_t index_from_front(int64_t index, int64_t size) {
+  if (index < -size || index >= size) {
+    throw NodeFault{"input 1", "there is no element " + std::to_string(index) + " in an axis of " +
+                                   std::to_string(size)};
+  }
+  return index < 0 ? index + size : index;
+}
+
+void check_gathered(const Extents& box, const Extents& shape, size_t axis) {
+  if (box.size() != shape.size()) throw NodeFault{"input 1", "expected as many axes as input 0"};
+  for (size_t i = 0; i < box.size(); ++i) {
+    if (i != axis && box[i] > shape[i]) {
+      throw NodeFault{"input 1", "indices of " + text_of(box) + " reach beyond " + text_of(shape)};
+    }
+  }
 }
 
 std::span<const Operator> indexing_operators() { return kRows; }

@@ -12,6 +12,12 @@ void infer_slice(ShapeStep& step);
 Results pad(const Node& node, const Operands& inputs);
 void infer_pad(ShapeStep& step);
 
-[[noreturn]] void throw_index(int64_t index, int64_t size);
+/// A place along an axis, counted from its end where it is negative. Throws NodeFault for one that
+/// the axis hasn't got.
+int64_t index_from_front(int64_t index, int64_t size);
+
+/// Throws NodeFault for places of shape `box` that GatherElements can't take from a tensor of
+/// `shape` along an axis.
+void check_gathered(const Extents& box, const Extents& shape, size_t axis);
 
 }  // namespace marlo::toolkit

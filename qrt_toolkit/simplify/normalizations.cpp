@@ -128,7 +128,7 @@ std::optional<FoundGelu> gated(const Graph& graph, const Node& node) {
 /// The GELU whose last product is this node: a half of the gated one, the gated one's half, or the
 /// gate with half of x.
 std::optional<FoundGelu> gelu_of(const Graph& graph, const Node& node) {
-  if (const auto half = with_number(graph, node, "Mul"); half && nearly(half->number, 0.5)) {
+  if (const auto half = with_number(graph, node, "Mul"); half && half->number == 0.5) {
     const NodeId inner = graph.value(half->tensor).producer;
     return inner == kAbsent ? std::nullopt : gated(graph, graph.node(inner));
   }
@@ -137,11 +137,11 @@ std::optional<FoundGelu> gelu_of(const Graph& graph, const Node& node) {
     const ValueId x = node.inputs[place];
     const ValueId other = node.inputs[1 - place];
     const auto half = multiple_of(graph, x);
-    if (half && nearly(half->second, 0.5)) {
+    if (half && half->second == 0.5) {
       if (const auto found = with_gate(graph, half->first, other)) return found;
     }
     const auto gate = multiple_of(graph, other);
-    if (gate && nearly(gate->second, 0.5)) {
+    if (gate && gate->second == 0.5) {
       if (const auto found = with_gate(graph, x, gate->first)) return found;
     }
   }
@@ -166,9 +166,21 @@ void put(Graph& graph, NodeId old, Node node) {
   replace_output(graph, out, std::move(node));
 }
 
-bool find_gelu(Graph& graph, NodeId id, const std::vector<Facts>&) {
+/// Whether two values have as many axes: a constant with more of them adds some.
+bool have_same_axes(const std::vector<Facts>& facts, ValueId a, ValueId b) {
+  const auto shape_of = [&](ValueId id) -> const std::optional<Shape>& {
+    static const std::optional<Shape> unknown;
+    const auto place = static_cast<size_t>(id);
+    return place < facts.size() ? facts[place].shape : unknown;
+  };
+  const auto& first = shape_of(a);
+  const auto& second = shape_of(b);
+  return first && second && first->size() == second->size();
+}
+
+bool find_gelu(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const auto found = gelu_of(graph, graph.node(id));
-  if (!found) return false;
+  if (!found || !have_same_axes(facts, found->x, graph.node(id).outputs[0])) return false;
   Node node = node_like(graph.node(id), "Gelu", {found->x});
   if (found->gate == Gate::tanh) node.attributes["approximate"] = std::string("tanh");
   put(graph, id, std::move(node));
@@ -260,6 +272,7 @@ bool find_layer_normalization(Graph& graph, NodeId id, const std::vector<Facts>&
   const Constant* shift = constant_input(graph, sum, 1 - *scaled);
   const int64_t size = shape->back().size;
   if (!found || !is_row(scale, size) || !is_row(shift, size)) return false;
+  if (!have_same_axes(facts, found->x, sum.outputs[0])) return false;
   const Constant copies[] = {*scale, *shift};
   Node node = node_like(sum, "LayerNormalization",
                         {found->x, row_of(graph, copies[0]), row_of(graph, copies[1])});
