@@ -152,37 +152,49 @@ Numbers chosen_of(const Numbers& constant, const Numbers& mask, const Extents& b
   return result;
 }
 
-/// A tensor times another where a mask is one, plus nothing where it is zero; the numbers that a mask
-/// leaves out have to be finite. An infinite constant, which attention hides scores with, is the
-/// negative logarithm of what is chosen instead.
-size_t masked(Lowering& lowering, size_t place, size_t mask, size_t unmask) {
+/// What a side of Where is, as layers make it.
+size_t side_of(Lowering& lowering, size_t place) {
   const SharedNumbers constant = lowering.aligned_constant(place);
-  if (constant == nullptr) {
-    return lowering.binary(runtime::BinaryFunction::Mul, mask, lowering.input(place));
-  }
-  const auto infinite = [](double number) { return std::isinf(number); };
-  const Numbers::Reals& numbers = constant->reals();
-  if (std::none_of(numbers.begin(), numbers.end(), infinite)) {
-    return lowering.binary(runtime::BinaryFunction::Mul, mask, *constant);
-  }
-  if (constant->count() != 1) {
-    throw NodeFault{"input " + std::to_string(place),
-                    "infinite numbers among others can't be chosen by a condition that is no "
-                    "constant"};
-  }
-  const size_t logarithm = lowering.function(runtime::ElementFunction::Log, "Log", unmask);
-  return numbers[0] < 0 ? logarithm : lowering.negative(logarithm);
+  if (constant == nullptr) return lowering.input(place);
+  return lowering.constant_tensor(*constant,
+                                  constant->shape.empty() ? Extents{1} : constant->shape);
 }
 
-/// Where a tensor of zeros and ones chooses.
+/// Where a tensor of zeros and ones chooses. Each side is nothing where the other one is chosen,
+/// whatever it holds there: no number times zero might be none.
 void lower_open_where(Lowering& lowering) {
-  const size_t chosen = lowering.input(0);
-  const size_t other = lowering.function(runtime::ElementFunction::Not, "Not", chosen);
-  lowering.result(lowering.binary(runtime::BinaryFunction::Add, masked(lowering, 1, chosen, other),
-                                  masked(lowering, 2, other, chosen)));
+  using runtime::BinaryFunction;
+  const auto chosen_by = [&](size_t mask, size_t place) {
+    const SharedNumbers constant = lowering.aligned_constant(place);
+    return constant == nullptr
+               ? lowering.binary(BinaryFunction::Select, mask, lowering.input(place))
+               : lowering.binary(BinaryFunction::Select, mask, *constant);
+  };
+  const size_t mask = lowering.input(0);
+  const size_t other = lowering.function(runtime::ElementFunction::Not, "Not", mask);
+  const size_t first = chosen_by(mask, 1);
+  lowering.result(lowering.binary(BinaryFunction::Add, first, chosen_by(other, 2)));
 }
 
-/// Where a constant chooses: each side times a mask of zeros and ones.
+/// The same by masks that are constants; a finite constant is put in where it is chosen.
+void lower_known_where(Lowering& lowering, const Numbers (&masks)[2]) {
+  using runtime::BinaryFunction;
+  const auto chosen = [&](size_t own) {
+    return lowering.binary(BinaryFunction::Select, side_of(lowering, own + 1), masks[own], true);
+  };
+  for (const size_t own : {size_t{0}, size_t{1}}) {
+    const SharedNumbers other = lowering.aligned_constant(2 - own);
+    if (other == nullptr || !is_finite(*other)) continue;
+    const Extents box = broadcast_of(other->shape, masks[own].shape);
+    return lowering.result(
+        lowering.binary(BinaryFunction::Add, chosen(own), chosen_of(*other, masks[1 - own], box)));
+  }
+  const size_t first = chosen(0);
+  lowering.result(lowering.binary(BinaryFunction::Add, first, chosen(1)));
+}
+
+/// Where a constant chooses: each side by a mask of zeros and ones, which documented kernels multiply
+/// it with.
 void lower_where(Lowering& lowering) {
   const SharedNumbers chosen = lowering.aligned_constant(0);
   if (chosen == nullptr) return lower_open_where(lowering);
@@ -191,6 +203,7 @@ void lower_where(Lowering& lowering) {
   for (size_t i = 0; i < masks[0].reals().size(); ++i) {
     masks[chosen->integer(i) != 0 ? 0 : 1].reals()[i] = 1;
   }
+  if (lowering.has_second_set()) return lower_known_where(lowering, masks);
   const Extents sizes = lowering.output_sizes();
   const auto side = [&](size_t place) { return lowering.expanded(lowering.input(place), sizes); };
   for (const size_t own : {size_t{0}, size_t{1}}) {
@@ -366,7 +379,7 @@ constexpr LoweringRow kRows[] = {
     {"Sub", lower_sub},
     {"Sum", lower_symmetric<0>},
     {"Tanh", lower_activation<kTanH>},
-    {"Where", lower_where, "what an open condition leaves out is finite"},
+    {"Where", lower_where},
 };
 
 }  // namespace

@@ -99,6 +99,7 @@ enum class BinaryFunction : uint32_t {
   And = 14,             ///< both
   Or = 15,              ///< either
   Xor = 16,             ///< one alone
+  Select = 17,          ///< b where a isn't 0, and 0 elsewhere, whatever b is there
 };
 
 /// A function of the elements of two tensors, whose dims broadcast from the last one on: each is

@@ -17,7 +17,7 @@ using utility::Assert;
 
 namespace {
 
-constexpr auto kLastFunction = static_cast<uint32_t>(BinaryFunction::Xor);
+constexpr auto kLastFunction = static_cast<uint32_t>(BinaryFunction::Select);
 
 // Documented operators have the first four codes.
 const uint16_t* documented_code(const runtime::LayerInfo* info) {

@@ -57,6 +57,8 @@ void binary_portable(const BinaryTask& task) noexcept {
       return run(task, [](float a, float b) { return a != 0.0f || b != 0.0f ? 1.0f : 0.0f; });
     case BinaryFunction::Xor:
       return run(task, [](float a, float b) { return (a != 0.0f) != (b != 0.0f) ? 1.0f : 0.0f; });
+    case BinaryFunction::Select:
+      return run(task, [](float a, float b) { return a != 0.0f ? b : 0.0f; });
   }
 }
 

@@ -54,8 +54,10 @@ float exact(uint32_t function, float a, float b) {
       return a != 0 && b != 0;
     case 15:
       return a != 0 || b != 0;
-    default:
+    case 16:
       return (a != 0) != (b != 0);
+    default:
+      return a != 0 ? b : 0;
   }
 }
 
@@ -93,13 +95,13 @@ class BinaryFunctions : public testing::TestWithParam<const kernel::BinaryRow*> 
 };
 
 TEST_P(BinaryFunctions, ComputeEveryFunctionOfEverySize) {
-  for (uint32_t function = 0; function <= 16; ++function) {
+  for (uint32_t function = 0; function <= 17; ++function) {
     if (!has(function)) continue;
     for (const uint32_t count : {0u, 1u, 7u, 8u, 17u, 37u}) {
       Floats a = Random(count + 1).floats(count, 3.0f);
       Floats b = Random(count + 2).floats(count, 3.0f);
       for (size_t i = 0; i < count; i += 3) b[i] = a[i];
-      if (count > 8) a[2] = b[5] = kNaN, a[3] = 0.0f, b[4] = kInfinity;
+      if (count > 8) a[2] = b[5] = kNaN, a[3] = a[5] = 0.0f, b[4] = kInfinity;
       Floats expected;
       for (size_t i = 0; i < count; ++i) expected.push_back(exact(function, a[i], b[i]));
       EXPECT_TRUE(same_bits(
@@ -172,7 +174,7 @@ TEST_P(BinaryFunctions, TakeDocumentedDescriptionsAndBlocksOfOneShape) {
 
 TEST_P(BinaryFunctions, RefuseFunctionsThatTheyLack) {
   const auto kernel = make_kernel(GetParam()->name);
-  EXPECT_EQ(kernel->CheckConfig(described(17), nullptr), -1);
+  EXPECT_EQ(kernel->CheckConfig(described(18), nullptr), -1);
   EXPECT_EQ(kernel->CheckConfig(described(4), nullptr), GetParam()->is_vector ? -1 : 0);
 }
 
