@@ -182,7 +182,7 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
     Trial::Run run;
     for (size_t i = 0; i < trial.inputs.size(); ++i) {
       constexpr uint32_t kSeeds = 17;  // each run begins with another of the first numbers
-      run.numbers.push_back(trial_numbers(runtime::ElementCount(trial.inputs[i]),
+      run.numbers.push_back(trial_numbers(*layer.info, trial.inputs[i],
                                           r * kSeeds + static_cast<uint32_t>(i + 1),
                                           may_be_negative));
     }

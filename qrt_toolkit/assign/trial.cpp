@@ -6,7 +6,12 @@
 #include <exception>
 #include <limits>
 #include <new>
+#include <set>
+#include <string>
 
+#include "qrt_core/runtime/model/extension_info.h"
+#include "qrt_core/runtime/model/layer_catalogue.h"
+#include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/runtime/tensor/hollow_tensors.h"
 #include "qrt_core/utility/application.h"
@@ -101,6 +106,48 @@ std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_p
     numbers[i] = is_negative_possible ? first : std::fabs(first);
   }
   return numbers;
+}
+
+std::vector<float> trial_numbers(const runtime::LayerInfo& layer, const TensorShape& shape,
+                                 uint32_t seed, bool is_negative_possible) {
+  const size_t count = runtime::ElementCount(shape);
+  const auto* table = dynamic_cast<const runtime::EmbeddingInfo*>(&layer);
+  if (table == nullptr) return trial_numbers(count, seed, is_negative_possible);
+  std::vector<float> numbers(count);
+  // Of zeros all bits are zeros, of whichever type they are taken for.
+  if (shape.data_type != runtime::DataType::FLOAT32 || table->rows == 0) return numbers;
+  for (size_t i = 0; i < count; ++i) numbers[i] = static_cast<float>((i + seed) % table->rows);
+  return numbers;
+}
+
+std::vector<float> trial_numbers(const runtime::Net& net, uint32_t input,
+                                 const TensorShape& shape) {
+  const size_t count = runtime::ElementCount(shape);
+  return chooses_rows(net, input) ? std::vector<float>(count) : trial_numbers(count, input + 1);
+}
+
+bool chooses_rows(const runtime::Net& net, uint32_t input) {
+  using namespace runtime;
+  static const std::string table = LayerTypeName(EmbeddingInfo().type);
+  static const std::set<std::string> moves = [] {
+    std::set<std::string> names;
+    for (const uint16_t type :
+         {ConcatenateInfo().type, TensorReshapeInfo().type, TensorTransposeInfo().type,
+          TensorSqueezeInfo().type, TensorUnSqueezeInfo().type, TensorSliceInfo().type,
+          GatherInfo().type, BroadcastToInfo().type, StridedSliceInfo().type,
+          ReshapeToInfo().type}) {
+      names.insert(LayerTypeName(type));
+    }
+    return names;
+  }();
+  std::vector<bool> chooses(net.layers.size());
+  for (size_t place = net.layers.size(); place-- > input;) {
+    for (const auto& [reader, position] : net.layers[place]->consumers) {
+      const std::string& name = net.layers[reader]->name;
+      if (name == table || (moves.count(name) != 0 && chooses[reader])) chooses[place] = true;
+    }
+  }
+  return chooses.at(input);
 }
 
 double relative_difference(const std::vector<float>& reference, const std::vector<float>& found) {

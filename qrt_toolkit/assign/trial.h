@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/engine/net.h"
 #include "qrt_core/runtime/tensor/context.h"
 
 // Asking kernels what they take and make, and running one alone.
@@ -49,6 +50,18 @@ class Workshop {
 /// rectifiers, none of them near zero.
 /// @param is_negative_possible else none is below zero
 std::vector<float> trial_numbers(size_t count, uint32_t seed, bool is_negative_possible = true);
+
+/// The same for what a layer reads: numbers of rows, from 0 on, where it takes these from a table.
+std::vector<float> trial_numbers(const runtime::LayerInfo& layer, const runtime::TensorShape& shape,
+                                 uint32_t seed, bool is_negative_possible = true);
+
+/// The same for an input of a network; zeros where its numbers choose rows of tables.
+std::vector<float> trial_numbers(const runtime::Net& net, uint32_t input,
+                                 const runtime::TensorShape& shape);
+
+/// Whether the numbers of a network's input choose rows of tables, as they are or through layers that
+/// only move them. Every table has a row 0, and none below.
+bool chooses_rows(const runtime::Net& net, uint32_t input);
 
 /// The largest difference over the largest number of the reference; infinity where one has a number
 /// and the other has none. 0 says that all bits are equal.

@@ -11,9 +11,11 @@
 
 namespace marlo::toolkit {
 
-/// Numbers between -1 and 1, or of an integer's range of small numbers, the same every time.
+/// Numbers for an input of a network, by the layer's place: between -1 and 1, or of an integer's range
+/// of small numbers, the same every time; zeros where they choose rows of tables.
 /// @throws std::invalid_argument for a shape of 4 GiB or more, which no tensor has
-std::vector<char> made_up_numbers(const runtime::TensorShape& shape);
+std::vector<char> made_up_numbers(const runtime::TensorShape& shape, const runtime::Net& net,
+                                  uint32_t input);
 
 /// The process in main memory, as the system tells it; 0 where it doesn't.
 struct ProcessMemory {

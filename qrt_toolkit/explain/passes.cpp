@@ -51,7 +51,7 @@ TimedNetwork::TimedNetwork(const runtime::QRTModel& model, const std::string& id
       throw std::invalid_argument("the shape of input \"" + layer + "\" isn't known");
     }
     inputs_[place] = shape->second;
-    bytes_[place] = made_up_numbers(shape->second);
+    bytes_[place] = made_up_numbers(shape->second, *net_, place);
   }
   const std::vector<std::string>& ids = info->squential_ids;
   for (const std::string& output : info->squential_output_ids) {

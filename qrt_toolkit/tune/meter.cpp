@@ -73,7 +73,9 @@ class Subject {
     kernel_ = workshop.configured(work.kernel, work.info);
     for (size_t i = 0; i < work.inputs.size(); ++i) {
       numbers_.push_back(
-          trial_numbers(runtime::ElementCount(work.inputs[i]), static_cast<uint32_t>(i + 1)));
+          work.info == nullptr
+              ? trial_numbers(runtime::ElementCount(work.inputs[i]), static_cast<uint32_t>(i + 1))
+              : trial_numbers(*work.info, work.inputs[i], static_cast<uint32_t>(i + 1)));
       inputs_.push_back(
           workshop.context()->cpu->CreateTensor(work.inputs[i], numbers_.back().data()));
     }
@@ -136,7 +138,7 @@ class Network {
   double sample() {
     std::unordered_map<unsigned int, std::shared_ptr<runtime::Tensor>> tensors;
     for (const auto& [place, shape] : inputs_) {
-      const auto numbers = trial_numbers(runtime::ElementCount(shape), place + 1);
+      const auto numbers = trial_numbers(*net_, place, shape);
       tensors[place] = context_->cpu->CreateTensor(shape, numbers.data());
     }
     const Stopwatch watch;
