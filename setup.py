@@ -10,6 +10,7 @@ import re
 import shlex
 import subprocess
 import sys
+import sysconfig
 
 from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
@@ -43,7 +44,15 @@ class CMakeBuild(build_ext):
             cmake("-S", ROOT, "-B", tree, *options, *shlex.split(os.environ.get("CMAKE_ARGS", "")))
             cmake("--build", tree, "--target", "qrt_python", "--parallel", self.parallel or os.cpu_count() or 1)
         target = (ROOT / "python") if self.inplace else pathlib.Path(self.build_lib)
+        module = target / "qrt_core" / ("_core" + sysconfig.get_config_var("EXT_SUFFIX"))
+        module.unlink(missing_ok=True)  # of an earlier build
         cmake("--install", tree, "--component", "qrt_wheel", "--prefix", target.resolve())
+        # A tree without the package installs nothing, and one of another interpreter a module that isn't found.
+        if not module.exists():
+            sys.exit(
+                f"{tree} has no {module.name}: configure it with -DQRT_WITH_PYTHON=ON and this interpreter, and build "
+                "qrt_python"
+            )
         # Wheels hold no links: each library has the one name that is asked for.
         for link in (target / "qrt_core").glob("*.so.*"):
             if link.is_symlink():
