@@ -16,6 +16,7 @@ using marlo::runtime::DataType;
 using marlo::runtime::LayoutType;
 using marlo::runtime::Tensor;
 using marlo::runtime::TensorShape;
+using marlo::utility::DescribedTensor;
 using marlo::utility::Port;
 
 namespace {
@@ -101,7 +102,7 @@ py::dtype dtype_of(DataType type) {
   return types->at(static_cast<size_t>(type));
 }
 
-const void* numbers_of(const py::handle& value, const TensorShape& shape) {
+const void* numbers_of(const py::handle& value, const TensorShape& shape, bool takes_batch) {
   if (!py::isinstance<py::array>(value)) return nullptr;
   const auto* const array = py::detail::array_proxy(value.ptr());
   if ((array->flags & kInOrder) != kInOrder) return nullptr;
@@ -109,7 +110,7 @@ const void* numbers_of(const py::handle& value, const TensorShape& shape) {
   const size_t count = shape.dims.size();
   const auto axes = static_cast<size_t>(array->nd);
   const auto* sizes = array->dimensions;
-  if (axes == count + 1 && sizes[0] == 1) {
+  if (takes_batch && axes == count + 1 && sizes[0] == 1) {
     ++sizes;
   } else if (axes != count) {
     return nullptr;
@@ -120,34 +121,34 @@ const void* numbers_of(const py::handle& value, const TensorShape& shape) {
   return array->data;
 }
 
-TensorShape shape_for(std::vector<uint32_t> sizes, const Port& port) {
+TensorShape shape_for(std::vector<uint32_t> sizes, const Port& port,
+                      const DescribedTensor* described) {
+  const DataType type = port.shape ? port.shape->data_type : DataType::FLOAT32;
+  if (described != nullptr && type == DataType::FLOAT32) {
+    if (auto shape = marlo::utility::described_shape(*described, sizes)) return *shape;
+  }
   if (port.shape && sizes.size() == port.shape->dims.size() + 1 && sizes[0] == 1) {
     sizes.erase(sizes.begin());
   }
   const LayoutType layout = layout_of(sizes, port);
-  return {std::move(sizes), port.shape ? port.shape->data_type : DataType::FLOAT32, layout};
+  return {std::move(sizes), type, layout};
 }
 
-Operand operand_of(const py::handle& value, const Port& port) {
+Operand operand_of(const py::handle& value, const Port& port, const DescribedTensor* described) {
   const DataType type = port.shape ? port.shape->data_type : DataType::FLOAT32;
   const py::dtype wanted = dtype_of(type);
   py::array array = py::isinstance<py::array>(value) ? py::reinterpret_borrow<py::array>(value)
                                                      : any_array(value, port, wanted);
   array = in_order(std::move(array), port, wanted);
-  std::vector<uint32_t> dims;
-  const py::ssize_t count = array.ndim();
-  const bool has_batch = port.shape &&
-                         count == static_cast<py::ssize_t>(port.shape->dims.size()) + 1 &&
-                         array.shape(0) == 1;
-  for (py::ssize_t axis = has_batch ? 1 : 0; axis < count; ++axis) {
+  std::vector<uint32_t> sizes;
+  for (py::ssize_t axis = 0; axis < array.ndim(); ++axis) {
     if (array.shape(axis) > std::numeric_limits<int32_t>::max()) {
       raise("InputError", "input " + quoted(port.id) + ": an axis of " +
                               std::to_string(array.shape(axis)) + " is too long");
     }
-    dims.push_back(static_cast<uint32_t>(array.shape(axis)));
+    sizes.push_back(static_cast<uint32_t>(array.shape(axis)));
   }
-  const LayoutType layout = layout_of(dims, port);
-  return {std::move(array), TensorShape(std::move(dims), type, layout)};
+  return {std::move(array), shape_for(std::move(sizes), port, described)};
 }
 
 py::array array_of(const std::shared_ptr<Pools>& pools, const std::shared_ptr<Tensor>& tensor) {

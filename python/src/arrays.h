@@ -11,6 +11,7 @@
 #include "python/src/pools.h"
 #include "qrt_core/runtime/tensor/tensor.h"
 #include "qrt_core/utility/model.h"
+#include "qrt_core/utility/model_summary.h"
 
 // From NumPy's arrays to tensors and back.
 
@@ -28,20 +29,25 @@ struct Operand {
 };
 
 /// `value` as an input wants it. A C-contiguous array of the input's type is taken as it is; others
-/// are converted, as far as NumPy's "same_kind" goes. A leading axis of one, a batch, is left out
-/// where the network expects one axis less.
+/// are converted, as far as NumPy's "same_kind" goes.
+/// @param described as of `shape_for`
 /// @throws TypeError for what has no numbers, or none that convert; InputError for sizes that no
 ///   tensor has
-Operand operand_of(const py::handle& value, const marlo::utility::Port& port);
+Operand operand_of(const py::handle& value, const marlo::utility::Port& port,
+                   const marlo::utility::DescribedTensor* described);
 
-/// The numbers of an array that a tensor of this shape can stand on as they are, with or without a
-/// leading axis of one; null for any other object.
-const void* numbers_of(const py::handle& value, const marlo::runtime::TensorShape& shape);
+/// The numbers of an array that a tensor of this shape can stand on as they are; null for any other
+/// object.
+/// @param takes_batch whether the array may have a leading axis of one more
+const void* numbers_of(const py::handle& value, const marlo::runtime::TensorShape& shape,
+                       bool takes_batch);
 
-/// The shape of an input of these sizes, in the order that the network wants. A leading axis of one,
-/// a batch, is left out where it expects one axis less.
-marlo::runtime::TensorShape shape_for(std::vector<uint32_t> sizes,
-                                      const marlo::utility::Port& port);
+/// The shape of an input of these sizes, in the order that the network wants. Sizes of the model's
+/// source are taken with or without their batch; else a leading axis of one, a batch, is left out
+/// where the network expects one axis less.
+/// @param described the tensor of the model's source; null where the model tells of none
+marlo::runtime::TensorShape shape_for(std::vector<uint32_t> sizes, const marlo::utility::Port& port,
+                                      const marlo::utility::DescribedTensor* described);
 
 /// The array of a result, on the tensor's own block, which goes back to its pools when the last
 /// array on it dies.

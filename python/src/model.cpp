@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "python/src/arguments.h"
 #include "python/src/arrays.h"
 #include "python/src/bind.h"
 #include "python/src/errors.h"
@@ -28,7 +29,8 @@ constexpr char kCallDoc[] = R"(Runs one pass.
 Args:
     inputs: one array for each of `Net.inputs`, in that order or by name. C-contiguous arrays of
         the input's type, float32 as a rule, go in without a copy; others that NumPy calls
-        "same_kind" are converted. Shapes are without a batch; a leading axis of one is left out.
+        "same_kind" are converted. Shapes are without a batch; a leading axis of one is left out
+        where the model tells the input's shape.
     outputs: the id of a layer, or several ids; None stands for the network's outputs.
 
 Returns:
@@ -56,23 +58,20 @@ std::string listed(const std::vector<std::string>& ids) {
   return text;
 }
 
-std::vector<uint32_t> sizes_of(const py::handle& sizes) {
-  try {
-    return sizes.cast<std::vector<uint32_t>>();
-  } catch (const py::cast_error&) {
-    raise_type_error("expected sizes, such as (3, 224, 224), found " +
-                     py::repr(sizes).cast<std::string>());
-  }
+std::vector<uint32_t> sizes_of_input(const py::handle& sizes, const std::string& id) {
+  return sizes_of<uint32_t>(sizes, "input " + quoted(id));
 }
 
 CheckOptions check_options(const py::object& inputs) {
   CheckOptions options;
   if (inputs.is_none()) return options;
-  for (const auto& [network, shapes] : inputs.cast<py::dict>()) {
-    for (const auto& [id, sizes] : shapes.cast<py::dict>()) {
-      const std::vector<uint32_t> dims = sizes_of(sizes);
-      options.inputs[network.cast<std::string>()][id.cast<std::string>()] =
-          marlo::utility::Input(dims, static_cast<const float*>(nullptr)).shape();
+  const char* const expected = "shapes by network and input id";
+  for (const auto& [network, shapes] : dict_of(inputs, "inputs", expected)) {
+    auto& by_id = options.inputs[text_of(network, "inputs", expected)];
+    for (const auto& [key, sizes] : dict_of(shapes, "inputs", expected)) {
+      const std::string id = text_of(key, "inputs", expected);
+      const std::vector<uint32_t> dims = sizes_of_input(sizes, id);
+      by_id[id] = marlo::utility::Input(dims, static_cast<const float*>(nullptr)).shape();
     }
   }
   return options;
@@ -132,7 +131,7 @@ void bind_net(py::module_& module) {
           "inputs", [](const Net& net) { return net.network().inputs(); },
           "What it takes, a list of Port in the order of a call.")
       .def_property_readonly(
-          "outputs", [](const Net& net) { return net.network().outputs(); },
+          "outputs", [](const Net& net) { return net.outputs(); },
           "What it returns, a list of Port.")
       .def_property_readonly(
           "layers", [](const Net& net) { return layers_of(net.network()); },
@@ -147,18 +146,18 @@ void bind_net(py::module_& module) {
       .def(
           "run",
           [](const Net& net, const py::object& inputs, const py::object& outputs) {
-            if (py::isinstance<py::dict>(inputs)) {
-              return net.run(net.operands(py::args(py::tuple(0)), py::kwargs(inputs)),
-                             net.request(outputs));
-            }
             const bool several =
                 py::isinstance<py::tuple>(inputs) || py::isinstance<py::list>(inputs);
+            if (!several && is_mapping(inputs)) {
+              const py::kwargs by_id(dict_of(inputs, "inputs", "arrays by id"));
+              return net.run(net.operands(py::args(py::tuple(0)), by_id), net.request(outputs));
+            }
             const py::tuple given = several ? py::tuple(inputs) : py::make_tuple(inputs);
             return net.run(net.operands(py::args(given), {}), net.request(outputs));
           },
           py::arg("inputs"), py::arg("outputs") = py::none(),
-          "As a call, with the inputs as one object: a dict by id, a tuple or list in their order, "
-          "or the array of the only one. For ids that are no names in Python.")
+          "As a call, with the inputs as one object: a mapping by id, a tuple or list in their "
+          "order, or the array of the only one. For ids that are no names in Python.")
       .def(
           "profile",
           [](const Net& net, const py::args& inputs, int repeat, const py::kwargs& named) {
@@ -302,12 +301,14 @@ py::bytes PyModel::to_bytes(const std::string& form) const {
 
 std::map<std::string, TensorShape> input_shapes(const Net& net, const py::object& given) {
   std::map<std::string, TensorShape> shapes;
-  const py::dict sizes = given.is_none() ? py::dict() : py::dict(given);
+  const char* const expected = "shapes by input id";
+  const py::dict sizes = given.is_none() ? py::dict() : dict_of(given, "inputs", expected);
   const std::vector<Port>& ports = net.network().inputs();
-  for (const Port& port : ports) {
+  for (size_t i = 0; i < ports.size(); ++i) {
+    const Port& port = ports[i];
     const py::str id(port.id);
     if (sizes.contains(id)) {
-      shapes[port.id] = shape_for(sizes_of(sizes[id]), port);
+      shapes[port.id] = shape_for(sizes_of_input(sizes[id], port.id), port, net.described(i));
     } else if (port.shape) {
       shapes[port.id] = *port.shape;
     } else {
@@ -317,7 +318,7 @@ std::map<std::string, TensorShape> input_shapes(const Net& net, const py::object
     }
   }
   for (const auto& [key, value] : sizes) {
-    const auto id = key.cast<std::string>();
+    const std::string id = text_of(key, "inputs", expected);
     if (shapes.count(id) == 0) {
       std::vector<std::string> names;
       for (const Port& port : ports) names.push_back(port.id);

@@ -4,8 +4,10 @@
 #include <chrono>
 #include <unordered_map>
 
+#include "python/src/arguments.h"
 #include "python/src/errors.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_core/utility/quiet_log_internal.h"
 
 namespace qrt_python {
 
@@ -13,6 +15,7 @@ using marlo::runtime::IKernel;
 using marlo::runtime::IKernelFacts;
 using marlo::runtime::InputUse;
 using marlo::runtime::Tensor;
+using marlo::runtime::TensorShape;
 using marlo::utility::Error;
 using marlo::utility::Input;
 using marlo::utility::Port;
@@ -84,6 +87,7 @@ bool stands_in(const Tensor& tensor, const void* data, size_t bytes) {
 
 Loaded::Loaded(marlo::utility::Model opened) : model(std::move(opened)) {
   if (model->size() != 0) pools = std::make_shared<Pools>(model->at(size_t{0}).context());
+  for (const std::string& id : model->ids()) outputs[id] = model->at(id).outputs();
 }
 
 // Arrays may die on other threads meanwhile.
@@ -95,17 +99,23 @@ Loaded::~Loaded() {
 
 Net::Net(std::shared_ptr<const Source> source, std::shared_ptr<Loaded> loaded,
          const std::string& id)
-    : source_(std::move(source)), loaded_(std::move(loaded)), network_(loaded_->model->at(id)) {
+    : source_(std::move(source)),
+      loaded_(std::move(loaded)),
+      network_(loaded_->model->at(id)),
+      outputs_(loaded_->outputs.at(id)) {
+  const auto summary = marlo::utility::read_summary(network_.header().summary);
   for (const Port& port : network_.inputs()) {
+    const auto* const described = summary ? summary->input(port.id) : nullptr;
+    described_.push_back(described != nullptr ? std::optional(*described) : std::nullopt);
     is_overwritten_.push_back(MemoryWalk(*network_.net()).is_overwritten(port.layer));
   }
-  for (const Port& port : network_.outputs()) outputs_.push_back(port.layer);
+  for (const Port& port : outputs_) output_layers_.push_back(port.layer);
 }
 
 Net::Request Net::request(const py::handle& outputs) const {
   Request request;
   if (outputs.is_none()) {
-    request.is_one = network_.outputs().size() == 1;
+    request.is_one = outputs_.size() == 1;
   } else if (py::isinstance<py::str>(outputs)) {
     request.is_one = true;
     request.options.outputs.push_back(outputs.cast<std::string>());
@@ -131,7 +141,9 @@ std::vector<Operand> Net::operands(const py::args& given, const py::kwargs& name
   std::vector<Operand> operands;
   operands.reserve(ports.size());
   if (named.empty() && given.size() == ports.size()) {
-    for (size_t i = 0; i < ports.size(); ++i) operands.push_back(operand_of(given[i], ports[i]));
+    for (size_t i = 0; i < ports.size(); ++i) {
+      operands.push_back(operand_of(given[i], ports[i], described(i)));
+    }
     return operands;
   }
   const std::string inputs = "network " + quoted(id()) + " takes " +
@@ -143,7 +155,7 @@ std::vector<Operand> Net::operands(const py::args& given, const py::kwargs& name
   std::vector<py::handle> values(given.begin(), given.end());
   values.resize(ports.size());
   for (const auto& [key, value] : named) {
-    const auto name = key.cast<std::string>();
+    const std::string name = text_of(key, "inputs", "ids of inputs");
     const auto port = std::find_if(ports.begin(), ports.end(),
                                    [&](const Port& other) { return other.id == name; });
     if (port == ports.end()) raise("InputError", inputs + ", and none is named " + quoted(name));
@@ -153,7 +165,7 @@ std::vector<Operand> Net::operands(const py::args& given, const py::kwargs& name
   }
   for (size_t i = 0; i < ports.size(); ++i) {
     if (!values[i]) raise("InputError", inputs + ", and " + quoted(ports[i].id) + " is missing");
-    operands.push_back(operand_of(values[i], ports[i]));
+    operands.push_back(operand_of(values[i], ports[i], described(i)));
   }
   return operands;
 }
@@ -223,12 +235,23 @@ py::object Net::result_of(const Made& made, const std::vector<Numbers>& inputs, 
   return by_id;
 }
 
+void Net::note_shape(const std::string& output, const TensorShape& shape) const {
+  for (Port& port : outputs_) {
+    if (port.id == output && port.shape != shape) port.shape = shape;
+  }
+}
+
 void Net::remember(const std::vector<Operand>& operands) const {
   last_ = {};
   for (size_t i = 0; i < operands.size(); ++i) {
-    last_.shapes.push_back(operands[i].shape);
-    last_.numbers.push_back({nullptr, marlo::runtime::ByteSize(operands[i].shape)});
-    last_.places.push_back(&last_.tensors[network_.inputs()[i].layer]);
+    const TensorShape& shape = operands[i].shape;
+    const Port& port = network_.inputs()[i];
+    std::vector<uint32_t> with_batch = shape.dims;
+    with_batch.insert(with_batch.begin(), 1);
+    last_.takes_batch.push_back(shape_for(std::move(with_batch), port, described(i)) == shape);
+    last_.shapes.push_back(shape);
+    last_.numbers.push_back({nullptr, marlo::runtime::ByteSize(shape)});
+    last_.places.push_back(&last_.tensors[port.layer]);
   }
   last_.is_known = true;
 }
@@ -245,7 +268,8 @@ bool Net::take_up(const std::vector<Operand>& operands) const {
 bool Net::take_up(const py::tuple& arrays) const {
   if (!last_.is_known || arrays.size() != last_.shapes.size()) return false;
   for (size_t i = 0; i < last_.shapes.size(); ++i) {
-    const void* const data = numbers_of(PyTuple_GET_ITEM(arrays.ptr(), i), last_.shapes[i]);
+    const void* const data =
+        numbers_of(PyTuple_GET_ITEM(arrays.ptr(), i), last_.shapes[i], last_.takes_batch[i]);
     if (data == nullptr) return false;
     last_.numbers[i].data = data;
   }
@@ -253,35 +277,45 @@ bool Net::take_up(const py::tuple& arrays) const {
 }
 
 py::object Net::pass_again() const {
+  const marlo::utility::QuietLog quiet;
   const auto& context = network_.context();
   context->cpu->dynamic_mode = false;  // a pass that failed has left it on
-  for (size_t i = 0; i < last_.places.size(); ++i) {
-    std::shared_ptr<Tensor>& tensor = *last_.places[i];
-    auto* const data = const_cast<void*>(last_.numbers[i].data);
-    if (is_overwritten_[i]) {
-      tensor = context->cpu->CreateTensor(last_.shapes[i], data);
-    } else if (tensor == nullptr || tensor.use_count() > 1) {
-      tensor = context->cpu->CreateTensorExternal(last_.shapes[i], data);
-    } else {
-      tensor->handle.cpu = data;
-    }
-  }
   std::unordered_map<unsigned int, marlo::runtime::Net::Tensors> results;
   {
+    // Copies are the pass's own, and go back while the pools may be used, also if it fails.
+    struct Copies {
+      const Net& net;
+      ~Copies() {
+        for (size_t i = 0; i < net.last_.places.size(); ++i) {
+          if (net.is_overwritten_[i]) net.last_.places[i]->reset();
+        }
+      }
+    } const copies{*this};
+    for (size_t i = 0; i < last_.places.size(); ++i) {
+      std::shared_ptr<Tensor>& tensor = *last_.places[i];
+      auto* const data = const_cast<void*>(last_.numbers[i].data);
+      if (is_overwritten_[i]) {
+        tensor = context->cpu->CreateTensor(last_.shapes[i], data);
+      } else if (tensor == nullptr || tensor.use_count() > 1) {
+        tensor = context->cpu->CreateTensorExternal(last_.shapes[i], data);
+      } else {
+        tensor->handle.cpu = data;
+      }
+    }
     const py::gil_scoped_release released;
-    results = network_.net()->Forward(last_.tensors, outputs_, context, nullptr, nullptr);
-  }
-  for (size_t i = 0; i < last_.places.size(); ++i) {
-    if (is_overwritten_[i]) last_.places[i]->reset();
+    results = network_.net()->Forward(last_.tensors, output_layers_, context, nullptr, nullptr);
   }
   if (outputs_.size() == 1 && results.begin()->second.size() == 1) {
     const std::shared_ptr<Tensor> tensor = std::move(results.begin()->second[0]);
+    note_shape(outputs_[0].id, tensor->shape);
     return object_of(tensor, last_.numbers, false);
   }
   Made made;
   made.reserve(outputs_.size());
-  for (const Port& port : network_.outputs()) {
-    for (auto& tensor : results[port.layer]) made.emplace_back(&port.id, std::move(tensor));
+  for (const Port& port : outputs_) {
+    auto& tensors = results[port.layer];
+    if (!tensors.empty()) note_shape(port.id, tensors[0]->shape);
+    for (auto& tensor : tensors) made.emplace_back(&port.id, std::move(tensor));
   }
   results.clear();
   return result_of(made, last_.numbers, outputs_.size() == 1);
@@ -312,6 +346,8 @@ py::object Net::run(const std::vector<Operand>& operands, const Request& request
     }
     Made made;
     for (const auto& result : results) made.emplace_back(&result.id(), result.tensor());
+    // Backwards, so that the first stays of several results of a layer.
+    for (size_t i = made.size(); i-- > 0;) note_shape(*made[i].first, made[i].second->shape);
     if (is_usual) remember(operands);
     std::vector<Numbers> numbers;
     for (const Operand& operand : operands) {
@@ -339,6 +375,9 @@ qrt_tool::Profile Net::measure(const std::vector<Operand>& operands, int repeat)
         profiler.end_pass(watch.times());
         if (pass < 0) profiler.clear();
       }
+      for (const Port& port : network_.outputs()) {
+        if (port.shape) note_shape(port.id, *port.shape);
+      }
       if (PyErr_CheckSignals() != 0) throw py::error_already_set();
     }
     return profiler.profile();
@@ -361,7 +400,7 @@ double Net::time_passes(const std::vector<Operand>& operands, int count) const {
   const py::gil_scoped_release released;
   const auto begin = std::chrono::steady_clock::now();
   for (int i = 0; i < count; ++i) {
-    network_.net()->Forward(inputs, outputs_, context, nullptr, nullptr);
+    network_.net()->Forward(inputs, output_layers_, context, nullptr, nullptr);
   }
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
@@ -376,6 +415,7 @@ Net Net::clone() const {
   const Pools::Use use(*loaded_->pools);
   require(use);
   auto copy = std::make_shared<Loaded>(loaded_->model->clone());
+  copy->outputs = loaded_->outputs;
   return Net(source_, std::move(copy), id());
 }
 

@@ -2,6 +2,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,9 @@ struct Loaded {
 
   std::optional<marlo::utility::Model> model;
   std::shared_ptr<Pools> pools;
+  // The outputs by network, with the shapes of the last pass: the networks' own are written to
+  // without the interpreter's lock, and these only with it.
+  std::map<std::string, std::vector<marlo::utility::Port>> outputs;
 };
 
 /// One network, as Python sees it.
@@ -36,6 +40,12 @@ class Net {
   const std::string& id() const { return network_.id(); }
   const marlo::utility::Network& network() const { return network_; }
   const std::shared_ptr<const Source>& source() const { return source_; }
+  /// What it returns, with the shapes of the last pass.
+  const std::vector<marlo::utility::Port>& outputs() const { return outputs_; }
+  /// What the model's source says of an input; null where it says nothing.
+  const marlo::utility::DescribedTensor* described(size_t input) const {
+    return described_[input] ? &*described_[input] : nullptr;
+  }
 
   /// What a call may ask for beside the network's outputs.
   struct Request {
@@ -82,10 +92,13 @@ class Net {
   struct Last {
     std::vector<marlo::runtime::TensorShape> shapes;
     std::vector<Numbers> numbers;
+    std::vector<bool> takes_batch;  // whether a leading axis of one may stand before the shape
     std::unordered_map<unsigned int, std::shared_ptr<marlo::runtime::Tensor>> tensors;  // by layer
     std::vector<std::shared_ptr<marlo::runtime::Tensor>*> places;                       // of them
     bool is_known = false;
   };
+  // The shape of a result, for who asks for the outputs.
+  void note_shape(const std::string& output, const marlo::runtime::TensorShape& shape) const;
   void remember(const std::vector<Operand>& operands) const;
   // Takes the inputs of another pass if they have the shapes of the last one.
   bool take_up(const std::vector<Operand>& operands) const;
@@ -104,9 +117,11 @@ class Net {
   std::shared_ptr<const Source> source_;
   std::shared_ptr<Loaded> loaded_;
   marlo::utility::Network& network_;
-  std::vector<bool> is_overwritten_;   // per input: whether a kernel writes where it stands
-  std::vector<unsigned int> outputs_;  // the layers of the network's outputs
-  mutable Last last_;                  // only who uses the pools touches it
+  std::vector<marlo::utility::Port>& outputs_;  // of `loaded_`
+  std::vector<unsigned int> output_layers_;     // of these
+  std::vector<bool> is_overwritten_;            // per input: whether a kernel writes there
+  std::vector<std::optional<marlo::utility::DescribedTensor>> described_;  // per input
+  mutable Last last_;  // only who uses the pools touches it
 };
 
 }  // namespace qrt_python

@@ -32,14 +32,14 @@ def relu(name, source, kernel="ReLU_Fallback_Float_M1"):
     return {**layer, "activation_alpha": 1.0, "activation_beta": 0.0, "num_parameters": 1, "weight": ""}, kernel
 
 
-def network(layers, outputs):
+def network(layers, outputs, summary=""):
     description, config = {"serializable_type": "QRModelInfo", "squential_output_ids": outputs}, {"summary": ""}
     description["extra_info"] = {
         "serializable_type": "NetExtraInfo",
         **dict.fromkeys(("version", "app_type", "model_id", "model_base_h", "model_base_w", "fmlas"), 0),
         "time": dict.fromkeys(("year", "moon", "day", "hour", "min", "sec"), 0) | {"serializable_type": "TimeInfo"},
         "device": "",
-        "summary": "",
+        "summary": summary,
     }
     ids = [layer["id"] for layer, _ in layers]
     description["squential_ids"] = config["squential_ids"] = ids

@@ -29,6 +29,24 @@ def test_imports_runs_and_saves(tmp_path):
     np.testing.assert_array_equal(copy[0](x), np.maximum(x, 0))
 
 
+def test_a_pass_that_fails_again_says_the_same_and_logs_nothing(caplog):
+    table = np.arange(120, dtype=np.float32).reshape(5, 4, 3, 2)
+    model = qrt.import_onnx(case("test_gather_0"), constants={"data": table}, kernels="portable")
+    caplog.clear()
+    rows, beyond = np.array([0, 1, 3], np.float32), np.array([0, 1, 99], np.float32)
+    with pytest.raises(qrt.Error, match="99") as first:
+        model[0](beyond)
+    for _ in range(2):
+        np.testing.assert_array_equal(model[0](rows).ravel(), table[[0, 1, 3]].ravel())
+        net = model[0]
+        net(rows)
+        with pytest.raises(qrt.Error) as again:
+            net(beyond)
+        assert str(again.value) == str(first.value)
+        np.testing.assert_array_equal(net(rows).ravel(), table[[0, 1, 3]].ravel())
+    assert not caplog.records
+
+
 def test_refusals():
     with pytest.raises(qrt.OnnxFileError):
         qrt.import_onnx(__file__)

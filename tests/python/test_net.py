@@ -1,11 +1,13 @@
 """Loading and running networks."""
 
 import gc
+import json
 import multiprocessing
 import os
 import pathlib
 import pickle
 import threading
+import types
 
 import models
 import numpy as np
@@ -199,13 +201,13 @@ def test_kernels_that_work_in_place_leave_the_callers_array():
 
 
 def test_calls_that_repeat_give_what_others_give(pair, digits, picture):
-    calls = [(A, B), (B, A), (A, B[None]), (A[None], B), (A.astype(float), B), (np.zeros((1, 2, 2), np.float32),) * 2, (A, B)]
+    calls = [(A, B), (B, A), (A[None], B[None]), (A.astype(float), B), (np.zeros((1, 2, 2), np.float32),) * 2, (A, B)]
     for a, b in calls:
         for _ in range(2):
             results = pair(a, b)
-            expected = (a + b).reshape(results["sum"].shape)
-            np.testing.assert_array_equal(results["sum"], expected)
-            np.testing.assert_array_equal(results["top"], np.maximum(expected, 0))
+            assert results["sum"].shape == a.shape
+            np.testing.assert_array_equal(results["sum"], a + b)
+            np.testing.assert_array_equal(results["top"], np.maximum(a + b, 0))
     for _ in range(2):
         with pytest.raises(qrt.InputError, match="'b' is missing"):
             pair(A)
@@ -218,6 +220,90 @@ def test_calls_that_repeat_give_what_others_give(pair, digits, picture):
     assert again.flags.writeable and again.flags.c_contiguous and again.flags.aligned and not again.flags.owndata
     assert again.strides == (4, 4, 4)
     np.testing.assert_array_equal(digits(picture), digits.__call__(picture))
+
+
+def outcome(net, *arrays):
+    """The shapes of a call's results, or its error."""
+    try:
+        results = net(*arrays)
+    except qrt.Error as failure:
+        return str(failure)
+    return [array.shape for array in (results.values() if isinstance(results, dict) else [results])]
+
+
+def test_calls_that_repeat_take_what_first_calls_take(picture):
+    pair = models.model(pair=models.two_inputs())
+    for data, usual, others in (
+        # No shape is known of these inputs, so that an axis more is no batch.
+        (pair, (A, B), [(A[None], B), (A, B[None]), (A[None], B[None]), (A[None, None], B[None, None]), (A[0], B[0])]),
+        # One of three axes is known here.
+        (models.DIGITS, (picture,), [(picture[None],), (picture[None, None],), (picture[0],), (picture.repeat(2, 0),)]),
+    ):
+        for arrays in others:
+            net = qrt.load(data)[0]
+            net(*usual)
+            net(*usual)
+            expected = outcome(qrt.load(data)[0], *arrays)
+            assert outcome(net, *arrays) == expected
+            assert outcome(net, *arrays) == expected
+
+
+@pytest.mark.parametrize("kernel", ["ReLU_Fallback_Float_M1", "ReLU_Inplace_SSE_Float_M1"])
+def test_sizes_of_the_source_are_taken_with_and_without_their_batch(kernel):
+    tensor = {"name": "x", "shape": [0, 3], "layout": "SC", "batch": True, "batch_axis": 1}
+    summary = json.dumps({"qrt_model": 1, "inputs": [tensor], "outputs": []}, separators=(",", ":"))
+    net = qrt.load(models.model(net=models.network([models.input_layer("x"), models.relu("y", "x", kernel)], ["y"], summary)))[0]
+    x = np.arange(12, dtype=np.float32).reshape(4, 1, 3) - 5
+    for array in (x, x, x[:, 0], x, x[:2], x[:2, 0]):
+        result = net(array)
+        assert result.shape == (len(array), 3)
+        np.testing.assert_array_equal(result, np.maximum(array, 0).reshape(-1, 3))
+
+
+def test_outputs_tell_the_shapes_of_the_last_pass():
+    model = qrt.load(models.model(pair=models.two_inputs()))
+    net, other = model[0], model[0]
+    small, large = np.zeros((1, 1, 3), np.float32), np.zeros((1, 2, 5), np.float32)
+
+    def shapes(of):
+        return [port.shape for port in of.outputs]
+
+    assert shapes(net) == [None, None]
+    net(large, large)
+    assert shapes(net) == shapes(other) == [(1, 2, 5)] * 2
+    net(small, small, outputs="sum")
+    assert shapes(net)[0] == (1, 1, 3)
+    net(large, large)
+    assert shapes(net) == [(1, 2, 5)] * 2
+    other(small, small)
+    assert shapes(net) == [(1, 1, 3)] * 2
+    net(large, large)
+    assert shapes(net) == shapes(net.clone()) == [(1, 2, 5)] * 2
+    net.profile(small, small, repeat=1)
+    assert shapes(net) == [(1, 1, 3)] * 2
+
+
+def test_outputs_are_read_while_another_thread_runs(picture):
+    net = qrt.load(models.DIGITS)["digits"]
+    done = threading.Event()
+
+    def run():
+        for _ in range(300):
+            net(picture, outputs=["conv5"])
+        done.set()
+
+    thread = threading.Thread(target=run)
+    thread.start()
+    while not done.is_set():
+        assert net.outputs[0].shape in (None, (10, 1, 1))
+    thread.join()
+
+
+def test_mappings_and_what_is_none(pair):
+    results = pair.run(types.MappingProxyType({"a": A, "b": B}))
+    np.testing.assert_array_equal(results["sum"], A + B)
+    with pytest.raises(TypeError, match="inputs: expected ids of inputs, found 3"):
+        pair.run({"a": A, 3: B})
 
 
 def test_results_stay_valid(digits, picture):
