@@ -3,6 +3,7 @@
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
+#include "python/src/arguments.h"
 #include "python/src/arrays.h"
 #include "python/src/bind.h"
 #include "python/src/errors.h"
@@ -27,9 +28,12 @@ using marlo::toolkit::VerifyOptions;
 
 namespace {
 
-GivenTensor tensor_of(const py::handle& value) {
+constexpr char kKernelWords[] = "'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512'";
+
+GivenTensor tensor_of(const py::handle& value, const std::string& name) {
   const auto array = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(value);
-  if (!array) throw py::error_already_set();
+  // NumPy makes a NaN of None.
+  if (value.is_none() || !array) refuse(name, "an array of numbers", value);
   GivenTensor tensor;
   tensor.shape.assign(array.shape(), array.shape() + array.ndim());
   tensor.numbers.assign(array.data(), array.data() + array.size());
@@ -62,11 +66,13 @@ py::dict report_of(const ImportReport& report) {
   return facts;
 }
 
-std::map<std::string, GivenTensor> tensors_by_name(const py::object& arrays) {
+std::map<std::string, GivenTensor> tensors_by_name(const py::object& arrays, const char* what) {
   std::map<std::string, GivenTensor> tensors;
   if (arrays.is_none()) return tensors;
-  for (const auto& [name, value] : arrays.cast<py::dict>()) {
-    tensors[name.cast<std::string>()] = tensor_of(value);
+  const char* const expected = "arrays by name";
+  for (const auto& [key, value] : dict_of(arrays, what, expected)) {
+    const std::string name = text_of(key, what, expected);
+    tensors[name] = tensor_of(value, std::string(what) + ": " + quoted(name));
   }
   return tensors;
 }
@@ -76,12 +82,14 @@ ImportOptions import_options(const py::object& inputs, const py::object& constan
   ImportOptions options;
   if (!kernels.is_none()) options.kernels = kernels_of(kernels);
   if (!inputs.is_none()) {
-    for (const auto& [name, shape] : inputs.cast<py::dict>()) {
-      options.shapes[name.cast<std::string>()] = shape.cast<std::vector<int64_t>>();
+    const char* const expected = "shapes by name";
+    for (const auto& [key, shape] : dict_of(inputs, "inputs", expected)) {
+      const std::string name = text_of(key, "inputs", expected);
+      options.shapes[name] = sizes_of<int64_t>(shape, "input " + quoted(name));
     }
   }
-  options.constants = tensors_by_name(constants);
-  if (!network.is_none()) options.network = network.cast<std::string>();
+  options.constants = tensors_by_name(constants, "constants");
+  if (!network.is_none()) options.network = text_of(network, "network", "a str or None");
   return options;
 }
 
@@ -123,10 +131,10 @@ py::tuple verify(const py::object& path, const py::object& inputs, const py::obj
   const ImportOptions options = import_options(inputs, constants, network, kernels);
   const std::string file = path_of(path);
   VerifyOptions with;
-  if (data.is_none() || py::isinstance<py::dict>(data)) {
-    with.inputs = tensors_by_name(data);
+  if (data.is_none() || is_mapping(data)) {
+    with.inputs = tensors_by_name(data, "data");
   } else {
-    with.inputs[""] = tensor_of(data);
+    with.inputs[""] = tensor_of(data, "data");
   }
   if (!test_data.is_none()) with.test_data = path_of(test_data);
   with.seed = seed;
@@ -152,10 +160,10 @@ py::tuple verify(const py::object& path, const py::object& inputs, const py::obj
 
 KernelSet kernels_of(const py::object& word) {
   if (word.is_none()) return marlo::toolkit::processor_kernels();
-  const auto set = marlo::toolkit::kernel_set_of(word.cast<std::string>());
+  const std::string text = text_of(word, "kernels", std::string(kKernelWords) + " or None");
+  const auto set = marlo::toolkit::kernel_set_of(text);
   if (set) return *set;
-  throw py::value_error("kernels " + py::repr(word).cast<std::string>() +
-                        ": expected 'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512'");
+  throw py::value_error("kernels " + quoted(text) + ": expected " + kKernelWords);
 }
 
 Chosen choose(const PyModel& model, const py::object& network, const py::object& inputs) {

@@ -4,6 +4,7 @@ import json
 import os
 import pickle
 import signal
+import types
 
 import models
 import numpy as np
@@ -112,6 +113,47 @@ def test_options_of_tune():
         qrt.tune(two, inputs=shapes)
     model = qrt.tune(two, network="two", inputs=shapes, kernels="portable", numerics="same", wisdom=False)
     assert model.networks == ["one", "two"] and model.tuning.tolerance == 0
+
+
+def test_arguments_of_other_types():
+    file = "none.onnx"  # arguments are looked at first
+    words = "expected 'portable', 'sse', 'avx', 'fma', 'avx2' or 'avx512' or None"
+    for call, options, text in (
+        (qrt.import_onnx, {"kernels": 3}, f"kernels: {words}, found 3"),
+        (qrt.verify, {"kernels": b"sse"}, f"kernels: {words}, found bytes"),
+        (qrt.tune, {"kernels": 3}, f"kernels: {words}, found 3"),
+        (qrt.import_onnx, {"network": 3}, "network: expected a str or None, found 3"),
+        (qrt.import_onnx, {"inputs": (1, 3)}, r"inputs: expected shapes by name, found \(1, 3\)"),
+        (qrt.import_onnx, {"inputs": {1: (1, 3)}}, "inputs: expected shapes by name, found 1"),
+        (qrt.import_onnx, {"inputs": {"x": "1x3"}}, "input 'x': expected sizes, such as .*, found '1x3'"),
+        (qrt.import_onnx, {"constants": PICTURE}, "constants: expected arrays by name, found ndarray"),
+        (qrt.import_onnx, {"constants": {"x": "text"}}, "constants: 'x': expected an array of numbers, found 'text'"),
+        (qrt.import_onnx, {"constants": {"x": None}}, "constants: 'x': expected an array of numbers, found NoneType"),
+        (qrt.verify, {"data": "text"}, "data: expected an array of numbers, found 'text'"),
+        (qrt.tune, {"inputs": 3}, "inputs: expected shapes by input id, found 3"),
+        (qrt.tune, {"inputs": {3: (1,)}}, "inputs: expected shapes by input id, found 3"),
+    ):
+        with pytest.raises(TypeError, match=text):
+            if call is qrt.tune:
+                call(models.DIGITS, wisdom=False, **options)
+            else:
+                call(file, **options)
+    model = qrt.load(models.DIGITS)
+    for shapes in (3, {"digits": 3}, {3: {}}, {"digits": {3: (1,)}}):
+        with pytest.raises(TypeError, match="inputs: expected shapes by network and input id, found 3"):
+            model.check(shapes)
+
+
+@needs_nodes
+def test_other_mappings_than_dicts():
+    path = os.path.join(NODES, "test_relu", "model.onnx")
+    shapes = types.MappingProxyType({"x": (3, 4, 5)})
+    model = qrt.import_onnx(path, inputs=shapes, kernels="portable")
+    ramp = np.linspace(-2, 7, 60).reshape(3, 4, 5)
+    assert qrt.verify(path, data=types.MappingProxyType({"x": ramp}))[-1].largest_value == 7
+    digits = types.MappingProxyType({"input": (1, 28, 28)})
+    assert qrt.load(models.DIGITS).check(types.MappingProxyType({"digits": digits})) == []
+    assert qrt.explain(model, seconds=0.01, inputs=shapes).passes > 0
 
 
 def test_benches():
