@@ -3,11 +3,13 @@
     PYTHONPATH=build/release/python python3 bench/python/call_overhead.py [--json] [--onnxruntime-node FOLDER]
 
 Networks of one small layer are run by calls from Python and by passes of the library alone, in turn; a figure is the
-least of the rounds, the one that other programs disturbed least. Where ONNX Runtime's package for Python can be imported, or FOLDER holds its package for Node
-(node_modules), its own call on the same network stands beside them.
+least of the rounds, the one that other programs disturbed least. Where ONNX Runtime's package for Python can be imported,
+or FOLDER holds its package for Node (node_modules), its own call on the same network takes part in the same rounds. Node's
+calls are awaited one by one, as its package has no other.
 """
 
 import argparse
+import contextlib
 import importlib.util
 import json
 import os
@@ -24,19 +26,16 @@ ROUNDS, CALLS = 400, 2000
 
 NODE = """
 const ort = require('onnxruntime-node');
-const [path, rounds, calls] = [process.argv[1], Number(process.argv[2]), Number(process.argv[3])];
+const [path, calls] = [process.argv[1], Number(process.argv[2])];
 (async () => {
   const one = {intraOpNumThreads: 1, interOpNumThreads: 1, executionMode: 'sequential'};
   const session = await ort.InferenceSession.create(path, one);
   const feed = {x: new ort.Tensor('float32', new Float32Array(8), [1, 8])};
-  const times = [];
-  for (let i = 0; i < rounds; ++i) {
+  for await (const line of require('readline').createInterface({input: process.stdin})) {
     const begin = process.hrtime.bigint();
     for (let j = 0; j < calls; ++j) await session.run(feed);
-    times.push(Number(process.hrtime.bigint() - begin) / 1e3 / calls);
+    console.log(Number(process.hrtime.bigint() - begin) / 1e3 / calls);
   }
-  times.sort((a, b) => a - b);
-  console.log(times[0]);
 })();
 """
 
@@ -66,7 +65,8 @@ def microseconds(call, calls):
     return (time.perf_counter() - begin) / calls * 1e6
 
 
-def measure(path):
+def measure(path, peers=()):
+    """Times of a network; one of the peers in turn with it, each a function that makes a round and returns its time."""
     net = qrt.import_onnx(path)[0]
     arrays = [np.ones(8, np.float32) for _ in net.inputs]
     net(*arrays)
@@ -76,10 +76,10 @@ def measure(path):
     for _ in range(ROUNDS):
         native = net._time_passes(*arrays, count=CALLS) / CALLS * 1e6
         empty = microseconds(lambda: None, CALLS)
-        rows.append((native, microseconds(call, CALLS), empty))
-    native, whole, empty = (min(column) for column in zip(*rows))
+        rows.append((native, microseconds(call, CALLS), empty, *(peer() for peer in peers)))
+    native, whole, empty, *others = (min(column) for column in zip(*rows))
     whole -= empty
-    return {"pass_us": native, "call_us": whole, "overhead_us": whole - native}
+    return {"pass_us": native, "call_us": whole, "overhead_us": whole - native}, others
 
 
 def onnxruntime_in_python(path):
@@ -89,18 +89,26 @@ def onnxruntime_in_python(path):
     options.intra_op_num_threads = options.inter_op_num_threads = 1
     session = onnxruntime.InferenceSession(path, options, providers=["CPUExecutionProvider"])
     feed = {"x": np.ones((1, 8), np.float32)}
-    return min(microseconds(lambda: session.run(None, feed), CALLS) for _ in range(21))
+    return lambda: microseconds(lambda: session.run(None, feed), CALLS)
 
 
+@contextlib.contextmanager
 def onnxruntime_in_node(path, folder):
-    done = subprocess.run(
-        ["node", "-e", NODE, path, "21", "2000"],
+    """Calls in a process of their own, which makes a round for each line that it is sent."""
+    with subprocess.Popen(
+        ["node", "-e", NODE, path, str(CALLS)],
         env={**os.environ, "NODE_PATH": folder},
+        stdin=subprocess.PIPE,
         stdout=subprocess.PIPE,
         text=True,
-        check=True,
-    )
-    return float(done.stdout)
+    ) as process:
+
+        def make_round():
+            process.stdin.write("\n")
+            process.stdin.flush()
+            return float(process.stdout.readline())
+
+        yield make_round
 
 
 def main():
@@ -109,17 +117,20 @@ def main():
     parser.add_argument("--onnxruntime-node", metavar="FOLDER", help="node_modules with onnxruntime-node")
     options = parser.parse_args()
     figures = {}
-    with tempfile.TemporaryDirectory() as folder:
-        for name, op, inputs in (("relu, 8 numbers", "Relu", ["x"]), ("sum of two inputs", "Add", ["a", "b"])):
-            path = os.path.join(folder, op + ".onnx")
+    with tempfile.TemporaryDirectory() as folder, contextlib.ExitStack() as opened:
+        relu, add = (os.path.join(folder, op + ".onnx") for op in ("Relu", "Add"))
+        for path, op, inputs in ((relu, "Relu", ["x"]), (add, "Add", ["a", "b"])):
             with open(path, "wb") as file:
                 file.write(onnx_file(op, inputs))
-            figures[name] = measure(path)
-        relu = os.path.join(folder, "Relu.onnx")
+        peers = {}
         if importlib.util.find_spec("onnxruntime") is not None:
-            figures["relu, ONNX Runtime in Python"] = {"call_us": onnxruntime_in_python(relu)}
+            peers["relu, ONNX Runtime in Python"] = onnxruntime_in_python(relu)
         if options.onnxruntime_node and shutil.which("node"):
-            figures["relu, ONNX Runtime in Node"] = {"call_us": onnxruntime_in_node(relu, options.onnxruntime_node)}
+            node = onnxruntime_in_node(relu, options.onnxruntime_node)
+            peers["relu, ONNX Runtime in Node"] = opened.enter_context(node)
+        figures["relu, 8 numbers"], times = measure(relu, peers.values())
+        figures["sum of two inputs"], _ = measure(add)
+        figures.update({name: {"call_us": time} for name, time in zip(peers, times)})
     if options.json:
         json.dump(figures, sys.stdout, indent=2)
         print()
