@@ -17,28 +17,6 @@ using ::testing::SizeIs;
 
 const std::string kDigits = marlo::test::source_path("models/digits/digits.qrtmodel");
 
-TEST(MadeUpNumbers, FillTensorsAndRefuseWhatNoTensorHolds) {
-  using runtime::DataType;
-  using runtime::LayoutType;
-  using runtime::TensorShape;
-  const TensorShape some({2, 3}, DataType::FLOAT32, LayoutType::CHW);
-  EXPECT_THAT(made_up_numbers(some), SizeIs(24));
-  EXPECT_EQ(made_up_numbers(some), made_up_numbers(some));
-  const TensorShape none({0, 1u << 31, 4}, DataType::FLOAT32, LayoutType::CHW);
-  EXPECT_THAT(made_up_numbers(none), SizeIs(0));
-  // In 32 bits these are 0 bytes.
-  for (const std::vector<uint32_t>& sizes :
-       {std::vector<uint32_t>{1u << 30}, {1u << 16, 1u << 16}, {1u << 31, 1u << 31, 1u << 31}}) {
-    const TensorShape shape(sizes, DataType::FLOAT32, LayoutType::CHW);
-    try {
-      made_up_numbers(shape);
-      ADD_FAILURE() << "4 GiB of numbers";
-    } catch (const std::invalid_argument& failure) {
-      EXPECT_THAT(failure.what(), HasSubstr("input: expected a shape below 4 GiB, found FLOAT32"));
-    }
-  }
-}
-
 BenchSubject digits() {
   BenchSubject subject;
   subject.name = "digits";
@@ -55,6 +33,33 @@ BenchOptions short_options() {
 }
 
 #if QRT_WITH_SSE
+TEST(MadeUpNumbers, FillTensorsAndRefuseWhatNoTensorHolds) {
+  using runtime::DataType;
+  using runtime::LayoutType;
+  using runtime::TensorShape;
+  utility::Model model(kDigits);
+  const utility::Network& network = model.at(size_t{0});
+  const auto numbers = [&network](const TensorShape& shape) {
+    return made_up_numbers(shape, *network.net(), network.inputs().at(0).layer);
+  };
+  const TensorShape some({2, 3}, DataType::FLOAT32, LayoutType::CHW);
+  EXPECT_THAT(numbers(some), SizeIs(24));
+  EXPECT_EQ(numbers(some), numbers(some));
+  const TensorShape none({0, 1u << 31, 4}, DataType::FLOAT32, LayoutType::CHW);
+  EXPECT_THAT(numbers(none), SizeIs(0));
+  // In 32 bits these are 0 bytes.
+  for (const std::vector<uint32_t>& sizes :
+       {std::vector<uint32_t>{1u << 30}, {1u << 16, 1u << 16}, {1u << 31, 1u << 31, 1u << 31}}) {
+    const TensorShape shape(sizes, DataType::FLOAT32, LayoutType::CHW);
+    try {
+      numbers(shape);
+      ADD_FAILURE() << "4 GiB of numbers";
+    } catch (const std::invalid_argument& failure) {
+      EXPECT_THAT(failure.what(), HasSubstr("input: expected a shape below 4 GiB, found FLOAT32"));
+    }
+  }
+}
+
 TEST(Bench, MeasuresAllOfANetwork) {
   BenchOptions options = short_options();
   uint64_t count = 0;

@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/extension/elementary/rectified_sum.h"
+#include "qrt_core/kernel/extension/elementary/rectified_sum_cores.h"
 
 namespace marlo::kernel::elementwise {
 

@@ -1,20 +1,11 @@
 #pragma once
 
 #include "qrt_core/kernel/basic/elementwise.h"
+#include "qrt_core/kernel/extension/elementary/rectified_sum_cores.h"
 
 // Sums of two tensors that end with a rectifier, as residual blocks do.
 
 namespace marlo::kernel {
-
-namespace elementwise {
-
-/// max(a + b, 0), and 0 for a NaN.
-void add_relu_scalar(const float* a, const float* b, float* output, size_t count) noexcept;
-
-/// The same. Multiples of 8.
-void add_relu_avx(const float* a, const float* b, float* output, size_t count) noexcept;
-
-}  // namespace elementwise
 
 #define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL) \
   KERNEL(Elementwise_Add_AVX_Float_ReLU_M1,   \

@@ -3,7 +3,7 @@
 #endif
 
 #include "qrt_core/kernel/basic/elementwise_internal.h"
-#include "qrt_core/kernel/extension/elementary/rectified_sum.h"
+#include "qrt_core/kernel/extension/elementary/rectified_sum_cores.h"
 
 namespace marlo::kernel::elementwise {
 

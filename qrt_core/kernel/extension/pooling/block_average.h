@@ -1,18 +1,11 @@
 #pragma once
 
 #include "qrt_core/kernel/basic/adaptive_pooling.h"
+#include "qrt_core/kernel/extension/pooling/block_average_cores.h"
 
 // Average pooling to a given size, over blocks of 8 channels.
 
 namespace marlo::kernel {
-
-namespace pooling {
-
-/// 8 channels, the rows' sums in four parts.
-void window_average_c8_fma(const float* first, size_t row_floats, size_t height, size_t width,
-                           float* average) noexcept;
-
-}  // namespace pooling
 
 constexpr AdaptivePoolingRow block_average(pooling::WindowAverage average) {
   AdaptivePoolingRow row;

@@ -2,7 +2,7 @@
 #error "this file holds FMA code and must be compiled with -mavx -mfma"
 #endif
 
-#include "qrt_core/kernel/extension/pooling/block_average.h"
+#include "qrt_core/kernel/extension/pooling/block_average_cores.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
 namespace marlo::kernel::pooling {
