@@ -149,7 +149,7 @@ TEST(EdgeCases, SizesAndNumbersBeyondAllBounds) {
     y = Pad<mode="edge">(x, p)
   })",
                  13, shapes),
-      HasSubstr("expected axes of 1 to 16777216 elements, found one of 2147483651"));
+      HasSubstr("expected axes of 1 to 16777216 elements, found one of 2147483647"));
   EXPECT_THAT(refusal_of(R"(g (float[1,3,4] x) => (float y) <int64[3] s = {1, 3, 2147483647}> {
     y = Resize(x, , , s)
   })",
@@ -187,6 +187,7 @@ const runtime::KernelRegistry& all_kernels() {
     runtime::KernelRegistry made;
     runtime::InferenceParamRegistry params;
     utility::init_register_operators(made, params);
+    utility::init_register_extension_operators(made, params);
     return made;
   }();
   return kernels;
