@@ -93,8 +93,11 @@ def results_of(client, paths, mean, scale, ahead):
     begin = [client.submit(score, path, mean, scale, pure=False) for path in itertools.islice(paths, ahead)]
     running = as_completed(begin, with_results=False)
     for future in running:
-        yield future.result() if future.status == "finished" else {
-            "picture": "?", "scores": [], "error": f"lost: {future.exception()}"}  # fmt: skip
+        try:
+            # Waits where the worker that held the result is gone: another one scores the picture again.
+            yield future.result()
+        except Exception as failure:
+            yield {"picture": "?", "scores": [], "error": f"lost: {failure}"}
         path = next(paths, None)
         if path is not None:
             running.add(client.submit(score, path, mean, scale, pure=False))
