@@ -68,8 +68,7 @@ if(NOT QRT_SANITIZE)
   target_link_options(qrt_hardening INTERFACE LINKER:-z,relro LINKER:-z,now)
 endif()
 
-# Sanitizers' builds are made to be run once, by Clang, whose linker takes a tenth of the time. Not with ThreadSanitizer:
-# its own operator new and that of the tool, which counts, would be one too many for it.
+# The builds for AddressSanitizer are large and made to be run once, by Clang, whose linker takes a tenth of the time.
 find_program(QRT_LLD NAMES ld.lld)
 mark_as_advanced(QRT_LLD)
 if(QRT_SANITIZE MATCHES "address" AND QRT_LLD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

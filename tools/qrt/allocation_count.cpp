@@ -9,6 +9,15 @@ thread_local uint64_t taken = 0;
 
 }  // namespace
 
+// Clang's ThreadSanitizer brings its own, and nothing is counted with it.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define QRT_COUNTS_NOTHING 1
+#endif
+#endif
+
+#ifndef QRT_COUNTS_NOTHING
+
 // Every form of one object. Those of arrays end in these, as the plain library has it; AddressSanitizer has its own of each
 // form, and a form that was left to it would be given back here.
 void* operator new(size_t size) {
@@ -30,6 +39,8 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept {
 void operator delete(void* address) noexcept { std::free(address); }
 void operator delete(void* address, size_t) noexcept { std::free(address); }
 void operator delete(void* address, const std::nothrow_t&) noexcept { std::free(address); }
+
+#endif
 
 namespace qrt_tool {
 
