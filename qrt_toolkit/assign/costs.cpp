@@ -16,10 +16,10 @@ namespace {
 using runtime::TensorShape;
 
 /// Multiply-adds in a microsecond, by the set of the kernel.
-constexpr std::array<double, 6> kRates = {1500, 12000, 22000, 33000, 33000, 45000};
+constexpr std::array<double, kKernelSets> kRates = {1500, 12000, 22000, 33000, 33000, 45000};
 
 /// Bytes in a microsecond that a kernel reads and writes, likewise.
-constexpr std::array<double, 6> kBandwidths = {4000, 12000, 16000, 16000, 16000, 18000};
+constexpr std::array<double, kKernelSets> kBandwidths = {4000, 12000, 16000, 16000, 16000, 18000};
 
 /// What each kernel takes beside its work, in microseconds.
 constexpr double kStart = 0.3;

@@ -7,7 +7,8 @@ namespace {
 
 using runtime::InstructionSet;
 
-constexpr std::array<const char*, 6> kWords = {"portable", "sse", "avx", "fma", "avx2", "avx512"};
+constexpr std::array<const char*, kKernelSets> kWords = {"portable", "sse",  "avx",
+                                                         "fma",      "avx2", "avx512"};
 
 }  // namespace
 

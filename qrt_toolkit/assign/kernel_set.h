@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ enum class KernelSet : uint8_t {
   avx2,      ///< AVX2 and FMA
   avx512,    ///< AVX-512 F, VL, BW and DQ
 };
+
+/// So many sets there are.
+inline constexpr size_t kKernelSets = 6;
 
 /// "portable", "sse", "avx", "fma", "avx2" or "avx512".
 QRT_API const char* word_of(KernelSet set);

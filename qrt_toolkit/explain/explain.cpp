@@ -10,9 +10,11 @@
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_toolkit/assign/description.h"
 #include "qrt_toolkit/assign/network.h"
+#include "qrt_toolkit/explain/html_parts.h"
 #include "qrt_toolkit/explain/layer_work.h"
 #include "qrt_toolkit/explain/passes.h"
 #include "qrt_toolkit/explain/rivals.h"
+#include "qrt_toolkit/watch/profiler.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -20,14 +22,6 @@ namespace {
 using runtime::IKernelFacts;
 using runtime::InputUse;
 using runtime::TensorShape;
-
-constexpr char kConverterKind[] = "converter";
-
-uint64_t bytes_of(const std::vector<TensorShape>& shapes) {
-  uint64_t bytes = 0;
-  for (const TensorShape& shape : shapes) bytes += runtime::ByteSize(shape);
-  return bytes;
-}
 
 std::vector<uint32_t> first_dims(const std::vector<TensorShape>& shapes) {
   return shapes.empty() ? std::vector<uint32_t>() : shapes[0].dims;
@@ -317,6 +311,14 @@ const ExplainedCandidate* chosen_of(const ExplainedLayer& layer) {
     if (candidate.is_chosen) return &candidate;
   }
   return nullptr;
+}
+
+std::string behind_chosen(const ExplainedCandidate& candidate, const ExplainedLayer& layer) {
+  const ExplainedCandidate* chosen = chosen_of(layer);
+  if (chosen == nullptr || chosen->whole_ms() <= 0) return "";
+  const double more = candidate.whole_ms() / chosen->whole_ms() - 1;
+  const bool is_measured = candidate.is_measured && chosen->is_measured;
+  return std::string(is_measured ? "" : "~") + (more < 0 ? "" : "+") + html_percent(more);
 }
 
 }  // namespace marlo::toolkit

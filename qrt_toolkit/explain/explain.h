@@ -69,6 +69,9 @@ struct ExplainedRefusal {
   std::vector<std::string> reasons;     ///< why not, in words; never empty
 };
 
+/// The kind of the layers that only bring numbers into another layout.
+inline constexpr char kConverterKind[] = "converter";
+
 /// A converter of a layer, before or behind its kernel. Plain data.
 struct ExplainedConverter {
   std::string role;    ///< "input 0", "output 0"
@@ -152,5 +155,9 @@ QRT_API const ExplainedCandidate* second_of(const ExplainedLayer& layer);
 
 /// The chosen candidate; null where a layer has none.
 QRT_API const ExplainedCandidate* chosen_of(const ExplainedLayer& layer);
+
+/// "+12.5 %": how much longer a candidate takes than the chosen one, with a tilde where either is
+/// estimated; empty where nothing is chosen, or takes no time.
+QRT_API std::string behind_chosen(const ExplainedCandidate& candidate, const ExplainedLayer& layer);
 
 }  // namespace marlo::toolkit

@@ -10,8 +10,6 @@
 namespace marlo::toolkit {
 namespace {
 
-const std::string kConverter = "converter";
-
 std::string cell(const std::string& text) { return "<td>" + text + "</td>"; }
 
 std::string number_cell(const std::string& text) { return "<td class=\"n\">" + text + "</td>"; }
@@ -32,15 +30,6 @@ std::string bar_cell(const Roofline& roofline, double ms) {
          std::string(roofline.bound == Bound::arithmetic ? "arithmetic" : "memory") +
          "\" style=\"width:" + html_number(percent, 1) + "%\"></span></span> " +
          html_percent(roofline.share) + "</td>";
-}
-
-/// "+12.5 %" against the chosen kernel; a tilde for estimates.
-std::string behind(const ExplainedCandidate& candidate, const ExplainedLayer& layer) {
-  const ExplainedCandidate* chosen = chosen_of(layer);
-  if (chosen == nullptr || chosen->whole_ms() <= 0) return "";
-  const double more = candidate.whole_ms() / chosen->whole_ms() - 1;
-  const bool is_measured = candidate.is_measured && chosen->is_measured;
-  return std::string(is_measured ? "" : "~") + (more < 0 ? "" : "+") + html_percent(more);
 }
 
 std::string legend(const Explanation& all) {
@@ -112,7 +101,7 @@ std::string candidates_table(const ExplainedLayer& layer) {
             cell(candidate.inputs.empty() ? "" : runtime::LayoutText(candidate.inputs[0].layout)) +
             number_cell((candidate.is_measured ? "" : "~") + html_number(candidate.ms, 4)) +
             number_cell(optional_number(candidate.converters_ms, 4)) +
-            number_cell(candidate.is_chosen ? "chosen" : behind(candidate, layer)) +
+            number_cell(candidate.is_chosen ? "chosen" : behind_chosen(candidate, layer)) +
             number_cell(difference) + "</tr>\n";
   }
   return html + "</tbody></table></div>\n";
@@ -135,7 +124,8 @@ std::string layer_details(const Explanation& all, size_t i) {
                      std::to_string(i) + " <strong>" + html_text(layer.id) + "</strong> " +
                      html_text(layer.kind) + ", " + html_number(layer.ms, 4) + " ms";
   if (const ExplainedCandidate* second = second_of(layer)) {
-    html += ", second <code>" + html_text(second->kernel) + "</code> " + behind(*second, layer);
+    html +=
+        ", second <code>" + html_text(second->kernel) + "</code> " + behind_chosen(*second, layer);
   }
   html += "</summary>\n<p>Reads " + html_text(runtime::ShapesText(layer.inputs)) + ", makes " +
           html_text(runtime::ShapesText(layer.outputs)) + " by <code>" + html_text(layer.kernel) +
@@ -218,17 +208,18 @@ std::string html_number(double number, int decimals) {
 std::string html_percent(double share) { return html_number(100 * share, 1) + " %"; }
 
 const std::string& counted_kind(const ExplainedLayer& layer) {
-  return layer.is_converter ? kConverter : layer.kind;
+  static const std::string converter = kConverterKind;
+  return layer.is_converter ? converter : layer.kind;
 }
 
 std::string kind_class(const Explanation& explanation, const std::string& kind) {
   constexpr size_t kColours = 7;
-  if (kind == kConverter) return "converter";
+  if (kind == kConverterKind) return "converter";
   const auto& kinds = explanation.kinds;
   size_t place = 0;
   for (const ExplainedKind& other : kinds) {
     if (other.kind == kind) break;
-    if (other.kind != kConverter) ++place;
+    if (other.kind != kConverterKind) ++place;
   }
   return "kind" + std::to_string(std::min(place, kColours));
 }

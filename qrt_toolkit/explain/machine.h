@@ -14,9 +14,6 @@
 
 namespace marlo::toolkit {
 
-/// So many sets of kernels there are, each a place in the arrays below.
-constexpr size_t kKernelSets = 6;
-
 /// How fast one core moves memory of one level with the loads and stores of one set.
 struct Bandwidth {
   double read = 0;  ///< GB/s of reading only; 0 where the processor lacks the set

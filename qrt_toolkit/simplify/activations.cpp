@@ -3,7 +3,6 @@
 #include <limits>
 #include <utility>
 
-#include "qrt_toolkit/operators/operator.h"
 #include "qrt_toolkit/simplify/match.h"
 #include "qrt_toolkit/simplify/simplify.h"
 
@@ -56,26 +55,6 @@ ValueId number(Graph& graph, double value) {
   return graph.add_constant("", constant_of(numbers));
 }
 
-/// A node in the place of `like`, whose origin it keeps.
-Node node_like(const Node& like, const char* op, ValueId input) {
-  Node node;
-  node.op = op;
-  node.name = like.name;
-  node.source = like.source;
-  // An operator may be younger than the file.
-  const Operator* row = find_operator(op);
-  node.opset = row == nullptr ? like.opset : std::max(like.opset, row->since);
-  node.op_in_file = like.op_in_file.empty() ? like.op : like.op_in_file;
-  node.inputs = {input};
-  return node;
-}
-
-void put(Graph& graph, NodeId old, Node node) {
-  const ValueId out = graph.node(old).outputs[0];
-  graph.remove_node(old);
-  replace_output(graph, out, std::move(node));
-}
-
 // min(max(x, a), b) is a Clip, and so is a bound behind a Clip or Relu.
 bool join_bounds(Graph& graph, NodeId id) {
   const auto outer = bounds_of(graph, graph.node(id));
@@ -89,7 +68,7 @@ bool join_bounds(Graph& graph, NodeId id) {
   if (low > high) return false;
   const ValueId x = graph.node(inner_id).inputs[inner->tensor];
   const Node like = graph.node(id);
-  Node node = node_like(like, low == 0 && high >= kMost ? "Relu" : "Clip", x);
+  Node node = node_like(like, low == 0 && high >= kMost ? "Relu" : "Clip", {x});
   if (node.op == "Clip") node.inputs = {x, number(graph, low), number(graph, high)};
   put(graph, id, std::move(node));
   graph.remove_node(inner_id);
@@ -135,7 +114,7 @@ bool find_leaky(Graph& graph, NodeId id) {
         return factor && *factor >= 0 && *factor < 1;
       });
   if (!pair) return false;
-  Node leaky = node_like(node, "LeakyRelu", pair->x);
+  Node leaky = node_like(node, "LeakyRelu", {pair->x});
   leaky.attributes["alpha"] = *factor_of(graph, graph.node(pair->function), pair->x);
   put(graph, id, std::move(leaky));
   return true;
@@ -181,7 +160,7 @@ bool find_hard_swish(Graph& graph, NodeId id) {
   if (node.op != "Mul" && node.op != "Div") return false;
   if (node.op == "Mul") {
     if (const auto pair = function_beside_its_input(graph, node, is_hard_gate)) {
-      put(graph, id, node_like(node, "HardSwish", pair->x));
+      put(graph, id, node_like(node, "HardSwish", {pair->x}));
       return true;
     }
   }
@@ -191,7 +170,7 @@ bool find_hard_swish(Graph& graph, NodeId id) {
     const auto pair = function_beside_its_input(graph, graph.node(inner), is_gate_of_six);
     const auto factor = factor_of(graph, node, node.inputs[place]);
     if (!pair || !factor || !nearly(*factor, 1.0 / 6)) continue;
-    put(graph, id, node_like(node, "HardSwish", pair->x));
+    put(graph, id, node_like(node, "HardSwish", {pair->x}));
     return true;
   }
   return false;
@@ -208,7 +187,7 @@ bool find_hard_sigmoid(Graph& graph, NodeId id) {
     if (!bounds) continue;
     const auto sum = sum_with_number(graph, source_of(graph, graph.node(gate), bounds->tensor));
     if (!sum || !is_hard_gate(graph, node, sum->first)) continue;
-    Node sigmoid = node_like(node, "HardSigmoid", sum->first);
+    Node sigmoid = node_like(node, "HardSigmoid", {sum->first});
     sigmoid.attributes["alpha"] = 1.0 / 6;
     sigmoid.attributes["beta"] = 0.5;
     put(graph, id, std::move(sigmoid));

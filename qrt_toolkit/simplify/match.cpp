@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "qrt_toolkit/operators/operator.h"
+
 namespace marlo::toolkit {
 
 const Constant* constant_input(const Graph& graph, const Node& node, size_t place) {
@@ -39,6 +41,25 @@ std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& nod
     }
   }
   return std::nullopt;
+}
+
+Node node_like(const Node& like, const char* op, std::vector<ValueId> inputs) {
+  Node node;
+  node.op = op;
+  node.name = like.name;
+  node.source = like.source;
+  // An operator may be younger than the file.
+  const Operator* row = find_operator(op);
+  node.opset = row == nullptr ? like.opset : std::max(like.opset, row->since);
+  node.op_in_file = like.op_in_file.empty() ? like.op : like.op_in_file;
+  node.inputs = std::move(inputs);
+  return node;
+}
+
+void put(Graph& graph, NodeId old, Node node) {
+  const ValueId out = graph.node(old).outputs[0];
+  graph.remove_node(old);
+  replace_output(graph, out, std::move(node));
 }
 
 NodeId replace_output(Graph& graph, ValueId out, Node node) {

@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "qrt_toolkit/graph/graph.h"
+#include "qrt_toolkit/shapes/infer.h"
 
 // What the rules ask of a graph, and do to it.
 
@@ -31,6 +33,21 @@ bool everywhere(Graph& graph) {
   for (const NodeId id : graph.order()) changed = rule(graph, id) || changed;
   return changed;
 }
+
+/// The same for a rule that asks what is known of the values before any node changes.
+template <bool (*rule)(Graph&, NodeId, const std::vector<Facts>&)>
+bool everywhere(Graph& graph) {
+  bool changed = false;
+  const std::vector<Facts> facts = infer_facts(graph);
+  for (const NodeId id : graph.order()) changed = rule(graph, id, facts) || changed;
+  return changed;
+}
+
+/// A node to stand in the place of `like`, whose name and origin it keeps.
+Node node_like(const Node& like, const char* op, std::vector<ValueId> inputs);
+
+/// Puts a node in the place of an old one, whose output's name it keeps.
+void put(Graph& graph, NodeId old, Node node);
 
 /// Puts a node of one input and output in the place of what makes `out`, which keeps its name.
 /// What made it stays, unread by anything that read `out`.

@@ -2,8 +2,6 @@
 #include <cmath>
 #include <utility>
 
-#include "qrt_toolkit/operators/operator.h"
-#include "qrt_toolkit/shapes/infer.h"
 #include "qrt_toolkit/simplify/match.h"
 #include "qrt_toolkit/simplify/simplify.h"
 
@@ -148,24 +146,6 @@ std::optional<FoundGelu> gelu_of(const Graph& graph, const Node& node) {
   return std::nullopt;
 }
 
-Node node_like(const Node& like, const char* op, std::vector<ValueId> inputs) {
-  Node node;
-  node.op = op;
-  node.name = like.name;
-  node.source = like.source;
-  const Operator* row = find_operator(op);
-  node.opset = row == nullptr ? like.opset : std::max(like.opset, row->since);
-  node.op_in_file = like.op_in_file.empty() ? like.op : like.op_in_file;
-  node.inputs = std::move(inputs);
-  return node;
-}
-
-void put(Graph& graph, NodeId old, Node node) {
-  const ValueId out = graph.node(old).outputs[0];
-  graph.remove_node(old);
-  replace_output(graph, out, std::move(node));
-}
-
 /// Whether two values have as many axes: a constant with more of them adds some.
 bool have_same_axes(const std::vector<Facts>& facts, ValueId a, ValueId b) {
   const auto shape_of = [&](ValueId id) -> const std::optional<Shape>& {
@@ -280,14 +260,6 @@ bool find_layer_normalization(Graph& graph, NodeId id, const std::vector<Facts>&
   node.attributes["epsilon"] = found->epsilon;
   put(graph, id, std::move(node));
   return true;
-}
-
-template <bool (*rule)(Graph&, NodeId, const std::vector<Facts>&)>
-bool everywhere(Graph& graph) {
-  bool changed = false;
-  const std::vector<Facts> facts = infer_facts(graph);
-  for (const NodeId id : graph.order()) changed = rule(graph, id, facts) || changed;
-  return changed;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <optional>
 #include <utility>
 
-#include "qrt_toolkit/shapes/infer.h"
 #include "qrt_toolkit/simplify/match.h"
 #include "qrt_toolkit/simplify/simplify.h"
 
@@ -250,15 +249,6 @@ bool make_gemm(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   replace_output(graph, out, std::move(gemm));
   graph.remove_node(source_id);
   return true;
-}
-
-/// Rules take away the node that they are at, and nodes in front of it.
-template <bool (*rule)(Graph&, NodeId, const std::vector<Facts>&)>
-bool everywhere(Graph& graph) {
-  bool changed = false;
-  const std::vector<Facts> facts = infer_facts(graph);
-  for (const NodeId id : graph.order()) changed = rule(graph, id, facts) || changed;
-  return changed;
 }
 
 }  // namespace

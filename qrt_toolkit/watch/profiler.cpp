@@ -24,13 +24,13 @@ void take_shapes(const IKernel::Tensors& tensors, size_t first, std::vector<Tens
   }
 }
 
+}  // namespace
+
 uint64_t bytes_of(const std::vector<TensorShape>& shapes) {
   uint64_t bytes = 0;
   for (const TensorShape& shape : shapes) bytes += ByteSize(shape);
   return bytes;
 }
-
-}  // namespace
 
 /// A kernel that notes how long another one takes.
 class Profiler::TimedKernel final : public KernelWrapper {

@@ -17,6 +17,9 @@ namespace marlo::toolkit {
 /// The medians of both times, each for itself.
 Times median(const std::vector<Times>& samples);
 
+/// Bytes of all tensors of these shapes.
+uint64_t bytes_of(const std::vector<runtime::TensorShape>& shapes);
+
 /// One kernel: of which layer, in which role, and what a pass spends in it.
 struct ProfileRow {
   uint32_t layer = 0;

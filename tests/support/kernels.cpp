@@ -27,6 +27,16 @@ const KernelRegistry& all_kernels() {
   return registry;
 }
 
+const KernelRegistry& documented_kernels() {
+  static const KernelRegistry registry = [] {
+    KernelRegistry kernels;
+    InferenceParamRegistry params;
+    utility::init_register_operators(kernels, params);
+    return kernels;
+  }();
+  return registry;
+}
+
 std::shared_ptr<IKernel> make_kernel(const std::string& name) {
   std::shared_ptr<IKernel> kernel = all_kernels().Create(name);
   if (kernel == nullptr) {

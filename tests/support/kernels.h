@@ -12,6 +12,9 @@ namespace marlo::test {
 /// The kernels of both sets.
 const runtime::KernelRegistry& all_kernels();
 
+/// Those of the first set alone.
+const runtime::KernelRegistry& documented_kernels();
+
 /// A new kernel by its name. A name that isn't registered is a failure of the test, and throws.
 std::shared_ptr<runtime::IKernel> make_kernel(const std::string& name);
 

@@ -1,6 +1,8 @@
 #include "tools/qrt/app_commands.h"
 
 #include <map>
+#include <string>
+#include <vector>
 
 #include "tools/qrt/usage_fault.h"
 
@@ -12,17 +14,19 @@ constexpr char kOperations[] = "Operations";
 constexpr char kModelHelp[] = "Model file: .qrtmodel, .json or -; or .onnx";
 constexpr char kSdkHelp[] = "Demand a model for SDK NAME:MAJOR.MINOR";
 constexpr char kWidthHelp[] = "Width of tables; 0 for no limit (default: the terminal's)";
+constexpr char kNetworkHelp[] = "Network where there are several";
 constexpr char kKeepBatchHelp[] = "Keep a leading 1 of 4 sizes";
+
+void add_sizes(CLI::App& command, std::vector<std::string>& sizes, const char* help) {
+  command.add_option("-i,--input", sizes, help)->take_all()->expected(1)->type_name("SIZES");
+}
 
 void add_info(CLI::App& app, InfoOptions& options) {
   CLI::App* command = app.add_subcommand("info", "Show the networks and layers of a model file");
   command->add_option("MODEL", options.model, "Model file, or a single object of one")
       ->required()
       ->type_name("FILE");
-  command->add_option("-i,--input", options.inputs, "Sizes such as 1x28x28, once per input layer")
-      ->take_all()
-      ->expected(1)
-      ->type_name("SIZES");
+  add_sizes(*command, options.inputs, "Sizes such as 1x28x28, once per input layer");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
   command->add_option("-n,--network", options.network, "Show this network only")->type_name("ID");
   command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
@@ -189,8 +193,7 @@ void add_compare(CLI::App& app, CompareOptions& options) {
       ->take_all()
       ->expected(1)
       ->type_name("FILE");
-  command->add_option("-n,--network", options.network, "Network where there are several")
-      ->type_name("ID");
+  command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command->add_option("--bound", options.bound, "Fail where a layer differs by more than E")
       ->type_name("E")
       ->check(CLI::NonNegativeNumber);
@@ -215,14 +218,9 @@ void add_bench(CLI::App& app, BenchCommandOptions& options) {
       ->take_all()
       ->expected(1)
       ->type_name("FILE");
-  command
-      ->add_option("-i,--input", options.inputs,
-                   "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input")
-      ->take_all()
-      ->expected(1)
-      ->type_name("SIZES");
-  command->add_option("-n,--network", options.network, "Network where there are several")
-      ->type_name("ID");
+  add_sizes(*command, options.inputs,
+            "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input");
+  command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command->add_option("--threads", options.threads, "Threads, each with a context of its own")
       ->type_name("N")
       ->check(CLI::Range(1, 1024))
@@ -260,12 +258,8 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
   command->add_option("OUT", options.output, "Model to write; an existing one is replaced")
       ->required()
       ->type_name("FILE");
-  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
-      ->take_all()
-      ->expected(1)
-      ->type_name("SIZES");
-  command->add_option("-n,--network", options.network, "Network where there are several")
-      ->type_name("ID");
+  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
+  command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command
       ->add_option("--isa", options.isa,
                    "Kernels: portable, sse, avx, fma, avx2 or avx512\n(default: what this "
@@ -307,12 +301,8 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
   CLI::App* command =
       app.add_subcommand("explain", "Show where the time of a model goes, and why it isn't less");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
-  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
-      ->take_all()
-      ->expected(1)
-      ->type_name("SIZES");
-  command->add_option("-n,--network", options.network, "Network where there are several")
-      ->type_name("ID");
+  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
+  command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command
       ->add_option("--seconds", options.seconds,
                    "Time passes for S seconds watched and S unwatched")
@@ -341,17 +331,18 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
       ->type_name("FILE");
   command->add_flag("--json", options.json, "Print JSON");
   command->footer(
-      "Each kernel is timed within passes, in the time that the processor worked. Its limit on "
-      "this\n"
-      "machine is the longer of two times: its multiply-adds at the peak of its instructions, and\n"
-      "its bytes at the bandwidth of the memory that they lie in, both measured at the beginning.\n"
-      "LIMIT names which: a set of instructions, or a cache or memory. Kernels by minimal "
-      "filtering\n"
-      "compute with fewer products than are counted, so that they may pass it. What the kernels\n"
-      "leave of a pass is the engine's. SECOND is the fastest of the other kernels that could run\n"
-      "the layer, with the converters that it would need there, against the chosen one measured\n"
-      "alone as well; `qrt tune` chooses for all layers together. --layer lists all of them, and\n"
-      "for the others of the layer's kind why they can't run it.");
+      "Each kernel is timed within passes, in the time that the processor worked. Its limit on\n"
+      "this machine is the longer of two times: its multiply-adds at the peak of its "
+      "instructions,\n"
+      "and its bytes at the bandwidth of the memory that they lie in, both measured at the\n"
+      "beginning. LIMIT names which: a set of instructions, or a cache or memory. Kernels by\n"
+      "minimal filtering compute with fewer products than are counted, so that they may pass it.\n"
+      "What the kernels leave of a pass is the engine's. SECOND is the fastest of the other "
+      "kernels\n"
+      "that could run the layer, with the converters that it would need there, against the chosen\n"
+      "one measured alone as well; `qrt tune` chooses for all layers together. --layer lists all "
+      "of\n"
+      "them, and for the others of the layer's kind why they can't run it.");
   command->callback([&options] { run_explain(options); });
 }
 
@@ -359,10 +350,7 @@ void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
       app.add_subcommand("check", "Check that a model fits and computes what it says");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
-  command->add_option("-i,--input", options.inputs, "Sizes such as 1x3x224x224, once per input")
-      ->take_all()
-      ->expected(1)
-      ->type_name("SIZES");
+  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
   command->add_option("-n,--network", options.network, "Network to check where there are several")
       ->type_name("ID");

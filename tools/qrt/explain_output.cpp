@@ -36,15 +36,6 @@ void add_times(std::vector<std::string>& cells, double ms, const Roofline& roofl
   }
 }
 
-/// "+12.5 %": how much longer a candidate takes than the chosen kernel; "~" marks estimates.
-std::string behind(const ExplainedCandidate& candidate, const ExplainedLayer& layer) {
-  const ExplainedCandidate* chosen = chosen_of(layer);
-  if (chosen == nullptr || chosen->whole_ms() <= 0) return "";
-  const double more = candidate.whole_ms() / chosen->whole_ms() - 1;
-  const bool is_measured = candidate.is_measured && chosen->is_measured;
-  return std::string(is_measured ? "" : "~") + (more < 0 ? "" : "+") + percent(more);
-}
-
 std::string layers_table(const Explanation& all, size_t width) {
   Table table({{"#", true},
                {"layer", false, true},
@@ -64,7 +55,7 @@ std::string layers_table(const Explanation& all, size_t width) {
     std::vector<std::string> cells{std::to_string(i), layer.id, layer.kernel, output};
     add_times(cells, layer.ms, layer.roofline, all);
     if (const ExplainedCandidate* second = second_of(layer)) {
-      cells.insert(cells.end(), {second->kernel, behind(*second, layer)});
+      cells.insert(cells.end(), {second->kernel, behind_chosen(*second, layer)});
     }
     table.add(std::move(cells));
     for (const ExplainedConverter& converter : layer.converters) {
@@ -140,7 +131,7 @@ std::string layer_text(const ExplainedLayer& layer, const Explanation& explanati
     candidates.add({candidate.kernel, word_of(candidate.set), reads,
                     (candidate.is_measured ? "" : "~") + decimal(candidate.ms, 4),
                     candidate.converters_ms > 0 ? decimal(candidate.converters_ms, 4) : "",
-                    candidate.is_chosen ? "chosen" : behind(candidate, layer),
+                    candidate.is_chosen ? "chosen" : behind_chosen(candidate, layer),
                     candidate.difference > 0 ? short_decimal(candidate.difference) : "0"});
   }
   text += "\n" + candidates.text(width);

@@ -8,6 +8,7 @@
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/utility/check_model.h"
+#include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/network_writer.h"
 #include "tests/toolkit/assign/small_networks.h"
@@ -15,6 +16,7 @@
 namespace marlo::toolkit::test {
 namespace {
 
+using marlo::test::documented_kernels;
 using marlo::test::ModelBuilder;
 using marlo::test::NetworkWriter;
 using marlo::test::plane_convolution;
@@ -28,19 +30,9 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
-const runtime::KernelRegistry& all_kernels() {
-  static const runtime::KernelRegistry kernels = [] {
-    runtime::KernelRegistry made;
-    runtime::InferenceParamRegistry params;
-    utility::init_register_operators(made, params);
-    return made;
-  }();
-  return kernels;
-}
-
 AssignedModel assigned(const runtime::QRTModel& model, const AssignOptions& options) {
   EstimatedCosts costs;
-  return assign_kernels(model, all_kernels(), costs, options);
+  return assign_kernels(model, documented_kernels(), costs, options);
 }
 
 /// Convolution, rectifier, and a second convolution beside a sum.
@@ -111,7 +103,7 @@ TEST(Assign, GoesOnFromAModelInBlocksAsWell) {
       .layer("y", {"c"}, rectifier(), kReLU)
       .output_converter("0", "LayoutTransform_MainMemory_C4HW4_Float_To_CHW_SSE_M1")
       .outputs({"y"});
-  if (all_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
+  if (documented_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
     GTEST_SKIP() << "this build has no SSE kernels";
   }
   const auto model = builder.build();
@@ -153,7 +145,7 @@ TEST(Assign, NothingWorksInPlaceWhereOthersNeedTheNumbers) {
            std::string::npos;
   };
   for (const char* const layer : {"c", "d", "y", "z"}) EXPECT_FALSE(works_in_place(layer)) << layer;
-  if (all_kernels().Create("ReLU_Inplace_SSE_Float_M1") != nullptr) {
+  if (documented_kernels().Create("ReLU_Inplace_SSE_Float_M1") != nullptr) {
     EXPECT_TRUE(works_in_place("w"));
   }
   expect_same(*model, made.model, planes(8, 16, 16));
@@ -173,8 +165,8 @@ TEST(Assign, ATensorIsConvertedOnceForAllItsReaders) {
   });
   const TensorShape shape = planes(8, 8, 8);
   const AssignedModel made =
-      assign_kernels(*model, all_kernels(), costs, options_for(shape, KernelSet::sse));
-  if (all_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
+      assign_kernels(*model, documented_kernels(), costs, options_for(shape, KernelSet::sse));
+  if (documented_kernels().Create("Conv2d_K3x3_S1x1_D1x1_G1_SSE_C4HW4_FLOAT_M1") == nullptr) {
     GTEST_SKIP() << "this build has no SSE kernels";
   }
   EXPECT_THAT(made.report.converters, ElementsAre(Pair("x#C4HW4", "x")));
@@ -194,8 +186,8 @@ TEST(Assign, NewIdsDifferFromThoseThatAreThere) {
     return work.info != nullptr && work.inputs[0].layout != LayoutType::C4HW4 ? 9.0 : 1.0;
   });
   const auto model = builder.build();
-  const AssignedModel made =
-      assign_kernels(*model, all_kernels(), costs, options_for(planes(8, 8, 8), KernelSet::sse));
+  const AssignedModel made = assign_kernels(*model, documented_kernels(), costs,
+                                            options_for(planes(8, 8, 8), KernelSet::sse));
   if (made.report.converters.empty()) GTEST_SKIP() << "this build has no SSE kernels";
   EXPECT_THAT(made.report.converters, ElementsAre(Pair("x#C4HW4#2", "x")));
 }
@@ -223,7 +215,8 @@ TEST(Assign, PaddedMaximaNeedRectifiedInputsForKernelsThatPadWithZeros) {
     const auto model = builder.outputs({"y"}).build();
     const AssignedModel made = assigned(*model, options_for(shape, KernelSet::sse));
     expect_same(*model, made.model, shape);
-    if (all_kernels().Create("Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1") == nullptr) continue;
+    if (documented_kernels().Create("Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1") == nullptr)
+      continue;
     EXPECT_EQ(made.report.layers.back().kernel, is_rectified
                                                     ? "Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1"
                                                     : "Pooling2D_Max_Fallback_Float_M1");
@@ -236,7 +229,7 @@ TEST(Assign, FastFunctionsAreTooFarFromThoseThatTheyReplace) {
   const auto model = builder.build();
   AssignOptions options = options_for(planes(8, 8, 8), KernelSet::sse);
   EXPECT_EQ(assigned(*model, options).report.layers.back().kernel, "Sigmoid_Fallback_Float_M1");
-  if (all_kernels().Create("Sigmoid_SSE_Float_M1") == nullptr) return;
+  if (documented_kernels().Create("Sigmoid_SSE_Float_M1") == nullptr) return;
   options.tolerance = 0.05;
   EXPECT_EQ(assigned(*model, options).report.layers.back().kernel, "Sigmoid_SSE_Float_M1");
 }
@@ -273,7 +266,7 @@ TEST(Assign, SaysWhichNetworkOrLayerIsWrong) {
   EstimatedCosts costs;
   const auto fault_of = [&](const AssignOptions& options) -> std::string {
     try {
-      assign_kernels(*model, all_kernels(), costs, options);
+      assign_kernels(*model, documented_kernels(), costs, options);
     } catch (const std::invalid_argument& fault) {
       return fault.what();
     }

@@ -16,21 +16,12 @@
 namespace marlo::toolkit::test {
 namespace {
 
+using marlo::test::documented_kernels;
 using marlo::test::ModelBuilder;
 using marlo::test::plane_convolution;
 using marlo::test::ramp;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-const runtime::KernelRegistry& all_kernels() {
-  static const runtime::KernelRegistry kernels = [] {
-    runtime::KernelRegistry made;
-    runtime::InferenceParamRegistry params;
-    utility::init_register_operators(made, params);
-    return made;
-  }();
-  return kernels;
-}
 
 MachineLimits made_up_machine() {
   MachineLimits machine;
@@ -91,7 +82,7 @@ class RecordedMeter final : public Meter {
 ExplainedLayer explained_convolution(ExplainOptions options, Meter& meter) {
   options.with_candidates = true;
   options.meter = &meter;
-  return explain_model(*small_model(), all_kernels(), options).layers.at(1);
+  return explain_model(*small_model(), documented_kernels(), options).layers.at(1);
 }
 
 const ExplainedRefusal* refusal_of(const ExplainedLayer& layer, const std::string& kernel) {
@@ -103,7 +94,8 @@ const ExplainedRefusal* refusal_of(const ExplainedLayer& layer, const std::strin
 
 TEST(Explain, EveryLayerAndConverterHasItsTimeAndItsWork) {
   const MachineLimits machine = made_up_machine();
-  const Explanation all = explain_model(*small_model(), all_kernels(), quick_options(machine));
+  const Explanation all =
+      explain_model(*small_model(), documented_kernels(), quick_options(machine));
   ASSERT_EQ(all.layers.size(), 4u);
   EXPECT_GE(all.passes, 3u);
   EXPECT_TRUE(all.layers[0].is_input);
@@ -132,7 +124,8 @@ TEST(Explain, EveryLayerAndConverterHasItsTimeAndItsWork) {
 
 TEST(Explain, TotalsAreTheSumsOfTheirParts) {
   const MachineLimits machine = made_up_machine();
-  const Explanation all = explain_model(*small_model(), all_kernels(), quick_options(machine));
+  const Explanation all =
+      explain_model(*small_model(), documented_kernels(), quick_options(machine));
   double kernels = 0;
   double converters = 0;
   for (const ExplainedLayer& layer : all.layers) {
@@ -163,7 +156,7 @@ TEST(Explain, TotalsAreTheSumsOfTheirParts) {
 TEST(Explain, ANetworkOfAnInputAloneIsExplainedToo) {
   const MachineLimits machine = made_up_machine();
   const auto model = ModelBuilder().input("x").outputs({"x"}).build();
-  const Explanation all = explain_model(*model, all_kernels(), quick_options(machine));
+  const Explanation all = explain_model(*model, documented_kernels(), quick_options(machine));
   ASSERT_EQ(all.layers.size(), 1u);
   EXPECT_TRUE(all.layers[0].is_input);
   EXPECT_EQ(all.limit_ms, 0);
@@ -177,7 +170,7 @@ TEST(Explain, LayersThatNobodyNeedsDoNothing) {
                          .conv2d("idle", "r", plane_convolution(8, 8, 1, ramp(64), ramp(8)))
                          .outputs({"r"})
                          .build();
-  const Explanation all = explain_model(*model, all_kernels(), quick_options(machine));
+  const Explanation all = explain_model(*model, documented_kernels(), quick_options(machine));
   EXPECT_EQ(all.layers[2].id, "idle");
   EXPECT_EQ(all.layers[2].ms, 0);
   EXPECT_EQ(all.layers[2].roofline.limit_ms, 0);
@@ -220,7 +213,8 @@ TEST(Explain, ConvertersAreCountedFromWhatIsHandedOn) {
   ExplainOptions options = quick_options(machine);
   options.with_candidates = true;
   options.meter = &meter;
-  const ExplainedLayer r = explain_model(*small_model(), all_kernels(), options).layers.at(2);
+  const ExplainedLayer r =
+      explain_model(*small_model(), documented_kernels(), options).layers.at(2);
   // It gets blocks of 8 channels and gives planes, by one converter before or behind it.
   ASSERT_NE(chosen_of(r), nullptr);
   EXPECT_EQ(chosen_of(r)->kernel, r.kernel);
@@ -246,7 +240,7 @@ TEST(Explain, TheChosenKernelIsThereThoughItsConverterMayNotBeChosen) {
           .output_converter("0", "LayoutTransform_MainMemory_CHW_Float_To_C8HW8_SSE_M1")
           .outputs({"c"})
           .build();
-  const ExplainedLayer conv = explain_model(*model, all_kernels(), options).layers.at(1);
+  const ExplainedLayer conv = explain_model(*model, documented_kernels(), options).layers.at(1);
   ASSERT_NE(chosen_of(conv), nullptr);
   EXPECT_EQ(chosen_of(conv)->kernel, conv.kernel);
   // Its converter can't be measured here, but it has run within passes.
@@ -267,7 +261,7 @@ TEST(Explain, PassesThatCantBeFollowedHaveTheirTimesAllTheSame) {
                          .conv2d("idle", "r", plane_convolution(16, 8, 1, ramp(128), ramp(8)))
                          .outputs({"r"})
                          .build();
-  const Explanation all = explain_model(*model, all_kernels(), options);
+  const Explanation all = explain_model(*model, documented_kernels(), options);
   EXPECT_EQ(all.layers.size(), 3u);
   EXPECT_GT(all.pass_ms, 0);
   EXPECT_FALSE(all.is_complete);
@@ -282,7 +276,7 @@ TEST(Explain, AConverterThatRefusedItsPlaceIsAFailureOfThePass) {
                          .input_converter("0", "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1")
                          .outputs({"r"})
                          .build();
-  EXPECT_THROW(explain_model(*model, all_kernels(), quick_options(machine)), utility::Error);
+  EXPECT_THROW(explain_model(*model, documented_kernels(), quick_options(machine)), utility::Error);
 }
 
 #if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
@@ -394,7 +388,7 @@ TEST(Explain, SaysWhatIsMissing) {
   const MachineLimits machine = made_up_machine();
   const auto fault = [&](const runtime::QRTModel& model, const ExplainOptions& options) {
     try {
-      explain_model(model, all_kernels(), options);
+      explain_model(model, documented_kernels(), options);
     } catch (const std::invalid_argument& failure) {
       return std::string(failure.what());
     }
@@ -417,12 +411,12 @@ TEST(Explain, EndsWhenItIsTold) {
   const MachineLimits machine = made_up_machine();
   ExplainOptions options = quick_options(machine);
   options.go_on = [](const ExplainProgress& now) { return now.steps < 1; };
-  const Explanation nothing = explain_model(*small_model(), all_kernels(), options);
+  const Explanation nothing = explain_model(*small_model(), documented_kernels(), options);
   EXPECT_TRUE(nothing.layers.empty());
   EXPECT_FALSE(nothing.is_complete);
   options.with_candidates = true;
   options.go_on = [](const ExplainProgress& now) { return now.steps < 2; };
-  const Explanation passes = explain_model(*small_model(), all_kernels(), options);
+  const Explanation passes = explain_model(*small_model(), documented_kernels(), options);
   EXPECT_EQ(passes.layers.size(), 4u);
   EXPECT_TRUE(passes.layers.at(1).candidates.empty());
   EXPECT_FALSE(passes.is_complete);
@@ -435,7 +429,7 @@ TEST(Explain, EndsBetweenPasses) {
   options.most_passes = size_t{1} << 30;
   size_t asked = 0;
   options.go_on = [&](const ExplainProgress& now) { return now.steps < 1 || ++asked < 3; };
-  const Explanation all = explain_model(*small_model(), all_kernels(), options);
+  const Explanation all = explain_model(*small_model(), documented_kernels(), options);
   EXPECT_EQ(all.passes, 0u);
   EXPECT_TRUE(all.layers.empty());
   EXPECT_FALSE(all.is_complete);
@@ -456,7 +450,7 @@ TEST(Explain, ProgressEndsWithTheLastStep) {
       of_steps = now.of_steps;
       return true;
     };
-    EXPECT_TRUE(explain_model(*small_model(), all_kernels(), options).is_complete);
+    EXPECT_TRUE(explain_model(*small_model(), documented_kernels(), options).is_complete);
     EXPECT_TRUE(std::is_sorted(steps.begin(), steps.end()));
     EXPECT_EQ(steps.back(), of_steps);
     EXPECT_EQ(of_steps, with_candidates ? 6u : 2u);

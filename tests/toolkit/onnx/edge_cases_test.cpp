@@ -7,6 +7,7 @@
 #include "qrt_toolkit/errors.h"
 #include "qrt_toolkit/explain/explain.h"
 #include "qrt_toolkit/tune/tune.h"
+#include "tests/support/kernels.h"
 
 // Numbers that are none or infinite, places that aren't there, types that wrap, and sizes beyond all
 // bounds: what is imported agrees, and what isn't is refused in words.
@@ -182,17 +183,6 @@ TEST(EdgeCases, ConstantsThatAddAxesMakeNoGelu) {
                    13, {{"x", {3}}});
 }
 
-const runtime::KernelRegistry& all_kernels() {
-  static const runtime::KernelRegistry kernels = [] {
-    runtime::KernelRegistry made;
-    runtime::InferenceParamRegistry params;
-    utility::init_register_operators(made, params);
-    utility::init_register_extension_operators(made, params);
-    return made;
-  }();
-  return kernels;
-}
-
 TEST(EdgeCases, NumbersOfWordsAreMeasured) {
   ImportedModel model = imported(R"(g (int64[1,6] i) => (float[1,6,3] y)
       <float[2,3] t = {1, 2, 3, 4, 5, 6}, int64[2] turned = {6, 1}> {
@@ -223,7 +213,7 @@ TEST(EdgeCases, NumbersOfWordsAreMeasured) {
   tune_options.assign.inputs["i"] = shape;
   tune_options.assign.set = KernelSet::portable;
   tune_options.budget = 1;
-  EXPECT_EQ(tune_model(model.model, all_kernels(), tune_options).report.difference, 0);
+  EXPECT_EQ(tune_model(model.model, marlo::test::all_kernels(), tune_options).report.difference, 0);
 
   MachineLimits machine;
   machine.gigaflops.fill(1e6);
@@ -234,7 +224,8 @@ TEST(EdgeCases, NumbersOfWordsAreMeasured) {
   explain_options.passes_ms = 1;
   explain_options.least_passes = 3;
   explain_options.machine = &machine;
-  EXPECT_FALSE(explain_model(model.model, all_kernels(), explain_options).layers.empty());
+  EXPECT_FALSE(
+      explain_model(model.model, marlo::test::all_kernels(), explain_options).layers.empty());
 }
 
 }  // namespace

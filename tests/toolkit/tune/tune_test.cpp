@@ -9,12 +9,14 @@
 
 #include "qrt_core/qrt_core.h"
 #include "qrt_toolkit/tune/wisdom.h"
+#include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/temporary_folder.h"
 
 namespace marlo::toolkit::test {
 namespace {
 
+using marlo::test::documented_kernels;
 using marlo::test::ModelBuilder;
 using marlo::test::plane_convolution;
 using marlo::test::ramp;
@@ -24,16 +26,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using ::testing::StartsWith;
-
-const runtime::KernelRegistry& all_kernels() {
-  static const runtime::KernelRegistry kernels = [] {
-    runtime::KernelRegistry made;
-    runtime::InferenceParamRegistry params;
-    utility::init_register_operators(made, params);
-    return made;
-  }();
-  return kernels;
-}
 
 /// Times that were recorded: always the same, and faster the larger the blocks are.
 class RecordedMeter final : public Meter {
@@ -104,7 +96,7 @@ TEST(Tune, RecordedTimesGiveTheSameBytesEveryTime) {
   std::vector<std::string> results;
   for (int run = 0; run < 2; ++run) {
     RecordedMeter meter;
-    TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+    TunedModel tuned = tune_model(*model, documented_kernels(), options_with(meter));
     EXPECT_EQ(tuned.report.chosen, "measured");
     EXPECT_TRUE(tuned.report.is_complete);
     EXPECT_LT(tuned.report.difference, 1e-5);
@@ -157,12 +149,14 @@ class PassMeter final : public Meter {
 TEST(Tune, CloseKernelsAreExchangedWherePassesGetFaster) {
   // Both rectifiers take equally long alone, and the one in place is chosen first.
   const std::string other = "ReLU_SSE_Float_M1";
-  if (all_kernels().Create(other) == nullptr) GTEST_SKIP() << "this build has no SSE kernels";
+  if (documented_kernels().Create(other) == nullptr)
+    GTEST_SKIP() << "this build has no SSE kernels";
   const auto kernel_in = [](const TunedModel& tuned) {
     return tuned.model.config_arr->cfgs.at("net")->cpu_sse->layer_cfgs.at("r")->kernel->kernel_type;
   };
   PassMeter faster(other, 1);
-  const TunedModel exchanged = tune_model(*small_model(), all_kernels(), options_with(faster));
+  const TunedModel exchanged =
+      tune_model(*small_model(), documented_kernels(), options_with(faster));
   EXPECT_EQ(kernel_in(exchanged), other);
   EXPECT_EQ(exchanged.report.changes_kept, 1u);
   EXPECT_DOUBLE_EQ(exchanged.report.after, 7);
@@ -171,7 +165,7 @@ TEST(Tune, CloseKernelsAreExchangedWherePassesGetFaster) {
   EXPECT_DOUBLE_EQ(exchanged.report.ran.back().milliseconds, 7);
   EXPECT_LT(exchanged.report.difference, 1e-5);
   PassMeter hardly(other, 0.01);
-  const TunedModel kept = tune_model(*small_model(), all_kernels(), options_with(hardly));
+  const TunedModel kept = tune_model(*small_model(), documented_kernels(), options_with(hardly));
   EXPECT_NE(kernel_in(kept), other);
   EXPECT_GT(kept.report.changes_tried, 0u);
   EXPECT_EQ(kept.report.changes_kept, 0u);
@@ -180,11 +174,12 @@ TEST(Tune, CloseKernelsAreExchangedWherePassesGetFaster) {
 
 TEST(Tune, WhatTheLastPassesSayHolds) {
   const std::string other = "ReLU_SSE_Float_M1";
-  if (all_kernels().Create(other) == nullptr) GTEST_SKIP() << "this build has no SSE kernels";
+  if (documented_kernels().Create(other) == nullptr)
+    GTEST_SKIP() << "this build has no SSE kernels";
   PassMeter meter(other, 1);
   meter.later_given_pass = 6;
   const auto model = small_model();
-  const TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+  const TunedModel tuned = tune_model(*model, documented_kernels(), options_with(meter));
   EXPECT_EQ(tuned.report.changes_kept, 0u);
   EXPECT_GT(tuned.report.changes_tried, 0u);
   EXPECT_EQ(tuned.report.chosen, "given");
@@ -194,7 +189,7 @@ TEST(Tune, WhatTheLastPassesSayHolds) {
   PassMeter worse(other, 1);
   worse.later_given_pass = 8.5;
   worse.last_gain = -1;
-  const TunedModel unchanged = tune_model(*model, all_kernels(), options_with(worse));
+  const TunedModel unchanged = tune_model(*model, documented_kernels(), options_with(worse));
   EXPECT_EQ(unchanged.report.chosen, "measured");
   EXPECT_DOUBLE_EQ(unchanged.report.before, 8.5);
   EXPECT_DOUBLE_EQ(unchanged.report.after, 8);
@@ -207,7 +202,7 @@ TEST(Tune, WhatTheLastPassesSayHolds) {
 
 TEST(Tune, EachWorkIsTimedOnce) {
   RecordedMeter meter;
-  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options_with(meter));
+  const TunedModel tuned = tune_model(*small_model(), documented_kernels(), options_with(meter));
   // Both convolutions are alike.
   const std::string portable = "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
   EXPECT_LE(std::count(meter.asked.begin(), meter.asked.end(), portable), 1);
@@ -218,7 +213,7 @@ TEST(Tune, TheGivenModelComesBackWhereNothingIsFaster) {
   const auto model = small_model();
   RecordedMeter meter;
   meter.given_pass = 1;
-  const TunedModel tuned = tune_model(*model, all_kernels(), options_with(meter));
+  const TunedModel tuned = tune_model(*model, documented_kernels(), options_with(meter));
   EXPECT_EQ(tuned.report.chosen, "given");
   EXPECT_DOUBLE_EQ(tuned.report.after, 1);
   EXPECT_EQ(tuned.model.model_arr->infos.at("net"), model->model_arr->infos.at("net"));
@@ -230,7 +225,7 @@ TEST(Tune, TheConfigurationSaysWhatItWasMadeFor) {
   const auto model = small_model();
   RecordedMeter meter;
   TuneOptions options = options_with(meter);
-  const TunedModel once = tune_model(*model, all_kernels(), options);
+  const TunedModel once = tune_model(*model, documented_kernels(), options);
   EXPECT_THAT(summary_of(once.model), StartsWith("a text of the owner's\n{\"qrt_tuned\":1,"));
   EXPECT_EQ(tuned_processor(summary_of(once.model)), "a processor");
   EXPECT_THAT(summary_of(once.model), HasSubstr("\"x\":\"FLOAT32 CHW [8, 12, 12]\""));
@@ -244,7 +239,7 @@ TEST(Tune, TheConfigurationSaysWhatItWasMadeFor) {
   EXPECT_THAT(tuned->inputs, ElementsAre(Pair("x", "FLOAT32 CHW [8, 12, 12]")));
   EXPECT_FALSE(tuned_for("a text of the owner's"));
   options.processor = "another";
-  const TunedModel twice = tune_model(once.model, all_kernels(), options);
+  const TunedModel twice = tune_model(once.model, documented_kernels(), options);
   EXPECT_EQ(tuned_processor(summary_of(twice.model)), "another");
   EXPECT_EQ(summary_of(twice.model).find("a processor"), std::string::npos);
   EXPECT_EQ(tuned_processor("no such line"), "");
@@ -255,7 +250,7 @@ TEST(Tune, WithoutTimeLeftTheEstimateIsWhatThereIs) {
   RecordedMeter meter;
   TuneOptions options = options_with(meter);
   options.go_on = [](const TuneProgress&) { return false; };
-  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options);
+  const TunedModel tuned = tune_model(*small_model(), documented_kernels(), options);
   EXPECT_FALSE(tuned.report.is_complete);
   EXPECT_THAT(meter.asked, IsEmpty());
   EXPECT_LT(tuned.report.difference, 1e-5);
@@ -270,7 +265,7 @@ TEST(Tune, ProgressNamesTheLayers) {
     layers.push_back(now.layers);
     return true;
   };
-  tune_model(*small_model(), all_kernels(), options);
+  tune_model(*small_model(), documented_kernels(), options);
   ASSERT_FALSE(layers.empty());
   EXPECT_TRUE(std::is_sorted(layers.begin(), layers.end()));
 }
@@ -281,7 +276,7 @@ TEST(Tune, TheClockFindsSomethingThatIsNoSlower) {
   options.assign.inputs["x"] =
       runtime::TensorShape({8, 12, 12}, runtime::DataType::FLOAT32, runtime::LayoutType::CHW);
   options.budget = 2;
-  const TunedModel tuned = tune_model(*small_model(), all_kernels(), options);
+  const TunedModel tuned = tune_model(*small_model(), documented_kernels(), options);
   EXPECT_LE(tuned.report.after, tuned.report.before);
   EXPECT_GT(tuned.report.after, 0);
   EXPECT_LT(tuned.report.difference, 1e-5);
@@ -292,18 +287,18 @@ TEST(Tune, ASecondRunRemembersTheFirst) {
   RecordedMeter first;
   TuneOptions options = options_with(first);
   options.wisdom = folder.file("cache/wisdom.json");
-  TunedModel before = tune_model(*small_model(), all_kernels(), options);
+  TunedModel before = tune_model(*small_model(), documented_kernels(), options);
   EXPECT_GT(before.report.measured, 0u);
   RecordedMeter second;
   options.meter = &second;
-  TunedModel after = tune_model(*small_model(), all_kernels(), options);
+  TunedModel after = tune_model(*small_model(), documented_kernels(), options);
   EXPECT_THAT(second.asked, IsEmpty());
   EXPECT_EQ(after.report.remembered, before.report.measured);
   EXPECT_EQ(bytes_of(after.model), bytes_of(before.model));
   RecordedMeter elsewhere;
   options.meter = &elsewhere;
   options.processor = "another";
-  tune_model(*small_model(), all_kernels(), options);
+  tune_model(*small_model(), documented_kernels(), options);
   EXPECT_EQ(elsewhere.asked, first.asked);
 }
 
