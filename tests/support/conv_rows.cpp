@@ -2,12 +2,12 @@
 
 #include <type_traits>
 
-#include "qrt_core/kernel/conv/depthwise_convolution.h"
-#include "qrt_core/kernel/conv/direct_convolution.h"
-#include "qrt_core/kernel/conv/general_convolution.h"
-#include "qrt_core/kernel/conv/point_convolution.h"
-#include "qrt_core/kernel/conv/strassen.h"
-#include "qrt_core/kernel/conv/winograd.h"
+#include "qrt_core/kernel/conv/depthwise/depthwise_convolution.h"
+#include "qrt_core/kernel/conv/general/general_convolution.h"
+#include "qrt_core/kernel/conv/points/point_convolution.h"
+#include "qrt_core/kernel/conv/points/strassen.h"
+#include "qrt_core/kernel/conv/windows/direct_convolution.h"
+#include "qrt_core/kernel/conv/winograd/winograd.h"
 #include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/conv_setup.h"
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "qrt_core/kernel/conv/conv_geometry.h"
+#include "qrt_core/kernel/conv/steps/conv_geometry.h"
 #include "tests/support/conv_case.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/numbers.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "qrt_core/kernel/conv/reference_convolution.h"
+#include "qrt_core/kernel/conv/reference/reference_convolution.h"
 #include "tests/support/conv_case.h"
 
 namespace marlo::test {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "qrt_core/kernel/conv/weights.h"
+#include "qrt_core/kernel/conv/steps/weights.h"
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/conv_info.h"

@@ -1,4 +1,4 @@
-#include "qrt_core/kernel/conv/weights.h"
+#include "qrt_core/kernel/conv/steps/weights.h"
 #include "qrt_core/kernel/recurrent/recurrent.h"
 #include "qrt_core/kernel/recurrent/recurrent_checks_internal.h"
 #include "qrt_core/utility/log.h"

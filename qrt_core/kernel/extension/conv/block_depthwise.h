@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/conv/depthwise_convolution.h"
+#include "qrt_core/kernel/conv/depthwise/depthwise_convolution.h"
 #include "qrt_core/kernel/extension/conv/block_depthwise_cores.h"
 
 // Depthwise convolutions in C8HW8 for FMA and AVX-512 that end with an epilogue.

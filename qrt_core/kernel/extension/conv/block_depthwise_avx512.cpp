@@ -2,7 +2,7 @@
 #error "this file holds AVX-512 code and must be compiled with -mavx512f"
 #endif
 
-#include "qrt_core/kernel/conv/depthwise_internal.h"
+#include "qrt_core/kernel/conv/depthwise/depthwise_internal.h"
 #include "qrt_core/kernel/extension/conv/block_depthwise_cores.h"
 #include "qrt_core/kernel/extension/conv/epilogue_internal.h"
 

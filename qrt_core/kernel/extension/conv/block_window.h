@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/conv/convolution.h"
+#include "qrt_core/kernel/conv/steps/convolution.h"
 #include "qrt_core/kernel/extension/conv/block_window_cores.h"
 
 // Convolutions in C8HW8 for FMA and AVX-512 that read the picture itself, start from the bias and end

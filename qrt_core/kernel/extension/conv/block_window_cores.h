@@ -1,6 +1,6 @@
 #pragma once
 
-#include "qrt_core/kernel/conv/conv_params.h"
+#include "qrt_core/kernel/conv/steps/conv_params.h"
 
 namespace marlo::kernel::conv {
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "qrt_core/kernel/conv/conv_params.h"
+#include "qrt_core/kernel/conv/steps/conv_params.h"
 
 namespace marlo::kernel::conv {
 
