@@ -35,7 +35,19 @@ struct Problem {
   std::vector<ChoiceLayer> graph;
 };
 
+/// A network on inputs of one size.
+struct SizedNetwork {
+  std::vector<ReferenceLayer> layers;
+  double weight = 1;  ///< what its costs are multiplied with
+};
+
 /// Collects candidates and their costs.
 Problem make_problem(std::vector<ReferenceLayer> layers, CandidateFinder& finder, Costs& costs);
+
+/// The same for one network on inputs of several sizes: what runs on all of them, at the sum of the
+/// weighted costs. Layers, forms and candidates of the result are those of the first size.
+/// @param sizes at least one
+/// @throws std::invalid_argument where a layer's own kernel stands in other layouts on other sizes
+Problem make_problem(std::vector<SizedNetwork> sizes, CandidateFinder& finder, Costs& costs);
 
 }  // namespace marlo::toolkit

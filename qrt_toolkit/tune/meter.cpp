@@ -46,12 +46,17 @@ struct Sampling {
 /// Runs rivals in turn. A rival takes one sample a call, and infinity where it fails.
 std::vector<double> medians_of(const std::vector<std::function<double()>>& rivals,
                                const Sampling& sampling) {
+  constexpr size_t kFewest = 2;
+  constexpr double kPatience = 3;
   std::vector<std::vector<double>> samples(rivals.size());
   std::vector<double> fastest(rivals.size(), kNever);
   for (const auto& rival : rivals) rival();  // warms up caches and pools
   const Clock::time_point start = Clock::now();
   for (size_t round = 0; round < sampling.most; ++round) {
-    if (round >= sampling.least && milliseconds_since(start) > sampling.longest) break;
+    const double spent = milliseconds_since(start);
+    if (round >= sampling.least && spent > sampling.longest) break;
+    // Works of seconds are steady enough.
+    if (round >= kFewest && spent > kPatience * sampling.longest) break;
     const double best = *std::min_element(fastest.begin(), fastest.end());
     const double bound = best * (round < sampling.least ? sampling.far : sampling.close);
     for (size_t i = 0; i < rivals.size(); ++i) {

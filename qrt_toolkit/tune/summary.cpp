@@ -26,9 +26,30 @@ std::string library_version() {
   return "qrt_core " + std::to_string(major) + "." + std::to_string(minor);
 }
 
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void write_shapes(Writer& json, const std::map<std::string, runtime::TensorShape>& shapes) {
+  json.StartObject();
+  for (const auto& [id, shape] : shapes) {
+    json.Key(id.c_str());
+    json.String(runtime::ShapeText(shape).c_str());
+  }
+  json.EndObject();
+}
+
+/// What `write_shapes` wrote; nothing of what is no text.
+std::map<std::string, std::string> read_shapes(const rapidjson::Value& object) {
+  std::map<std::string, std::string> shapes;
+  if (!object.IsObject()) return shapes;
+  for (const auto& input : object.GetObject()) {
+    if (input.value.IsString()) shapes[input.name.GetString()] = input.value.GetString();
+  }
+  return shapes;
+}
+
 std::string mark_of(const TuneOptions& options) {
   rapidjson::StringBuffer text;
-  rapidjson::Writer<rapidjson::StringBuffer> json(text);
+  Writer json(text);
   json.StartObject();
   json.Key("qrt_tuned");
   json.Uint(1);
@@ -41,12 +62,13 @@ std::string mark_of(const TuneOptions& options) {
   json.Key("library");
   json.String(library_version().c_str());
   json.Key("inputs");
-  json.StartObject();
-  for (const auto& [id, shape] : options.assign.inputs) {
-    json.Key(id.c_str());
-    json.String(runtime::ShapeText(shape).c_str());
+  write_shapes(json, options.assign.inputs);
+  if (!options.further.empty()) {
+    json.Key("further_inputs");
+    json.StartArray();
+    for (const TuneSize& size : options.further) write_shapes(json, size.inputs);
+    json.EndArray();
   }
-  json.EndObject();
   if (!options.date.empty()) {
     json.Key("date");
     json.String(options.date.c_str());
@@ -113,9 +135,11 @@ std::optional<TunedFor> tuned_for(const std::string& summary) {
     tuned.date = text_of(document, "date");
     const rapidjson::Value& mark = document;
     const auto inputs = mark.FindMember("inputs");
-    if (inputs != mark.MemberEnd() && inputs->value.IsObject()) {
-      for (const auto& input : inputs->value.GetObject()) {
-        if (input.value.IsString()) tuned.inputs[input.name.GetString()] = input.value.GetString();
+    if (inputs != mark.MemberEnd()) tuned.inputs = read_shapes(inputs->value);
+    const auto further = mark.FindMember("further_inputs");
+    if (further != mark.MemberEnd() && further->value.IsArray()) {
+      for (const auto& shapes : further->value.GetArray()) {
+        tuned.further.push_back(read_shapes(shapes));
       }
     }
     return tuned;

@@ -1,9 +1,11 @@
 #include "qrt_toolkit/tune/tune.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "qrt_core/runtime/engine/net.h"
@@ -81,6 +83,24 @@ std::vector<ChoiceLayer> with_dear_converters(std::vector<ChoiceLayer> graph) {
   return graph;
 }
 
+/// All sizes of the inputs, the first one included.
+std::vector<TuneSize> sizes_of(const TuneOptions& options) {
+  std::vector<TuneSize> sizes{{options.assign.inputs, options.weight}};
+  sizes.insert(sizes.end(), options.further.begin(), options.further.end());
+  for (const TuneSize& size : sizes) {
+    if (!(size.weight > 0) || !std::isfinite(size.weight)) {
+      throw std::invalid_argument("the weight of a size has to be above 0");
+    }
+  }
+  return sizes;
+}
+
+/// Milliseconds of a pass of several models.
+struct PassTimes {
+  std::vector<double> total;                  ///< by model: the weighted sum
+  std::vector<std::vector<double>> per_size;  ///< by size, then by model
+};
+
 /// A run of tuning.
 class Tuner {
  public:
@@ -89,12 +109,14 @@ class Tuner {
       : model_(model),
         kernels_(kernels),
         options_(options),
+        sizes_(sizes_of(options)),
         id_(network_id(model, options.assign.network)),
         clock_(kernels),
         meter_(options.meter != nullptr ? *options.meter : clock_),
         wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
         budget_(options.budget, [this] { return goes_on(); }) {
-    progress_.of_layers = network_of(model, id_).squential_ids.size();
+    progress_.of_layers = sizes_.size() * network_of(model, id_).squential_ids.size();
+    for (const TuneSize& size : sizes_) tuned_.report.sizes.push_back({size});
   }
 
   TunedModel run() {
@@ -102,18 +124,21 @@ class Tuner {
     TuneReport& report = tuned_.report;
     std::vector<const runtime::QRTModel*> models{&model_};
     for (const Contestant& contestant : contestants) models.push_back(&contestant.assigned.model);
-    const auto times = meter_.time_passes(models, id_, options_.assign.inputs);
-    report.ran.push_back({"given", times[0]});
+    const PassTimes times = time_passes(models);
+    report.ran.push_back({"given", times.total[0]});
     size_t best = 0;
     for (size_t i = 0; i < contestants.size(); ++i) {
-      report.ran.push_back({contestants[i].name, times[i + 1]});
-      if (times[i + 1] < times[best]) best = i + 1;
+      report.ran.push_back({contestants[i].name, times.total[i + 1]});
+      if (times.total[i + 1] < times.total[best]) best = i + 1;
     }
-    report.before = times[0];
-    report.after = times[best];
-    report.chosen = report.ran[best].name;
+    state(times, best, report.ran[best].name);
     tuned_.model = model_;
-    if (best != 0) take(std::move(contestants[best - 1]));
+    // Where the given model is as fast as any, changes may still make another one faster.
+    constexpr double kAlike = 1.03;
+    const auto other = std::min_element(times.total.begin() + 1, times.total.end());
+    if (other != times.total.end() && *other <= kAlike * times.total[0]) {
+      take(std::move(contestants[static_cast<size_t>(other - times.total.begin()) - 1]));
+    }
     mark();
     report.is_complete = !budget_.is_over();
     report.seconds = budget_.spent();
@@ -135,7 +160,8 @@ class Tuner {
     TuneReport& report = tuned_.report;
     AssignedModel unchanged = best.assigned;
     change(best);
-    if (report.changes_kept != 0 && !keep_changes(unchanged.model, best.assigned.model)) {
+    if (report.changes_kept != 0 &&
+        !keep_changes(best.name, unchanged.model, best.assigned.model)) {
       report.changes_kept = 0;
       best.assigned = std::move(unchanged);
     }
@@ -147,16 +173,15 @@ class Tuner {
 
   /// Compares the given model with that before the changes and that behind them, in passes that take
   /// turns, and names the fastest. @return whether it is the changed one
-  bool keep_changes(const runtime::QRTModel& before, const runtime::QRTModel& after) {
+  bool keep_changes(const std::string& name, const runtime::QRTModel& before,
+                    const runtime::QRTModel& after) {
     TuneReport& report = tuned_.report;
-    const auto times = meter_.time_passes({&model_, &before, &after}, id_, options_.assign.inputs);
-    report.ran.push_back({"exchanged", times[2]});
-    const std::string names[] = {report.ran[0].name, report.chosen, report.ran.back().name};
-    const auto fastest = std::min_element(times.rbegin(), times.rend());
-    const auto place = static_cast<size_t>(times.rend() - fastest) - 1;
-    report.before = times[0];
-    report.after = *fastest;
-    report.chosen = names[place];
+    const PassTimes times = time_passes({&model_, &before, &after});
+    report.ran.push_back({"exchanged", times.total[2]});
+    const std::string names[] = {report.ran[0].name, name, report.ran.back().name};
+    const auto fastest = std::min_element(times.total.rbegin(), times.total.rend());
+    const auto place = static_cast<size_t>(times.total.rend() - fastest) - 1;
+    state(times, place, names[place]);
     return place == 2;
   }
 
@@ -171,7 +196,7 @@ class Tuner {
       ++tuned_.report.changes_tried;
       Assignment next = changed(problem_, best.assignment, step);
       AssignedModel assigned = apply_assignment(model_, id_, problem_, next);
-      const auto times = passes_of(best.assigned.model, assigned.model);
+      const auto times = time_passes({&best.assigned.model, &assigned.model}).total;
       if (!(times[1] < kFaster * times[0])) continue;
       ++tuned_.report.changes_kept;
       best.assignment = std::move(next);
@@ -179,23 +204,52 @@ class Tuner {
     }
   }
 
-  std::vector<double> passes_of(const runtime::QRTModel& one, const runtime::QRTModel& other) {
-    return meter_.time_passes({&one, &other}, id_, options_.assign.inputs);
+  PassTimes time_passes(const std::vector<const runtime::QRTModel*>& models) {
+    PassTimes times;
+    times.total.resize(models.size());
+    for (const TuneSize& size : sizes_) {
+      times.per_size.push_back(meter_.time_passes(models, id_, size.inputs));
+      for (size_t i = 0; i < models.size(); ++i) {
+        times.total[i] += size.weight * times.per_size.back()[i];
+      }
+    }
+    return times;
+  }
+
+  /// Says which of several models is chosen. The given one is the first.
+  void state(const PassTimes& times, size_t chosen, const std::string& name) {
+    TuneReport& report = tuned_.report;
+    report.before = times.total[0];
+    report.after = times.total[chosen];
+    report.chosen = name;
+    for (size_t s = 0; s < sizes_.size(); ++s) {
+      report.sizes[s].before = times.per_size[s][0];
+      report.sizes[s].after = times.per_size[s][chosen];
+    }
+  }
+
+  std::vector<SizedNetwork> references(Workshop& workshop) const {
+    std::vector<SizedNetwork> sized;
+    for (const TuneSize& size : sizes_) {
+      sized.push_back(
+          {walk_reference(network_of(model_, id_), config_of(model_, id_), size.inputs, workshop),
+           size.weight});
+    }
+    return sized;
   }
 
   std::vector<Contestant> assignments() {
     Workshop workshop(kernels_);
     CandidateFinder finder(workshop, {options_.assign.set, options_.assign.tolerance});
     tuned_.report.excluded = finder.excluded();
-    const std::vector<ReferenceLayer> layers = walk_reference(
-        network_of(model_, id_), config_of(model_, id_), options_.assign.inputs, workshop);
+    const std::vector<SizedNetwork> networks = references(workshop);
     MeasuredCosts measured(meter_, wisdom_,
                            {[this] { return budget_.lasts(); }, [this] { ++progress_.layers; }});
-    problem_ = make_problem(layers, finder, measured);
+    problem_ = make_problem(networks, finder, measured);
     tuned_.report.measured = measured.measured();
     tuned_.report.remembered = measured.remembered();
     EstimatedCosts estimated;
-    const Problem guess = make_problem(layers, finder, estimated);
+    const Problem guess = make_problem(networks, finder, estimated);
     std::vector<Contestant> contestants;
     std::set<std::vector<size_t>> seen;
     const auto add = [&](const std::string& name, const std::vector<ChoiceLayer>& graph) {
@@ -211,9 +265,12 @@ class Tuner {
   }
 
   void compare_outputs() {
-    tuned_.report.difference =
-        largest_difference(outputs_of(model_, id_, options_.assign.inputs, kernels_),
-                           outputs_of(tuned_.model, id_, options_.assign.inputs, kernels_));
+    for (TunedSize& size : tuned_.report.sizes) {
+      size.difference =
+          largest_difference(outputs_of(model_, id_, size.size.inputs, kernels_),
+                             outputs_of(tuned_.model, id_, size.size.inputs, kernels_));
+      tuned_.report.difference = std::max(tuned_.report.difference, size.difference);
+    }
   }
 
   /// Says in the configuration what it was made for. The given model's own stays as it is.
@@ -229,6 +286,7 @@ class Tuner {
   const runtime::QRTModel& model_;
   const runtime::KernelRegistry& kernels_;
   const TuneOptions& options_;
+  const std::vector<TuneSize> sizes_;
   const std::string id_;
   ClockMeter clock_;
   Meter& meter_;

@@ -25,9 +25,19 @@ struct TuneProgress {
   size_t of_layers = 0;  ///< that there are
 };
 
+/// Sizes of a network's inputs, and how much a pass on them counts. Plain data.
+struct TuneSize {
+  std::map<std::string, runtime::TensorShape> inputs;  ///< shapes by layer id
+  double weight = 1;  ///< what its milliseconds are multiplied with
+};
+
 /// What may be chosen, and by what. Plain data.
 struct TuneOptions {
-  AssignOptions assign;    ///< kernels, tolerance, input shapes and the network
+  AssignOptions assign;  ///< kernels, tolerance, input shapes and the network
+  double weight = 1;     ///< of a pass on these shapes
+  /// Further sizes of the inputs: what is made as small as can be is the weighted sum of passes on
+  /// all sizes.
+  std::vector<TuneSize> further;
   double budget = 120;     ///< seconds, after which nothing more is measured
   std::string wisdom;      ///< file of earlier measurements; empty for none
   std::string processor;   ///< what the measurements and the model are for; see `processor_name`
@@ -42,7 +52,15 @@ struct TunedConfiguration {
   /// "given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with
   /// kernels exchanged for others that are close.
   std::string name;
-  double milliseconds = 0;  ///< of a pass
+  double milliseconds = 0;  ///< of a pass; of several sizes: the weighted sum
+};
+
+/// What tuning did to passes on one size. Plain data.
+struct TunedSize {
+  TuneSize size;
+  double before = 0;      ///< milliseconds of a pass of the given model
+  double after = 0;       ///< of the chosen one
+  double difference = 0;  ///< of the outputs, over the largest number of each
 };
 
 /// What became of a network. Plain data.
@@ -50,17 +68,18 @@ struct TuneReport {
   AssignReport assigned;                ///< of the configuration that was chosen
   std::vector<TunedConfiguration> ran;  ///< the given one first
   std::string chosen;                   ///< the name of one of them
-  double before = 0;                  ///< milliseconds of a pass of the given model, the last time
-  double after = 0;                   ///< of the chosen one
-  double difference = 0;              ///< of the outputs, over the largest number of each
-  double seconds = 0;                 ///< that it took
-  size_t measured = 0;                ///< kernels on layers
-  size_t remembered = 0;              ///< of them from the file of wisdom
-  size_t changes_tried = 0;           ///< of kernels that were close, in whole passes
-  size_t changes_kept = 0;            ///< of these: in the chosen one, as passes got faster
-  bool is_complete = true;            ///< whether nothing was left out for want of time
-  std::vector<std::string> excluded;  ///< kernels that need other instructions
-  std::vector<std::string> notes;     ///< what went wrong without stopping it, in words
+  double before = 0;                    ///< milliseconds of the given model, the last time
+  double after = 0;                     ///< of the chosen one
+  double difference = 0;                ///< the largest of all sizes
+  std::vector<TunedSize> sizes;         ///< in the order of the options
+  double seconds = 0;                   ///< that it took
+  size_t measured = 0;                  ///< kernels on layers
+  size_t remembered = 0;                ///< of them from the file of wisdom
+  size_t changes_tried = 0;             ///< of kernels that were close, in whole passes
+  size_t changes_kept = 0;              ///< of these: in the chosen one, as passes got faster
+  bool is_complete = true;              ///< whether nothing was left out for want of time
+  std::vector<std::string> excluded;    ///< kernels that need other instructions
+  std::vector<std::string> notes;       ///< what went wrong without stopping it, in words
 };
 
 /// A model with what became of it. Plain data.
@@ -75,9 +94,12 @@ struct TunedModel {
 /// timed once, the cheapest assignment of all layers together is found, and then whole passes of it
 /// run against the given model and a few others. The given model is what comes back where none is
 /// faster. `QRModelCfg::summary` gets a line of JSON that begins with the key "qrt_tuned" and says
-/// for which processor, kernels, shapes and date.
+/// for which processor, kernels, shapes and date. With several sizes of inputs a kernel has to take
+/// its layer on all of them.
 ///
-/// @throws std::invalid_argument as `assign_kernels`; utility::Error for a network that can't run
+/// @throws std::invalid_argument as `assign_kernels`, for a weight that is not above 0, and for a
+///   network whose layers stand in other layouts on another size; utility::Error for a network that
+///   can't run
 QRT_API TunedModel tune_model(const runtime::QRTModel& model,
                               const runtime::KernelRegistry& kernels, const TuneOptions& options);
 
@@ -95,6 +117,8 @@ struct TunedFor {
   std::string library;                        ///< with its version
   std::string date;                           ///< empty where it isn't told
   std::map<std::string, std::string> inputs;  ///< shapes in words by layer id
+  /// The same for further sizes.
+  std::vector<std::map<std::string, std::string>> further;
 };
 
 /// Empty where a configuration wasn't tuned.

@@ -88,6 +88,18 @@ TEST_F(TuneTest, ReportsAsJson) {
                                  HasSubstr("\"complete\": "), HasSubstr("\"layers\": [")));
 }
 
+TEST_F(TuneTest, TakesSeveralSizes) {
+  const Outcome outcome = tune({"--input", "1x1x3", "--input", "1x2x5", "--weights", "3,0.5"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("weighted ms"), HasSubstr("1x2x5"), HasSubstr("0.5")));
+  EXPECT_THAT(qrt({"info", path("b.json")}).out,
+              AllOf(HasSubstr("FLOAT32 CHW [1, 1, 3]; "), HasSubstr("FLOAT32 CHW [1, 2, 5]")));
+  EXPECT_THAT(qrt({"info", path("b.json"), "--json"}).out, HasSubstr("\"further_inputs\": ["));
+  const Outcome json = tune({"--input", "1x1x3", "--input", "1x2x5", "--json"});
+  EXPECT_THAT(json.out, AllOf(HasSubstr("\"sizes\": ["), HasSubstr("\"FLOAT32 CHW 1x2x5\""),
+                              HasSubstr("\"weight\": 1")));
+}
+
 TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {
   const auto fault = [&](const std::vector<std::string>& more) {
     const Outcome outcome = tune(more);
@@ -98,6 +110,10 @@ TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {
   EXPECT_THAT(fault({"--numerics", "loose"}), HasSubstr("expected same, bounded or fast"));
   EXPECT_THAT(fault({"--numerics", "same", "--tolerance", "1"}),
               HasSubstr("leaves no --tolerance"));
+  EXPECT_THAT(fault({"--input", "1x1x3", "--weights", "1,2"}),
+              HasSubstr("--weights \"1,2\": expected 1 number between commas; found 2"));
+  EXPECT_THAT(fault({"--input", "1x1x3", "--input", "1x1x5", "--weights", "1,0"}),
+              HasSubstr("--weights 1,0: expected numbers above 0"));
 }
 
 }  // namespace

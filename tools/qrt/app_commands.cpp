@@ -258,7 +258,12 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
   command->add_option("OUT", options.output, "Model to write; an existing one is replaced")
       ->required()
       ->type_name("FILE");
-  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
+  add_sizes(*command, options.inputs,
+            "Sizes such as 1x3x224x224, once per input;\nagain for each further size of passes");
+  command
+      ->add_option("--weights", options.weights,
+                   "How much a pass of each size counts, such as 3,1\n(default: all alike)")
+      ->type_name("W,...");
   command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command
       ->add_option("--isa", options.isa,
@@ -293,7 +298,8 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
       "--numerics same keeps to kernels with the same bits, bounded to those that differ by the\n"
       "order of sums, fast lets approximations in. Measurements are kept in a file, by default\n"
       "qrt/wisdom.json in the user's folder for caches, so that like layers of another network\n"
-      "need none. An interrupt ends the measurements, and writes the best that is known.");
+      "need none. An interrupt ends the measurements, and writes the best that is known.\n"
+      "--input 3x224x224 --input 3x320x320 makes the sum of both passes as small as can be.");
   command->callback([&options] { run_tune(options); });
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 
 #include "tools/qrt/errors.h"
@@ -66,6 +67,23 @@ std::map<std::string, marlo::runtime::TensorShape> shapes_by_id(
   std::map<std::string, marlo::runtime::TensorShape> by_id;
   for (const auto& [layer, shape] : shapes) by_id[report.layers[layer].id] = shape;
   return by_id;
+}
+
+std::vector<std::map<std::string, marlo::runtime::TensorShape>> shapes_of_sizes(
+    LoadedNetwork& network, const std::string& path, const std::vector<std::string>& inputs,
+    bool keep_batch, const Library& library) {
+  const size_t count = network.report.inputs().size();
+  std::vector<std::map<std::string, marlo::runtime::TensorShape>> sizes;
+  if (inputs.size() <= count || count == 0 || inputs.size() % count != 0) {
+    sizes.push_back(shapes_by_id(network, path, inputs, keep_batch, library));
+    return sizes;
+  }
+  for (auto first = inputs.begin(); first != inputs.end();) {
+    const auto end = first + static_cast<std::ptrdiff_t>(count);
+    sizes.push_back(shapes_by_id(network, path, {first, end}, keep_batch, library));
+    first = end;
+  }
+  return sizes;
 }
 
 }  // namespace qrt_tool

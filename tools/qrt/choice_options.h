@@ -42,4 +42,11 @@ std::map<std::string, marlo::runtime::TensorShape> shapes_by_id(
     LoadedNetwork& network, const std::string& path, const std::vector<std::string>& inputs,
     bool keep_batch, const Library& library);
 
+/// The same for several sizes: as many values for each of them as the network has inputs.
+/// @param inputs the values of `--input`, those of the first size first; empty for what the model says
+/// @return at least one
+std::vector<std::map<std::string, marlo::runtime::TensorShape>> shapes_of_sizes(
+    LoadedNetwork& network, const std::string& path, const std::vector<std::string>& inputs,
+    bool keep_batch, const Library& library);
+
 }  // namespace qrt_tool

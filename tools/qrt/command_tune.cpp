@@ -1,11 +1,14 @@
 #include <ctime>
+#include <map>
 #include <optional>
+#include <vector>
 
 #include "qrt_toolkit/tune/tune.h"
 #include "tools/qrt/choice_options.h"
 #include "tools/qrt/commands.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
+#include "tools/qrt/image_steps.h"
 #include "tools/qrt/messages.h"
 #include "tools/qrt/model_file.h"
 #include "tools/qrt/network.h"
@@ -39,6 +42,25 @@ std::string today() {
   gmtime_r(&now, &parts);
   char text[sizeof "2000-01-01"];
   return std::strftime(text, sizeof text, "%Y-%m-%d", &parts) == 0 ? "" : text;
+}
+
+/// The sizes that are tuned for, each with its weight.
+void take_sizes(const TuneCommandOptions& options,
+                const std::vector<std::map<std::string, marlo::runtime::TensorShape>>& sizes,
+                TuneOptions& tune) {
+  std::vector<float> weights;
+  if (!options.weights.empty())
+    weights = parse_numbers("--weights", options.weights, {sizes.size()});
+  for (const float weight : weights) {
+    if (weight <= 0) {
+      throw ToolError(kUsageError,
+                      "--weights " + printable(options.weights) + ": expected numbers above 0");
+    }
+  }
+  const auto weight_of = [&](size_t size) { return weights.empty() ? 1.0 : double{weights[size]}; };
+  tune.assign.inputs = sizes[0];
+  tune.weight = weight_of(0);
+  for (size_t s = 1; s < sizes.size(); ++s) tune.further.push_back({sizes[s], weight_of(s)});
 }
 
 TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, TuneOptions options,
@@ -84,9 +106,10 @@ void run_tune(const TuneCommandOptions& options) {
     if (network.package->output_ids.empty()) {
       throw ToolError(kModelError, shown(options.input) + ": the network returns nothing");
     }
-    tune.assign.inputs =
-        shapes_by_id(network, options.input, options.inputs, options.keep_batch, library);
-    layers = network.report.layers.size();
+    take_sizes(options,
+               shapes_of_sizes(network, options.input, options.inputs, options.keep_batch, library),
+               tune);
+    layers = network.report.layers.size() * (1 + tune.further.size());
   }
   TunedModel result = tuned(*model, library, tune, layers);
   for (const std::string& note : result.report.notes) say(note, Level::warning);

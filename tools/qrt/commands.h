@@ -85,7 +85,9 @@ struct BenchCommandOptions {
 struct TuneCommandOptions {
   std::string input;
   std::string output;
-  std::vector<std::string> inputs;  ///< sizes, one per input layer
+  std::vector<std::string>
+      inputs;           ///< sizes, one per input layer; so many again for each further size
+  std::string weights;  ///< of the sizes, between commas; empty for 1 each
   std::string network;
   std::string isa;                  ///< as `kernel_set_of` reads it; empty for the processor's
   std::string numerics;             ///< "same", "bounded", "fast", or empty

@@ -69,6 +69,13 @@ void add_network(JsonText& json, const ShownNetwork& shown) {
     json.begin_object("inputs");
     for (const auto& [id, shape] : shown.tuned->inputs) json.text(id.c_str(), shape);
     json.end_object();
+    json.begin_array("further_inputs");
+    for (const auto& inputs : shown.tuned->further) {
+      json.begin_object();
+      for (const auto& [id, shape] : inputs) json.text(id.c_str(), shape);
+      json.end_object();
+    }
+    json.end_array();
     json.end_object();
   }
   json.begin_array("layers");

@@ -104,10 +104,13 @@ std::string tuned_text(const marlo::toolkit::TunedFor& tuned) {
   if (!tuned.library.empty()) text += ", " + printable(tuned.library);
   if (!tuned.date.empty()) text += ", " + printable(tuned.date);
   std::vector<std::string> inputs;
-  inputs.reserve(tuned.inputs.size());
-  for (const auto& [id, shape] : tuned.inputs) {
-    inputs.push_back(printable(id).append(" ").append(printable(shape)));
-  }
+  const auto add = [&](const std::map<std::string, std::string>& shapes) {
+    for (const auto& [id, shape] : shapes) {
+      inputs.push_back(printable(id).append(" ").append(printable(shape)));
+    }
+  };
+  add(tuned.inputs);
+  for (const auto& shapes : tuned.further) add(shapes);
   return inputs.empty() ? text : text + "; " + joined(inputs, "; ");
 }
 

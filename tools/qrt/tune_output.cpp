@@ -1,6 +1,7 @@
 #include "tools/qrt/tune_output.h"
 
 #include "tools/qrt/json_text.h"
+#include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
 #include "tools/qrt/text.h"
 
@@ -8,18 +9,43 @@ namespace qrt_tool {
 
 using marlo::toolkit::AssignedLayer;
 using marlo::toolkit::TunedConfiguration;
+using marlo::toolkit::TunedSize;
 using marlo::toolkit::TuneOptions;
 using marlo::toolkit::TuneReport;
 
+namespace {
+
+std::string inputs_text(const TunedSize& size) {
+  std::string text;
+  for (const auto& [id, shape] : size.size.inputs) {
+    text += (text.empty() ? "" : ", ") + printable(id) + " " + sizes_text(shape.dims);
+  }
+  return text;
+}
+
+/// Passes on each size; empty where there is one.
+std::string sizes_table(const TuneReport& report, size_t width) {
+  if (report.sizes.size() < 2) return "";
+  Table sizes({{"input"}, {"weight", true}, {"given ms", true}, {"chosen ms", true}});
+  for (const TunedSize& size : report.sizes) {
+    sizes.add({inputs_text(size), short_decimal(size.size.weight), short_decimal(size.before),
+               short_decimal(size.after)});
+  }
+  return sizes.text(width) + "\n";
+}
+
+}  // namespace
+
 std::string tune_text(const TuneReport& report, size_t width) {
-  Table passes({{"configuration"}, {"pass ms", true}, {"of given", true}, {""}});
+  const char* const sum = report.sizes.size() < 2 ? "pass ms" : "weighted ms";
+  Table passes({{"configuration"}, {sum, true}, {"of given", true}, {""}});
   for (const TunedConfiguration& ran : report.ran) {
     const double given = report.ran[0].milliseconds;
     passes.add({ran.name, short_decimal(ran.milliseconds),
                 given > 0 ? short_decimal(ran.milliseconds / given) : "",
                 ran.name == report.chosen ? "chosen" : ""});
   }
-  std::string text = passes.text(width);
+  std::string text = sizes_table(report, width) + passes.text(width);
   Table layers({{"layer", false, true}, {"kernel before", false, true}, {"kernel", false, true}});
   size_t changed = 0;
   for (const AssignedLayer& layer : report.assigned.layers) {
@@ -49,6 +75,19 @@ std::string tune_json(const TuneReport& report, const TuneOptions& options) {
     json.begin_object();
     json.text("name", ran.name);
     json.number("pass_ms", ran.milliseconds);
+    json.end_object();
+  }
+  json.end_array();
+  json.begin_array("sizes");
+  for (const TunedSize& size : report.sizes) {
+    json.begin_object();
+    json.begin_object("inputs");
+    for (const auto& [id, shape] : size.size.inputs) json.text(id.c_str(), shape_text(shape));
+    json.end_object();
+    json.number("weight", size.size.weight);
+    json.number("before_ms", size.before);
+    json.number("after_ms", size.after);
+    json.number("difference", size.difference);
     json.end_object();
   }
   json.end_array();

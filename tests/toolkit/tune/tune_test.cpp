@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
 
 #include "qrt_core/qrt_core.h"
 #include "qrt_toolkit/tune/wisdom.h"
@@ -172,6 +174,25 @@ TEST(Tune, CloseKernelsAreExchangedWherePassesGetFaster) {
   EXPECT_DOUBLE_EQ(kept.report.after, 8);
 }
 
+TEST(Tune, ChangesAreTriedWhereTheGivenModelIsAsFast) {
+  const std::string other = "ReLU_SSE_Float_M1";
+  if (documented_kernels().Create(other) == nullptr)
+    GTEST_SKIP() << "this build has no SSE kernels";
+  const auto tuned_beside = [&](double given, double gain) {
+    PassMeter meter(other, gain);
+    meter.given_pass = meter.later_given_pass = given;
+    return tune_model(*small_model(), documented_kernels(), options_with(meter));
+  };
+  const TunedModel exchanged = tuned_beside(7.9, 1);
+  EXPECT_EQ(exchanged.report.chosen, "exchanged");
+  EXPECT_DOUBLE_EQ(exchanged.report.after, 7);
+  const TunedModel alike = tuned_beside(7.9, 0.01);
+  EXPECT_GT(alike.report.changes_tried, 0u);
+  EXPECT_EQ(alike.report.chosen, "given");
+  EXPECT_DOUBLE_EQ(alike.report.after, 7.9);
+  EXPECT_EQ(tuned_beside(6, 1).report.changes_tried, 0u);
+}
+
 TEST(Tune, WhatTheLastPassesSayHolds) {
   const std::string other = "ReLU_SSE_Float_M1";
   if (documented_kernels().Create(other) == nullptr)
@@ -268,6 +289,125 @@ TEST(Tune, ProgressNamesTheLayers) {
   tune_model(*small_model(), documented_kernels(), options);
   ASSERT_FALSE(layers.empty());
   EXPECT_TRUE(std::is_sorted(layers.begin(), layers.end()));
+}
+
+runtime::TensorShape picture_shape(uint32_t channels, uint32_t size) {
+  return runtime::TensorShape({channels, size, size}, runtime::DataType::FLOAT32,
+                              runtime::LayoutType::CHW);
+}
+
+/// The portable kernel is faster on small pictures and slower on large ones; a pass of the given model
+/// takes 10 a size, of others less.
+class SizedMeter final : public Meter {
+ public:
+  std::vector<double> time_work(const std::vector<Work>& rivals) override {
+    std::vector<double> times;
+    for (const Work& work : rivals) {
+      const bool is_large = work.inputs[0].dims[1] > 16;
+      const double portable = is_large ? 10 : 1;
+      const bool is_plain = work.use == runtime::InputUse::reads;
+      const bool is_planes = work.inputs[0].layout == runtime::LayoutType::CHW;
+      if (work.info == nullptr || !is_plain || !is_planes) {
+        times.push_back(1000);
+      } else {
+        times.push_back(work.set == KernelSet::portable ? portable : 4);
+      }
+    }
+    return times;
+  }
+
+  std::vector<double> time_passes(
+      const std::vector<const runtime::QRTModel*>& models, const std::string&,
+      const std::map<std::string, runtime::TensorShape>& inputs) override {
+    const double size = inputs.at("x").dims[1];
+    std::vector<double> times(models.size(), size / 2);
+    times[0] = size;
+    return times;
+  }
+};
+
+std::shared_ptr<runtime::QRTModel> rectifiers() {
+  ModelBuilder builder;
+  builder.input("x")
+      .activation("r", "x", "ReLU_Fallback_Float_M1")
+      .activation("y", "r", "ReLU_Fallback_Float_M1")
+      .outputs({"y"});
+  return builder.build();
+}
+
+TEST(Tune, SizesCountByTheirWeights) {
+  const std::string sse = "ReLU_SSE_Float_M1";
+  if (documented_kernels().Create(sse) == nullptr) GTEST_SKIP() << "this build has no SSE kernels";
+  const auto tuned_on = [&](const std::vector<TuneSize>& sizes) {
+    SizedMeter meter;
+    TuneOptions options = options_with(meter);
+    options.assign.inputs = sizes[0].inputs;
+    options.weight = sizes[0].weight;
+    options.further.assign(sizes.begin() + 1, sizes.end());
+    return tune_model(*rectifiers(), documented_kernels(), options);
+  };
+  const auto kernel_of = [](const TunedModel& tuned) {
+    return tuned.model.config_arr->cfgs.at("net")->cpu_sse->layer_cfgs.at("r")->kernel->kernel_type;
+  };
+  const TuneSize small{{{"x", picture_shape(8, 12)}}, 1};
+  TuneSize large{{{"x", picture_shape(8, 40)}}, 1};
+  EXPECT_EQ(kernel_of(tuned_on({small})), "ReLU_Fallback_Float_M1");
+  EXPECT_EQ(kernel_of(tuned_on({large})), sse);
+  const TunedModel both = tuned_on({small, large});
+  EXPECT_EQ(kernel_of(both), sse) << "4 + 4 are less than 1 + 10";
+  EXPECT_DOUBLE_EQ(both.report.before, 52);
+  EXPECT_DOUBLE_EQ(both.report.after, 26);
+  large.weight = 0.25;
+  const TunedModel seldom = tuned_on({small, large});
+  EXPECT_EQ(kernel_of(seldom), "ReLU_Fallback_Float_M1") << "1 + 2.5 are less than 4 + 1";
+  ASSERT_EQ(seldom.report.sizes.size(), 2u);
+  EXPECT_DOUBLE_EQ(seldom.report.sizes[1].size.weight, 0.25);
+  EXPECT_DOUBLE_EQ(seldom.report.sizes[1].before, 40);
+  EXPECT_DOUBLE_EQ(seldom.report.before, 22);
+  const auto mark = tuned_for(summary_of(both.model));
+  ASSERT_TRUE(mark);
+  EXPECT_THAT(mark->inputs, ElementsAre(Pair("x", "FLOAT32 CHW [8, 12, 12]")));
+  EXPECT_THAT(mark->further, ElementsAre(ElementsAre(Pair("x", "FLOAT32 CHW [8, 40, 40]"))));
+}
+
+TEST(Tune, WhatIsChosenRunsOnAllSizes) {
+  // Blocks of eight channels are the fastest, and six channels don't fill them.
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  const auto alone = tune_model(*rectifiers(), documented_kernels(), options);
+  if (alone.report.assigned.converters.empty()) GTEST_SKIP() << "this build has no blocks";
+  options.further.push_back({{{"x", picture_shape(6, 20)}}, 1});
+  const auto both = tune_model(*rectifiers(), documented_kernels(), options);
+  EXPECT_NE(both.report.chosen, "given");
+  EXPECT_THAT(both.report.assigned.converters, IsEmpty());
+  for (const TunedSize& size : both.report.sizes) EXPECT_LT(size.difference, 1e-6);
+}
+
+TEST(Tune, WeightsAreAboveZero) {
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  for (const double weight : {0.0, -1.0, std::nan(""), HUGE_VAL}) {
+    options.further = {{{{"x", picture_shape(8, 20)}}, weight}};
+    EXPECT_THROW(tune_model(*rectifiers(), documented_kernels(), options), std::invalid_argument);
+  }
+  // A size that a network can't run on is named.
+  options.further = {{{}, 1}};
+  EXPECT_THROW(tune_model(*rectifiers(), documented_kernels(), options), std::invalid_argument);
+}
+
+TEST(Tune, ProgressCountsTheLayersOfAllSizes) {
+  RecordedMeter meter;
+  TuneOptions options = options_with(meter);
+  options.further = {{{{"x", picture_shape(8, 20)}}, 1}};
+  size_t most = 0;
+  options.go_on = [&](const TuneProgress& now) {
+    EXPECT_EQ(now.of_layers, 6u);
+    most = std::max(most, now.layers);
+    return true;
+  };
+  tune_model(*rectifiers(), documented_kernels(), options);
+  EXPECT_GT(most, 2u);
+  EXPECT_LE(most, 6u);
 }
 
 TEST(Tune, TheClockFindsSomethingThatIsNoSlower) {
