@@ -63,6 +63,35 @@ class TextReader(nn.Module):
         return self.head(self.recurrent(x)[0])
 
 
+class UNet(nn.Module):
+    """Halves a picture four times and doubles it again, with the features of each size handed across."""
+
+    def __init__(self, width=32, classes=2):
+        super().__init__()
+        widths = [width << i for i in range(5)]
+        self.down = nn.ModuleList(map(self.block, [3, *widths], widths))
+        self.pool = nn.MaxPool2d(2)
+        self.grow = nn.ModuleList(nn.ConvTranspose2d(2 * w, w, 2, stride=2) for w in widths[-2::-1])
+        self.up = nn.ModuleList(self.block(2 * w, w) for w in widths[-2::-1])
+        self.head = nn.Conv2d(width, classes, 1)
+
+    @staticmethod
+    def block(channels, out):
+        layers = []
+        for c in (channels, out):
+            layers += [nn.Conv2d(c, out, 3, padding=1, bias=False), nn.BatchNorm2d(out), nn.ReLU(inplace=True)]
+        return nn.Sequential(*layers)
+
+    def forward(self, x):
+        kept = []
+        for i, block in enumerate(self.down):
+            x = block(x if i == 0 else self.pool(x))
+            kept.append(x)
+        for grow, block, features in zip(self.grow, self.up, kept[-2::-1]):
+            x = block(torch.cat([features, grow(x)], 1))
+        return self.head(x)
+
+
 class Attention(nn.Module):
     """Attention over all tokens of a sequence, with scores that a mask takes away."""
 
@@ -176,6 +205,7 @@ NETWORKS = {
     "deeplabv3_mobilenet_v3_large": (segmentation("deeplabv3_mobilenet_v3_large"), SMALL),
     "lraspp_mobilenet_v3_large": (segmentation("lraspp_mobilenet_v3_large"), SMALL),
     "fcn_resnet50": (segmentation("fcn_resnet50"), SMALL),
+    "unet": (UNet, PICTURE),
     "lstm": (recurrent("LSTM"), LINES),
     "lstm_bidirectional_2": (recurrent("LSTM", num_layers=2, bidirectional=True), LINES),
     "lstm_batch_first": (recurrent("LSTM", batch_first=True), (1, 20, 24)),
