@@ -35,17 +35,20 @@ from qrt_core.errors import (
     UnsupportedError,
 )
 from qrt_core.explanation import (
+    ExplainedCandidate,
     ExplainedConverter,
     ExplainedKind,
     ExplainedLayer,
+    ExplainedRefusal,
     Explanation,
     Machine,
     MemoryLevel,
+    TensorForm,
     explain,
 )
 from qrt_core.info import Info
 from qrt_core.profile import Profile, ProfileRow
-from qrt_core.tuning import TunedConfiguration, TunedLayer, Tuning, tune
+from qrt_core.tuning import TunedConfiguration, TunedLayer, TunedSize, Tuning, tune
 from qrt_core.verification import Verification, VerifiedLayer, verify
 
 __all__ = [
@@ -54,9 +57,11 @@ __all__ = [
     "BenchedNetwork",
     "BusyError",
     "Error",
+    "ExplainedCandidate",
     "ExplainedConverter",
     "ExplainedKind",
     "ExplainedLayer",
+    "ExplainedRefusal",
     "Explanation",
     "Finding",
     "Info",
@@ -78,8 +83,10 @@ __all__ = [
     "Profile",
     "ProfileRow",
     "Refusal",
+    "TensorForm",
     "TunedConfiguration",
     "TunedLayer",
+    "TunedSize",
     "Tuning",
     "UnsupportedError",
     "Verification",

@@ -149,7 +149,7 @@ def _verify(
 def _tune(
     model: Model,
     network: Union[None, str, int],
-    inputs: Optional[Mapping[str, Sequence[int]]],
+    sizes: Sequence[Tuple[Optional[Mapping[str, Sequence[int]]], float]],
     kernels: Optional[str],
     numerics: Union[str, float],
     budget: float,
@@ -171,8 +171,13 @@ def _explain(
     network: Union[None, str, int],
     inputs: Optional[Mapping[str, Sequence[int]]],
     seconds: float,
+    candidates: bool,
+    kernels: Optional[str],
+    budget: float,
+    wisdom: str,
+    title: Optional[str],
     progress: Optional[Callable[..., object]],
-) -> Dict[str, Any]: ...
+) -> Tuple[Dict[str, Any], Any]: ...
 def _model_of(bytes: bytes, report: Optional[Dict[str, Any]], tuning: Optional[Tuning]) -> Model: ...
 def _source_of(source: Union[str, os.PathLike[str], bytes, bytearray, memoryview]) -> Model: ...
 def _image_convert(input: _Array, input_layout: str, output: _Array, output_layout: str, code: int) -> None: ...

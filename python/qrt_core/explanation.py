@@ -1,11 +1,14 @@
 """Where the time of a network goes, and how near to the machine's limits its kernels run."""
 
+import logging
+import os
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from qrt_core._core import Model, _explain, _source_of
 from qrt_core._progress import shown
 from qrt_core._table import Rows, html_table, sizes_text, text_table
-from qrt_core._types import Source
+from qrt_core._types import Path, Source
+from qrt_core._wisdom import wisdom_path
 
 
 class MemoryLevel(NamedTuple):
@@ -55,6 +58,54 @@ class ExplainedConverter(NamedTuple):
     """What the limit is: instructions, such as "avx2", or the level of memory, such as "L2"."""
 
 
+class TensorForm(NamedTuple):
+    """How a tensor stands in memory."""
+
+    shape: Tuple[int, ...]
+    """Its sizes."""
+    layout: str
+    """What they mean, such as "CHW", or "C8HW8" for blocks of eight channels."""
+
+
+class ExplainedCandidate(NamedTuple):
+    """A kernel that can run a layer."""
+
+    kernel: str
+    """Its name."""
+    needs: str
+    """The set of instructions that it needs, such as "avx2"."""
+    inputs: Tuple[TensorForm, ...]
+    """As it reads them."""
+    output: TensorForm
+    """As it makes it."""
+    is_chosen: bool
+    """Whether it is the one that the model names."""
+    is_measured: bool
+    """Whether its times were measured, and not estimated."""
+    ms: float
+    """Milliseconds of the kernel alone."""
+    converters_ms: float
+    """Milliseconds of the converters that it would need where the layer stands now."""
+    difference: float
+    """Of its results from the layer's, over the largest; 0 for the same."""
+
+    @property
+    def whole_ms(self) -> float:
+        """Milliseconds of the kernel with its converters."""
+        return self.ms + self.converters_ms
+
+
+class ExplainedRefusal(NamedTuple):
+    """A kernel for layers of the same kind that can't run this one."""
+
+    kernel: str
+    """Its name."""
+    needs: str
+    """The set of instructions that it needs."""
+    reasons: Tuple[str, ...]
+    """Why not, in words."""
+
+
 class ExplainedLayer(NamedTuple):
     """One layer of a network."""
 
@@ -88,6 +139,17 @@ class ExplainedLayer(NamedTuple):
     """Ids of the layers that it reads."""
     converters: Tuple[ExplainedConverter, ...]
     """What runs around it."""
+    candidates: Tuple[ExplainedCandidate, ...] = ()
+    """The kernels that could run it, the fastest first, with the chosen one among them; empty where they weren't asked for,
+    and for inputs."""
+    refusals: Tuple[ExplainedRefusal, ...] = ()
+    """The kernels for layers of its kind that can't run it, by name."""
+
+    @property
+    def second(self) -> Optional[ExplainedCandidate]:
+        """The fastest of the candidates that aren't chosen, with its converters; None where there is none."""
+        others = [candidate for candidate in self.candidates if not candidate.is_chosen]
+        return min(others, key=lambda candidate: candidate.whole_ms) if others else None
 
 
 class ExplainedKind(NamedTuple):
@@ -133,6 +195,10 @@ class Explanation(Rows[ExplainedLayer]):
     """Between the kernels."""
     limit_ms: float
     """The sum of all limits."""
+    is_complete: bool
+    """Whether everything was measured, and nothing ended it before."""
+    notes: Tuple[str, ...]
+    """What went wrong without stopping it, in words."""
 
     def __init__(self, layers: Sequence[ExplainedLayer], **facts: Any) -> None:
         """explain() makes it."""
@@ -185,17 +251,29 @@ def explain(
     inputs: Optional[Mapping[str, Sequence[int]]] = None,
     network: Union[None, str, int] = None,
     seconds: float = 1.0,
+    candidates: bool = False,
+    kernels: Optional[str] = None,
+    budget: float = 60.0,
+    wisdom: Union[None, bool, Path] = None,
+    html: Optional[Path] = None,
     progress: Union[bool, Callable[[int, int], object]] = False,
 ) -> Explanation:
     """Runs a network and says where its time goes, and how near each kernel comes to what the machine can do.
 
-    The machine's limits are measured first, once in a process, which takes about a second. A KeyboardInterrupt ends it.
+    The machine's limits are measured first, once in a process, which takes about a second. A KeyboardInterrupt ends it; once
+    the passes are timed it ends the measurement of candidates only, and the explanation has `is_complete` False.
 
     Args:
         model: a Model, a path, or the bytes of a model.
         inputs: shapes of inputs by id, without a batch, {"x": (3, 224, 224)}; None for those that the model tells.
         network: its id or number; None for the only one.
         seconds: of passes that are timed.
+        candidates: whether the other kernels that could run each layer are looked for and measured, as tune() does it.
+        kernels: the set to look in, "portable", "sse", "avx", "fma", "avx2" or "avx512"; None for what this processor can
+            run.
+        budget: seconds, after which no more candidates are measured.
+        wisdom: a file of earlier measurements, as tune() takes it.
+        html: a file for a page that shows all of it in a browser and needs nothing else.
         progress: True shows a line on the standard error; or a function that is called with the number of steps that
             are done and that of all.
 
@@ -203,19 +281,41 @@ def explain(
         An Explanation: a sequence of ExplainedLayer in the order in which they run.
 
     Raises:
-        ValueError: for options out of range.
+        ValueError: for options out of range, and for kernels that there aren't.
         NotFoundError: for a network that isn't there.
         InputError: for an input whose shape the model doesn't tell.
         LayerError: for shapes that don't fit.
         ModelError, OSError: as load().
     """
     given = model if isinstance(model, Model) else _source_of(model)
+    title = None if html is None else os.path.basename(given.path or "model")
     with shown(progress, "step {} of {}") as callback:
-        facts = _explain(given, network, inputs, seconds, callback)
+        facts, page = _explain(
+            given, network, inputs, seconds, candidates, kernels, budget, wisdom_path(wisdom), title, callback
+        )
+    if html is not None:
+        with open(html, "w", encoding="utf-8") as file:
+            file.write(page)
     machine = facts.pop("machine")
     levels = tuple(map(MemoryLevel._make, machine.pop("levels")))
-    layers = [
-        ExplainedLayer._make((*row[:-1], tuple(map(ExplainedConverter._make, row[-1])))) for row in facts.pop("layers")
-    ]
+    layers = list(map(_layer_of, facts.pop("layers")))
     kinds = tuple(map(ExplainedKind._make, facts.pop("kinds")))
+    log = logging.getLogger("qrt_core")
+    for note in facts["notes"]:
+        log.warning("%s", note)
+    if not facts["is_complete"]:
+        log.warning("not everything was measured: the times of other candidates are estimates")
     return Explanation(layers, machine=Machine(**machine, levels=levels), kinds=kinds, **facts)
+
+
+def _layer_of(row: Tuple[Any, ...]) -> ExplainedLayer:
+    *own, converters, candidates, refusals = row
+    made = (
+        tuple(map(ExplainedConverter._make, converters)),
+        tuple(
+            ExplainedCandidate(kernel, needs, tuple(map(TensorForm._make, inputs)), TensorForm._make(output), *facts)
+            for kernel, needs, inputs, output, *facts in candidates
+        ),
+        tuple(map(ExplainedRefusal._make, refusals)),
+    )
+    return ExplainedLayer._make((*own, *made))

@@ -159,6 +159,10 @@ def crop(
 
     Returns:
         (height, width) pixels of the picture's type, in the same layout.
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     source = _Picture(picture, layout)
     height, width = _size((height, width))
@@ -191,6 +195,10 @@ def zoom(picture: Any, left: float, top: float, right: float, bottom: float) -> 
 
     Returns:
         uint8 of the picture's shape.
+
+    Raises:
+        TypeError: for a picture of another type than uint8.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     source = _Picture(picture, "hwc", ("uint8",))
     if source.channels > 4:
@@ -203,10 +211,19 @@ def zoom(picture: Any, left: float, top: float, right: float, bottom: float) -> 
 
 
 def rotate(picture: Any, degrees: int, layout: str = "hwc") -> _Array:
-    """Turns a picture of uint8 or float32 clockwise by 90, 180 or 270 degrees.
+    """Turns a picture clockwise.
+
+    Args:
+        picture: uint8 or float32, in `layout`.
+        degrees: 90, 180 or 270.
+        layout: "hwc" or "chw", of picture and result.
 
     Returns:
         The picture's type, in the same layout; (width, height) pixels for 90 and 270 degrees.
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     source = _Picture(picture, layout)
     code = _choice("degrees", degrees, _TURNS)
@@ -217,7 +234,20 @@ def rotate(picture: Any, degrees: int, layout: str = "hwc") -> _Array:
 
 
 def flip(picture: Any, direction: str = "horizontal", layout: str = "hwc") -> _Array:
-    """Exchanges left and right ("horizontal") or top and bottom ("vertical") of a picture of uint8 or float32."""
+    """Exchanges left and right, or top and bottom.
+
+    Args:
+        picture: uint8 or float32, in `layout`.
+        direction: "horizontal" for left and right, "vertical" for top and bottom.
+        layout: "hwc" or "chw", of picture and result.
+
+    Returns:
+        The picture's shape and type, in the same layout.
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
+    """
     source = _Picture(picture, layout)
     code = _choice("direction", direction, _FLIPS)
     result = source.empty((source.height, source.width))
@@ -235,6 +265,10 @@ def gray(picture: Any, order: str = "rgb", layout: str = "hwc") -> _Array:
 
     Returns:
         uint8 of (height, width).
+
+    Raises:
+        TypeError: for a picture of another type than uint8.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     source = _Picture(picture, layout, ("uint8",))
     code = _choice("order", order, _GRAY)
@@ -247,7 +281,19 @@ def gray(picture: Any, order: str = "rgb", layout: str = "hwc") -> _Array:
 
 
 def swap_red_blue(picture: Any, layout: str = "hwc") -> _Array:
-    """Exchanges the first and the third of the 3 channels of a picture of uint8."""
+    """Exchanges the first and the third channel.
+
+    Args:
+        picture: uint8 of 3 channels, in `layout`.
+        layout: "hwc" or "chw", of picture and result.
+
+    Returns:
+        uint8 of the picture's shape, in the same layout.
+
+    Raises:
+        TypeError: for a picture of another type than uint8.
+        InputError, ValueError: for shapes or options that aren't taken.
+    """
     source = _Picture(picture, layout, ("uint8",))
     if source.channels != 3:
         raise InputError(f"a picture in red, green and blue has 3 channels, and not {source.channels}")
@@ -257,17 +303,50 @@ def swap_red_blue(picture: Any, layout: str = "hwc") -> _Array:
 
 
 def to_planes(picture: Any) -> _Array:
-    """Pixels, (height, width, channels) of uint8 or float32, to planes, (channels, height, width)."""
+    """Brings the samples of each channel together.
+
+    Args:
+        picture: uint8 or float32, pixels, (height, width, channels) or (height, width).
+
+    Returns:
+        Planes of the same type, (channels, height, width).
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
+    """
     return _planes_of(_Picture(picture, "hwc").array)
 
 
 def to_pixels(picture: Any) -> _Array:
-    """Planes, (channels, height, width) of uint8 or float32, to pixels, (height, width, channels)."""
+    """Brings the samples of each pixel together.
+
+    Args:
+        picture: uint8 or float32, planes, (channels, height, width) or (height, width).
+
+    Returns:
+        Pixels of the same type, (height, width, channels).
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
+    """
     return _pixels_of(_Picture(picture, "chw").array)
 
 
 def to_float(picture: Any) -> _Array:
-    """Bytes to float32 numbers of the same values and shape."""
+    """Makes numbers of bytes.
+
+    Args:
+        picture: uint8, of 2 or 3 axes.
+
+    Returns:
+        float32 of the same values and shape.
+
+    Raises:
+        TypeError: for a picture of another type than uint8.
+        InputError, ValueError: for shapes or options that aren't taken.
+    """
     array = np.asarray(picture)
     layout = "hwc"
     source = _Picture(array, layout, ("uint8",))
@@ -291,6 +370,10 @@ def normalize(
 
     Returns:
         float32 of (channels, height, width).
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     source = _Picture(picture, layout)
     numbers = []
@@ -331,14 +414,28 @@ def affine(picture: Any, matrix: Any, method: str = "bilinear", layout: str = "h
 
     Returns:
         The picture's shape and type; 0 where nothing comes from.
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     return _warped(picture, matrix, _choice("method", method, _WARPS), layout)
 
 
 def warp(picture: Any, matrix: Any, layout: str = "hwc") -> _Array:
-    """Warps a picture of uint8 or float32 by a matrix of 2 x 3 numbers in coordinates from -1 to 1, bilinearly.
+    """Warps a picture by a matrix in coordinates from -1 to 1, bilinearly. Outside of it its border is continued.
 
-    Outside of the picture its border is continued. Otherwise as `affine`.
+    Args:
+        picture: uint8 or float32, in `layout`. Bytes are mixed as float32 and rounded.
+        matrix: 6 numbers, row by row: where a pixel of the result comes from, x first.
+        layout: "hwc" or "chw", of picture and result.
+
+    Returns:
+        The picture's shape and type, in the same layout.
+
+    Raises:
+        TypeError: for a picture of another type.
+        InputError, ValueError: for shapes or options that aren't taken.
     """
     return _warped(picture, matrix, _NORMALIZED_WARP, layout)
 
@@ -354,6 +451,10 @@ def yuv_to_rgb(data: Any, height: int, width: int, form: str = "nv12", layout: s
 
     Returns:
         uint8 of 3 channels in `layout`.
+
+    Raises:
+        TypeError: for data of another type than uint8.
+        InputError, ValueError: for sizes or options that aren't taken.
     """
     code = _choice("form", form, _YUV)
     _choice("layout", layout, {"hwc": 0, "chw": 0})

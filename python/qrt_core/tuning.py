@@ -2,14 +2,15 @@
 
 import datetime
 import logging
-import os
+import math
 from dataclasses import dataclass
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from qrt_core._core import Model, _model_of, _source_of, _tune
 from qrt_core._progress import shown
 from qrt_core._table import html_table, text_table
-from qrt_core._types import Path, Source
+from qrt_core._types import Path, Shapes, Source
+from qrt_core._wisdom import wisdom_path
 
 
 class TunedLayer(NamedTuple):
@@ -35,7 +36,22 @@ class TunedConfiguration(NamedTuple):
     name: str
     """"given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with kernels exchanged."""
     ms: float
-    """Milliseconds of a pass."""
+    """Milliseconds of a pass; of several sizes the weighted sum."""
+
+
+class TunedSize(NamedTuple):
+    """What tuning did to passes on inputs of one size."""
+
+    inputs: Mapping[str, Tuple[int, ...]]
+    """Shapes of the inputs by id."""
+    weight: float
+    """What its milliseconds were multiplied with."""
+    before_ms: float
+    """Milliseconds of a pass of the given model."""
+    after_ms: float
+    """Milliseconds of a pass of the chosen one."""
+    difference: float
+    """Of the outputs, over the largest number of each."""
 
 
 @dataclass(frozen=True)
@@ -55,11 +71,17 @@ class Tuning:
     chosen: str
     """The name of one of them."""
     before_ms: float
-    """Milliseconds of a pass of the given model."""
+    """Milliseconds of a pass of the given model; of several sizes the weighted sum."""
     after_ms: float
-    """Milliseconds of a pass of the chosen one."""
+    """The same of the chosen one."""
     difference: float
-    """Of the outputs, over the largest number of each."""
+    """Of the outputs, over the largest number of each; the largest of all sizes."""
+    sizes: Tuple[TunedSize, ...]
+    """The sizes that it was tuned for, in the order in which they were given."""
+    changes_tried: int
+    """How many kernels that were close were tried in whole passes."""
+    changes_kept: int
+    """How many of these made passes faster and are in the chosen one."""
     seconds: float
     """That it took."""
     measured: int
@@ -112,15 +134,27 @@ class Tuning:
 _COLUMNS = ("layer", "kernel before", "kernel", "ms before", "ms")
 
 
-def _usual_wisdom() -> str:
-    cache = os.environ.get("XDG_CACHE_HOME") or os.path.join(os.path.expanduser("~"), ".cache")
-    return os.path.join(cache, "qrt", "wisdom.json")
+def _sizes_of(
+    inputs: Union[None, Shapes, Sequence[Shapes]], weights: Optional[Sequence[float]]
+) -> List[Tuple[Optional[Shapes], float]]:
+    several = isinstance(inputs, (list, tuple))
+    sizes: List[Optional[Shapes]] = list(inputs) if several else [inputs]  # type: ignore[arg-type, list-item]
+    if not sizes:
+        raise ValueError("inputs: expected shapes of at least one size")
+    factors = [1.0] * len(sizes) if weights is None else [float(weight) for weight in weights]
+    if len(factors) != len(sizes):
+        raise ValueError(f"weights: expected one for each size, {len(sizes)}, found {len(factors)}")
+    for factor in factors:
+        if not 0 < factor < math.inf:
+            raise ValueError(f"weights: expected numbers above 0, found {factor}")
+    return list(zip(sizes, factors))
 
 
 def tune(
     model: Source,
     *,
-    inputs: Optional[Mapping[str, Sequence[int]]] = None,
+    inputs: Union[None, Shapes, Sequence[Shapes]] = None,
+    weights: Optional[Sequence[float]] = None,
     network: Union[None, str, int] = None,
     kernels: Optional[str] = None,
     numerics: Union[str, float] = "bounded",
@@ -135,7 +169,10 @@ def tune(
 
     Args:
         model: a Model, a path, or the bytes of a model.
-        inputs: shapes of inputs by id, without a batch, {"x": (3, 224, 224)}; None for those that the model tells.
+        inputs: shapes of inputs by id, without a batch, {"x": (3, 224, 224)}; None for those that the model tells; a
+            sequence of such mappings for a network that runs on several sizes. The weighted sum of their passes is then
+            made as small as can be.
+        weights: how much a pass on each size counts; None for all alike.
         network: its id or number; None for the only one.
         kernels: the set to choose from, "portable", "sse", "avx", "fma", "avx2" or "avx512"; None for what this
             processor can run.
@@ -159,13 +196,12 @@ def tune(
         ModelError, OSError: as load().
     """
     given = model if isinstance(model, Model) else _source_of(model)
-    if wisdom is None or wisdom is True:
-        wisdom = _usual_wisdom()
-    path = "" if wisdom is False else os.fspath(wisdom)
+    sizes = _sizes_of(inputs, weights)
     today = datetime.datetime.now(datetime.timezone.utc).date().isoformat()
     with shown(progress, "layer {} of {}, {:.0f} s") as callback:
-        data, facts = _tune(given, network, inputs, kernels, numerics, budget, path, today, callback)
+        data, facts = _tune(given, network, sizes, kernels, numerics, budget, wisdom_path(wisdom), today, callback)
     facts["configurations"] = tuple(map(TunedConfiguration._make, facts["configurations"]))
+    facts["sizes"] = tuple(map(TunedSize._make, facts["sizes"]))
     facts["layers"] = tuple(map(TunedLayer._make, facts["layers"]))
     tuning = Tuning(**facts)
     log = logging.getLogger("qrt_core")

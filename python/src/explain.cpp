@@ -9,6 +9,9 @@
 #include "python/src/facts.h"
 #include "python/src/progress.h"
 #include "python/src/toolkit.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
+#include "qrt_toolkit/explain/html.h"
+#include "qrt_toolkit/tune/tune.h"
 
 // Where the time of a network goes.
 
@@ -64,6 +67,33 @@ py::tuple times_of(double ms, const Roofline& roofline, const MachineLimits& mac
                         roofline.share, marlo::toolkit::limit_name(roofline, machine));
 }
 
+// Sizes and layout of a tensor as a kernel reads or makes it.
+py::tuple form_of(const marlo::runtime::TensorShape& shape) {
+  return py::make_tuple(tuple_of(shape.dims), marlo::runtime::LayoutText(shape.layout));
+}
+
+py::list candidates_of(const ExplainedLayer& layer) {
+  py::list candidates;
+  for (const auto& candidate : layer.candidates) {
+    py::list inputs;
+    for (const auto& shape : candidate.inputs) inputs.append(form_of(shape));
+    candidates.append(py::make_tuple(candidate.kernel, marlo::toolkit::word_of(candidate.set),
+                                     py::tuple(inputs), form_of(candidate.output),
+                                     candidate.is_chosen, candidate.is_measured, candidate.ms,
+                                     candidate.converters_ms, candidate.difference));
+  }
+  return candidates;
+}
+
+py::list refusals_of(const ExplainedLayer& layer) {
+  py::list refusals;
+  for (const auto& refusal : layer.refusals) {
+    refusals.append(py::make_tuple(refusal.kernel, marlo::toolkit::word_of(refusal.set),
+                                   py::tuple(py::cast(refusal.reasons))));
+  }
+  return refusals;
+}
+
 py::tuple row_of(const ExplainedLayer& layer, const MachineLimits& machine) {
   py::list converters;
   for (const auto& converter : layer.converters) {
@@ -76,7 +106,8 @@ py::tuple row_of(const ExplainedLayer& layer, const MachineLimits& machine) {
   return py::make_tuple(layer.id, layer.kind, layer.kernel, shape) +
          times_of(layer.ms, layer.roofline, machine) +
          py::make_tuple(work.multiply_adds, work.read + work.written + work.weights,
-                        layer.is_converter, py::tuple(py::cast(layer.sources)), converters);
+                        layer.is_converter, py::tuple(py::cast(layer.sources)), converters,
+                        candidates_of(layer), refusals_of(layer));
 }
 
 py::dict facts_of(const Explanation& explanation) {
@@ -100,13 +131,23 @@ py::dict facts_of(const Explanation& explanation) {
   facts["converters_ms"] = explanation.converters_ms;
   facts["engine_ms"] = explanation.engine_ms;
   facts["limit_ms"] = explanation.limit_ms;
+  facts["is_complete"] = explanation.is_complete;
+  facts["notes"] = py::tuple(py::cast(explanation.notes));
   return facts;
 }
 
-py::dict explain(const PyModel& model, const py::object& network, const py::object& inputs,
-                 double seconds, const py::object& progress) {
+// The facts, and a page where one is asked for.
+py::tuple explain(const PyModel& model, const py::object& network, const py::object& inputs,
+                  double seconds, bool with_candidates, const py::object& kernels, double budget,
+                  const std::string& wisdom, const py::object& title, const py::object& progress) {
   ExplainOptions options;
   if (!(seconds > 0)) throw py::value_error("seconds: expected more than 0");
+  if (!(budget >= 0)) throw py::value_error("budget: expected seconds, 0 or more");
+  options.with_candidates = with_candidates;
+  options.set = kernels_of(kernels);
+  options.budget = budget;
+  options.wisdom = wisdom;
+  options.processor = marlo::toolkit::processor_name();
   const Chosen chosen = choose(model, network, inputs);
   options.network = chosen.network;
   options.inputs = chosen.inputs;
@@ -124,15 +165,22 @@ py::dict explain(const PyModel& model, const py::object& network, const py::obje
       raise("Error", failure);
     }
   }();
-  steps.raise();
-  return facts_of(explanation);
+  // Once the passes are timed, an interrupt only ends the measurement of candidates.
+  const bool is_kept = steps.is_interrupted() && with_candidates && !explanation.layers.empty();
+  if (!is_kept) steps.raise();
+  py::object page = py::none();
+  if (!title.is_none()) {
+    page = py::str(marlo::toolkit::explain_html(explanation, title.cast<std::string>()));
+  }
+  return py::make_tuple(facts_of(explanation), page);
 }
 
 }  // namespace
 
 void bind_explain(py::module_& module) {
   module.def("_explain", &explain, py::arg("model"), py::arg("network"), py::arg("inputs"),
-             py::arg("seconds"), py::arg("progress"));
+             py::arg("seconds"), py::arg("candidates"), py::arg("kernels"), py::arg("budget"),
+             py::arg("wisdom"), py::arg("title"), py::arg("progress"));
 }
 
 }  // namespace qrt_python

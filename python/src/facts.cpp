@@ -164,7 +164,7 @@ void bind_kernels(py::module_& module) {
         return "Kernel(name=" + quoted(kernel.name) + ", needs='" + name_of(kernel.needs) + "')";
       });
   module.def("kernels", &all_kernels,
-             "kernels() -> list[Kernel]\n\nAll kernels of this build, by name.");
+             "All kernels of this build.\n\nReturns:\n    A list of Kernel, by name.");
 }
 
 }  // namespace

@@ -50,7 +50,11 @@ Args:
     repeat: how many passes are measured, behind one that is not; 1 or more.
 
 Returns:
-    A Profile: printed it is a table, `to_dict()` is for pandas.)";
+    A Profile: printed it is a table, `to_dict()` is for pandas.
+
+Raises:
+    ValueError: for fewer than one pass.
+    TypeError, InputError, LayerError, BusyError: as a call.)";
 
 std::string listed(const std::vector<std::string>& ids) {
   std::string text;
@@ -156,8 +160,11 @@ void bind_net(py::module_& module) {
             return net.run(net.operands(py::args(given), {}), net.request(outputs));
           },
           py::arg("inputs"), py::arg("outputs") = py::none(),
-          "As a call, with the inputs as one object: a mapping by id, a tuple or list in their "
-          "order, or the array of the only one. For ids that are no names in Python.")
+          "As a call, with the inputs as one object, for ids that are no names in Python.\n\nArgs:"
+          "\n    inputs: arrays as a call takes them: a mapping by id, a tuple or list in their "
+          "order, "
+          "or the array of the only one.\n    outputs: as in a call.\n\nReturns:\n    What a call "
+          "returns.\n\nRaises:\n    TypeError, InputError, LayerError, BusyError: as a call.")
       .def(
           "profile",
           [](const Net& net, const py::args& inputs, int repeat, const py::kwargs& named) {
@@ -178,8 +185,9 @@ void bind_net(py::module_& module) {
            "two "
            "share the weights; memory and states are each one's own, and the clone's states are "
            "those "
-           "of a new network.\n\nRaises:\n    BusyError: while another thread runs a network of "
-           "this model.")
+           "of a new network.\n\nReturns:\n    A Net.\n\nRaises:\n    BusyError: while another "
+           "thread "
+           "runs a network of this model.")
       .def("__repr__",
            [](const Net& net) {
              return "<Net " + quoted(net.id()) + ", " +
@@ -220,8 +228,11 @@ void bind_model_class(py::module_& module) {
            "once or not at all.\n\nRaises:\n    ValueError: for another suffix.\n    OSError: for "
            "a file that can't be written.")
       .def("to_bytes", &PyModel::to_bytes, py::arg("form") = "qrtmodel",
-           "The model's bytes in the form 'qrtmodel', which holds weights as halves, or 'json', "
-           "which holds them as they are.")
+           "The model as bytes.\n\nArgs:\n    form: 'qrtmodel', which holds weights as halves, or "
+           "'json', which holds them as they are.\n\nReturns:\n    The bytes of a file in this "
+           "form.\n\nRaises:\n    ValueError: for another form.\n    ModelError, OSError: for a "
+           "file "
+           "that has changed since it was loaded, or is gone.")
       .def(
           "check",
           [](const PyModel& model, const py::object& inputs) {
@@ -230,7 +241,8 @@ void bind_model_class(py::module_& module) {
           py::arg("inputs") = py::none(),
           "Judges whether the model means what it says.\n\nArgs:\n    inputs: shapes by network "
           "and input id, {'net': {'x': (3, 224, 224)}}; None for those that the model tells."
-          "\n\nReturns:\n    A list of Finding, empty for a model that is right.")
+          "\n\nReturns:\n    A list of Finding, empty for a model that is right.\n\nRaises:\n    "
+          "TypeError: for inputs that aren't shapes by network and input id.")
       .def("_info", [](const PyModel& model) { return info_of(*model.source()->tree()); })
       .def("__repr__", [](PyModel& model) { return "<Model of " + listed(model.ids()) + ">"; })
       .def(py::pickle(

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "python/src/arrays.h"
 #include "python/src/errors.h"
 #include "python/src/facts.h"
 #include "python/src/progress.h"
@@ -15,6 +16,7 @@ namespace qrt_python {
 using marlo::toolkit::AssignedLayer;
 using marlo::toolkit::KernelSet;
 using marlo::toolkit::TunedModel;
+using marlo::toolkit::TunedSize;
 using marlo::toolkit::TuneOptions;
 using marlo::toolkit::TuneProgress;
 using marlo::toolkit::TuneReport;
@@ -53,7 +55,17 @@ py::dict facts_of(const TuneReport& report, const TuneOptions& options) {
     layers.append(py::make_tuple(layer.id, layer.before, layer.kernel, layer.candidates, layer.cost,
                                  layer.cost_before));
   }
+  py::list sizes;
+  for (const TunedSize& size : report.sizes) {
+    py::dict inputs;
+    for (const auto& [id, shape] : size.size.inputs) inputs[py::str(id)] = tuple_of(shape.dims);
+    sizes.append(
+        py::make_tuple(inputs, size.size.weight, size.before, size.after, size.difference));
+  }
   py::dict facts;
+  facts["sizes"] = sizes;
+  facts["changes_tried"] = report.changes_tried;
+  facts["changes_kept"] = report.changes_kept;
   facts["processor"] = options.processor;
   facts["kernels"] = marlo::toolkit::word_of(options.assign.set);
   facts["tolerance"] = options.assign.tolerance;
@@ -74,16 +86,22 @@ py::dict facts_of(const TuneReport& report, const TuneOptions& options) {
   return facts;
 }
 
-py::tuple tune(const PyModel& model, const py::object& network, const py::object& inputs,
+py::tuple tune(const PyModel& model, const py::object& network, const py::list& sizes,
                const py::object& kernels, const py::object& numerics, double budget,
                const std::string& wisdom, const std::string& date, const py::object& progress) {
   TuneOptions options;
   options.assign.set = runnable_kernels_of(kernels);
   options.assign.tolerance = tolerance_of(numerics);
   if (!(budget >= 0)) throw py::value_error("budget: expected seconds, 0 or more");
-  const Chosen chosen = choose(model, network, inputs);
-  options.assign.network = chosen.network;
-  options.assign.inputs = chosen.inputs;
+  for (const py::handle& size : sizes) {
+    const auto [inputs, weight] = size.cast<std::pair<py::object, double>>();
+    const Chosen chosen = choose(model, network, inputs);
+    options.assign.network = chosen.network;
+    options.further.push_back({chosen.inputs, weight});
+  }
+  options.assign.inputs = options.further.at(0).inputs;
+  options.weight = options.further[0].weight;
+  options.further.erase(options.further.begin());
   options.budget = budget;
   options.wisdom = wisdom;
   options.processor = marlo::toolkit::processor_name();
@@ -105,7 +123,7 @@ py::tuple tune(const PyModel& model, const py::object& network, const py::object
   // An interrupt ends the measurements, and what is known by then is chosen from.
   if (!steps.is_interrupted()) steps.raise();
   py::dict facts = facts_of(tuned.report, options);
-  facts["network"] = chosen.network;
+  facts["network"] = options.assign.network;
   facts["is_interrupted"] = steps.is_interrupted();
   // This form holds the weights as exactly as the tree does.
   return py::make_tuple(bytes_of(tuned.model, "json"), facts);
@@ -114,7 +132,7 @@ py::tuple tune(const PyModel& model, const py::object& network, const py::object
 }  // namespace
 
 void bind_tune(py::module_& module) {
-  module.def("_tune", &tune, py::arg("model"), py::arg("network"), py::arg("inputs"),
+  module.def("_tune", &tune, py::arg("model"), py::arg("network"), py::arg("sizes"),
              py::arg("kernels"), py::arg("numerics"), py::arg("budget"), py::arg("wisdom"),
              py::arg("date"), py::arg("progress"));
 }

@@ -20,6 +20,8 @@ model = qrt.tune("net.qrtmodel", inputs={"x": (3, 4)}, progress=True)
 reveal_type(model.tuning)
 reveal_type(qrt.bench(model, "other.qrtmodel")[0])
 reveal_type(qrt.explain(model)[0].converters)
+reveal_type(qrt.explain(model, candidates=True, html="page.html")[0].second)
+qrt.tune(model, inputs=[{"x": (3, 4)}, {"x": (3, 8)}], weights=[1, 0.5])
 reveal_type(qrt.verify("net.onnx", data=np.zeros(3)).first_beyond)
 qrt.image.resize(np.zeros((3, 3, 3), np.uint8), (2, 2))
 qrt.load(3)
@@ -59,6 +61,7 @@ def main(folder):
         'Revealed type is "Union[qrt_core.tuning.Tuning, None]"',
         'Revealed type is "qrt_core.benchmark.BenchedNetwork"',
         "fallback=qrt_core.explanation.ExplainedConverter], ...]",
+        "fallback=qrt_core.explanation.ExplainedCandidate], None]",
         "fallback=qrt_core.verification.VerifiedLayer], None]",
         'Argument 1 to "load" has incompatible type "int"',
         "Found 1 error",

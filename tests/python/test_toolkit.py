@@ -89,6 +89,26 @@ def test_a_budget_ends_the_measurements_and_progress_is_shown(capfd):
     assert capfd.readouterr().err.endswith("\n")
 
 
+def test_several_sizes():
+    pair = models.model(pair=models.two_inputs())
+    sizes = [{"a": (1, 2, 3), "b": (1, 2, 3)}, {"a": (2, 9, 9), "b": (2, 9, 9)}]
+    tuning = qrt.tune(pair, inputs=sizes, weights=(2, 0.5), kernels="portable", wisdom=False).tuning
+    assert [size.inputs for size in tuning.sizes] == sizes and [size.weight for size in tuning.sizes] == [2, 0.5]
+    for ms in ("before_ms", "after_ms"):
+        assert sum(size.weight * getattr(size, ms) for size in tuning.sizes) == pytest.approx(getattr(tuning, ms))
+    assert tuning.changes_kept <= tuning.changes_tried <= 8
+    (one,) = qrt.tune(pair, inputs=sizes[0], kernels="portable", wisdom=False).tuning.sizes
+    assert one.inputs == sizes[0] and one.weight == 1
+    for options, text in (
+        ({"inputs": []}, "inputs: expected shapes of at least one size"),
+        ({"inputs": sizes, "weights": [1]}, "weights: expected one for each size, 2, found 1"),
+        ({"inputs": sizes, "weights": [1, 0]}, "weights: expected numbers above 0, found 0.0"),
+        ({"inputs": [sizes[0], {"a": (1, 2, 3)}]}, "doesn't say how large its input 'b' is"),
+    ):
+        with pytest.raises(ValueError, match=text):
+            qrt.tune(pair, wisdom=False, **options)
+
+
 def test_options_of_tune():
     pair = models.model(pair=models.two_inputs())
     shapes = {"a": (1, 2, 3), "b": (1, 2, 3)}
@@ -234,6 +254,29 @@ def test_explains():
 
     with pytest.raises(KeyboardInterrupt):
         qrt.explain(models.DIGITS, progress=interrupt)
+
+
+def test_explains_the_candidates(wisdom, tmp_path, caplog):
+    page = tmp_path / "page.html"
+    result = qrt.explain(models.DIGITS, seconds=0.02, candidates=True, kernels="sse", wisdom=wisdom, html=page)
+    assert result.is_complete and not result.notes and result[0].candidates == ()
+    layer = result[1]
+    (chosen,) = [candidate for candidate in layer.candidates if candidate.is_chosen]
+    assert chosen.kernel == layer.kernel and chosen.is_measured and chosen.difference == 0
+    assert chosen.inputs == (((1, 28, 28), "CHW"),) and chosen.output.layout == "CHW"
+    assert [c.whole_ms for c in layer.candidates] == sorted(c.ms + c.converters_ms for c in layer.candidates)
+    assert layer.second is min((c for c in layer.candidates if not c.is_chosen), key=lambda c: c.whole_ms)
+    assert all(candidate.needs in ("portable", "sse") for candidate in layer.candidates)
+    reasons = {refusal.kernel: refusal.reasons for refusal in layer.refusals}
+    assert reasons and all(text for texts in reasons.values() for text in texts)
+    assert page.read_text().count('<details id="layer-') == 10 and "digits.json" in page.read_text()
+    assert qrt.explain(models.DIGITS, seconds=0.01)[1].second is None
+    short = qrt.explain(models.DIGITS, seconds=0.01, candidates=True, kernels="sse", wisdom=False, budget=0)
+    assert not short.is_complete and "estimates" in caplog.text
+    with pytest.raises(ValueError, match="budget"):
+        qrt.explain(models.DIGITS, budget=-1)
+    with pytest.raises(ValueError, match="kernels 'neon'"):
+        qrt.explain(models.DIGITS, kernels="neon")
 
 
 @needs_nodes
