@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <rapidjson/document.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/bench_output.h"
 
@@ -94,6 +97,22 @@ class BenchTest : public ToolTest {
     toy_model()->ToFile(path("m.json").c_str(), "json");
   }
 };
+
+// Where Debian's libbenchmark-tools and what it needs are there.
+TEST_F(BenchTest, TheScriptOfGoogleBenchmarkComparesTwoFiles) {
+  const std::string script = "/usr/share/benchmark/compare.py";
+  const std::string needs = "/usr/bin/python3 -c 'import scipy' 2>/dev/null";
+  if (!std::filesystem::exists(script) || std::system(needs.c_str()) != 0) {
+    GTEST_SKIP() << "there is no libbenchmark-tools with python3-scipy";
+  }
+  write_text(path("one.json"), qrt_tool::bench_json(recorded(), {}));
+  const std::string command = "/usr/bin/python3 " + script + " --no-color benchmarks '" +
+                              path("one.json") + "' '" + path("one.json") + "' >'" + path("out") +
+                              "'";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  EXPECT_THAT(file_text(path("out")),
+              AllOf(HasSubstr("a/n  "), HasSubstr("b/n  "), HasSubstr("OVERALL_GEOMEAN")));
+}
 
 TEST_F(BenchTest, MeasuresAModelAndAnother) {
   const Outcome outcome = qrt({"bench", path("m.qrtmodel"), "--against", path("m.json"),

@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 #include "qrt_toolkit/tune/tune.h"
 #include "tests/tools/tool_runner.h"
+#include "tools/qrt/choice_options.h"
 
 // `qrt tune`.
 
@@ -114,6 +117,19 @@ TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {
               HasSubstr("--weights \"1,2\": expected 1 number between commas; found 2"));
   EXPECT_THAT(fault({"--input", "1x1x3", "--input", "1x1x5", "--weights", "1,0"}),
               HasSubstr("--weights 1,0: expected numbers above 0"));
+}
+
+TEST(Interrupts, TheFirstEndsMeasurementsAndTheSecondTheTool) {
+  const auto before = std::signal(SIGINT, SIG_IGN);
+  {
+    const qrt_tool::Interrupts interrupts;
+    EXPECT_FALSE(qrt_tool::Interrupts::came());
+    std::raise(SIGINT);
+    EXPECT_TRUE(qrt_tool::Interrupts::came());
+    const auto next = std::signal(SIGINT, SIG_IGN);
+    EXPECT_EQ(next, SIG_DFL);
+  }
+  EXPECT_EQ(std::signal(SIGINT, before), SIG_IGN);
 }
 
 }  // namespace

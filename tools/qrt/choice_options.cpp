@@ -15,9 +15,14 @@ namespace {
 
 std::atomic<bool> is_interrupted{false};
 
+void note_interrupt(int signal) {
+  is_interrupted = true;
+  std::signal(signal, SIG_DFL);
+}
+
 }  // namespace
 
-Interrupts::Interrupts() : before_(std::signal(SIGINT, [](int) { is_interrupted = true; })) {}
+Interrupts::Interrupts() : before_(std::signal(SIGINT, note_interrupt)) {}
 
 Interrupts::~Interrupts() { std::signal(SIGINT, before_); }
 

@@ -11,8 +11,8 @@
 
 namespace qrt_tool {
 
-/// Lets an interrupt end the measurements instead of the tool, while it lives. There is one at a
-/// time.
+/// Lets an interrupt end the measurements instead of the tool, while it lives; a second one ends the
+/// tool. There is one at a time.
 class Interrupts {
  public:
   Interrupts();
