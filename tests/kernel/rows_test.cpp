@@ -71,6 +71,7 @@ std::set<std::string> walked_extensions([[maybe_unused]] const std::vector<std::
 #define QRT_ADD_LIST(list) add(#list, kernel::list)
   QRT_ADD_LIST(extension_activation_rows);
   QRT_ADD_LIST(block_depthwise_rows);
+  QRT_ADD_LIST(block_transposed_rows);
   QRT_ADD_LIST(block_window_rows);
   QRT_ADD_LIST(block_winograd_rows);
   QRT_ADD_LIST(first_window_rows);

@@ -71,6 +71,9 @@ std::vector<ConvRow> all_convolution_rows() {
       if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
     }
   }
+  for (const auto* row : kernel::block_transposed_rows) {
+    if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
+  }
 #endif
   return rows;
 }

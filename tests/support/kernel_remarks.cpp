@@ -11,6 +11,15 @@ constexpr char kOfPaddedMaxima[] = "same bits where nothing is padded, or nothin
 
 namespace {
 
+void add_transposed([[maybe_unused]] std::vector<KernelRemark>& remarks) {
+#if QRT_WITH_EXTENSIONS
+  for (const auto* row : kernel::block_transposed_rows) {
+    remarks.push_back(
+        {row->name, "paddings hold (kernel - 1) * dilation - p; weights are [in, out]", ""});
+  }
+#endif
+}
+
 // With S the sum over the input channels of the largest weight times the largest input.
 void add_filtering([[maybe_unused]] std::vector<KernelRemark>& remarks) {
 #if QRT_WITH_EXTENSIONS
@@ -82,6 +91,7 @@ const std::vector<KernelRemark>& kernel_remarks() {
   static const std::vector<KernelRemark> all = [] {
     std::vector<KernelRemark> list = remarks;
     add_filtering(list);
+    add_transposed(list);
     return list;
   }();
   return all;

@@ -120,8 +120,9 @@ bool is_convolution_kernel(const std::string& kernel) {
 std::shared_ptr<LayerInfo> fitted(const std::shared_ptr<LayerInfo>& info,
                                   const std::string& kernel) {
   if (const auto* layer = dynamic_cast<const ConvTranspose2dInfo*>(info.get())) {
-    const bool is_portable = kernel == "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1";
-    return is_portable ? for_portable_kernel(*layer) : info;
+    // Kernels of any window share the portable one's meaning of a description.
+    const bool takes_any_window = kernel.find("_Knxm_") != std::string::npos;
+    return takes_any_window ? for_portable_kernel(*layer) : info;
   }
   if (const auto* layer = dynamic_cast<const ConcatenateInfo*>(info.get())) {
     if (kernel != "Concatenate_MainMemory_Fallback") return info;

@@ -7,6 +7,7 @@
 
 #if QRT_WITH_EXTENSIONS
 #include "qrt_core/kernel/extension/conv/block_depthwise.h"
+#include "qrt_core/kernel/extension/conv/block_transposed.h"
 #include "qrt_core/kernel/extension/conv/block_window.h"
 #include "qrt_core/kernel/extension/conv/block_winograd.h"
 #include "qrt_core/kernel/extension/conv/first_window.h"
@@ -50,6 +51,7 @@
   QRT_WIDE_SEQUENCES_FMA(KERNEL)           \
   QRT_BLOCK_AVERAGE_KERNELS_FMA(KERNEL)    \
   QRT_BLOCK_WINDOW_KERNELS_FMA(KERNEL)     \
+  QRT_BLOCK_TRANSPOSED_KERNELS_FMA(KERNEL) \
   QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL)   \
   QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)  \
   QRT_FIRST_WINDOW_KERNELS_FMA(KERNEL)
@@ -63,6 +65,7 @@
   QRT_WIDE_SEQUENCES_AVX512(KERNEL)           \
   QRT_ACTIVATION_KERNELS_AVX512(KERNEL)       \
   QRT_BLOCK_WINDOW_KERNELS_AVX512(KERNEL)     \
+  QRT_BLOCK_TRANSPOSED_KERNELS_AVX512(KERNEL) \
   QRT_BLOCK_WINOGRAD_KERNELS_AVX512(KERNEL)   \
   QRT_BLOCK_DEPTHWISE_KERNELS_AVX512(KERNEL)  \
   QRT_FIRST_WINDOW_KERNELS_AVX512(KERNEL)

@@ -9,10 +9,11 @@
 #include "bench/support/conv_benchmarks.h"
 #include "bench/support/onednn_peers.h"
 #include "bench/support/probe.h"
+#include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/conv_setup.h"
 
 // The fast transposed convolutions on layers that they take, beside oneDNN held to AVX2. The
-// full result and what is cut off it are part of the time.
+// full result and what is cut off it are part of the time of the first set's kernels.
 
 #if QRT_WITH_SSE || QRT_WITH_AVX
 
@@ -71,8 +72,43 @@ bool fits(const Row& row, const ConvShape& shape) {
                       ScatterGeometry::params_of(*test::describe<TransposedGeometry>(sizes, {})));
 }
 
+#if QRT_WITH_EXTENSIONS
+using BlockRow = kernel::ConvolutionRow<TransposedGeometry>;
+
+// A result that is larger than the input by the stride, as networks have it.
+ConvCase enlarging(ConvCase sizes) {
+  sizes.padding_r = sizes.extent_x() - 1 - sizes.padding_l;
+  sizes.padding_b = sizes.extent_y() - 1 - sizes.padding_t;
+  return sizes;
+}
+
+void run_blocks(benchmark::State& state, const BlockRow& row, const ConvShape& shape) {
+  const ConvCase sizes = enlarging(shape.sizes);
+  const ConvData data = test::float_data(sizes, 1);
+  ConfiguredKernel layer(row.name, test::describe<TransposedGeometry>(sizes, data));
+  layer.add_planes({sizes.in_channels, sizes.height, sizes.width}, row.input.layout, data.input);
+  layer.pass();
+  if (is_unchecked(row.name, shape)) {
+    demand_sums(layer.name() + " on " + shape.name, layer.output_planes(sizes.out_channels),
+                test::oracle_of<TransposedGeometry>(sizes, data).sums);
+  }
+  const bool is_wide = row.needs == runtime::InstructionSet::avx512;
+  time_computing(state, layer, 2 * shape.multiply_adds(), is_wide ? wide_limit() : fused_limit());
+  report_peer(state, layer, onednn_transposed_convolution(sizes));
+}
+
+bool fits_blocks(const BlockRow& row, const ConvShape& shape) {
+  return shape.kind == ConvShape::Kind::transposed && row.epilogue == kernel::Epilogue::none &&
+         kernel::fits(row.accepts, TransposedGeometry::params_of(
+                                       *test::describe<TransposedGeometry>(shape.sizes, {})));
+}
+#endif
+
 const bool registered = [] {
   register_on_shapes(kernel::scatter_convolution_rows, fits, run);
+#if QRT_WITH_EXTENSIONS
+  register_on_shapes(kernel::block_transposed_rows, fits_blocks, run_blocks);
+#endif
   return true;
 }();
 

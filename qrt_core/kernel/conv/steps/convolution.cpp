@@ -65,6 +65,9 @@ bool Convolution<Geometry>::Configure(const LayerInfo* info, const InferencePara
   weight_ = decode_weights(description.weight, Geometry::weight_shape(params_), context);
   bias_ = nullptr;
   if (weight_ != nullptr && row_.pack != nullptr) weight_ = row_.pack(weight_, context.cpu);
+  if (weight_ != nullptr && row_.pack_for != nullptr) {
+    weight_ = row_.pack_for(weight_, params_, context.cpu);
+  }
   if (weight_ == nullptr) return false;
   if (!params_.if_bias) return true;
   bias_ = decode_weights(description.bias,

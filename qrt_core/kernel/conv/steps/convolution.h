@@ -44,6 +44,9 @@ struct ConvolutionRow : KernelRow {
   /// The weights in the order in which the core reads them; null for a core that reads them as they
   /// come.
   TensorPointer (*pack)(TensorPointer weight, std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
+  /// The same where the order depends on the layer; takes the place of `pack`.
+  TensorPointer (*pack_for)(TensorPointer weight, const Params& params,
+                            std::shared_ptr<runtime::DeviceCPU> device) = nullptr;
   fill::Core fill = nullptr;  ///< repeats the bias over an output; without one it is cleared
   /// The core starts from `ConvTask::bias` itself and writes every output that has weights, so that
   /// the step above is left out where all have.

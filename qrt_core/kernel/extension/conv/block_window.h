@@ -30,13 +30,18 @@ std::shared_ptr<runtime::TensorCPU> pack_planes_in_widths_of_32(
 /// @}
 
 /// Whole blocks of channels.
-constexpr ConvolutionRow<PlaneGeometry> block_convolution(Accepts accepts, Groups groups) {
-  ConvolutionRow<PlaneGeometry> row;
+template <typename Geometry>
+constexpr ConvolutionRow<Geometry> in_whole_blocks(Accepts accepts, Groups groups) {
+  ConvolutionRow<Geometry> row;
   row.accepts = with_groups(in_blocks_of(8, with_channels(accepts)), groups);
   row.input = row.output = {runtime::LayoutType::C8HW8, false, true};
   row.starts_from_bias = true;
   row.computes = Computes::all_groups;
   return row;
+}
+
+constexpr ConvolutionRow<PlaneGeometry> block_convolution(Accepts accepts, Groups groups) {
+  return in_whole_blocks<PlaneGeometry>(accepts, groups);
 }
 
 constexpr ConvolutionRow<PlaneGeometry> block_window_on_fma(Accepts accepts, Groups groups) {

@@ -10,6 +10,9 @@
 // Sums begin with the bias, stay in registers over all input channels and end in the epilogue. Each
 // takes the input's blocks in order, within them the window's rows, columns and channels. What lies
 // outside of the picture is a zero above or below, which is left out, or beside, which is read.
+//
+// Results may stand apart, with those of other windows between them: that is how a transposed
+// convolution is computed, see block_transposed_internal.h.
 
 namespace marlo::kernel::conv {
 namespace {
@@ -28,12 +31,12 @@ template <typename Vector>
   }
 }
 
-/// Stores the sums of neighbouring pixels as a kernel ends.
-/// @param output of the first block of channels, `plane` floats before that of the next
-template <typename Vector, size_t kVectors, size_t kPixels>
-[[gnu::always_inline]] inline void store_tile(const Ending& ending,
-                                              typename Vector::Register (&sums)[kVectors][kPixels],
-                                              float* output, size_t plane) noexcept {
+/// Ends what was computed of neighbouring pixels and stores it.
+/// @param at where the first block of a pixel's channels stands, `plane` floats before the next
+template <typename Vector, size_t kVectors, size_t kPixels, typename At>
+[[gnu::always_inline]] inline void store_pixels(
+    const Ending& ending, typename Vector::Register (&sums)[kVectors][kPixels], At at,
+    size_t plane) noexcept {
   constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
   if (ending.clamps()) {
     unrolled<kVectors>(QRT_UNROLLED(v) {
@@ -43,11 +46,22 @@ template <typename Vector, size_t kVectors, size_t kPixels>
     });
   }
   unrolled<kVectors>(QRT_UNROLLED(v) {
-    float* to = output + v * kBlocks * plane;
     unrolled<kPixels>(QRT_UNROLLED(pixel) {
-      store_channels<Vector>(to + pixel * kChannelBlock, plane, sums[v][pixel]);
+      store_channels<Vector>(at(pixel) + v * kBlocks * plane, plane, sums[v][pixel]);
     });
   });
+}
+
+/// The same side by side. @param output of the first pixel's first block
+template <typename Vector, size_t kVectors, size_t kPixels>
+[[gnu::always_inline]] inline void store_tile(const Ending& ending,
+                                              typename Vector::Register (&sums)[kVectors][kPixels],
+                                              float* output, size_t plane) noexcept {
+  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
+  store_pixels<Vector>(
+      ending, sums,
+      [&](size_t pixel) __attribute__((always_inline)) { return output + pixel * kChannelBlock; },
+      plane);
   unrolled<kVectors * kBlocks>(
       QRT_UNROLLED(block) { ending.stored(output + block * plane, kPixels * kChannelBlock); });
 }
@@ -58,41 +72,65 @@ struct WindowBand {
   size_t column, end_column;
 };
 
+/// One direction of a window that passes over a picture.
+struct WindowAxis {
+  size_t kernel = 0;
+  size_t stride = 0;
+  size_t dilation = 0;
+  int64_t padding = 0;  ///< before the first input; below zero where windows begin behind it
+  size_t inputs = 0;
+  size_t outputs = 0;
+};
+
 /// One group of a convolution, with distances in floats.
 struct WindowPlane {
   explicit WindowPlane(const ConvTask& task) noexcept
-      : params(task.params),
-        in_blocks(task.in_blocks),
-        height(task.in_height),
-        width(task.in_width),
-        out_height(task.out_height),
-        out_width(task.out_width),
-        ending(task.epilogue) {
-    const Conv2dParams& p = params;
-    const bool is_point = p.kernel_x == 1 && p.kernel_y == 1 && p.stride_x == 1 && p.stride_y == 1;
+      : in_blocks(task.in_blocks), ending(task.epilogue) {
+    const Conv2dParams& p = task.params;
+    y = {p.kernel_y,           p.stride_y,     p.dilation_y,
+         int64_t{p.padding_t}, task.in_height, task.out_height};
+    x = {p.kernel_x, p.stride_x, p.dilation_x, int64_t{p.padding_l}, task.in_width, task.out_width};
     const bool has_padding = (p.padding_l | p.padding_r | p.padding_t | p.padding_b) != 0;
-    if (is_point && !has_padding) {
+    if (is_point() && y.stride == 1 && !has_padding) {
       // Neighbours don't matter: the plane is one row.
-      width *= height;
-      height = 1;
-      out_width *= out_height;
-      out_height = 1;
+      x.inputs *= y.inputs;
+      x.outputs *= y.outputs;
+      y.inputs = y.outputs = 1;
     }
-    in_plane = height * width * kChannelBlock;
-    out_plane = out_height * out_width * kChannelBlock;
+    in_plane = y.inputs * x.inputs * kChannelBlock;
+    out_plane = y.outputs * x.outputs * kChannelBlock;
+    out_step = kChannelBlock;
+    out_row = x.outputs * out_step;
+    all_taps = taps();
   }
 
-  const Conv2dParams& params;
   size_t in_blocks;
-  size_t height, width;
-  size_t out_height, out_width;
+  WindowAxis y, x;
   size_t in_plane = 0, out_plane = 0;
+  size_t out_row = 0;       ///< between a result and the one below
+  size_t out_step = 0;      ///< between a result and the one beside
+  size_t first_output = 0;  ///< where the first result stands
+  size_t first_tap =
+      0;  ///< how many weights of a pair of channels stand before those of this window
+  size_t all_taps = 0;  ///< how many there are
   Ending ending;
 
-  size_t taps() const noexcept { return size_t{params.kernel_y} * params.kernel_x; }
+  size_t taps() const noexcept { return y.kernel * x.kernel; }
+  bool is_point() const noexcept { return taps() == 1 && x.stride == 1; }
+  /// Whether results stand side by side over the ends of rows.
+  bool is_dense() const noexcept {
+    return out_step == kChannelBlock && out_row == x.outputs * out_step;
+  }
+
+  /// Calls `run(plane)` with what is computed of the same channels: this.
+  template <typename Run>
+  void for_each_part(Run run) const noexcept {
+    run(*this);
+  }
 };
 
 /// Computes `kVectors` vectors of output channels, whose weights are [in block][row][column][8][vectors].
+/// @param weight, bias, output of the first of these channels
 template <typename Vector, size_t kVectors>
 class WindowChannels {
   using Register = typename Vector::Register;
@@ -109,11 +147,10 @@ class WindowChannels {
       : plane_(plane), input_(input), weight_(weight), bias_(bias), output_(output) {}
 
   void run(const WindowBand& band) const noexcept {
-    const Conv2dParams& p = plane_.params;
-    const bool is_narrow = plane_.out_width <= kMostPixels / 2;
-    if (p.stride_x > 2 || (is_narrow && band.end_row - band.row > 1)) {
-      walk(band.row * plane_.out_width + band.column,
-           (band.end_row - 1) * plane_.out_width + band.end_column);
+    const bool has_rows = band.end_row - band.row > 1;
+    if (plane_.x.stride > 2 || (is_narrow() && has_rows)) {
+      walk(band.row * plane_.x.outputs + band.column,
+           (band.end_row - 1) * plane_.x.outputs + band.end_column);
       return;
     }
     for (size_t row = band.row; row < band.end_row; ++row) {
@@ -127,6 +164,13 @@ class WindowChannels {
  private:
   static constexpr int64_t signed_of(size_t number) { return static_cast<int64_t>(number); }
 
+  // Whether a row is too short for tiles that hide how long a product takes: eight sums of 8 lanes.
+  bool is_narrow() const noexcept {
+    const size_t width = plane_.x.outputs;
+    if (width <= kMostPixels / 2) return true;
+    return Vector::kLanes == 8 && width / parts_of(width, kMostPixels) * kVectors < 8;
+  }
+
   // Pixels in memory order over the ends of rows.
   void walk(size_t first, size_t end) const noexcept {
     for_even_parts(end - first, kMostPixels, [&](size_t begin, size_t count) {
@@ -138,14 +182,23 @@ class WindowChannels {
   // A tile of a row. Its first and its last pixel may reach outside of the picture.
   template <size_t kPixels>
   void run_tile(size_t row, size_t column) const noexcept {
-    const Conv2dParams& p = plane_.params;
-    const int64_t second = signed_of((column + 1) * p.stride_x) - signed_of(p.padding_l);
-    const int64_t last = second + signed_of((kPixels - 1) * p.stride_x) -
-                         2 * signed_of(p.stride_x) +
-                         signed_of(size_t{p.kernel_x - 1} * p.dilation_x);
-    const bool is_inside = kPixels < 3 || (second >= 0 && last < signed_of(plane_.width));
-    if (!is_inside) return run_anywhere<kPixels>(row * plane_.out_width + column);
-    if (p.stride_x == 1) return run_row<kPixels, 1>(row, column);
+    const WindowAxis& x = plane_.x;
+    const int64_t stride = signed_of(x.stride);
+    const int64_t first = signed_of(column) * stride - x.padding;
+    const int64_t last = first + signed_of(kPixels - 1) * stride;
+    if (plane_.is_point()) {
+      const int64_t line = signed_of(row * plane_.y.stride) - plane_.y.padding;
+      const bool is_inside = first >= 0 && last < signed_of(x.inputs) && line >= 0 &&
+                             line < signed_of(plane_.y.inputs);
+      if (is_inside) {
+        return run_points<kPixels>(line * signed_of(x.inputs) + first, row, column);
+      }
+    }
+    const int64_t reach = signed_of(x.kernel * x.dilation) - signed_of(x.dilation);
+    const bool is_inside =
+        kPixels < 3 || (first + stride >= 0 && last - stride + reach < signed_of(x.inputs));
+    if (!is_inside) return run_anywhere<kPixels>(row * x.outputs + column);
+    if (x.stride == 1) return run_row<kPixels, 1>(row, column);
     run_row<kPixels, 2>(row, column);
   }
 
@@ -186,21 +239,63 @@ class WindowChannels {
   };
 
   Rows rows_of(int64_t top) const noexcept {
-    const Conv2dParams& p = plane_.params;
-    Rows rows = {0, p.kernel_y};
-    const auto at = [&](size_t row) { return top + signed_of(row * p.dilation_y); };
+    const WindowAxis& y = plane_.y;
+    Rows rows = {0, y.kernel};
+    const auto at = [&](size_t row) { return top + signed_of(row * y.dilation); };
     while (rows.begin < rows.end && at(rows.begin) < 0) ++rows.begin;
-    while (rows.begin < rows.end && at(rows.end - 1) >= signed_of(plane_.height)) --rows.end;
+    while (rows.begin < rows.end && at(rows.end - 1) >= signed_of(y.inputs)) --rows.end;
     return rows;
+  }
+
+  // Stores a tile of a row.
+  template <size_t kPixels>
+  [[gnu::always_inline]] void store(Register (&sums)[kVectors][kPixels], size_t row,
+                                    size_t column) const noexcept {
+    float* output = output_ + row * plane_.out_row + column * plane_.out_step;
+    if (plane_.is_dense()) {
+      return store_tile<Vector>(plane_.ending, sums, output, plane_.out_plane);
+    }
+    store_apart(
+        sums, [&](size_t pixel)
+                  __attribute__((always_inline)) { return output + pixel * plane_.out_step; });
+  }
+
+  template <size_t kPixels, typename At>
+  [[gnu::always_inline]] void store_apart(Register (&sums)[kVectors][kPixels],
+                                          At at) const noexcept {
+    store_pixels<Vector>(plane_.ending, sums, at, plane_.out_plane);
+    if (!plane_.ending.acts_on_stored()) return;
+    for (size_t pixel = 0; pixel < kPixels; ++pixel) {
+      for (size_t block = 0; block < kWidth / kBlock; ++block) {
+        plane_.ending.stored(at(pixel) + block * plane_.out_plane, kBlock);
+      }
+    }
+  }
+
+  // A tile of a window of one pixel, which lies in the picture.
+  template <size_t kPixels>
+  [[gnu::noinline]] void run_points(int64_t first, size_t row, size_t column) const noexcept {
+    Register sums[kVectors][kPixels];
+    start(sums);
+    const float* weight = weight_;
+    const float* input = input_ + first * signed_of(kBlock);
+    for (size_t k = 0; k < plane_.in_blocks; ++k) {
+      add_tap(
+          weight,
+          [&](size_t pixel) __attribute__((always_inline)) { return input + pixel * kBlock; },
+          sums);
+      weight += kTap;
+      input += plane_.in_plane;
+    }
+    store(sums, row, column);
   }
 
   template <size_t kPixels, size_t kStride>
   [[gnu::noinline]] void run_row(size_t row, size_t column) const noexcept {
     constexpr int64_t kSigned = kBlock;
-    const Conv2dParams& p = plane_.params;
-    const int64_t top = signed_of(row * p.stride_y) - signed_of(p.padding_t);
-    const int64_t left = signed_of(column * kStride) - signed_of(p.padding_l);
-    const int64_t width = signed_of(plane_.width);
+    const int64_t top = signed_of(row * plane_.y.stride) - plane_.y.padding;
+    const int64_t left = signed_of(column * kStride) - plane_.x.padding;
+    const int64_t width = signed_of(plane_.x.inputs);
     const Rows rows = rows_of(top);
     Register sums[kVectors][kPixels];
     start(sums);
@@ -208,10 +303,10 @@ class WindowChannels {
     const float* input = input_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
       for (size_t y = rows.begin; y < rows.end; ++y) {
-        const float* line = input + (top + signed_of(y * p.dilation_y)) * width * kSigned;
-        const float* weights = weight + y * p.kernel_x * kTap;
+        const float* line = input + (top + signed_of(y * plane_.y.dilation)) * width * kSigned;
+        const float* weights = weight + y * plane_.x.kernel * kTap;
         int64_t first = left;
-        for (size_t x = 0; x < p.kernel_x; ++x) {
+        for (size_t x = 0; x < plane_.x.kernel; ++x) {
           const int64_t last = first + signed_of((kPixels - 1) * kStride);
           const float* base = line + first * kSigned;
           const float* first_pixel = first >= 0 && first < width ? base : kNoPixel;
@@ -224,38 +319,42 @@ class WindowChannels {
               },
               sums);
           weights += kTap;
-          first += p.dilation_x;
+          first += signed_of(plane_.x.dilation);
         }
       }
       weight += plane_.taps() * kTap;
       input += plane_.in_plane;
     }
-    store_tile<Vector>(plane_.ending, sums, output_ + (row * plane_.out_width + column) * kBlock,
-                       plane_.out_plane);
+    store(sums, row, column);
   }
 
   // A tile of which any pixel may reach outside, and whose pixels may stand in several rows.
   template <size_t kPixels>
   [[gnu::noinline]] void run_anywhere(size_t pixel) const noexcept {
-    const Conv2dParams& p = plane_.params;
+    const WindowAxis& rows = plane_.y;
+    const WindowAxis& columns = plane_.x;
     int64_t top[kPixels], left[kPixels];
+    float* output[kPixels];
     for (size_t i = 0; i < kPixels; ++i) {
-      top[i] = signed_of((pixel + i) / plane_.out_width * p.stride_y) - signed_of(p.padding_t);
-      left[i] = signed_of((pixel + i) % plane_.out_width * p.stride_x) - signed_of(p.padding_l);
+      const size_t row = (pixel + i) / columns.outputs;
+      const size_t column = (pixel + i) % columns.outputs;
+      top[i] = signed_of(row * rows.stride) - rows.padding;
+      left[i] = signed_of(column * columns.stride) - columns.padding;
+      output[i] = output_ + row * plane_.out_row + column * plane_.out_step;
     }
     Register sums[kVectors][kPixels];
     start(sums);
     const float* weight = weight_;
     const float* input = input_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
-      for (size_t y = 0; y < p.kernel_y; ++y) {
-        for (size_t x = 0; x < p.kernel_x; ++x) {
+      for (size_t y = 0; y < rows.kernel; ++y) {
+        for (size_t x = 0; x < columns.kernel; ++x) {
           const float* at[kPixels];
           for (size_t i = 0; i < kPixels; ++i) {
-            const auto line = static_cast<size_t>(top[i] + signed_of(y * p.dilation_y));
-            const auto place = static_cast<size_t>(left[i] + signed_of(x * p.dilation_x));
-            const bool is_inside = line < plane_.height && place < plane_.width;
-            at[i] = is_inside ? input + (line * plane_.width + place) * kBlock : kNoPixel;
+            const auto line = static_cast<size_t>(top[i] + signed_of(y * rows.dilation));
+            const auto place = static_cast<size_t>(left[i] + signed_of(x * columns.dilation));
+            const bool is_inside = line < rows.inputs && place < columns.inputs;
+            at[i] = is_inside ? input + (line * columns.inputs + place) * kBlock : kNoPixel;
           }
           add_tap(
               weight, [&](size_t i) __attribute__((always_inline)) { return at[i]; }, sums);
@@ -264,7 +363,11 @@ class WindowChannels {
       }
       input += plane_.in_plane;
     }
-    store_tile<Vector>(plane_.ending, sums, output_ + pixel * kBlock, plane_.out_plane);
+    if (plane_.is_dense()) {
+      return store_tile<Vector>(plane_.ending, sums, output[0], plane_.out_plane);
+    }
+    store_apart(
+        sums, [&](size_t i) __attribute__((always_inline)) { return output[i]; });
   }
 
   const WindowPlane& plane_;
@@ -276,19 +379,20 @@ class WindowChannels {
 
 /// Calls `run(band)` for the parts of a plane whose inputs stay in L2 while all output channels
 /// pass over them.
-template <typename Run>
-void for_each_band(const WindowPlane& plane, size_t resident, Run run) noexcept {
+template <typename Plane, typename Run>
+void for_each_band(const Plane& plane, size_t resident, Run run) noexcept {
   const size_t channels = plane.in_blocks * kChannelBlock;
-  if (plane.out_height == 1) {
-    const size_t most = resident / (channels * plane.params.stride_x) / 28 * 28;
-    for_each_part(plane.out_width, most < 28 ? 28 : most, [&](size_t first, size_t count) {
+  if (plane.y.outputs == 1) {
+    const size_t most = resident / (channels * plane.x.stride) / 28 * 28;
+    for_each_part(plane.x.outputs, most < 28 ? 28 : most, [&](size_t first, size_t count) {
       run(WindowBand{0, 1, first, first + count});
     });
     return;
   }
-  const size_t most = resident / (channels * plane.width * plane.params.stride_y);
-  for_each_part(plane.out_height, most == 0 ? 1 : most, [&](size_t first, size_t count) {
-    run(WindowBand{first, first + count, 0, plane.out_width});
+  const size_t step = channels * plane.x.inputs * plane.y.stride;
+  const size_t most = step == 0 || step > resident ? 1 : resident / step;
+  for_each_part(plane.y.outputs, most, [&](size_t first, size_t count) {
+    run(WindowBand{first, first + count, 0, plane.x.outputs});
   });
 }
 
@@ -315,13 +419,22 @@ struct ChannelRange {
   float* output;
   size_t blocks;  ///< that are left
 
-  template <typename Vector, size_t kVectors>
-  [[gnu::always_inline]] void take(const WindowPlane& plane, const WindowBand& band) noexcept {
-    constexpr size_t kBlocks = kVectors * Vector::kLanes / kChannelBlock;
+  template <typename Vector, size_t kVectors, typename Plane>
+  [[gnu::always_inline]] void take(const Plane& plane, const WindowBand& band) noexcept {
+    constexpr size_t kWidth = kVectors * Vector::kLanes;
+    constexpr size_t kBlocks = kWidth / kChannelBlock;
+    const size_t tap = kWidth * plane.in_blocks * kChannelBlock;
     while (blocks >= kBlocks) {
-      WindowChannels<Vector, kVectors>(plane, input, weight, bias, output).run(band);
-      weight += kBlocks * kChannelBlock * plane.in_blocks * kChannelBlock * plane.taps();
-      if (bias != nullptr) bias += kBlocks * kChannelBlock;
+      plane.for_each_part([&](const WindowPlane& part) {
+        const WindowBand rest = {band.row, smaller_of(band.end_row, part.y.outputs), band.column,
+                                 smaller_of(band.end_column, part.x.outputs)};
+        if (rest.row >= rest.end_row || rest.column >= rest.end_column) return;
+        WindowChannels<Vector, kVectors>(part, input, weight + part.first_tap * tap, bias,
+                                         output + part.first_output)
+            .run(rest);
+      });
+      weight += plane.all_taps * tap;
+      if (bias != nullptr) bias += kWidth;
       output += kBlocks * plane.out_plane;
       blocks -= kBlocks;
     }
@@ -330,10 +443,14 @@ struct ChannelRange {
 
 /// A whole convolution. `take(range, plane, band)` takes all output channels, in the widths by which
 /// their weights are packed. @param resident floats of inputs that L2 holds beside weights
-template <typename Take>
+template <typename Plane, typename Take>
 void run_window(const ConvTask& task, size_t resident, Take take) noexcept {
-  const WindowPlane plane(task);
-  for_each_group(task, plane.taps(),
+  const Plane plane(task);
+  // Many weights come from beyond L2 for each band: better fewer bands, which leave little of it.
+  constexpr size_t kMostResident = 128 * 1024;
+  const size_t weights = task.out_blocks * kChannelBlock * plane.all_taps;  // of an input channel
+  if (weights > plane.y.inputs * plane.x.inputs) resident = kMostResident;
+  for_each_group(task, plane.all_taps,
                  [&](const float* input, const float* weight, const float* bias, float* output) {
                    for_each_band(plane, resident, [&](const WindowBand& band) {
                      take(ChannelRange{input, weight, bias, output, task.out_blocks}, plane, band);

@@ -106,6 +106,9 @@ class Ending {
     return clamps_ ? clamped<Vector>(x) : x;
   }
 
+  /// Whether anything is left to do then.
+  bool acts_on_stored() const noexcept { return finish_ != nullptr; }
+
   /// What is left for `count` floats that were stored, whole blocks of 8.
   [[gnu::always_inline]] void stored(float* floats, size_t count) const noexcept {
     if (finish_ != nullptr) finish_(floats, count);
