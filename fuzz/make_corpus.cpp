@@ -18,9 +18,9 @@
 
 namespace {
 
-using marlo::testing::AttributeTable;
-using marlo::testing::Forms;
-using marlo::testing::FormsMaker;
+using marlo::test::AttributeTable;
+using marlo::test::Forms;
+using marlo::test::FormsMaker;
 
 std::filesystem::path corpus;
 

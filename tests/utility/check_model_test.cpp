@@ -18,12 +18,13 @@
 
 #include <rapidjson/pointer.h>
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 using runtime::json::Document;
-using test::ModelBuilder;
-using test::ramp;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -540,4 +541,4 @@ TEST(CheckModel, RecurrentSizesAreComparedWithTheirNumbers) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

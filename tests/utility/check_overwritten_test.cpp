@@ -6,10 +6,12 @@
 #include "qrt_core/qrt_core.h"
 #include "tests/support/model_builder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::ModelBuilder;
 using ::testing::IsEmpty;
 
 /// A kernel that says what it does with its input's memory.
@@ -126,4 +128,4 @@ TEST_F(InPlace, AConvertersResultIsTheLayersOwn) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

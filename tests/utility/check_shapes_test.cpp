@@ -7,13 +7,15 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/model_builder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 using runtime::DataType;
 using runtime::LayoutType;
 using runtime::TensorShape;
-using test::ModelBuilder;
 using ::testing::HasSubstr;
 
 using Dims = std::vector<uint32_t>;
@@ -180,4 +182,4 @@ TEST_F(CheckShapes, GoesThroughConverters) {
 #endif
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

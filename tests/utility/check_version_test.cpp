@@ -4,10 +4,12 @@
 #include "qrt_core/qrt_core.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -99,4 +101,4 @@ TEST(CheckVersion, SdkVersionMatchesExactlyOnBothNumbers) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

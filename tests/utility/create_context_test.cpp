@@ -2,7 +2,10 @@
 
 #include "qrt_core/qrt_core.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 TEST(CreateContext, FillsOnlyTheCpuDeviceOnTwoPools) {
@@ -56,4 +59,4 @@ TEST(CreateContext, ReplacesAnEarlierContext) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

@@ -9,7 +9,10 @@
 #include "qrt_core/utility/log.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 using ::testing::IsEmpty;
@@ -124,4 +127,4 @@ TEST(Errors, TheStoryOfAnotherExceptionIsItsText) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

@@ -5,7 +5,7 @@
 #include "qrt_core/utility/half.h"
 #include "tests/utility/half_tables.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 // The table method, but that a NaN whose payload the tables drop stays a NaN.
@@ -31,4 +31,4 @@ TEST(HalfExhaustive, TruncatesEveryFloatAsTheTablesDo) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

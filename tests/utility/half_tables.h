@@ -8,7 +8,7 @@
 
 // The conversions between float and half by their definitions, for comparison.
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// Float to half by two tables over the float's sign and exponent:
 /// base[e] + (fraction >> shift[e]).
@@ -67,4 +67,4 @@ inline float half_value_of(uint16_t bits) {
   return sign * static_cast<float>(magnitude);
 }
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

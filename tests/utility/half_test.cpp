@@ -8,7 +8,7 @@
 
 #include "tests/utility/half_tables.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using half_float::half;
@@ -90,4 +90,4 @@ TEST(Half, AssignsFromFloat) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -10,12 +10,12 @@
 #include "tests/support/model_builder.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::failure_of;
-using test::LogCapture;
-using test::ModelBuilder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -263,4 +263,4 @@ TEST_F(LoadModelTest, ModelTreeIsGoneAfterLoadingAndThePackageStillRuns) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

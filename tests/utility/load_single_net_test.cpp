@@ -6,11 +6,12 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/model_builder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::failure_of;
-using test::ModelBuilder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Pair;
@@ -146,4 +147,4 @@ TEST_F(LoadSingleNetTest, NullArgumentsAreNamed) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

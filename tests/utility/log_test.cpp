@@ -10,10 +10,12 @@
 
 #include "tests/support/log_capture.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::ExitedWithCode;
@@ -313,4 +315,4 @@ TEST(Assert, CutsAMessageAt2047CharactersAndStillThrows) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

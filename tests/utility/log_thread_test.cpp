@@ -10,7 +10,10 @@
 
 #include "qrt_core/utility/log.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 constexpr int kThreads = 4;
@@ -83,4 +86,4 @@ TEST_F(LogThreadTest, AThreadBeginsWithoutAMessage) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

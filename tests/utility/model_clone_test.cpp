@@ -12,7 +12,10 @@
 #include "tests/support/recurrent_case.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 using ::testing::HasSubstr;
@@ -160,4 +163,4 @@ TEST(WeightPoolTest, GivesEveryBlockBackAtOnce) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 using runtime::LayoutType;
@@ -58,4 +61,4 @@ TEST(DescribedShape, TakesTheSourcesSizesWithOrWithoutTheirBatch) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

@@ -13,10 +13,12 @@
 #include "tests/support/model_builder.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
-using test::ModelBuilder;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -263,4 +265,4 @@ TEST_F(ModelTest, RunsAgainAfterAPassThatFailed) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

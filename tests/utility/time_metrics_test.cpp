@@ -10,7 +10,10 @@
 #include <type_traits>
 #include <vector>
 
-namespace marlo::utility {
+namespace marlo::test {
+
+using namespace utility;
+
 namespace {
 
 constexpr double kLargeSentinel = 3.4028234663852886e38;
@@ -178,4 +181,4 @@ TEST(TimeMetrics, SamplesGrowByHalfOfTheirCapacityAndClearKeepsIt) {
 }
 
 }  // namespace
-}  // namespace marlo::utility
+}  // namespace marlo::test

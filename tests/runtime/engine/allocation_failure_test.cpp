@@ -12,7 +12,10 @@
 #include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 using Nets = std::map<std::string, std::shared_ptr<utility::_NetworkPackage>>;
@@ -230,4 +233,4 @@ TEST_P(RealPoolsTest, OperatorNewThatFailsAtTheNthCall) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -5,7 +5,10 @@
 
 #include <memory>
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 using IntRegistry = ClassRegistry<std::shared_ptr<int>>;
@@ -79,4 +82,4 @@ TEST(ClassRegistry, HoldsValuesOfAnyType) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -13,7 +13,10 @@
 #include "tests/support/recurrent_case.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 constexpr int kThreads = 8;
@@ -303,4 +306,4 @@ TEST_F(ContextsThreadTest, TwoThreadsMayReadOneTensor) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -12,14 +12,12 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/model_builder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::called;
-using test::failure_of;
-using test::FakeRegistry;
-using test::KernelCall;
-using test::ModelBuilder;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -449,4 +447,4 @@ TEST_P(CreateNetFromApplicationTest, TextOfAnApplicationRuns) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -11,10 +11,12 @@
 #include "tests/support/kernels.h"
 #include "tests/support/model_builder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::make_kernel;
 using Tensors = IKernel::Tensors;
 
 using Info = std::shared_ptr<LayerInfo>;
@@ -232,4 +234,4 @@ TEST_F(KernelContractTest, StraightThroughChecksDemandOneTensorInMainMemory) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

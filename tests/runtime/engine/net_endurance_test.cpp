@@ -13,7 +13,10 @@
 #include "tests/support/model_builder.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 using Nets = std::map<std::string, std::shared_ptr<utility::_NetworkPackage>>;
@@ -170,4 +173,4 @@ TEST_F(NetEndurance, ThousandsOfFilesThatEndTooEarlyLeaveNothingOpen) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

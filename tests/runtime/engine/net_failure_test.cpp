@@ -15,13 +15,12 @@
 #include "tests/support/net_maker.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
-using test::FakeRegistry;
-using test::ModelBuilder;
-using test::NetMaker;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -349,4 +348,4 @@ TEST_F(NetFailureTest, AResultWithManyReadersTakesTimeInProportion) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

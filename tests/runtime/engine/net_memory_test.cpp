@@ -10,12 +10,12 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/net_maker.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
-using test::first_of;
-using test::NetMaker;
 using ::testing::ElementsAre;
 
 class NetMemoryTest : public NetMaker, public ::testing::Test {
@@ -272,4 +272,4 @@ TEST_F(NetMemoryTest, APassLeavesTheDynamicModeOffEvenIfItWasOn) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

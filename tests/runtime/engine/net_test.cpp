@@ -24,14 +24,12 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
   return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
-using test::first_of;
-using test::KernelCall;
-using test::NetMaker;
-using test::transient_flags;
 using ::testing::AllOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -394,4 +392,4 @@ TEST_F(NetTest, StateOfAKernelLastsFromPassToPassUntilItIsReset) {
 TEST_F(NetTest, EmptyNetReturnsNothing) { EXPECT_THAT(run({}, {0}), IsEmpty()); }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -11,7 +11,10 @@
 #include "qrt_core/utility/build_options.h"
 #include "tests/support/paths.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 using ::testing::ElementsAreArray;
@@ -226,4 +229,4 @@ TEST_F(RegistrationTest, ParameterRegistryHoldsTwoKeysOfThatClass) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

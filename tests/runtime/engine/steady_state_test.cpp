@@ -11,7 +11,10 @@
 #include "tests/support/counting_allocator.h"
 #include "tests/support/kernels.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 constexpr int kPasses = 1000;
@@ -156,4 +159,4 @@ TEST_F(SteadyStateTest, TensorsOfSeveralSizesSettleWithinAFewPasses) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

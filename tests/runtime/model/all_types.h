@@ -7,7 +7,7 @@
 
 #include "qrt_core/runtime/model/serializable.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// An object with one attribute of every type that a visitor knows, but for nested objects and
 /// chars, which have classes of their own below.
@@ -85,4 +85,4 @@ struct Letters : runtime::Serializable {
   char letters[8] = "-------";
 };
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -11,7 +11,7 @@
 
 #include "tests/support/paths.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// One line of tests/data/attributes.txt.
 struct Attribute {
@@ -118,4 +118,4 @@ class AttributeTable {
   std::map<std::string, PersistedClass> classes_;
 };
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

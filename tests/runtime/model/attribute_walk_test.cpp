@@ -7,7 +7,7 @@
 // Every persisted class against tests/data/attributes.txt: names, order, widths, defaults,
 // versions.
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using runtime::LayerInfo;
@@ -140,4 +140,4 @@ TEST(AttributeTable, GivesFreshLayersTheirTypeCodes) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -4,7 +4,7 @@
 
 #include <random>
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using runtime::Base64Decode;
@@ -94,4 +94,4 @@ TEST(Base64, OfAPartialGroupGivesOneByteLessThanItsCharacters) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

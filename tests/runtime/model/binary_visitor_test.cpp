@@ -29,7 +29,7 @@ void operator delete[](void* address) noexcept { std::free(address); }
 void operator delete(void* address, size_t) noexcept { std::free(address); }
 void operator delete[](void* address, size_t) noexcept { std::free(address); }
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::ContainsRegex;
@@ -404,4 +404,4 @@ TEST(BinaryAttributes, OfEveryTypeComeBack) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

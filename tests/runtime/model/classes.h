@@ -9,7 +9,7 @@
 #include "qrt_core/runtime/model/model_info.h"
 #include "qrt_core/runtime/tensor/tensor_shape.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// A fresh object of a class of tests/data/attributes.txt.
 inline std::shared_ptr<runtime::Serializable> make_object(const std::string& name) {
@@ -94,4 +94,4 @@ inline std::shared_ptr<runtime::Serializable> make_object(const std::string& nam
   return found != classes.end() ? found->second() : CreateInferenceParam(name.c_str());
 }
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -14,12 +14,10 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temporary_folder.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 using runtime::json::Document;
 using runtime::json::Value;
-using test::LogCapture;
-using test::TemporaryFolder;
 
 inline void write_file(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
@@ -121,4 +119,4 @@ inline std::string difference(const std::string& expected, const std::string& fo
   return difference(one, other, "root");
 }
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -8,13 +8,11 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/support/numbers.h"
 
-namespace marlo::runtime {
-namespace {
+namespace marlo::test {
 
-using test::bits_of;
-using test::float_of;
-using test::kInfinity;
-using test::kNaN;
+using namespace runtime;
+
+namespace {
 
 // By the definition of the format, for all but infinities and NaN.
 float half_of(uint32_t bits) {
@@ -140,7 +138,7 @@ TEST(RoundToHalves, LeavesTheBinaryFormNothingToCut) {
   for (size_t i = 0; i < numbers.size(); ++i) ASSERT_EQ(rounded[i], RoundToHalf(numbers[i]));
 
   FullConnectionInfo read;
-  ASSERT_TRUE(testing::read_bytes(read, testing::written(layer, "bin")));
+  ASSERT_TRUE(read_bytes(read, written(layer, "bin")));
   EXPECT_EQ(read.weight, layer.weight);
 }
 
@@ -153,4 +151,4 @@ TEST(RoundToHalves, LeavesATextWithoutNumbersAsItIs) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -12,7 +12,7 @@
 // Inputs of up to 64 KiB that try to make the library work long or take much memory, and all inputs
 // that the fuzz harnesses keep. Each must be done within a second and 256 MiB.
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 constexpr size_t kMaxBytes = 65536;
@@ -310,4 +310,4 @@ INSTANTIATE_TEST_SUITE_P(AllHarnesses, KeptInputs,
                          [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -5,7 +5,7 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/support/paths.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using runtime::CreateConfigFromJSON;
@@ -292,4 +292,4 @@ TEST(CreateInferenceParam, GivesNullForAnyOtherName) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -8,7 +8,7 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/utility/half_tables.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -432,4 +432,4 @@ TEST(JsonAttributes, OfEveryTypeComeBack) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -4,7 +4,7 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/utility/half_tables.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -294,4 +294,4 @@ TEST(IsLayerOfType, ComparesAClassWithACode) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -18,17 +18,12 @@
 
 // Files of the earlier generation: what each record becomes, and what is refused.
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
-using test::LegacyConvolution;
-using test::LegacyLSTM;
-using test::LegacyPooling;
-using test::LegacyWriter;
-using test::LogCapture;
-using test::ramp;
-using test::weight_text;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -559,4 +554,4 @@ TEST_F(LegacyImport, RefusesContradictions) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

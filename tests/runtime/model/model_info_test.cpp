@@ -6,7 +6,7 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/support/paths.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using runtime::QRModelInfo;
@@ -270,4 +270,4 @@ TEST(QRTModel, CopiesWithAllItHolds) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -9,7 +9,7 @@
 #include "tests/runtime/model/attribute_table.h"
 #include "tests/utility/half_tables.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 
 /// One object in the forms that the attribute table gives it.
 struct Forms {
@@ -363,4 +363,4 @@ class FormsMaker {
   uint32_t version_;
 };
 
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -5,7 +5,7 @@
 #include "tests/runtime/model/classes.h"
 #include "tests/runtime/model/file_helpers.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::HasSubstr;
@@ -301,4 +301,4 @@ TEST(TensorShapePersistence, KeepsCodesWithoutAName) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -8,7 +8,7 @@
 #include "tests/runtime/model/file_helpers.h"
 #include "tests/runtime/model/object_forms.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -184,4 +184,4 @@ TEST(ForeignVisitor, StartsAtTheCurrentVersion) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

@@ -3,7 +3,7 @@
 #include "qrt_core/qrt_core.h"
 #include "tests/runtime/model/file_helpers.h"
 
-namespace marlo::testing {
+namespace marlo::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -197,4 +197,4 @@ TEST(NullPart, IsNamedWhereverAWalkMeetsIt) {
 }
 
 }  // namespace
-}  // namespace marlo::testing
+}  // namespace marlo::test

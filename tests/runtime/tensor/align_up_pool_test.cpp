@@ -12,10 +12,11 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
-namespace {
+namespace marlo::test {
 
-using test::failure_of;
+using namespace runtime;
+
+namespace {
 
 bool is_aligned(const void* address, size_t alignment) {
   return reinterpret_cast<uintptr_t>(address) % alignment == 0;
@@ -204,4 +205,4 @@ TEST(AlignUpPool, EndWithoutBlocksInUseIsQuiet) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -15,10 +15,11 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/sanitizer.h"
 
-namespace marlo::runtime {
-namespace {
+namespace marlo::test {
 
-using test::failure_of;
+using namespace runtime;
+
+namespace {
 
 // The system's address of a block, which stands in front of it.
 void* raw_address(void* block) {
@@ -215,4 +216,4 @@ TEST(AlignedPool, EndWithoutBlocksInUseIsQuiet) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

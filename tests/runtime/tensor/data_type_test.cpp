@@ -7,7 +7,10 @@
 
 #include "qrt_core/runtime/tensor/tensor_shape.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 struct DataTypeRow {
@@ -156,4 +159,4 @@ TEST(ByteSize, WrapsBeyond32Bits) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

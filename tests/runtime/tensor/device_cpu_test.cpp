@@ -12,15 +12,15 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
-
 // Declared by the library and never defined by it; a device only holds pointers to it.
-class ThreadPool {};
+class marlo::runtime::ThreadPool {};
+
+namespace marlo::test {
+
+using namespace runtime;
 
 namespace {
 
-using test::CountingContext;
-using test::failure_of;
 using ::testing::HasSubstr;
 
 const TensorShape kThreeFloats({3}, DataType::FLOAT32, LayoutType::C);
@@ -249,4 +249,4 @@ TEST(CreateTensorExternal, TouchesNoPoolInDynamicModeEither) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

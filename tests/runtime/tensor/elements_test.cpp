@@ -11,10 +11,12 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
 using ::testing::ElementsAre;
 
 class ElementsTest : public ::testing::Test {
@@ -111,4 +113,4 @@ TEST_F(ElementsTest, OfATensorThatCantBeReadHereThrow) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

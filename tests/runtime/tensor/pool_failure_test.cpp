@@ -12,10 +12,11 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
-namespace {
+namespace marlo::test {
 
-using test::failure_of;
+using namespace runtime;
+
+namespace {
 
 const TensorShape kThousandFloats({1000}, DataType::FLOAT32, LayoutType::C);
 
@@ -175,4 +176,4 @@ TYPED_TEST(PoolFailureTest, HandsFreeBlocksOutWithoutMemory) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -10,10 +10,12 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
-using test::failure_of;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -285,4 +287,4 @@ TEST(TransposeBufferTest, WorksForElementsOfAnySize) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

@@ -7,7 +7,10 @@
 
 #include "qrt_core/qrt_core.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 using Dims = std::vector<unsigned int>;
@@ -191,4 +194,4 @@ TEST_F(FactoryTest, DrawFromTheDynamicPoolInDynamicMode) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test

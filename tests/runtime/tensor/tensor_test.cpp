@@ -9,7 +9,10 @@
 #include "tests/support/kernels.h"
 #include "tests/support/log_capture.h"
 
-namespace marlo::runtime {
+namespace marlo::test {
+
+using namespace runtime;
+
 namespace {
 
 class TensorTest : public ::testing::Test {
@@ -192,4 +195,4 @@ TEST_F(TensorTest, BlockedLayoutsHoldChannelCAtBlockCOverTheBlockSize) {
 }
 
 }  // namespace
-}  // namespace marlo::runtime
+}  // namespace marlo::test
