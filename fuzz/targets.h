@@ -76,8 +76,8 @@ inline void load(const std::string& path, const runtime::QRTModel& model) {
   for (const std::string& sdk : {model.sdk_type, model.sdk_type + "?"}) {
     std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
     accepted([&] {
-      utility::load_model(path, nets, budget.context, library.kernels, library.params, sdk,
-                          model.sdk_major_ver, model.sdk_minor_ver);
+      (void)utility::load_model(path, nets, budget.context, library.kernels, library.params, sdk,
+                                model.sdk_major_ver, model.sdk_minor_ver);
     });
     for (const auto& [id, package] : nets) {
       const auto info = model.model_arr->infos.find(id);

@@ -11,11 +11,12 @@
 /// marlo::utility::init_register_operators(kernels, params);
 ///
 /// std::map<std::string, std::shared_ptr<marlo::utility::_NetworkPackage>> nets;
-/// marlo::utility::load_model("digits.qrtmodel", nets, context, kernels, params, "qrt", 1, 0);
+/// if (marlo::utility::load_model("digits.qrtmodel", nets, context, kernels, params, "qrt", 1, 0) != 0) {
+///   throw std::runtime_error("the log says why");
+/// }
 /// auto& package = *nets.at("digits");
 /// package.input_tensors[0] = context->cpu->CreateF32CHWMainMem({1, 28, 28}, pixels);
-/// auto outputs = package.net->Forward(package.input_tensors, package.output_ids, context, nullptr,
-///                                     nullptr);
+/// auto outputs = marlo::utility::run(package);
 /// @endcode
 
 #include "qrt_core/kernel/basic/elementwise_functions.h"

@@ -128,6 +128,12 @@ void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
   package->extra_info = info->extra_info;
 }
 
+std::unordered_map<unsigned int, runtime::Net::Tensors> run(const _NetworkPackage& package) {
+  Assert(package.net != nullptr, "the package has no network");
+  return package.net->Forward(package.input_tensors, package.output_ids, package.context, nullptr,
+                              nullptr);
+}
+
 }  // namespace marlo::utility
 
 marlo::utility::_QRT_Result QRT_Get_Core_Version(unsigned int& major, unsigned int& minor) {

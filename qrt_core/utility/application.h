@@ -20,8 +20,8 @@
 
 namespace marlo::utility {
 
-/// One network, ready to run: fill `input_tensors` and pass it, with `output_ids`, to
-/// `net->Forward`.
+/// One network, ready to run: fill `input_tensors` and call `run`, or `net->Forward` for its times or for
+/// other layers' outputs.
 ///
 /// A package belongs, with its context, to one thread at a time; its registries may be shared by
 /// all.
@@ -69,8 +69,8 @@ QRT_API void init_register_extension_operators(runtime::KernelRegistry& kernels,
 /// Whether a model belongs to this SDK and version: the SDK's name and version must match exactly,
 /// and the core version must be 0.0 or 1.0.
 /// @return 0, or -2 after an error line in the log
-QRT_API _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major,
-                                  unsigned short sdk_minor, _QRTModelVerInfo info);
+[[nodiscard]] QRT_API _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major,
+                                                unsigned short sdk_minor, _QRTModelVerInfo info);
 
 /// Reads a model file and makes one package per network in it.
 ///
@@ -84,12 +84,11 @@ QRT_API _QRT_Result check_version(std::string sdk_type, unsigned short sdk_major
 /// @throws Error, a std::runtime_error, for another suffix, a malformed file, or a network that
 ///   can't be built, whose `story` names the network and the layer; std::out_of_range for a path
 ///   shorter than the suffix it is compared with
-QRT_API _QRT_Result load_model(std::string path,
-                               std::map<std::string, std::shared_ptr<_NetworkPackage>>& nets,
-                               std::shared_ptr<runtime::Context>& context,
-                               runtime::KernelRegistry& kernels,
-                               runtime::InferenceParamRegistry& params, std::string sdk_type,
-                               unsigned short sdk_major, unsigned short sdk_minor);
+[[nodiscard]] QRT_API _QRT_Result
+load_model(std::string path, std::map<std::string, std::shared_ptr<_NetworkPackage>>& nets,
+           std::shared_ptr<runtime::Context>& context, runtime::KernelRegistry& kernels,
+           runtime::InferenceParamRegistry& params, std::string sdk_type, unsigned short sdk_major,
+           unsigned short sdk_minor);
 
 /// Builds the network of a package whose registries and context are set.
 /// @param platform "x86" takes the configuration `cpu_sse`, "metal" `gpu_metal`
@@ -98,6 +97,12 @@ QRT_API void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
                              const std::shared_ptr<runtime::QRModelInfo>& info,
                              const std::shared_ptr<runtime::QRModelMultiBackendCfgs>& cfgs,
                              const char* platform);
+
+/// A pass of a package: its `input_tensors` through its `net`, on its `context`.
+/// @return per output layer of the network, by index (`output_ids`), its outputs
+/// @throws Error for a package without a network, and as `runtime::Net::Forward`
+[[nodiscard]] QRT_API std::unordered_map<unsigned int, runtime::Net::Tensors> run(
+    const _NetworkPackage& package);
 
 }  // namespace marlo::utility
 

@@ -47,7 +47,7 @@ QRT_API std::string place_text(const LayerFault& fault);
 ///
 /// @code
 /// try {
-///   load_model(path, nets, context, kernels, params, "qrt", 1, 0);
+///   if (load_model(path, nets, context, kernels, params, "qrt", 1, 0) != 0) return;
 /// } catch (const marlo::utility::Error& error) {
 ///   std::cerr << error.story() << '\n';
 /// }

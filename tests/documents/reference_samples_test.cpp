@@ -203,7 +203,7 @@ TEST(Headers, TheSampleOfCheckShapesRefusesAnotherSize) {
   runtime::InferenceParamRegistry params;
   utility::init_register_operators(kernels, params);
   std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
-  utility::load_model("digits.qrtmodel", nets, context, kernels, params, "qrt", 1, 0);
+  ASSERT_EQ(utility::load_model("digits.qrtmodel", nets, context, kernels, params, "qrt", 1, 0), 0);
   auto& package = *nets.at("digits");
   EXPECT_EQ(refusal(package, context->cpu->CreateF32CHWMainMem({1, 28, 28}, nullptr), context), "");
   EXPECT_NE(refusal(package, context->cpu->CreateF32CHWMainMem({2, 28, 28}, nullptr), context), "");

@@ -200,7 +200,7 @@ KernelFacts facts_of(const kernel::PixelShuffleRow& row) {
   return in_one_layout(accepts, row.layout, kMoves);
 }
 
-KernelFacts facts_of_recurrent(const kernel::RecurrentNetwork& network, const std::string& name,
+KernelFacts facts_of_recurrent(const kernel::recurrent::Network& network, const std::string& name,
                                const std::string& accepts) {
   KernelFacts facts{accepts, "", "", "", portable_defines(name, kFreeOrder)};
   if (network.has_activation) facts.accepts += ", rectifier or tanh";

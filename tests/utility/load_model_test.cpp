@@ -51,9 +51,8 @@ class LoadModelTest : public ::testing::Test {
   float run(const std::string& net, float x) {
     _NetworkPackage& package = *nets_.at(net);
     package.input_tensors[0] = context_->cpu->CreateF32CHWMainMem({1, 1, 1}, &x);
-    const auto outputs =
-        package.net->Forward(package.input_tensors, package.output_ids, context_, nullptr, nullptr);
-    return *static_cast<const float*>(outputs.at(package.output_ids.at(0)).at(0)->handle.cpu);
+    const auto outputs = utility::run(package);
+    return runtime::elements<float>(*outputs.at(package.output_ids.at(0)).at(0))[0];
   }
 
   test::TemporaryFolder folder_;
@@ -83,6 +82,14 @@ TEST_F(LoadModelTest, JsonFileRuns) {
 TEST_F(LoadModelTest, BinaryFileRuns) {
   EXPECT_EQ(load(save(line(), "model.qrtmodel")), 0);
   EXPECT_EQ(run("net", 3.0f), 7.0f);
+}
+
+TEST_F(LoadModelTest, RunRefusesAPackageWithoutANetwork) {
+  _NetworkPackage package;
+  package.context = context_;
+  EXPECT_THAT([&] { (void)utility::run(package); },
+              ::testing::ThrowsMessage<Error>(HasSubstr("[QRT]: ")));
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("the package has no network")));
 }
 
 TEST_F(LoadModelTest, PackageHoldsWhatForwardAndTheApplicationNeed) {

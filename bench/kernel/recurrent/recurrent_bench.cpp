@@ -75,23 +75,13 @@ void run_products(kernel::matrix::FullConnectionCore core, const RecurrentCase& 
   }
 }
 
-using Update = void (*)(const kernel::recurrent::StepTask&,
-                        const kernel::recurrent::Gates&) noexcept;
-
-template <typename V>
-Update update_of(Network network) {
-  if (network == Network::rnn) return kernel::recurrent::rnn_update<V>;
-  return network == Network::lstm ? kernel::recurrent::lstm_update<V>
-                                  : kernel::recurrent::gru_update<V>;
-}
-
-Update update_of([[maybe_unused]] const std::string& kernel, Network network) {
+kernel::recurrent::Update update_of([[maybe_unused]] const std::string& kernel, Network network) {
+  const kernel::recurrent::Updates* updates = &kernel::recurrent::kPortableUpdates;
 #if QRT_WITH_SSE
-  if (kernel.find("_SSE_") != std::string::npos) {
-    return update_of<kernel::recurrent::SseVectors>(network);
-  }
+  if (kernel.find("_SSE_") != std::string::npos) updates = &kernel::recurrent::kSseUpdates;
 #endif
-  return update_of<kernel::recurrent::PortableVectors>(network);
+  if (network == Network::rnn) return updates->rnn;
+  return network == Network::lstm ? updates->lstm : updates->gru;
 }
 
 // weight * x + bias.
@@ -127,7 +117,7 @@ class Updates {
   }
 
   // Seconds of the updates alone: a step's gates are put in place before.
-  double seconds_of(Update update) {
+  double seconds_of(kernel::recurrent::Update update) {
     std::fill(h_.begin(), h_.end(), 0.0f);
     std::vector<float> c(layer_.hidden, 0.0f);
     kernel::recurrent::StepTask task;

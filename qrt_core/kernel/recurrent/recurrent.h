@@ -38,19 +38,11 @@ RecurrentDescription<Weights> recurrent_description(const runtime::LayerInfo* in
   }
 }
 
-/// What a cell and a sequence of the same network have in common.
-struct RecurrentNetwork {
-  uint32_t gates = 0;              ///< rows of the weights are gates * hidden_size
-  bool has_cell_state = false;     ///< a second state, c, that no output shows
-  bool has_activation = false;     ///< that the description chooses
-  recurrent::Step step = nullptr;  ///< one step of one layer
-};
-
 struct RecurrentCellRow : KernelRow {
   using Family = RecurrentCell;
   using Description = RecurrentDescription<runtime::RecurrentCellWeights>;
 
-  RecurrentNetwork network;                                           ///< whose step it runs
+  recurrent::Network network;                                         ///< whose step it runs
   Description (*describe)(const runtime::LayerInfo* info) = nullptr;  ///< reads a description
 };
 
@@ -58,7 +50,7 @@ struct RecurrentSequenceRow : KernelRow {
   using Family = RecurrentSequence;
   using Description = RecurrentDescription<runtime::RecurrentSequenceWeights>;
 
-  RecurrentNetwork network;                                           ///< whose step it runs
+  recurrent::Network network;                                         ///< whose step it runs
   Description (*describe)(const runtime::LayerInfo* info) = nullptr;  ///< reads a description
 };
 
@@ -94,7 +86,7 @@ class RecurrentWeights {
 class RecurrentLayer : public KernelFamily {
  protected:
   /// Both outlive the layer.
-  RecurrentLayer(const char* name, const RecurrentNetwork& network)
+  RecurrentLayer(const char* name, const recurrent::Network& network)
       : name_(name), network_(network) {}
 
   /// 0, or the negative code of the first size that is missing.
@@ -114,10 +106,10 @@ class RecurrentLayer : public KernelFamily {
   /// @throws std::runtime_error unless the layer is configured and its step can run
   void require_configured() const;
 
-  const char* const name_;           ///< of the kernel, for messages
-  const RecurrentNetwork& network_;  ///< of the row
-  uint32_t in_size_ = 0;             ///< input length
-  uint32_t hidden_size_ = 0;         ///< hidden length
+  const char* const name_;             ///< of the kernel, for messages
+  const recurrent::Network& network_;  ///< of the row
+  uint32_t in_size_ = 0;               ///< input length
+  uint32_t hidden_size_ = 0;           ///< hidden length
 
  private:
   recurrent::Activation activation_ = nullptr;
@@ -217,7 +209,7 @@ class RecurrentSequence : public RecurrentLayer {
 /// @name Rows
 /// @{
 template <typename Info>
-constexpr RecurrentCellRow recurrent_cell(RecurrentNetwork network) {
+constexpr RecurrentCellRow recurrent_cell(const recurrent::Network& network) {
   RecurrentCellRow row;
   row.config_test = ConfigTest::accepted;
   row.network = network;
@@ -226,84 +218,44 @@ constexpr RecurrentCellRow recurrent_cell(RecurrentNetwork network) {
 }
 
 template <typename Info>
-constexpr RecurrentSequenceRow recurrent_sequence(RecurrentNetwork network) {
+constexpr RecurrentSequenceRow recurrent_sequence(const recurrent::Network& network) {
   RecurrentSequenceRow row;
   row.config_test = ConfigTest::accepted;
   row.network = network;
   row.describe = recurrent_description<Info, runtime::RecurrentSequenceWeights>;
   return row;
 }
-
-template <typename P>
-inline constexpr RecurrentNetwork kRnn = {1, false, true, recurrent::rnn_step<P>};
-template <typename P>
-inline constexpr RecurrentNetwork kLstm = {4, true, false, recurrent::lstm_step<P>};
-template <typename P>
-inline constexpr RecurrentNetwork kGru = {3, false, false, recurrent::gru_step<P>};
-
-template <typename P>
-constexpr RecurrentCellRow rnn_cell() {
-  return recurrent_cell<runtime::RNNCellInfo>(kRnn<P>);
-}
-
-template <typename P>
-constexpr RecurrentCellRow lstm_cell() {
-  return recurrent_cell<runtime::LSTMCellInfo>(kLstm<P>);
-}
-
-template <typename P>
-constexpr RecurrentCellRow gru_cell() {
-  return recurrent_cell<runtime::GRUCellInfo>(kGru<P>);
-}
-
-template <typename P>
-constexpr RecurrentSequenceRow rnn_sequence() {
-  return recurrent_sequence<runtime::RNNInfo>(kRnn<P>);
-}
-
-template <typename P>
-constexpr RecurrentSequenceRow lstm_sequence() {
-  return recurrent_sequence<runtime::LSTMInfo>(kLstm<P>);
-}
-
-template <typename P>
-constexpr RecurrentSequenceRow gru_sequence() {
-  return recurrent_sequence<runtime::GRUInfo>(kGru<P>);
-}
 /// @}
 
 // clang-format off
-#define QRT_RECURRENT_CELLS(KERNEL)                                    \
-  KERNEL(RNNCell_Fallback_C_F32_M1, rnn_cell<recurrent::Portable>())   \
-  KERNEL(LSTMCell_Fallback_C_F32_M1, lstm_cell<recurrent::Portable>()) \
-  KERNEL(GRUCell_Fallback_C_F32_M1, gru_cell<recurrent::Portable>())
-#define QRT_RECURRENT_SEQUENCES(KERNEL)                                 \
-  KERNEL(RNN_Fallback_SC_F32_M1, rnn_sequence<recurrent::Portable>())   \
-  KERNEL(LSTM_Fallback_SC_F32_M1, lstm_sequence<recurrent::Portable>()) \
-  KERNEL(GRU_Fallback_SC_F32_M1, gru_sequence<recurrent::Portable>())
+#define QRT_RECURRENT_CELLS_OF(KERNEL, set, arithmetic)                                      \
+  KERNEL(RNNCell_##set##_C_F32_M1,                                                            \
+         recurrent_cell<runtime::RNNCellInfo>(recurrent::rnn(recurrent::arithmetic)))         \
+  KERNEL(LSTMCell_##set##_C_F32_M1,                                                           \
+         recurrent_cell<runtime::LSTMCellInfo>(recurrent::lstm(recurrent::arithmetic)))       \
+  KERNEL(GRUCell_##set##_C_F32_M1,                                                            \
+         recurrent_cell<runtime::GRUCellInfo>(recurrent::gru(recurrent::arithmetic)))
+#define QRT_RECURRENT_SEQUENCES_OF(KERNEL, set, arithmetic)                                  \
+  KERNEL(RNN_##set##_SC_F32_M1,                                                               \
+         recurrent_sequence<runtime::RNNInfo>(recurrent::rnn(recurrent::arithmetic)))         \
+  KERNEL(LSTM_##set##_SC_F32_M1,                                                              \
+         recurrent_sequence<runtime::LSTMInfo>(recurrent::lstm(recurrent::arithmetic)))       \
+  KERNEL(GRU_##set##_SC_F32_M1,                                                               \
+         recurrent_sequence<runtime::GRUInfo>(recurrent::gru(recurrent::arithmetic)))
 
-#define QRT_RECURRENT_CELLS_SSE(KERNEL)                      \
-  KERNEL(RNNCell_SSE_C_F32_M1, rnn_cell<recurrent::Sse>())   \
-  KERNEL(LSTMCell_SSE_C_F32_M1, lstm_cell<recurrent::Sse>()) \
-  KERNEL(GRUCell_SSE_C_F32_M1, gru_cell<recurrent::Sse>())
-#define QRT_RECURRENT_SEQUENCES_SSE(KERNEL)                   \
-  KERNEL(RNN_SSE_SC_F32_M1, rnn_sequence<recurrent::Sse>())   \
-  KERNEL(LSTM_SSE_SC_F32_M1, lstm_sequence<recurrent::Sse>()) \
-  KERNEL(GRU_SSE_SC_F32_M1, gru_sequence<recurrent::Sse>())
-
-#define QRT_RECURRENT_CELLS_SGEMM(KERNEL)                        \
-  KERNEL(RNNCell_SGEMM_C_F32_M1, rnn_cell<recurrent::Sgemm>())   \
-  KERNEL(LSTMCell_SGEMM_C_F32_M1, lstm_cell<recurrent::Sgemm>()) \
-  KERNEL(GRUCell_SGEMM_C_F32_M1, gru_cell<recurrent::Sgemm>())
-#define QRT_RECURRENT_SEQUENCES_SGEMM(KERNEL)                     \
-  KERNEL(RNN_SGEMM_SC_F32_M1, rnn_sequence<recurrent::Sgemm>())   \
-  KERNEL(LSTM_SGEMM_SC_F32_M1, lstm_sequence<recurrent::Sgemm>()) \
-  KERNEL(GRU_SGEMM_SC_F32_M1, gru_sequence<recurrent::Sgemm>())
+#define QRT_RECURRENT_CELLS(KERNEL) QRT_RECURRENT_CELLS_OF(KERNEL, Fallback, kPortable)
+#define QRT_RECURRENT_CELLS_SSE(KERNEL) QRT_RECURRENT_CELLS_OF(KERNEL, SSE, kSse)
+#define QRT_RECURRENT_CELLS_SGEMM(KERNEL) QRT_RECURRENT_CELLS_OF(KERNEL, SGEMM, kSgemm)
+#define QRT_RECURRENT_SEQUENCES(KERNEL) QRT_RECURRENT_SEQUENCES_OF(KERNEL, Fallback, kPortable)
+#define QRT_RECURRENT_SEQUENCES_SSE(KERNEL) QRT_RECURRENT_SEQUENCES_OF(KERNEL, SSE, kSse)
+#define QRT_RECURRENT_SEQUENCES_SGEMM(KERNEL) QRT_RECURRENT_SEQUENCES_OF(KERNEL, SGEMM, kSgemm)
 
 #define QRT_RECURRENT_CELLS_SSE_SGEMM(KERNEL) \
-  KERNEL(GRUCell_SSE_SGEMM_C_F32_M2, gru_cell<recurrent::SseSgemm>())
+  KERNEL(GRUCell_SSE_SGEMM_C_F32_M2,          \
+         recurrent_cell<runtime::GRUCellInfo>(recurrent::gru(recurrent::kSseSgemm)))
 #define QRT_RECURRENT_SEQUENCES_SSE_SGEMM(KERNEL) \
-  KERNEL(GRU_SSE_SGEMM_SC_F32_M2, gru_sequence<recurrent::SseSgemm>())
+  KERNEL(GRU_SSE_SGEMM_SC_F32_M2,                 \
+         recurrent_sequence<runtime::GRUInfo>(recurrent::gru(recurrent::kSseSgemm)))
 // clang-format on
 
 QRT_RECURRENT_CELLS(QRT_KERNEL)

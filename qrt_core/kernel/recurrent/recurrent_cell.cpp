@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "qrt_core/kernel/recurrent/recurrent.h"
 #include "qrt_core/kernel/recurrent/recurrent_checks_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
@@ -21,10 +19,6 @@ bool is_vector(const KernelFamily::Tensors& tensors, uint32_t size) {
 
 float* values(const std::shared_ptr<TensorCPU>& tensor) {
   return tensor == nullptr ? nullptr : static_cast<float*>(tensor->RawPointer());
-}
-
-void fill_with_zeros(const std::shared_ptr<TensorCPU>& tensor) {
-  if (tensor != nullptr) std::memset(tensor->RawPointer(), 0, runtime::ByteSize(tensor->shape));
 }
 
 }  // namespace
@@ -72,8 +66,8 @@ KernelFamily::Shapes RecurrentCell::InferOutputShapes(const Shapes&) const {
 }
 
 int RecurrentCell::ResetState() {
-  fill_with_zeros(h_);
-  fill_with_zeros(c_);
+  recurrent::fill_with_zeros(h_);
+  recurrent::fill_with_zeros(c_);
   return runtime::KERNEL_OK;
 }
 
@@ -105,7 +99,7 @@ int RecurrentCell::Forward(const Tensors& inputs, Tensors& outputs, const Pass& 
   recurrent::StepTask task = step_task(weights_, values(next), values(c_));
   task.input = static_cast<const float*>(input.RawPointer());
   // From here on nothing fails.
-  network_.step(task);
+  recurrent::run_step(network_, task);
   h_ = std::move(next);
   outputs.swap(result);
   return runtime::KERNEL_OK;

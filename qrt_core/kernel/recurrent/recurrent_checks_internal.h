@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstring>
+#include <memory>
+
 #include "qrt_core/kernel/recurrent/recurrent_steps.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
+#include "qrt_core/runtime/tensor/tensor.h"
 
 namespace marlo::kernel::recurrent {
 
@@ -25,6 +29,11 @@ inline Activation activation_of(const runtime::RecurrentActivation& activation) 
     default:
       return nullptr;
   }
+}
+
+/// Begins a state anew, if there is one.
+inline void fill_with_zeros(const std::shared_ptr<runtime::TensorCPU>& state) {
+  if (state != nullptr) std::memset(state->RawPointer(), 0, runtime::ByteSize(state->shape));
 }
 
 /// Whether a description's activation, if the network has any, can run.

@@ -18,10 +18,6 @@ float* row_of(const std::shared_ptr<TensorCPU>& state, uint32_t row) {
   return state == nullptr ? nullptr : static_cast<float*>(state->Locate2D(row, 0));
 }
 
-void fill_with_zeros(const std::shared_ptr<TensorCPU>& tensor) {
-  if (tensor != nullptr) std::memset(tensor->RawPointer(), 0, runtime::ByteSize(tensor->shape));
-}
-
 // The weights of a direction, as lists with an entry for each layer.
 struct DirectionTexts {
   const std::vector<runtime::WeightBlob>& weight_ih;
@@ -109,8 +105,8 @@ KernelFamily::Shapes RecurrentSequence::InferOutputShapes(const Shapes& shapes) 
 }
 
 int RecurrentSequence::ResetState() {
-  fill_with_zeros(h_);
-  fill_with_zeros(c_);
+  recurrent::fill_with_zeros(h_);
+  recurrent::fill_with_zeros(c_);
   return runtime::KERNEL_OK;
 }
 
@@ -173,7 +169,7 @@ void RecurrentSequence::run_in_time(const LayerVectors& vectors) const {
     for (uint32_t layer = 0; layer < layers(); ++layer) {
       StepTask task = cell_task(layer, false);
       task.input = x;
-      network_.step(task);
+      recurrent::run_step(network_, task);
       x = task.h;
     }
     std::memcpy(vectors.output + t * hidden_size_, x, hidden_size_ * sizeof(float));
@@ -202,7 +198,7 @@ void RecurrentSequence::run_layer(uint32_t layer, const LayerVectors& vectors) c
     for (size_t direction = 0; direction < 2; ++direction) {
       StepTask& task = tasks[direction];
       task.input = vectors.input + places[direction] * vectors.input_size;
-      network_.step(task);
+      recurrent::run_step(network_, task);
       std::memcpy(vectors.output + places[direction] * out_size() + direction * hidden_size_,
                   task.h, hidden_size_ * sizeof(float));
     }

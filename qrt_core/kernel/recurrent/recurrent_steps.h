@@ -6,8 +6,7 @@
 #include "qrt_core/kernel/matrix/full_connection_cores.h"
 #include "qrt_core/utility/build_options.h"
 
-// One step of each recurrent network, over two policies: how a matrix is multiplied with a vector,
-// and how vectors are added, subtracted and multiplied element by element.
+// One step of each recurrent network: the products of its gates, and what follows them.
 
 namespace marlo::kernel::recurrent {
 
@@ -34,89 +33,88 @@ struct StepTask {
   float* scratch = nullptr;      ///< [2 * gates * hidden_size]
 };
 
-using Step = void (*)(const StepTask& task) noexcept;
-
-/// The parts of all gates that come from the input and from the state, [gates * hidden_size] each.
+/// The parts of all gates that come from the input and from the state, [gates * hidden_size] each:
+/// a = weight_ih * x + bias_ih and b = weight_hh * h + bias_hh.
 struct Gates {
   float* a;
   float* b;
 };
 
-/// @name Vector operations
-/// How many elements are added, subtracted and multiplied at once: one, or four. The same floats
-/// from both.
-/// @{
-struct PortableVectors {};
-struct SseVectors {};
-/// @}
-
-/// The two policies of a step.
-template <matrix::FullConnectionCore product_core, typename VectorOperations>
-struct Policies {
-  static constexpr matrix::FullConnectionCore product = product_core;
-  using Vectors = VectorOperations;
-};
-
-using Portable = Policies<matrix::dot_portable, PortableVectors>;
-#if QRT_WITH_SSE
-using Sse = Policies<matrix::dot_sse, SseVectors>;
-#endif
-#if QRT_WITH_SGEMM
-using Sgemm = Policies<matrix::dot_sgemm, PortableVectors>;
-#endif
-#if QRT_WITH_SSE && QRT_WITH_SGEMM
-using SseSgemm = Policies<matrix::dot_sgemm, SseVectors>;
-#endif
+/// What follows the products in a step: from the parts of the gates, which are overwritten, to the
+/// new state.
+using Update = void (*)(const StepTask& task, const Gates& gates) noexcept;
 
 /// @name Updates
-/// What follows the products in a step, over vector operations: from the parts of the gates, which
-/// are overwritten, to the new state.
-/// @{
-template <typename V>
-void rnn_update(const StepTask& task, const Gates& gates) noexcept;
-template <typename V>
-void lstm_update(const StepTask& task, const Gates& gates) noexcept;
-template <typename V>
-void gru_update(const StepTask& task, const Gates& gates) noexcept;
-
-template <>
-void rnn_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
-template <>
-void lstm_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
-template <>
-void gru_update<PortableVectors>(const StepTask& task, const Gates& gates) noexcept;
-#if QRT_WITH_SSE
-template <>
-void rnn_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
-template <>
-void lstm_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
-template <>
-void gru_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept;
-#endif
-/// @}
-
-/// @name Steps
-/// With a = weight_ih * x + bias_ih and b = weight_hh * h + bias_hh, cut into gates.
+/// One number or four at a time; the same floats from both.
 /// @{
 
 /// h' = activation(a + b).
-template <typename P>
-void rnn_step(const StepTask& task) noexcept;
+void rnn_update_portable(const StepTask& task, const Gates& gates) noexcept;
+void rnn_update_sse(const StepTask& task, const Gates& gates) noexcept;
 
 /// i, f, o = sigmoid(a + b), g = tanh(a + b) in the order i, f, g, o;
 /// c' = c * f + i * g, h' = tanh(c') * o.
 ///
 /// S. Hochreiter, J. Schmidhuber, "Long Short-Term Memory", Neural Computation 9(8), 1997, with the
 /// forget gate of F. Gers, J. Schmidhuber, F. Cummins, "Learning to Forget", 2000.
-template <typename P>
-void lstm_step(const StepTask& task) noexcept;
+void lstm_update_portable(const StepTask& task, const Gates& gates) noexcept;
+void lstm_update_sse(const StepTask& task, const Gates& gates) noexcept;
 
 /// r, z = sigmoid(a + b), n = tanh(a + r * b) in the order r, z, n; h' = n - z * (n - h).
 ///
 /// K. Cho et al., "Learning Phrase Representations using RNN Encoder-Decoder", EMNLP 2014, with the
 /// reset gate behind the product, so that it scales the bias of the hidden part too.
-template <typename P>
-void gru_step(const StepTask& task) noexcept;
+void gru_update_portable(const StepTask& task, const Gates& gates) noexcept;
+void gru_update_sse(const StepTask& task, const Gates& gates) noexcept;
 /// @}
+
+/// The updates of one instruction set.
+struct Updates {
+  Update rnn = nullptr;
+  Update lstm = nullptr;
+  Update gru = nullptr;
+};
+
+inline constexpr Updates kPortableUpdates = {rnn_update_portable, lstm_update_portable,
+                                             gru_update_portable};
+inline constexpr Updates kSseUpdates = {rnn_update_sse, lstm_update_sse, gru_update_sse};
+
+/// What the steps of a kernel compute with.
+struct Arithmetic {
+  matrix::FullConnectionCore product = nullptr;  ///< of a matrix and a vector
+  Updates updates;
+};
+
+/// @name Arithmetic of the kernels
+/// @{
+inline constexpr Arithmetic kPortable = {matrix::dot_portable, kPortableUpdates};
+inline constexpr Arithmetic kSse = {matrix::dot_sse, kSseUpdates};
+inline constexpr Arithmetic kSgemm = {matrix::dot_sgemm, kPortableUpdates};
+inline constexpr Arithmetic kSseSgemm = {matrix::dot_sgemm, kSseUpdates};
+/// @}
+
+/// What cells and sequences of one network have in common.
+struct Network {
+  uint32_t gates = 0;           ///< rows of the weights are gates * hidden_size
+  bool has_cell_state = false;  ///< a second state, c, that no output shows
+  bool has_activation = false;  ///< that the description chooses
+  matrix::FullConnectionCore product = nullptr;
+  Update update = nullptr;
+};
+
+constexpr Network rnn(const Arithmetic& with) {
+  return {1, false, true, with.product, with.updates.rnn};
+}
+
+constexpr Network lstm(const Arithmetic& with) {
+  return {4, true, false, with.product, with.updates.lstm};
+}
+
+constexpr Network gru(const Arithmetic& with) {
+  return {3, false, false, with.product, with.updates.gru};
+}
+
+/// One step of one layer.
+void run_step(const Network& network, const StepTask& task) noexcept;
 
 }  // namespace marlo::kernel::recurrent

@@ -3,18 +3,15 @@
 
 namespace marlo::kernel::recurrent {
 
-template <>
-void rnn_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept {
+void rnn_update_sse(const StepTask& task, const Gates& gates) noexcept {
   update_rnn<SseVector>(task, gates);
 }
 
-template <>
-void lstm_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept {
+void lstm_update_sse(const StepTask& task, const Gates& gates) noexcept {
   update_lstm<SseVector>(task, gates);
 }
 
-template <>
-void gru_update<SseVectors>(const StepTask& task, const Gates& gates) noexcept {
+void gru_update_sse(const StepTask& task, const Gates& gates) noexcept {
   update_gru<SseVector>(task, gates);
 }
 

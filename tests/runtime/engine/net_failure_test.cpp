@@ -140,7 +140,7 @@ TEST_F(NetFailureTest, LoadModelAddsTheNetwork) {
   std::map<std::string, std::shared_ptr<utility::_NetworkPackage>> nets;
   InferenceParamRegistry params;
   const Error failure = error_of([&] {
-    utility::load_model(path, nets, counting.context, fakes_.kernels, params, "sdk", 1, 0);
+    (void)utility::load_model(path, nets, counting.context, fakes_.kernels, params, "sdk", 1, 0);
   });
   EXPECT_EQ(failure.network(), "second");
   EXPECT_THAT(failure.story(), ::testing::StartsWith("network \"second\", layer 1 \"p\""));

@@ -8,7 +8,11 @@
 #include <exception>
 #include <map>
 #include <sstream>
+#include <unordered_map>
 
+#include "qrt_core/runtime/engine/net.h"
+#include "qrt_core/runtime/tensor/shape_text.h"
+#include "qrt_core/utility/check_shapes.h"
 #include "tests/support/blocked_layout.h"
 #include "tests/support/differential/operation.h"
 #include "tests/support/kernels.h"
@@ -149,13 +153,17 @@ class Run {
 
   bool pass_once(const IKernel::Tensors& inputs, Outcome& outcome) {
     if (kernel_->CheckInputs(inputs) != runtime::KERNEL_OK) return false;
+    const utility::LayerShapes judged = judge(inputs);
     IKernel::Tensors outputs;
     try {
       EXPECT_EQ(kernel_->Forward(inputs, outputs, context_), runtime::KERNEL_OK) << name_;
     } catch (const std::exception& failure) {
       outcome.refusal = failure.what();
+      EXPECT_NE(judged.fault, "") << name_ << ": check_shapes says that it fits, and the pass: "
+                                  << outcome.refusal << runtime::ShapesText(judged.inputs);
       return false;
     }
+    EXPECT_EQ(judged.fault, "") << name_ << " runs all the same";
     outcome.ran = true;
     outcome.has_output = outputs.size() == 1;
     EXPECT_LE(outputs.size(), 1u) << name_;
@@ -166,6 +174,23 @@ class Run {
     const std::vector<float> values = floats_of(*outputs[0]);
     outcome.values.insert(outcome.values.end(), values.begin(), values.end());
     return true;
+  }
+
+  // What `check_shapes` says of the layer behind inputs of these shapes.
+  utility::LayerShapes judge(const IKernel::Tensors& inputs) {
+    const auto reader = std::make_shared<runtime::Layer>();
+    reader->kernel = kernel_;
+    std::vector<std::shared_ptr<runtime::Layer>> layers;
+    std::unordered_map<unsigned int, runtime::TensorShape> shapes;
+    for (unsigned int i = 0; i < inputs.size(); ++i) {
+      layers.push_back(std::make_shared<runtime::Layer>());
+      layers.back()->name = "Input";
+      layers.back()->kernel = input_;
+      reader->inputs.emplace_back(i, 0);
+      shapes[i] = inputs[i]->shape;
+    }
+    layers.push_back(reader);
+    return utility::check_shapes(runtime::Net(layers, {}), shapes, context_).back();
   }
 
   void check_output(const IKernel::Tensors& inputs, const IKernel::Tensors& outputs) {
@@ -191,6 +216,7 @@ class Run {
   const LayoutType layout_;
   TestContext context_;
   std::shared_ptr<IKernel> kernel_;
+  const std::shared_ptr<IKernel> input_ = make_kernel("Input_Fallback_M1");
   std::vector<float> first_values_;
 };
 

@@ -134,11 +134,11 @@ constexpr WideSequenceRow wide_sequence(RecurrentSequenceRow sequence, WideCores
 // clang-format off
 #define QRT_WIDE_SEQUENCES(KERNEL, set, on_set, cores)                                             \
   KERNEL(RNN_##set##_SC_F32_M1,                                                                    \
-         on_set(wide_sequence(rnn_sequence<recurrent::Portable>(), cores, nullptr)))               \
+         on_set(wide_sequence(recurrent_sequence<runtime::RNNInfo>(recurrent::rnn(recurrent::kPortable)), cores, nullptr)))               \
   KERNEL(LSTM_##set##_SC_F32_M1,                                                                   \
-         on_set(wide_sequence(lstm_sequence<recurrent::Portable>(), cores, &WideCores::lstm)))     \
+         on_set(wide_sequence(recurrent_sequence<runtime::LSTMInfo>(recurrent::lstm(recurrent::kPortable)), cores, &WideCores::lstm)))     \
   KERNEL(GRU_##set##_SC_F32_M1,                                                                    \
-         on_set(wide_sequence(gru_sequence<recurrent::Portable>(), cores, &WideCores::gru)))
+         on_set(wide_sequence(recurrent_sequence<runtime::GRUInfo>(recurrent::gru(recurrent::kPortable)), cores, &WideCores::gru)))
 // clang-format on
 #define QRT_WIDE_SEQUENCES_FMA(KERNEL) QRT_WIDE_SEQUENCES(KERNEL, FMA, on_fma, kWideFma)
 #define QRT_WIDE_SEQUENCES_AVX512(KERNEL) QRT_WIDE_SEQUENCES(KERNEL, AVX512, on_avx512, kWideAvx512)
