@@ -30,6 +30,7 @@ QRT_API void frame_planes(const float* from, size_t planes, size_t height, size_
 /// and `bottom` pixels that holds `value`: [C, H, W] becomes [C, H + top + bottom, W + left +
 /// right], and blocked forms likewise. Also without any margin it is a copy.
 /// @return null unless `input` is a FLOAT32 tensor of the layout in the name, in main memory
+/// @throws std::runtime_error without a device, and for a picture that no tensor can hold
 /// @{
 QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t left, uint32_t right, uint32_t top,
@@ -58,6 +59,7 @@ QRT_API std::shared_ptr<runtime::TensorCPU> Padding_HW_MainMemory_CHW_Float_AVX_
 
 /// Padding of rows: [C, L] becomes [C, front + L + back].
 /// @return null unless `input` is a FLOAT32 tensor of layout CL in main memory
+/// @throws std::runtime_error without a device, and for a row that no tensor can hold
 QRT_API std::shared_ptr<runtime::TensorCPU> Padding_L_MainMemory_CL_Float_Fallback_M1(
     std::shared_ptr<runtime::TensorCPU> input, uint32_t front, uint32_t back, float value,
     std::shared_ptr<runtime::DeviceCPU> device);

@@ -162,6 +162,22 @@ TEST_P(PaddingFunction, GivesNothingForAnotherKindOfTensor) {
   EXPECT_EQ(pad({2}, DataType::FLOAT32, padding.layout, memory), nullptr);
 }
 
+TEST_P(PaddingFunction, RefusesWhatIsMissingAndMarginsWithoutEnd) {
+  const Padding& padding = GetParam();
+  TestContext context;
+  EXPECT_EQ(padding.pad(nullptr, {1, 1, 1, 1}, 0.0f, context.device()), nullptr);
+  const auto dims = padding.dims(1, 2, 2);
+  const auto input =
+      context.device()->CreateTensor({dims, DataType::FLOAT32, padding.layout}, nullptr);
+  EXPECT_THROW(padding.pad(input, {1, 1, 1, 1}, 0.0f, nullptr), std::runtime_error);
+  // Sums that wrap around to small sizes.
+  const uint32_t most = std::numeric_limits<uint32_t>::max();
+  EXPECT_THROW(padding.pad(input, {most, 1, 0, 0}, 0.0f, context.device()), std::runtime_error);
+  EXPECT_THROW(padding.pad(input, {1, most - 2, 0, 0}, 0.0f, context.device()), std::runtime_error);
+  if (padding.is_line) return;
+  EXPECT_THROW(padding.pad(input, {0, 0, most, most}, 0.0f, context.device()), std::runtime_error);
+}
+
 INSTANTIATE_TEST_SUITE_P(All, PaddingFunction, testing::ValuesIn(kPaddings),
                          [](const auto& test) { return test.param.name; });
 
