@@ -79,7 +79,7 @@ endif()
 # compiled as one. Sources with flags or definitions of their own stay alone. Where two clash after an edit, CMake has to
 # look again.
 function(qrt_compile_together target)
-  if(NOT QRT_COMPILE_TOGETHER)
+  if(NOT QRT_COMPILE_TOGETHER OR (QRT_COMPILE_TOGETHER STREQUAL "TESTS" AND target MATCHES "^qrt_objects_"))
     return()
   endif()
   find_package(Python3 REQUIRED COMPONENTS Interpreter)

@@ -1,12 +1,13 @@
 """The samples of the documents: cuts them out for the tests, checks that none is left out, and runs commands.
 
 usage: samples.py cut ROOT FOLDER           writes FOLDER/NAME.inc for each sample, and prints where they are from
-       samples.py check ROOT                every sample is named and used, every excerpt and link holds
+       samples.py check ROOT                every sample is named and used, every excerpt, edit and link holds
        samples.py commands ROOT PROGRAM...  runs the commands that stand in the documents with their output
 
 In a document the line before a block of code says what the block is:
   <!-- sample: NAME -->    what a test of tests/documents includes as "samples/NAME.inc": C++, or else a string
   <!-- excerpt: PATH -->   lines of that file, in their order; a line "..." stands for any lines left out
+  <!-- edit: PATH below TEXT -->   lines to write into that file, below the one line that holds TEXT; new_function.py does
 A block of C++ or JSON without such a line is a mistake. In public headers the n-th @code block of file.h is the
 sample "file_h", "file_h_2" and so on. A block whose first line begins with "$ " holds commands and their output.
 """
@@ -17,7 +18,7 @@ import re
 import subprocess
 import sys
 
-MARK = re.compile(r"^<!-- (sample|excerpt): (\S+) -->$")
+MARK = re.compile(r"^<!-- (sample|excerpt|edit): (\S+)(?: below (.+))? -->$")
 FENCE = re.compile(r"^```(\w*)$")
 LINK = re.compile(r"\]\(([^)\s]+)\)")
 
@@ -27,7 +28,7 @@ class Block:
 
     def __init__(self, path, line, language, mark):
         self.path, self.line, self.language = path, line, language
-        self.kind, self.name = mark if mark else (None, None)
+        self.kind, self.name, self.below = mark if mark else (None, None, None)
         self.lines = []
 
     def __str__(self):
@@ -68,7 +69,7 @@ def header_blocks(root, path):
         if begin:
             count += 1
             name = stem if count == 1 else f"{stem}_{count}"
-            block = Block(path, number, begin[2] or "cpp", ("sample", name))
+            block = Block(path, number, begin[2] or "cpp", ("sample", name, None))
         elif text == "@endcode":
             yield block
             block = None
@@ -130,6 +131,15 @@ def stands_in(lines, source):
     return True
 
 
+def edited(root, block):
+    """The lines of the file that an edit is for, with the block in its place."""
+    lines = read(root, block.name)
+    places = [number for number, line in enumerate(lines) if block.below and block.below in line]
+    if len(places) != 1:
+        raise ValueError(f"{block}: {len(places)} lines of {block.name} hold {block.below!r}")
+    return lines[:places[0] + 1] + block.lines + lines[places[0] + 1:]
+
+
 def anchors(lines):
     """What a heading can be linked as."""
     for line in lines:
@@ -165,8 +175,13 @@ def check(root):
                 problems.append(f"{block}: there is no {block.name}")
             elif not stands_in(block.lines, read(root, block.name)):
                 problems.append(f"{block}: {block.name} reads otherwise")
+        elif block.kind == "edit":
+            try:
+                edited(root, block)
+            except (OSError, ValueError) as failure:
+                problems.append(str(failure))
         elif block.language in ("cpp", "json"):
-            problems.append(f"{block}: neither a sample nor an excerpt")
+            problems.append(f"{block}: neither a sample, an excerpt nor an edit")
     problems += [f"no test uses the sample {name}" for name in sorted(names - used)]
     problems += [f"there is no sample {name}, which a test uses" for name in sorted(used - names)]
     for path in documents(root):

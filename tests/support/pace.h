@@ -17,4 +17,8 @@ inline bool runs_slowly() {
 #endif
 }
 
+/// From which case to which next one a walk through hundreds of whole runs goes: every one, or where everything is slow
+/// every 7th, which meets cases of all kinds.
+inline unsigned stride_of_runs() { return runs_slowly() ? 7 : 1; }
+
 }  // namespace marlo::test

@@ -9,6 +9,7 @@
 #include "tests/support/allocator_counts.h"
 #include "tests/support/counting_pool.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/pace.h"
 #include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 
@@ -136,7 +137,7 @@ TEST_P(AllocationFailureTest, OperatorNewThatFailsAtTheNthCall) {
   attempt(0);  // makes what the run-time library makes once
   log_.clear();
   uint64_t call = 1;
-  for (bool failed = true; failed && !HasFatalFailure(); ++call) {
+  for (bool failed = true; failed && !HasFatalFailure(); call += test::stride_of_runs()) {
     const int64_t objects = test::live_objects();
     failed = attempt(call);
     log_.clear();
@@ -177,7 +178,7 @@ class RealPoolsTest : public AllocationFailureTest {
 
   // Fails at the n-th chance, then does it all again on the same context, which then goes away.
   template <typename FailAt, typename Pending>
-  uint64_t fail_at_each_call(FailAt fail_at, Pending pending) {
+  uint64_t fail_at_each_call(FailAt fail_at, Pending pending, unsigned stride = 1) {
     Outputs expected;
     {
       std::shared_ptr<Context> context;
@@ -186,7 +187,7 @@ class RealPoolsTest : public AllocationFailureTest {
     }
     log_.clear();
     uint64_t call = 1;
-    for (bool failed = true; failed && !HasFailure(); ++call) {
+    for (bool failed = true; failed && !HasFailure(); call += stride) {
       SCOPED_TRACE("call " + std::to_string(call));
       std::shared_ptr<Context> context;
       utility::create_context(context, 32);
@@ -229,7 +230,9 @@ TEST_P(RealPoolsTest, SystemThatRefusesTheNthBlock) {
 }
 
 TEST_P(RealPoolsTest, OperatorNewThatFailsAtTheNthCall) {
-  EXPECT_GT(fail_at_each_call(test::fail_new_at, test::new_failure_is_pending), 500u);
+  EXPECT_GT(
+      fail_at_each_call(test::fail_new_at, test::new_failure_is_pending, test::stride_of_runs()),
+      500u);
 }
 
 }  // namespace
