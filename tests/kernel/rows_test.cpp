@@ -59,16 +59,18 @@ bool has_walked_list(const std::string& header, const std::vector<std::string>& 
   return false;
 }
 
-// The kernels of the second set in lists that some test walks. Their names are put together by
-// macros, so that the rows themselves are asked.
-std::set<std::string> walked_extensions([[maybe_unused]] const std::vector<std::string>& tests) {
+// The kernels in lists that some test walks and whose names are put together by macros, so that the
+// rows themselves are asked: recurrent layers, and the second set.
+std::set<std::string> walked_rows(const std::vector<std::string>& tests) {
   std::set<std::string> names;
-#if QRT_WITH_EXTENSIONS
   const auto add = [&](const char* list, const auto& rows) {
     EXPECT_TRUE(any_contains(tests, list)) << list << ": no test walks it";
     for (const auto* row : rows) names.insert(row->name);
   };
 #define QRT_ADD_LIST(list) add(#list, kernel::list)
+  QRT_ADD_LIST(recurrent_cell_rows);
+  QRT_ADD_LIST(recurrent_sequence_rows);
+#if QRT_WITH_EXTENSIONS
   QRT_ADD_LIST(extension_activation_rows);
   QRT_ADD_LIST(block_depthwise_rows);
   QRT_ADD_LIST(block_transposed_rows);
@@ -85,8 +87,8 @@ std::set<std::string> walked_extensions([[maybe_unused]] const std::vector<std::
   QRT_ADD_LIST(matmul_rows);
   QRT_ADD_LIST(wide_sequence_rows);
   QRT_ADD_LIST(resize_rows);
-#undef QRT_ADD_LIST
 #endif
+#undef QRT_ADD_LIST
   return names;
 }
 
@@ -98,10 +100,10 @@ TEST(KernelRows, LeaveNoRegisteredKernelUntested) {
   for (std::string& text : sources_below("tests/support")) walked_in.push_back(std::move(text));
   ASSERT_FALSE(headers.empty());
   ASSERT_FALSE(named_in.empty());
-  const std::set<std::string> extensions = walked_extensions(walked_in);
+  const std::set<std::string> walked = walked_rows(walked_in);
   for (const std::string& key : all_kernels().Keys()) {
     const bool tested =
-        any_contains(named_in, key) || extensions.count(key) != 0 ||
+        any_contains(named_in, key) || walked.count(key) != 0 ||
         std::any_of(headers.begin(), headers.end(), [&](const std::string& header) {
           return header.find(key) != std::string::npos && has_walked_list(header, walked_in);
         });

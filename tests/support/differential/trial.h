@@ -46,7 +46,7 @@ struct Outcome {
 /// Runs a kernel with its inputs in a layout. Whatever it is given, it may leave no tensor, and
 /// must treat memory alike each time: a fault is a failure of the running test. What it makes is
 /// what `InferOutputShapes` said and `CheckOutputs` takes, the same in every run, and its input
-/// stays as it was unless it is the output too. It runs where `check_shapes` says that it fits.
+/// stays as it was unless it is the output too. `check_shapes` finds no fault where it runs, but what vanishes and what the kernel itself refuses.
 Outcome run_kernel(const std::string& kernel, const Setting& setting, runtime::LayoutType layout);
 
 /// While one of these lives, `run_kernel` also runs each kernel with a pool that fails at the n-th
