@@ -104,6 +104,7 @@ class Builder {
     choices.inputs = layer(v).inputs;
     std::vector<Forms> forms = forms_of_layer(v);  // by form, then by size
     std::vector<const std::vector<Candidate>*> found;
+    found.reserve(sizes_.size());
     for (size_t s = 0; s < sizes_.size(); ++s) found.push_back(&finder_.of(layer(v, s)));
     const std::vector<Everywhere> everywhere = common(found);
     if (everywhere.empty() || everywhere[0][0] != &found[0]->front()) {
@@ -119,6 +120,7 @@ class Builder {
       if (!candidates.empty() && overwrites && !may_overwrite(layer(v))) continue;
       candidates.push_back(candidate);
     }
+    options.forms.reserve(forms.size());
     for (const Forms& form : forms) options.forms.push_back(form[0]);
     const std::vector<double> prices = prices_of(v, candidates);
     for (size_t c = 0; c < candidates.size(); ++c) {
@@ -173,6 +175,7 @@ class Builder {
                                       [&](const Forms& known) { return known[0] == first; });
     if (first.epilogue.empty() || is_known) return;
     Forms made;
+    made.reserve(candidate.size());
     for (const Candidate* on_size : candidate) made.push_back(on_size->output);
     forms.push_back(std::move(made));
   }
@@ -238,6 +241,7 @@ class Builder {
 
   Priced cheapest(const Forms& from, const Forms& to) {
     std::vector<const std::vector<Candidate>*> found;
+    found.reserve(sizes_.size());
     for (size_t s = 0; s < sizes_.size(); ++s) found.push_back(&finder_.converters(from[s], to[s]));
     const std::vector<Everywhere> candidates = common(found);
     std::vector<double> prices(candidates.size());

@@ -111,7 +111,7 @@ TEST_F(BenchTest, TheScriptOfGoogleBenchmarkComparesTwoFiles) {
                               "'";
   ASSERT_EQ(std::system(command.c_str()), 0);
   EXPECT_THAT(file_text(path("out")),
-              AllOf(HasSubstr("a/n  "), HasSubstr("b/n  "), HasSubstr("OVERALL_GEOMEAN")));
+              AllOf(HasSubstr("net/n  "), HasSubstr("net/n#2  "), HasSubstr("OVERALL_GEOMEAN")));
 }
 
 TEST_F(BenchTest, MeasuresAModelAndAnother) {
