@@ -247,6 +247,7 @@ class Builder {
     std::vector<double> prices(candidates.size());
     for (size_t s = 0; s < sizes_.size(); ++s) {
       std::vector<Work> works;
+      works.reserve(candidates.size());
       for (const Everywhere& candidate : candidates) works.push_back(work_of(*candidate[s]));
       if (!works.empty()) costs_.compare(works);
       for (size_t c = 0; c < works.size(); ++c) prices[c] += sizes_[s].weight * costs_.of(works[c]);
