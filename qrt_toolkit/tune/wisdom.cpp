@@ -24,6 +24,11 @@ constexpr int kForm = 1;
 
 /// What a file holds; where it can't be read, nothing and why.
 AllTimes read_all(const std::string& path, std::string& fault) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) {
+    fault = path + ": it is a folder; it is passed over";
+    return {};
+  }
   std::ifstream file(path, std::ios::binary);
   if (!file) return {};
   const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());

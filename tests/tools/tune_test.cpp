@@ -84,6 +84,34 @@ TEST_F(TuneTest, NamesOutOfASummaryAreMadeWellFormed) {
   EXPECT_THAT(outcome.out, HasSubstr("\"a?\": \"FLOAT32\""));
 }
 
+TEST_F(TuneTest, WhatCantBeWrittenIsToldBeforeAnythingIsMeasured) {
+  for (const std::vector<std::string>& more :
+       {std::vector<std::string>{path("none/b.json")},
+        std::vector<std::string>{path("b.json"), "--report", path("none/r.json")}}) {
+    std::vector<std::string> words{"tune", path("a.json")};
+    words.insert(words.end(), more.begin(), more.end());
+    const Outcome outcome = qrt(words);  // without --input, which would be the next fault
+    EXPECT_EQ(outcome.code, 5);
+    EXPECT_THAT(outcome.err,
+                AllOf(HasSubstr("none/"), HasSubstr("can't be written: No such file")));
+  }
+}
+
+TEST_F(TuneTest, WritesToStandardOutput) {
+  const Outcome outcome = qrt({"tune", path("a.json"), "-", "--no-wisdom", "--input", "1x1x3"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  write_text(path("out.json"), outcome.out);
+  EXPECT_THAT(qrt({"info", path("out.json")}).out, HasSubstr("tuned for "));
+}
+
+TEST_F(TuneTest, AFolderIsNoWisdom) {
+  const Outcome outcome = qrt({"tune", path("a.json"), path("b.json"), "--input", "1x1x3",
+                               "--wisdom", fs::path(path("a.json")).parent_path().string()});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_THAT(outcome.err,
+              AllOf(HasSubstr("it is a folder; it is passed over"), HasSubstr("can't be written")));
+}
+
 TEST_F(TuneTest, ReportsAsJson) {
   const Outcome outcome = tune({"--input", "1x1x3", "--json", "--isa", "sse"});
   ASSERT_EQ(outcome.code, 0) << outcome.err;

@@ -84,11 +84,15 @@ TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, 
 }  // namespace
 
 void run_tune(const TuneCommandOptions& options) {
-  const FileFormat format = format_of_name(options.output, kUsageError);
+  const bool to_stream = options.output == kStandardStream;
+  const FileFormat format =
+      to_stream ? FileFormat{true, std::nullopt} : format_of_name(options.output, kUsageError);
   if (format.kind && *format.kind != ObjectKind::model) {
     throw ToolError(kUsageError, shown(options.output) + ": expected the name of a model (.json " +
                                      "or .qrtmodel)");
   }
+  if (!to_stream) expect_replaceable(options.output);
+  if (!options.report.empty()) expect_replaceable(options.report);
   TuneOptions tune;
   tune.assign.set = kernel_set_option(options.isa);
   tune.assign.tolerance = tolerance(options);
@@ -116,10 +120,10 @@ void run_tune(const TuneCommandOptions& options) {
   if (!result.report.is_complete) {
     say("not everything was measured: the rest is as it was estimated", Level::warning);
   }
-  write_object(result.model, ObjectKind::model, options.output, format.is_json);
+  if (!to_stream) write_object(result.model, ObjectKind::model, options.output, format.is_json);
   const std::string json = tune_json(result.report, tune);
   if (!options.report.empty()) write_file(options.report, json);
-  if (options.output == kStandardStream) return;
+  if (to_stream) return print(json_text_of(result.model));
   print(options.json ? json : tune_text(result.report, table_width(options.width)));
 }
 

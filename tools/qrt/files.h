@@ -40,6 +40,10 @@ bool is_same_file(const std::string& a, const std::string& b);
 /// @throws ToolError (kRunError), naming the file, if it can't be made
 void replace_file(const std::string& path, const std::function<void(const std::string&)>& write);
 
+/// Fails as `replace_file` would, before long work is done for a file; leaves nothing behind.
+/// @throws ToolError (kRunError), naming the file, if it can't be made
+void expect_replaceable(const std::string& path);
+
 /// Writes `bytes` as by `replace_file`.
 void write_file(const std::string& path, const std::string& bytes);
 

@@ -177,10 +177,9 @@ class NewFile {
   std::optional<NameToDrop> drop_;
 };
 
-}  // namespace
-
-void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
-  const fs::path target = target_of(path);
+/// The file to replace.
+fs::path replaceable(const std::string& path) {
+  fs::path target = target_of(path);
   struct stat old = {};
   if (stat(target.c_str(), &old) == 0) {
     if (!S_ISREG(old.st_mode)) fail_to_write(path, "it is not a regular file");
@@ -188,7 +187,15 @@ void replace_file(const std::string& path, const std::function<void(const std::s
       fail_to_write(path, "it is read-only");
     }
   }
-  NewFile file(target);
+  return target;
+}
+
+}  // namespace
+
+void expect_replaceable(const std::string& path) { const NewFile file(replaceable(path)); }
+
+void replace_file(const std::string& path, const std::function<void(const std::string&)>& write) {
+  NewFile file(replaceable(path));
   write(file.path());
   file.take_place();
 }
