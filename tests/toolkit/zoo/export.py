@@ -244,7 +244,8 @@ def calibrate(network, shape):
         network(torch.randn((4, *shape[1:])))
 
 
-def export(folder, name):
+def build(name):
+    """The network, ready to run, and its input: the same each time."""
     make, shape = NETWORKS[name]
     torch.manual_seed(1)
     network = make()
@@ -253,6 +254,11 @@ def export(folder, name):
     x = torch.randint(0, 120, shape) if shape == WORDS else torch.randn(shape)
     if shape == WORDS:
         x[:, -4:] = 0
+    return network, x
+
+
+def export(folder, name):
+    network, x = build(name)
     with torch.no_grad():
         outputs = network(x)
     if isinstance(outputs, torch.Tensor):
