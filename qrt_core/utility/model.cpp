@@ -1,5 +1,7 @@
 #include "qrt_core/utility/model.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <map>
 #include <unordered_map>
@@ -40,6 +42,15 @@ LayoutType layout_for(size_t dims) {
     default:
       return LayoutType::FLEXIABLE;
   }
+}
+
+// The texts of a model that is ready are free, but among blocks that are not, so that the system's
+// allocator keeps their pages unless it is asked.
+void give_texts_back([[maybe_unused]] size_t size) {
+#ifdef __GLIBC__
+  constexpr size_t kWorthAsking = size_t{1} << 20;
+  if (size >= kWorthAsking) malloc_trim(0);
+#endif
 }
 
 // A tensor that keeps its context: the pool that its numbers stand in outlives it.
@@ -295,6 +306,8 @@ struct Model::State {
   std::vector<std::unique_ptr<Network>> networks;
 
   std::unique_ptr<Network> load(const std::string& id, runtime::QRTModel& model);
+
+  static std::unique_ptr<State> of(runtime::QRTModel& model, const ModelOptions& options);
 };
 
 std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTModel& model) {
@@ -337,9 +350,19 @@ Model Model::clone() const {
 
 std::unique_ptr<Model::State> Model::open(const char* bytes, size_t size,
                                           const ModelOptions& options) {
-  runtime::QRTModel model;
-  Assert(bytes != nullptr, "the model is a null pointer");
-  read_model(model, bytes, size);
+  std::unique_ptr<State> state;
+  {
+    runtime::QRTModel model;
+    Assert(bytes != nullptr, "the model is a null pointer");
+    read_model(model, bytes, size);
+    state = State::of(model, options);
+  }
+  give_texts_back(size);
+  return state;
+}
+
+std::unique_ptr<Model::State> Model::State::of(runtime::QRTModel& model,
+                                               const ModelOptions& options) {
   check_versions(model, options);
   auto shared = std::make_shared<State::Shared>();
   shared->alignment = options.alignment;
@@ -366,15 +389,18 @@ std::unique_ptr<Model::State> Model::open(const char* bytes, size_t size,
 
 Model::Model(const std::string& path, const ModelOptions& options) {
   const QuietLog quiet;
-  const std::string bytes = read_bytes(path);
+  size_t size = 0;
   try {
-    state_ = open(bytes.data(), bytes.size(), options);
+    runtime::QRTModel model;
+    size = read_model_file(model, path);
+    state_ = State::of(model, options);
   } catch (Error& failure) {
     if (failure.message().empty() && failure.detail().empty()) {
       failure.explain("the file " + path + " is not a model");
     }
     throw;
   }
+  give_texts_back(size);
 }
 
 Model::Model(std::unique_ptr<State> state) : state_(std::move(state)) {}

@@ -14,18 +14,24 @@ struct Closer {
 };
 using File = std::unique_ptr<std::FILE, Closer>;
 
-}  // namespace
-
-std::string read_bytes(const std::string& path) {
-  const File file(std::fopen(path.c_str(), "rb"));
+File opened(const std::string& path) {
+  File file(std::fopen(path.c_str(), "rb"));
   Assert(file != nullptr, "Error in opening the file [%s].", path.c_str());
+  return file;
+}
+
+std::string all_of(std::FILE* file, const std::string& path) {
   std::string bytes;
   char part[65536];
   size_t count = 0;
-  while ((count = std::fread(part, 1, sizeof part, file.get())) != 0) bytes.append(part, count);
-  Assert(std::ferror(file.get()) == 0, "Error in read the whole file [%s].", path.c_str());
+  while ((count = std::fread(part, 1, sizeof part, file)) != 0) bytes.append(part, count);
+  Assert(std::ferror(file) == 0, "Error in read the whole file [%s].", path.c_str());
   return bytes;
 }
+
+}  // namespace
+
+std::string read_bytes(const std::string& path) { return all_of(opened(path).get(), path); }
 
 bool is_json(const char* bytes, size_t size) {
   size_t at = 0;
@@ -48,6 +54,26 @@ void read_model(runtime::QRTModel& model, const char* bytes, size_t size) {
   const File file(fmemopen(const_cast<char*>(bytes), size, "rb"));
   Assert(file != nullptr, "the model can't be read from memory");
   model.VisitAttr(std::make_shared<runtime::FILEReader>(file.get(), 0));
+}
+
+size_t read_model_file(runtime::QRTModel& model, const std::string& path) {
+  const File file = opened(path);
+  std::string start(4096, '\0');
+  start.resize(std::fread(start.data(), 1, start.size(), file.get()));
+  const long size = std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
+  // What can't be read twice, and what may be JSON behind much white space, is read whole.
+  const bool is_text = start.find_first_not_of(" \t\n\r") == std::string::npos ||
+                       is_json(start.data(), start.size());
+  if (size >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0) {
+    if (!is_text) {
+      model.VisitAttr(std::make_shared<runtime::FILEReader>(file.get(), 0));
+      return static_cast<size_t>(size);
+    }
+    start.clear();
+  }
+  const std::string bytes = start + all_of(file.get(), path);
+  read_model(model, bytes.data(), bytes.size());
+  return bytes.size();
 }
 
 }  // namespace marlo::utility

@@ -22,4 +22,9 @@ bool is_json(const char* bytes, size_t size);
 /// @throws Error for bytes that aren't a model
 void read_model(runtime::QRTModel& model, const char* bytes, size_t size);
 
+/// Reads a file's model, the binary form without a copy of the file.
+/// @return the file's size in bytes
+/// @throws Error as `read_bytes` and `read_model` do
+size_t read_model_file(runtime::QRTModel& model, const std::string& path);
+
 }  // namespace marlo::utility

@@ -158,6 +158,16 @@ TEST(WeightPoolTest, GivesEveryBlockBackAtOnce) {
   pool.Free(nothing);
   pool.Free(nullptr);
   EXPECT_EQ(pool.TotalBytes(), 0u);
+  for (const size_t alignment : {size_t{64}, size_t{1} << 16}) {
+    runtime::WeightPool of_pages(alignment);
+    auto* const large = static_cast<char*>(of_pages.Allocate(1000001));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(large) % alignment, 0u);
+    large[0] = large[1000000] = 1;
+    EXPECT_GE(of_pages.TotalBytes(), 1000001u);
+    of_pages.Free(large);
+    EXPECT_EQ(of_pages.TotalBytes(), 0u);
+    EXPECT_THROW((void)of_pages.Allocate(uint64_t{1} << 60), std::bad_alloc);
+  }
   EXPECT_THROW((void)pool.Allocate(~uint64_t{0}), std::bad_alloc);
   EXPECT_THROW(runtime::WeightPool(48), std::runtime_error);
 }

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstddef>
+#include <mutex>
+#include <unordered_map>
 
 #include "qrt_core/runtime/tensor/memory_pool.h"
 #include "qrt_core/utility/export.h"
@@ -9,8 +11,9 @@
 namespace marlo::runtime {
 
 /// A pool for weights, which live as long as their network: each block comes
-/// from the system and goes back to it at once, under the lock of the system's
-/// allocator.
+/// from the system and goes back to it at once. Large ones have pages of their
+/// own, so that nothing of them stays behind among what else the process has
+/// allocated meanwhile.
 ///
 /// Unlike other pools any number of threads may use it at a time, so that
 /// networks that share weights can be released in any order, on any thread.
@@ -30,8 +33,13 @@ class QRT_API WeightPool final : public MemoryPool {
   uint64_t TotalBytes() override { return bytes_; }
 
  private:
+  void* map_pages(uint64_t size);
+  bool unmap_pages(void* address);
+
   std::atomic<uint64_t> bytes_{0};
   size_t alignment_;
+  std::mutex lock_;                          // of what follows
+  std::unordered_map<void*, size_t> pages_;  // sizes of the large blocks
 };
 
 }  // namespace marlo::runtime
