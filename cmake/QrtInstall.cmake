@@ -43,6 +43,9 @@ endforeach()
 if(TARGET qrt)
   set_target_properties(qrt PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   install(TARGETS qrt COMPONENT qrt_tool)
+  # Where `qrt read` looks for it, seen from the tool.
+  install(FILES "${PROJECT_SOURCE_DIR}/models/lines/lines.qrtmodel" DESTINATION "${CMAKE_INSTALL_DATADIR}/qrt"
+    COMPONENT qrt_tool)
 endif()
 if(TARGET qrt_man_page)
   install(FILES "${QRT_MAN_PAGE}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT qrt_tool)

@@ -55,6 +55,7 @@ done
 expect_file python3-qrt-core usr/lib/python3/dist-packages/qrt_core/__init__.py
 expect_file python3-qrt-core usr/lib/python3/dist-packages/qrt_core/py.typed
 expect_file qrt usr/bin/qrt
+expect_file qrt usr/share/qrt/lines.qrtmodel
 expect_file qrt usr/share/man/man1/qrt.1.gz
 expect_file qrt usr/share/bash-completion/completions/qrt
 [[ $(readlink "$scratch/libqrt-core-dev/$lib/libqrt_core.so") == libqrt_core.so.1 ]] ||

@@ -30,8 +30,9 @@ TEST_F(CommandLineTest, HelpAndVersionGoToStandardOutput) {
 }
 
 TEST_F(CommandLineTest, HelpFits100Columns) {
-  for (const std::string command : {"info", "import", "run", "compare", "bench", "tune", "explain",
-                                    "check", "image", "convert", "kernels", "select", "help"}) {
+  for (const std::string command :
+       {"info", "import", "run", "compare", "bench", "tune", "explain", "check", "image", "read",
+        "convert", "kernels", "select", "help"}) {
     std::istringstream lines(qrt({command, "--help"}).out);
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
   }

@@ -552,6 +552,7 @@ void add_commands(CLI::App& app, CommandOptions& options) {
   add_explain(app, options.explain);
   add_check(app, options.check);
   add_image(app, options.image);
+  add_read(app, options.read);
   add_convert(app, options.convert);
   add_kernels(app, options.kernels);
   add_select(app, options.select);

@@ -19,12 +19,16 @@ struct CommandOptions {
   ExplainCommandOptions explain;
   CheckOptions check;
   ImageOptions image;
+  ReadOptions read;
   ConvertOptions convert;
   ImportCommandOptions import;
   KernelsOptions kernels;
   SelectOptions select;
   std::string help;  ///< the command that `qrt help` is asked about
 };
+
+/// Adds `qrt read`.
+void add_read(CLI::App& app, ReadOptions& options);
 
 /// Adds every command. Each runs while the command line is parsed.
 void add_commands(CLI::App& app, CommandOptions& options);

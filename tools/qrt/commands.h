@@ -125,6 +125,17 @@ struct ImageOptions {
   std::vector<ImageStep> steps;  ///< in the order in which they are applied
 };
 
+struct ReadOptions {
+  std::string picture;
+  std::string model;     ///< that reads lines; empty for the one that is installed with the tool
+  std::string draw;      ///< file for the picture with a frame around each line; empty for none
+  std::string isa;       ///< as `kernel_set_of` reads it; empty for the processor's
+  bool preview = false;  ///< the picture is drawn in characters beside the text
+  uint32_t preview_width = 56;
+  bool line = false;  ///< the picture is one line, whatever it looks like
+  bool json = false;
+};
+
 struct ConvertOptions {
   std::string input;
   std::string output;
@@ -184,6 +195,7 @@ void run_tune(const TuneCommandOptions& options);
 void run_explain(const ExplainCommandOptions& options);
 void run_check(const CheckOptions& options);
 void run_image(const ImageOptions& options);
+void run_read(const ReadOptions& options);
 void run_convert(const ConvertOptions& options);
 void run_import(const ImportCommandOptions& options);
 void run_kernels(const KernelsOptions& options);

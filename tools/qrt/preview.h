@@ -15,4 +15,8 @@ namespace qrt_tool {
 /// @param utf8 block characters; otherwise ASCII
 std::vector<std::string> render_preview(const Picture& picture, size_t columns, bool utf8);
 
+/// Two columns of lines; the shorter one stands in the middle beside the longer one.
+std::string side_by_side(const std::vector<std::string>& left,
+                         const std::vector<std::string>& right);
+
 }  // namespace qrt_tool

@@ -50,27 +50,6 @@ std::vector<std::string> score_lines(const std::vector<Score>& scores, bool soft
   return lines;
 }
 
-// Two columns of lines; what is shorter is centred beside the other.
-std::string side_by_side(const std::vector<std::string>& left,
-                         const std::vector<std::string>& right) {
-  size_t left_width = 0;
-  for (const std::string& line : left) left_width = std::max(left_width, width_of(line));
-  const size_t count = std::max(left.size(), right.size());
-  const size_t left_top = (count - left.size()) / 2;
-  const size_t right_top = (count - right.size()) / 2;
-  std::string text;
-  for (size_t i = 0; i < count; ++i) {
-    const bool has_left = i >= left_top && i - left_top < left.size();
-    const bool has_right = i >= right_top && i - right_top < right.size();
-    std::string line = has_left ? left[i - left_top] : "";
-    if (has_right && !right[i - right_top].empty()) {
-      line += std::string(left_width - width_of(line) + 3, ' ') + right[i - right_top];
-    }
-    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
-  }
-  return text;
-}
-
 std::string values_text(const OutputData& output, size_t width) {
   const std::vector<double> values = output.values();
   std::string text = printable(output.id);
