@@ -46,7 +46,10 @@ class Checks:
 
 def check_samples(checks):
     readings = checks.readings()
+    emulated = "QRT_TEST_LAUNCHER" in os.environ  # where each run takes seconds
     for name, text in readings.items():
+        if emulated and name not in EVERYWHERE:
+            continue
         checks.expect(name, checks.run(checks.sample(name)).stdout, text + "\n")
     for isa in SETS:
         for name in EVERYWHERE:
