@@ -33,7 +33,7 @@ def torch_times(options):
     from network import Lines
 
     torch.set_num_threads(1)
-    network = Exported(Lines()).eval()
+    network = Exported(Lines().eval()).eval()
     # Any weights take as long; these are at least the file's sizes.
     names = {tensor.name: numpy_helper.to_array(tensor) for tensor in onnx.load(options.onnx).graph.initializer}
     state = network.state_dict()
