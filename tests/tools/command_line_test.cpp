@@ -45,7 +45,7 @@ TEST_F(CommandLineTest, KernelsAreListedAndFiltered) {
   EXPECT_EQ(qrt({"kernels", "relu6_fall"}).out, "ReLU6_Fallback_Float_M1\n");
   EXPECT_EQ(qrt({"kernels", "input*"}).out, "Input_Fallback_M1\n");
   EXPECT_EQ(qrt({"kernels", "Leaky_Fallback_Float_M1"}).out.find("Leaky_Fallback_Float_M1\n"), 0u);
-  EXPECT_EQ(qrt({"kernels", "knxm", "transpose"}).out,
+  EXPECT_EQ(qrt({"kernels", "knxm", "transpose", "fallback"}).out,
             "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1\n");
   EXPECT_THAT(
       qrt({"kernels", "input*", "--json"}).out,
