@@ -121,7 +121,7 @@ GreyPicture turned(const GreyPicture& picture, double degrees) {
   const auto* const values = static_cast<const float*>(output->handle.cpu);
   result.samples.reserve(paper.size());
   for (size_t i = 0; i < paper.size(); ++i) {
-    result.samples.push_back(static_cast<uint8_t>(values[i] + 0.5F));
+    result.samples.push_back(static_cast<uint8_t>(std::lround(values[i])));
   }
   return result;
 }
