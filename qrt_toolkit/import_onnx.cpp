@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "qrt_core/utility/application.h"
+#include "qrt_toolkit/assign/fast_kernels.h"
 #include "qrt_toolkit/free_sizes.h"
 #include "qrt_toolkit/import_stages.h"
 #include "qrt_toolkit/lower/lowering.h"
@@ -61,6 +62,22 @@ void refuse_unlowered(const Graph& graph) {
   if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
 }
 
+/// Tells layers that kernels of a set run from those that only the portable ones do.
+Lowering::IsFast fast_layers(KernelSet set) {
+  struct Kernels {
+    Kernels() {
+      runtime::InferenceParamRegistry params;
+      utility::init_register_operators(registry, params);
+      utility::init_register_extension_operators(registry, params);
+    }
+    runtime::KernelRegistry registry;
+    Workshop workshop{registry};
+  };
+  return [set, kernels = std::make_shared<Kernels>()](const auto& layer, const auto& input) {
+    return has_fast_kernel(kernels->workshop, set, layer, input);
+  };
+}
+
 /// Gives the network the kernels that are likely to be the fastest.
 void choose_kernels(const ImportOptions& options, ImportedModel& imported) {
   ImportReport& report = imported.report;
@@ -87,7 +104,8 @@ ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, boo
 }
 
 /// An import of what was read, with all sizes known.
-ImportStages import_read(const std::string& path, OnnxModel source, const ImportOptions& options) {
+ImportStages import_read(const std::string& path, OnnxModel source, const ImportOptions& options,
+                         GraphUse graphs) {
   Graph& graph = source.graph;
   ImportStages stages;
   ImportReport& report = stages.imported.report;
@@ -98,7 +116,7 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   ModelHeader header;
   for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
   apply(options, graph, report.notes);
-  stages.given = graph;
+  if (graphs == GraphUse::kept) stages.given = graph;
   simplify(graph);
   for (std::string& note : keep_states(graph, header.output_names)) {
     report.notes.push_back(std::move(note));
@@ -108,7 +126,8 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   for (const ValueId id : graph.inputs) {
     header.input_batches.push_back(batches[static_cast<size_t>(id)]);
   }
-  Lowering lowering(graph);
+  const KernelSet set = options.kernels.value_or(processor_kernels());
+  Lowering lowering(graph, set == KernelSet::portable ? nullptr : fast_layers(set));
   Plan plan = lowering.run();
   report.notes.insert(report.notes.end(), plan.notes.begin(), plan.notes.end());
   const std::filesystem::path file = path;
@@ -132,20 +151,20 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   report.node_of_layer = std::move(written.node_of_layer);
   report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
   stages.value_of_layer = std::move(written.value_of_layer);
-  stages.simplified = std::move(graph);
+  if (graphs == GraphUse::kept) stages.simplified = std::move(graph);
   return stages;
 }
 
 }  // namespace
 
-ImportStages import_stages(const std::string& path, const ImportOptions& options) {
+ImportStages import_stages(const std::string& path, const ImportOptions& options, GraphUse graphs) {
   OnnxModel source = read_onnx(path);
   ImportStages stages;
   if (!has_free_sizes(source.graph, options)) {
-    stages = import_read(path, std::move(source), options);
+    stages = import_read(path, std::move(source), options, graphs);
   } else {
     stages = import_with_free_sizes(source.graph, options, [&](const ImportOptions& fixed) {
-      return import_read(path, source, fixed);
+      return import_read(path, source, fixed, GraphUse::kept);
     });
   }
   choose_kernels(options, stages.imported);
@@ -153,7 +172,7 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
 }
 
 ImportedModel import_onnx(const std::string& path, const ImportOptions& options) {
-  return std::move(import_stages(path, options).imported);
+  return std::move(import_stages(path, options, GraphUse::dropped).imported);
 }
 
 std::vector<OperatorSupport> supported_operators() {

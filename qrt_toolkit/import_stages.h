@@ -19,7 +19,11 @@ struct ImportStages {
   std::map<std::string, ValueId> value_of_layer;  ///< in `simplified`, by layer id
 };
 
+/// Whether the graphs are asked for: they hold all weights once more.
+enum class GraphUse { kept, dropped };
+
 /// As `import_onnx`.
-ImportStages import_stages(const std::string& path, const ImportOptions& options);
+ImportStages import_stages(const std::string& path, const ImportOptions& options,
+                           GraphUse graphs = GraphUse::kept);
 
 }  // namespace marlo::toolkit

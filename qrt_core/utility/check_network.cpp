@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/utility/application.h"
 #include "qrt_core/utility/check_model_internal.h"
@@ -130,7 +131,8 @@ class NetworkCheck {
       findings_.add(checked.place, FindingCode::wrong_order, Severity::error, "input_ids",
                     "none: an input layer takes its tensor from the caller",
                     quoted(info.input_ids[0]), "empty the list");
-    } else if (checked.layer->name != kInputName && info.input_ids.empty()) {
+    } else if (checked.layer->name != kInputName && info.input_ids.empty() &&
+               dynamic_cast<const runtime::ConstantInfo*>(&info) == nullptr) {
       findings_.add(checked.place, FindingCode::unknown_id, Severity::error, "input_ids",
                     "the ids of the layers that it reads", "none", "list them");
     }

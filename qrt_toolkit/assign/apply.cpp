@@ -71,8 +71,7 @@ class Writer {
     const ReferenceLayer& layer = problem_.layers[v];
     const Option& option = chosen(v);
     const size_t choice = assignment_.choices[v];
-    std::shared_ptr<LayerInfo> info =
-        option.candidate.info != nullptr ? option.candidate.info : layer.info;
+    std::shared_ptr<LayerInfo> info = option.info;
     auto cfg =
         layer.is_fixed ? std::make_shared<LayerCfg>(*layer.cfg) : std::make_shared<LayerCfg>();
     if (!layer.is_fixed) {

@@ -51,19 +51,21 @@ bool is_same_tensor(const TensorShape& a, const TensorShape& b) {
 }
 
 /// Where a kernel says that it differs. That it has an epilogue is judged elsewhere.
-std::vector<runtime::Misfit> differences_of(const IKernelFacts& facts, const ReferenceLayer& layer,
-                                            const Shapes& inputs) {
-  std::vector<runtime::Misfit> misfits = facts.differences(*layer.info, inputs);
+std::vector<runtime::Misfit> differences_of(const IKernelFacts& facts,
+                                            const runtime::LayerInfo& info, const Shapes& inputs) {
+  std::vector<runtime::Misfit> misfits = facts.differences(info, inputs);
   std::erase_if(misfits, [](const auto& m) { return m.member == "epilogue"; });
   return misfits;
 }
 
 /// Whether a kernel says that it computes something else than the description. Where the reference
 /// itself says so, it is the reference that defines what is computed.
-bool says_other(const IKernelFacts& facts, const IKernelFacts* reference,
-                const ReferenceLayer& layer, const Shapes& inputs) {
-  if (reference != nullptr && !differences_of(*reference, layer, layer.reads).empty()) return false;
-  std::vector<runtime::Misfit> misfits = differences_of(facts, layer, inputs);
+bool says_other(const IKernelFacts& facts, const runtime::LayerInfo& info,
+                const IKernelFacts* reference, const ReferenceLayer& layer, const Shapes& inputs) {
+  if (reference != nullptr && !differences_of(*reference, *layer.info, layer.reads).empty()) {
+    return false;
+  }
+  std::vector<runtime::Misfit> misfits = differences_of(facts, info, inputs);
   const auto* maximum = dynamic_cast<const runtime::MaxPool2dInfo*>(layer.info.get());
   if (maximum != nullptr && layer.reads_rectified) {
     // Zeros at the margin change no maximum of numbers that are never below zero.
@@ -121,6 +123,8 @@ struct CandidateFinder::Trial {
   Shapes inputs;       // as the reference reads them
   TensorShape output;  // as it makes it
   std::vector<Run> runs;
+  /// The layer as kernels may read it that don't read it as the reference does.
+  std::vector<std::pair<Restatement, std::shared_ptr<runtime::LayerInfo>>> restated;
 };
 
 CandidateFinder::CandidateFinder(Workshop& workshop, const CandidateRules& rules)
@@ -169,7 +173,7 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
   if (layer.is_fixed || kernel == nullptr || layer.reads.empty()) return found;
 
   Trial trial{
-      layer, dynamic_cast<const IKernelFacts*>(kernel.get()), made_small(layer.reads), {}, {}};
+      layer, dynamic_cast<const IKernelFacts*>(kernel.get()), made_small(layer.reads), {}, {}, {}};
   auto output = workshop_.made_of(*kernel, trial.inputs);
   if (!output) {
     trial.inputs = layer.reads;
@@ -192,6 +196,9 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
     run.expected = finished(std::move(*expected),
                             is_applied ? epilogue_function(layer.may_be_applied) : nullptr);
     trial.runs.push_back(std::move(run));
+  }
+  for (const Restatement restate : restatements_of(*layer.info)) {
+    if (auto info = restate(*layer.info)) trial.restated.emplace_back(restate, std::move(info));
   }
   for (const auto& [name, epilogue] : names_) {
     const bool is_possible = layer.may_apply.empty()
@@ -258,20 +265,30 @@ std::string CandidateFinder::tried_epilogue(const ReferenceLayer& layer) {
 
 void CandidateFinder::try_kernel(const std::string& name, const Trial& trial,
                                  std::vector<Candidate>& found) {
+  if (try_kernel(name, trial, nullptr, trial.layer.info, found)) return;
+  for (const auto& [restate, info] : trial.restated) {
+    if (try_kernel(name, trial, restate, info, found)) return;
+  }
+}
+
+bool CandidateFinder::try_kernel(const std::string& name, const Trial& trial, Restatement restate,
+                                 const std::shared_ptr<runtime::LayerInfo>& info,
+                                 std::vector<Candidate>& found) {
   const ReferenceLayer& layer = trial.layer;
   const std::string& epilogue = names_.at(name);
-  const auto kernel = workshop_.configured(name, layer.info);
+  const auto kernel = workshop_.configured(name, info);
   const auto* facts = dynamic_cast<const IKernelFacts*>(kernel.get());
-  if (facts == nullptr) return;
+  if (facts == nullptr) return false;
+  const size_t before = found.size();
   std::vector<Shapes> tried;
   for (const LayoutType layout : kLayouts) {
     Shapes inputs = in_layout(layer.reads, layout);
-    const bool is_reference = name == layer.kernel && inputs == layer.reads;
+    const bool is_reference = restate == nullptr && name == layer.kernel && inputs == layer.reads;
     if (is_reference || std::find(tried.begin(), tried.end(), inputs) != tried.end()) continue;
     tried.push_back(inputs);
     const auto output = workshop_.made_of(*kernel, inputs);
     if (!output || !is_same_tensor(*output, layer.makes)) continue;
-    if (says_other(*facts, trial.reference, layer, inputs)) continue;
+    if (says_other(*facts, *info, trial.reference, layer, inputs)) continue;
     const Shapes small = in_layout(trial.inputs, layout);
     const auto made = workshop_.made_of(*kernel, small);
     if (!made || !is_same_tensor(*made, trial.output)) continue;
@@ -298,8 +315,10 @@ void CandidateFinder::try_kernel(const std::string& name, const Trial& trial,
     if (!(next.difference <= rules_.tolerance)) continue;
     next.inputs = as_forms(inputs);
     next.output = {*output, layer.may_apply.empty() ? "" : epilogue};
+    next.restate = restate;
     found.push_back(std::move(next));
   }
+  return found.size() != before;
 }
 
 const std::vector<Candidate>& CandidateFinder::converters(const Form& from, const Form& to) {

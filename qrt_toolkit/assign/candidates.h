@@ -9,6 +9,7 @@
 #include "qrt_toolkit/assign/form.h"
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/assign/reference.h"
+#include "qrt_toolkit/assign/restate.h"
 #include "qrt_toolkit/assign/trial.h"
 
 // Which kernels compute what a layer's reference kernel computes, and in which forms.
@@ -22,8 +23,8 @@ struct Candidate {
   runtime::InputUse use = runtime::InputUse::reads;
   std::vector<Form> inputs;
   Form output;
-  /// The description that it reads as the reference kernel reads its own; null for the same.
-  std::shared_ptr<runtime::LayerInfo> info;
+  /// Makes the description that it reads as the reference kernel reads its own; null for the same.
+  Restatement restate = nullptr;
   double difference = 0;  ///< from the reference in the trial, relative; 0 for the same bits
 };
 
@@ -61,6 +62,8 @@ class CandidateFinder {
 
   std::vector<Candidate> find(const ReferenceLayer& layer);
   void try_kernel(const std::string& name, const Trial& trial, std::vector<Candidate>& found);
+  bool try_kernel(const std::string& name, const Trial& trial, Restatement restate,
+                  const std::shared_ptr<runtime::LayerInfo>& info, std::vector<Candidate>& found);
   void add_passing_on(const ReferenceLayer& layer, std::vector<Candidate>& found);
   std::string tried_epilogue(const ReferenceLayer& layer);
   Candidate candidate(const std::string& name, const runtime::IKernel& kernel) const;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <stdexcept>
 #include <utility>
 
@@ -156,7 +157,8 @@ class Builder {
       std::vector<Work> works;
       std::vector<Work> rivals;
       for (const Everywhere& candidate : candidates) {
-        works.push_back(work_of(layer(v, s), *candidate[s], weights));
+        works.push_back(
+            work_of(layer(v, s), *candidate[s], read_by(*candidate[s], layer(v, s)), weights));
         if (!has_been_applied(*candidate[s])) rivals.push_back(works.back());
       }
       if (rivals.size() > 1) costs_.compare(rivals);
@@ -201,7 +203,7 @@ class Builder {
         choice.inputs.push_back(static_cast<FormIndex>(place));
       }
     }
-    Option option{candidate, "", cost};
+    Option option{candidate, read_by(candidate, layer(v)), "", cost};
     size_t output = place_of(candidate.output, options.forms);
     if (layer(v).is_output && output != 0) {
       // A kernel that makes a form which isn't listed has no converter either.
@@ -219,9 +221,19 @@ class Builder {
     choices.choices.push_back(std::move(choice));
   }
 
-  static Work work_of(const ReferenceLayer& layer, const Candidate& candidate, uint64_t weights) {
+  /// The layer's description as a candidate reads it; each way to state it is made once.
+  std::shared_ptr<runtime::LayerInfo> read_by(const Candidate& candidate,
+                                              const ReferenceLayer& layer) {
+    if (candidate.restate == nullptr) return layer.info;
+    auto& made = restated_[{layer.info.get(), candidate.restate}];
+    if (made == nullptr) made = candidate.restate(*layer.info);
+    return made;
+  }
+
+  static Work work_of(const ReferenceLayer& layer, const Candidate& candidate,
+                      std::shared_ptr<runtime::LayerInfo> info, uint64_t weights) {
     Work work = work_of(candidate);
-    work.info = candidate.info != nullptr ? candidate.info : layer.info;
+    work.info = std::move(info);
     work.weights = weights;
     work.multiply_adds = multiply_adds_of(
         *layer.info, weights, work.inputs.empty() ? work.output : work.inputs[0], work.output);
@@ -279,6 +291,8 @@ class Builder {
   std::vector<SizedNetwork> sizes_;
   Problem problem_;
   std::vector<bool> own_;  // per layer: nobody but one reader needs its result
+  std::map<std::pair<const runtime::LayerInfo*, Restatement>, std::shared_ptr<runtime::LayerInfo>>
+      restated_;
 };
 
 }  // namespace

@@ -14,6 +14,8 @@ namespace marlo::toolkit {
 /// One way to run a layer, with its kernel.
 struct Option {
   Candidate candidate;
+  /// The layer's description as the kernel reads it.
+  std::shared_ptr<runtime::LayerInfo> info;
   /// Brings what the kernel makes into the layout that the caller gets; empty for none.
   std::string output_converter;
   double cost = 0;  ///< of both

@@ -49,7 +49,9 @@ class RememberedCosts final : public Costs {
   }
 
   Told of_candidate(const ReferenceLayer& layer, const Candidate& candidate) const {
-    const auto* info = candidate.info != nullptr ? candidate.info.get() : layer.info.get();
+    const auto restated =
+        candidate.restate != nullptr ? candidate.restate(*layer.info) : layer.info;
+    const auto* info = restated.get();
     std::vector<runtime::TensorShape> inputs;
     inputs.reserve(candidate.inputs.size());
     for (const Form& form : candidate.inputs) inputs.push_back(form.shape);

@@ -152,8 +152,9 @@ void check_axis_size(int64_t size) {
   }
 }
 
-Lowering::Lowering(const Graph& graph)
+Lowering::Lowering(const Graph& graph, IsFast is_fast)
     : graph_(graph),
+      is_fast_(std::move(is_fast)),
       facts_(infer_facts(graph)),
       batch_(find_batch_axes(graph, facts_)),
       values_(graph.value_count()) {}

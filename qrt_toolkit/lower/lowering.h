@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string_view>
@@ -25,8 +26,14 @@ struct AxisPart {
 /// float32 in the graph's own order of axes, less the batch.
 class Lowering {
  public:
+  /// Says whether a layer of a tensor is likely to be fast as it stands.
+  using IsFast = std::function<bool(const std::shared_ptr<runtime::LayerInfo>& layer,
+                                    const runtime::TensorShape& input)>;
+
   /// @param graph simplified, with all shapes known
-  explicit Lowering(const Graph& graph);
+  /// @param is_fast decides between the layers that an operator may become; without one each
+  ///   becomes the layer of its own kind
+  explicit Lowering(const Graph& graph, IsFast is_fast = nullptr);
 
   /// Lowers all nodes. Throws UnsupportedError with every node that can't be.
   Plan run();
@@ -35,6 +42,11 @@ class Lowering {
   const std::vector<size_t>& outputs() const { return outputs_; }
 
   // For the functions of operators:
+
+  /// Whether a layer that reads another's tensor is worth another form.
+  bool is_slow(const std::shared_ptr<runtime::LayerInfo>& info, size_t input) const {
+    return is_fast_ != nullptr && !is_fast_(info, plan_.shape(input));
+  }
 
   const Node& node() const { return *node_; }
   Plan& plan() { return plan_; }
@@ -194,6 +206,7 @@ class Lowering {
   ValueId input_id(size_t place) const;
 
   const Graph& graph_;
+  IsFast is_fast_;
   std::vector<Facts> facts_;
   std::vector<std::optional<size_t>> batch_;
   std::vector<Known> values_;

@@ -314,13 +314,37 @@ void lower_blocks(Lowering& lowering) {
   lowering.result(moved);
 }
 
+// Operators that simplification puts others in the place of; what it leaves of them has no kernel.
+
+void refuse_einsum(Lowering&) {
+  throw NodeFault{"equation", "diagonals, and a letter for axes of several sizes, have no kernel"};
+}
+
+void refuse_one_hot(Lowering&) {
+  throw NodeFault{"inputs",
+                  "only a constant depth of up to 65536 and constant values have a kernel",
+                  "set them, or fold them into the model"};
+}
+
+void refuse_top_k(Lowering&) {
+  throw NodeFault{"input 1", "more than the first of all has no kernel",
+                  "end the network before it with --output"};
+}
+
+void refuse_trilu(Lowering&) {
+  throw NodeFault{"input 1", "only a constant distance from the diagonal has a kernel",
+                  "set it, or fold it into the model"};
+}
+
 constexpr LoweringRow kRows[] = {
     {"Concat", lower_concat},
     {"DepthToSpace", lower_blocks<true>},
+    {"Einsum", refuse_einsum, "without diagonals"},
     {"Expand", lower_expand, "a constant shape"},
     {"Flatten", lower_reshape},
     {"Gather", lower_gather, "constant elements, or rows of a constant from 0 on"},
     {"GatherElements", lower_gather_elements, "constant elements"},
+    {"OneHot", refuse_one_hot, "a constant depth, constant values"},
     {"Pad", lower_pad, "constant sizes"},
     {"Reshape", lower_reshape},
     {"Slice", lower_slice, "constant parts"},
@@ -328,7 +352,9 @@ constexpr LoweringRow kRows[] = {
     {"Split", lower_split, "constant sizes"},
     {"Squeeze", lower_reshape},
     {"Tile", lower_tile, "constant numbers"},
+    {"TopK", refuse_top_k, "the first of all"},
     {"Transpose", lower_transpose},
+    {"Trilu", refuse_trilu, "a constant distance"},
     {"Unsqueeze", lower_reshape},
 };
 

@@ -52,7 +52,9 @@ void set_functions(const Node& node, runtime::LSTMInfo& info) {
 
 void set_functions(const Node& node, runtime::GRUInfo& info) {
   if (node.integer("linear_before_reset", 0) == 0) {
-    throw NodeFault{"linear_before_reset", "a reset in front of the product has no kernel",
+    throw NodeFault{"linear_before_reset",
+                    "a reset in front of the product has no kernel, and steps of their own are "
+                    "made for up to 128",
                     "export the layer with its reset behind the product (reset_after)"};
   }
   require_functions(node, network_of(info));
@@ -275,7 +277,8 @@ void lower_recurrent(Lowering& lowering) {
 }
 
 constexpr LoweringRow kRows[] = {
-    {"GRU", lower_recurrent<runtime::GRUInfo>, "linear_before_reset; states that are zero or kept"},
+    {"GRU", lower_recurrent<runtime::GRUInfo>,
+     "without linear_before_reset up to 128 steps; states that are zero or kept"},
     {"LSTM", lower_recurrent<runtime::LSTMInfo>, "no peepholes; states that are zero or kept"},
     {"RNN", lower_recurrent<runtime::RNNInfo>, "Tanh and Relu; states that are zero or kept"},
 };

@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <optional>
 #include <tuple>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
+#include "qrt_toolkit/lower/phases.h"
 #include "qrt_toolkit/operators/window.h"
 
 // Convolutions and poolings.
@@ -91,6 +93,94 @@ void lower_conv(Lowering& lowering) {
   lowering.result(layer);
 }
 
+/// A convolution with the weights of a transposed one; its channels are the phases of the results.
+std::shared_ptr<runtime::Conv2dInfo> phased_convolution(
+    const runtime::ConvTranspose2dInfo& transposed, const PhasedAxis& y, const PhasedAxis& x,
+    int64_t phases) {
+  auto info = std::make_shared<runtime::Conv2dInfo>();
+  info->in_channels = transposed.in_channels;
+  info->out_channels = narrow_u16(transposed.out_channels * phases, "channels");
+  info->kernel_y = narrow_u16(y.kernel, "kernel_shape");
+  info->kernel_x = narrow_u16(x.kernel, "kernel_shape");
+  info->padding_t = narrow_u16(y.pad_begin, "pads");
+  info->padding_b = narrow_u16(y.pad_end, "pads");
+  info->padding_l = narrow_u16(x.pad_begin, "pads");
+  info->padding_r = narrow_u16(x.pad_end, "pads");
+  const std::vector<float> given = runtime::WeightNumbers(transposed.weight);
+  const auto window = static_cast<size_t>(y.kernel * x.kernel);
+  const size_t outs = transposed.out_channels;
+  const size_t ins = transposed.in_channels;
+  std::vector<float> weight(outs * static_cast<size_t>(phases) * ins * window);
+  for (size_t in = 0; in < ins; ++in) {
+    for (size_t out = 0; out < outs; ++out) {
+      const float* source = &given[(in * outs + out) * transposed.kernel_y * transposed.kernel_x];
+      size_t channel = out * static_cast<size_t>(phases);
+      for (const auto& row : y.place) {
+        for (const auto& column : x.place) {
+          float* target = &weight[(channel++ * ins + in) * window];
+          for (size_t ky = 0; ky < row.size(); ++ky) {
+            for (size_t kx = 0; kx < column.size(); ++kx) {
+              if (row[ky] < 0 || column[kx] < 0) continue;
+              target[row[ky] * x.kernel + column[kx]] = source[ky * column.size() + kx];
+            }
+          }
+        }
+      }
+    }
+  }
+  info->weight = runtime::MakeWeightBlob(weight.data(), weight.size());
+  info->if_bias = transposed.if_bias;
+  if (info->if_bias) {
+    std::vector<float> bias;
+    bias.reserve(outs * static_cast<size_t>(phases));
+    for (const float number : runtime::WeightNumbers(transposed.bias)) {
+      bias.insert(bias.end(), static_cast<size_t>(phases), number);
+    }
+    info->bias = runtime::MakeWeightBlob(bias.data(), bias.size());
+  }
+  return info;
+}
+
+/// The transposed convolution as a convolution whose channels become rows and columns; nothing where
+/// that can't be.
+std::optional<size_t> lower_phases(Lowering& lowering,
+                                   const runtime::ConvTranspose2dInfo& transposed, size_t in) {
+  if (transposed.groups != 1) return std::nullopt;
+  const Extents from = lowering.sizes_of_layer(in);
+  Extents to = lowering.output_sizes();
+  if (to.size() == 2) to.insert(to.begin() + 1, 1);
+  const auto axis = [&](size_t place, int64_t kernel, int64_t stride, int64_t dilation,
+                        int64_t padding) {
+    return phased(
+        {kernel, stride, dilation, (kernel - 1) * dilation - padding, from[place], to[place]});
+  };
+  const int64_t sy = transposed.stride_y;
+  const int64_t sx = transposed.stride_x;
+  const auto y = axis(1, transposed.kernel_y, sy, transposed.dilation_y, transposed.padding_t);
+  const auto x = axis(2, transposed.kernel_x, sx, transposed.dilation_x, transposed.padding_l);
+  const int64_t phases = sy * sx;
+  constexpr int64_t kMostChannels = 65535;
+  if (!y || !x || to[0] * phases > kMostChannels) return std::nullopt;
+  Plan& plan = lowering.plan();
+  size_t layer = plan.add(phased_convolution(transposed, *y, *x, phases),
+                          "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1", {in});
+  plan.layer(layer).products = static_cast<uint64_t>(to[0] * from[0] * phases * y->kernel *
+                                                     x->kernel * y->places * x->places);
+  if (phases > 1) {
+    const bool is_line = sy == 1 && y->places == 1;
+    layer = lowering.reshaped(layer, is_line ? Extents{to[0], sx, x->places}
+                                             : Extents{to[0], sy, sx, y->places, x->places});
+    layer =
+        is_line ? lowering.permuted(layer, {0, 2, 1}) : lowering.permuted(layer, {0, 3, 1, 4, 2});
+    layer = lowering.reshaped(layer, {to[0], y->places * sy, x->places * sx});
+  }
+  for (const size_t place : {size_t{1}, size_t{2}}) {
+    if (lowering.sizes_of_layer(layer)[place] == to[place]) continue;
+    layer = lowering.part_of(layer, place, {0, to[place], 1});
+  }
+  return layer;
+}
+
 // The description holds the paddings of the convolution that the transposed one amounts to.
 void lower_conv_transpose(Lowering& lowering) {
   const Node& node = lowering.node();
@@ -126,8 +216,12 @@ void lower_conv_transpose(Lowering& lowering) {
   info->out_channels = narrow_u16(out[0], "channels");
   info->groups = narrow_u16(node.integer("group", 1), "group");
   set_weights(lowering, *info);
+  const size_t source = lowering.planes(0);
+  if (lowering.is_slow(info, source)) {
+    if (const auto layer = lower_phases(lowering, *info, source)) return lowering.result(*layer);
+  }
   const size_t layer = lowering.plan().add(
-      info, "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1", {lowering.planes(0)});
+      info, "ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1", {source});
   lowering.plan().layer(layer).products =
       product(weight) * (product(in) / static_cast<uint64_t>(std::max<int64_t>(1, in[0])));
   lowering.result(layer);

@@ -141,13 +141,20 @@ void grid_mode(Node& node, Graph&) {
   if (mode == "bicubic") node.attributes["mode"] = std::string("cubic");
 }
 
-void cast_target(Node& node, Graph&) {
-  const ElementType type = element_type_of_number(node.integer("to", 0));
+/// An attribute that names an element type.
+void set_type(Node& node, const char* attribute) {
+  const int64_t number = node.integer(attribute, 0);
+  const ElementType type = element_type_of_number(number);
   if (type == ElementType::undefined) {
-    throw NodeFault{"to",
-                    "element type " + std::to_string(node.integer("to", 0)) + " isn't supported"};
+    throw NodeFault{attribute, "element type " + std::to_string(number) + " isn't supported"};
   }
-  node.attributes["to"] = static_cast<int64_t>(type);
+  node.attributes[attribute] = static_cast<int64_t>(type);
+}
+
+void cast_target(Node& node, Graph&) { set_type(node, "to"); }
+
+void eye_type(Node& node, Graph&) {
+  if (node.has("dtype")) set_type(node, "dtype");
 }
 
 constexpr int kAlways = std::numeric_limits<int>::max();
@@ -166,6 +173,7 @@ constexpr Difference kDifferences[] = {
     {"Cast", kAlways, cast_target},
     {"Clip", 11, bounds_to_inputs},
     {"Div", 7, old_broadcast},
+    {"EyeLike", kAlways, eye_type},
     {"GridSample", 20, grid_mode},
     {"GroupNormalization", 21, scales_per_group},
     {"Hardmax", 13, coerced_axes},

@@ -33,6 +33,10 @@ std::optional<Shape> shape_of(const onnx::TypeProto::Tensor& type) {
   if (!type.has_shape()) return std::nullopt;
   Shape shape;
   for (const auto& dim : type.shape().dim()) {
+    constexpr int64_t kMostSize = int64_t{1} << 40;
+    if (dim.has_dim_value() && dim.dim_value() > kMostSize) {
+      throw FileError("a size of " + std::to_string(dim.dim_value()) + " is out of range");
+    }
     if (dim.has_dim_value() && dim.dim_value() >= 0) {
       shape.emplace_back(dim.dim_value());
     } else {

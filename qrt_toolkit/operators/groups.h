@@ -25,5 +25,7 @@ std::span<const Operator> movement_operators();
 std::span<const Operator> indexing_operators();
 std::span<const Operator> recurrent_operators();
 std::span<const Operator> control_operators();
+std::span<const Operator> einsum_operators();
+std::span<const Operator> selection_operators();
 
 }  // namespace marlo::toolkit

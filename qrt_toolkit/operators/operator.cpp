@@ -18,7 +18,8 @@ std::vector<Operator> make_table() {
        {unary_operators, activation_operators, binary_operators, reduction_operators,
         softmax_operators, normalization_operators, matrix_operators, convolution_operators,
         pooling_operators, resampling_operators, shape_operators, movement_operators,
-        indexing_operators, recurrent_operators, control_operators}) {
+        indexing_operators, recurrent_operators, control_operators, einsum_operators,
+        selection_operators}) {
     const auto rows = group();
     table.insert(table.end(), rows.begin(), rows.end());
   }
@@ -58,6 +59,13 @@ std::optional<Numbers::Integers> ShapeStep::integers(
 
 void ShapeStep::set(size_t place, ElementType type, std::optional<Shape> shape) {
   if (place >= outputs.size()) return;
+  // So that sums of sizes stay within 64 bits.
+  constexpr int64_t kMostSize = int64_t{1} << 40;
+  for (const Dimension& size : shape.value_or(Shape{})) {
+    if (size.size > kMostSize) {
+      throw NodeFault{"shape", "a size of " + std::to_string(size.size) + " is out of range"};
+    }
+  }
   outputs[place].type = type;
   outputs[place].shape = std::move(shape);
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "qrt_toolkit/evaluate/evaluate.h"
@@ -22,6 +23,24 @@ bool reads_constants_only(const Graph& graph, const Node& node) {
   return true;
 }
 
+/// Whether a node would make more numbers than `most`, and than it reads.
+bool grows_beyond(const Graph& graph, const Node& node, const std::vector<Facts>& facts,
+                  int64_t most) {
+  int64_t read = 0;
+  for (const ValueId id : graph.reads(node)) {
+    read += count_of(graph.value(id).constant->shape).value_or(0);
+  }
+  for (const ValueId id : node.outputs) {
+    if (id == kAbsent) continue;
+    const auto& shape = facts[static_cast<size_t>(id)].shape;
+    const auto sizes = shape ? extents_of(*shape) : std::nullopt;
+    if (sizes && count_of(*sizes).value_or(Numbers::kMostElements) > std::max(most, read)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// The node's outputs from its constant inputs.
 void evaluate_into(Graph& graph, NodeId id) {
   const Node& node = graph.node(id);
@@ -44,7 +63,7 @@ void evaluate_into(Graph& graph, NodeId id) {
 
 }  // namespace
 
-bool fold_constants(Graph& graph) {
+bool fold_constants(Graph& graph, int64_t most) {
   bool changed = false;
   const std::vector<Facts> facts = infer_facts(graph);
   for (const NodeId id : graph.order()) {
@@ -63,7 +82,8 @@ bool fold_constants(Graph& graph) {
         }
       }
       changed = true;
-    } else if (node.op != "If" && reads_constants_only(graph, node)) {
+    } else if (node.op != "If" && reads_constants_only(graph, node) &&
+               !grows_beyond(graph, node, facts, most)) {
       evaluate_into(graph, id);
       changed = true;
     }

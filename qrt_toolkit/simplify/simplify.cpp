@@ -34,6 +34,18 @@ bool hands_on(const Node& node, const Facts& in, const Facts& out) {
   return reshapes && same_shape(in, out);
 }
 
+/// A small file may ask for large constants; what it holds bounds what is computed of it.
+int64_t most_folded(const Graph& graph) {
+  constexpr int64_t kLeast = int64_t{1} << 22;
+  constexpr int64_t kPerNumber = 64;
+  int64_t held = 0;
+  for (ValueId id = 0; static_cast<size_t>(id) < graph.value_count(); ++id) {
+    const auto& constant = graph.value(id).constant;
+    if (constant) held += count_of(constant->shape).value_or(0);
+  }
+  return std::min(Numbers::kMostElements, kLeast + kPerNumber * held);
+}
+
 }  // namespace
 
 bool drop_identities(Graph& graph) {
@@ -76,14 +88,17 @@ bool drop_unused(Graph& graph) {
 }
 
 void simplify(Graph& graph) {
+  const int64_t most = most_folded(graph);
   bool changed = true;
   while (changed) {
-    changed = false;
+    changed = drop_unused(graph);
+    changed = take_branches(graph) || changed;
+    changed = fold_constants(graph, most) || changed;
     for (bool (*rule)(Graph&) :
-         {drop_unused, take_branches, fold_constants, drop_identities, join_transposes,
-          push_transposes_down, make_gemms, fold_paddings, fold_scales_behind, fold_scales_in_front,
-          join_clips, find_leaky_rectifiers, find_hard_swishes, find_hard_sigmoids, find_gelus,
-          find_layer_normalizations}) {
+         {drop_identities, expand_einsums, choose_by_conditions, unroll_recurrences,
+          join_idle_window_axes, join_transposes, push_transposes_down, make_gemms, fold_paddings,
+          fold_scales_behind, fold_scales_in_front, join_clips, find_leaky_rectifiers,
+          find_hard_swishes, find_hard_sigmoids, find_gelus, find_layer_normalizations}) {
       changed = rule(graph) || changed;
     }
   }

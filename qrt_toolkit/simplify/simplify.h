@@ -12,7 +12,8 @@ namespace marlo::toolkit {
 void simplify(Graph& graph);
 
 /// What is computed from constants and known shapes only becomes a constant.
-bool fold_constants(Graph& graph);
+/// @param most a result of more numbers than this, and than its inputs together, stays uncomputed
+bool fold_constants(Graph& graph, int64_t most = Numbers::kMostElements);
 
 /// If with a constant condition becomes the branch that it chooses.
 bool take_branches(Graph& graph);
@@ -53,6 +54,18 @@ bool find_gelus(Graph& graph);
 /// (x - mean) / sqrt(variance + epsilon) over the last axis, scaled and shifted, becomes
 /// LayerNormalization.
 bool find_layer_normalizations(Graph& graph);
+
+/// Einsum without diagonals becomes products of matrices, sums and movements.
+bool expand_einsums(Graph& graph);
+
+/// Trilu and OneHot become Where; the largest or smallest number of TopK becomes a reduction.
+bool choose_by_conditions(Graph& graph);
+
+/// Poolings over three axes of which they walk two or one lose those that they don't walk.
+bool join_idle_window_axes(Graph& graph);
+
+/// A GRU whose reset stands in front of the product, which no kernel computes, becomes its steps.
+bool unroll_recurrences(Graph& graph);
 
 /// Two transpositions, one behind the other, become one.
 bool join_transposes(Graph& graph);

@@ -2,9 +2,9 @@
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <vector>
 
+#include "qrt_toolkit/assign/restate.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/text.h"
 
@@ -34,48 +34,14 @@ std::string blob_of(const std::vector<float>& numbers) {
                       numbers.size() * sizeof(float));
 }
 
-// The padding of the convolution over the spread input, of which `cut` leaves the result.
-int16_t inner_padding(int64_t kernel, int64_t dilation, int64_t cut) {
-  const int64_t padding = (kernel - 1) * dilation - cut;
-  if (padding < std::numeric_limits<int16_t>::min() ||
-      padding > std::numeric_limits<int16_t>::max()) {
-    refuse("the portable kernel would need a padding of " + std::to_string(padding) +
-           "; expected at most 32767");
-  }
-  return static_cast<int16_t>(padding);
-}
-
-// [groups][rows][columns] of runs of `length` numbers as [groups][columns][rows].
-std::vector<float> with_axes_swapped(const std::vector<float>& numbers, size_t groups, size_t rows,
-                                     size_t columns, size_t length) {
-  std::vector<float> swapped(numbers.size());
-  const float* source = numbers.data();
-  for (size_t group = 0; group < groups; ++group) {
-    for (size_t row = 0; row < rows; ++row) {
-      for (size_t column = 0; column < columns; ++column) {
-        float* target = &swapped[((group * columns + column) * rows + row) * length];
-        std::memcpy(target, source, length * sizeof(float));
-        source += length;
-      }
-    }
-  }
-  return swapped;
-}
-
 std::shared_ptr<LayerInfo> for_portable_kernel(const ConvTranspose2dInfo& layer) {
-  auto info = std::make_shared<ConvTranspose2dInfo>(layer);
-  // The portable kernel counts a whole stride behind the last input, the others its first pixel.
-  info->padding_l = inner_padding(layer.kernel_x, layer.dilation_x, layer.padding_l);
-  info->padding_t = inner_padding(layer.kernel_y, layer.dilation_y, layer.padding_t);
-  info->padding_r =
-      inner_padding(layer.kernel_x, layer.dilation_x, layer.padding_r + layer.stride_x - 1);
-  info->padding_b =
-      inner_padding(layer.kernel_y, layer.dilation_y, layer.padding_b + layer.stride_y - 1);
-  const size_t groups = layer.groups;
-  const size_t outs = layer.out_channels / groups;
-  const size_t ins = layer.in_channels / groups;
-  info->weight = blob_of(with_axes_swapped(numbers_of(layer.weight), groups, outs, ins,
-                                           size_t{layer.kernel_y} * layer.kernel_x));
+  auto info = marlo::toolkit::with_inner_paddings(layer);
+  if (info == nullptr) {
+    refuse(
+        "the portable kernel would need paddings beyond 32767, or the layer hasn't as many weights "
+        "as its channels "
+        "and its window ask for");
+  }
   return info;
 }
 

@@ -132,6 +132,55 @@ TEST(Makers, PicturesWithChannelsLast) {
   EXPECT_EQ(count_of_kernel(model, "ReLU6"), 1u);
 }
 
+TEST(Makers, TranspositionsOfChannelsLastVanishInside) {
+  const ImportedModel model =
+      expect_agreement(R"(g (float[1,6,6,2] x) => (float[1,3] y, float[1,3,3,3] z)
+      <float[3,2,1,1] w = {1, 2, 3, -1, 0.5, 2}, float[3,3,1,1] v = {1, 2, 3, 4, 5, 6, 7, 8, 9},
+       float[3] s = {1, 2, 3}, float[1,1,3] a = {0.1, 0.2, 0.3},
+       float zero = {0}> {
+    p = Pad<pads=[0, 0, 0, 0, 0, 1, 1, 0]>(x)
+    t = Transpose<perm=[0, 3, 1, 2]>(p)
+    c = Conv<strides=[2, 2]>(t, w)
+    u = Transpose<perm=[0, 2, 3, 1]>(c)
+    m = Mul(u, s)
+    b = Add(s, m)
+    l = PRelu(b, a)
+    k = Greater(l, zero)
+    q = Where(k, l, b)
+    r = Transpose<perm=[0, 3, 1, 2]>(q)
+    d = Conv(r, v)
+    e = Transpose<perm=[0, 2, 3, 1]>(d)
+    f = Add(e, q)
+    j = Concat<axis=3>(f, l)
+    h = ReduceMean<axes=[1, 2], keepdims=0>(j)
+    y0 = Slice<axes=[1], starts=[0], ends=[3]>(h)
+    y = Relu(y0)
+    n = Softmax<axis=-1>(f)
+    z = Transpose<perm=[0, 3, 1, 2]>(n)
+  })",
+                       9, {{"x", {1, 6, 6, 2}}});
+  EXPECT_EQ(count_of_kernel(model, "Permute"), 1u);
+}
+
+TEST(Makers, GatedUnitsWhoseResetStandsInFrontOfTheProduct) {
+  for (const char* attributes : {"hidden_size=2", "hidden_size=2, direction=\"reverse\"",
+                                 "hidden_size=2, activations=[\"HardSigmoid\", \"Relu\"]"}) {
+    SCOPED_TRACE(attributes);
+    for (const char* inputs : {"x, w, r, b", "x, w, r, b, , h", "x, w, r"}) {
+      SCOPED_TRACE(inputs);
+      const ImportedModel model = expect_agreement(
+          std::string(R"(g (float[4,1,2] x, float[1,1,2] h) => (float[4,1,1,2] y, float[1,1,2] z)
+      <float[1,6,2] w = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9, -0.1, -0.2, -0.3},
+       float[1,6,2] r = {-0.5, 0.4, 0.3, -0.2, 0.1, 0.6, 0.9, 0.8, 0.7, -0.1, -0.2, -0.3},
+       float[1,12] b = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.1, 0.1, 0.1, 0.2, 0.2, 0.3}> {
+    y, last = GRU<)") +
+              attributes + ">(" + inputs + ") z = Add(last, h) }",
+          13, {{"x", {4, 1, 2}}, {"h", {1, 1, 2}}});
+      EXPECT_EQ(count_of_kernel(model, "GRU"), 0u);
+    }
+  }
+}
+
 TEST(Makers, TransposedConvolutionAsAHead) {
   expect_agreement(R"(g (float[1,2,3,4] x) => (float[1,2,6,8] y)
       <float[2,2,3,3] w = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 0, 1, 0, 1, 0, 1, 0, 1,
@@ -139,6 +188,145 @@ TEST(Makers, TransposedConvolutionAsAHead) {
     y = ConvTranspose<strides=[2, 2], pads=[1, 1, 1, 1], output_padding=[1, 1]>(x, w, b)
   })",
                    11, {{"x", {1, 2, 3, 4}}});
+}
+
+/// A transposed convolution of random weights [in, out / group, window...] with these attributes.
+std::string transposed_convolution(const std::string& shape, const std::string& weight,
+                                   const std::string& attributes) {
+  return "g (float[" + shape + "] x) => (float[n,c,h,w] y) { s = Constant<value_ints=[" + weight +
+         R"(]>()
+    zeros = ConstantOfShape(s)
+    n = Size(zeros)
+    first = Constant<value_int=0>()
+    step = Constant<value_int=1>()
+    all = Range(first, n, step)
+    reals = Cast<to=1>(all)
+    bent = Sin(reals)
+    w = Reshape(bent, s)
+    y = ConvTranspose<)" +
+         attributes + ">(x, w) }";
+}
+
+struct TransposedCase {
+  const char* shape;
+  const char* weight;
+  const char* attributes;
+  bool is_portable;  ///< nothing but the portable kernel computes it
+};
+
+TEST(Makers, TransposedConvolutionsOfManyKinds) {
+  const bool any_fast = processor_kernels() > KernelSet::portable;
+  for (const auto& [shape, weight, attributes, is_portable] : {
+           TransposedCase{"1,8,5,6", "8,8,2,2", "strides=[2, 2]", false},
+           TransposedCase{"1,8,5,6", "8,8,3,3",
+                          "strides=[2, 2], pads=[1, 1, 1, 1], output_padding=[1, 1]", false},
+           TransposedCase{"1,8,5,6", "8,16,4,4", "strides=[2, 2], pads=[1, 1, 1, 1]", false},
+           TransposedCase{"1,3,4,7", "3,5,3,3", "strides=[2, 2], pads=[1, 1, 1, 1]", false},
+           TransposedCase{"1,3,4,7", "3,5,2,3", "strides=[1, 3], dilations=[2, 2]", false},
+           TransposedCase{"1,3,4,7", "3,2,9,9", "strides=[2, 2], pads=[4, 4, 4, 4]", false},
+           TransposedCase{"1,3,4,7", "3,2,2,2", "strides=[3, 3], output_padding=[2, 1]", false},
+           TransposedCase{"1,3,4,7", "3,2,3,3", "strides=[2, 2], output_shape=[9, 13]", false},
+           TransposedCase{"1,3,4,7", "3,2,5,5", "strides=[3, 3], auto_pad=\"SAME_UPPER\"", false},
+           TransposedCase{"1,5,1,1", "5,4,4,4", "kernel_shape=[4, 4]", false},
+           TransposedCase{"1,4,5,6", "4,2,4,4", "group=2, strides=[2, 2]", true},
+           TransposedCase{"1,3,4,7", "3,2,2,2", "pads=[3, 3, 0, 0], strides=[1, 1]", true},
+       }) {
+    SCOPED_TRACE(std::string(weight) + " " + attributes);
+    std::vector<int64_t> sizes;
+    for (const char* at = shape; *at != 0; at += *at == ',') {
+      sizes.push_back(std::strtol(at, const_cast<char**>(&at), 10));
+    }
+    const ImportedModel model =
+        expect_agreement(transposed_convolution(shape, weight, attributes), 13, {{"x", sizes}});
+    const size_t portable = count_of_kernel(model, "ConvTranspose2D_Knxm");
+    EXPECT_EQ(portable, is_portable || !any_fast ? 1u : 0u);
+  }
+}
+
+TEST(Makers, TransposedConvolutionsOverLines) {
+  expect_agreement(R"(g (float[1,2,7] x) => (float[1,3,l] y)
+      <float[2,3,4] w = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 1},
+       float[3] b = {1, -1, 2}> { y = ConvTranspose<strides=[4], pads=[0, 1]>(x, w, b) })",
+                   13, {{"x", {1, 2, 7}}});
+}
+
+const char* const kEinsums[] = {"bij,bjk->bik", "bij,bkj->bik", "bij,jk->bik",     "bij,jk",
+                                "...ij,...jk",  "bi,bj->bij",   "bij->bji",        "bij->bi",
+                                "bij,bij->bi",  "bij,b...->b",  "bij,bkj,kl->bil", "bij,kl->bikjl"};
+
+TEST(Makers, SumsOfProductsOverNamedAxes) {
+  const std::map<std::string, std::vector<int64_t>> terms = {
+      {"bij", {1, 3, 4}},      {"bjk", {1, 4, 5}},      {"bkj", {1, 5, 4}}, {"jk", {4, 5}},
+      {"...ij", {1, 2, 3, 4}}, {"...jk", {1, 2, 4, 5}}, {"bi", {1, 3}},     {"bj", {1, 4}},
+      {"b...", {1}},           {"kl", {5, 2}}};
+  for (const std::string equation : kEinsums) {
+    SCOPED_TRACE(equation);
+    Shapes shapes;
+    std::string head;
+    std::string names;
+    std::string left = equation.substr(0, equation.find("->"));
+    for (char name = 'x'; !left.empty(); ++name) {
+      const std::string term = left.substr(0, left.find(','));
+      left.erase(0, term.size() + 1);
+      const std::vector<int64_t>& sizes = terms.at(term);
+      std::string text;
+      for (const int64_t size : sizes) text += (text.empty() ? "" : ",") + std::to_string(size);
+      head += (head.empty() ? "float[" : ", float[") + text + "] " + name;
+      names += (names.empty() ? "" : ", ") + std::string(1, name);
+      shapes[std::string(1, name)] = sizes;
+    }
+    expect_agreement("g (" + head + ") => (float[n] out) { t = Einsum<equation=\"" + equation +
+                         "\">(" + names + ") out = Neg(t) }",
+                     13, shapes);
+  }
+}
+
+TEST(Makers, ElementsChosenByTheirPlaces) {
+  for (const char* node :
+       {"y = Trilu(x)", "y = Trilu<upper=0>(x, one)", "v, p = TopK<axis=1>(x, one) y = Neg(v)",
+        "v, p = TopK<axis=1, largest=0>(x, one) c = Cast<to=1>(p) y = Neg(c)",
+        "p = ArgMax<axis=1, keepdims=0>(x) y = OneHot<axis=1>(p, depth, values)",
+        "r = Round(x) i = Cast<to=6>(r) y = OneHot(i, depth, values)"}) {
+    SCOPED_TRACE(node);
+    expect_agreement(std::string("g (float[1,4,5] x) => (float[a,b,c] y) <int64[1] one = {1}, "
+                                 "int64[1] depth = {4}, float[2] values = {-1, 3}> { ") +
+                         node + " }",
+                     14, {{"x", {1, 4, 5}}});
+  }
+}
+
+TEST(Makers, ConstantsChosenByTheirPlaces) {
+  expect_agreement(R"(g (float[1,3,3] x) => (float[1,3,3] y)
+      <float[3,3] m = {0, 1, 2, 3, 0, 4, 5, 6, 0}, int64[2,2] at = {0, 1, 2, 0},
+       float[2] new = {7, -7}, int64[1] two = {2}, int64[1,3] rows = {2, 0, 1}, float[1,3] low = {1, 2, 3}> {
+    eye = EyeLike<k=1>(m)
+    changed = ScatterND(m, at, new)
+    elements = ScatterElements<axis=0>(changed, rows, low)
+    found = GatherND(m, at)
+    sum = ReduceSum<keepdims=0>(found)
+    places = NonZero(m)
+    count = Size(places)
+    real = Cast<to=1>(count)
+    top, where = TopK<axis=1>(elements, two)
+    largest = ReduceSum(top)
+    a = Add(x, eye)
+    b = Add(a, elements)
+    c = Add(b, sum)
+    d = Add(c, largest)
+    y = Add(d, real)
+  })",
+                   13, {{"x", {1, 3, 3}}});
+}
+
+TEST(Makers, PoolingsOverAxesThatTheyDoNotWalk) {
+  for (const char* window : {"3, 1, 1], pads=[1, 0, 0, 1, 0, 0", "1, 2, 3], strides=[1, 2, 1"}) {
+    for (const char* op : {"AveragePool", "MaxPool"}) {
+      SCOPED_TRACE(window);
+      expect_agreement(std::string("g (float[1,2,4,5,6] x) => (float[1,2,a,b,c] y) { y = ") + op +
+                           "<kernel_shape=[" + window + "]>(x) }",
+                       13, {{"x", {1, 2, 4, 5, 6}}});
+    }
+  }
 }
 
 TEST(Makers, RowsTimesAMatrix) {

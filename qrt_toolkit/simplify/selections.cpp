@@ -1,0 +1,176 @@
+#include <numeric>
+#include <utility>
+
+#include "qrt_toolkit/operators/window.h"
+#include "qrt_toolkit/simplify/match.h"
+#include "qrt_toolkit/simplify/simplify.h"
+
+// Operators that choose elements by their places become those that choose by conditions, and windows
+// over three axes those over fewer.
+
+namespace marlo::toolkit {
+namespace {
+
+const std::optional<Shape>& shape_of_input(const Node& node, size_t place,
+                                           const std::vector<Facts>& facts) {
+  return facts[static_cast<size_t>(node.inputs[place])].shape;
+}
+
+ValueId add_number(Graph& graph, ElementType type, double number) {
+  Numbers numbers = converted(Numbers::reals_1d({number}), type);
+  numbers.shape.clear();
+  return graph.add_constant("", constant_of(numbers));
+}
+
+ValueId add_integers(Graph& graph, std::vector<int64_t> numbers) {
+  return graph.add_constant("", constant_of(Numbers::integers_1d(std::move(numbers))));
+}
+
+ValueId add_node(Graph& graph, Node node, ElementType type) {
+  const ValueId made = graph.add_value("", type);
+  node.outputs = {made};
+  graph.add_node(std::move(node));
+  return made;
+}
+
+/// Trilu keeps what a constant picture of its triangle lets through.
+bool choose_triangle(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
+  const Node node = graph.node(id);
+  if (node.op != "Trilu" || constant_input(graph, node, 0) != nullptr) return false;
+  const auto& shape = shape_of_input(node, 0, facts);
+  if (!shape || shape->size() < 2) return false;
+  const Dimension rows = (*shape)[shape->size() - 2];
+  const Dimension columns = shape->back();
+  if (!rows.known() || !columns.known()) return false;
+  if (node.has_input(1) && constant_input(graph, node, 1) == nullptr) return false;
+  const int64_t k = node.has_input(1) ? constant_input(graph, node, 1)->numbers().integer(0) : 0;
+  const bool upper = node.integer("upper", 1) != 0;
+  Numbers kept(ElementType::boolean, {rows.size, columns.size});
+  for (int64_t i = 0; i < kept.count(); ++i) {
+    const int64_t distance = i % columns.size - i / columns.size;
+    kept.integers()[static_cast<size_t>(i)] = upper ? distance >= k : distance <= k;
+  }
+  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
+  const ValueId mask = graph.add_constant("", constant_of(kept));
+  put(graph, id, node_like(node, "Where", {mask, node.inputs[0], add_number(graph, type, 0)}));
+  return true;
+}
+
+/// OneHot compares places with all that there are.
+bool compare_places(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
+  const Node node = graph.node(id);
+  if (node.op != "OneHot" || constant_input(graph, node, 0) != nullptr) return false;
+  const auto& shape = shape_of_input(node, 0, facts);
+  const auto depth = number_input(graph, node, 1);
+  const Constant* values = constant_input(graph, node, 2);
+  constexpr double kMostPlaces = 65536;
+  if (!shape || !depth || *depth < 1 || *depth > kMostPlaces || values == nullptr ||
+      count_of(values->shape) != 2) {
+    return false;
+  }
+  const size_t axis = axis_from_front(node.integer("axis", -1), shape->size() + 1);
+  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
+  const ValueId places =
+      add_node(graph,
+               node_like(node, "Unsqueeze",
+                         {node.inputs[0], add_integers(graph, {static_cast<int64_t>(axis)})}),
+               type);
+  const auto equal_from = [&](int64_t first) {
+    Numbers::Integers numbers(static_cast<size_t>(*depth));
+    std::iota(numbers.begin(), numbers.end(), first);
+    Numbers all = converted(Numbers::integers_1d(std::move(numbers)), type);
+    all.shape.insert(all.shape.end(), shape->size() - axis, 1);
+    const ValueId listed = graph.add_constant("", constant_of(all));
+    return add_node(graph, node_like(node, "Equal", {places, listed}), ElementType::boolean);
+  };
+  ValueId chosen = equal_from(0);
+  const NodeId source = source_of(graph, node, 0);
+  const std::string maker = source == kAbsent ? "" : graph.node(source).op;
+  if (maker != "ArgMax" && maker != "ArgMin") {
+    // Places may be counted from the end.
+    const ValueId from_end = equal_from(-static_cast<int64_t>(*depth));
+    chosen = add_node(graph, node_like(node, "Or", {chosen, from_end}), ElementType::boolean);
+  }
+  const Numbers numbers = values->numbers();
+  const ValueId on = add_number(graph, values->type, numbers.real(1));
+  const ValueId off = add_number(graph, values->type, numbers.real(0));
+  put(graph, id, node_like(node, "Where", {chosen, on, off}));
+  return true;
+}
+
+/// The first of all is the largest or the smallest, and its place.
+bool take_extreme(Graph& graph, NodeId id) {
+  const Node node = graph.node(id);
+  if (node.op != "TopK" || number_input(graph, node, 1) != 1.0) return false;
+  const bool largest = node.integer("largest", 1) != 0;
+  const int64_t axis = node.integer("axis", -1);
+  graph.remove_node(id);
+  if (node.has_output(0)) {
+    replace_output(graph, node.outputs[0],
+                   node_like(node, largest ? "ReduceMax" : "ReduceMin",
+                             {node.inputs[0], add_integers(graph, {axis})}));
+  }
+  if (node.has_output(1)) {
+    Node place = node_like(node, largest ? "ArgMax" : "ArgMin", {node.inputs[0]});
+    place.attributes["axis"] = axis;
+    replace_output(graph, node.outputs[1], std::move(place));
+  }
+  return true;
+}
+
+bool is_idle(const WindowAxis& axis) {
+  return axis.kernel == 1 && axis.stride == 1 && axis.pad_begin == 0 && axis.pad_end == 0;
+}
+
+/// Of three axes of a pooling, one in front that it doesn't walk joins the channels, or two behind
+/// that it doesn't walk become one.
+bool join_idle_axes(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
+  const Node node = graph.node(id);
+  const bool is_pool = node.op == "AveragePool" || (node.op == "MaxPool" && !node.has_output(1));
+  if (!is_pool) return false;
+  const auto& shape = shape_of_input(node, 0, facts);
+  const auto& made = facts[static_cast<size_t>(node.outputs[0])].shape;
+  const auto in = shape ? extents_of(*shape) : std::nullopt;
+  const auto out = made ? extents_of(*made) : std::nullopt;
+  constexpr size_t kAxes = 5;
+  if (!in || !out || in->size() != kAxes) return false;
+  const Window window = pooling_window(node, kAxes);
+  if (window.auto_pad != AutoPad::given) return false;
+  const bool front = is_idle(window.axes[0]);
+  const bool behind = is_idle(window.axes[1]) && is_idle(window.axes[2]);
+  if (!front && !behind) return false;
+  Extents joined = front ? Extents{(*in)[0], (*in)[1] * (*in)[2], (*in)[3], (*in)[4]}
+                         : Extents{(*in)[0], (*in)[1], (*in)[2], (*in)[3] * (*in)[4]};
+  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
+  Node pool = node;
+  pool.inputs = {add_node(
+      graph, node_like(node, "Reshape", {node.inputs[0], add_integers(graph, joined)}), type)};
+  const size_t left_out = front ? 0 : 2;
+  for (const char* name : {"kernel_shape", "strides", "dilations"}) {
+    auto numbers = node.integers(name);
+    if (numbers.size() != 3) continue;
+    numbers.erase(numbers.begin() + static_cast<std::ptrdiff_t>(left_out));
+    pool.attributes[name] = numbers;
+  }
+  auto pads = node.integers("pads");
+  if (pads.size() == 6) {
+    pads.erase(pads.begin() + static_cast<std::ptrdiff_t>(left_out + 3));
+    pads.erase(pads.begin() + static_cast<std::ptrdiff_t>(left_out));
+    pool.attributes["pads"] = pads;
+  }
+  const ValueId pooled = add_node(graph, std::move(pool), type);
+  put(graph, id, node_like(node, "Reshape", {pooled, add_integers(graph, *out)}));
+  return true;
+}
+
+}  // namespace
+
+bool choose_by_conditions(Graph& graph) {
+  const bool triangles = everywhere<choose_triangle>(graph);
+  const bool places = everywhere<compare_places>(graph);
+  return everywhere<take_extreme>(graph) || triangles || places;
+}
+
+bool join_idle_window_axes(Graph& graph) { return everywhere<join_idle_axes>(graph); }
+
+}  // namespace marlo::toolkit
