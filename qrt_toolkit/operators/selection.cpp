@@ -97,11 +97,19 @@ void infer_non_zero(ShapeStep& step) {
   step.set(0, ElementType::int64, result);
 }
 
+/// A depth may be given as any number.
+int64_t depth_of(const Numbers& numbers) {
+  constexpr double kMost = Numbers::kMostElements;
+  if (numbers.count() != 1 || !(numbers.real(0) >= 1) || numbers.real(0) > kMost) {
+    throw NodeFault{"input 1", "expected a depth of at least 1"};
+  }
+  return static_cast<int64_t>(numbers.real(0));
+}
+
 Results one_hot(const Node& node, const Operands& inputs) {
   const Numbers& places = inputs[0];
-  const int64_t depth = inputs[1].integer(0);
+  const int64_t depth = depth_of(inputs[1]);
   if (inputs[2].count() != 2) throw NodeFault{"input 2", "expected two numbers, off and on"};
-  if (depth < 1) throw NodeFault{"input 1", "expected a depth of at least 1"};
   const size_t axis = axis_from_front(node.integer("axis", -1), places.shape.size() + 1);
   Extents shape = places.shape;
   shape.insert(shape.begin() + static_cast<std::ptrdiff_t>(axis), depth);
@@ -112,8 +120,12 @@ Results one_hot(const Node& node, const Operands& inputs) {
       [&](auto& out, const auto& values) {
         std::fill(out.begin(), out.end(), values[0]);
         for (int64_t i = 0; i < places.count(); ++i) {
-          int64_t place = places.integer(static_cast<size_t>(i));
-          if (place < -depth || place >= depth) continue;
+          const double given = places.real(static_cast<size_t>(i));
+          // False for a NaN, too.
+          if (!(given >= static_cast<double>(-depth) && given < static_cast<double>(depth))) {
+            continue;
+          }
+          auto place = static_cast<int64_t>(given);
           if (place < 0) place += depth;
           out[static_cast<size_t>((i / inner * depth + place) * inner + i % inner)] = values[1];
         }
@@ -126,9 +138,8 @@ void infer_one_hot(ShapeStep& step) {
   std::optional<Shape> shape = step.input(0).shape;
   if (shape) {
     const size_t axis = axis_from_front(step.node.integer("axis", -1), shape->size() + 1);
-    const auto depth = step.integers(1);
-    const Dimension size =
-        depth && depth->size() == 1 ? Dimension(std::max<int64_t>(0, (*depth)[0])) : Dimension();
+    const SharedNumbers& depth = step.input(1).numbers;
+    const Dimension size = depth != nullptr ? Dimension(depth_of(*depth)) : Dimension();
     shape->insert(shape->begin() + static_cast<std::ptrdiff_t>(axis), size);
   }
   step.set(0, step.input(2).type, shape);

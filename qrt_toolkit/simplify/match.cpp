@@ -19,6 +19,14 @@ std::optional<double> number_input(const Graph& graph, const Node& node, size_t 
   return constant->numbers().real(0);
 }
 
+bool is_known_to(const std::vector<Facts>& facts, const Node& node) {
+  const auto is_new = [&](ValueId id) {
+    return id != kAbsent && static_cast<size_t>(id) >= facts.size();
+  };
+  return std::none_of(node.inputs.begin(), node.inputs.end(), is_new) &&
+         std::none_of(node.outputs.begin(), node.outputs.end(), is_new);
+}
+
 NodeId source_of(const Graph& graph, const Node& node, size_t place) {
   return node.has_input(place) ? graph.value(node.inputs[place]).producer : kAbsent;
 }

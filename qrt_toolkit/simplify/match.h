@@ -34,12 +34,18 @@ bool everywhere(Graph& graph) {
   return changed;
 }
 
-/// The same for a rule that asks what is known of the values before any node changes.
+/// Whether a node's values are those that were there when `facts` were found.
+bool is_known_to(const std::vector<Facts>& facts, const Node& node);
+
+/// The same for a rule that asks what is known of the values before any node changes. Nodes that
+/// read what the rule has made meanwhile wait for the next time.
 template <bool (*rule)(Graph&, NodeId, const std::vector<Facts>&)>
 bool everywhere(Graph& graph) {
   bool changed = false;
   const std::vector<Facts> facts = infer_facts(graph);
-  for (const NodeId id : graph.order()) changed = rule(graph, id, facts) || changed;
+  for (const NodeId id : graph.order()) {
+    changed = (is_known_to(facts, graph.node(id)) && rule(graph, id, facts)) || changed;
+  }
   return changed;
 }
 

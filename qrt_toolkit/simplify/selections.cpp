@@ -62,12 +62,13 @@ bool compare_places(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   if (node.op != "OneHot" || constant_input(graph, node, 0) != nullptr) return false;
   const auto& shape = shape_of_input(node, 0, facts);
   const auto depth = number_input(graph, node, 1);
-  const Constant* values = constant_input(graph, node, 2);
+  const Constant* given = constant_input(graph, node, 2);
   constexpr double kMostPlaces = 65536;
-  if (!shape || !depth || *depth < 1 || *depth > kMostPlaces || values == nullptr ||
-      count_of(values->shape) != 2) {
+  if (!shape || !depth || *depth < 1 || *depth > kMostPlaces || given == nullptr ||
+      count_of(given->shape) != 2) {
     return false;
   }
+  const Numbers values = given->numbers();  // values that are added move those that are there
   const size_t axis = axis_from_front(node.integer("axis", -1), shape->size() + 1);
   const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
   const ValueId places =
@@ -91,9 +92,8 @@ bool compare_places(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
     const ValueId from_end = equal_from(-static_cast<int64_t>(*depth));
     chosen = add_node(graph, node_like(node, "Or", {chosen, from_end}), ElementType::boolean);
   }
-  const Numbers numbers = values->numbers();
-  const ValueId on = add_number(graph, values->type, numbers.real(1));
-  const ValueId off = add_number(graph, values->type, numbers.real(0));
+  const ValueId on = add_number(graph, values.type, values.real(1));
+  const ValueId off = add_number(graph, values.type, values.real(0));
   put(graph, id, node_like(node, "Where", {chosen, on, off}));
   return true;
 }

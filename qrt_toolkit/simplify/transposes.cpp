@@ -39,6 +39,11 @@ void set_input(Graph& graph, NodeId id, size_t place, ValueId value) {
   graph.set_input(id, place, value);
 }
 
+/// Operators of which some have their axes counted anew behind a transposition.
+bool has_axes(const Node& node) {
+  return node.op == "Softmax" || node.op == "LogSoftmax" || node.op.rfind("Reduce", 0) == 0;
+}
+
 /// A transposition of what a node makes, which the node's readers get from then on.
 void transpose_output(Graph& graph, NodeId id, const Axes& axes, const Node& like) {
   const ValueId out = graph.node(id).outputs[0];
@@ -104,7 +109,8 @@ NodeId movable_source(const Graph& graph, const Node& node, size_t place) {
   const auto& readers = graph.value(id).readers;
   const bool all = std::all_of(readers.begin(), readers.end(), [&](NodeId reader) {
     const Node& other = graph.node(reader);
-    return other.op == "Transpose" || works_on_single_numbers(other) || combines(other);
+    return other.op == "Transpose" || works_on_single_numbers(other) || combines(other) ||
+           has_axes(other);
   });
   return all ? source : kAbsent;
 }
@@ -181,8 +187,8 @@ bool push_down_axes(Graph& graph, NodeId id) {
   const bool pads =
       node.op == "Pad" && !node.has_input(3) && is_read_by_transpositions(graph, node.outputs[0]);
   if ((!reduces && !normalizes && !pads) || node.outputs.size() != 1) return false;
-  const NodeId source = only_source(graph, node, 0);
-  if (source == kAbsent || axes_of(graph.node(source)).empty()) return false;
+  const NodeId source = movable_source(graph, node, 0);
+  if (source == kAbsent) return false;
   const Node like = graph.node(source);
   const Axes axes = axes_of(like);
   const auto in_front = [&](int64_t axis) { return axes[axis_from_front(axis, axes.size())]; };

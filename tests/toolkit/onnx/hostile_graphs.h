@@ -45,7 +45,7 @@ inline constexpr const char* kGraphsToDamage[] = {
     s = Softmax<axis=1>(e)
     t = Transpose<perm=[0, 2, 1]>(s)
     l, i = TopK<axis=1>(t, k)
-    f = Trilu(t)
+    f = Round(t)
     o = OneHot<axis=1>(i, k, v)
     q = ReduceMean<axes=[1]>(f)
     y = Mul(q, l)

@@ -155,7 +155,8 @@ TEST(Makers, TranspositionsOfChannelsLastVanishInside) {
     h = ReduceMean<axes=[1, 2], keepdims=0>(j)
     y0 = Slice<axes=[1], starts=[0], ends=[3]>(h)
     y = Relu(y0)
-    n = Softmax<axis=-1>(f)
+    n0 = ReduceMax<axes=[3]>(f)
+    n = Sub(f, n0)
     z = Transpose<perm=[0, 3, 1, 2]>(n)
   })",
                        9, {{"x", {1, 6, 6, 2}}});
@@ -279,6 +280,17 @@ TEST(Makers, SumsOfProductsOverNamedAxes) {
                          "\">(" + names + ") out = Neg(t) }",
                      13, shapes);
   }
+}
+
+TEST(Makers, SumsOfProductsOneBehindTheOther) {
+  expect_agreement(R"(g (float[1,3,2,4] x) => (float[1,3,2,4] y)
+      <float[2,4,4] w = {1, 2, 3, 4, 5, 6, 7, 8, 1, 0, 1, 0, 0, 1, 0, 1, 1, 2, 3, 4, 5, 6, 7, 8, 1, 0, 1, 0, 0, 1, 0, 1}> {
+    q = Einsum<equation="bthd,hdk->bthk">(x, w)
+    a = Einsum<equation="bihk,bjhk->bhij">(q, q)
+    s = Softmax(a)
+    y = Einsum<equation="bhij,bjhd->bihd">(s, x)
+  })",
+                   13, {{"x", {1, 3, 2, 4}}});
 }
 
 TEST(Makers, ElementsChosenByTheirPlaces) {

@@ -198,19 +198,18 @@ TEST_F(ImportCommandTest, OtherCommandsTakeTheFileItself) {
 }
 
 TEST_F(ImportCommandTest, ModelsWithLayersThatReadNoneAreRun) {
-  const Outcome made = import(R"(g (float[1,3] x) => (float[1,3] y) <float[1,3] c = {7, 8, 9}> {
-    z = Sub(x, x)
-    m = Greater(x, z)
-    y = Where(m, x, c)
+  const Outcome made =
+      import(R"(g (float[1,3] x) => (float[1,3] y, float[1,3] z) <float[1,3] c = {7, 8.5, 9}> {
+    y = Relu(x)
+    z = Identity(c)
   })");
+  if (made.code == 6) GTEST_SKIP() << "this build has no kernel that makes constants";
   ASSERT_EQ(made.code, 0) << made.err;
-  const Outcome info = qrt({"info", path("net.qrtmodel")});
-  if (info.out.find("Constant_Fallback") == std::string::npos) GTEST_SKIP() << "no second set";
   EXPECT_EQ(qrt({"check", path("net.qrtmodel")}).code, 0);
   write_array("x.npy", "(1, 3)", {1, -2, 3});
   const Outcome run = qrt({"run", path("net.qrtmodel"), "--input", path("x.npy")});
   EXPECT_EQ(run.code, 0) << run.err;
-  EXPECT_THAT(run.out, HasSubstr("8"));
+  EXPECT_THAT(run.out, HasSubstr("8.5"));
 }
 
 TEST_F(ImportCommandTest, SizesThatTheFileLeavesOpenComeFromTheInput) {
