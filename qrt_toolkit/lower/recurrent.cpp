@@ -120,8 +120,19 @@ Sizes sizes_of(const Lowering& lowering) {
   }
   const std::string direction = lowering.node().text("direction", "forward");
   const Extents r = lowering.required_constant(2)->shape;
+  if (r.size() != 3) {
+    throw NodeFault{"input 2", "expected weights of three axes, found " + text_of(r),
+                    "mend the file"};
+  }
   return {direction == "reverse", direction == "bidirectional" ? size_t{2} : size_t{1}, x[0], x[1],
           r.at(2)};
+}
+
+/// Refuses weights of other sizes than the input, the gates and the hidden part say.
+void require_shape(const Numbers& numbers, const Extents& expected, const std::string& place) {
+  if (numbers.shape == expected) return;
+  throw NodeFault{place, "expected " + text_of(expected) + ", found " + text_of(numbers.shape),
+                  "the weights don't belong to the input or to each other: mend the file"};
 }
 
 template <class Info>
@@ -131,6 +142,11 @@ void set_weights(const Lowering& lowering, const Sizes& sizes, Info& info) {
   const bool has_bias = lowering.node().has_input(3);
   const SharedNumbers b = has_bias ? lowering.required_constant(3) : nullptr;
   const auto gates = network_of(info).gates;
+  const auto directions = static_cast<int64_t>(sizes.directions);
+  const int64_t rows = static_cast<int64_t>(gates.size()) * sizes.hidden;
+  require_shape(*w, {directions, rows, sizes.in}, "input 1");
+  require_shape(*r, {directions, rows, sizes.hidden}, "input 2");
+  if (has_bias) require_shape(*b, {directions, 2 * rows}, "input 3");
   const auto hidden = static_cast<size_t>(sizes.hidden);
   info.in_size = narrow_u16(sizes.in, "input size");
   info.hidden_size = narrow_u16(sizes.hidden, "hidden_size");
