@@ -9,7 +9,8 @@ if (($# != 1)) || [[ ! -x $1 ]]; then
   echo "usage: demo.sh QRT, where QRT is the built command-line tool" >&2
   exit 2
 fi
-readonly qrt=$1
+qrt=$(realpath "$1")
+readonly qrt
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 readonly root
 readonly digits=$root/models/digits
