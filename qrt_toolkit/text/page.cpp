@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <numbers>
 #include <numeric>
 #include <stdexcept>
 
@@ -11,7 +12,7 @@
 namespace marlo::toolkit {
 namespace {
 
-constexpr double kDegree = 3.14159265358979323846 / 180;
+constexpr double kDegree = std::numbers::pi / 180;
 constexpr size_t kMostPoints = 30000;  // of ink, by which an angle is judged
 
 struct Point {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <numbers>
 #include <stdexcept>
 
 #include "qrt_core/kernel/image/image_process.h"
@@ -94,7 +95,7 @@ GreyPicture cut_out(const GreyPicture& picture, const PixelBox& box) {
 GreyPicture turned(const GreyPicture& picture, double degrees) {
   demand_pixels(picture);
   if (!(std::abs(degrees) <= 45)) throw std::invalid_argument("an angle is from -45 to 45 degrees");
-  const double angle = degrees * 3.14159265358979323846 / 180;
+  const double angle = degrees * std::numbers::pi / 180;
   const double c = std::cos(angle);
   const double s = std::sin(angle);
   const double from_width = picture.width;

@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <numbers>
 #include <stdexcept>
 
 #include "qrt_toolkit/text/line_reader.h"
@@ -41,8 +42,8 @@ class Placing {
   Placing(const Picture& picture, const GreyPicture& level, double scale, double degrees)
       : level_(level),
         scale_(scale),
-        cosine_(std::cos(degrees * 3.14159265358979323846 / 180)),
-        sine_(std::sin(degrees * 3.14159265358979323846 / 180)),
+        cosine_(std::cos(degrees * std::numbers::pi / 180)),
+        sine_(std::sin(degrees * std::numbers::pi / 180)),
         middle_{picture.width / 2.0, picture.height / 2.0} {}
 
   Spot operator()(double x, double y) const {

@@ -39,8 +39,7 @@ std::shared_ptr<LayerInfo> for_portable_kernel(const ConvTranspose2dInfo& layer)
   if (info == nullptr) {
     refuse(
         "the portable kernel would need paddings beyond 32767, or the layer hasn't as many weights "
-        "as its channels "
-        "and its window ask for");
+        "as its channels and its window ask for");
   }
   return info;
 }

@@ -16,7 +16,12 @@ namespace {
 // An allocator that is given larger and larger blocks back keeps blocks of that size the next time, and
 // weights among the texts that they are made of would hold the pages of both. AddressSanitizer sees
 // the ends of its own blocks only.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__has_feature)  // Clang's way to say it
+#if __has_feature(address_sanitizer)
+#define QRT_SANITIZED_BLOCKS
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(QRT_SANITIZED_BLOCKS)
 constexpr uint64_t kLeastOfPages = std::numeric_limits<uint64_t>::max();
 #else
 constexpr uint64_t kLeastOfPages = 128 * 1024;
