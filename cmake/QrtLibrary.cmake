@@ -4,6 +4,7 @@
 #   *_sse.cpp    baseline x86-64 (SSE2), left out with QRT_WITH_SSE=OFF
 #   *_avx.cpp    AVX without AVX2, FMA and F16C, left out with QRT_WITH_AVX=OFF
 #   *_fma.cpp    AVX and FMA, left out with QRT_WITH_AVX=OFF
+#   *_avx2.cpp   AVX2 without FMA and F16C, left out with QRT_WITH_AVX=OFF
 #   *_avx512.cpp AVX-512 F, VL, BW and DQ, left out with QRT_WITH_AVX=OFF
 #   *_sgemm.cpp  baseline, left out with QRT_WITH_SGEMM=OFF
 #   others       baseline
@@ -51,15 +52,17 @@ endif()
 set(sse_sources ${library_sources})
 set(avx_sources ${library_sources})
 set(fma_sources ${library_sources})
+set(avx2_sources ${library_sources})
 set(avx512_sources ${library_sources})
 set(sgemm_sources ${library_sources})
 list(FILTER sse_sources INCLUDE REGEX "_sse\\.cpp$")
 list(FILTER avx_sources INCLUDE REGEX "_avx\\.cpp$")
 list(FILTER fma_sources INCLUDE REGEX "_fma\\.cpp$")
+list(FILTER avx2_sources INCLUDE REGEX "_avx2\\.cpp$")
 list(FILTER avx512_sources INCLUDE REGEX "_avx512\\.cpp$")
 list(FILTER sgemm_sources INCLUDE REGEX "_sgemm\\.cpp$")
 set(base_sources ${library_sources})
-list(FILTER base_sources EXCLUDE REGEX "_(sse|avx|fma|avx512|sgemm)\\.cpp$")
+list(FILTER base_sources EXCLUDE REGEX "_(sse|avx|fma|avx2|avx512|sgemm)\\.cpp$")
 
 set(QRT_OBJECT_SETS "")
 # One set of objects: qrt_add_objects(<name> <sources> [flags...])
@@ -127,6 +130,7 @@ if(QRT_WITH_AVX)
   set(core_fence -mno-avx2 -mno-f16c -fno-exceptions -fno-lto)
   qrt_add_objects(avx avx_sources -mavx -mno-fma ${core_fence})
   qrt_add_objects(fma fma_sources -mavx -mfma ${core_fence})
+  qrt_add_objects(avx2 avx2_sources -mavx2 -mno-fma -mno-f16c -fno-exceptions -fno-lto)
   qrt_add_objects(avx512 avx512_sources
     -mavx2 -mfma -mavx512f -mavx512vl -mavx512bw -mavx512dq -fno-exceptions -fno-lto
     # GCC 12 warns of its own headers, where intrinsics begin with a register of any content.

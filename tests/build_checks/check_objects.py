@@ -1,11 +1,11 @@
 """Looks into object files for what would make the library fail on a processor without AVX.
 
-usage: check_objects.py avx|fma|avx512|baseline OBJECT...
+usage: check_objects.py avx|fma|avx2|avx512|baseline OBJECT...
 
-Objects compiled for AVX, FMA or AVX-512 may define no symbol that the linker could choose for all files (weak,
+Objects compiled for AVX, FMA, AVX2 or AVX-512 may define no symbol that the linker could choose for all files (weak,
 unique or common) and may hold no initialiser, which would run when the library is loaded. Objects of
-the baseline hold no AVX instruction, those of the AVX set no fused multiply-add,
-those of AVX and FMA no register of AVX-512.
+the baseline hold no AVX instruction, those of the AVX and AVX2 sets no fused multiply-add,
+those of AVX, FMA and AVX2 no register of AVX-512.
 """
 
 import os
@@ -82,7 +82,7 @@ def check(path, kind):
         return
     yield from shared_definitions(path)
     yield from initialisers(path)
-    if kind == "avx":
+    if kind in ("avx", "avx2"):
         yield from forbidden_instructions(path, is_fused)
     if kind != "avx512":
         yield from forbidden_instructions(path, is_avx512)
@@ -90,7 +90,7 @@ def check(path, kind):
 
 def main():
     kind, objects = sys.argv[1], sys.argv[2:]
-    if kind not in ("avx", "fma", "avx512", "baseline") or not objects:
+    if kind not in ("avx", "fma", "avx2", "avx512", "baseline") or not objects:
         sys.exit(__doc__)
     problems = [f"{path}: {problem}" for path in objects for problem in check(path, kind)]
     print("\n".join(problems))

@@ -57,7 +57,7 @@ def check(root, path):
         yield f"{path}: no newline at the end"
     if path.endswith(CODE) and len(lines) - 1 > LONGEST_FILE:
         yield f"{path}: {len(lines) - 1} lines, {LONGEST_FILE} at most"
-    if re.search(r"_(avx|fma|avx512)\.cpp$", path) and path.startswith("qrt_core"):
+    if re.search(r"_(avx|fma|avx2|avx512)\.cpp$", path) and path.startswith("qrt_core"):
         for where, include in forbidden_includes(root, path, set()):
             yield f"{path}: {where} includes {include}, which may bring in shared inline functions"
         if b"#error" not in content:

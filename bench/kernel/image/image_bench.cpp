@@ -19,12 +19,14 @@
 #include "qrt_core/kernel/image/yuv_image.h"
 #include "qrt_core/utility/application.h"
 #include "tests/support/image_oracle.h"
+#include "tests/support/processor.h"
 
 // The image operations on pictures of cameras and of networks, beside OpenCV and libyuv.
 
 namespace marlo::bench {
 namespace {
 
+using kernel::ImageProcessAVX2;
 using kernel::ImageProcessFallback;
 using kernel::ImageProcessSSE;
 using runtime::DataType;
@@ -73,6 +75,13 @@ struct ImageCase {
   Form from, to;
   Expected expected;
   std::function<void(const Tensor& from, Tensor& to, const Context& context)> run;
+
+  // Peers do the same beside either class.
+  std::string peer_name() const { return name.substr(0, name.find(kAvx2)); }
+  bool runs_here() const {
+    return !name.ends_with(kAvx2) || test::processor_has(runtime::InstructionSet::avx2);
+  }
+  static constexpr char kAvx2[] = "_avx2";
 };
 
 Form bytes_hwc(uint32_t height, uint32_t width, uint32_t channels) {
@@ -128,7 +137,7 @@ void run(benchmark::State& state, const ImageCase& use) {
   const size_t written = runtime::ByteSize(use.to);
   const size_t read = use.name.starts_with("crop") ? written : runtime::ByteSize(use.from);
   report_rate(state, "GB/s", static_cast<double>(read + written));
-  for (const ImagePeer& peer : image_peers(use.name, from->handle.cpu, to->handle.cpu)) {
+  for (const ImagePeer& peer : image_peers(use.peer_name(), from->handle.cpu, to->handle.cpu)) {
     peer.pass();
     if (peer.tolerance) demand_results(use.name + " " + peer.column, expected, to, *peer.tolerance);
     report_peer(state, pass, peer);
@@ -195,15 +204,17 @@ void nv12(const Tensor& from, Tensor& to, const Context& context) {
   ImageProcessFallback().ConvertPixel(picture, to, 22, context);
 }
 
+template <auto function>
 void normalize_bytes(const Tensor& from, Tensor& to, const Context& context) {
   const Tensor means = context->cpu->CreateF32CMainMemory(3, kMeans);
   const Tensor scales = context->cpu->CreateF32CMainMemory(3, kScales);
-  functional::F_Normalize_CHW_U8_To_CHW_F32_Fallback(from, means, scales, to);
+  function(from, means, scales, to);
 }
 
+template <auto function>
 void normalize_floats(const Tensor& from, Tensor& to, const Context&) {
   Tensor input = from;
-  functional::Normalize_CHW_Float_SSE(input, to, kScales, kMeans);
+  function(input, to, kScales, kMeans);
 }
 
 void crop(const Tensor& from, Tensor& to, const Context&) {
@@ -259,6 +270,47 @@ const Form kFloatPixels{{kH, kW, 3}, DataType::FLOAT32, LayoutType::HWC};
 const Form kWarpPlanes = floats_chw(3, kWarpSide, kWarpSide);
 constexpr auto portable = by_code<ImageProcessFallback>;
 constexpr auto sse = by_code<ImageProcessSSE>;
+constexpr auto avx2 = by_code<ImageProcessAVX2>;
+
+// The class's resize takes other tensors than the function, over the same pixels.
+void resize_avx2(const Tensor& from, Tensor& to, const Context& context) {
+  const auto flexible = [&](const Tensor& tensor) {
+    const auto& dims = tensor->shape.dims;
+    return context->cpu->CreateTensorExternal(
+        {{dims[2], dims[0], dims[1]}, DataType::UINT8, LayoutType::FLEXIABLE}, tensor->handle.cpu);
+  };
+  ImageProcessAVX2().ConvertPixel(flexible(from), flexible(to), 83, context);
+}
+
+// The portable cases again, by what AVX2 has other loops for.
+void add_avx2_cases(std::vector<ImageCase>& all) {
+  using Run = decltype(ImageCase::run);
+  const std::pair<const char*, Run> runs[] = {
+      {"resize_640x480x3_to_320x240", resize_avx2},
+      {"gray_of_rgb", avx2(7)},
+      {"gray_of_rgba", avx2(11)},
+      {"gray_by_function", by_function(functional::F_ColorCvt_BGR888_To_Gray8_AVX2)},
+      {"rgb_to_bgr_planes", avx2(4)},
+      {"hwc_to_chw_bytes", avx2(60)},
+      {"chw_to_hwc_bytes", avx2(61)},
+      {"hwc_to_chw_floats", avx2(60)},
+      {"chw_to_hwc_floats", avx2(61)},
+      {"bytes_to_floats", avx2(65)},
+      {"normalize_bytes", normalize_bytes<functional::F_Normalize_CHW_U8_To_CHW_F32_AVX2>},
+      {"normalize_floats", normalize_floats<functional::Normalize_CHW_Float_AVX2>},
+      {"turn_180_c1", avx2(51)},
+      {"turn_180_c3", avx2(51)},
+      {"flip_horizontal_c1", avx2(53)},
+      {"flip_horizontal_c3", avx2(53)},
+  };
+  for (const auto& [name, run] : runs) {
+    const auto same_name = [name = name](const ImageCase& use) { return use.name == name; };
+    ImageCase use = *std::find_if(all.begin(), all.end(), same_name);
+    use.name += ImageCase::kAvx2;
+    use.run = run;
+    if (use.runs_here()) all.push_back(use);
+  }
+}
 
 std::vector<ImageCase> cases() {
   std::vector<ImageCase> all;
@@ -281,8 +333,10 @@ std::vector<ImageCase> cases() {
       {"hwc_to_chw_floats", kFloatPixels, kFloatPlanes, each(same), portable(60)},
       {"chw_to_hwc_floats", kFloatPlanes, kFloatPixels, each(same), portable(61)},
       {"bytes_to_floats", kPlanes, kFloatPlanes, each(same), portable(65)},
-      {"normalize_bytes", kPlanes, kFloatPlanes, each(normalized), normalize_bytes},
-      {"normalize_floats", kFloatPlanes, kFloatPlanes, each(normalized), normalize_floats},
+      {"normalize_bytes", kPlanes, kFloatPlanes, each(normalized),
+       normalize_bytes<functional::F_Normalize_CHW_U8_To_CHW_F32_Fallback>},
+      {"normalize_floats", kFloatPlanes, kFloatPlanes, each(normalized),
+       normalize_floats<functional::Normalize_CHW_Float_SSE>},
       {"turn_90_c1", kPlane, kTurnedPlane, each(turned_90), portable(50)},
       {"turn_180_c1", kPlane, kPlane, each(turned_180), portable(51)},
       {"turn_270_c1", kPlane, kTurnedPlane, each(turned_270), portable(52)},
@@ -297,6 +351,7 @@ std::vector<ImageCase> cases() {
       {"warp_512x512x3_floats", kWarpPlanes, kWarpPlanes, warped, warp},
   };
   all.insert(all.end(), std::begin(others), std::end(others));
+  add_avx2_cases(all);
   return all;
 }
 

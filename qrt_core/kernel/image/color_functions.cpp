@@ -2,6 +2,7 @@
 
 #include "qrt_core/kernel/image/color_cores.h"
 #include "qrt_core/kernel/image/image_operands_internal.h"
+#include "qrt_core/kernel/image/picture_cores.h"
 
 namespace marlo::kernel::functional {
 namespace {
@@ -15,14 +16,14 @@ bool is_cpu_tensor(const ImageTensor& tensor) {
 
 bool has_type(const ImageTensor& tensor, DataType type) { return tensor->shape.data_type == type; }
 
-void gray_of(const char* name, const ImageTensor& i_img, size_t channels,
+void gray_of(const PictureCores& cores, const char* name, const ImageTensor& i_img, size_t channels,
              const ImageTensor& o_img) {
   const TensorCPU& from = operand(i_img, name);
   TensorCPU& to = operand(o_img, name);
   const uint64_t pixels = size_at(from, 0, name).pixels();
   demand_bytes(from, saturated_product(pixels, channels), name);
   demand_bytes(to, pixels, name);
-  gray_by_weights(elements<uint8_t>(from), channels, pixels, elements<uint8_t>(to));
+  cores.gray_by_weights(elements<uint8_t>(from), channels, pixels, elements<uint8_t>(to));
 }
 
 // The message about the input's layout says CHW where HWC is meant and tested; programs know it so.
@@ -104,14 +105,77 @@ void convert_yuv(const char* name, const ImageTensor& luminance, const Chrominan
                 size.width, {planes, planes + size.pixels(), planes + 2 * size.pixels()});
 }
 
+void normalize_planes(const PictureCores& cores, const char* name, const ImageTensor& i_img,
+                      const ImageTensor& i_sub, const ImageTensor& i_mul,
+                      const ImageTensor& o_img) {
+  Assert(is_cpu_tensor(i_img), "i_img must be a TensorCPUPtr.");
+  Assert(is_cpu_tensor(i_sub), "i_sub must be a TensorCPUPtr.");
+  Assert(is_cpu_tensor(i_mul), "i_mul must be a TensorCPUPtr.");
+  Assert(is_cpu_tensor(o_img), "o_img must be a TensorCPUPtr.");
+  Assert(has_layout(*i_img, LayoutType::CHW), "i_img must be a CHW Layout Tensor.");
+  Assert(has_type(i_img, DataType::UINT8), "i_img must be a UInt8 DataType Tensor.");
+  Assert(in_main_memory(*i_img), "i_img must be a MainMemory Location Tensor.");
+  Assert(i_sub->shape.dims.size() == 1, "i_sub must be a 1D Tensor.");
+  Assert(has_type(i_sub, DataType::FLOAT32), "i_sub must be a Float32 DataType Tensor.");
+  Assert(i_mul->shape.dims.size() == 1, "i_mul must be a 1D DataType Tensor.");
+  Assert(has_type(i_mul, DataType::FLOAT32), "i_mul must be a Float32 DataType Tensor.");
+  Assert(has_layout(*o_img, LayoutType::CHW), "o_img must be a CHW Layout Tensor.");
+  Assert(has_type(o_img, DataType::FLOAT32), "o_img must be a Float32 DataType Tensor.");
+  Assert(in_main_memory(*o_img), "o_img must be a MainMemory Location Tensor.");
+  const Size size = size_at(*i_img, 1, name);
+  const uint32_t channels = i_img->shape.dims[0];
+  demand_silently(i_sub->shape.dims[0] == channels);
+  demand_silently(i_mul->shape.dims[0] == channels);
+  demand_silently(i_img->shape.dims == o_img->shape.dims);
+
+  const auto* const subtrahends = elements<float>(*i_sub);
+  const auto* const multipliers = elements<float>(*i_mul);
+  for (size_t c = 0; c < channels; ++c) {
+    cores.normalize_bytes(elements<uint8_t>(*i_img) + c * size.pixels(), size.pixels(),
+                          subtrahends[c], multipliers[c],
+                          elements<float>(*o_img) + c * size.pixels());
+  }
+}
+
+void normalize_floats(const PictureCores& cores, const char* name, const ImageTensor& input,
+                      const ImageTensor& output, const float* multiplier, const float* subtrahend) {
+  const TensorCPU& from = operand(input, name);
+  TensorCPU& to = operand(output, name);
+  demand_silently(has_layout(from, LayoutType::CHW));
+  const size_t plane = size_at(from, 1, name).pixels();
+  const uint64_t bytes =
+      saturated_product(saturated_product(plane, from.shape.dims[0]), sizeof(float));
+  demand_bytes(from, bytes, name);
+  demand_bytes(to, bytes, name);
+  for (size_t c = 0; c < from.shape.dims[0]; ++c) {
+    const float* const x = elements<float>(from) + c * plane;
+    float* const result = elements<float>(to) + c * plane;
+    if (multiplier != nullptr && subtrahend != nullptr) {
+      cores.shift_and_scale_floats(x, plane, subtrahend[c], multiplier[c], result);
+    } else if (multiplier != nullptr) {
+      scale_floats(x, plane, multiplier[c], result);
+    } else if (subtrahend != nullptr) {
+      shift_floats(x, plane, subtrahend[c], result);
+    }
+  }
+}
+
 }  // namespace
 
 void F_ColorCvt_BGR888_To_Gray8_Fallback(const ImageTensor& i_img, ImageTensor& o_img) {
-  gray_of("F_ColorCvt_BGR888_To_Gray8_Fallback", i_img, 3, o_img);
+  gray_of(kPortableCores, "F_ColorCvt_BGR888_To_Gray8_Fallback", i_img, 3, o_img);
+}
+
+void F_ColorCvt_BGR888_To_Gray8_AVX2(const ImageTensor& i_img, ImageTensor& o_img) {
+  gray_of(kAvx2Cores, "F_ColorCvt_BGR888_To_Gray8_AVX2", i_img, 3, o_img);
 }
 
 void F_ColorCvt_BGRA8888_To_Gray8_Fallback(const ImageTensor& i_img, ImageTensor& o_img) {
-  gray_of("F_ColorCvt_BGRA8888_To_Gray8_Fallback", i_img, 4, o_img);
+  gray_of(kPortableCores, "F_ColorCvt_BGRA8888_To_Gray8_Fallback", i_img, 4, o_img);
+}
+
+void F_ColorCvt_BGRA8888_To_Gray8_AVX2(const ImageTensor& i_img, ImageTensor& o_img) {
+  gray_of(kAvx2Cores, "F_ColorCvt_BGRA8888_To_Gray8_AVX2", i_img, 4, o_img);
 }
 
 void F_ColorCvt_BGRA2RGB_HWC_UInt8_To_CHW_UInt8_Fallback(const ImageTensor& i_img,
@@ -160,57 +224,24 @@ void F_ColorCvt_YUV_3Plane_UInt8_To_CHW_UInt8_Fallback(
 
 void F_Normalize_CHW_U8_To_CHW_F32_Fallback(const ImageTensor& i_img, const ImageTensor& i_sub,
                                             const ImageTensor& i_mul, ImageTensor& o_img) {
-  constexpr char kName[] = "F_Normalize_CHW_U8_To_CHW_F32_Fallback";
-  Assert(is_cpu_tensor(i_img), "i_img must be a TensorCPUPtr.");
-  Assert(is_cpu_tensor(i_sub), "i_sub must be a TensorCPUPtr.");
-  Assert(is_cpu_tensor(i_mul), "i_mul must be a TensorCPUPtr.");
-  Assert(is_cpu_tensor(o_img), "o_img must be a TensorCPUPtr.");
-  Assert(has_layout(*i_img, LayoutType::CHW), "i_img must be a CHW Layout Tensor.");
-  Assert(has_type(i_img, DataType::UINT8), "i_img must be a UInt8 DataType Tensor.");
-  Assert(in_main_memory(*i_img), "i_img must be a MainMemory Location Tensor.");
-  Assert(i_sub->shape.dims.size() == 1, "i_sub must be a 1D Tensor.");
-  Assert(has_type(i_sub, DataType::FLOAT32), "i_sub must be a Float32 DataType Tensor.");
-  Assert(i_mul->shape.dims.size() == 1, "i_mul must be a 1D DataType Tensor.");
-  Assert(has_type(i_mul, DataType::FLOAT32), "i_mul must be a Float32 DataType Tensor.");
-  Assert(has_layout(*o_img, LayoutType::CHW), "o_img must be a CHW Layout Tensor.");
-  Assert(has_type(o_img, DataType::FLOAT32), "o_img must be a Float32 DataType Tensor.");
-  Assert(in_main_memory(*o_img), "o_img must be a MainMemory Location Tensor.");
-  const Size size = size_at(*i_img, 1, kName);
-  const uint32_t channels = i_img->shape.dims[0];
-  demand_silently(i_sub->shape.dims[0] == channels);
-  demand_silently(i_mul->shape.dims[0] == channels);
-  demand_silently(i_img->shape.dims == o_img->shape.dims);
+  normalize_planes(kPortableCores, "F_Normalize_CHW_U8_To_CHW_F32_Fallback", i_img, i_sub, i_mul,
+                   o_img);
+}
 
-  const auto* const subtrahends = elements<float>(*i_sub);
-  const auto* const multipliers = elements<float>(*i_mul);
-  for (size_t c = 0; c < channels; ++c) {
-    normalize_bytes(elements<uint8_t>(*i_img) + c * size.pixels(), size.pixels(), subtrahends[c],
-                    multipliers[c], elements<float>(*o_img) + c * size.pixels());
-  }
+void F_Normalize_CHW_U8_To_CHW_F32_AVX2(const ImageTensor& i_img, const ImageTensor& i_sub,
+                                        const ImageTensor& i_mul, ImageTensor& o_img) {
+  normalize_planes(kAvx2Cores, "F_Normalize_CHW_U8_To_CHW_F32_AVX2", i_img, i_sub, i_mul, o_img);
 }
 
 void Normalize_CHW_Float_SSE(ImageTensor& input, ImageTensor& output, const float* multiplier,
                              const float* subtrahend) {
-  constexpr char kName[] = "Normalize_CHW_Float_SSE";
-  const TensorCPU& from = operand(input, kName);
-  TensorCPU& to = operand(output, kName);
-  demand_silently(has_layout(from, LayoutType::CHW));
-  const size_t plane = size_at(from, 1, kName).pixels();
-  const uint64_t bytes =
-      saturated_product(saturated_product(plane, from.shape.dims[0]), sizeof(float));
-  demand_bytes(from, bytes, kName);
-  demand_bytes(to, bytes, kName);
-  for (size_t c = 0; c < from.shape.dims[0]; ++c) {
-    const float* const x = elements<float>(from) + c * plane;
-    float* const result = elements<float>(to) + c * plane;
-    if (multiplier != nullptr && subtrahend != nullptr) {
-      shift_and_scale_floats(x, plane, subtrahend[c], multiplier[c], result);
-    } else if (multiplier != nullptr) {
-      scale_floats(x, plane, multiplier[c], result);
-    } else if (subtrahend != nullptr) {
-      shift_floats(x, plane, subtrahend[c], result);
-    }
-  }
+  normalize_floats(kPortableCores, "Normalize_CHW_Float_SSE", input, output, multiplier,
+                   subtrahend);
+}
+
+void Normalize_CHW_Float_AVX2(ImageTensor& input, ImageTensor& output, const float* multiplier,
+                              const float* subtrahend) {
+  normalize_floats(kAvx2Cores, "Normalize_CHW_Float_AVX2", input, output, multiplier, subtrahend);
 }
 
 }  // namespace marlo::kernel::functional

@@ -51,6 +51,13 @@ QRT_API void F_ColorCvt_BGR888_To_Gray8_Fallback(const ImageTensor& i_img, Image
 QRT_API void F_ColorCvt_BGRA8888_To_Gray8_Fallback(const ImageTensor& i_img, ImageTensor& o_img);
 /// @}
 
+/// @name Gray, for processors with AVX2
+/// The same to the bit.
+/// @{
+QRT_API void F_ColorCvt_BGR888_To_Gray8_AVX2(const ImageTensor& i_img, ImageTensor& o_img);
+QRT_API void F_ColorCvt_BGRA8888_To_Gray8_AVX2(const ImageTensor& i_img, ImageTensor& o_img);
+/// @}
+
 /// @name Planes of red, green and blue
 /// [H, W, 4] of UINT8 and layout HWC to [3, H, W] of layout CHW; the fourth byte is dropped.
 /// @{
@@ -81,11 +88,19 @@ QRT_API void F_Normalize_CHW_U8_To_CHW_F32_Fallback(const ImageTensor& i_img,
                                                     const ImageTensor& i_sub,
                                                     const ImageTensor& i_mul, ImageTensor& o_img);
 
+/// The same to the bit, for processors with AVX2.
+QRT_API void F_Normalize_CHW_U8_To_CHW_F32_AVX2(const ImageTensor& i_img, const ImageTensor& i_sub,
+                                                const ImageTensor& i_mul, ImageTensor& o_img);
+
 /// (x - subtrahend[c]) * multiplier[c] of planes [C, H, W] of FLOAT32. Either pointer may be null,
 /// and its step is then left out; with both null nothing is written. Input and output may be one
 /// tensor.
 QRT_API void Normalize_CHW_Float_SSE(ImageTensor& input, ImageTensor& output,
                                      const float* multiplier, const float* subtrahend);
+
+/// The same to the bit, for processors with AVX2.
+QRT_API void Normalize_CHW_Float_AVX2(ImageTensor& input, ImageTensor& output,
+                                      const float* multiplier, const float* subtrahend);
 
 }  // namespace functional
 }  // namespace marlo::kernel

@@ -19,9 +19,13 @@ void turn_counterclockwise(const void* input, size_t height, size_t width, size_
 /// out[i] = in[count - 1 - i]: a whole plane turned by half.
 void reverse_pixels(const void* input, size_t count, size_t pixel_bytes, void* output) noexcept;
 
-/// out[y, x] = in[y, width - 1 - x].
+/// What does as `reverse_pixels`.
+using ReversePixels = void (*)(const void* input, size_t count, size_t pixel_bytes,
+                               void* output) noexcept;
+
+/// out[y, x] = in[y, width - 1 - x], each row by `reverse_row`.
 void reverse_columns(const void* input, size_t height, size_t width, size_t pixel_bytes,
-                     void* output) noexcept;
+                     void* output, ReversePixels reverse_row = reverse_pixels) noexcept;
 
 /// `rows` rows of `row_bytes` each, between memory where rows are `..._stride` bytes apart.
 void copy_rows(const void* input, size_t input_stride, size_t rows, size_t row_bytes, void* output,

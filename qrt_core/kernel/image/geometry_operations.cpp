@@ -6,8 +6,10 @@
 #include "qrt_core/kernel/image/geometry_cores.h"
 #include "qrt_core/kernel/image/image_operands_internal.h"
 #include "qrt_core/kernel/image/image_process.h"
+#include "qrt_core/kernel/image/picture_cores.h"
 
-// Turns, flips and crops: operations of `ImageProcessFallback`, and the turns of `ImageProcessSSE`.
+// Turns, flips and crops: operations of `ImageProcessFallback`, the turns of `ImageProcessSSE`, and
+// what `ImageProcessAVX2` has other cores for.
 
 namespace marlo::kernel {
 namespace {
@@ -108,6 +110,23 @@ void turn_planes(const char* name, const TensorCPU& from, TensorCPU& to, Turn tu
               });
 }
 
+void turn_by_half(const PictureCores& cores, const std::shared_ptr<Tensor>& input,
+                  const std::shared_ptr<Tensor>& output) {
+  move_picture("ClockwiseRotate180", input, output, false,
+               [&](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 cores.reverse_pixels(from, p.size.pixels(), p.pixel_bytes, to);
+               });
+}
+
+void flip_rows(const PictureCores& cores, const std::shared_ptr<Tensor>& input,
+               const std::shared_ptr<Tensor>& output) {
+  move_picture("Flip_Horizintal", input, output, false,
+               [&](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
+                 reverse_columns(from, p.size.height, p.size.width, p.pixel_bytes, to,
+                                 cores.reverse_pixels);
+               });
+}
+
 // The turns of `ImageProcessSSE` go by the first two dims whatever the layout: where these aren't
 // multiples of 4, or the elements aren't bytes, nothing happens.
 void turn_bytes(const char* name, const std::shared_ptr<Tensor>& input,
@@ -124,6 +143,7 @@ void turn_bytes(const char* name, const std::shared_ptr<Tensor>& input,
 
 ImageProcessFallback::~ImageProcessFallback() = default;
 ImageProcessSSE::~ImageProcessSSE() = default;
+ImageProcessAVX2::~ImageProcessAVX2() = default;
 
 void ImageProcessFallback::ClockwiseRotate90(Input input, Output output, ContextPointer) {
   move_picture("ClockwiseRotate90", input, output, true,
@@ -133,10 +153,11 @@ void ImageProcessFallback::ClockwiseRotate90(Input input, Output output, Context
 }
 
 void ImageProcessFallback::ClockwiseRotate180(Input input, Output output, ContextPointer) {
-  move_picture("ClockwiseRotate180", input, output, false,
-               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                 reverse_pixels(from, p.size.pixels(), p.pixel_bytes, to);
-               });
+  turn_by_half(kPortableCores, input, output);
+}
+
+void ImageProcessAVX2::ClockwiseRotate180(Input input, Output output, ContextPointer) {
+  turn_by_half(kAvx2Cores, input, output);
 }
 
 void ImageProcessFallback::ClockwiseRotate270(Input input, Output output, ContextPointer) {
@@ -147,10 +168,11 @@ void ImageProcessFallback::ClockwiseRotate270(Input input, Output output, Contex
 }
 
 void ImageProcessFallback::Flip_Horizintal(Input input, Output output, ContextPointer) {
-  move_picture("Flip_Horizintal", input, output, false,
-               [](const uint8_t* from, const PixelPlanes& p, uint8_t* to) {
-                 reverse_columns(from, p.size.height, p.size.width, p.pixel_bytes, to);
-               });
+  flip_rows(kPortableCores, input, output);
+}
+
+void ImageProcessAVX2::Flip_Horizintal(Input input, Output output, ContextPointer) {
+  flip_rows(kAvx2Cores, input, output);
 }
 
 void ImageProcessFallback::Flip_Vertical(Input input, Output output, ContextPointer) {

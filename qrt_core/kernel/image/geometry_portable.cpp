@@ -271,7 +271,7 @@ void reverse_pixels(const void* input, size_t count, size_t pixel_bytes, void* o
 }
 
 void reverse_columns(const void* input, size_t height, size_t width, size_t pixel_bytes,
-                     void* output) noexcept {
+                     void* output, ReversePixels reverse_row) noexcept {
   constexpr size_t kLine = 64;
   const size_t row_bytes = width * pixel_bytes;
   const auto* from = static_cast<const uint8_t*>(input);
@@ -281,7 +281,7 @@ void reverse_columns(const void* input, size_t height, size_t width, size_t pixe
     if (y + 1 < height) {
       for (size_t i = 0; i < row_bytes; i += kLine) __builtin_prefetch(from + row_bytes + i);
     }
-    reverse_pixels(from, width, pixel_bytes, to);
+    reverse_row(from, width, pixel_bytes, to);
   }
 }
 

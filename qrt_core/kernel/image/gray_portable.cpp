@@ -182,6 +182,7 @@ void gray_by_weights(const uint8_t* pixels, size_t channels, size_t count, uint8
     }
     gray_of.reset();
   }
+  if (i == count) return;
   std::array<uint8_t, 4 * kTriples> rest{};
   std::array<uint8_t, kTriples> gray_of_rest;
   std::memcpy(rest.data(), pixels + channels * i, channels * (count - i));

@@ -5,9 +5,11 @@
 
 #include "qrt_core/kernel/image/image_operands_internal.h"
 #include "qrt_core/kernel/image/image_process.h"
+#include "qrt_core/kernel/image/picture_cores.h"
 #include "qrt_core/kernel/image/resize_cores.h"
 
-// Resizes, alone and with a crop: operations of `ImageProcessFallback`.
+// Resizes, alone and with a crop: operations of `ImageProcessFallback`, and the bilinear ones of
+// `ImageProcessAVX2`.
 
 namespace marlo::kernel {
 namespace {
@@ -26,8 +28,8 @@ void demand_pixels(const char* name, const TensorCPU& from, const Size& in, cons
   demand_bytes(to, saturated_product(out.pixels(), channels), name);
 }
 
-void bilinear(const char* name, const std::shared_ptr<Tensor>& input, size_t channels,
-              const std::shared_ptr<Tensor>& output) {
+void bilinear(const PictureCores& cores, const char* name, const std::shared_ptr<Tensor>& input,
+              size_t channels, const std::shared_ptr<Tensor>& output) {
   const TensorCPU& from = operand(input, name);
   TensorCPU& to = operand(output, name);
   demand_flexible(from, to);
@@ -35,8 +37,8 @@ void bilinear(const char* name, const std::shared_ptr<Tensor>& input, size_t cha
   const Size out = size_at(to, 1, name);
   demand_pixels(name, from, in, to, out, channels);
   if (out.pixels() == 0) return;
-  resize_bilinear(elements<uint8_t>(from), {in.height, in.width, channels}, elements<uint8_t>(to),
-                  {out.height, out.width, channels});
+  cores.resize_bilinear(elements<uint8_t>(from), {in.height, in.width, channels},
+                        elements<uint8_t>(to), {out.height, out.width, channels});
 }
 
 // One axis of a crop with a resize.
@@ -111,19 +113,35 @@ void ImageProcessFallback::Resize_Nearest_C1(Input input, Output output, Context
 }
 
 void ImageProcessFallback::Resize_Bilinear_C1(Input input, Output output, ContextPointer) {
-  bilinear("Resize_Bilinear_C1", input, 1, output);
+  bilinear(kPortableCores, "Resize_Bilinear_C1", input, 1, output);
+}
+
+void ImageProcessAVX2::Resize_Bilinear_C1(Input input, Output output, ContextPointer) {
+  bilinear(kAvx2Cores, "Resize_Bilinear_C1", input, 1, output);
 }
 
 void ImageProcessFallback::Resize_Bilinear_C2(Input input, Output output, ContextPointer) {
-  bilinear("Resize_Bilinear_C2", input, 2, output);
+  bilinear(kPortableCores, "Resize_Bilinear_C2", input, 2, output);
+}
+
+void ImageProcessAVX2::Resize_Bilinear_C2(Input input, Output output, ContextPointer) {
+  bilinear(kAvx2Cores, "Resize_Bilinear_C2", input, 2, output);
 }
 
 void ImageProcessFallback::Resize_Bilinear_C3(Input input, Output output, ContextPointer) {
-  bilinear("Resize_Bilinear_C3", input, 3, output);
+  bilinear(kPortableCores, "Resize_Bilinear_C3", input, 3, output);
+}
+
+void ImageProcessAVX2::Resize_Bilinear_C3(Input input, Output output, ContextPointer) {
+  bilinear(kAvx2Cores, "Resize_Bilinear_C3", input, 3, output);
 }
 
 void ImageProcessFallback::Resize_Bilinear_C4(Input input, Output output, ContextPointer) {
-  bilinear("Resize_Bilinear_C4", input, 4, output);
+  bilinear(kPortableCores, "Resize_Bilinear_C4", input, 4, output);
+}
+
+void ImageProcessAVX2::Resize_Bilinear_C4(Input input, Output output, ContextPointer) {
+  bilinear(kAvx2Cores, "Resize_Bilinear_C4", input, 4, output);
 }
 
 void ImageProcessFallback::Crop_Resize_Nearest_C1(Input input, Output output, float left, float top,

@@ -4,6 +4,7 @@
 #include "tests/support/compare.h"
 #include "tests/support/image_oracle.h"
 #include "tests/support/image_tensors.h"
+#include "tests/support/processor.h"
 
 // The functions that weigh in double precision compute most pixels in integers.
 
@@ -13,7 +14,9 @@ namespace {
 using runtime::LayoutType;
 using namespace kernel::functional;
 
-TEST(GrayExhaustive, IsTheDoubleSumForEveryColour) {
+using Function = void (*)(const TensorPointer&, TensorPointer&);
+
+void expect_the_double_sum_for_every_colour(Function of_three, Function of_four) {
   constexpr uint32_t kSide = 256;
   std::vector<uint8_t> three(size_t{3} * kSide * kSide);
   std::vector<uint8_t> four(size_t{4} * kSide * kSide, 0x5A);
@@ -30,14 +33,23 @@ TEST(GrayExhaustive, IsTheDoubleSumForEveryColour) {
     }
     ImageTensors tensors;
     TensorPointer output = tensors.byte_output({kSide, kSide, 1}, LayoutType::HWC);
-    F_ColorCvt_BGR888_To_Gray8_Fallback(tensors.bytes({kSide, kSide, 3}, LayoutType::HWC, three),
-                                        output);
+    of_three(tensors.bytes({kSide, kSide, 3}, LayoutType::HWC, three), output);
     ASSERT_TRUE(same_elements(bytes_of(output), expected)) << "byte 0 is " << first;
     output = tensors.byte_output({kSide, kSide, 1}, LayoutType::HWC);
-    F_ColorCvt_BGRA8888_To_Gray8_Fallback(tensors.bytes({kSide, kSide, 4}, LayoutType::HWC, four),
-                                          output);
+    of_four(tensors.bytes({kSide, kSide, 4}, LayoutType::HWC, four), output);
     ASSERT_TRUE(same_elements(bytes_of(output), expected)) << "byte 0 is " << first;
   }
+}
+
+TEST(GrayExhaustive, IsTheDoubleSumForEveryColour) {
+  expect_the_double_sum_for_every_colour(F_ColorCvt_BGR888_To_Gray8_Fallback,
+                                         F_ColorCvt_BGRA8888_To_Gray8_Fallback);
+}
+
+TEST(GrayExhaustive, WithAvx2IsTheDoubleSumForEveryColour) {
+  if (!processor_has(runtime::InstructionSet::avx2)) GTEST_SKIP() << "no AVX2 here";
+  expect_the_double_sum_for_every_colour(F_ColorCvt_BGR888_To_Gray8_AVX2,
+                                         F_ColorCvt_BGRA8888_To_Gray8_AVX2);
 }
 
 }  // namespace
