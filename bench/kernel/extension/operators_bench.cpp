@@ -38,9 +38,10 @@ struct Product {
   uint32_t rows, columns, depth;
 };
 
-constexpr Product kProducts[] = {{kPlaces, kPlaces, 64}, {kPlaces, 64, kPlaces}, {384, 384, 384}};
-constexpr Product kConnections[] = {
-    {kPlaces, 768, 768}, {kPlaces, 3072, 768}, {1, 1000, 1024}, {1, 4096, 4096}};
+constexpr Product kProducts[] = {
+    {kPlaces, kPlaces, 64}, {kPlaces, 64, kPlaces}, {384, 384, 384}, {7, 33, 65}};
+constexpr Product kConnections[] = {{kPlaces, 768, 768}, {kPlaces, 3072, 768}, {50, 512, 128},
+                                    {7, 33, 65},         {1, 1000, 1024},      {1, 4096, 4096}};
 
 std::string name_of(const char* kernel, const Product& size) {
   return std::string(kernel) + "/" + std::to_string(size.rows) + "x" +

@@ -1,4 +1,7 @@
+#include <cstring>
+
 #include "qrt_core/kernel/extension/matrix/matrix_product_cores.h"
+#include "qrt_core/kernel/extension/matrix/packed_squares_internal.h"
 
 namespace marlo::kernel::matrix {
 
@@ -10,15 +13,20 @@ void pack_columns(const float* b, size_t row, size_t step, size_t depth, size_t 
     if (step == 1) {
       for (size_t k = 0; k < depth; ++k) {
         float* const to = packed + k * panel;
-        for (size_t j = 0; j < count; ++j) to[j] = from[k * row + j];
+        std::memcpy(to, from + k * row, count * sizeof(float));
         for (size_t j = count; j < panel; ++j) to[j] = 0.0f;
       }
       continue;
     }
-    for (size_t j = 0; j < panel; ++j) {
-      for (size_t k = 0; k < depth; ++k) {
-        packed[k * panel + j] = j < count ? from[j * step + k * row] : 0.0f;
-      }
+    for (size_t j = count; j < panel; ++j) {
+      for (size_t k = 0; k < depth; ++k) packed[k * panel + j] = 0.0f;
+    }
+    if (row == 1) {
+      turn_lines(from, step, count, depth, 1.0f, packed, panel);
+      continue;
+    }
+    for (size_t j = 0; j < count; ++j) {
+      for (size_t k = 0; k < depth; ++k) packed[k * panel + j] = from[j * step + k * row];
     }
   }
 }

@@ -35,7 +35,7 @@ struct ProductCores {
 };
 
 /// Depth of a part, and rows that are packed at a time.
-constexpr size_t kDepth = 192;
+constexpr size_t kDepth = 384;
 constexpr size_t kPackedRows = 240;
 
 /// Floats of scratch that a product of several rows needs.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/extension/matrix/matrix_product_cores.h"
+#include "qrt_core/kernel/extension/matrix/packed_squares_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
 // The product for any vector: tiles of `kRows` rows and two vectors of columns in registers, a panel
@@ -10,7 +11,7 @@
 namespace marlo::kernel::matrix {
 namespace {
 
-/// A tile of c, two vectors wide, and what it is computed from.
+/// A tile of c, up to two vectors wide, and what it is computed from.
 struct Tile {
   const float* a;  // `kRows` floats for each step of the depth
   const float* b;  // a panel
@@ -19,62 +20,56 @@ struct Tile {
   size_t start_row;
   float* c;
   size_t c_row;
+  size_t last;  // columns of the last vector
+};
+
+/// How many vectors a tile has, and whether the last one is a part of a vector.
+template <size_t number, bool part>
+struct Width {
+  static constexpr size_t kVectors = number;
+  static constexpr bool kEndsInPart = part;
 };
 
 /// Not inlined: next to other code GCC runs out of registers for the sums.
-template <typename V, size_t rows, size_t a_stride>
+template <typename V, size_t rows, size_t a_stride, typename W>
 [[gnu::noinline]] void multiply_tile(const Tile& tile) noexcept {
   constexpr size_t kLanes = V::kLanes;
-  typename V::Register sums[rows][2];
-  unrolled<rows>(QRT_UNROLLED(r) { sums[r][0] = sums[r][1] = V::zero(); });
+  constexpr size_t kVectors = W::kVectors;
+  constexpr size_t kWhole = W::kEndsInPart ? kVectors - 1 : kVectors;
+  typename V::Register sums[rows][kVectors];
+  unrolled<rows>(
+      QRT_UNROLLED(r) { unrolled<kVectors>(QRT_UNROLLED(v) { sums[r][v] = V::zero(); }); });
   if (tile.start != nullptr) {
     unrolled<rows>(QRT_UNROLLED(r) {
-      sums[r][0] = V::load(tile.start + r * tile.start_row);
-      sums[r][1] = V::load(tile.start + r * tile.start_row + kLanes);
+      const float* const start = tile.start + r * tile.start_row;
+      unrolled<kWhole>(QRT_UNROLLED(v) { sums[r][v] = V::load(start + v * kLanes); });
+      if constexpr (W::kEndsInPart) {
+        sums[r][kWhole] = V::load_first(start + kWhole * kLanes, tile.last);
+      }
     });
   }
   const float* a = tile.a;
   const float* b = tile.b;
   for (const float* const end = a + tile.depth * a_stride; a != end; a += a_stride) {
-    const auto first = V::load(b);
-    const auto second = V::load(b + kLanes);
+    typename V::Register columns[kVectors];
+    unrolled<kVectors>(QRT_UNROLLED(v) { columns[v] = V::load(b + v * kLanes); });
     b += 2 * kLanes;
     unrolled<rows>(QRT_UNROLLED(r) {
       const auto factor = V::splat(a + r);
-      sums[r][0] = V::plus_product(sums[r][0], factor, first);
-      sums[r][1] = V::plus_product(sums[r][1], factor, second);
+      unrolled<kVectors>(
+          QRT_UNROLLED(v) { sums[r][v] = V::plus_product(sums[r][v], factor, columns[v]); });
     });
   }
   unrolled<rows>(QRT_UNROLLED(r) {
-    V::store(tile.c + r * tile.c_row, sums[r][0]);
-    V::store(tile.c + r * tile.c_row + kLanes, sums[r][1]);
+    float* const c = tile.c + r * tile.c_row;
+    unrolled<kWhole>(QRT_UNROLLED(v) { V::store(c + v * kLanes, sums[r][v]); });
+    if constexpr (W::kEndsInPart) V::store_first(c + kWhole * kLanes, tile.last, sums[r][kWhole]);
   });
 }
 
-template <typename V, size_t kRows>
+template <typename V, size_t kRows, typename W>
 void multiply_rows(const Tile& tile, size_t rows) noexcept {
-  with_static<kRows>(rows, [&tile](auto count) { multiply_tile<V, count.value, kRows>(tile); });
-}
-
-/// A tile of fewer columns than a panel has, by way of a whole one beside it.
-template <typename V, size_t kRows>
-void multiply_part(Tile tile, size_t rows, size_t columns) noexcept {
-  constexpr size_t kPanel = 2 * V::kLanes;
-  float whole[kRows * kPanel];
-  for (size_t r = 0; r < rows; ++r) {
-    for (size_t j = 0; j < kPanel; ++j) {
-      const bool is_there = tile.start != nullptr && j < columns;
-      whole[r * kPanel + j] = is_there ? tile.start[r * tile.start_row + j] : 0.0f;
-    }
-  }
-  float* const c = tile.c;
-  tile.start = tile.c = whole;
-  const size_t c_row = tile.c_row;
-  tile.start_row = tile.c_row = kPanel;
-  multiply_rows<V, kRows>(tile, rows);
-  for (size_t r = 0; r < rows; ++r) {
-    for (size_t j = 0; j < columns; ++j) c[r * c_row + j] = whole[r * kPanel + j];
-  }
+  with_static<kRows>(rows, [&tile](auto count) { multiply_tile<V, count.value, kRows, W>(tile); });
 }
 
 /// Packs rows of a, times alpha: `kRows` side by side for each step of the depth.
@@ -84,9 +79,13 @@ void pack_rows(const ProductTask& task, size_t row, size_t rows, size_t k, size_
   for (size_t i = 0; i < rows; i += kRows, to += kRows * depth) {
     const size_t count = smaller_of(kRows, rows - i);
     const float* from = task.a + (row + i) * task.a_row + k * task.a_step;
-    for (size_t r = 0; r < count; ++r) {
-      const float* line = from + r * task.a_row;
-      for (size_t d = 0; d < depth; ++d) to[d * kRows + r] = line[d * task.a_step] * task.alpha;
+    if (task.a_step == 1) {
+      turn_lines(from, task.a_row, count, depth, task.alpha, to, kRows);
+      continue;
+    }
+    for (size_t d = 0; d < depth; ++d) {
+      const float* const line = from + d * task.a_step;
+      for (size_t r = 0; r < count; ++r) to[d * kRows + r] = line[r * task.a_row] * task.alpha;
     }
   }
 }
@@ -136,7 +135,9 @@ template <typename V, size_t kRows>
 void multiply_panel(const ProductTask& task, const Block& block) noexcept {
   constexpr size_t kPanel = 2 * V::kLanes;
   const size_t columns = smaller_of(kPanel, task.columns - block.column);
+  const bool is_narrow = columns <= V::kLanes;
   Tile tile;
+  tile.last = is_narrow ? columns : columns - V::kLanes;
   tile.b = task.packed + block.column * task.depth + block.k * kPanel;
   tile.depth = block.depth;
   tile.c_row = task.c_row;
@@ -149,9 +150,11 @@ void multiply_panel(const ProductTask& task, const Block& block) noexcept {
     tile.start = block.k == 0 ? bias : tile.c;
     tile.start_row = block.k == 0 ? 0 : task.c_row;
     if (columns == kPanel) {
-      multiply_rows<V, kRows>(tile, rows);
+      multiply_rows<V, kRows, Width<2, false>>(tile, rows);
+    } else if (is_narrow) {
+      multiply_rows<V, kRows, Width<1, true>>(tile, rows);
     } else {
-      multiply_part<V, kRows>(tile, rows, columns);
+      multiply_rows<V, kRows, Width<2, true>>(tile, rows);
     }
   }
 }

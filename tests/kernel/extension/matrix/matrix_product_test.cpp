@@ -109,6 +109,13 @@ TEST_P(MatMulKernel, TransposesAndScales) {
   for (const bool a : {false, true}) {
     for (const bool b : {false, true}) {
       for (const uint32_t rows : {1u, 13u}) test({rows, 21, 35, a, b, -0.375f});
+      // Matrices are turned in squares of four by four, of which the last may overlap others.
+      for (const uint32_t lines : {2u, 3u, 4u, 5u, 6u, 7u, 8u, 11u, 27u}) {
+        for (const uint32_t depth : {1u, 3u, 4u, 5u, 8u, 11u}) {
+          test({lines, 5, depth, a, b, 2.0f});
+          test({5, lines, depth, a, b, 1.0f});
+        }
+      }
     }
   }
 }
