@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/epilogues.h"
+#include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/description.h"
@@ -86,6 +87,13 @@ std::string key_of_layer(const ReferenceLayer& layer) {
                     layer.may_be_applied + '|' + key_of(*layer.info);
   for (const TensorShape& shape : layer.reads) key += '|' + runtime::ShapeText(shape);
   return key;
+}
+
+/// Whether a kernel that hands its input on may stand for a layer. It takes every description, and a
+/// trial doesn't tell it from a small addend, nor from bounds beyond all numbers that are tried.
+bool may_hand_on(const ReferenceLayer& layer, const IKernelFacts* reference) {
+  return only_moves(runtime::LayerTypeName(layer.info->type)) ||
+         (reference != nullptr && reference->input_use() == runtime::InputUse::passes_on);
 }
 
 // A few numbers don't tell functions apart that meet there, so small tensors are tried more often.
@@ -279,6 +287,8 @@ bool CandidateFinder::try_kernel(const std::string& name, const Trial& trial, Re
   const auto kernel = workshop_.configured(name, info);
   const auto* facts = dynamic_cast<const IKernelFacts*>(kernel.get());
   if (facts == nullptr) return false;
+  const bool hands_on = facts->input_use() == runtime::InputUse::passes_on;
+  if (hands_on && !may_hand_on(layer, trial.reference)) return false;
   const size_t before = found.size();
   std::vector<Shapes> tried;
   for (const LayoutType layout : kLayouts) {

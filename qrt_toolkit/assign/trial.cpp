@@ -126,9 +126,8 @@ std::vector<float> trial_numbers(const runtime::Net& net, uint32_t input,
   return chooses_rows(net, input) ? std::vector<float>(count) : trial_numbers(count, input + 1);
 }
 
-bool chooses_rows(const runtime::Net& net, uint32_t input) {
+bool only_moves(const std::string& type_name) {
   using namespace runtime;
-  static const std::string table = LayerTypeName(EmbeddingInfo().type);
   static const std::set<std::string> moves = [] {
     std::set<std::string> names;
     for (const uint16_t type :
@@ -140,11 +139,16 @@ bool chooses_rows(const runtime::Net& net, uint32_t input) {
     }
     return names;
   }();
+  return moves.count(type_name) != 0;
+}
+
+bool chooses_rows(const runtime::Net& net, uint32_t input) {
+  static const std::string table = runtime::LayerTypeName(runtime::EmbeddingInfo().type);
   std::vector<bool> chooses(net.layers.size());
   for (size_t place = net.layers.size(); place-- > input;) {
     for (const auto& [reader, position] : net.layers[place]->consumers) {
       const std::string& name = net.layers[reader]->name;
-      if (name == table || (moves.count(name) != 0 && chooses[reader])) chooses[place] = true;
+      if (name == table || (only_moves(name) && chooses[reader])) chooses[place] = true;
     }
   }
   return chooses.at(input);

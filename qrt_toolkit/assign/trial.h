@@ -59,6 +59,9 @@ std::vector<float> trial_numbers(const runtime::LayerInfo& layer, const runtime:
 std::vector<float> trial_numbers(const runtime::Net& net, uint32_t input,
                                  const runtime::TensorShape& shape);
 
+/// Whether layers of a type, by its name, only move numbers: none is another one behind them.
+bool only_moves(const std::string& type_name);
+
 /// Whether the numbers of a network's input choose rows of tables, as they are or through layers that
 /// only move them. Every table has a row 0, and none below.
 bool chooses_rows(const runtime::Net& net, uint32_t input);

@@ -316,6 +316,24 @@ TEST(Fused, EveryEpilogueOfAKernelIsAKnownFunction) {
   EXPECT_EQ(finished({-1, 2, 7}, epilogue_function("ReLU6")), (std::vector<float>{0, 2, 6}));
 }
 
+// What a trial of a few numbers can't tell from nothing at all is something all the same.
+TEST(Fused, FunctionsThatChangeLittleStay) {
+  auto shift = function_of(runtime::ElementFunction::ScaleShift);
+  shift->alpha = 1;
+  shift->beta = 1e-5f;
+  auto bounds = function_of(runtime::ElementFunction::Clip);
+  bounds->alpha = -100;
+  bounds->beta = 100;
+  ModelBuilder builder;
+  builder.input("x")
+      .layer("s", {"x"}, shift, "ScaleShift_Fallback_Float_M1")
+      .layer("b", {"x"}, bounds, "Clip_Fallback_Float_M1")
+      .outputs({"s", "b"});
+  const AssignedModel made = estimated(*builder.build(), processor_kernels(), planes(1, 1, 64));
+  EXPECT_THAT(kernel_of(made.model, "s"), HasSubstr("ScaleShift"));
+  EXPECT_THAT(kernel_of(made.model, "b"), HasSubstr("Clip"));
+}
+
 }  // namespace
 }  // namespace marlo::toolkit::test
 
