@@ -59,6 +59,12 @@ inline void parse(Document& document, const char* text) {
   if (document.HasParseError()) document.SetNull();
 }
 
+/// The same into the text's own memory, which the document's strings are parts of.
+inline void parse_in_place(Document& document, char* text) {
+  document.ParseInsitu<rapidjson::kParseIterativeFlag>(text);
+  if (document.HasParseError()) document.SetNull();
+}
+
 /// What kind of value this is, for messages.
 inline const char* kind_of(const Value& value) {
   switch (value.GetType()) {

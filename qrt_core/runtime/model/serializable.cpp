@@ -5,6 +5,7 @@
 #include <fstream>
 #include <limits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "qrt_core/runtime/model/file_visitor.h"
@@ -39,14 +40,38 @@ bool has_suffix(const std::string& path, const std::string& suffix) {
   return path.substr(path.size() - suffix.size()) == suffix;
 }
 
-void read_json_text(Serializable& object, const std::string& text) {
+void require(const char* text, const char* what) {
+  Assert(text != nullptr, "a null pointer was given for the %s", what);
+}
+
+// The document's strings are the text's own bytes: of weights there is no second copy.
+void read_json_text(Serializable& object, std::string text) {
+  const uint64_t size = text.size();
   json::Document document;
-  json::parse(document, text.c_str());
+  json::parse_in_place(document, text.data());
   Assert(document.IsObject(), nullptr);
   auto getter = std::make_shared<JSONNodeGetter>(document, 0);
   // A document whose parts are each read once stays below this.
-  getter->LimitSteps(kSpareSteps + 2 * static_cast<uint64_t>(text.size()));
+  getter->LimitSteps(kSpareSteps + 2 * size);
   object.VisitAttr(getter);
+}
+
+// The text of a file up to its first NUL, held once.
+std::string read_text(const char* path) {
+  require(path, kPath);
+  const File file = open_file(path, "rb");
+  Assert(file != nullptr, "Error in opening the file [%s].", path);
+  long size = -1;
+  if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
+  // A directory opens, and reports a size that no file has.
+  const bool sized = size >= 0 && size != std::numeric_limits<long>::max() &&
+                     std::fseek(file.get(), 0, SEEK_SET) == 0;
+  Assert(sized, "Error in read the whole file [%s].", path);
+  std::string text(static_cast<size_t>(size), '\0');
+  const size_t count = std::fread(text.data(), 1, text.size(), file.get());
+  Assert(count == text.size(), "Error in read the whole file [%s].", path);
+  if (const size_t end = text.find('\0'); end != std::string::npos) text.resize(end);
+  return text;
 }
 
 void log_not_opened(const char* path) {
@@ -57,13 +82,44 @@ void log_not_written(const char* path) {
   Log(utility::LOG_ERROR, "Failed to write model file, file path: %s.", path);
 }
 
+// Where a text goes that is only tried.
+struct NoText {
+  using Ch = char;
+  void Put(Ch) {}
+  void Flush() {}
+};
+
+// A text that goes to a file as it is made.
+class FileText {
+ public:
+  using Ch = char;
+  explicit FileText(std::ostream& stream) : stream_(stream) {}
+  void Put(Ch character) {
+    if (used_ == sizeof buffer_) Flush();
+    buffer_[used_++] = character;
+  }
+  void Flush() { stream_.write(buffer_, static_cast<std::streamsize>(std::exchange(used_, 0))); }
+
+ private:
+  std::ostream& stream_;
+  size_t used_ = 0;
+  char buffer_[1 << 14];
+};
+
+template <typename Text>
+bool write_text(const json::Document& document, Text& text) {
+  rapidjson::PrettyWriter<Text> writer(text);
+  writer.SetIndent(' ', 4);
+  const bool is_written = document.Accept(writer);
+  text.Flush();
+  return is_written;
+}
+
 bool write_json_file(Serializable& object, const char* path) {
   json::Document document(rapidjson::kObjectType);
   object.VisitAttr(std::make_shared<JSONNodeSetter>(document, document.GetAllocator(), true));
-  rapidjson::StringBuffer buffer;
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
-  writer.SetIndent(' ', 4);
-  if (!document.Accept(writer)) {
+  NoText nothing;
+  if (!write_text(document, nothing)) {
     Log(utility::LOG_ERROR, "Infinite or not-a-number value has no JSON form, file path: %s.",
         path);
     return false;
@@ -73,7 +129,8 @@ bool write_json_file(Serializable& object, const char* path) {
     log_not_opened(path);
     return true;  // the documented result; only the log tells
   }
-  stream.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
+  FileText text(stream);
+  write_text(document, text);
   stream.close();
   if (stream.fail()) {
     log_not_written(path);
@@ -121,10 +178,6 @@ bool can_be_read_again(Serializable& object, const char* path, bool as_json) {
   return false;
 }
 
-void require(const char* text, const char* what) {
-  Assert(text != nullptr, "a null pointer was given for the %s", what);
-}
-
 bool refuse_type(const char* path) {
   Log(utility::LOG_ERROR, "Unknow file type, file path: %s.", path);
   return false;
@@ -163,7 +216,7 @@ bool Serializable::FromFile(const char* path, const char* type) {
   require(path, kPath);
   require(type, kType);
   if (std::strcmp(type, kJsonType) == 0) {
-    read_json_text(*this, ReadJsonFile2StrStream(path).str());
+    read_json_text(*this, read_text(path));
     return true;
   }
   if (std::strcmp(type, kBinaryType) == 0) return read_binary_file(*this, path);
@@ -198,20 +251,8 @@ bool Serializable::ToFile(const char* path, const char* type) {
 }
 
 std::stringstream ReadJsonFile2StrStream(const char* path) {
-  require(path, kPath);
-  const File file = open_file(path, "rb");
-  Assert(file != nullptr, "Error in opening the file [%s].", path);
-  long size = -1;
-  if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
-  // A directory opens, and reports a size that no file has.
-  const bool sized = size >= 0 && size != std::numeric_limits<long>::max() &&
-                     std::fseek(file.get(), 0, SEEK_SET) == 0;
-  Assert(sized, "Error in read the whole file [%s].", path);
-  std::vector<char> text(static_cast<size_t>(size) + 1, '\0');
-  const size_t count = std::fread(text.data(), 1, static_cast<size_t>(size), file.get());
-  Assert(count == static_cast<size_t>(size), "Error in read the whole file [%s].", path);
   std::stringstream stream;
-  stream << text.data();
+  stream << read_text(path);
   return stream;
 }
 
