@@ -56,7 +56,9 @@ struct AssignedModel {
 /// to accept the layer and to agree with them on a trial. Converters between layouts are layers of
 /// their own, one for each tensor and layout, with ids made from the tensor's. Kernels work in place
 /// only where nobody else needs the numbers. What the network takes and returns stays as it is.
-/// Layers whose description doesn't change are shared with the given model, weights and all.
+/// Layers whose description doesn't change are shared with the given model, weights and all. Where it
+/// is cheaper, tensors between convolutions get channels of zeros up to whole blocks of 8; what the
+/// network returns doesn't show it.
 ///
 /// @code
 /// EstimatedCosts costs;
