@@ -1,5 +1,7 @@
 #include "qrt_toolkit/import_onnx.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <utility>
@@ -10,6 +12,7 @@
 #include "qrt_toolkit/import_stages.h"
 #include "qrt_toolkit/lower/lowering.h"
 #include "qrt_toolkit/onnx/read.h"
+#include "qrt_toolkit/operators/unsupported.h"
 #include "qrt_toolkit/shapes/batch.h"
 #include "qrt_toolkit/shapes/cut.h"
 #include "qrt_toolkit/shapes/fix.h"
@@ -57,7 +60,7 @@ void refuse_unlowered(const Graph& graph) {
   for (const NodeId id : graph.order()) {
     const Node& node = graph.node(id);
     if (find_lowering(node.op) != nullptr) continue;
-    refusals.push_back(refusal_of(node, {"", "no layers of this library compute the operator"}));
+    refusals.push_back(refusal_of(node, unsupported(node)));
   }
   if (!refusals.empty()) throw UnsupportedError(std::move(refusals));
 }
@@ -76,6 +79,14 @@ Lowering::IsFast fast_layers(KernelSet set) {
   return [set, kernels = std::make_shared<Kernels>()](const auto& layer, const auto& input) {
     return has_fast_kernel(kernels->workshop, set, layer, input);
   };
+}
+
+/// What graphs and trials held is free, but among blocks that are not, so that the system's allocator
+/// keeps its pages unless it is asked.
+void give_back_memory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 /// Gives the network the kernels that are likely to be the fastest.
@@ -149,7 +160,11 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   ImportedModel& imported = stages.imported;
   imported.model = std::move(written.model);
   report.node_of_layer = std::move(written.node_of_layer);
-  report.multiply_adds = imported.model.model_arr->infos.at(header.network)->extra_info.fmlas;
+  const runtime::QRModelInfo& network = *imported.model.model_arr->infos.at(header.network);
+  for (size_t i = 0; i < report.outputs.size(); ++i) {
+    report.outputs[i].name = network.squential_output_ids.at(i);
+  }
+  report.multiply_adds = network.extra_info.fmlas;
   stages.value_of_layer = std::move(written.value_of_layer);
   if (graphs == GraphUse::kept) stages.simplified = std::move(graph);
   return stages;
@@ -168,6 +183,7 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
     });
   }
   choose_kernels(options, stages.imported);
+  give_back_memory();
   return stages;
 }
 

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "qrt_toolkit/operators/unsupported.h"
+
 namespace marlo::toolkit {
 namespace {
 
@@ -87,7 +89,7 @@ class Run {
 
 const Operator& row_of(const Node& node) {
   const Operator* row = find_operator(node.op);
-  if (row == nullptr) throw NodeFault{"", "the operator isn't supported"};
+  if (row == nullptr) throw unsupported(node);
   if (node.opset < row->since) {
     throw NodeFault{"", "the operator is read from opset " + std::to_string(row->since) + " on",
                     "export the model with a newer opset"};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,7 +28,8 @@ struct Capture {
 };
 
 /// Nodes and the values between them, and the edits that keep both ends of every edge together.
-/// A plain value type: copies are independent, but share constants and nested graphs.
+/// A plain value type: copies are independent, but share constants and nested graphs. References to
+/// values and nodes stay good while others are added; that to a node, until it is removed.
 class Graph {
  public:
   std::string name;
@@ -76,8 +78,9 @@ class Graph {
   void connect(NodeId id);
   void disconnect(NodeId id);
 
-  std::vector<Value> values_;
-  std::vector<std::optional<Node>> nodes_;  // nothing in the place of a removed one
+  // Growing at the end, they leave the references to their elements as they are.
+  std::deque<Value> values_;
+  std::deque<std::optional<Node>> nodes_;  // nothing in the place of a removed one
 };
 
 }  // namespace marlo::toolkit

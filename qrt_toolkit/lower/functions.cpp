@@ -145,26 +145,28 @@ void lower_mod(Lowering& lowering) {
   lowering.result(lowering.binary(BinaryFunction::Mod));
 }
 
-/// The numbers of an input one by one, as many as `count`; a single number stands for all.
-Numbers as_many(const Lowering& lowering, size_t place, int64_t count) {
+/// The numbers of an input one by one, as many as `count`: a single number stands for all, and one of
+/// `groups` for each in its group.
+Numbers as_many(const Lowering& lowering, size_t place, int64_t count, int64_t groups) {
   const Numbers numbers = *lowering.required_constant(place);
   Numbers result(ElementType::float32, {count});
-  if (numbers.count() != 1 && numbers.count() != count) {
+  if (numbers.count() != 1 && numbers.count() != groups) {
     throw NodeFault{"input " + std::to_string(place), "expected one number, or one for each of " +
-                                                          std::to_string(count) + ", found " +
+                                                          std::to_string(groups) + ", found " +
                                                           std::to_string(numbers.count())};
   }
   for (size_t i = 0; i < result.reals().size(); ++i) {
-    result.reals()[i] = numbers.real(numbers.count() == 1 ? 0 : i);
+    const auto group = static_cast<int64_t>(i) * groups / count;
+    result.reals()[i] = numbers.real(numbers.count() == 1 ? 0 : static_cast<size_t>(group));
   }
   return result;
 }
 
 template <class Info>
-void set_scales(const Lowering& lowering, Info& info, int64_t count) {
-  info.scale = blob_of(as_many(lowering, 1, count));
+void set_scales(const Lowering& lowering, Info& info, int64_t count, int64_t groups) {
+  info.scale = blob_of(as_many(lowering, 1, count, groups));
   if (lowering.node().has_input(2)) {
-    info.shift = blob_of(as_many(lowering, 2, count));
+    info.shift = blob_of(as_many(lowering, 2, count, groups));
   }
   info.eps = as_float(lowering.node().real("epsilon", 1e-5));
 }
@@ -210,7 +212,8 @@ void lower_layer_normalization(Lowering& lowering) {
   check_line(lowering, 2, line);
   auto info = std::make_shared<runtime::LayerNormInfo>();
   info->axis = static_cast<int32_t>(axis);
-  set_scales(lowering, *info, count_of(line).value_or(0));
+  const int64_t numbers = count_of(line).value_or(0);
+  set_scales(lowering, *info, numbers, numbers);
   lowering.result(
       lowering.plan().add(std::move(info), "LayerNorm_Fallback_Float_M1", {lowering.input(0)}));
 }
@@ -246,16 +249,14 @@ void lower_group_normalization(Lowering& lowering) {
   const int64_t channels = lowering.input_sizes(0).at(0);
   const bool single = lowering.node().op == "InstanceNormalization";
   const int64_t groups = single ? channels : lowering.node().integer("num_groups", 1);
-  if (lowering.node().integer("per_group", 0) != 0) {
-    throw NodeFault{"opset", "scales of groups have no kernel", "export the model with opset 21"};
-  }
   if (groups < 1 || channels % groups != 0) {
     throw NodeFault{"num_groups", "expected a divisor of " + std::to_string(channels) +
                                       " channels, found " + std::to_string(groups)};
   }
   auto info = std::make_shared<runtime::GroupNormInfo>();
   info->groups = static_cast<uint32_t>(groups);
-  set_scales(lowering, *info, channels);
+  const bool per_group = lowering.node().integer("per_group", 0) != 0;
+  set_scales(lowering, *info, channels, per_group ? groups : channels);
   lowering.result(
       lowering.plan().add(std::move(info), "GroupNorm_Fallback_Float_M1", {lowering.input(0)}));
 }
@@ -282,7 +283,7 @@ constexpr LoweringRow kRows[] = {
     {"Gelu", lower_gelu},
     {"Greater", lower_binary<BinaryFunction::Greater>},
     {"GreaterOrEqual", lower_binary<BinaryFunction::GreaterOrEqual>},
-    {"GroupNormalization", lower_group_normalization, "constant scales of channels"},
+    {"GroupNormalization", lower_group_normalization, "constant scales"},
     {"InstanceNormalization", lower_group_normalization, "constant scales"},
     {"IsInf", lower_is_infinite},
     {"IsNaN", lower_function},

@@ -17,5 +17,6 @@ std::span<const LoweringRow> resampling_lowerings();
 std::span<const LoweringRow> softmax_lowerings();
 std::span<const LoweringRow> arithmetic_lowerings();
 std::span<const LoweringRow> movement_lowerings();
+std::span<const LoweringRow> scatter_lowerings();
 
 }  // namespace marlo::toolkit

@@ -10,6 +10,7 @@
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/strided.h"
+#include "qrt_toolkit/operators/unsupported.h"
 #include "qrt_toolkit/shapes/batch.h"
 #include "qrt_toolkit/shapes/infer.h"
 
@@ -92,6 +93,14 @@ std::vector<float> broadcast_to(const Numbers& numbers, const Extents& box) {
                     }
                   });
   return result;
+}
+
+/// Whether float32 holds all whole numbers as they are.
+bool is_exact(const Numbers& numbers) {
+  if (is_real(numbers.type)) return true;
+  constexpr int64_t kMost = int64_t{1} << 24;
+  return std::all_of(numbers.integers().begin(), numbers.integers().end(),
+                     [](int64_t number) { return number >= -kMost && number <= kMost; });
 }
 
 }  // namespace
@@ -187,7 +196,7 @@ Plan Lowering::run() {
     plan_.node = node_->name;
     try {
       const LoweringRow* row = find_lowering(node_->op);
-      if (row == nullptr) throw NodeFault{"", "no layers of this library compute the operator"};
+      if (row == nullptr) throw unsupported(*node_);
       // What reads an output of a node that was refused can't be judged.
       const bool judged =
           std::none_of(node_->inputs.begin(), node_->inputs.end(), [&](ValueId input) {
@@ -233,6 +242,9 @@ void Lowering::refuse_integers() const {
                                                   "ArgMax",
                                                   "ArgMin",
                                                   "GatherElements",
+                                                  "GatherND",
+                                                  "ScatterElements",
+                                                  "ScatterND",
                                                   "Reshape",
                                                   "Sign",
                                                   "Slice",
@@ -271,12 +283,16 @@ void Lowering::lower_outputs(std::vector<Refusal>& refusals) {
   for (const ValueId id : graph_.outputs) {
     auto& layer = values_[static_cast<size_t>(id)].layer;
     const auto& constant = graph_.value(id).constant;
-    if (!layer && constant && is_real(constant->type) && plan_.has("Constant_Fallback_Float_M1")) {
+    const bool exact = constant && is_exact(constant->numbers());
+    if (!layer && exact && plan_.has("Constant_Fallback_Float_M1")) {
       layer = constant_tensor(constant->numbers(), sizes_of(id));
     }
     if (!layer && refusals.empty()) {
       refusals.push_back({"", "", 0, "", "output \"" + graph_.value(id).name + "\"",
-                          "it is a constant, which no layer makes", ""});
+                          exact || !constant
+                              ? "it is a constant, which no layer makes"
+                              : "it is a constant with whole numbers beyond those of float32",
+                          "leave it out: name the other outputs with --output"});
     }
     if (!layer) continue;
     // An output is a layer of its own: no input, and none that is an output already.
@@ -538,9 +554,10 @@ void Lowering::result(size_t layer, size_t place) {
 std::span<const LoweringRow> all_lowerings() {
   static const std::vector<LoweringRow> table = [] {
     std::vector<LoweringRow> rows;
-    for (const auto group : {arithmetic_lowerings, function_lowerings, movement_lowerings,
-                             product_lowerings, recurrent_lowerings, reduction_lowerings,
-                             resampling_lowerings, softmax_lowerings, window_lowerings}) {
+    for (const auto group :
+         {arithmetic_lowerings, function_lowerings, movement_lowerings, product_lowerings,
+          recurrent_lowerings, reduction_lowerings, resampling_lowerings, scatter_lowerings,
+          softmax_lowerings, window_lowerings}) {
       const auto part = group();
       rows.insert(rows.end(), part.begin(), part.end());
     }

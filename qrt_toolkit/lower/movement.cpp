@@ -102,15 +102,15 @@ void lower_slice(Lowering& lowering) {
 
 void lower_split(Lowering& lowering) {
   const size_t axis = lowering.axis_of_input(0, lowering.node().integer("axis", 0));
+  const Node& node = lowering.node();
+  const Numbers::Integers asked =
+      node.has_input(1) ? lowering.required_constant(1)->integers() : Numbers::Integers();
+  const auto lengths = split_parts(node, lowering.input_sizes(0)[axis], node.outputs.size(), asked);
   int64_t first = 0;
-  for (size_t i = 0; i < lowering.node().outputs.size(); ++i) {
+  for (size_t i = 0; i < lengths.size(); ++i) {
     std::vector<AxisPart> parts = whole(lowering.input_sizes(0));
-    if (!lowering.node().has_output(i)) {
-      throw NodeFault{"outputs", "a part that isn't named has no size"};
-    }
-    parts[axis] = {first, lowering.output_sizes(i)[axis], 1};
-    first += parts[axis].count;
-    lowering.result(parts_of(lowering, parts), i);
+    parts[axis] = {std::exchange(first, first + lengths[i]), lengths[i], 1};
+    if (node.has_output(i)) lowering.result(parts_of(lowering, parts), i);
   }
 }
 
@@ -130,7 +130,7 @@ void refuse_rounded(const Numbers& table) {
 /// Rows of a constant table by the numbers that a layer makes.
 void lower_embedding(Lowering& lowering) {
   if (lowering.is_tensor(0)) {
-    throw NodeFault{"inputs", "either the elements or what is taken from has to be a constant"};
+    throw NodeFault{"inputs", "elements that aren't known are taken from up to 65536 real numbers"};
   }
   const Numbers table = *lowering.required_constant(0);
   if (axis_from_front(lowering.node().integer("axis", 0), table.shape.size()) != 0) {
@@ -160,31 +160,6 @@ void lower_gather(Lowering& lowering) {
   const int64_t size = lowering.input_sizes(0)[axis];
   for (int64_t& index : list) index = index_from_front(index, size);
   lowering.result(lowering.taken(lowering.input(0), axis, list));
-}
-
-/// Each element from a place of its own: in the order of all elements, which a batch of one keeps.
-void lower_gather_elements(Lowering& lowering) {
-  const SharedNumbers given = lowering.required_constant(1);
-  const Extents sizes = lowering.input_shape(0);
-  const size_t axis = axis_from_front(lowering.node().integer("axis", 0), sizes.size());
-  const Extents strides = strides_of(sizes);
-  check_gathered(given->shape, sizes, axis);
-  std::vector<int64_t> elements;
-  const auto count = static_cast<size_t>(given->count());
-  elements.reserve(count);
-  for (size_t i = 0; i < count; ++i) {
-    int64_t element = 0;
-    auto rest = static_cast<int64_t>(i);
-    for (size_t at = sizes.size(); at-- > 0;) {
-      int64_t index = rest % given->shape.at(at);
-      rest /= given->shape.at(at);
-      if (at == axis) index = index_from_front(given->integer(i), sizes[axis]);
-      element += index * strides[at];
-    }
-    elements.push_back(element);
-  }
-  const size_t all = lowering.reshaped(lowering.input(0), {count_of(sizes).value_or(0)});
-  lowering.result(lowering.taken(all, 0, elements));
 }
 
 void lower_expand(Lowering& lowering) {
@@ -327,7 +302,7 @@ void refuse_one_hot(Lowering&) {
 }
 
 void refuse_top_k(Lowering&) {
-  throw NodeFault{"input 1", "more than the first of all has no kernel",
+  throw NodeFault{"input 1", "a constant number of up to 64, of up to 65536 numbers, has kernels",
                   "end the network before it with --output"};
 }
 
@@ -342,8 +317,8 @@ constexpr LoweringRow kRows[] = {
     {"Einsum", refuse_einsum, "without diagonals"},
     {"Expand", lower_expand, "a constant shape"},
     {"Flatten", lower_reshape},
-    {"Gather", lower_gather, "constant elements, or rows of a constant from 0 on"},
-    {"GatherElements", lower_gather_elements, "constant elements"},
+    {"Gather", lower_gather,
+     "constant elements, rows of a constant from 0 on, or elements of up to 65536"},
     {"OneHot", refuse_one_hot, "a constant depth, constant values"},
     {"Pad", lower_pad, "constant sizes"},
     {"Reshape", lower_reshape},
@@ -352,7 +327,7 @@ constexpr LoweringRow kRows[] = {
     {"Split", lower_split, "constant sizes"},
     {"Squeeze", lower_reshape},
     {"Tile", lower_tile, "constant numbers"},
-    {"TopK", refuse_top_k, "the first of all"},
+    {"TopK", refuse_top_k, "up to the first 64 of all"},
     {"Transpose", lower_transpose},
     {"Trilu", refuse_trilu, "a constant distance"},
     {"Unsqueeze", lower_reshape},

@@ -76,7 +76,9 @@ size_t resampled(Lowering& lowering, size_t layer, size_t at, const ResampledAxi
 
 void lower_resize(Lowering& lowering) {
   const Node& node = lowering.node();
-  if (node.integer("antialias", 0) != 0) throw NodeFault{"antialias", "it has no kernel"};
+  if (node.integer("antialias", 0) != 0) {
+    throw NodeFault{"antialias", "it has no kernel", "export the network without it"};
+  }
   const auto constant = [&](size_t place) {
     return node.has_input(place) ? lowering.required_constant(place) : nullptr;
   };

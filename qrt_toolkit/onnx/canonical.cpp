@@ -157,6 +157,14 @@ void eye_type(Node& node, Graph&) {
   if (node.has("dtype")) set_type(node, "dtype");
 }
 
+void quantized_type(Node& node, Graph&) {
+  if (node.integer("output_dtype", 0) == 0) {
+    node.attributes.erase("output_dtype");
+  } else {
+    set_type(node, "output_dtype");
+  }
+}
+
 constexpr int kAlways = std::numeric_limits<int>::max();
 
 /// A change of form: of `op`, for files older than opset `before`.
@@ -182,6 +190,7 @@ constexpr Difference kDifferences[] = {
     {"PRelu", 7, channel_slopes},
     {"Pad", 11, paddings_to_inputs},
     {"Pow", 7, old_broadcast},
+    {"QuantizeLinear", kAlways, quantized_type},
     {"ReduceL1", 18, axes_to_input},
     {"ReduceL2", 18, axes_to_input},
     {"ReduceLogSum", 18, axes_to_input},

@@ -27,5 +27,6 @@ std::span<const Operator> recurrent_operators();
 std::span<const Operator> control_operators();
 std::span<const Operator> einsum_operators();
 std::span<const Operator> selection_operators();
+std::span<const Operator> quantization_operators();
 
 }  // namespace marlo::toolkit

@@ -10,6 +10,34 @@
 // Operators that join tensors or take parts of them.
 
 namespace marlo::toolkit {
+
+Numbers::Integers split_parts(const Node& node, int64_t size, size_t outputs,
+                              const Numbers::Integers& asked) {
+  if (!asked.empty()) {
+    int64_t sum = 0;
+    for (const int64_t part : asked) {
+      if (part < 0 || part > size) throw NodeFault{"split", "a part of " + std::to_string(part)};
+      sum += part;
+    }
+    if (sum != size || asked.size() != outputs) {
+      throw NodeFault{"split", "parts of " + std::to_string(sum) + " in " +
+                                   std::to_string(asked.size()) + " don't make the axis of " +
+                                   std::to_string(size) + " in " + std::to_string(outputs)};
+    }
+    return asked;
+  }
+  const auto count = static_cast<int64_t>(outputs);
+  const int64_t part = (size + count - 1) / count;
+  Numbers::Integers parts(outputs, part);
+  parts.back() = size - part * (count - 1);
+  // Only the newest form, which states the number of parts, lets the last one be smaller.
+  if ((parts.back() != part && !node.has("num_outputs")) || parts.back() < 0) {
+    throw NodeFault{"split", "an axis of " + std::to_string(size) + " doesn't fall into " +
+                                 std::to_string(count) + " equal parts"};
+  }
+  return parts;
+}
+
 namespace {
 
 /// A tensor as outer x its axis x inner.
@@ -109,38 +137,10 @@ void infer_concat(ShapeStep& step) {
   step.set(0, step.input(0).type, shape);
 }
 
-/// How long the parts of a split are.
-Numbers::Integers parts_of(const Node& node, int64_t size, size_t outputs,
-                           const Numbers::Integers& asked) {
-  if (!asked.empty()) {
-    int64_t sum = 0;
-    for (const int64_t part : asked) {
-      if (part < 0 || part > size) throw NodeFault{"split", "a part of " + std::to_string(part)};
-      sum += part;
-    }
-    if (sum != size || asked.size() != outputs) {
-      throw NodeFault{"split", "parts of " + std::to_string(sum) + " in " +
-                                   std::to_string(asked.size()) + " don't make the axis of " +
-                                   std::to_string(size) + " in " + std::to_string(outputs)};
-    }
-    return asked;
-  }
-  const auto count = static_cast<int64_t>(outputs);
-  const int64_t part = (size + count - 1) / count;
-  Numbers::Integers parts(outputs, part);
-  parts.back() = size - part * (count - 1);
-  // Only the newest form, which states the number of parts, lets the last one be smaller.
-  if ((parts.back() != part && !node.has("num_outputs")) || parts.back() < 0) {
-    throw NodeFault{"split", "an axis of " + std::to_string(size) + " doesn't fall into " +
-                                 std::to_string(count) + " equal parts"};
-  }
-  return parts;
-}
-
 Results split(const Node& node, const Operands& inputs) {
   const Numbers& x = inputs[0];
   const size_t axis = axis_from_front(node.integer("axis", 0), x.shape.size());
-  const auto parts = parts_of(node, x.shape[axis], node.outputs.size(), inputs.integers(1, {}));
+  const auto parts = split_parts(node, x.shape[axis], node.outputs.size(), inputs.integers(1, {}));
   Results results;
   int64_t first = 0;
   for (const int64_t part : parts) {
@@ -158,7 +158,8 @@ void infer_split(ShapeStep& step) {
   if (shape) {
     axis = axis_from_front(step.node.integer("axis", 0), shape->size());
     const Dimension& size = (*shape)[axis];
-    if (asked && size.known()) parts = parts_of(step.node, size.size, step.outputs.size(), *asked);
+    if (asked && size.known())
+      parts = split_parts(step.node, size.size, step.outputs.size(), *asked);
     if (asked && !size.known() && asked->size() == step.outputs.size()) parts = asked;
   }
   for (size_t i = 0; i < step.outputs.size(); ++i) {

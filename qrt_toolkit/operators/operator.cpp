@@ -19,7 +19,7 @@ std::vector<Operator> make_table() {
         softmax_operators, normalization_operators, matrix_operators, convolution_operators,
         pooling_operators, resampling_operators, shape_operators, movement_operators,
         indexing_operators, recurrent_operators, control_operators, einsum_operators,
-        selection_operators}) {
+        selection_operators, quantization_operators}) {
     const auto rows = group();
     table.insert(table.end(), rows.begin(), rows.end());
   }

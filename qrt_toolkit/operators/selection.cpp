@@ -8,6 +8,55 @@
 // Operators that choose elements by places, and say places of elements.
 
 namespace marlo::toolkit {
+Tuples tuples_of(const Extents& shape, const Numbers& indices, size_t batch_axes) {
+  if (indices.shape.empty() || indices.shape.size() <= batch_axes || shape.size() <= batch_axes ||
+      !std::equal(shape.begin(), shape.begin() + static_cast<std::ptrdiff_t>(batch_axes),
+                  indices.shape.begin())) {
+    throw NodeFault{"input 1", "indices of " + text_of(indices.shape) + " don't fit a tensor of " +
+                                   text_of(shape)};
+  }
+  const auto length = static_cast<size_t>(indices.shape.back());
+  if (length < 1 || length + batch_axes > shape.size()) {
+    throw NodeFault{
+        "input 1", "indices of " + std::to_string(length) + " numbers don't fit " + text_of(shape)};
+  }
+  const Extents strides = strides_of(shape);
+  Tuples tuples;
+  for (size_t i = 0; i < batch_axes; ++i) tuples.batches *= shape[i];
+  const int64_t count = indices.count() / static_cast<int64_t>(length);
+  tuples.in_batch = tuples.batches == 0 ? 0 : count / tuples.batches;
+  tuples.part = strides[batch_axes + length - 1];
+  const int64_t batch_size = batch_axes == 0 ? 0 : strides[batch_axes - 1];
+  for (int64_t i = 0; i < count; ++i) {
+    int64_t offset = i / tuples.in_batch * batch_size;
+    for (size_t k = 0; k < length; ++k) {
+      const int64_t index = indices.integer(static_cast<size_t>(i) * length + k);
+      offset += index_from_front(index, shape[batch_axes + k]) * strides[batch_axes + k];
+    }
+    tuples.offsets.push_back(offset);
+  }
+  return tuples;
+}
+
+std::vector<int64_t> elements_along(const Extents& shape, const Numbers& indices, size_t axis) {
+  check_gathered(indices.shape, shape, axis);
+  const Extents strides = strides_of(shape);
+  const Extents own = strides_of(indices.shape);
+  std::vector<int64_t> elements;
+  const auto count = static_cast<size_t>(indices.count());
+  elements.reserve(count);
+  for (size_t i = 0; i < count; ++i) {
+    int64_t element = 0;
+    for (size_t k = 0; k < shape.size(); ++k) {
+      const int64_t place = static_cast<int64_t>(i) / own[k] % indices.shape[k];
+      const int64_t along = k == axis ? index_from_front(indices.integer(i), shape[axis]) : place;
+      element += along * strides[k];
+    }
+    elements.push_back(element);
+  }
+  return elements;
+}
+
 namespace {
 
 /// Calls `step` with the list of the numbers of `result` and of each other tensor.
@@ -145,44 +194,6 @@ void infer_one_hot(ShapeStep& step) {
   step.set(0, step.input(2).type, shape);
 }
 
-/// Tuples of places, each of which names an element or a part of a tensor.
-struct Tuples {
-  int64_t batches = 1;   ///< leading axes that the tensor and the tuples share, made one
-  int64_t in_batch = 0;  ///< tuples in each batch
-  int64_t part = 1;      ///< elements that each names
-  std::vector<int64_t> offsets;
-};
-
-Tuples tuples_of(const Extents& shape, const Numbers& indices, size_t batch_axes) {
-  if (indices.shape.empty() || indices.shape.size() <= batch_axes || shape.size() <= batch_axes ||
-      !std::equal(shape.begin(), shape.begin() + static_cast<std::ptrdiff_t>(batch_axes),
-                  indices.shape.begin())) {
-    throw NodeFault{"input 1", "indices of " + text_of(indices.shape) + " don't fit a tensor of " +
-                                   text_of(shape)};
-  }
-  const auto length = static_cast<size_t>(indices.shape.back());
-  if (length < 1 || length + batch_axes > shape.size()) {
-    throw NodeFault{
-        "input 1", "indices of " + std::to_string(length) + " numbers don't fit " + text_of(shape)};
-  }
-  const Extents strides = strides_of(shape);
-  Tuples tuples;
-  for (size_t i = 0; i < batch_axes; ++i) tuples.batches *= shape[i];
-  const int64_t count = indices.count() / static_cast<int64_t>(length);
-  tuples.in_batch = tuples.batches == 0 ? 0 : count / tuples.batches;
-  tuples.part = strides[batch_axes + length - 1];
-  const int64_t batch_size = batch_axes == 0 ? 0 : strides[batch_axes - 1];
-  for (int64_t i = 0; i < count; ++i) {
-    int64_t offset = i / tuples.in_batch * batch_size;
-    for (size_t k = 0; k < length; ++k) {
-      const int64_t index = indices.integer(static_cast<size_t>(i) * length + k);
-      offset += index_from_front(index, shape[batch_axes + k]) * strides[batch_axes + k];
-    }
-    tuples.offsets.push_back(offset);
-  }
-  return tuples;
-}
-
 Extents gathered_shape(const Extents& x, const Extents& indices, size_t batch_axes) {
   Extents shape(indices.begin(), indices.end() - 1);
   const auto used = static_cast<std::ptrdiff_t>(batch_axes) + indices.back();
@@ -264,24 +275,16 @@ Results scatter_nd(const Node& node, const Operands& inputs) {
 Results scatter_elements(const Node& node, const Operands& inputs) {
   Numbers result = inputs[0];
   const size_t axis = axis_from_front(node.integer("axis", 0), result.shape.size());
-  const Extents& box = inputs[1].shape;
-  check_gathered(box, result.shape, axis);
-  if (inputs[2].shape != box) throw NodeFault{"input 2", "expected as many updates as indices"};
+  const std::vector<int64_t> elements = elements_along(result.shape, inputs[1], axis);
+  if (inputs[2].shape != inputs[1].shape) {
+    throw NodeFault{"input 2", "expected as many updates as indices"};
+  }
   const std::string reduction = node.text("reduction", "none");
-  const Extents strides = strides_of(result.shape);
-  const Extents own = strides_of(box);
   with_lists(
       result,
       [&](auto& out, const auto& updates) {
         for (size_t i = 0; i < updates.size(); ++i) {
-          int64_t offset = 0;
-          for (size_t k = 0; k < box.size(); ++k) {
-            const int64_t place = static_cast<int64_t>(i) / own[k] % box[k];
-            const int64_t along =
-                k == axis ? index_from_front(inputs[1].integer(i), result.shape[axis]) : place;
-            offset += along * strides[k];
-          }
-          auto& number = out[static_cast<size_t>(offset)];
+          auto& number = out[static_cast<size_t>(elements[i])];
           number = updated(reduction, number, updates[i]);
         }
       },

@@ -140,6 +140,8 @@ class BatchAxes {
     }
     if (node.op == "Shape" || node.op == "Size" || node.op == "If") return;
     if (is_recurrent(node.op)) return;
+    if (node.op == "GatherND") return;
+    if (node.op == "ScatterND" || node.op == "ScatterElements") return tie_same(in, out);
     if (node.op == "Gather") return carry_gather(node, in, out);
     if (node.op == "Gemm") return tie(in, node.integer("transA", 0) != 0 ? 1 : 0, out, 0);
     for (const ValueId input : node.inputs) {

@@ -54,9 +54,40 @@ std::string misfit(const Value& value, const Shape& shape) {
   return fits ? "" : "a shape of " + text_of(shape) + " is not " + text_of(*value.shape);
 }
 
+/// What symbols stand for, from the shapes of inputs that were given numbers.
+class Symbols {
+ public:
+  /// @param stated a shape of the file, `given` the same with more numbers
+  void learn(const std::optional<Shape>& stated, const Shape& given) {
+    for (size_t i = 0; stated && i < std::min(stated->size(), given.size()); ++i) {
+      const std::string& symbol = (*stated)[i].symbol;
+      if (symbol.empty() || !given[i].known()) continue;
+      const auto known = sizes_.emplace(symbol, given[i].size).first;
+      // A symbol for sizes that aren't the same is none.
+      if (known->second != given[i].size) known->second = Dimension::kUnknown;
+    }
+  }
+
+  /// Puts the numbers in the place of the symbols of all inputs.
+  void enter(Graph& graph) const {
+    for (const ValueId id : graph.inputs) {
+      auto& shape = graph.value(id).shape;
+      for (size_t i = 0; shape && i < shape->size(); ++i) {
+        Dimension& size = (*shape)[i];
+        const auto known = size.known() ? sizes_.end() : sizes_.find(size.symbol);
+        if (known != sizes_.end() && known->second >= 0) size = known->second;
+      }
+    }
+  }
+
+ private:
+  std::map<std::string, int64_t> sizes_;
+};
+
 }  // namespace
 
 void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes) {
+  Symbols symbols;
   fix_each(graph, shapes, [&](ValueId id, const Shape& shape) {
     Value& value = graph.value(id);
     std::string why = misfit(value, shape);
@@ -65,9 +96,11 @@ void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes) {
     for (size_t i = 0; value.shape && i < fixed.size(); ++i) {
       if (!fixed[i].known()) fixed[i] = (*value.shape)[i];
     }
+    symbols.learn(value.shape, shape);
     value.shape = std::move(fixed);
     return why;
   });
+  symbols.enter(graph);
 }
 
 void fix_values(Graph& graph, const std::map<std::string, Numbers>& values) {
@@ -89,13 +122,19 @@ void fix_values(Graph& graph, const std::map<std::string, Numbers>& values) {
 
 std::vector<std::string> assume_batch_of_one(Graph& graph) {
   std::vector<std::string> names;
+  Symbols symbols;
   for (const ValueId id : graph.inputs) {
     Value& value = graph.value(id);
-    if (value.shape && value.shape->size() >= 2 && !value.shape->front().known()) {
-      value.shape->front() = 1;
-      names.push_back(value.name);
-    }
+    if (!value.shape || value.shape->size() < 2 || value.shape->front().known()) continue;
+    Shape fixed = *value.shape;
+    fixed.front() = 1;
+    // Some files have one symbol for everything that is open.
+    const auto is_first = [&](const Dimension& size) { return size.same_as(value.shape->front()); };
+    if (std::count_if(fixed.begin(), fixed.end(), is_first) == 0) symbols.learn(value.shape, fixed);
+    value.shape = std::move(fixed);
+    names.push_back(value.name);
   }
+  symbols.enter(graph);
   return names;
 }
 

@@ -9,7 +9,8 @@
 
 namespace marlo::toolkit {
 
-/// Gives inputs their shapes, by name. A size that the graph states must be the same.
+/// Gives inputs their shapes, by name. A size that the graph states must be the same. Where the graph
+/// has one symbol for sizes of several inputs, they all get the number that one of them is given.
 /// Throws UnsupportedError with every name that is no input, and every shape that doesn't fit.
 void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes);
 
@@ -17,7 +18,8 @@ void fix_shapes(Graph& graph, const std::map<std::string, Shape>& shapes);
 /// Throws UnsupportedError with every name that is no input, and every tensor that doesn't fit.
 void fix_values(Graph& graph, const std::map<std::string, Numbers>& values);
 
-/// An input whose first size is free, of two axes or more, is taken for a batch of one.
+/// An input whose first size is free, of two axes or more, is taken for a batch of one, and so are
+/// the sizes with its symbol in other inputs.
 /// @return the names of these inputs
 std::vector<std::string> assume_batch_of_one(Graph& graph);
 

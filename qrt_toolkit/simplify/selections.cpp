@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cmath>
 #include <numeric>
 #include <utility>
 
@@ -10,6 +12,8 @@
 
 namespace marlo::toolkit {
 namespace {
+
+constexpr int64_t kMostPlaces = 65536;  // of an axis that is chosen from
 
 const std::optional<Shape>& shape_of_input(const Node& node, size_t place,
                                            const std::vector<Facts>& facts) {
@@ -63,7 +67,6 @@ bool compare_places(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const auto& shape = shape_of_input(node, 0, facts);
   const auto depth = number_input(graph, node, 1);
   const Constant* given = constant_input(graph, node, 2);
-  constexpr double kMostPlaces = 65536;
   if (!shape || !depth || *depth < 1 || *depth > kMostPlaces || given == nullptr ||
       count_of(given->shape) != 2) {
     return false;
@@ -118,6 +121,118 @@ bool take_extreme(Graph& graph, NodeId id) {
   return true;
 }
 
+/// All numbers from 0 on, along an axis that `behind` others follow.
+ValueId add_places(Graph& graph, int64_t count, size_t behind) {
+  Numbers places = Numbers::integers_1d(Numbers::Integers(static_cast<size_t>(count)));
+  std::iota(places.integers().begin(), places.integers().end(), int64_t{0});
+  places.shape.insert(places.shape.end(), behind, 1);
+  return graph.add_constant("", constant_of(places));
+}
+
+/// The first few of all, one after the other: what has been taken is no longer there.
+bool take_several(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
+  constexpr double kMost = 64;
+  const Node node = graph.node(id);
+  const auto count = number_input(graph, node, 1);
+  if (node.op != "TopK" || !count || *count < 2 || *count > kMost) return false;
+  const auto& shape = shape_of_input(node, 0, facts);
+  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
+  if (!shape || !is_real(type)) return false;
+  const size_t axis = axis_from_front(node.integer("axis", -1), shape->size());
+  const Dimension size = (*shape)[axis];
+  if (!size.known() || size.size > kMostPlaces || *count > static_cast<double>(size.size)) {
+    return false;
+  }
+  const bool largest = node.integer("largest", 1) != 0;
+  const ValueId all = add_places(graph, size.size, shape->size() - axis - 1);
+  const double none = largest ? -HUGE_VAL : HUGE_VAL;
+  std::vector<ValueId> numbers;
+  std::vector<ValueId> places;
+  ValueId rest = node.inputs[0];
+  while (static_cast<double>(numbers.size()) < *count) {
+    const auto along = static_cast<int64_t>(axis);
+    numbers.push_back(add_node(
+        graph,
+        node_like(node, largest ? "ReduceMax" : "ReduceMin", {rest, add_integers(graph, {along})}),
+        type));
+    Node place = node_like(node, largest ? "ArgMax" : "ArgMin", {rest});
+    place.attributes["axis"] = along;
+    places.push_back(add_node(graph, std::move(place), ElementType::int64));
+    const ValueId taken =
+        add_node(graph, node_like(node, "Equal", {places.back(), all}), ElementType::boolean);
+    rest = add_node(graph, node_like(node, "Where", {taken, add_number(graph, type, none), rest}),
+                    type);
+  }
+  graph.remove_node(id);
+  for (const size_t output : {size_t{0}, size_t{1}}) {
+    if (!node.has_output(output)) continue;
+    Node joined = node_like(node, "Concat", output == 0 ? numbers : places);
+    joined.attributes["axis"] = static_cast<int64_t>(axis);
+    replace_output(graph, node.outputs[output], std::move(joined));
+  }
+  return true;
+}
+
+/// Elements of a tensor by numbers that aren't known, from zeros and ones in their places; of a
+/// constant along another axis than its first, along that.
+bool take_by_product(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
+  const Node node = graph.node(id);
+  if (node.op != "Gather" || !node.has_input(1) || constant_input(graph, node, 1) != nullptr) {
+    return false;
+  }
+  const auto& shape = shape_of_input(node, 0, facts);
+  const auto& listed = shape_of_input(node, 1, facts);
+  const auto sizes = shape ? extents_of(*shape) : std::nullopt;
+  const auto places = listed ? extents_of(*listed) : std::nullopt;
+  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
+  if (!sizes || !places || sizes->empty() || !is_real(type)) return false;
+  const size_t axis = axis_from_front(node.integer("axis", 0), sizes->size());
+  const bool is_table = constant_input(graph, node, 0) != nullptr;
+  const int64_t size = (*sizes)[axis];
+  const int64_t count = count_of(*places).value_or(0);
+  if ((is_table && axis == 0) || size < 1 || size > kMostPlaces || count < 1) return false;
+  const auto reshaped = [&](ValueId value, const Extents& to) {
+    return add_node(graph, node_like(node, "Reshape", {value, add_integers(graph, to)}), type);
+  };
+  const auto transposed = [&](ValueId value, const std::vector<int64_t>& perm) {
+    Node made = node_like(node, "Transpose", {value});
+    made.attributes["perm"] = perm;
+    return made;
+  };
+  Extents others = *sizes;
+  others.erase(others.begin() + static_cast<std::ptrdiff_t>(axis));
+  std::vector<int64_t> first(sizes->size());
+  std::iota(first.begin(), first.end(), int64_t{0});
+  std::rotate(first.begin(), first.begin() + static_cast<std::ptrdiff_t>(axis),
+              first.begin() + static_cast<std::ptrdiff_t>(axis) + 1);
+  const ValueId moved =
+      axis == 0 ? node.inputs[0] : add_node(graph, transposed(node.inputs[0], first), type);
+  const ValueId rows = reshaped(moved, {size, count_of(others).value_or(0)});
+  ValueId taken = kAbsent;
+  if (is_table) {
+    taken = add_node(graph, node_like(node, "Gather", {rows, node.inputs[1]}), type);
+  } else {
+    const ValueId values =
+        graph.add_constant("", constant_of(converted(Numbers::reals_1d({0, 1}), type)));
+    const ValueId chosen = add_node(
+        graph, node_like(node, "OneHot", {node.inputs[1], add_integers(graph, {size}), values}),
+        type);
+    taken =
+        add_node(graph, node_like(node, "MatMul", {reshaped(chosen, {count, size}), rows}), type);
+  }
+  Extents made = *places;
+  made.insert(made.end(), others.begin(), others.end());
+  const ValueId result = reshaped(taken, made);
+  // The axes of the places stand where the axis stood.
+  std::vector<int64_t> back(made.size());
+  std::iota(back.begin(), back.end(), int64_t{0});
+  const auto listed_axes = static_cast<std::ptrdiff_t>(places->size());
+  std::rotate(back.begin(), back.begin() + listed_axes,
+              back.begin() + listed_axes + static_cast<std::ptrdiff_t>(axis));
+  put(graph, id, transposed(result, back));
+  return true;
+}
+
 bool is_idle(const WindowAxis& axis) {
   return axis.kernel == 1 && axis.stride == 1 && axis.pad_begin == 0 && axis.pad_end == 0;
 }
@@ -168,7 +283,9 @@ bool join_idle_axes(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
 bool choose_by_conditions(Graph& graph) {
   const bool triangles = everywhere<choose_triangle>(graph);
   const bool places = everywhere<compare_places>(graph);
-  return everywhere<take_extreme>(graph) || triangles || places;
+  const bool several = everywhere<take_several>(graph);
+  const bool taken = everywhere<take_by_product>(graph);
+  return everywhere<take_extreme>(graph) || triangles || places || several || taken;
 }
 
 bool join_idle_window_axes(Graph& graph) { return everywhere<join_idle_axes>(graph); }

@@ -58,7 +58,8 @@ bool find_layer_normalizations(Graph& graph);
 /// Einsum without diagonals becomes products of matrices, sums and movements.
 bool expand_einsums(Graph& graph);
 
-/// Trilu and OneHot become Where; the largest or smallest number of TopK becomes a reduction.
+/// Trilu and OneHot become Where; the largest or smallest numbers of TopK become reductions, and Gather
+/// by numbers that aren't known a product with zeros and ones.
 bool choose_by_conditions(Graph& graph);
 
 /// Poolings over three axes of which they walk two or one lose those that they don't walk.

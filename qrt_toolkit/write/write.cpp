@@ -41,6 +41,10 @@ std::vector<std::string> ids_of(const Graph& graph, const Plan& plan,
   const auto& layers = plan.layers();
   std::vector<std::string> ids(layers.size());
   Ids given;
+  // An output that is an input of the graph as well is another layer.
+  for (size_t i = 0; i < layers.size(); ++i) {
+    if (layers[i].info->type == 0) ids[i] = given.unique(graph.value(layers[i].value).name);
+  }
   for (size_t i = 0; i < outputs.size(); ++i) {
     ids[outputs[i]] = given.unique(header.output_names[i]);
   }

@@ -31,8 +31,8 @@ struct WrittenModel {
 };
 
 /// Gives every layer of the plan an id and the model its header: sizes, multiply-adds, date, and a
-/// line of JSON that says what the inputs and outputs are. Outputs get their own names, other
-/// layers those of the tensors or nodes that they come from, made unique.
+/// line of JSON that says what the inputs and outputs are. Inputs and outputs get their own names,
+/// other layers those of the tensors or nodes that they come from, made unique.
 /// @param outputs the layers that make the outputs, one per name
 WrittenModel write_model(const Graph& graph, Plan plan, const std::vector<size_t>& outputs,
                          const ModelHeader& header);

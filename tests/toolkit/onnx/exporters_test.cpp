@@ -1,0 +1,142 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "import_agreement.h"
+
+// What files of newer operator sets and of other exporters have at their borders: sizes with symbols,
+// outputs that are inputs or constants, parts and scales in forms that came late.
+
+namespace marlo::toolkit::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+TEST(Exporters, OneSymbolIsOneSizeForAllInputs) {
+  // The batch of the state is not its first size.
+  const std::string streaming =
+      R"(g (float[b,t,2] x, float[1,b,3] h) => (float[t,1,b,3] y, float[1,b,3] k)
+      <float[1,9,2] w = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9},
+       float[1,9,3] r = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9}> {
+    s = Transpose<perm=[1, 0, 2]>(x)
+    y, k = GRU<hidden_size=3, linear_before_reset=1>(s, w, r, , , h)
+  })";
+  const ImportedModel model = imported(streaming, 14, {{"x", {1, 4, 2}}});
+  ASSERT_EQ(model.report.inputs.size(), 1u);
+  EXPECT_THAT(model.report.inputs[0].shape, ElementsAre(4, 2));
+  expect_agreement(
+      "g (float[b,t] x, float[b,t] m) => (float[b,t] y) { s = Mul(x, m) y = Softmax(s) }", 13,
+      {{"x", {1, 4}}, {"m", {1, 4}}});
+  const ImportedModel both = imported(
+      "g (float[b,t] x, float[b,t] m) => (float[b,t] y) { y = Mul(x, m) }", 13, {{"x", {1, 4}}});
+  EXPECT_THAT(both.report.inputs[1].shape, ElementsAre(1, 4));
+}
+
+TEST(Exporters, ASymbolForSizesThatDifferIsNone) {
+  const std::string graph =
+      "g (float[n,n] x, float[n,n] m) => (float[a,b] y) { s = Softmax(x) t = Softmax(m) "
+      "y = Concat<axis=1>(s, t) }";
+  EXPECT_THROW(imported(graph, 13, {{"x", {1, 4}}}), UnsupportedError);
+  expect_agreement(graph, 13, {{"x", {1, 4}}, {"m", {1, 3}}});
+}
+
+TEST(Exporters, OutputsThatAreInputsOrConstants) {
+  const std::string graph =
+      R"(g (float[1,3] x) => (float[1,3] y, float[1,3] x, int64[2] s, float[2] c)
+      <float[2] c = {1, 2}> {
+    y = Relu(x)
+    s = Shape(y)
+  })";
+  const ImportedModel model = expect_agreement(graph, 13, {{"x", {1, 3}}});
+  ASSERT_EQ(model.report.outputs.size(), 4u);
+  EXPECT_EQ(model.report.inputs[0].name, "x");
+  EXPECT_EQ(model.report.outputs[1].name, "x#2");
+}
+
+TEST(Exporters, WholeNumbersBeyondThoseOfFloat32AreNoOutput) {
+  try {
+    imported(
+        "g (float[1,3] x) => (float[1,3] y, int64[1] c) <int64[1] c = {16777217}> { y = Relu(x) }",
+        13, {{"x", {1, 3}}});
+    FAIL() << "it was imported";
+  } catch (const UnsupportedError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("whole numbers beyond those of float32"));
+    EXPECT_THAT(error.what(), HasSubstr("--output"));
+  }
+}
+
+TEST(Exporters, PartsByTheirNumberOfWhichSomeHaveNoName) {
+  expect_agreement(R"(g (float[1,7,4] x) => (float[1,3,4] a, float[1,1,4] c) {
+    a, , c = Split<axis=1, num_outputs=3>(x)
+  })",
+                   18, {{"x", {1, 7, 4}}});
+  expect_agreement(
+      R"(g (float[1,7,4] x) => (float[1,2,4] a, float[1,1,4] c) <int64[3] s = {2, 4, 1}> {
+    a, , c = Split<axis=1>(x, s)
+  })",
+      13, {{"x", {1, 7, 4}}});
+  expect_agreement(R"(g (float[1,6] x) => (float[1,2] a, float[1,2] b, float[1,2] c) {
+    a, b, c = Split<axis=-1, num_outputs=3>(x)
+  })",
+                   21, {{"x", {1, 6}}});
+}
+
+TEST(Exporters, GroupNormalizationOfBothForms) {
+  expect_agreement(R"(g (float[1,4,2,3] x) => (float[1,4,2,3] y)
+      <float[2] s = {2, 3}, float[2] b = {0.5, -1}> { y = GroupNormalization<num_groups=2>(x, s, b) })",
+                   18, {{"x", {1, 4, 2, 3}}});
+  expect_agreement(R"(g (float[1,4,2,3] x) => (float[1,4,2,3] y)
+      <float[4] s = {2, 3, 4, 5}, float[4] b = {0.5, -1, 1, 2}> {
+    y = GroupNormalization<num_groups=2>(x, s, b)
+  })",
+                   21, {{"x", {1, 4, 2, 3}}});
+}
+
+TEST(Exporters, LayerNormalizationAndItsStatistics) {
+  expect_agreement(R"(g (float[1,5,4] x) => (float[1,5,4] y, float[1,5,1] m, float[1,5,1] i)
+      <float[4] s = {2, 3, 0.5, 1}, float[4] b = {0.5, -1, 0, 1}> {
+    y, m, i = LayerNormalization<epsilon=0.01>(x, s, b)
+  })",
+                   17, {{"x", {1, 5, 4}}});
+  expect_agreement(R"(g (float[1,2,3] x) => (float[1,2,3] y)
+      <float[2,3] s = {1, 2, 3, 4, 5, 6}> { y = LayerNormalization<axis=1>(x, s) })",
+                   17, {{"x", {1, 2, 3}}});
+}
+
+TEST(Exporters, ResizeWithAxesAndPolicies) {
+  for (const int opset : {18, 19}) {
+    for (const char* attributes :
+         {"mode=\"linear\"", "mode=\"nearest\"", "mode=\"cubic\"",
+          "mode=\"linear\", keep_aspect_ratio_policy=\"not_larger\"",
+          "mode=\"nearest\", keep_aspect_ratio_policy=\"not_smaller\"",
+          "mode=\"linear\", coordinate_transformation_mode=\"asymmetric\""}) {
+      SCOPED_TRACE(attributes);
+      expect_agreement(
+          std::string("g (float[1,2,3,4] x) => (float[1,2,h,w] y) <int64[2] s = {6, 12}> "
+                      "{ y = Resize<axes=[2, 3], ") +
+              attributes + ">(x, , , s) }",
+          opset, {{"x", {1, 2, 3, 4}}});
+    }
+  }
+  expect_agreement(R"(g (float[1,2,3,4] x) => (float[1,2,h,w] y) <float[2] s = {1.5, 2}> {
+    y = Resize<axes=[3, 2], mode="linear", coordinate_transformation_mode="half_pixel_symmetric">(x, , s)
+  })",
+                   19, {{"x", {1, 2, 3, 4}}});
+}
+
+TEST(Exporters, ReductionsAndPaddingsWithAxesAsInputs) {
+  for (const char* op :
+       {"ReduceMean", "ReduceMax", "ReduceL2", "ReduceSumSquare", "ReduceLogSumExp"}) {
+    SCOPED_TRACE(op);
+    expect_agreement(
+        std::string("g (float[1,4,5,6] x) => (float[1,5] y) <int64[2] a = {-1, 1}> { y = ") + op +
+            "<keepdims=0>(x, a) }",
+        18, {{"x", {1, 4, 5, 6}}});
+  }
+  expect_agreement(R"(g (float[1,2,3,4] x) => (float[1,2,h,w] y)
+      <int64[4] p = {1, 2, 0, 1}, int64[2] a = {-1, 2}> { y = Pad<mode="reflect">(x, p, , a) })",
+                   18, {{"x", {1, 2, 3, 4}}});
+}
+
+}  // namespace
+}  // namespace marlo::toolkit::test
