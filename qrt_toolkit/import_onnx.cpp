@@ -116,7 +116,7 @@ ImportedTensor tensor_of(const std::string& name, const PlannedLayer& layer, boo
 
 /// An import of what was read, with all sizes known.
 ImportStages import_read(const std::string& path, OnnxModel source, const ImportOptions& options,
-                         GraphUse graphs) {
+                         GraphUse graphs, SizeUse sizes) {
   Graph& graph = source.graph;
   ImportStages stages;
   ImportReport& report = stages.imported.report;
@@ -138,7 +138,7 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
     header.input_batches.push_back(batches[static_cast<size_t>(id)]);
   }
   const KernelSet set = options.kernels.value_or(processor_kernels());
-  Lowering lowering(graph, set == KernelSet::portable ? nullptr : fast_layers(set));
+  Lowering lowering(graph, set == KernelSet::portable ? nullptr : fast_layers(set), sizes);
   Plan plan = lowering.run();
   report.notes.insert(report.notes.end(), plan.notes.begin(), plan.notes.end());
   const std::filesystem::path file = path;
@@ -176,10 +176,10 @@ ImportStages import_stages(const std::string& path, const ImportOptions& options
   OnnxModel source = read_onnx(path);
   ImportStages stages;
   if (!has_free_sizes(source.graph, options)) {
-    stages = import_read(path, std::move(source), options, graphs);
+    stages = import_read(path, std::move(source), options, graphs, SizeUse::fixed);
   } else {
     stages = import_with_free_sizes(source.graph, options, [&](const ImportOptions& fixed) {
-      return import_read(path, source, fixed, GraphUse::kept);
+      return import_read(path, source, fixed, GraphUse::kept, SizeUse::open);
     });
   }
   choose_kernels(options, stages.imported);

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <utility>
 
+#include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/lowering.h"
 
@@ -88,7 +90,33 @@ size_t Lowering::joined(const std::vector<size_t>& layers, size_t axis) {
   return plan_.add(std::move(info), "Concatenate_MainMemory_Fallback", layers);
 }
 
+bool Lowering::slices_anywhere() const {
+  return size_use_ == SizeUse::open && plan_.has("StridedSlice_Fallback_Float_M1");
+}
+
+// An end that is the axis's own, or stands so far in front of it, is the same on any size.
+size_t Lowering::sliced_axes(size_t layer, const std::vector<AxisPart>& parts) {
+  const Extents sizes = sizes_of_layer(layer);
+  auto info = std::make_shared<runtime::StridedSliceInfo>();
+  for (size_t axis = 0; axis < parts.size(); ++axis) {
+    const AxisPart& part = parts[axis];
+    const int64_t size = sizes[axis];
+    if (part.count < 1) throw NodeFault{"", "a part without elements has no kernel"};
+    if (part.first == 0 && part.step == 1 && part.count == size) continue;
+    const int64_t behind = part.first + part.count * part.step;
+    info->axes.push_back(static_cast<int32_t>(axis));
+    info->starts.push_back(
+        static_cast<int32_t>(part.first_from_end ? part.first - size : part.first));
+    info->ends.push_back(behind >= size
+                             ? std::numeric_limits<int32_t>::max()
+                             : static_cast<int32_t>(part.behind_from_end ? behind - size : behind));
+    info->steps.push_back(static_cast<int32_t>(part.step));
+  }
+  return plan_.add(std::move(info), "StridedSlice_Fallback_Float_M1", {layer});
+}
+
 size_t Lowering::sliced(size_t layer, const std::vector<AxisPart>& parts) {
+  if (slices_anywhere()) return sliced_axes(layer, parts);
   std::vector<AxisPart> planes = parts;
   Extents sizes = sizes_of_layer(layer);
   while (planes.size() < 3) {
@@ -111,7 +139,7 @@ size_t Lowering::part_of(size_t layer, size_t axis, const AxisPart& part) {
   if (part.first == 0 && part.step == 1 && part.count == sizes[axis]) return layer;
   Extents result = sizes;
   result[axis] = part.count;
-  if (sizes.size() <= 3) {
+  if (sizes.size() <= 3 || slices_anywhere()) {
     std::vector<AxisPart> parts;
     for (const int64_t size : sizes) parts.push_back({0, size, 1});
     parts[axis] = part;
@@ -136,6 +164,13 @@ size_t Lowering::expanded(size_t layer, const Extents& sizes) {
     throw NodeFault{"", "a tensor of " + text_of(own) + " can't become " + text_of(sizes)};
   }
   layer = reshaped(layer, own);
+  // A few copies one behind the other say nothing of the other axes' sizes.
+  constexpr int64_t kMostCopies = 16;
+  for (size_t axis = 0; axis < sizes.size() && size_use_ == SizeUse::open; ++axis) {
+    if (own[axis] == sizes[axis] || sizes[axis] > kMostCopies) continue;
+    layer = joined(std::vector<size_t>(static_cast<size_t>(sizes[axis]), layer), axis);
+    own[axis] = sizes[axis];
+  }
   if (own != sizes && plan_.has("BroadcastTo_Fallback_Float_M1")) {
     auto info = std::make_shared<runtime::BroadcastToInfo>();
     info->dims.assign(sizes.begin(), sizes.end());

@@ -161,9 +161,10 @@ void check_axis_size(int64_t size) {
   }
 }
 
-Lowering::Lowering(const Graph& graph, IsFast is_fast)
+Lowering::Lowering(const Graph& graph, IsFast is_fast, SizeUse sizes)
     : graph_(graph),
       is_fast_(std::move(is_fast)),
+      size_use_(sizes),
       facts_(infer_facts(graph)),
       batch_(find_batch_axes(graph, facts_)),
       values_(graph.value_count()) {}

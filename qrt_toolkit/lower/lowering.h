@@ -20,6 +20,14 @@ struct AxisPart {
   int64_t first = 0;
   int64_t count = 0;
   int64_t step = 1;
+  bool first_from_end = false;   ///< `first` is so far from the end on whatever size
+  bool behind_from_end = false;  ///< the same for what stands behind the last one
+};
+
+/// Whether layers have to do for other sizes as well.
+enum class SizeUse {
+  fixed,  ///< for those of the graph alone
+  open,   ///< for as many as can be: sizes that don't change are left out of descriptions
 };
 
 /// The state of a lowering, and what the functions of the operators work with. Tensors are plain
@@ -33,7 +41,8 @@ class Lowering {
   /// @param graph simplified, with all shapes known
   /// @param is_fast decides between the layers that an operator may become; without one each
   ///   becomes the layer of its own kind
-  explicit Lowering(const Graph& graph, IsFast is_fast = nullptr);
+  /// @param sizes of the inputs, whether others are meant to be run as well
+  explicit Lowering(const Graph& graph, IsFast is_fast = nullptr, SizeUse sizes = SizeUse::fixed);
 
   /// Lowers all nodes. Throws UnsupportedError with every node that can't be.
   Plan run();
@@ -121,6 +130,9 @@ class Lowering {
   /// Tensors one behind the other along an axis.
   size_t joined(const std::vector<size_t>& layers, size_t axis);
 
+  /// Whether a layer may have parts of any number of axes, and only says those that change.
+  bool slices_anywhere() const;
+
   /// Parts of up to three axes in one layer, as many as the tensor has.
   size_t sliced(size_t layer, const std::vector<AxisPart>& parts);
 
@@ -201,12 +213,14 @@ class Lowering {
   Extents constant_sizes(ValueId id) const;
   void lower_outputs(std::vector<Refusal>& refusals);
   void refuse_integers() const;
+  size_t sliced_axes(size_t layer, const std::vector<AxisPart>& parts);
   size_t infinite_tensor(const Numbers& numbers, const Extents& sizes);
   size_t with_tensors(size_t layer, const Numbers& scale, const Numbers& shift);
   ValueId input_id(size_t place) const;
 
   const Graph& graph_;
   IsFast is_fast_;
+  SizeUse size_use_;
   std::vector<Facts> facts_;
   std::vector<std::optional<size_t>> batch_;
   std::vector<Known> values_;

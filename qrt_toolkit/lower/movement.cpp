@@ -59,7 +59,7 @@ size_t parts_of(Lowering& lowering, const std::vector<AxisPart>& parts) {
   size_t layer = lowering.input(0);
   const bool forwards =
       std::all_of(parts.begin(), parts.end(), [](const AxisPart& part) { return part.step > 0; });
-  if (forwards && parts.size() <= 3) {
+  if (forwards && (parts.size() <= 3 || lowering.slices_anywhere())) {
     const bool all =
         std::equal(parts.begin(), parts.end(), sizes.begin(),
                    [](const AxisPart& part, int64_t size) { return part.count == size; });
@@ -80,6 +80,7 @@ size_t parts_of(Lowering& lowering, const std::vector<AxisPart>& parts) {
 
 void lower_slice(Lowering& lowering) {
   const auto starts = lowering.required_constant(1)->integers();
+  const auto ends = lowering.required_constant(2)->integers();
   const Extents in = lowering.input_sizes(0);
   const Extents out = lowering.output_sizes();
   Numbers::Integers axes(starts.size());
@@ -95,7 +96,8 @@ void lower_slice(Lowering& lowering) {
     const int64_t size = in[axis];
     const int64_t start = starts[i] < 0 ? starts[i] + size : starts[i];
     const int64_t last = steps[i] < 0 ? size - 1 : size;
-    parts[axis] = {std::clamp<int64_t>(start, 0, last), out[axis], steps[i]};
+    parts[axis] = {std::clamp<int64_t>(start, 0, last), out[axis], steps[i], starts[i] < 0,
+                   ends[i] < 0};
   }
   lowering.result(parts_of(lowering, parts));
 }
@@ -109,7 +111,8 @@ void lower_split(Lowering& lowering) {
   int64_t first = 0;
   for (size_t i = 0; i < lengths.size(); ++i) {
     std::vector<AxisPart> parts = whole(lowering.input_sizes(0));
-    parts[axis] = {std::exchange(first, first + lengths[i]), lengths[i], 1};
+    const int64_t begin = std::exchange(first, first + lengths[i]);
+    parts[axis] = {.first = begin, .count = lengths[i]};
     if (node.has_output(i)) lowering.result(parts_of(lowering, parts), i);
   }
 }

@@ -22,6 +22,15 @@ struct Kind {
 
 constexpr const char* kEndBefore = "end the network before it with --output";
 
+constexpr const char* kNoLoops = "a pass runs every layer once: there are no loops";
+constexpr const char* kNoLists = "a layer makes one tensor: there are no sequences of tensors";
+constexpr const char* kWithoutLists =
+    "export the network without lists of tensors, or end it before them with --output";
+constexpr const char* kOpenCount = "how much it makes depends on numbers that aren't known";
+constexpr const char* kNotRandom = "a network makes the same of the same inputs: nothing is random";
+constexpr const char* kInEvaluation =
+    "export the network in evaluation mode, or with the random numbers as an input";
+
 constexpr Kind kKinds[] = {
     {"QuantizeLinear", kWholeNumbers, kFloatNetwork},
     {"DequantizeLinear", kWholeNumbers, kFloatNetwork},
@@ -29,25 +38,19 @@ constexpr Kind kKinds[] = {
     {"QLinear", kWholeNumbers, kFloatNetwork},
     {"ConvInteger", kWholeNumbers, kFloatNetwork},
     {"MatMulInteger", kWholeNumbers, kFloatNetwork},
-    {"Loop", "a pass runs every layer once: there are no loops",
+    {"Loop", kNoLoops,
      "export the network with its loops unrolled, or end it before them with --output"},
-    {"Scan", "a pass runs every layer once: there are no loops",
-     "export recurrences as LSTM, GRU or RNN, or unrolled"},
-    {"Sequence", "a layer makes one tensor: there are no sequences of tensors",
-     "export the network without lists of tensors, or end it before them with --output"},
-    {"SplitToSequence", "a layer makes one tensor: there are no sequences of tensors",
-     "export the network without lists of tensors, or end it before them with --output"},
-    {"ConcatFromSequence", "a layer makes one tensor: there are no sequences of tensors",
-     "export the network without lists of tensors, or end it before them with --output"},
+    {"Scan", kNoLoops, "export recurrences as LSTM, GRU or RNN, or unrolled"},
+    {"Sequence", kNoLists, kWithoutLists},
+    {"SplitToSequence", kNoLists, kWithoutLists},
+    {"ConcatFromSequence", kNoLists, kWithoutLists},
     {"NonMaxSuppression", "how many boxes it makes depends on numbers that aren't known",
      kEndBefore},
-    {"Unique", "how much it makes depends on numbers that aren't known", kEndBefore},
-    {"Compress", "how much it makes depends on numbers that aren't known", kEndBefore},
-    {"NonZero", "how much it makes depends on numbers that aren't known", kEndBefore},
-    {"Random", "a network makes the same of the same inputs: nothing is random",
-     "export the network in evaluation mode, or with the random numbers as an input"},
-    {"Bernoulli", "a network makes the same of the same inputs: nothing is random",
-     "export the network in evaluation mode, or with the random numbers as an input"},
+    {"Unique", kOpenCount, kEndBefore},
+    {"Compress", kOpenCount, kEndBefore},
+    {"NonZero", kOpenCount, kEndBefore},
+    {"Random", kNotRandom, kInEvaluation},
+    {"Bernoulli", kNotRandom, kInEvaluation},
 };
 
 constexpr std::string_view kContributed = "com.microsoft.";

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "import_agreement.h"
+#include "tests/support/kernels.h"
 
 // What files of newer operator sets and of other exporters have at their borders: sizes with symbols,
 // outputs that are inputs or constants, parts and scales in forms that came late.
@@ -30,6 +31,71 @@ TEST(Exporters, OneSymbolIsOneSizeForAllInputs) {
   const ImportedModel both = imported(
       "g (float[b,t] x, float[b,t] m) => (float[b,t] y) { y = Mul(x, m) }", 13, {{"x", {1, 4}}});
   EXPECT_THAT(both.report.inputs[1].shape, ElementsAre(1, 4));
+}
+
+bool supports_any_size() {
+  return marlo::test::all_kernels().Create("StridedSlice_Fallback_Float_M1") != nullptr;
+}
+
+/// Imports a graph whose input has a size that stays free, and runs it on two.
+void expect_agreement_on_any_size(const std::string& graph, const std::vector<int64_t>& shape) {
+  const ImportedModel model = imported(graph, 13, {{"x", shape}});
+  EXPECT_THAT(model.report.notes, ::testing::Contains(HasSubstr("sizes stay free")));
+  for (const int64_t size : {5, 12}) {
+    SCOPED_TRACE(size);
+    Extents sizes = shape;
+    std::replace(sizes.begin(), sizes.end(), int64_t{-1}, size);
+    ImportedModel sized = model;
+    for (uint32_t& dim : sized.report.inputs[0].shape) {
+      if (dim == 0) dim = static_cast<uint32_t>(size);
+    }
+    const auto inputs = random_inputs({{"x", sizes}});
+    const auto found = run_network(sized, {inputs}).at(0);
+    const auto expected = expected_outputs(graph, 13, inputs);
+    ASSERT_EQ(found.size(), expected.size());
+    for (size_t i = 0; i < found.size(); ++i) {
+      Numbers made = found[i];
+      ASSERT_EQ(made.count(), expected[i].count());
+      made.shape = expected[i].shape;
+      EXPECT_EQ(difference(made, expected[i]), "");
+    }
+  }
+}
+
+TEST(Exporters, PartsAndCopiesBesideASizeThatStaysFree) {
+  if (!supports_any_size()) GTEST_SKIP() << "this build has no second set";
+  // Halves of the channels, all but the last three steps, every second, and the last two.
+  expect_agreement_on_any_size(
+      R"(g (float[n,4,t] x) => (float[n,2,a] y, float[n,4,b] z, float[n,4,c] l) {
+    p, q = Split<axis=1>(x)
+    s = Sigmoid(q)
+    m = Mul(p, s)
+    from = Constant<value_ints=[0]>()
+    to = Constant<value_ints=[-3]>()
+    last = Constant<value_ints=[9223372036854775807]>()
+    two = Constant<value_ints=[2]>()
+    back = Constant<value_ints=[-2]>()
+    along = Constant<value_ints=[2]>()
+    y = Slice(m, from, to, along)
+    z = Slice(x, from, last, along, two)
+    l = Slice(x, back, last, along)
+  })",
+      {1, 4, -1});
+  // Keys of two heads for four, as attention with fewer keys than queries repeats them.
+  expect_agreement_on_any_size(R"(g (float[n,t,6] x) => (float[n,4,t,3] y)
+      <int64[4] heads = {1, -1, 2, 3}, int64[1] one = {1}, int64[1] two = {2}, int64[1] four = {4}, int64[1] three = {3}> {
+    r = Reshape(x, heads)
+    k = Transpose<perm=[0, 2, 1, 3]>(r)
+    s = Shape(x)
+    i = Constant<value_ints=[1]>()
+    t = Gather(s, i)
+    u = Unsqueeze(k, two)
+    e = Concat<axis=0>(one, two, two, t, three)
+    w = Expand(u, e)
+    f = Concat<axis=0>(one, four, t, three)
+    y = Reshape(w, f)
+  })",
+                               {1, -1, 6});
 }
 
 TEST(Exporters, ASymbolForSizesThatDifferIsNone) {
