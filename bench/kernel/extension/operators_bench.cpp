@@ -136,6 +136,31 @@ void run_average(benchmark::State& state, const char* name) {
   time_computing(state, layer, static_cast<double>(values.size()), limit);
 }
 
+// Mean over the last axis, or over the one before.
+void run_reduction(benchmark::State& state, int32_t axis) {
+  const auto info = std::make_shared<runtime::AxisReductionInfo>();
+  info->function = static_cast<uint32_t>(runtime::AxisReduction::Mean);
+  info->axes = {axis};
+  ConfiguredKernel layer("AxisReduction_Fallback_Float_M1", info);
+  const std::vector<float> values = test::Random(1).floats(size_t{kPlaces} * 768);
+  layer.add_floats({kPlaces, 768}, runtime::LayoutType::FLEXIABLE, values);
+  layer.pass();
+  const double limit = read_limit(layer.width(), values.data(), values.size()) / sizeof(float);
+  time_computing(state, layer, static_cast<double>(values.size()), limit);
+}
+
+// The end of a network that says what every pixel is.
+void run_resize(benchmark::State& state) {
+  const auto info = std::make_shared<runtime::ResizeInfo>();
+  info->mode = static_cast<uint32_t>(runtime::ResizeMode::Linear);
+  info->sizes = {21, 224, 224};
+  ConfiguredKernel layer("Resize_Fallback_Float_M1", info);
+  layer.add_floats({21, 28, 28}, runtime::LayoutType::CHW,
+                   test::Random(1).floats(size_t{21} * 28 * 28));
+  layer.pass();
+  time_transforming(state, layer);
+}
+
 // A layer of 128 inputs and 256 hidden values over 50 steps.
 void run_sequence(benchmark::State& state, const char* name) {
   test::RecurrentCase layer;
@@ -206,6 +231,12 @@ const bool registered = [] {
     benchmark::RegisterBenchmark((std::string(name) + "/480x14x14").c_str(),
                                  [name](benchmark::State& state) { run_average(state, name); });
   }
+  for (const int32_t axis : {0, 1}) {
+    benchmark::RegisterBenchmark(
+        ("AxisReduction_Fallback_Float_M1/197x768_over_" + std::to_string(axis)).c_str(),
+        [axis](benchmark::State& state) { run_reduction(state, axis); });
+  }
+  benchmark::RegisterBenchmark("Resize_Fallback_Float_M1/21x28x28_to_224x224", run_resize);
   for (const auto* row : kernel::wide_sequence_rows) {
     const char* const name = row->name;
     if (!can_run(name)) continue;

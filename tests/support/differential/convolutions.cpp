@@ -46,8 +46,8 @@ void choose_window(Choices& choices, ConvCase& sizes) {
     uint32_t kernel_y, kernel_x, stride;
   };
   static const std::vector<Window> kUsual = {{3, 3, 1}, {3, 3, 2}, {1, 1, 1}, {1, 1, 2}, {1, 3, 1},
-                                             {3, 1, 1}, {5, 5, 1}, {5, 5, 2}, {7, 7, 2}};
-  const uint32_t number = choices.below(static_cast<uint32_t>(kUsual.size()) + 3);
+                                             {3, 1, 1}, {5, 5, 1}, {5, 5, 2}, {7, 7, 2}, {7, 7, 1}};
+  const uint32_t number = choices.below(static_cast<uint32_t>(kUsual.size()) + 2);
   if (number >= kUsual.size()) return choose_any_window(choices, sizes);
   sizes.kernel_y = kUsual[number].kernel_y;
   sizes.kernel_x = kUsual[number].kernel_x;

@@ -21,7 +21,8 @@ constexpr ConvolutionRow<PlaneGeometry> block_depthwise(const Accepts& accepts,
   QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K3x3_S1x1_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(3, 3, 1), over_blocks<8, conv::block_depthwise_3x3_##suffix>))) \
   QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K3x3_S2x2_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(3, 3, 2), over_blocks<8, conv::block_depthwise_3x3_stride2_##suffix>))) \
   QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K5x5_S1x1_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(5, 5, 1), over_blocks<8, conv::block_depthwise_5x5_##suffix>))) \
-  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K5x5_S2x2_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(5, 5, 2), over_blocks<8, conv::block_depthwise_5x5_stride2_##suffix>)))
+  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K5x5_S2x2_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(5, 5, 2), over_blocks<8, conv::block_depthwise_5x5_stride2_##suffix>))) \
+  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K7x7_S1x1_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(7, 7, 1), over_blocks<8, conv::block_depthwise_7x7_##suffix>)))
 // clang-format on
 
 #define QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL) \

@@ -37,4 +37,8 @@ void block_depthwise_5x5_stride2_avx512(const ConvTask& task, const float* zeros
   run<5, 2>(task, zeros);
 }
 
+void block_depthwise_7x7_avx512(const ConvTask& task, const float* zeros) noexcept {
+  run<7, 1>(task, zeros);
+}
+
 }  // namespace marlo::kernel::conv

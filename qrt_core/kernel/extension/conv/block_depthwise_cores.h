@@ -11,11 +11,13 @@ void block_depthwise_3x3_fma(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_3x3_stride2_fma(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_fma(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_stride2_fma(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_7x7_fma(const ConvTask& task, const float* zeros) noexcept;
 
 // Two pixels share a vector.
 void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;
+void block_depthwise_7x7_avx512(const ConvTask& task, const float* zeros) noexcept;
 
 }  // namespace marlo::kernel::conv

@@ -33,4 +33,8 @@ void block_depthwise_5x5_stride2_fma(const ConvTask& task, const float* zeros) n
   run<5, 2>(task, zeros);
 }
 
+void block_depthwise_7x7_fma(const ConvTask& task, const float* zeros) noexcept {
+  run<7, 1>(task, zeros);
+}
+
 }  // namespace marlo::kernel::conv

@@ -179,6 +179,44 @@ int ResizeKernel::CheckOutputs(const Tensors& tensors) const {
   return tensor_verdict(axes::are_plain(tensors, 1));
 }
 
+// Rows of `inner` numbers that lie side by side.
+void ResizeKernel::resample_rows(const Taps& taps, const float* from, size_t inner, size_t plane,
+                                 size_t planes, float* to) {
+  for (size_t p = 0; p < planes; ++p, from += plane) {
+    for (const std::vector<Tap>& reads : taps) {
+      std::fill_n(to, inner, 0.0f);
+      for (const Tap& tap : reads) {
+        const float* const row = from + tap.place * inner;
+        for (size_t i = 0; i < inner; ++i) to[i] += tap.weight * row[i];
+      }
+      to += inner;
+    }
+  }
+}
+
+// Single numbers along the last axis: all their taps stand in one list, which every line goes through.
+void ResizeKernel::resample_lines(const Taps& taps, const float* from, size_t width, size_t lines,
+                                  float* to) {
+  std::vector<Tap> all;
+  std::vector<size_t> ends;
+  all.reserve(4 * taps.size());
+  ends.reserve(taps.size());
+  for (const std::vector<Tap>& reads : taps) {
+    all.insert(all.end(), reads.begin(), reads.end());
+    ends.push_back(all.size());
+  }
+  for (size_t line = 0; line < lines; ++line, from += width) {
+    const Tap* tap = all.data();
+    for (const size_t end : ends) {
+      float sum = 0.0f;
+      for (const Tap* const last = all.data() + end; tap != last; ++tap) {
+        sum += tap->weight * from[tap->place];
+      }
+      *to++ = sum;
+    }
+  }
+}
+
 int ResizeKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   Assert(CheckInputs(inputs) == runtime::KERNEL_OK,
          "%s: the input must be a FLOAT32 tensor that has the axes, neither in C4HW4 nor in C8HW8",
@@ -192,22 +230,16 @@ int ResizeKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass& p
     const Taps taps = taps_of(axis, dims[axis], target[axis]);
     const size_t outer = axes::count_of(dims, 0, axis);
     const size_t inner = axes::count_of(dims, axis + 1, dims.size());
-    const size_t plane = dims[axis] * inner;
+    const size_t dims_before = dims[axis];
+    const size_t plane = dims_before * inner;
     dims[axis] = target[axis];
     runtime::TensorShape shape = inputs[0]->shape;
     shape.dims = dims;
     const auto to = pass.create(shape);
-    float* line = floats_of(*to);
-    for (size_t o = 0; o < outer; ++o) {
-      const float* const source = floats_of(*from) + o * plane;
-      for (const std::vector<Tap>& reads : taps) {
-        std::fill_n(line, inner, 0.0f);
-        for (const Tap& tap : reads) {
-          const float* const row = source + tap.place * inner;
-          for (size_t i = 0; i < inner; ++i) line[i] += tap.weight * row[i];
-        }
-        line += inner;
-      }
+    if (inner == 1) {
+      resample_lines(taps, floats_of(*from), dims_before, outer, floats_of(*to));
+    } else {
+      resample_rows(taps, floats_of(*from), inner, plane, outer, floats_of(*to));
     }
     from = to;
   }

@@ -41,6 +41,10 @@ class ResizeKernel : public KernelFamily {
   bool sizes_of(const axes::Dims& input, axes::Dims& output) const;
   double scale_of(size_t axis, uint32_t in, uint32_t out) const;
   Taps taps_of(size_t axis, uint32_t in, uint32_t out) const;
+  static void resample_rows(const Taps& taps, const float* from, size_t inner, size_t plane,
+                            size_t planes, float* to);
+  static void resample_lines(const Taps& taps, const float* from, size_t width, size_t lines,
+                             float* to);
 
   const ResizeRow& row_;
   uint32_t mode_ = 0;

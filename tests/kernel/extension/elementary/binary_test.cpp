@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/elementwise_info.h"
@@ -220,6 +222,74 @@ TEST_P(Reductions, ReduceAnyAxesInAnyPlace) {
             (Floats{12, 15, 18, 21, 48, 51, 54, 57}));
   EXPECT_EQ(run(2, {0, -1}, false, {2, 3, 4}, values, {3}), (Floats{15, 19, 23}));
   EXPECT_EQ(run(3, {0, 0}, false, {2, 3, 4}, values, {3, 4})[11], 11.0f);
+}
+
+// One result after the other, element by element; the axes are those whose bit is set.
+Floats reduced_one_by_one(uint32_t function, uint32_t axes, const Dims& dims,
+                          const Floats& values) {
+  std::map<size_t, std::vector<double>> parts;
+  for (size_t i = 0; i < values.size(); ++i) {
+    size_t rest = i;
+    size_t place = 0;
+    size_t step = 1;
+    for (size_t axis = dims.size(); axis-- > 0; rest /= dims[axis]) {
+      if ((axes >> axis) % 2 != 0) continue;
+      place += rest % dims[axis] * step;
+      step *= dims[axis];
+    }
+    parts[place].push_back(static_cast<double>(values[i]));
+  }
+  Floats results;
+  for (const auto& [place, part] : parts) {
+    double sum = 0, product = 1, magnitudes = 0, squares = 0, exponentials = 0;
+    for (const double x : part) {
+      sum += x, product *= x, magnitudes += std::fabs(x), squares += x * x,
+          exponentials += std::exp(x);
+    }
+    const auto [least, largest] = std::minmax_element(part.begin(), part.end());
+    const double all[] = {sum,
+                          sum / static_cast<double>(part.size()),
+                          *largest,
+                          *least,
+                          product,
+                          magnitudes,
+                          std::sqrt(squares),
+                          squares,
+                          std::log(sum),
+                          std::log(exponentials)};
+    results.push_back(static_cast<float>(all[function]));
+  }
+  return results;
+}
+
+TEST_P(Reductions, AreTheDefinitionOverEveryChoiceOfAxes) {
+  for (const Dims& dims :
+       {Dims{2, 3, 5, 7}, Dims{3, 1, 4}, Dims{2, 600}, Dims{600, 2}, Dims{5}, Dims{3, 9, 1}}) {
+    const Floats values =
+        Random(static_cast<uint32_t>(dims.size())).floats(kernel::axes::count_of(dims), 1.0f);
+    for (uint32_t axes = 1; axes < 1u << dims.size(); ++axes) {
+      std::vector<int32_t> list;
+      Dims kept;
+      for (size_t axis = 0; axis < dims.size(); ++axis) {
+        if ((axes >> axis) % 2 != 0) list.push_back(static_cast<int32_t>(axis));
+        if ((axes >> axis) % 2 == 0) kept.push_back(dims[axis]);
+      }
+      for (uint32_t function = 0; function < 10; ++function) {
+        const Floats found = run(function, list, false, dims, values, kept);
+        const Floats expected = reduced_one_by_one(function, axes, dims, values);
+        ASSERT_EQ(found.size(), expected.size());
+        for (size_t i = 0; i < found.size(); ++i) {
+          if (std::isnan(expected[i]) && std::isnan(found[i])) continue;
+          ASSERT_FLOAT_EQ(found[i], expected[i]) << "function " << function << ", axes " << axes;
+        }
+      }
+    }
+  }
+}
+
+TEST_P(Reductions, KeepTheSignOfZero) {
+  EXPECT_TRUE(std::signbit(run(2, {0}, false, {2}, {-0.0f, -0.0f}, {})[0]));
+  EXPECT_TRUE(std::signbit(run(3, {0}, false, {2, 3}, Floats(6, -0.0f), {3})[1]));
 }
 
 TEST_P(Reductions, PassANaNOnAndGiveZeroForNothing) {
