@@ -3,9 +3,11 @@
 #include <cstring>
 #include <set>
 
+#include "qrt_core/runtime/engine/create_net_internal.h"
 #include "qrt_core/runtime/tensor/align_up_pool.h"
 #include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/errors.h"
+#include "qrt_core/utility/load_net_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::utility {
@@ -107,6 +109,13 @@ _QRT_Result load_model(std::string path,
 void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
                      const std::shared_ptr<QRModelInfo>& info,
                      const std::shared_ptr<QRModelMultiBackendCfgs>& cfgs, const char* platform) {
+  load_net(package, info, cfgs, platform, nullptr);
+}
+
+void load_net(const std::shared_ptr<_NetworkPackage>& package,
+              const std::shared_ptr<QRModelInfo>& info,
+              const std::shared_ptr<QRModelMultiBackendCfgs>& cfgs, const char* platform,
+              const runtime::WeightPlaces* weights) {
   Assert(package != nullptr && info != nullptr && cfgs != nullptr && platform != nullptr,
          "a network needs a package, a model, configurations and a platform");
   Assert(package->kernels != nullptr, "the package has no registry of kernels");
@@ -124,7 +133,7 @@ void Load_Single_Net(std::shared_ptr<_NetworkPackage>& package,
 
   const auto cfg = choose_configuration(*cfgs, platform);
   Assert(cfg != nullptr, "there is no configuration for platform \"%s\"", platform);
-  package->net = runtime::CreateNet(info, cfg, *package->kernels, package->context);
+  package->net = runtime::CreateNet(info, cfg, *package->kernels, package->context, weights);
   package->extra_info = info->extra_info;
 }
 

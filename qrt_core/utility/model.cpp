@@ -13,6 +13,7 @@
 #include "qrt_core/utility/build_options.h"
 #include "qrt_core/utility/check_shapes.h"
 #include "qrt_core/utility/input_demand_internal.h"
+#include "qrt_core/utility/load_net_internal.h"
 #include "qrt_core/utility/log.h"
 #include "qrt_core/utility/model_source_internal.h"
 #include "qrt_core/utility/model_summary.h"
@@ -305,12 +306,13 @@ struct Model::State {
   std::shared_ptr<Context> context;  // goes after the networks
   std::vector<std::unique_ptr<Network>> networks;
 
-  std::unique_ptr<Network> load(const std::string& id, runtime::QRTModel& model);
+  std::unique_ptr<Network> load(const std::string& id, ModelSource& source);
 
-  static std::unique_ptr<State> of(runtime::QRTModel& model, const ModelOptions& options);
+  static std::unique_ptr<State> of(ModelSource& source, const ModelOptions& options);
 };
 
-std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTModel& model) {
+std::unique_ptr<Network> Model::State::load(const std::string& id, ModelSource& source) {
+  runtime::QRTModel& model = source.model();
   const std::shared_ptr<runtime::QRModelInfo>& info = model.model_arr->infos[id];
   auto& cfgs = model.config_arr->cfgs[id];
   if (cfgs == nullptr) cfgs = std::make_shared<runtime::QRModelMultiBackendCfgs>();
@@ -322,7 +324,7 @@ std::unique_ptr<Network> Model::State::load(const std::string& id, runtime::QRTM
   state->package->kernels = &shared->kernels;
   state->package->params = &shared->params;
   state->package->context = shared->weights;
-  Load_Single_Net(state->package, info, cfgs, "x86");
+  load_net(state->package, info, cfgs, "x86", source.weights());
   state->package->context = context;
   state->summary = read_summary(info->extra_info.summary);
   const auto& layers = state->package->net->layers;
@@ -352,17 +354,16 @@ std::unique_ptr<Model::State> Model::open(const char* bytes, size_t size,
                                           const ModelOptions& options) {
   std::unique_ptr<State> state;
   {
-    runtime::QRTModel model;
     Assert(bytes != nullptr, "the model is a null pointer");
-    read_model(model, bytes, size);
-    state = State::of(model, options);
+    ModelSource source(bytes, size);
+    state = State::of(source, options);
   }
   give_texts_back(size);
   return state;
 }
 
-std::unique_ptr<Model::State> Model::State::of(runtime::QRTModel& model,
-                                               const ModelOptions& options) {
+std::unique_ptr<Model::State> Model::State::of(ModelSource& source, const ModelOptions& options) {
+  const runtime::QRTModel& model = source.model();
   check_versions(model, options);
   auto shared = std::make_shared<State::Shared>();
   shared->alignment = options.alignment;
@@ -382,7 +383,7 @@ std::unique_ptr<Model::State> Model::State::of(runtime::QRTModel& model,
     const auto has_id = [&](const auto& network) { return network->id() == id; };
     const auto& loaded = state->networks;
     if (std::any_of(loaded.begin(), loaded.end(), has_id)) continue;
-    state->networks.push_back(in_network(id, [&] { return state->load(id, model); }));
+    state->networks.push_back(in_network(id, [&] { return state->load(id, source); }));
   }
   return state;
 }
@@ -391,9 +392,9 @@ Model::Model(const std::string& path, const ModelOptions& options) {
   const QuietLog quiet;
   size_t size = 0;
   try {
-    runtime::QRTModel model;
-    size = read_model_file(model, path);
-    state_ = State::of(model, options);
+    ModelSource source(path);
+    size = source.size();
+    state_ = State::of(source, options);
   } catch (Error& failure) {
     if (failure.message().empty() && failure.detail().empty()) {
       failure.explain("the file " + path + " is not a model");

@@ -56,24 +56,48 @@ void read_model(runtime::QRTModel& model, const char* bytes, size_t size) {
   model.VisitAttr(std::make_shared<runtime::FILEReader>(file.get(), 0));
 }
 
-size_t read_model_file(runtime::QRTModel& model, const std::string& path) {
-  const File file = opened(path);
+ModelSource::ModelSource(const std::string& path) : file_(opened(path).release()) {
   std::string start(4096, '\0');
-  start.resize(std::fread(start.data(), 1, start.size(), file.get()));
-  const long size = std::fseek(file.get(), 0, SEEK_END) == 0 ? std::ftell(file.get()) : -1;
-  // What can't be read twice, and what may be JSON behind much white space, is read whole.
-  const bool is_text = start.find_first_not_of(" \t\n\r") == std::string::npos ||
-                       is_json(start.data(), start.size());
-  if (size >= 0 && std::fseek(file.get(), 0, SEEK_SET) == 0) {
-    if (!is_text) {
-      model.VisitAttr(std::make_shared<runtime::FILEReader>(file.get(), 0));
-      return static_cast<size_t>(size);
-    }
-    start.clear();
+  start.resize(std::fread(start.data(), 1, start.size(), file_.get()));
+  const long size = std::fseek(file_.get(), 0, SEEK_END) == 0 ? std::ftell(file_.get()) : -1;
+  if (size < 0 || std::fseek(file_.get(), 0, SEEK_SET) != 0) {
+    bytes_ = start + all_of(file_.get(), path);
+    read_bytes(bytes_.data(), bytes_.size());
+    return;
   }
-  const std::string bytes = start + all_of(file.get(), path);
-  read_model(model, bytes.data(), bytes.size());
-  return bytes.size();
+  size_ = static_cast<size_t>(size);
+  const bool is_text = is_json(start.data(), start.size());
+  // What may be JSON behind much white space is read whole.
+  const bool is_open = start.find_first_not_of(" \t\n\r") == std::string::npos;
+  if (!is_open) read(is_text);
+  if (places_ != nullptr) return;
+  std::rewind(file_.get());
+  bytes_ = all_of(file_.get(), path);
+  read_model(*model_, bytes_.data(), bytes_.size());
+}
+
+ModelSource::ModelSource(const char* bytes, size_t size) { read_bytes(bytes, size); }
+
+void ModelSource::read_bytes(const char* bytes, size_t size) {
+  size_ = size;
+  // Opened for reading only: the stream never writes to the bytes.
+  if (size != 0) file_.reset(fmemopen(const_cast<char*>(bytes), size, "rb"));
+  if (file_ != nullptr) read(is_json(bytes, size));
+  if (places_ == nullptr) read_model(*model_, bytes, size);
+}
+
+// Leaves an empty tree and no places where it has to be read whole.
+void ModelSource::read(bool is_text) {
+  places_ = std::make_unique<runtime::WeightPlaces>(file_.get());
+  if (!is_text) {
+    const auto reader = std::make_shared<runtime::FILEReader>(file_.get(), 0);
+    reader->LeaveWeights(*places_);
+    model_->VisitAttr(reader);
+    return;
+  }
+  if (runtime::ReadJsonWithoutWeights(*model_, file_.get(), *places_)) return;
+  model_ = std::make_unique<runtime::QRTModel>();
+  places_ = nullptr;
 }
 
 }  // namespace marlo::utility

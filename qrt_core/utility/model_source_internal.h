@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <memory>
 #include <string>
 
 #include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/runtime/model/weight_places_internal.h"
 
 // A model in memory, in either of its forms.
 
@@ -22,9 +24,34 @@ bool is_json(const char* bytes, size_t size);
 /// @throws Error for bytes that aren't a model
 void read_model(runtime::QRTModel& model, const char* bytes, size_t size);
 
-/// Reads a file's model, the binary form without a copy of the file.
-/// @return the file's size in bytes
-/// @throws Error as `read_bytes` and `read_model` do
-size_t read_model_file(runtime::QRTModel& model, const std::string& path);
+/// A model that is being loaded: its tree without weights, which stay where they are until their layers are
+/// made. Bytes in memory are needed as long as it lives.
+class ModelSource {
+ public:
+  /// @throws Error as `read_bytes` and `read_model` do
+  explicit ModelSource(const std::string& path);
+  /// @throws Error as `read_model` does
+  ModelSource(const char* bytes, size_t size);
+
+  runtime::QRTModel& model() { return *model_; }
+  /// Where the weights are; null where the tree holds them.
+  const runtime::WeightPlaces* weights() const { return places_.get(); }
+  /// Bytes of the file.
+  size_t size() const { return size_; }
+
+ private:
+  struct Closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+
+  void read(bool is_text);
+  void read_bytes(const char* bytes, size_t size);
+
+  std::unique_ptr<runtime::QRTModel> model_ = std::make_unique<runtime::QRTModel>();
+  std::string bytes_;  // of what can't be read twice
+  std::unique_ptr<std::FILE, Closer> file_;
+  std::unique_ptr<runtime::WeightPlaces> places_;
+  size_t size_ = 0;
+};
 
 }  // namespace marlo::utility

@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/weight_pool.h"
 #include "qrt_toolkit/bench/bench.h"
 #include "tools/qrt/allocation_count.h"
 #include "tools/qrt/bench_output.h"
@@ -7,8 +9,10 @@
 #include "tools/qrt/files.h"
 #include "tools/qrt/inputs.h"
 #include "tools/qrt/messages.h"
+#include "tools/qrt/model_file.h"
 #include "tools/qrt/network.h"
 #include "tools/qrt/shapes.h"
+#include "tools/qrt/source.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
@@ -26,6 +30,16 @@ void check_options(const BenchCommandOptions& options) {
   if (streams > 1) throw ToolError(kUsageError, "standard input (-) can be read once only");
 }
 
+// A context whose weights go back to the system as soon as their network is gone.
+std::shared_ptr<marlo::runtime::Context> context_of_its_own() {
+  constexpr size_t kAlignment = 32;
+  auto device = marlo::runtime::CreateDeviceCPU(
+      marlo::runtime::DetectCPUDevice(), std::make_shared<marlo::runtime::WeightPool>(kAlignment),
+      nullptr, nullptr);
+  return marlo::runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr,
+                                       nullptr);
+}
+
 InputShapes input_shapes(const NetworkReport& report, const BenchCommandOptions& options) {
   if (options.inputs.empty()) return known_input_shapes(report);
   std::vector<std::string> sizes;
@@ -35,17 +49,34 @@ InputShapes input_shapes(const NetworkReport& report, const BenchCommandOptions&
   return given_input_shapes(report, sizes, options.keep_batch);
 }
 
+// What opens a model as applications do, or one that was imported from memory.
+std::function<Model()> opener(const OpenModel& model, const std::string& path,
+                              const Library& library) {
+  marlo::utility::ModelOptions with;
+  with.kernels = &library.kernels;
+  if (!is_onnx(path)) {
+    return [file = rereadable(path, kModelError), with] { return Model(file, with); };
+  }
+  const auto text = std::make_shared<const std::string>(json_text_of(*model.tree));
+  return [text, with] { return Model::from_bytes(text->data(), text->size(), with); };
+}
+
 // A model that loads, with inputs that fit: what is wrong with it is said before anything is timed.
 BenchSubject make_subject(Library& library, const std::string& path,
                           const BenchCommandOptions& options) {
-  const auto model = read_model(path, std::nullopt, options.inputs);
+  const OpenModel model = open_model(path, std::nullopt, options.inputs);
   BenchSubject subject;
   subject.name = shown(path);
-  subject.network = choose_network(*model, path, options.network);
-  LoadedNetwork network = load_network(library, *model, path, subject.network);
+  subject.network = choose_network(*model.tree, path, options.network);
+  subject.open = opener(model, path, library);
+  // Its weights are not to be found among what the process holds when it is measured.
+  Library trial;
+  trial.context = context_of_its_own();
+  LoadedNetwork network =
+      load_network(trial, *model.tree, path, subject.network, LoadWarnings::say, model.weights());
   subject.inputs = input_shapes(network.report, options);
   if (subject.inputs.size() == network.report.inputs().size()) {
-    const std::string problem = infer_shapes(network.report, subject.inputs, library.context);
+    const std::string problem = infer_shapes(network.report, subject.inputs, trial.context);
     if (!problem.empty()) {
       const bool own = are_model_shapes(network.report, subject.inputs);
       throw ToolError(own ? kModelError : kInputError, shown(path) + ": network " +
@@ -57,12 +88,6 @@ BenchSubject make_subject(Library& library, const std::string& path,
     throw ToolError(kModelError, shown(path) + ": network " + in_quotes(subject.network) +
                                      ": expected outputs, found none");
   }
-  const std::string file = rereadable(path, kModelError);
-  subject.open = [file, &library] {
-    marlo::utility::ModelOptions with;
-    with.kernels = &library.kernels;
-    return Model(file, with);
-  };
   return subject;
 }
 

@@ -1,7 +1,9 @@
 #include "tools/qrt/network.h"
 
 #include <algorithm>
+#include <fstream>
 
+#include "qrt_core/utility/load_net_internal.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/messages.h"
@@ -34,6 +36,47 @@ bool parse_number(const std::string& digits, uint16_t& number) {
   throw ToolError(kModelError, shown(path) + ": " + why);
 }
 
+// Refuses a model that this library, or the demanded SDK, can't run.
+void check_versions(const QRTModel& model, const std::string& path, const std::optional<Sdk>& sdk) {
+  const marlo::utility::_QRTModelVerInfo versions{model.sdk_type, model.core_major_ver,
+                                                  model.core_minor_ver, model.sdk_major_ver,
+                                                  model.sdk_minor_ver};
+  const Sdk demanded = sdk.value_or(Sdk{model.sdk_type, model.sdk_major_ver, model.sdk_minor_ver});
+  const auto verdict =
+      marlo::utility::check_version(demanded.name, demanded.major, demanded.minor, versions);
+  if (verdict != marlo::utility::QRT_RESULT_OK) {
+    unsigned int core_major = 0;
+    unsigned int core_minor = 0;
+    QRT_Get_Core_Version(core_major, core_minor);
+    refuse(path, take_library_errors() + " (the model is for SDK " + in_quotes(model.sdk_type) +
+                     " " + version_text(model.sdk_major_ver, model.sdk_minor_ver) + " and core " +
+                     version_text(model.core_major_ver, model.core_minor_ver) + "; expected SDK " +
+                     in_quotes(demanded.name) + " " + version_text(demanded.major, demanded.minor) +
+                     " and core " + std::to_string(core_major) + "." + std::to_string(core_minor) +
+                     ")");
+  }
+}
+
+// The form of a model's file, told by its name.
+FileFormat format_of_model(const std::string& path) {
+  const FileFormat format = format_of_name(path, kModelError);
+  if (format.kind && *format.kind != ObjectKind::model) {
+    refuse(path, std::string("expected a model (.json, .qrtmodel), found a ") +
+                     word_for(*format.kind) + ", which can't run by itself");
+  }
+  return format;
+}
+
+// Whether a file begins as one of a form does.
+bool begins_as(const std::string& file, bool is_json) {
+  constexpr size_t kBeginning = 4096;
+  std::string beginning(kBeginning, '\0');
+  std::ifstream stream(file, std::ios::binary);
+  stream.read(beginning.data(), static_cast<std::streamsize>(beginning.size()));
+  const auto count = static_cast<size_t>(stream.gcount());
+  return marlo::utility::is_json(beginning.data(), count) == is_json;
+}
+
 std::string within(const std::string& network) { return "network " + in_quotes(network); }
 
 }  // namespace
@@ -59,35 +102,35 @@ Sdk parse_sdk(const std::string& text) {
 }
 
 std::shared_ptr<QRTModel> read_model(const std::string& path, const std::optional<Sdk>& sdk,
-                                     const std::vector<std::string>& inputs) {
-  if (is_onnx(path)) return imported_model(path, inputs);
-  const FileFormat format = format_of_name(path, kModelError);
-  if (format.kind && *format.kind != ObjectKind::model) {
-    refuse(path, std::string("expected a model (.json, .qrtmodel), found a ") +
-                     word_for(*format.kind) + ", which can't run by itself");
-  }
+                                     const std::vector<std::string>& inputs,
+                                     std::optional<marlo::toolkit::KernelSet> set) {
+  if (is_onnx(path)) return imported_model(path, inputs, set);
+  const FileFormat format = format_of_model(path);
   auto model = std::make_shared<QRTModel>();
   read_object(*model, path, format.is_json);
-
-  const marlo::utility::_QRTModelVerInfo versions{model->sdk_type, model->core_major_ver,
-                                                  model->core_minor_ver, model->sdk_major_ver,
-                                                  model->sdk_minor_ver};
-  const Sdk demanded =
-      sdk.value_or(Sdk{model->sdk_type, model->sdk_major_ver, model->sdk_minor_ver});
-  const auto verdict =
-      marlo::utility::check_version(demanded.name, demanded.major, demanded.minor, versions);
-  if (verdict != marlo::utility::QRT_RESULT_OK) {
-    unsigned int core_major = 0;
-    unsigned int core_minor = 0;
-    QRT_Get_Core_Version(core_major, core_minor);
-    refuse(path, take_library_errors() + " (the model is for SDK " + in_quotes(model->sdk_type) +
-                     " " + version_text(model->sdk_major_ver, model->sdk_minor_ver) + " and core " +
-                     version_text(model->core_major_ver, model->core_minor_ver) +
-                     "; expected SDK " + in_quotes(demanded.name) + " " +
-                     version_text(demanded.major, demanded.minor) + " and core " +
-                     std::to_string(core_major) + "." + std::to_string(core_minor) + ")");
-  }
+  check_versions(*model, path, sdk);
   return model;
+}
+
+OpenModel open_model(const std::string& path, const std::optional<Sdk>& sdk,
+                     const std::vector<std::string>& inputs) {
+  if (is_onnx(path)) return {nullptr, imported_model(path, inputs)};
+  const FileFormat format = format_of_model(path);
+  check_readable(path, kModelError);
+  const std::string file = rereadable(path, kModelError);
+  OpenModel open;
+  try {
+    if (begins_as(file, format.is_json)) {
+      open.source = std::make_shared<marlo::utility::ModelSource>(file);
+    }
+  } catch (const std::runtime_error&) {
+    // What is read whole can tell where it is damaged.
+    take_library_errors();
+  }
+  if (open.source == nullptr) return {nullptr, read_model(path, sdk, inputs)};
+  open.tree = std::shared_ptr<QRTModel>(open.source, &open.source->model());
+  check_versions(*open.tree, path, sdk);
+  return open;
 }
 
 std::string choose_network(const QRTModel& model, const std::string& path,
@@ -115,7 +158,8 @@ const QRModelCfg* config_of(const QRTModel& model, const std::string& network) {
 }
 
 LoadedNetwork load_network(Library& library, const QRTModel& model, const std::string& path,
-                           const std::string& network, LoadWarnings warnings) {
+                           const std::string& network, LoadWarnings warnings,
+                           const marlo::runtime::WeightPlaces* weights) {
   const auto info = model.model_arr->infos.at(network);
   const QRModelCfg* config = config_of(model, network);
   if (config == nullptr) {
@@ -127,9 +171,12 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
   loaded.package->params = &library.params;
   loaded.package->context = library.context;
   try {
-    marlo::utility::Load_Single_Net(loaded.package, info, model.config_arr->cfgs.at(network),
-                                    "x86");
+    marlo::utility::load_net(loaded.package, info, model.config_arr->cfgs.at(network), "x86",
+                             weights);
   } catch (const std::runtime_error& failure) {
+    if (weights != nullptr) {
+      for (const auto& [id, layer] : info->layers) weights->fill(*layer);
+    }
     // The tool's own report of a refused layer knows more than the exception does.
     const std::string fault = take_story(failure);
     const std::string problem =

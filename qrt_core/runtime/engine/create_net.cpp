@@ -4,6 +4,7 @@
 #include <set>
 #include <utility>
 
+#include "qrt_core/runtime/engine/create_net_internal.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
 #include "qrt_core/runtime/engine/registration.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
@@ -62,13 +63,31 @@ std::vector<utility::Misfit> refusals_of(IKernel* kernel, const LayerInfo* info,
   }
 }
 
+// A layer that has its weights for a while.
+class FilledLayer {
+ public:
+  FilledLayer(const WeightPlaces* weights, LayerInfo* info)
+      : weights_(info != nullptr ? weights : nullptr), info_(info) {
+    if (weights_ != nullptr) weights_->fill(*info_);
+  }
+  FilledLayer(const FilledLayer&) = delete;
+  FilledLayer& operator=(const FilledLayer&) = delete;
+  ~FilledLayer() {
+    if (weights_ != nullptr) weights_->empty(*info_);
+  }
+
+ private:
+  const WeightPlaces* weights_;
+  LayerInfo* info_;
+};
+
 /// Makes the layers of a network one by one. The two forms of configuration differ only in where a
 /// layer's kernels are looked up and in what a refusal leads to.
 class NetBuilder {
  public:
   NetBuilder(const QRModelInfo& info, const KernelRegistry& kernels,
-             std::shared_ptr<Context> context)
-      : info_(info), kernels_(kernels), context_(std::move(context)) {
+             std::shared_ptr<Context> context, const WeightPlaces* weights = nullptr)
+      : info_(info), kernels_(kernels), context_(std::move(context)), weights_(weights) {
     const auto count = static_cast<uint32_t>(info.squential_ids.size());
     for (uint32_t p = 0; p < count; ++p) {
       const std::string& id = info.squential_ids[p];
@@ -152,6 +171,7 @@ class NetBuilder {
       Assert(cfg != nullptr, "layer %u \"%s\" has no kernel in the configuration", position,
              id(position).c_str());
       const char* name = cfg->kernel_type.c_str();
+      const FilledLayer filled(weights_, info.get());
       std::shared_ptr<IKernel> kernel = kernels_.Create(cfg->kernel_type);
       Log(utility::LOG_TRACE, "Create Kernel >> %s >> %s", name,
           kernel != nullptr ? "ok" : "nullptr");
@@ -199,6 +219,7 @@ class NetBuilder {
   const QRModelInfo& info_;
   const KernelRegistry& kernels_;
   std::shared_ptr<Context> context_;
+  const WeightPlaces* weights_;  // null where the layers hold them
   std::map<std::string, uint32_t> positions_;
   std::set<std::string> repeated_;
   std::map<std::string, unsigned int> input_map_;
@@ -266,9 +287,17 @@ std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
                                const std::shared_ptr<QRModelCfg>& cfg,
                                const KernelRegistry& kernels,
                                const std::shared_ptr<Context>& context) {
+  return CreateNet(info, cfg, kernels, context, nullptr);
+}
+
+std::shared_ptr<Net> CreateNet(const std::shared_ptr<QRModelInfo>& info,
+                               const std::shared_ptr<QRModelCfg>& cfg,
+                               const KernelRegistry& kernels,
+                               const std::shared_ptr<Context>& context,
+                               const WeightPlaces* weights) {
   Assert(info != nullptr && cfg != nullptr, "a network needs a model and a configuration");
   const StaticMode mode(device_of(context));
-  NetBuilder builder(*info, kernels, context);
+  NetBuilder builder(*info, kernels, context, weights);
   builder.for_each_layer([&](uint32_t position) {
     const std::shared_ptr<LayerInfo>& layer_info = builder.layer_info(position);
     const auto found = cfg->layer_cfgs.find(builder.id(position));

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace marlo::runtime {
 namespace {
@@ -35,11 +36,26 @@ void store_group(uint32_t group, char* bytes) {
   bytes[2] = static_cast<char>(group);
 }
 
+struct Pair {
+  char text[2];
+};
+
+constexpr size_t kPairs = size_t{1} << 12;
+
+// The two characters of each half of a group.
+constexpr std::array<Pair, kPairs> make_pairs() {
+  std::array<Pair, kPairs> pairs{};
+  for (size_t half = 0; half < kPairs; ++half) {
+    pairs[half] = {{kAlphabet[half >> 6], kAlphabet[half & 63]}};
+  }
+  return pairs;
+}
+
+constexpr std::array<Pair, kPairs> kHalves = make_pairs();
+
 void encode_group(uint32_t group, char* text) {
-  text[0] = kAlphabet[group >> 18];
-  text[1] = kAlphabet[(group >> 12) & 63];
-  text[2] = kAlphabet[(group >> 6) & 63];
-  text[3] = kAlphabet[group & 63];
+  std::memcpy(text, kHalves[group >> 12].text, sizeof(Pair));
+  std::memcpy(text + sizeof(Pair), kHalves[group & (kPairs - 1)].text, sizeof(Pair));
 }
 
 }  // namespace

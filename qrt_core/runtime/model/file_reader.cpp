@@ -50,7 +50,7 @@ FILEReader::FILEReader(std::FILE* stream, uint32_t version) : stream_(stream) {
 
 // Of a nested object, which has no header in any version.
 FILEReader::FILEReader(const FILEReader& parent)
-    : Visitor(parent), stream_(parent.stream_), size_(parent.size_) {}
+    : Visitor(parent), stream_(parent.stream_), size_(parent.size_), places_(parent.places_) {}
 
 FILEReader::~FILEReader() {
   if (!borrowed_) std::fclose(stream_);
@@ -78,6 +78,23 @@ void FILEReader::ReadHalves(half_float::half* values, uint64_t count) {
   if (std::fread(values, sizeof *values, count, stream_) != count) {
     fail_to_read<half_float::half>(stream_);
   }
+}
+
+uint64_t FILEReader::SkipHalves(uint64_t count) {
+  const off_t begin = ftello(stream_);
+  if (begin < 0) fail_to_read<half_float::half>(stream_);
+  if (size_ >= 0) {
+    const auto bytes = static_cast<off_t>(count * sizeof(half_float::half));
+    if (fseeko(stream_, bytes, SEEK_CUR) != 0) fail_to_read<half_float::half>(stream_);
+    return static_cast<uint64_t>(begin);
+  }
+  // Nothing but reading tells whether they are there.
+  std::vector<half_float::half> part(std::min<uint64_t>(count, 1 << 14));
+  for (uint64_t done = 0; done < count; done += part.size()) {
+    part.resize(std::min<uint64_t>(part.size(), count - done));
+    ReadHalves(part.data(), part.size());
+  }
+  return static_cast<uint64_t>(begin);
 }
 
 template <typename T>

@@ -10,6 +10,8 @@
 
 namespace marlo::runtime {
 
+class WeightPlaces;
+
 /// Reads attributes from a binary stream: values in walk order, little-endian, without tags.
 ///
 /// A count or length beyond what is left of a file fails like a short read, before any memory is
@@ -35,6 +37,14 @@ class QRT_API FILEReader final : public Visitor {
   /// of a model, and one call per number would be most of the time to load it.
   void ReadHalves(half_float::half* values, uint64_t count);
 
+  /// Lets weights stay where they are.
+  /// @param places takes their places; it outlives the walk
+  void LeaveWeights(WeightPlaces& places) { places_ = &places; }
+  /// What takes the places of weights; null where they are read.
+  WeightPlaces* places() const { return places_; }
+  /// Passes over halves. @return the place of the first one
+  uint64_t SkipHalves(uint64_t count);
+
  private:
   explicit FILEReader(const FILEReader& parent);
 
@@ -48,6 +58,7 @@ class QRT_API FILEReader final : public Visitor {
   std::FILE* stream_;
   bool borrowed_ = true;
   int64_t size_ = -1;  // of the whole file, or negative where it has none
+  WeightPlaces* places_ = nullptr;
 };
 
 /// Writes attributes to a binary stream. Every failure throws std::runtime_error.

@@ -3,6 +3,7 @@
 // Every use of RapidJSON goes through this header: its assertions throw instead of aborting, so
 // that no text that a document holds can end the process.
 
+#include <cstdint>
 #include <cstdlib>
 
 #include "qrt_core/utility/log.h"
@@ -63,6 +64,13 @@ inline void parse(Document& document, const char* text) {
 inline void parse_in_place(Document& document, char* text) {
   document.ParseInsitu<rapidjson::kParseIterativeFlag>(text);
   if (document.HasParseError()) document.SetNull();
+}
+
+/// So many steps the walk of a document of so many bytes may take. A document whose parts are each
+/// read once stays below this, as do the objects that an empty one stands for.
+inline uint64_t steps_for(uint64_t bytes) {
+  constexpr uint64_t kSpare = 1000;
+  return kSpare + 2 * bytes;
 }
 
 /// What kind of value this is, for messages.

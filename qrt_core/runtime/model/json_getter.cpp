@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include "qrt_core/runtime/model/json_document.h"
 #include "qrt_core/runtime/model/json_visitor.h"
 #include "qrt_core/runtime/model/serializable.h"
+#include "qrt_core/runtime/model/weight_places_internal.h"
 #include "qrt_core/utility/log.h"
 
 namespace marlo::runtime {
@@ -53,6 +55,9 @@ class JSONNodeGetter::Walk {
     return true;
   }
 
+  WeightPlaces* places = nullptr;  // of weights that are left in the file; may be null
+  bool has_met_mark = false;       // where no weight was expected
+
   // The first member of that name, or null.
   JSONValue* find(JSONValue& object, const char* key) {
     auto [entry, is_new] = members_.try_emplace(&object);
@@ -94,6 +99,50 @@ uint32_t JSONNodeGetter::MemberCount() const {
 }
 
 void JSONNodeGetter::LimitSteps(uint64_t steps) { walk_ = std::make_shared<Walk>(steps); }
+
+void JSONNodeGetter::LeaveWeights(WeightPlaces& places) {
+  Assert(walk_ != nullptr, "a walk without a limit of steps leaves no weights");
+  walk_->places = &places;
+}
+
+bool JSONNodeGetter::HasMetMark() const { return walk_ != nullptr && walk_->has_met_mark; }
+
+bool JSONNodeGetter::is_mark(const char* text) const {
+  return walk_ != nullptr && walk_->places != nullptr && *text == kLeftInFile;
+}
+
+// A text that isn't a weight.
+const char* JSONNodeGetter::unmarked(const char* text) const {
+  if (is_mark(text)) walk_->has_met_mark = true;
+  return text;
+}
+
+void JSONNodeGetter::take_weight(const char* text, std::string& weight) const {
+  if (!is_mark(text)) {
+    weight = text;
+    return;
+  }
+  weight.clear();
+  char* rest = nullptr;
+  const uint64_t begin = std::strtoull(text + 1, &rest, 10);
+  walk_->places->note(weight, {begin, std::strtoull(rest, nullptr, 10), true});
+}
+
+void JSONNodeGetter::VisitWeight(std::string* weight, const char* key) {
+  if (walk_ != nullptr && walk_->places != nullptr) walk_->places->forget(*weight);
+  take_weight(text_at(key), *weight);
+}
+
+void JSONNodeGetter::VisitWeights(std::vector<std::string>* weights, const char* key) {
+  if (walk_ != nullptr && walk_->places != nullptr) walk_->places->forget(*weights);
+  weights->clear();
+  const JSONValue* array = array_at(key);
+  if (array == nullptr) return;
+  weights->resize(array->Size());
+  for (uint32_t i = 0; i < array->Size(); ++i) {
+    take_weight(text_in((*array)[i], key), (*weights)[i]);
+  }
+}
 
 void JSONNodeGetter::take_steps(uint64_t steps, const char* key) const {
   if (walk_ == nullptr || walk_->take(steps)) return;
@@ -189,7 +238,9 @@ void JSONNodeGetter::Visit(std::vector<std::string>* value, const char* key) {
   const JSONValue* array = array_at(key);
   if (array == nullptr) return;
   value->reserve(array->Size());
-  for (const JSONValue& element : array->GetArray()) value->emplace_back(text_in(element, key));
+  for (const JSONValue& element : array->GetArray()) {
+    value->emplace_back(unmarked(text_in(element, key)));
+  }
 }
 
 void JSONNodeGetter::Visit(Serializable* value, const char* key) {
@@ -200,15 +251,18 @@ void JSONNodeGetter::Visit(Serializable* value, const char* key) {
   value->VisitAttr(std::shared_ptr<JSONNodeGetter>(new JSONNodeGetter(*found, *this, key)));
 }
 
-void JSONNodeGetter::Visit(std::string* value, const char* key) {
+// The text of a key that has to be there.
+const char* JSONNodeGetter::text_at(const char* key) const {
   const JSONValue* found = find(key);
   if (found == nullptr) {
     Assert(false, "\"%s\" is missing in %s: expected a string", key == nullptr ? "" : key,
            path().c_str());
-    return;
+    return "";
   }
-  *value = text_in(*found, key);
+  return text_in(*found, key);
 }
+
+void JSONNodeGetter::Visit(std::string* value, const char* key) { *value = unmarked(text_at(key)); }
 
 // A char attribute begins a text with a terminator, as writers take it, and what is read is laid
 // over its beginning: no file can write beyond the text that stands there, or the one char.

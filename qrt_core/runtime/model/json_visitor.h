@@ -20,6 +20,8 @@ class GenericValue;
 
 namespace marlo::runtime {
 
+class WeightPlaces;
+
 using JSONAllocator = rapidjson::MemoryPoolAllocator<rapidjson::CrtAllocator>;
 using JSONValue = rapidjson::GenericValue<rapidjson::UTF8<char>, JSONAllocator>;
 
@@ -51,6 +53,17 @@ class QRT_API JSONNodeGetter final : public Visitor {
   /// a small text from growing into gigabytes or hours.
   void LimitSteps(uint64_t steps);
 
+  /// Lets weights that the document only tells the places of stay where they are. For a walk whose
+  /// steps are limited.
+  /// @param places takes the places; it outlives the walk
+  void LeaveWeights(WeightPlaces& places);
+  /// Whether another text than a weight was such a place.
+  bool HasMetMark() const;
+  /// Reads a weight, or its place.
+  void VisitWeight(std::string* weight, const char* key);
+  /// Reads a list of them.
+  void VisitWeights(std::vector<std::string>* weights, const char* key);
+
  private:
   class Walk;
 
@@ -62,6 +75,10 @@ class QRT_API JSONNodeGetter final : public Visitor {
   [[noreturn]] void refuse(const JSONValue& value, const char* key, const char* expected) const;
   std::string path() const;
   const char* text_in(const JSONValue& value, const char* key) const;
+  const char* text_at(const char* key) const;
+  const char* unmarked(const char* text) const;
+  bool is_mark(const char* text) const;
+  void take_weight(const char* text, std::string& weight) const;
 
   template <typename T>
   T number_in(const JSONValue& value, const char* key) const;

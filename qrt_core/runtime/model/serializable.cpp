@@ -29,9 +29,6 @@ constexpr char kBinaryType[] = "bin";
 constexpr char kPath[] = "path";
 constexpr char kType[] = "type";
 
-// For the objects that an empty document stands for.
-constexpr uint64_t kSpareSteps = 1000;
-
 File open_file(const char* path, const char* mode) {
   return File(std::fopen(path, mode), &std::fclose);
 }
@@ -51,8 +48,7 @@ void read_json_text(Serializable& object, std::string text) {
   json::parse_in_place(document, text.data());
   Assert(document.IsObject(), nullptr);
   auto getter = std::make_shared<JSONNodeGetter>(document, 0);
-  // A document whose parts are each read once stays below this.
-  getter->LimitSteps(kSpareSteps + 2 * size);
+  getter->LimitSteps(json::steps_for(size));
   object.VisitAttr(getter);
 }
 

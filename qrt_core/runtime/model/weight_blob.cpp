@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <list>
 
 #include "qrt_core/runtime/model/base64.h"
 #include "qrt_core/runtime/model/file_visitor.h"
 #include "qrt_core/runtime/model/json_visitor.h"
 #include "qrt_core/runtime/model/layer_info.h"
+#include "qrt_core/runtime/model/weight_places_internal.h"
 #include "qrt_core/runtime/model/write_check_internal.h"
 #include "qrt_core/utility/log.h"
 
@@ -24,6 +26,10 @@ void read_half_weights(FILEReader& reader, WeightBlob& blob) {
   reader.Visit(&count, nullptr);
   if (count == 0) return;
   reader.Require<half_float::half>(count, sizeof(half_float::half));
+  if (reader.places() != nullptr) {
+    reader.places()->note(blob, {reader.SkipHalves(count), count, false});
+    return;
+  }
   std::vector<float> numbers;
   std::vector<half_float::half> chunk;
   // A stream of unknown size may hold less than it says: memory follows what has come.
@@ -46,14 +52,20 @@ void write_half_weights(FILEWriter& writer, const WeightBlob& blob) {
 }
 
 void read_half_weight_list(FILEReader& reader, std::vector<WeightBlob>& blobs) {
+  if (reader.places() != nullptr) reader.places()->forget(blobs);
   blobs.clear();
   uint64_t count = 0;
   reader.Visit(&count, nullptr);
   reader.Require<std::string>(count, sizeof(uint64_t));
-  for (uint64_t i = 0; i < count; ++i) {
-    WeightBlob blob;
-    read_half_weights(reader, blob);
-    blobs.push_back(std::move(blob));
+  // A list in place, as the places of weights are told by their addresses: memory for the empty texts
+  // of a stream of unknown size follows what has come.
+  std::list<WeightBlob> read;
+  for (uint64_t i = 0; i < count; ++i) read_half_weights(reader, read.emplace_back());
+  blobs.resize(read.size());
+  size_t place = 0;
+  for (WeightBlob& blob : read) {
+    if (reader.places() != nullptr) reader.places()->move(blob, blobs[place]);
+    blobs[place++] = std::move(blob);
   }
 }
 
@@ -64,8 +76,7 @@ void write_half_weight_list(FILEWriter& writer, const std::vector<WeightBlob>& b
 }
 
 bool takes_text(const std::shared_ptr<Visitor>& visitor) {
-  return std::dynamic_pointer_cast<JSONNodeGetter>(visitor) != nullptr ||
-         std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr ||
+  return std::dynamic_pointer_cast<JSONNodeSetter>(visitor) != nullptr ||
          std::dynamic_pointer_cast<WriteCheck>(visitor) != nullptr ||
          std::dynamic_pointer_cast<WeightsAsText>(visitor) != nullptr;
 }
@@ -111,6 +122,8 @@ void VisitBlobs(const std::shared_ptr<Visitor>& visitor,
     for (const auto& [blob, key] : attributes) read_half_weights(*reader, *blob);
   } else if (const auto writer = std::dynamic_pointer_cast<FILEWriter>(visitor)) {
     for (const auto& [blob, key] : attributes) write_half_weights(*writer, *blob);
+  } else if (const auto getter = std::dynamic_pointer_cast<JSONNodeGetter>(visitor)) {
+    for (const auto& [blob, key] : attributes) getter->VisitWeight(blob, key);
   } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
     for (const BlobAttribute& attribute : attributes) collector->collect(attribute);
   } else {
@@ -125,6 +138,8 @@ void VisitBlobLists(const std::shared_ptr<Visitor>& visitor,
     for (const auto& [blobs, key] : attributes) read_half_weight_list(*reader, *blobs);
   } else if (const auto writer = std::dynamic_pointer_cast<FILEWriter>(visitor)) {
     for (const auto& [blobs, key] : attributes) write_half_weight_list(*writer, *blobs);
+  } else if (const auto getter = std::dynamic_pointer_cast<JSONNodeGetter>(visitor)) {
+    for (const auto& [blobs, key] : attributes) getter->VisitWeights(blobs, key);
   } else if (const auto collector = std::dynamic_pointer_cast<WeightCollector>(visitor)) {
     for (const BlobListAttribute& attribute : attributes) collector->collect(attribute);
   } else {
