@@ -150,11 +150,22 @@ class Measurement {
     if (failure != nullptr) std::rethrow_exception(failure);
   }
 
+  // Runs `work` on one thread; then throws what it threw.
+  void on(size_t thread, const std::function<void()>& work) {
+    workers_[thread]->begin(work);
+    const std::exception_ptr failure = workers_[thread]->wait();
+    if (failure != nullptr) std::rethrow_exception(failure);
+  }
+
   void open(size_t subject) {
     const uint64_t before = process_memory().resident;
-    on_all([&](size_t i) {
-      threads_[i].lanes[subject] = std::make_unique<Lane>(subjects_[subject], options_);
-    });
+    // One after another: a model may be cloned while no pass of it runs.
+    for (size_t i = 0; i < threads_.size(); ++i) {
+      const Lane* const first = i != 0 ? threads_[0].lanes[subject].get() : nullptr;
+      on(i, [&, i] {
+        threads_[i].lanes[subject] = std::make_unique<Lane>(subjects_[subject], options_, first);
+      });
+    }
     const uint64_t after = process_memory().resident;
     courses_[subject].grown = after > before ? after - before : 0;
   }

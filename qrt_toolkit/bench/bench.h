@@ -19,7 +19,8 @@ namespace marlo::toolkit {
 /// A network to be measured.
 struct BenchSubject {
   std::string name;  ///< what results and faults call it
-  /// Opens its model; called once for each thread, on that thread, and timed.
+  /// Opens its model; called once, on the first thread, and timed. Other threads run clones of it,
+  /// which share its weights, and open their own only where a kernel can't be copied.
   std::function<utility::Model()> open;
   std::string network;  ///< id in the model; may be empty where there is only one
   /// The shape of each input, by the input's layer. The numbers are chosen by `bench`.
@@ -28,7 +29,7 @@ struct BenchSubject {
 
 /// How networks are measured.
 struct BenchOptions {
-  unsigned threads = 1;      ///< each has a context and a network of its own
+  unsigned threads = 1;      ///< each has a context of its own, and a clone of the network
   std::optional<int> cpu;    ///< that the first thread stays on; the next have the next numbers
   bool keep_state = false;   ///< recurrent layers begin a pass where the last one ended
   SamplingOptions sampling;  ///< when it is enough
@@ -44,7 +45,7 @@ struct BenchOptions {
 struct BenchedNetwork {
   std::string name;            ///< of the subject
   std::string network;         ///< its id in the model
-  double load_ms = 0.0;        ///< from nothing to a network that can run
+  double load_ms = 0.0;        ///< from nothing to a network that can run, on the first thread
   double first_pass_ms = 0.0;  ///< of it alone, with the check of the shapes
   bool is_steady = false;      ///< whether the passes settled before they were sampled
   size_t warm_passes = 0;      ///< passes of a thread before the samples, the first one included
@@ -54,7 +55,8 @@ struct BenchedNetwork {
   Interval median;             ///< of the same
   /// Passes that all threads ended in a second, from one round to the next.
   double passes_a_second = 0.0;
-  uint64_t resident_bytes = 0;      ///< by how much the process grew for it; 0 if it found room
+  /// By how much the process grew for it and all its clones; 0 if it found room.
+  uint64_t resident_bytes = 0;
   uint64_t static_pool_bytes = 0;   ///< of one context: inputs and what lasts, but for weights
   uint64_t dynamic_pool_bytes = 0;  ///< of one context: what passes need
   uint64_t pool_growth_bytes = 0;   ///< by how much both grew while passes were sampled

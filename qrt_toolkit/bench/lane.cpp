@@ -12,6 +12,7 @@
 
 #include "qrt_core/runtime/tensor/device_cpu.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
+#include "qrt_core/utility/errors.h"
 #include "qrt_core/utility/half.h"
 #include "qrt_toolkit/assign/trial.h"
 
@@ -41,6 +42,15 @@ uint64_t checked_bytes(const TensorShape& shape) {
   if (bytes < kTooMany) return bytes;
   throw std::invalid_argument("input: expected a shape below 4 GiB, found " +
                               runtime::ShapeText(shape));
+}
+
+/// A model of an application's own kernels may have one that can't be copied.
+utility::Model cloned(const utility::Model& model, const BenchSubject& subject) {
+  try {
+    return model.clone();
+  } catch (const utility::Error&) {
+    return subject.open();
+  }
 }
 
 }  // namespace
@@ -90,9 +100,11 @@ void stay_on_cpu(int cpu) {
   }
 }
 
-Lane::Lane(const BenchSubject& subject, const BenchOptions& options) : options_(options) {
+Lane::Lane(const BenchSubject& subject, const BenchOptions& options, const Lane* other)
+    : options_(options) {
   const Stopwatch load;
-  model_ = std::make_unique<utility::Model>(subject.open());
+  model_ = std::make_unique<utility::Model>(other != nullptr ? cloned(*other->model_, subject)
+                                                             : subject.open());
   load_ms_ = load.times().wall_ms;
   network_ = &network_of(*model_, subject);
   make_inputs(subject);

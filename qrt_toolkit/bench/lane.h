@@ -32,7 +32,8 @@ void stay_on_cpu(int cpu);
 class Lane {
  public:
   /// Opens the model and runs a first pass.
-  Lane(const BenchSubject& subject, const BenchOptions& options);
+  /// @param other of another thread, whose model is cloned; null for a model of its own
+  Lane(const BenchSubject& subject, const BenchOptions& options, const Lane* other = nullptr);
 
   /// Runs a pass, and returns how long it took.
   Times pass();

@@ -221,7 +221,9 @@ void add_bench(CLI::App& app, BenchCommandOptions& options) {
   add_sizes(*command, options.inputs,
             "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input");
   command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
-  command->add_option("--threads", options.threads, "Threads, each with a context of its own")
+  command
+      ->add_option("--threads", options.threads,
+                   "Threads, each with a context and a clone of its own")
       ->type_name("N")
       ->check(CLI::Range(1, 1024))
       ->capture_default_str();
