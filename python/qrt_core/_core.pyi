@@ -1,5 +1,5 @@
 import os
-from typing import Any, Callable, Dict, Iterator, List, Literal, Mapping, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Dict, Iterator, List, Literal, Mapping, Optional, Sequence, Tuple, Union, final
 
 import numpy as np
 import numpy.typing as npt
@@ -13,6 +13,7 @@ _Array = npt.NDArray[Any]
 _Results = Any
 _Shapes = Optional[Mapping[str, Mapping[str, Sequence[int]]]]
 
+@final
 class Port:
     @property
     def id(self) -> str: ...
@@ -25,6 +26,7 @@ class Port:
     @property
     def layout(self) -> Optional[str]: ...
 
+@final
 class Layer:
     @property
     def index(self) -> int: ...
@@ -45,6 +47,7 @@ class Layer:
     @property
     def is_output(self) -> bool: ...
 
+@final
 class Kernel:
     @property
     def name(self) -> str: ...
@@ -53,6 +56,7 @@ class Kernel:
     @property
     def runs_here(self) -> bool: ...
 
+@final
 class Finding:
     @property
     def code(self) -> str: ...
@@ -81,6 +85,7 @@ class Finding:
     @property
     def column(self) -> int: ...
 
+@final
 class Net:
     @property
     def id(self) -> str: ...
@@ -105,6 +110,7 @@ class Net:
     def __getstate__(self) -> Tuple[Any, ...]: ...
     def __setstate__(self, state: Tuple[Any, ...]) -> None: ...
 
+@final
 class Model:
     def __len__(self) -> int: ...
     def __iter__(self) -> Iterator[str]: ...

@@ -50,9 +50,16 @@ std::string type_text(const py::handle& type) { return py::str(type).cast<std::s
 py::array any_array(const py::handle& value, const Port& port, const py::dtype& wanted) {
   const std::string expected = "an array of " + type_text(wanted);
   if (value.is_none()) refuse_type(port, expected, "None");
+  if (PyDict_Check(value.ptr()) != 0) {
+    refuse_type(port, expected,
+                "a dict; `run` takes one, and a call its members by name: net(**d)");
+  }
   py::array array = py::reinterpret_steal<py::array>(
       py::detail::npy_api::get().PyArray_FromAny_(value.ptr(), nullptr, 0, 0, 0, nullptr));
   if (!array) {
+    const bool is_no_array = PyErr_ExceptionMatches(PyExc_TypeError) != 0 ||
+                             PyErr_ExceptionMatches(PyExc_ValueError) != 0;
+    if (!is_no_array) throw py::error_already_set();
     PyErr_Clear();
     refuse_type(port, expected, type_text(py::type::of(value).attr("__name__")));
   }

@@ -193,12 +193,10 @@ void bind_net(py::module_& module) {
              return "<Net " + quoted(net.id()) + ", " +
                     std::to_string(net.network().net()->layers.size()) + " layers>";
            })
-      .def(
-          py::pickle([](const Net& net) { return py::make_tuple(net.source()->bytes(), net.id()); },
-                     [](const py::tuple& state) {
-                       return PyModel(Source(state[0].cast<py::bytes>()))
-                           .network(state[1].cast<std::string>());
-                     }));
+      .def("__reduce__", [](const Net& net) {
+        return py::make_tuple(py::module_::import("qrt_core._pickled").attr("net_of"),
+                              py::make_tuple(net.source()->bytes(), net.id()));
+      });
   reinterpret_cast<PyTypeObject*>(type.ptr())->tp_call = &call_net;
 }
 
@@ -245,13 +243,11 @@ void bind_model_class(py::module_& module) {
           "TypeError: for inputs that aren't shapes by network and input id.")
       .def("_info", [](const PyModel& model) { return info_of(*model.source()->tree()); })
       .def("__repr__", [](PyModel& model) { return "<Model of " + listed(model.ids()) + ">"; })
-      .def(py::pickle(
-          [](const PyModel& model) {
-            return py::make_tuple(model.source()->bytes(), model.report(), model.tuning());
-          },
-          [](const py::tuple& state) {
-            return PyModel(Source(state[0].cast<py::bytes>()), state[1], state[2]);
-          }));
+      .def("__reduce__", [](const PyModel& model) {
+        return py::make_tuple(
+            py::module_::import("qrt_core._pickled").attr("model_of"),
+            py::make_tuple(model.source()->bytes(), model.report(), model.tuning()));
+      });
 }
 
 }  // namespace

@@ -120,6 +120,9 @@ Net::Request Net::request(const py::handle& outputs) const {
     request.is_one = true;
     request.options.outputs.push_back(outputs.cast<std::string>());
   } else {
+    if (!py::isinstance<py::iterable>(outputs)) {
+      refuse("outputs", "the id of a layer, or several", outputs);
+    }
     for (const py::handle& layer : outputs) {
       if (!py::isinstance<py::str>(layer)) {
         raise_type_error("outputs: expected ids of layers, found " +

@@ -92,6 +92,7 @@ Source Source::of(const py::handle& from) {
   }
   PyObject* encoded = nullptr;
   if (PyUnicode_FSConverter(from.ptr(), &encoded) == 0) {
+    if (PyErr_ExceptionMatches(PyExc_TypeError) == 0) throw py::error_already_set();
     PyErr_Clear();
     raise_type_error("a model is a path or bytes, and not " +
                      py::type::of(from).attr("__name__").cast<std::string>());

@@ -481,3 +481,37 @@ def test_models_and_clones_take_no_memory():
     before = resident()
     run(1000)
     assert resident() - before < 1 << 20
+
+
+def test_objects_are_made_by_the_module_only(digits):
+    model = qrt.load(DIGITS)
+    for kind in (type(digits), type(model), type(digits.inputs[0]), type(digits.layers[0])):
+        for make in (kind, lambda kind=kind: kind.__new__(kind), lambda kind=kind: object.__new__(kind)):
+            with pytest.raises(TypeError):
+                make()
+        with pytest.raises(TypeError, match="not an acceptable base type"):
+            type("Derived", (kind,), {})
+
+
+def test_what_an_input_raises_is_raised(digits, picture):
+    class Broken:
+        def __init__(self, failure):
+            self.failure = failure
+
+        def __array__(self, *types, **options):
+            raise self.failure
+
+    for failure in (ZeroDivisionError("on the way"), KeyboardInterrupt(), MemoryError()):
+        with pytest.raises(type(failure)):
+            digits(Broken(failure))
+    with pytest.raises(TypeError, match="found Broken"):
+        digits(Broken(ValueError()))
+
+
+def test_inputs_and_outputs_of_other_kinds_are_told(digits, picture):
+    with pytest.raises(TypeError, match=r"a dict; `run` takes one"):
+        digits({"input": picture})
+    with pytest.raises(TypeError, match="outputs: expected the id of a layer, or several, found 3"):
+        digits(picture, outputs=3)
+    with pytest.raises(ValueError, match="null"):
+        qrt.load("a\0b")
