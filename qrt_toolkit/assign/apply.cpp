@@ -54,7 +54,7 @@ class Writer {
         add_converter_layer(v, conversion);
     }
     count_readers(given_.layers);
-    report_.cost = assignment_.cost;
+    report_.cost = assignment_.cost - kBeyondSet * static_cast<double>(report_.beyond.size());
     report_.is_exact = assignment_.is_exact;
   }
 
@@ -92,6 +92,7 @@ class Writer {
     entry.candidates = problem_.options[v].options.size();
     entry.cost = option.cost;
     entry.cost_before = problem_.options[v].options[0].cost;
+    if (problem_.graph[v].choices[choice].cost >= kBeyondSet) report_.beyond.push_back(layer.id);
     report_.layers.push_back(std::move(entry));
   }
 

@@ -37,8 +37,9 @@ void move_cuts(const PaddedModel& padded, AssignReport& report) {
 AssignedModel assign_kernels(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
                              Costs& costs, const AssignOptions& options) {
   const std::string id = network_id(model, options.network);
+  check_runnable(config_of(model, id));
   Workshop workshop(kernels);
-  CandidateFinder finder(workshop, {options.set, options.tolerance});
+  CandidateFinder finder(workshop, {options.set, options.tolerance, {}});
   const auto layers =
       walk_reference(network_of(model, id), config_of(model, id), options.inputs, workshop);
   const Choices choices = cheapest(layers, finder, costs);

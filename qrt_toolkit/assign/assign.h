@@ -17,7 +17,9 @@ namespace marlo::toolkit {
 
 /// What may be chosen. Plain data.
 struct AssignOptions {
-  KernelSet set = KernelSet::sse;  ///< the kernels to choose from; see `processor_kernels`
+  /// The kernels to choose from; see `processor_kernels`. Those that the model names stay out as well
+  /// where they need more.
+  KernelSet set = KernelSet::sse;
   /// How far a kernel's results may be from those of the one that it replaces, over the largest of
   /// them; 0 for the same bits.
   double tolerance = 1e-4;
@@ -42,6 +44,9 @@ struct AssignReport {
   std::map<std::string, std::string> converters;  ///< new layers, and whose result each converts
   double cost = 0;                                ///< of the whole network, converters included
   bool is_exact = true;                           ///< whether it is proved that nothing is cheaper
+  /// Layers that keep a kernel which needs more than the set, as no kernel of the set computes the
+  /// same.
+  std::vector<std::string> beyond;
 };
 
 /// A model with what became of it. Plain data.
@@ -70,7 +75,8 @@ struct AssignedModel {
 ///
 /// @param kernels what may be chosen from
 /// @param costs asked for every candidate
-/// @throws std::invalid_argument for a network that isn't there, or whose layers don't fit together
+/// @throws std::invalid_argument for a network that isn't there, whose layers don't fit together, or
+///   that names kernels which this processor can't run, as these say what is to be computed
 QRT_API AssignedModel assign_kernels(const runtime::QRTModel& model,
                                      const runtime::KernelRegistry& kernels, Costs& costs,
                                      const AssignOptions& options);

@@ -178,7 +178,7 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
   const bool is_applied = !layer.may_be_applied.empty() && layer.kernel == kStraightThrough;
   found[0].inputs = as_forms(layer.reads, is_applied ? layer.may_be_applied : "");
   found[0].output = {layer.makes, layer.may_apply.empty() ? "" : layer.applies};
-  if (layer.is_fixed || kernel == nullptr || layer.reads.empty()) return found;
+  if (layer.is_fixed || kernel == nullptr || layer.reads.empty() || !goes_on()) return found;
 
   Trial trial{
       layer, dynamic_cast<const IKernelFacts*>(kernel.get()), made_small(layer.reads), {}, {}, {}};
@@ -212,7 +212,7 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
     const bool is_possible = layer.may_apply.empty()
                                  ? epilogue == layer.applies
                                  : epilogue.empty() || epilogue == layer.may_apply;
-    if (is_possible) try_kernel(name, trial, found);
+    if (is_possible && goes_on()) try_kernel(name, trial, found);
   }
   if (!layer.may_be_applied.empty()) add_passing_on(layer, found);
   return found;
@@ -240,7 +240,7 @@ std::string CandidateFinder::epilogue_of(const ReferenceLayer& layer) {
   });
   if (!is_any) return "";
   const auto [found, is_new] = known_epilogues_.try_emplace(key_of_layer(layer));
-  if (is_new) found->second = tried_epilogue(layer);
+  if (is_new && goes_on()) found->second = tried_epilogue(layer);
   return found->second;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -32,6 +33,7 @@ struct Candidate {
 struct CandidateRules {
   KernelSet set = KernelSet::sse;  ///< what they may need
   double tolerance = 1e-4;         ///< how far they may be from the reference
+  std::function<bool()> go_on{};   ///< asked between trials; false ends them for good. May be empty
 };
 
 /// Finds candidates. Every registered kernel is asked whether it takes the layer, in every layout
@@ -43,13 +45,16 @@ class CandidateFinder {
   /// @param workshop outlives the finder
   CandidateFinder(Workshop& workshop, const CandidateRules& rules);
 
-  /// The reference as the first, then the others by name. Kernels that apply what a layer may apply
+  /// The reference as the first, whatever it needs, then the others by name. Kernels that apply what a layer may apply
   /// make the form with that epilogue, and the layer behind passes on what it reads in this form.
   const std::vector<Candidate>& of(const ReferenceLayer& layer);
 
   /// The epilogue whose function a layer's reference kernel computes of its only input, and of which
   /// there are kernels; empty for none.
   std::string epilogue_of(const ReferenceLayer& layer);
+
+  /// Whether a kernel needs no more than the rules allow. References may need more.
+  bool allows(const Candidate& candidate) const { return candidate.set <= rules_.set; }
 
   /// Kernels that move a tensor from one form to another; empty where there are none.
   const std::vector<Candidate>& converters(const Form& from, const Form& to);
@@ -60,6 +65,7 @@ class CandidateFinder {
  private:
   struct Trial;
 
+  bool goes_on() const { return !rules_.go_on || rules_.go_on(); }
   std::vector<Candidate> find(const ReferenceLayer& layer);
   void try_kernel(const std::string& name, const Trial& trial, std::vector<Candidate>& found);
   bool try_kernel(const std::string& name, const Trial& trial, Restatement restate,

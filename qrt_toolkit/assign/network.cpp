@@ -1,6 +1,9 @@
 #include "qrt_toolkit/assign/network.h"
 
+#include <algorithm>
 #include <stdexcept>
+
+#include "qrt_core/runtime/engine/kernel_facts.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -39,6 +42,37 @@ const runtime::QRModelCfg& config_of(const runtime::QRTModel& model, const std::
     fail(id, "the model has no configuration for it");
   }
   return *found->second->cpu_sse;
+}
+
+std::vector<std::pair<std::string, std::string>> kernels_beyond(const runtime::QRModelCfg& config,
+                                                                KernelSet set) {
+  std::vector<std::pair<std::string, std::string>> found;
+  for (const auto& [layer, cfg] : config.layer_cfgs) {
+    if (cfg == nullptr) continue;
+    const auto add = [&, id = &layer](const runtime::KernelCfg* kernel) {
+      if (kernel == nullptr) return;
+      const std::string& name = kernel->kernel_type;
+      if (set_of_kernel(name, runtime::needs_of(name)) > set) found.emplace_back(*id, name);
+    };
+    add(cfg->kernel.get());
+    for (const auto* converters : {cfg->input_converters.get(), cfg->output_converters.get()}) {
+      if (converters == nullptr) continue;
+      for (const auto& [place, kernel] : converters->kernel_cfgs) add(kernel.get());
+    }
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+void check_runnable(const runtime::QRModelCfg& config) {
+  const KernelSet most = processor_kernels();
+  const auto found = kernels_beyond(config, most);
+  if (found.empty()) return;
+  const auto& [layer, kernel] = found.front();
+  throw std::invalid_argument("layer \"" + layer + "\": this processor can't run " + kernel +
+                              ", which needs " + runtime::PrintedName(runtime::needs_of(kernel)) +
+                              "; choose kernels up to " + word_of(most) +
+                              " on a processor that can");
 }
 
 }  // namespace marlo::toolkit

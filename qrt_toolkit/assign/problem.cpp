@@ -216,7 +216,7 @@ class Builder {
     }
     if (output == options.forms.size()) return;
     choice.output = static_cast<FormIndex>(output);
-    choice.cost = option.cost;
+    choice.cost = option.cost + (finder_.allows(candidate) ? 0 : kBeyondSet);
     options.options.push_back(std::move(option));
     choices.choices.push_back(std::move(choice));
   }

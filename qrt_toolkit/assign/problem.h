@@ -29,6 +29,10 @@ struct LayerOptions {
   std::vector<std::vector<std::string>> converters;
 };
 
+/// What the optimiser is told that a layer's own kernel costs more where it needs instructions that
+/// aren't allowed: it stays only where nothing else computes the same.
+constexpr double kBeyondSet = 1e9;
+
 /// A network's layers with their options, and the same for the optimiser: choice c of layer v is
 /// option c of it.
 struct Problem {

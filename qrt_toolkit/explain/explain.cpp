@@ -13,7 +13,7 @@
 #include "qrt_toolkit/explain/html_parts.h"
 #include "qrt_toolkit/explain/layer_work.h"
 #include "qrt_toolkit/explain/passes.h"
-#include "qrt_toolkit/explain/rivals.h"
+#include "qrt_toolkit/tune/rivals.h"
 #include "qrt_toolkit/watch/profiler.h"
 
 namespace marlo::toolkit {
@@ -36,29 +36,9 @@ bool is_layout_transform(const std::string& kernel) {
   return kernel.rfind("LayoutTransform_", 0) == 0;
 }
 
-/// Refuses a kernel that would end the program.
-void check_kernel(const std::string& layer, const runtime::KernelCfg* kernel) {
-  if (kernel == nullptr || set_of(kernel->kernel_type) <= processor_kernels()) return;
-  throw std::invalid_argument("layer \"" + layer + "\": this processor can't run " +
-                              kernel->kernel_type + ", which needs " +
-                              runtime::PrintedName(runtime::needs_of(kernel->kernel_type)) +
-                              "; choose others with `assign_kernels` up to the set of this "
-                              "processor");
-}
-
-void check_kernels(const std::string& layer, const runtime::KernelCfgArr* kernels) {
-  if (kernels == nullptr) return;
-  for (const auto& [place, kernel] : kernels->kernel_cfgs) check_kernel(layer, kernel.get());
-}
-
 /// The model, if its configuration of a network can run here.
 const runtime::QRTModel& checked(const runtime::QRTModel& model, const std::string& id) {
-  for (const auto& [layer, cfg] : config_of(model, id).layer_cfgs) {
-    if (cfg == nullptr) continue;
-    check_kernel(layer, cfg->kernel.get());
-    check_kernels(layer, cfg->input_converters.get());
-    check_kernels(layer, cfg->output_converters.get());
-  }
+  check_runnable(config_of(model, id));
   return model;
 }
 

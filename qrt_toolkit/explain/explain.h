@@ -13,6 +13,7 @@
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/explain/machine.h"
 #include "qrt_toolkit/explain/roofline.h"
+#include "qrt_toolkit/tune/layer_candidates.h"
 #include "qrt_toolkit/tune/meter.h"
 
 // Where the time of a network goes, and why it isn't less.
@@ -44,29 +45,6 @@ struct ExplainOptions {
   const MachineLimits* machine = nullptr;
   /// Told between steps; false ends it with what is known so far. Candidates come last.
   std::function<bool(const ExplainProgress&)> go_on;
-};
-
-/// A kernel that can run a layer. Plain data.
-struct ExplainedCandidate {
-  std::string kernel;                        ///< its name
-  KernelSet set = KernelSet::portable;       ///< what it needs
-  std::vector<runtime::TensorShape> inputs;  ///< as it reads them
-  runtime::TensorShape output;               ///< as it makes it
-  bool is_chosen = false;                    ///< it is the one that the model names
-  bool is_measured = false;                  ///< else its times are estimated
-  double ms = 0;                             ///< of the kernel alone
-  double converters_ms = 0;                  ///< of converters that it needs where it would stand
-  double difference = 0;  ///< of its results from the layer's, over the largest; 0 for the same
-
-  /// Of both together.
-  double whole_ms() const { return ms + converters_ms; }
-};
-
-/// A kernel that can't run a layer. Plain data.
-struct ExplainedRefusal {
-  std::string kernel;                   ///< its name
-  KernelSet set = KernelSet::portable;  ///< what it needs
-  std::vector<std::string> reasons;     ///< why not, in words; never empty
 };
 
 /// The kind of the layers that only bring numbers into another layout.

@@ -25,9 +25,16 @@ class Budget {
 
   /// The same for what takes hardly any time: whether nobody has ended it.
   bool goes_on() {
+    asked_ = Clock::now();
     if (!is_ended_ && go_on_) is_ended_ = !go_on_();
     is_over_ = is_over_ || is_ended_;
     return !is_ended_;
+  }
+
+  /// The same for what asks all the time: an answer that may be some milliseconds old.
+  bool still_goes_on() {
+    constexpr std::chrono::milliseconds kSeldom(20);
+    return Clock::now() - asked_ < kSeldom ? !is_ended_ : goes_on();
   }
 
   /// Whether it has ended before everything was done, as far as anybody asked.
@@ -39,6 +46,7 @@ class Budget {
   double seconds_;
   std::function<bool()> go_on_;
   Clock::time_point start_ = Clock::now();
+  Clock::time_point asked_;
   bool is_ended_ = false;
   bool is_over_ = false;
 };

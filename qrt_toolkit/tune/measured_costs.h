@@ -18,6 +18,8 @@ namespace marlo::toolkit {
 struct MeasuredCostsHooks {
   std::function<bool()> lasts;       ///< whether there is time for another measurement
   std::function<void()> next_layer;  ///< told before the kernels of a layer are compared
+  /// Whether nobody has ended it; times that were cut short aren't remembered.
+  std::function<bool()> goes_on;
 };
 
 /// Costs that are measured once for each distinct work. What isn't measured, for want of time or
@@ -37,11 +39,14 @@ class MeasuredCosts final : public Costs {
   size_t remembered() const { return remembered_; }  ///< so many came from the wisdom
 
  private:
+  void measure(const std::vector<Work>& unknown, const std::vector<std::string>& keys);
+
   Meter& meter_;
   Wisdom& wisdom_;
   MeasuredCostsHooks hooks_;
   EstimatedCosts estimated_;
   std::map<std::string, double> times_;
+  std::map<std::string, double> guesses_;  // of what was hopeless
   size_t measured_ = 0;
   size_t remembered_ = 0;
 };

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qrt_core/runtime/engine/create_net.h"
@@ -21,10 +23,10 @@ class QRT_API Meter {
   Meter& operator=(const Meter&) = delete;
   virtual ~Meter();
 
-  /// Milliseconds of each of several works that do the same.
+  /// Milliseconds of each of several works that do the same; infinity where none are known.
   virtual std::vector<double> time_work(const std::vector<Work>& rivals) = 0;
 
-  /// Milliseconds of a pass of each of several models of one network.
+  /// Milliseconds of a pass of each of several models of one network; infinity where none are known.
   /// @param inputs shapes of the network's inputs by layer id
   virtual std::vector<double> time_passes(
       const std::vector<const runtime::QRTModel*>& models, const std::string& network,
@@ -37,7 +39,9 @@ class QRT_API Meter {
 class QRT_API ClockMeter final : public Meter {
  public:
   /// @param kernels outlives the meter
-  explicit ClockMeter(const runtime::KernelRegistry& kernels);
+  /// @param go_on asked before each run; once it says false nothing more runs. May be empty
+  explicit ClockMeter(const runtime::KernelRegistry& kernels, std::function<bool()> go_on = {})
+      : kernels_(kernels), go_on_(std::move(go_on)) {}
 
   std::vector<double> time_work(const std::vector<Work>& rivals) override;
   std::vector<double> time_passes(
@@ -45,7 +49,14 @@ class QRT_API ClockMeter final : public Meter {
       const std::map<std::string, runtime::TensorShape>& inputs) override;
 
  private:
+  struct Sampling;
+
+  bool goes_on() const { return !go_on_ || go_on_(); }
+  std::vector<double> medians(const std::vector<std::function<double()>>& rivals,
+                              const Sampling& sampling) const;
+
   const runtime::KernelRegistry& kernels_;
+  std::function<bool()> go_on_;
 };
 
 }  // namespace marlo::toolkit

@@ -1,4 +1,4 @@
-#include "qrt_toolkit/explain/refusals.h"
+#include "qrt_toolkit/tune/refusals.h"
 
 #include <algorithm>
 #include <cmath>
@@ -108,7 +108,7 @@ std::string reason_text(const Misfit& misfit) {
 RefusalFinder::RefusalFinder(Workshop& workshop, const CandidateRules& rules)
     : workshop_(workshop),
       rules_(rules),
-      any_results_(workshop, {rules.set, std::numeric_limits<double>::infinity()}),
+      any_results_(workshop, {rules.set, std::numeric_limits<double>::infinity(), {}}),
       names_(workshop.kernels().Keys()) {
   std::sort(names_.begin(), names_.end());
 }

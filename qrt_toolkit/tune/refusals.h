@@ -7,7 +7,7 @@
 
 #include "qrt_toolkit/assign/candidates.h"
 #include "qrt_toolkit/assign/reference.h"
-#include "qrt_toolkit/explain/rivals.h"
+#include "qrt_toolkit/tune/layer_candidates.h"
 
 // Why kernels can't run a layer, in words.
 

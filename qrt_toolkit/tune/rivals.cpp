@@ -1,4 +1,4 @@
-#include "qrt_toolkit/explain/rivals.h"
+#include "qrt_toolkit/tune/rivals.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,15 +8,11 @@
 #include <utility>
 
 #include "qrt_core/runtime/tensor/shape_text.h"
-#include "qrt_toolkit/assign/candidates.h"
 #include "qrt_toolkit/assign/description.h"
 #include "qrt_toolkit/assign/epilogue.h"
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/assign/network.h"
-#include "qrt_toolkit/assign/problem.h"
-#include "qrt_toolkit/explain/refusals.h"
 #include "qrt_toolkit/tune/budget.h"
-#include "qrt_toolkit/tune/measured_costs.h"
 #include "qrt_toolkit/tune/summary.h"
 
 namespace marlo::toolkit {
@@ -29,41 +25,6 @@ std::string place_text(const runtime::LayerInfo* info, const std::string& kernel
   return std::to_string(reinterpret_cast<uintptr_t>(info)) + '|' + kernel + '|' +
          runtime::ShapesText(inputs) + '|' + runtime::ShapeText(output);
 }
-
-/// Costs that keep what they have told.
-class RememberedCosts final : public Costs {
- public:
-  struct Told {
-    double ms = 0;
-    bool is_measured = false;
-  };
-
-  explicit RememberedCosts(MeasuredCosts& costs) : costs_(costs) {}
-
-  void compare(const std::vector<Work>& rivals) override { costs_.compare(rivals); }
-
-  double of(const Work& work) override {
-    const Told told{costs_.of(work), costs_.is_measured(work)};
-    told_[place_text(work.info.get(), work.kernel, work.inputs, work.output)] = told;
-    return told.ms;
-  }
-
-  Told of_candidate(const ReferenceLayer& layer, const Candidate& candidate) const {
-    const auto restated =
-        candidate.restate != nullptr ? candidate.restate(*layer.info) : layer.info;
-    const auto* info = restated.get();
-    std::vector<runtime::TensorShape> inputs;
-    inputs.reserve(candidate.inputs.size());
-    for (const Form& form : candidate.inputs) inputs.push_back(form.shape);
-    const auto found =
-        told_.find(place_text(info, candidate.kernel, inputs, candidate.output.shape));
-    return found != told_.end() ? found->second : Told{};
-  }
-
- private:
-  MeasuredCosts& costs_;
-  std::map<std::string, Told> told_;
-};
 
 /// What bringing a tensor from one form to another costs; infinity where it can't be done.
 double conversion(const Problem& problem, size_t layer, const Form& from, const Form& to) {
@@ -112,15 +73,45 @@ bool is_same_kernel(const Candidate& a, const Candidate& b) {
   return a.kernel == b.kernel && a.inputs == b.inputs && a.output == b.output;
 }
 
+std::vector<ExplainedCandidate> candidates_of(const Problem& problem, size_t v,
+                                              const RememberedCosts& costs) {
+  const ReferenceLayer& layer = problem.layers[v];
+  const Candidate chosen = chosen_kernel(layer);
+  std::vector<Candidate> candidates{chosen};
+  for (const Option& option : problem.options[v].options) {
+    if (!is_same_kernel(option.candidate, chosen)) candidates.push_back(option.candidate);
+  }
+  std::vector<ExplainedCandidate> found;
+  for (size_t c = 0; c < candidates.size(); ++c) {
+    const Candidate& candidate = candidates[c];
+    const double around = conversions_around(problem, v, candidate, chosen);
+    if (c != 0 && !std::isfinite(around)) continue;
+    ExplainedCandidate next;
+    next.kernel = candidate.kernel;
+    next.set = candidate.set;
+    for (const Form& form : candidate.inputs) next.inputs.push_back(form.shape);
+    next.output = candidate.output.shape;
+    next.is_chosen = c == 0;
+    next.difference = candidate.difference;
+    const RememberedCosts::Told told = costs.of_candidate(layer, candidate);
+    next.is_measured = told.is_measured;
+    next.ms = told.ms;
+    next.converters_ms = around;
+    found.push_back(std::move(next));
+  }
+  return found;
+}
+
 class RivalFinder {
  public:
   RivalFinder(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
               const RivalOptions& options)
       : options_(options),
         workshop_(kernels),
-        finder_(workshop_, {options.assign.set, options.assign.tolerance}),
-        refusals_(workshop_, {options.assign.set, options.assign.tolerance}),
-        clock_(kernels),
+        finder_(workshop_, {options.assign.set, options.assign.tolerance,
+                            [this] { return budget_.still_goes_on(); }}),
+        teller_(workshop_, {options.assign.set, options.assign.tolerance, {}}),
+        clock_(kernels, [this] { return budget_.still_goes_on(); }),
         wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
         budget_(options.budget, options.go_on) {
     const std::string id = network_id(model, options.assign.network);
@@ -130,15 +121,12 @@ class RivalFinder {
 
   Rivals run() {
     MeasuredCosts measured(options_.meter != nullptr ? *options_.meter : clock_, wisdom_,
-                           {[this] { return budget_.lasts(); }, [this] { count_layer(); }});
+                           {[this] { return budget_.lasts(); }, [this] { count_layer(); },
+                            [this] { return budget_.goes_on(); }});
     RememberedCosts costs(measured);
     const Problem problem = make_problem(std::move(layers_), finder_, costs);
     for (size_t v = 0; v < problem.layers.size(); ++v) {
-      const ReferenceLayer& layer = problem.layers[v];
-      LayerRivals& rivals = found_.layers[layer.id];
-      if (layer.is_fixed) continue;
-      rivals.candidates = candidates_of(problem, v, costs);
-      if (budget_.goes_on()) rivals.refusals = refusals_of(layer, rivals.candidates);
+      found_.layers[problem.layers[v].id] = teller_.of(problem, v, costs, budget_.still_goes_on());
     }
     found_.is_complete = !budget_.is_over();
     for (const std::string& fault : {wisdom_.fault(), wisdom_.save()}) {
@@ -152,64 +140,63 @@ class RivalFinder {
     if (options_.progress) options_.progress(++layers_done_);
   }
 
-  static std::vector<ExplainedCandidate> candidates_of(const Problem& problem, size_t v,
-                                                       const RememberedCosts& costs) {
-    const ReferenceLayer& layer = problem.layers[v];
-    const Candidate chosen = chosen_kernel(layer);
-    std::vector<Candidate> candidates{chosen};
-    for (const Option& option : problem.options[v].options) {
-      if (!is_same_kernel(option.candidate, chosen)) candidates.push_back(option.candidate);
-    }
-    std::vector<ExplainedCandidate> found;
-    for (size_t c = 0; c < candidates.size(); ++c) {
-      const Candidate& candidate = candidates[c];
-      const double around = conversions_around(problem, v, candidate, chosen);
-      if (c != 0 && !std::isfinite(around)) continue;
-      ExplainedCandidate next;
-      next.kernel = candidate.kernel;
-      next.set = candidate.set;
-      for (const Form& form : candidate.inputs) next.inputs.push_back(form.shape);
-      next.output = candidate.output.shape;
-      next.is_chosen = c == 0;
-      next.difference = candidate.difference;
-      const RememberedCosts::Told told = costs.of_candidate(layer, candidate);
-      next.is_measured = told.is_measured;
-      next.ms = told.ms;
-      next.converters_ms = around;
-      found.push_back(std::move(next));
-    }
-    return found;
-  }
-
-  std::vector<ExplainedRefusal> refusals_of(const ReferenceLayer& layer,
-                                            const std::vector<ExplainedCandidate>& candidates) {
-    std::string key = layer.kernel + '|' + key_of(*layer.info) + '|' +
-                      (layer.reads_rectified ? "r" : "") + '|' + layer.may_apply + '|' +
-                      layer.may_be_applied + '|' + layer.applies + '|' +
-                      runtime::ShapesText(layer.reads);
-    std::set<std::string> possible;
-    for (const ExplainedCandidate& candidate : candidates) {
-      if (possible.insert(candidate.kernel).second) key += '|' + candidate.kernel;
-    }
-    const auto [known, is_new] = known_refusals_.try_emplace(std::move(key));
-    if (is_new) known->second = refusals_.of(layer, possible);
-    return known->second;
-  }
-
   const RivalOptions& options_;
   Workshop workshop_;
   CandidateFinder finder_;
-  RefusalFinder refusals_;
+  RivalTeller teller_;
   ClockMeter clock_;
   Wisdom wisdom_;
   Budget budget_;
   std::vector<ReferenceLayer> layers_;
-  std::map<std::string, std::vector<ExplainedRefusal>> known_refusals_;
   Rivals found_;
   size_t layers_done_ = 0;
 };
 
 }  // namespace
+
+double ExplainedCandidate::whole_ms() const { return ms + converters_ms; }
+
+double RememberedCosts::of(const Work& work) {
+  const Told told{costs_.of(work), costs_.is_measured(work)};
+  told_[place_text(work.info.get(), work.kernel, work.inputs, work.output)] = told;
+  return told.ms;
+}
+
+RememberedCosts::Told RememberedCosts::of_candidate(const ReferenceLayer& layer,
+                                                    const Candidate& candidate) const {
+  const auto restated = candidate.restate != nullptr ? candidate.restate(*layer.info) : layer.info;
+  const auto* info = restated.get();
+  std::vector<runtime::TensorShape> inputs;
+  inputs.reserve(candidate.inputs.size());
+  for (const Form& form : candidate.inputs) inputs.push_back(form.shape);
+  const auto found = told_.find(place_text(info, candidate.kernel, inputs, candidate.output.shape));
+  return found != told_.end() ? found->second : Told{};
+}
+
+LayerRivals RivalTeller::of(const Problem& problem, size_t layer, const RememberedCosts& costs,
+                            bool with_refusals) {
+  LayerRivals rivals;
+  const ReferenceLayer& reference = problem.layers[layer];
+  if (reference.is_fixed) return rivals;
+  rivals.candidates = candidates_of(problem, layer, costs);
+  if (with_refusals) rivals.refusals = refusals_of(reference, rivals.candidates);
+  return rivals;
+}
+
+std::vector<ExplainedRefusal> RivalTeller::refusals_of(
+    const ReferenceLayer& layer, const std::vector<ExplainedCandidate>& candidates) {
+  std::string key = layer.kernel + '|' + key_of(*layer.info) + '|' +
+                    (layer.reads_rectified ? "r" : "") + '|' + layer.may_apply + '|' +
+                    layer.may_be_applied + '|' + layer.applies + '|' +
+                    runtime::ShapesText(layer.reads);
+  std::set<std::string> possible;
+  for (const ExplainedCandidate& candidate : candidates) {
+    if (possible.insert(candidate.kernel).second) key += '|' + candidate.kernel;
+  }
+  const auto [known, is_new] = known_refusals_.try_emplace(std::move(key));
+  if (is_new) known->second = refusals_.of(layer, possible);
+  return known->second;
+}
 
 Rivals find_rivals(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,
                    const RivalOptions& options) {

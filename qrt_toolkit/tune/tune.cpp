@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <set>
@@ -18,6 +19,7 @@
 #include "qrt_toolkit/tune/budget.h"
 #include "qrt_toolkit/tune/local_changes.h"
 #include "qrt_toolkit/tune/measured_costs.h"
+#include "qrt_toolkit/tune/rivals.h"
 #include "qrt_toolkit/tune/summary.h"
 #include "qrt_toolkit/tune/wisdom.h"
 
@@ -95,10 +97,23 @@ std::vector<TuneSize> sizes_of(const TuneOptions& options) {
   return sizes;
 }
 
-/// Milliseconds of a pass of several models.
+constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+
+/// What a choice costs, with the given kernels.
+double cost_of_given(const Problem& problem) {
+  double cost = 0;
+  for (const LayerOptions& layer : problem.options) cost += layer.options[0].cost;
+  return cost;
+}
+
+/// Milliseconds of a pass of several models; not finite where none ran.
 struct PassTimes {
   std::vector<double> total;                  ///< by model: the weighted sum
   std::vector<std::vector<double>> per_size;  ///< by size, then by model
+
+  bool are_known() const {
+    return std::all_of(total.begin(), total.end(), [](double ms) { return std::isfinite(ms); });
+  }
 };
 
 /// A run of tuning.
@@ -111,40 +126,29 @@ class Tuner {
         options_(options),
         sizes_(sizes_of(options)),
         id_(network_id(model, options.assign.network)),
-        clock_(kernels),
+        clock_(kernels, [this] { return budget_.still_goes_on(); }),
         meter_(options.meter != nullptr ? *options.meter : clock_),
         wisdom_(options.wisdom, options.processor + ", " + library_name(kernels)),
         budget_(options.budget, [this] { return goes_on(); }) {
+    check_runnable(config_of(model, id_));
+    is_given_allowed_ = kernels_beyond(config_of(model, id_), options.assign.set).empty();
     progress_.of_layers = sizes_.size() * network_of(model, id_).squential_ids.size();
     for (const TuneSize& size : sizes_) tuned_.report.sizes.push_back({size});
   }
 
   TunedModel run() {
     std::vector<Contestant> contestants = assignments();
-    TuneReport& report = tuned_.report;
-    std::vector<const runtime::QRTModel*> models{&model_};
-    for (const Contestant& contestant : contestants) models.push_back(&contestant.assigned.model);
-    const PassTimes times = time_passes(models);
-    report.ran.push_back({"given", times.total[0]});
-    size_t best = 0;
-    for (size_t i = 0; i < contestants.size(); ++i) {
-      report.ran.push_back({contestants[i].name, times.total[i + 1]});
-      if (times.total[i + 1] < times.total[best]) best = i + 1;
-    }
-    state(times, best, report.ran[best].name);
     tuned_.model = model_;
-    // Where the given model is as fast as any, changes may still make another one faster.
-    constexpr double kAlike = 1.03;
-    const auto other = std::min_element(times.total.begin() + 1, times.total.end());
-    if (other != times.total.end() && *other <= kAlike * times.total[0]) {
-      take(std::move(contestants[static_cast<size_t>(other - times.total.begin()) - 1]));
-    }
+    if (budget_.goes_on()) compare_passes(contestants);
+    // It may have been ended meanwhile.
+    if (tuned_.report.chosen.empty()) take_by_costs(std::move(contestants[0]));
     mark();
+    TuneReport& report = tuned_.report;
     report.is_complete = !budget_.is_over();
     report.seconds = budget_.spent();
-    const std::string fault = wisdom_.save();
-    if (!wisdom_.fault().empty()) report.notes.push_back(wisdom_.fault());
-    if (!fault.empty()) report.notes.push_back(fault);
+    for (const std::string& fault : {wisdom_.save(), wisdom_.fault()}) {
+      if (!fault.empty()) report.notes.insert(report.notes.begin(), fault);
+    }
     return std::move(tuned_);
   }
 
@@ -154,32 +158,90 @@ class Tuner {
     return !options_.go_on || options_.go_on(progress_);
   }
 
+  /// Whole passes choose.
+  void compare_passes(std::vector<Contestant>& contestants) {
+    TuneReport& report = tuned_.report;
+    std::vector<const runtime::QRTModel*> models{&model_};
+    for (const Contestant& contestant : contestants) models.push_back(&contestant.assigned.model);
+    const PassTimes times = time_passes(models);
+    if (!budget_.goes_on() && !times.are_known()) return;
+    report.ran.push_back({"given", times.total[0]});
+    size_t best = is_given_allowed_ ? 0 : 1;
+    for (size_t i = 0; i < contestants.size(); ++i) {
+      report.ran.push_back({contestants[i].name, times.total[i + 1]});
+      if (times.total[i + 1] < times.total[best]) best = i + 1;
+    }
+    state(times, best, report.ran[best].name);
+    // Where the given model is as fast as any, changes may still make another one faster.
+    constexpr double kAlike = 1.03;
+    const auto other = std::min_element(times.total.begin() + 1, times.total.end());
+    if (!is_given_allowed_ || *other <= kAlike * times.total[0]) {
+      take(std::move(contestants[static_cast<size_t>(other - times.total.begin()) - 1]));
+    }
+  }
+
+  /// What single layers cost chooses, as there is no time for passes.
+  void take_by_costs(Contestant best) {
+    constexpr double kShort = 100;  // milliseconds
+    TuneReport& report = tuned_.report;
+    const double given = cost_of_given(problem_);
+    report.ran = {{"given", kUnknown}, {best.name, kUnknown}};
+    report.before = report.after = report.difference = kUnknown;
+    for (TunedSize& size : report.sizes) size.before = size.after = size.difference = kUnknown;
+    const bool is_other = !is_given_allowed_ || best.assigned.report.cost < given;
+    report.chosen = report.ran[is_other ? 1 : 0].name;
+    if (!is_other) return;
+    const bool is_quick = given + best.assigned.report.cost < kShort;
+    take_model(std::move(best.assigned));
+    if (is_quick) compare_outputs();
+  }
+
   /// Tries changes of what was chosen, and takes whatever is the fastest in the end: the changed
   /// one, that before the changes, or the given one.
   void take(Contestant best) {
     TuneReport& report = tuned_.report;
     AssignedModel unchanged = best.assigned;
-    change(best);
+    const PassTimes changes = change(best);
     if (report.changes_kept != 0 &&
-        !keep_changes(best.name, unchanged.model, best.assigned.model)) {
+        !keep_changes(best.name, unchanged.model, best.assigned.model, changes)) {
       report.changes_kept = 0;
       best.assigned = std::move(unchanged);
     }
     if (report.chosen == report.ran[0].name) return;
-    tuned_.model = std::move(best.assigned.model);
-    report.assigned = std::move(best.assigned.report);
-    compare_outputs();
+    take_model(std::move(best.assigned));
+    if (budget_.goes_on()) return compare_outputs();
+    report.difference = kUnknown;
+    for (TunedSize& size : report.sizes) size.difference = kUnknown;
+  }
+
+  void take_model(AssignedModel assigned) {
+    tuned_.model = std::move(assigned.model);
+    tuned_.report.assigned = std::move(assigned.report);
+    for (const std::string& id : tuned_.report.assigned.beyond) {
+      const auto& cfgs = config_of(tuned_.model, id_).layer_cfgs;
+      tuned_.report.notes.push_back("layer \"" + id + "\" keeps " +
+                                    cfgs.at(id)->kernel->kernel_type + ": no kernel up to " +
+                                    word_of(options_.assign.set) + " computes the same");
+    }
   }
 
   /// Compares the given model with that before the changes and that behind them, in passes that take
   /// turns, and names the fastest. @return whether it is the changed one
   bool keep_changes(const std::string& name, const runtime::QRTModel& before,
-                    const runtime::QRTModel& after) {
+                    const runtime::QRTModel& after, const PassTimes& changes) {
     TuneReport& report = tuned_.report;
     const PassTimes times = time_passes({&model_, &before, &after});
+    if (!budget_.goes_on() && !times.are_known()) {
+      // Each change made passes faster, which is what is known.
+      report.ran.push_back({"exchanged", changes.total[1]});
+      const bool is_faster = !is_given_allowed_ || changes.total[1] < report.before;
+      if (is_faster) state_after(changes, 1, "exchanged");
+      return is_faster;
+    }
     report.ran.push_back({"exchanged", times.total[2]});
     const std::string names[] = {report.ran[0].name, name, report.ran.back().name};
-    const auto fastest = std::min_element(times.total.rbegin(), times.total.rend());
+    const auto fastest =
+        std::min_element(times.total.rbegin(), times.total.rend() - (is_given_allowed_ ? 0 : 1));
     const auto place = static_cast<size_t>(times.total.rend() - fastest) - 1;
     state(times, place, names[place]);
     return place == 2;
@@ -187,21 +249,28 @@ class Tuner {
 
   /// Whole passes say what single layers can't: how kernels get on with what their neighbours leave in
   /// the caches. Kernels that are close are tried there, and kept where passes get faster.
-  void change(Contestant& best) {
+  /// @return times before and behind the last change that was kept
+  PassTimes change(Contestant& best) {
     constexpr double kClose = 1.08;
     constexpr double kFaster = 0.995;
     constexpr size_t kMostChanges = 8;
+    constexpr double kWorthwhile = 0.03;  // of the whole; less can't be seen in passes
+    PassTimes kept;
     for (const LocalChange& step : local_changes(problem_, best.assignment, kClose)) {
-      if (tuned_.report.changes_tried == kMostChanges || !budget_.lasts()) return;
+      if (tuned_.report.changes_tried == kMostChanges || !budget_.lasts()) break;
+      if (step.cost < kWorthwhile * best.assignment.cost) break;  // the dearest are first
       ++tuned_.report.changes_tried;
       Assignment next = changed(problem_, best.assignment, step);
       AssignedModel assigned = apply_assignment(model_, id_, problem_, next);
-      const auto times = time_passes({&best.assigned.model, &assigned.model}).total;
-      if (!(times[1] < kFaster * times[0])) continue;
+      PassTimes times = time_passes({&best.assigned.model, &assigned.model});
+      if (!budget_.goes_on()) break;
+      if (!(times.total[1] < kFaster * times.total[0])) continue;
       ++tuned_.report.changes_kept;
       best.assignment = std::move(next);
       best.assigned = std::move(assigned);
+      kept = std::move(times);
     }
+    return kept;
   }
 
   PassTimes time_passes(const std::vector<const runtime::QRTModel*>& models) {
@@ -218,12 +287,18 @@ class Tuner {
 
   /// Says which of several models is chosen. The given one is the first.
   void state(const PassTimes& times, size_t chosen, const std::string& name) {
+    tuned_.report.before = times.total[0];
+    for (size_t s = 0; s < sizes_.size(); ++s) {
+      tuned_.report.sizes[s].before = times.per_size[s][0];
+    }
+    state_after(times, chosen, name);
+  }
+
+  void state_after(const PassTimes& times, size_t chosen, const std::string& name) {
     TuneReport& report = tuned_.report;
-    report.before = times.total[0];
     report.after = times.total[chosen];
     report.chosen = name;
     for (size_t s = 0; s < sizes_.size(); ++s) {
-      report.sizes[s].before = times.per_size[s][0];
       report.sizes[s].after = times.per_size[s][chosen];
     }
   }
@@ -240,16 +315,19 @@ class Tuner {
 
   std::vector<Contestant> assignments() {
     Workshop workshop(kernels_);
-    CandidateFinder finder(workshop, {options_.assign.set, options_.assign.tolerance});
+    const CandidateRules rules{options_.assign.set, options_.assign.tolerance,
+                               [this] { return budget_.still_goes_on(); }};
+    CandidateFinder finder(workshop, rules);
     tuned_.report.excluded = finder.excluded();
     const std::vector<SizedNetwork> networks = references(workshop);
     MeasuredCosts measured(meter_, wisdom_,
-                           {[this] { return budget_.lasts(); }, [this] { ++progress_.layers; }});
-    problem_ = make_problem(networks, finder, measured);
+                           {[this] { return budget_.lasts(); }, [this] { ++progress_.layers; },
+                            [this] { return budget_.goes_on(); }});
+    RememberedCosts remembered(measured);
+    problem_ = make_problem(networks, finder, remembered);
     tuned_.report.measured = measured.measured();
     tuned_.report.remembered = measured.remembered();
-    EstimatedCosts estimated;
-    const Problem guess = make_problem(networks, finder, estimated);
+    if (options_.with_candidates) tell_candidates(workshop, rules, remembered);
     std::vector<Contestant> contestants;
     std::set<std::vector<size_t>> seen;
     const auto add = [&](const std::string& name, const std::vector<ChoiceLayer>& graph) {
@@ -259,9 +337,20 @@ class Tuner {
       contestants.push_back({name, std::move(assignment), std::move(assigned)});
     };
     add("measured", problem_.graph);
+    if (!budget_.goes_on()) return contestants;
     add("fewer converters", with_dear_converters(problem_.graph));
-    add("estimated", guess.graph);
+    EstimatedCosts estimated;
+    add("estimated", make_problem(networks, finder, estimated).graph);
     return contestants;
+  }
+
+  void tell_candidates(Workshop& workshop, const CandidateRules& rules,
+                       const RememberedCosts& costs) {
+    RivalTeller teller(workshop, rules);
+    for (size_t v = 0; v < problem_.layers.size(); ++v) {
+      tuned_.report.candidates[problem_.layers[v].id] =
+          teller.of(problem_, v, costs, budget_.still_goes_on());
+    }
   }
 
   void compare_outputs() {
@@ -293,7 +382,8 @@ class Tuner {
   Wisdom wisdom_;
   TuneProgress progress_;
   Budget budget_;
-  Problem problem_;  // with measured costs
+  bool is_given_allowed_ = true;  // it names no kernel that needs more than the set
+  Problem problem_;               // with measured costs
   TunedModel tuned_;
 };
 

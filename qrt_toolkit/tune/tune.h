@@ -12,6 +12,7 @@
 #include "qrt_core/runtime/model/model_info.h"
 #include "qrt_core/utility/export.h"
 #include "qrt_toolkit/assign/assign.h"
+#include "qrt_toolkit/tune/layer_candidates.h"
 #include "qrt_toolkit/tune/meter.h"
 
 // Chooses kernels and layouts by measurement.
@@ -38,12 +39,15 @@ struct TuneOptions {
   /// Further sizes of the inputs: what is made as small as can be is the weighted sum of passes on
   /// all sizes.
   std::vector<TuneSize> further;
-  double budget = 120;     ///< seconds, after which nothing more is measured
+  double budget = 120;  ///< seconds, after which nothing more is measured
+  bool with_candidates =
+      false;               ///< whether the report tells every candidate, and why others aren't
   std::string wisdom;      ///< file of earlier measurements; empty for none
   std::string processor;   ///< what the measurements and the model are for; see `processor_name`
   std::string date;        ///< that the model is marked with; empty for none
   Meter* meter = nullptr;  ///< takes the times; null for the clock. Not owned
-  /// Asked between measurements; false ends them, and the best that is known is chosen.
+  /// Asked between measurements, and many times a second; false ends them, and the best that is known
+  /// is chosen without another pass.
   std::function<bool(const TuneProgress&)> go_on;
 };
 
@@ -52,10 +56,11 @@ struct TunedConfiguration {
   /// "given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with
   /// kernels exchanged for others that are close.
   std::string name;
-  double milliseconds = 0;  ///< of a pass; of several sizes: the weighted sum
+  /// Of a pass; of several sizes: the weighted sum. NaN where it was ended before that was known.
+  double milliseconds = 0;
 };
 
-/// What tuning did to passes on one size. Plain data.
+/// What tuning did to passes on one size; NaN where it was ended before that was known. Plain data.
 struct TunedSize {
   TuneSize size;
   double before = 0;      ///< milliseconds of a pass of the given model
@@ -63,7 +68,8 @@ struct TunedSize {
   double difference = 0;  ///< of the outputs, over the largest number of each
 };
 
-/// What became of a network. Plain data.
+/// What became of a network. Times and differences are NaN where it was ended before they were known.
+/// Plain data.
 struct TuneReport {
   AssignReport assigned;                ///< of the configuration that was chosen
   std::vector<TunedConfiguration> ran;  ///< the given one first
@@ -80,6 +86,9 @@ struct TuneReport {
   bool is_complete = true;              ///< whether nothing was left out for want of time
   std::vector<std::string> excluded;    ///< kernels that need other instructions
   std::vector<std::string> notes;       ///< what went wrong without stopping it, in words
+  /// By layer id, where it was asked for: the kernels that could run the layer on the first size, and
+  /// those that couldn't. Empty for layers that stay as they are.
+  std::map<std::string, LayerRivals> candidates;
 };
 
 /// A model with what became of it. Plain data.
@@ -93,7 +102,7 @@ struct TunedModel {
 /// The candidates are those of `assign_kernels`. Each distinct kernel, description and shape is
 /// timed once, the cheapest assignment of all layers together is found, and then whole passes of it
 /// run against the given model and a few others. The given model is what comes back where none is
-/// faster. `QRModelCfg::summary` gets a line of JSON that begins with the key "qrt_tuned" and says
+/// faster, unless it names kernels that need more than the set. `QRModelCfg::summary` gets a line of JSON that begins with the key "qrt_tuned" and says
 /// for which processor, kernels, shapes and date. With several sizes of inputs a kernel has to take
 /// its layer on all of them.
 ///

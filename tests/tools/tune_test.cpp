@@ -5,6 +5,7 @@
 #include "qrt_toolkit/tune/tune.h"
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/choice_options.h"
+#include "tools/qrt/network.h"
 
 // `qrt tune`.
 
@@ -117,6 +118,28 @@ TEST_F(TuneTest, ReportsAsJson) {
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   EXPECT_THAT(outcome.out, AllOf(HasSubstr("\"kernels\": \"sse\""), HasSubstr("\"after_ms\": "),
                                  HasSubstr("\"complete\": "), HasSubstr("\"layers\": [")));
+}
+
+TEST_F(TuneTest, TheReportTellsEveryCandidate) {
+  const Outcome outcome = tune({"--input", "1x1x3", "--report", path("r.json"), "--isa", "sse"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  const std::string report = file_text(path("r.json"));
+  EXPECT_THAT(report, AllOf(HasSubstr("\"candidates\": {"), HasSubstr("\"mix\": {"),
+                            HasSubstr("\"measured\": true"), HasSubstr("\"refusals\": ["),
+                            HasSubstr("\"reasons\": [")));
+}
+
+TEST_F(TuneTest, TheGivenModelIsBoundByTheSet) {
+  if (qrt_tool::Library().kernels.Create("ReLU_SSE_Float_M1") == nullptr) {
+    GTEST_SKIP() << "this build has no SSE kernels";
+  }
+  auto model = toy_model();
+  kernel_of(*model, "cut") = "ReLU_SSE_Float_M1";
+  model->ToFile(path("a.json").c_str(), "json");
+  ASSERT_EQ(tune({"--input", "1x1x3", "--isa", "portable"}).code, 0);
+  marlo::runtime::QRTModel bound;
+  bound.FromFile(path("b.json").c_str(), "json");
+  EXPECT_THAT(kernel_of(bound, "cut"), HasSubstr("Fallback"));
 }
 
 TEST_F(TuneTest, TakesSeveralSizes) {

@@ -70,12 +70,12 @@ void run_explain(const ExplainCommandOptions& options) {
   constexpr double kMilliseconds = 1000;
   check_options(options);
   Library library;
-  const auto model = read_model(options.model, std::nullopt, options.inputs);
   ExplainOptions explain;
+  explain.set = kernel_set_option(options.isa);
+  const auto model = read_model(options.model, std::nullopt, options.inputs, explain.set);
   explain.network = choose_network(*model, options.model, options.network);
   explain.passes_ms = options.seconds * kMilliseconds;
   explain.with_candidates = !options.no_candidates;
-  explain.set = kernel_set_option(options.isa);
   explain.budget = options.budget;
   explain.processor = marlo::toolkit::processor_name();
   if (!options.no_wisdom) {

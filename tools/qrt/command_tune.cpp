@@ -1,3 +1,4 @@
+#include <cmath>
 #include <ctime>
 #include <map>
 #include <optional>
@@ -99,10 +100,11 @@ void run_tune(const TuneCommandOptions& options) {
   tune.budget = options.budget;
   tune.processor = marlo::toolkit::processor_name();
   tune.date = today();
+  tune.with_candidates = options.json || !options.report.empty();
   if (!options.no_wisdom) tune.wisdom = options.wisdom.empty() ? default_wisdom() : options.wisdom;
 
   Library library;
-  const auto model = read_model(options.input, std::nullopt);
+  const auto model = read_model(options.input, std::nullopt, options.inputs, tune.assign.set);
   tune.assign.network = choose_network(*model, options.input, options.network);
   size_t layers = 0;
   {
@@ -118,7 +120,11 @@ void run_tune(const TuneCommandOptions& options) {
   TunedModel result = tuned(*model, library, tune, layers);
   for (const std::string& note : result.report.notes) say(note, Level::warning);
   if (!result.report.is_complete) {
-    say("not everything was measured: the rest is as it was estimated", Level::warning);
+    say(std::isfinite(result.report.after)
+            ? "not everything was measured: the rest is as it was estimated"
+            : "ended before whole passes were timed: what was measured of single layers chose, and "
+              "estimates where nothing was",
+        Level::warning);
   }
   if (!to_stream) write_object(result.model, ObjectKind::model, options.output, format.is_json);
   const std::string json = tune_json(result.report, tune);

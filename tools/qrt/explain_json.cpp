@@ -108,11 +108,19 @@ void add_layer(JsonText& json, const ExplainedLayer& layer, const Explanation& a
     json.end_object();
   }
   json.end_array();
+  add_candidates(json, layer.candidates, layer.refusals);
+  json.end_object();
+}
+
+}  // namespace
+
+void add_candidates(JsonText& json, const std::vector<ExplainedCandidate>& candidates,
+                    const std::vector<ExplainedRefusal>& refusals) {
   json.begin_array("candidates");
-  for (const ExplainedCandidate& candidate : layer.candidates) add_candidate(json, candidate);
+  for (const ExplainedCandidate& candidate : candidates) add_candidate(json, candidate);
   json.end_array();
   json.begin_array("refusals");
-  for (const ExplainedRefusal& refusal : layer.refusals) {
+  for (const ExplainedRefusal& refusal : refusals) {
     json.begin_object();
     json.text("kernel", refusal.kernel);
     json.text("needs", word_of(refusal.set));
@@ -122,10 +130,7 @@ void add_layer(JsonText& json, const ExplainedLayer& layer, const Explanation& a
     json.end_object();
   }
   json.end_array();
-  json.end_object();
 }
-
-}  // namespace
 
 std::string explain_json(const Explanation& explanation) {
   JsonText json;

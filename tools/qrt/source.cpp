@@ -122,9 +122,11 @@ std::map<std::string, std::vector<int64_t>> shapes_of(const std::vector<std::str
 
 }  // namespace
 
-std::shared_ptr<marlo::runtime::QRTModel> imported_model(const std::string& path,
-                                                         const std::vector<std::string>& inputs) {
+std::shared_ptr<marlo::runtime::QRTModel> imported_model(
+    const std::string& path, const std::vector<std::string>& inputs,
+    std::optional<marlo::toolkit::KernelSet> set) {
   ImportOptions options;
+  options.kernels = set;
   try {
     return std::make_shared<marlo::runtime::QRTModel>(
         marlo::toolkit::import_onnx(path, options).model);

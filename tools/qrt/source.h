@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "qrt_toolkit/import_onnx.h"
@@ -39,9 +40,11 @@ marlo::toolkit::ImportedModel import_source(const std::string& path,
 /// The model of a network that is imported in memory only. Sizes that its file leaves open are those
 /// of `inputs`.
 /// @param inputs as commands take them for models: "SIZES", "FILE" or "LAYER=FILE"
+/// @param set the kernels to choose from; without it those of this processor
 /// @throws ToolError as `import_source`
-std::shared_ptr<marlo::runtime::QRTModel> imported_model(const std::string& path,
-                                                         const std::vector<std::string>& inputs);
+std::shared_ptr<marlo::runtime::QRTModel> imported_model(
+    const std::string& path, const std::vector<std::string>& inputs,
+    std::optional<marlo::toolkit::KernelSet> set = std::nullopt);
 
 /// The same, run beside its source, with a line of progress on a terminal.
 marlo::toolkit::VerifiedImport import_and_verify_source(

@@ -1,5 +1,8 @@
 #include "tools/qrt/tune_output.h"
 
+#include <cmath>
+
+#include "tools/qrt/explain_output.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/shapes.h"
 #include "tools/qrt/table.h"
@@ -15,6 +18,8 @@ using marlo::toolkit::TuneReport;
 
 namespace {
 
+std::string shown_ms(double ms) { return std::isfinite(ms) ? short_decimal(ms) : "-"; }
+
 std::string inputs_text(const TunedSize& size) {
   std::string text;
   for (const auto& [id, shape] : size.size.inputs) {
@@ -28,10 +33,22 @@ std::string sizes_table(const TuneReport& report, size_t width) {
   if (report.sizes.size() < 2) return "";
   Table sizes({{"input"}, {"weight", true}, {"given ms", true}, {"chosen ms", true}});
   for (const TunedSize& size : report.sizes) {
-    sizes.add({inputs_text(size), short_decimal(size.size.weight), short_decimal(size.before),
-               short_decimal(size.after)});
+    sizes.add({inputs_text(size), short_decimal(size.size.weight), shown_ms(size.before),
+               shown_ms(size.after)});
   }
   return sizes.text(width) + "\n";
+}
+
+/// Every layer's candidates, and why other kernels can't run it.
+void add_all_candidates(JsonText& json, const TuneReport& report) {
+  json.begin_object("candidates");
+  for (const auto& [id, rivals] : report.candidates) {
+    if (rivals.candidates.empty()) continue;
+    json.begin_object(id.c_str());
+    add_candidates(json, rivals.candidates, rivals.refusals);
+    json.end_object();
+  }
+  json.end_object();
 }
 
 }  // namespace
@@ -41,7 +58,7 @@ std::string tune_text(const TuneReport& report, size_t width) {
   Table passes({{"configuration"}, {sum, true}, {"of given", true}, {""}});
   for (const TunedConfiguration& ran : report.ran) {
     const double given = report.ran[0].milliseconds;
-    passes.add({ran.name, short_decimal(ran.milliseconds),
+    passes.add({ran.name, shown_ms(ran.milliseconds),
                 given > 0 ? short_decimal(ran.milliseconds / given) : "",
                 ran.name == report.chosen ? "chosen" : ""});
   }
@@ -60,7 +77,10 @@ std::string tune_text(const TuneReport& report, size_t width) {
           std::to_string(report.remembered) + " remembered, " +
           counted(report.changes_tried, "change") + " tried in whole passes and " +
           std::to_string(report.changes_kept) + " kept, in " + short_decimal(report.seconds) +
-          " s; outputs differ by " + short_decimal(report.difference) + " of the largest\n";
+          " s; outputs " +
+          (std::isfinite(report.difference)
+               ? "differ by " + short_decimal(report.difference) + " of the largest\n"
+               : "weren't compared\n");
   return text;
 }
 
@@ -122,6 +142,7 @@ std::string tune_json(const TuneReport& report, const TuneOptions& options) {
     json.end_object();
   }
   json.end_array();
+  add_all_candidates(json, report);
   json.begin_array("excluded");
   for (const std::string& kernel : report.excluded) json.text(kernel);
   json.end_array();

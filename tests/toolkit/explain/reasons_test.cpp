@@ -15,7 +15,7 @@
 #include "qrt_toolkit/assign/form.h"
 #include "qrt_toolkit/assign/kernel_set.h"
 #include "qrt_toolkit/assign/trial.h"
-#include "qrt_toolkit/explain/refusals.h"
+#include "qrt_toolkit/tune/refusals.h"
 #include "tests/support/kernels.h"
 #include "tests/support/pace.h"
 

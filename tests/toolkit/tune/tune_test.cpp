@@ -270,7 +270,7 @@ TEST(Tune, TheConfigurationSaysWhatItWasMadeFor) {
 TEST(Tune, WithoutTimeLeftTheEstimateIsWhatThereIs) {
   RecordedMeter meter;
   TuneOptions options = options_with(meter);
-  options.go_on = [](const TuneProgress&) { return false; };
+  options.budget = 0;
   const TunedModel tuned = tune_model(*small_model(), documented_kernels(), options);
   EXPECT_FALSE(tuned.report.is_complete);
   EXPECT_THAT(meter.asked, IsEmpty());

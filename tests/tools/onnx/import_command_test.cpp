@@ -253,6 +253,19 @@ TEST_F(ImportCommandTest, KernelsAreChosenFromASet) {
   EXPECT_EQ(import(kSmall, {"--isa", "mmx"}).code, 2);
 }
 
+TEST_F(ImportCommandTest, TuningBindsTheImportToItsSet) {
+  write_model(path("net.onnx"), kSmall);
+  const Outcome outcome = qrt({"tune", path("net.onnx"), path("tuned.json"), "--no-wisdom", "--isa",
+                               "portable", "--budget", "1", "--input", "x=1x1x2x3"});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  marlo::runtime::QRTModel model;
+  model.FromFile(path("tuned.json").c_str(), "json");
+  for (const auto& [id, layer] : model.config_arr->cfgs.begin()->second->cpu_sse->layer_cfgs) {
+    const std::string& kernel = layer->kernel->kernel_type;
+    EXPECT_TRUE(kernel.find("Fallback") != std::string::npos || kernel == "Input") << kernel;
+  }
+}
+
 TEST_F(ImportCommandTest, NamesAreChecked) {
   EXPECT_EQ(qrt({"import"}).code, 2);
   EXPECT_EQ(import(kSmall, {}, "net.txt").code, 2);
