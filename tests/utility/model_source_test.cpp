@@ -9,6 +9,7 @@
 
 #include "qrt_core/qrt_core.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
+#include "tests/support/fake_kernel.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/pace.h"
 #include "tests/support/temporary_folder.h"
@@ -138,6 +139,22 @@ INSTANTIATE_TEST_SUITE_P(Forms, ModelSourceTest, testing::Values("model.qrtmodel
                                       ? "Json"
                                       : "Binary";
                          });
+
+TEST_P(ModelSourceTest, AKernelThatKeepsItsLayerKeepsItsWeights) {
+  FakeRegistry fakes;
+  fakes.add("mine");
+  const auto model = weighty_model().build();
+  auto& layers = model->config_arr->cfgs.at("net")->cpu_sse->layer_cfgs;
+  for (const auto& [id, layer] : layers) layer->kernel->kernel_type = "mine";
+  const std::string path = folder_.file(GetParam());
+  const bool is_text = path.find(".json") != std::string::npos;
+  ASSERT_TRUE(model->ToFile(path.c_str(), is_text ? "json" : "bin"));
+  utility::ModelOptions options;
+  options.kernels = &fakes.kernels;
+  const utility::Model loaded(path, options);
+  const auto& conv = dynamic_cast<runtime::Conv2dInfo&>(*fakes.calls->at(1).info);
+  EXPECT_EQ(runtime::WeightNumbers(conv.weight), ramp(2304, -1.0f, 0.0009765625f));
+}
 
 class JsonSourceTest : public ModelSourceTest {
  protected:

@@ -63,22 +63,23 @@ std::vector<utility::Misfit> refusals_of(IKernel* kernel, const LayerInfo* info,
   }
 }
 
-// A layer that has its weights for a while.
+// A layer that has its weights for a while, or for good where somebody keeps it meanwhile.
 class FilledLayer {
  public:
-  FilledLayer(const WeightPlaces* weights, LayerInfo* info)
-      : weights_(info != nullptr ? weights : nullptr), info_(info) {
+  FilledLayer(const WeightPlaces* weights, const std::shared_ptr<LayerInfo>& info)
+      : weights_(info != nullptr ? weights : nullptr), info_(info), owners_(info.use_count()) {
     if (weights_ != nullptr) weights_->fill(*info_);
   }
   FilledLayer(const FilledLayer&) = delete;
   FilledLayer& operator=(const FilledLayer&) = delete;
   ~FilledLayer() {
-    if (weights_ != nullptr) weights_->empty(*info_);
+    if (weights_ != nullptr && info_.use_count() <= owners_) weights_->empty(*info_);
   }
 
  private:
   const WeightPlaces* weights_;
-  LayerInfo* info_;
+  const std::shared_ptr<LayerInfo>& info_;
+  long owners_;
 };
 
 /// Makes the layers of a network one by one. The two forms of configuration differ only in where a
@@ -171,7 +172,7 @@ class NetBuilder {
       Assert(cfg != nullptr, "layer %u \"%s\" has no kernel in the configuration", position,
              id(position).c_str());
       const char* name = cfg->kernel_type.c_str();
-      const FilledLayer filled(weights_, info.get());
+      const FilledLayer filled(weights_, info);
       std::shared_ptr<IKernel> kernel = kernels_.Create(cfg->kernel_type);
       Log(utility::LOG_TRACE, "Create Kernel >> %s >> %s", name,
           kernel != nullptr ? "ok" : "nullptr");
