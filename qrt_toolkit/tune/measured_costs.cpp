@@ -15,7 +15,7 @@ void MeasuredCosts::compare(const std::vector<Work>& rivals) {
   double best = estimated_.of(rivals[0]);
   for (const Work& work : rivals) best = std::min(best, estimated_.of(work));
   // What is hopeless by any account would take the time of all others together.
-  constexpr double kHopeless = 5;
+  constexpr double kHopeless = 8;
   std::vector<Work> unknown;
   std::vector<std::string> keys;
   std::vector<const Work*> hopeless;

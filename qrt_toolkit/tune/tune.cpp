@@ -254,17 +254,24 @@ class Tuner {
     constexpr double kClose = 1.08;
     constexpr double kFaster = 0.995;
     constexpr size_t kMostChanges = 8;
+    constexpr size_t kMostInVain = 3;
     constexpr double kWorthwhile = 0.03;  // of the whole; less can't be seen in passes
     PassTimes kept;
+    size_t in_vain = 0;
     for (const LocalChange& step : local_changes(problem_, best.assignment, kClose)) {
-      if (tuned_.report.changes_tried == kMostChanges || !budget_.lasts()) break;
+      const bool is_enough = tuned_.report.changes_tried == kMostChanges || in_vain == kMostInVain;
+      if (is_enough || !budget_.lasts()) break;
       if (step.cost < kWorthwhile * best.assignment.cost) break;  // the dearest are first
       ++tuned_.report.changes_tried;
       Assignment next = changed(problem_, best.assignment, step);
       AssignedModel assigned = apply_assignment(model_, id_, problem_, next);
       PassTimes times = time_passes({&best.assigned.model, &assigned.model});
       if (!budget_.goes_on()) break;
-      if (!(times.total[1] < kFaster * times.total[0])) continue;
+      if (!(times.total[1] < kFaster * times.total[0])) {
+        ++in_vain;
+        continue;
+      }
+      in_vain = 0;
       ++tuned_.report.changes_kept;
       best.assignment = std::move(next);
       best.assigned = std::move(assigned);
