@@ -484,7 +484,7 @@ def test_models_and_clones_take_no_memory():
 
 
 def test_objects_are_made_by_the_module_only(digits):
-    model = qrt.load(DIGITS)
+    model = qrt.load(models.DIGITS)
     for kind in (type(digits), type(model), type(digits.inputs[0]), type(digits.layers[0])):
         for make in (kind, lambda kind=kind: kind.__new__(kind), lambda kind=kind: object.__new__(kind)):
             with pytest.raises(TypeError):
