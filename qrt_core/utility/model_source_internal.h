@@ -33,7 +33,7 @@ class ModelSource {
   /// @throws Error as `read_model` does
   ModelSource(const char* bytes, size_t size);
 
-  runtime::QRTModel& model() { return *model_; }
+  runtime::QRTModel& model() { return *model_; }  ///< its tree
   /// Where the weights are; null where the tree holds them.
   const runtime::WeightPlaces* weights() const { return places_.get(); }
   /// Bytes of the file.

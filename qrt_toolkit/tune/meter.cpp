@@ -168,6 +168,7 @@ std::vector<double> ClockMeter::medians(const std::vector<std::function<double()
   constexpr double kPatience = 3;
   constexpr double kShort = 5;  // milliseconds
   std::vector<double> fastest;
+  fastest.reserve(rivals.size());
   std::vector<std::vector<double>> samples(rivals.size());
   for (const auto& rival : rivals) fastest.push_back(goes_on() ? rival() : kNever);
   const std::vector<double> warm = fastest;

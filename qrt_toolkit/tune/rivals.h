@@ -25,8 +25,8 @@ class RememberedCosts final : public Costs {
  public:
   /// What a kernel takes on a layer.
   struct Told {
-    double ms = 0;
-    bool is_measured = false;
+    double ms = 0;             ///< milliseconds
+    bool is_measured = false;  ///< else estimated
   };
 
   /// @param costs outlives the object

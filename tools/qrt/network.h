@@ -48,7 +48,7 @@ std::shared_ptr<marlo::runtime::QRTModel> read_model(
 /// A model whose weights may still be in its file.
 struct OpenModel {
   std::shared_ptr<marlo::utility::ModelSource> source;  ///< null where the tree holds its weights
-  std::shared_ptr<marlo::runtime::QRTModel> tree;
+  std::shared_ptr<marlo::runtime::QRTModel> tree;       ///< what is described
 
   /// Where the weights are, as `load_network` takes it.
   const marlo::runtime::WeightPlaces* weights() const {

@@ -20,9 +20,9 @@ class WeightPlaces {
  public:
   /// A weight in the file: halves, or Base64 text.
   struct Place {
-    uint64_t begin = 0;  ///< its first byte
-    uint64_t count = 0;  ///< so many halves, or bytes of text
-    bool is_text = false;
+    uint64_t begin = 0;    ///< its first byte
+    uint64_t count = 0;    ///< so many halves, or bytes of text
+    bool is_text = false;  ///< else halves
   };
 
   /// @param file that the tree is read from, which can be read again at any place; not owned
