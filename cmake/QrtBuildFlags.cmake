@@ -79,7 +79,7 @@ endif()
 # compiled as one. Sources with flags or definitions of their own stay alone. Where two clash after an edit, CMake has to
 # look again.
 function(qrt_compile_together target)
-  if(NOT QRT_COMPILE_TOGETHER OR (QRT_COMPILE_TOGETHER STREQUAL "TESTS" AND target MATCHES "^qrt_objects_"))
+  if(NOT QRT_COMPILE_TOGETHER OR (QRT_COMPILE_TOGETHER STREQUAL "TESTS" AND target STREQUAL "qrt_objects_base"))
     return()
   endif()
   find_package(Python3 REQUIRED COMPONENTS Interpreter)
@@ -96,8 +96,8 @@ function(qrt_compile_together target)
     set_source_files_properties("${CMAKE_MATCH_2}" PROPERTIES UNITY_GROUP "${CMAKE_MATCH_1}")
   endforeach()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
-  # A name of one source may hide that of another.
-  target_compile_options(${target} PRIVATE -Wno-shadow)
+  # A name of one source may hide that of another, and GCC takes them all for headers.
+  target_compile_options(${target} PRIVATE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endfunction()
 
 # qrt_compile_quickly(<target>): for what calls those that do the work. Neither a sanitizer's finding nor a user's time

@@ -11,7 +11,7 @@ import sys
 
 SLOTS = {"CheckConfig": "CheckConfig", "Configure": "Config", "InferOutputShapes": "InferOutputShapes",
          "CheckInputs": "CheckInputs", "CheckOutputs": "CheckOutputs", "Forward": "Forward", "ResetState": "ResetState"}
-FACTS = ("needs", "input_use", "epilogue", "refusals", "input_refusals", "differences")
+FACTS = ("needs", "input_use", "epilogue", "refusals", "input_refusals", "pass_refusals", "differences")
 FACT = re.compile(r"^  (?:(?:runtime::|std::)?\w+) (" + "|".join(FACTS) + r")\(")
 SLOT = re.compile(r"^  (?:int|bool|Shapes) (" + "|".join(SLOTS) + r")\(")
 # What every family has besides, in one form.

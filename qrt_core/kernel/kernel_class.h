@@ -160,6 +160,7 @@ class KernelFamily {
   /// @{
   Misfits refusals(const LayerInfo*, const InferenceParam*) const { return {}; }
   Misfits input_refusals(const Shapes&) const { return {}; }
+  Misfits pass_refusals(const Shapes&) const { return {}; }
   /// None.
   Misfits differences(const LayerInfo&, const Shapes&) const { return {}; }
   /// @}
@@ -269,6 +270,10 @@ class FamilyKernel : public runtime::IKernel,
     Misfits found = family_.input_refusals(inputs);
     if (found.empty()) found.push_back(general_input_refusal(row_.name, inputs));
     return found;
+  }
+
+  Misfits pass_refusals(const Shapes& inputs) const override {
+    return family_.pass_refusals(inputs);
   }
 
   Misfits differences(const runtime::LayerInfo& info, const Shapes& inputs) const override {

@@ -84,11 +84,14 @@ class LayerWalk {
     }
     const std::string name = kernel->GetKernelName();
     found_.place.kernel = name;
+    const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel);
     if (kernel->CheckInputs(runtime::HollowTensors(inputs, device_)) != runtime::KERNEL_OK) {
-      if (const auto* facts = dynamic_cast<const runtime::IKernelFacts*>(kernel)) {
-        found_.place.misfits = facts->input_refusals(inputs);
-      }
+      if (facts != nullptr) found_.place.misfits = facts->input_refusals(inputs);
       return name + " refuses " + ShapesText(inputs);
+    }
+    if (facts != nullptr) {
+      found_.place.misfits = facts->pass_refusals(inputs);
+      if (!found_.place.misfits.empty()) return name + " refuses " + ShapesText(inputs);
     }
     outputs = kernel->InferOutputShapes(inputs);
     const std::string result =

@@ -65,6 +65,7 @@ for package in "$packages"/*.deb; do
 done
 cp -r "$source_dir/tests/install/app" "$root/trial/app"
 cp -r "$source_dir/models/digits" "$root/trial/digits"
+cp -r "$source_dir/models/lines/samples" "$root/trial/lines"
 
 say "the tool alone"
 install_there /trial/packages/qrt.deb
@@ -73,6 +74,7 @@ inside qrt --version
 inside qrt run /trial/digits/digits.qrtmodel --input /trial/digits/samples/seven-drawn-1.png \
   --labels /trial/digits/labels.txt --top 1 | tee "$scratch/result"
 grep -q '^ 1\. 7 ' "$scratch/result" || fail "the tool doesn't read a seven"
+inside qrt read /trial/lines/page.jpg | diff - "$root/trial/lines/page.txt" || fail "the tool doesn't read its page"
 
 say "the library and what developers need"
 install_there /trial/packages/libqrt-core1.deb /trial/packages/libqrt-core-dev.deb \

@@ -2,10 +2,10 @@
 # Runs commands of ./dev on a clean Debian system in a folder, each on a system of its own, so that every package
 # that a command needs is one that it installs. Must be root. Debian packages that were fetched are kept in FOLDER.
 #
-# usage: try_fresh.sh FOLDER [COMMAND...]    a command may have arguments: "test release"
+# usage: try_fresh.sh FOLDER COMMAND...    a command may have arguments: "test release"
 set -euo pipefail
 
-if (($# < 1)); then
+if (($# < 2)); then
   sed -n 's/^# usage: /usage: /p' "$0" >&2
   exit 2
 fi
@@ -20,10 +20,6 @@ suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
 readonly source_dir folder suite mirror=http://deb.debian.org/debian cache=$folder/cache root=$folder/root
 mkdir -p "$cache"
 commands=("$@")
-if ((${#commands[@]} == 0)); then
-  commands=(help demo package lint docs catalogue "bench ReLU_SSE" "fuzz 5" "test release" "test debug" "test clang"
-    "test portable" "test asan-ubsan" "test tsan" "test baseline-cpu")
-fi
 
 say() { printf '\n---- %s\n' "$*"; }
 

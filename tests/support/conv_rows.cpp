@@ -49,20 +49,12 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::plane_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::transposed_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::line_convolution_rows) rows.push_back(any_row(*row));
-#if QRT_WITH_SSE || QRT_WITH_AVX || QRT_WITH_SGEMM
   for (const auto* row : kernel::point_convolution_rows) rows.push_back(any_row(*row));
-#endif
-#if QRT_WITH_SSE || QRT_WITH_AVX
   for (const auto* row : kernel::depthwise_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::direct_convolution_rows) rows.push_back(any_row(*row));
   for (const auto* row : kernel::general_convolution_rows) rows.push_back(any_row(*row));
-#endif
-#if QRT_WITH_SSE
   for (const auto* row : kernel::winograd_rows) rows.push_back(any_row(*row));
-#endif
-#if QRT_WITH_AVX
   for (const auto* row : kernel::strassen_convolution_rows) rows.push_back(any_row(*row));
-#endif
 #if QRT_WITH_EXTENSIONS
   // An epilogue changes nothing in what is accepted; the tests of its own kernels cover it.
   for (const auto& list : {kernel::block_window_rows, kernel::block_winograd_rows,

@@ -73,12 +73,34 @@ def check_page(checks):
         checks.expect("a character each", len(line["characters"]), len(line["text"]))
 
 
+def picture_in(folder, name, content):
+    path = os.path.join(folder, name)
+    with open(path, "wb") as file:
+        file.write(content)
+    return path
+
+
+def check_memory(checks, folder):
+    """A line of 20,000 columns takes little more memory than a short one."""
+    if "QRT_TEST_LAUNCHER" in os.environ or "ASAN_OPTIONS" in os.environ:
+        return  # emulators and sanitizers have memory of their own
+
+    def most_memory(width):
+        bars = b"".join(b"\x20" if x * x % 23 < 7 else b"\xe0" for x in range(width))
+        path = picture_in(folder, "bars.pgm", b"P5\n%d 32\n255\n" % width + 32 * bars)
+        reader = subprocess.Popen([*checks.command, "read", path, "--line"], stdout=subprocess.PIPE, text=True)
+        text = reader.stdout.read()
+        _, status, usage = os.wait4(reader.pid, 0)
+        checks.expect(f"bars of {width} columns", (status, len(text) > width // 100), (0, True))
+        return usage.ru_maxrss // 1024
+
+    short, long = most_memory(400), most_memory(20000)
+    checks.expect(f"{long} MB for 20,000 columns, {short} MB for 400", long < short + 48, True)
+
+
 def check_bad_pictures(checks, folder):
     def picture(name, content):
-        path = os.path.join(folder, name)
-        with open(path, "wb") as file:
-            file.write(content)
-        return path
+        return picture_in(folder, name, content)
 
     def blank(width, height):
         return picture(f"{width}x{height}.pgm", b"P5\n%d %d\n255\n" % (width, height) + b"\x80" * (width * height))
@@ -101,6 +123,7 @@ def main():
     check_page(checks)
     with tempfile.TemporaryDirectory() as folder:
         check_bad_pictures(checks, folder)
+        check_memory(checks, folder)
     print("\n".join(checks.problems))
     print(f"{checks.count} runs, {len(checks.problems)} problems")
     sys.exit(1 if checks.problems else 0)

@@ -6,6 +6,7 @@
 #include "tests/runtime/engine/all_layers.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/model_builder.h"
+#include "tests/support/recurrent_case.h"
 
 namespace marlo::test {
 
@@ -53,6 +54,15 @@ ModelBuilder two_layers() {
       .outputs({"y"});
 }
 
+ModelBuilder transposed(const std::vector<uint16_t>& axes) {
+  const auto info = std::make_shared<runtime::TensorTransposeInfo>();
+  info->axes = axes;
+  return ModelBuilder()
+      .input("x")
+      .layer("y", {"x"}, info, "Transform_MainMemory_Permute_Fallback")
+      .outputs({"y"});
+}
+
 TEST_F(CheckShapes, WalksShapesThatFit) {
   const auto layers = check(two_layers(), chw({2, 7, 5}));
   ASSERT_EQ(layers.size(), 3u);
@@ -81,6 +91,34 @@ TEST_F(CheckShapes, TakesTheTextOfAKernelThatThrows) {
   const TensorShape flat({4}, DataType::FLOAT32, LayoutType::CHW);
   const auto layers = check(two_layers(), flat);
   EXPECT_NE(layers[1].fault, "");
+}
+
+// A permutation takes any tensor and throws in a pass; the walk says so before.
+TEST_F(CheckShapes, NamesAxesThatAreNoPermutationOfTheInputs) {
+  const std::vector<std::vector<uint16_t>> wrong = {{0, 1}, {0, 1, 2, 3}, {0, 1, 3}, {2, 1, 2}, {}};
+  for (const auto& axes : wrong) {
+    const auto layers = check(transposed(axes), chw({2, 7, 5}));
+    EXPECT_THAT(layers[1].fault, HasSubstr("Transform_MainMemory_Permute_Fallback refuses"));
+    ASSERT_EQ(layers[1].place.misfits.size(), 1u);
+    EXPECT_EQ(layers[1].place.misfits[0].expected, "a permutation of the input's 3 dims");
+  }
+  const auto layers = check(transposed({2, 0, 1}), chw({2, 7, 5}));
+  EXPECT_EQ(layers[1].fault, "");
+  EXPECT_EQ(layers[1].outputs.at(0).dims, (Dims{5, 2, 7}));
+}
+
+// Of these a pass says "Not Implemented."
+TEST_F(CheckShapes, NamesARecurrentLayerThatHasNoPass) {
+  RecurrentCase layer;
+  layer.bidirectional = true;
+  layer.complex_type = 1;
+  layer.fill(1);
+  const auto model = ModelBuilder().input("x").layer("y", {"x"}, sequence_description(layer),
+                                                     "LSTM_Fallback_SC_F32_M1");
+  const TensorShape steps({3, layer.ins}, DataType::FLOAT32, LayoutType::SC);
+  const auto layers = check(model, steps);
+  ASSERT_EQ(layers[1].place.misfits.size(), 1u) << layers[1].fault;
+  EXPECT_EQ(layers[1].place.misfits[0].member, "complex_rnn_type");
 }
 
 TEST_F(CheckShapes, AsksForTheShapeOfEveryInput) {

@@ -1,5 +1,6 @@
 #include "qrt_core/kernel/layout/permute.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "qrt_core/kernel/layout/one_tensor.h"
@@ -26,6 +27,18 @@ KernelFamily::Misfits Permute::refusals(const LayerInfo* info, const InferencePa
 KernelFamily::Misfits Permute::input_refusals(const Shapes& inputs) const {
   Expectations expected;
   expected.expect(false, "inputs", "one tensor in main memory", runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Permute::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  const size_t dims = inputs.empty() ? 0 : inputs[0].dims.size();
+  std::vector<uint32_t> sorted = axes_;
+  std::sort(sorted.begin(), sorted.end());
+  bool all = sorted.size() == dims;
+  for (size_t i = 0; i < sorted.size(); ++i) all = all && sorted[i] == i;
+  expected.expect(all, "axes", "a permutation of the input's " + counted(dims, "dim"),
+                  listed(axes_));
   return std::move(expected).unmet();
 }
 

@@ -171,6 +171,7 @@ class RecurrentSequence : public RecurrentLayer {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

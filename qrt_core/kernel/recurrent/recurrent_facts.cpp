@@ -151,6 +151,13 @@ KernelFamily::Misfits RecurrentSequence::input_refusals(const Shapes& inputs) co
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits RecurrentSequence::pass_refusals(const Shapes&) const {
+  Expectations expected;
+  expected.expect(!bidirectional_ || complex_type_ == 0, "complex_rnn_type", "0 in two directions",
+                  std::to_string(complex_type_));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits RecurrentSequence::differences(const LayerInfo& info, const Shapes&) const {
   Expectations expected;
   const auto layer = row_.describe(&info);

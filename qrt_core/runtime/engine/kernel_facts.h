@@ -75,6 +75,10 @@ class QRT_API IKernelFacts {
   /// configured.
   virtual std::vector<Misfit> input_refusals(const std::vector<TensorShape>& inputs) const = 0;
 
+  /// Why `Forward` would throw on inputs of these shapes although `CheckInputs` takes them; empty if
+  /// it wouldn't. The kernel is configured.
+  virtual std::vector<Misfit> pass_refusals(const std::vector<TensorShape>& inputs) const;
+
   /// Where what the kernel computes is not what the description says, although it accepts it:
   /// groups that it doesn't look at, an activation of another kind, paddings that it adds.
   /// @param info the layer's description

@@ -159,6 +159,8 @@ class Run {
       EXPECT_EQ(kernel_->Forward(inputs, outputs, context_), runtime::KERNEL_OK) << name_;
     } catch (const std::exception& failure) {
       outcome.refusal = failure.what();
+      EXPECT_FALSE(judged.fault.empty())
+          << name_ << " throws \"" << failure.what() << "\", and check_shapes says nothing";
       return false;
     }
     outcome.ran = true;
