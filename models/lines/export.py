@@ -49,6 +49,9 @@ def main():
     trained = Lines()
     trained.load_state_dict(torch.load(options.checkpoint)["average"])
     trained.eval()
+    with torch.no_grad():  # below the least half is nothing
+        for weights in trained.parameters():
+            weights[weights.abs() < 2**-24] = 0
     exported = Exported(trained).eval()
     picture = torch.rand(1, 1, 32, 320) * 2 - 1
     with torch.no_grad():

@@ -18,7 +18,7 @@ Face = namedtuple("Face", "package family style path")
 
 
 def packages(role):
-    """Names of the packages that fonts.txt gives this role: "seen", "unseen" or "apart"."""
+    """Names of the packages that fonts.txt gives this role: "seen", "unseen", "handwriting" or "apart"."""
     with open(os.path.join(HERE, "fonts.txt"), encoding="utf-8") as text:
         rows = [line.split() for line in text if line.strip() and not line.startswith("#")]
     return [package for kind, package in rows if kind == role]
@@ -104,7 +104,7 @@ def main():
     """Writes families.txt, the families behind the packages of fonts.txt."""
     with open(os.path.join(HERE, "families.txt"), "w", encoding="utf-8", newline="\n") as text:
         text.write("# The families that are used, by package of fonts.txt: role, package, families.\n")
-        for role in ("unseen", "seen"):
+        for role in ("unseen", "handwriting", "seen"):
             families = {}
             for face in load_faces(role):
                 families.setdefault(face.package, set()).add(face.family)

@@ -28,22 +28,22 @@ class FontCache:
         return self.fonts[key]
 
 
-def draw_ink(text, font, spacing=0.0):
+def draw_ink(text, font, spacing=0.0, word_spacing=0.0):
     """Coverage uint8 of a text with room around it, and its box: left, top, right, bottom.
 
     The box goes from the height of ascenders to the depth of descenders of the face's letters, and at least around the ink.
     """
-    advance = font.getlength(text) + abs(spacing) * len(text)
+    advance = font.getlength(text) + abs(spacing) * len(text) + abs(word_spacing) * text.count(" ")
     size = font.size
     canvas = Image.new("L", (int(advance + 3 * size), int(3.6 * size)), 0)
     draw = ImageDraw.Draw(canvas)
     x, y = 1.5 * size, 2.2 * size
-    if spacing == 0.0:
+    if spacing == 0.0 and word_spacing == 0.0:
         draw.text((x, y), text, font=font, fill=255, anchor="ls")
     else:
         for character in text:
             draw.text((x, y), character, font=font, fill=255, anchor="ls")
-            x += font.getlength(character) + spacing
+            x += font.getlength(character) + spacing + word_spacing * (character == " ")
     ink = canvas.getbbox()
     if ink is None:
         return None
@@ -66,7 +66,9 @@ def quadrilateral(box, rng, strength):
     corners = np.array([[left, top], [left, bottom], [right, bottom], [right, top]])
     if strength > 0 and rng.random() < 0.6:
         centre = corners.mean(0)
-        angle = math.radians(unit(rng, -3.0, 3.0) * strength)
+        # A long line that is turned is made level before it is read: what is left is a part of its height.
+        most = math.degrees(math.atan2(0.6 * height, right - left))
+        angle = math.radians(max(-most, min(most, unit(rng, -3.0, 3.0) * strength)))
         turn = np.array([[math.cos(angle), -math.sin(angle)], [math.sin(angle), math.cos(angle)]])
         corners = (corners - centre) @ turn.T + centre
         # The cut grows with what the turn moves out of it, as a cut around a turned line does.
@@ -161,7 +163,8 @@ def render_line(text, path, fonts, rng, noise, strength):
     size = rng.choice(SIZES)
     font = fonts.get(path, size)
     spacing = unit(rng, -0.03, 0.16) * size if strength > 0 and rng.random() < 0.15 else 0.0
-    drawn = draw_ink(text, font, spacing)
+    word_spacing = unit(rng, -0.07, 0.3) * size if strength > 0 and rng.random() < 0.2 else 0.0
+    drawn = draw_ink(text, font, spacing, word_spacing)
     if drawn is None:
         return None
     canvas, ink, line = drawn
@@ -176,7 +179,7 @@ def render_line(text, path, fonts, rng, noise, strength):
     corners = quadrilateral((line[0], top, line[2], bottom), rng, strength)
     if strength > 0 and size >= 22 and rng.random() < 0.12:
         canvas = canvas.filter(ImageFilter.MaxFilter(3) if size >= 30 and rng.random() < 0.6 else ImageFilter.GaussianBlur(0.7))
-    stretch = math.exp(unit(rng, -0.22, 0.22)) if strength > 0 and rng.random() < 0.4 else 1.0
+    stretch = math.exp(unit(rng, -0.35, 0.25)) if strength > 0 and rng.random() < 0.4 else 1.0
     picture = cut_out(canvas, corners, stretch, rng)
     values = light(np.asarray(picture, np.float32) / 255, rng, strength)
     return spoil(values, rng, strength, noise)

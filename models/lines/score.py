@@ -1,11 +1,17 @@
 #!/usr/bin/python3
-"""Counts the errors on lines of unseen faces and words, by condition, length and family: scores.txt."""
+"""Counts the errors on lines of unseen faces and words, by condition, length and family: scores.txt.
+
+Most lines are cut out as in training, so that the network alone is judged. With --tool, lines on paper are read by
+`qrt read` as well, which has to find and level them first.
+"""
 
 import argparse
 import io
 import math
 import os
 import random
+import subprocess
+import tempfile
 
 import numpy as np
 import torch
@@ -13,7 +19,7 @@ from PIL import Image, ImageFilter
 
 from fonts import HERE
 from network import Lines, best_texts, input_of
-from render import SIZES, FontCache, cut_out, draw_ink, light, quadrilateral, render_line
+from render import SIZES, FontCache, cut_out, draw_ink, light, quadrilateral, render_line, spoil
 from texts import Texts, load_words
 from train import distance, known_faces, padded
 
@@ -113,6 +119,37 @@ CONDITIONS = (
     ("14 pixels high, enlarged", after(small), 1),
     ("distorted in several ways", distorted, 3),
 )
+
+
+def on_paper(strength, turn):
+    """A condition: a line with room around it, turned by up to so many degrees, as `qrt read` is given it."""
+
+    def make(text, path, fonts, rng, noise):
+        drawn = draw_ink(text, fonts.get(path, rng.choice(SIZES)))
+        if drawn is None:
+            return None
+        canvas, _, (left, top, right, bottom) = drawn
+        height = bottom - top
+        room = [height * rng.uniform(0.2, 0.8) for _ in range(4)]
+        ink = canvas.crop((round(left - room[0]), round(top - room[1]), round(right + room[2]), round(bottom + room[3])))
+        scale = rng.uniform(28, 60) / height
+        ink = ink.resize((max(8, round(ink.width * scale)), round(ink.height * scale)), Image.HAMMING)
+        ink = ink.rotate(rng.uniform(-turn, turn), Image.BICUBIC, expand=True)
+        if strength > 0:
+            corners = np.array([[0, 0], [0, ink.height], [ink.width, ink.height], [ink.width, 0]], float)
+            corners += strength * 0.08 * height * scale * np.array([[rng.uniform(-1, 1) for _ in "xy"] for _ in range(4)])
+            ink = ink.transform(ink.size, Image.QUAD, corners.flatten().tolist(), Image.BICUBIC)
+        much = strength * (0.3 + 0.6 * rng.random())
+        return spoil(light(np.asarray(ink, np.float32) / 255, rng, much), rng, much, noise)
+
+    return make
+
+
+PAPER = (
+    ("as rendered", on_paper(0, 0)),
+    ("turned by up to 3 degrees", on_paper(0, 3)),
+    ("distorted and turned", on_paper(1, 3)),
+)
 LENGTHS = ((1, 5), (6, 15), (16, 30), (31, 60))
 
 
@@ -159,6 +196,19 @@ def edits_of(model, lines):
     return edits
 
 
+def tool_edits_of(tool, lines):
+    """Edits of each line, read by the command-line tool from a file."""
+    edits = []
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "line.png")
+        for _, text, _, picture in lines:
+            Image.fromarray(picture).save(path)
+            command = [tool, "read", path, "--model", os.path.join(HERE, "lines.qrtmodel")]
+            answer = subprocess.run(command, capture_output=True, text=True, check=True).stdout
+            edits.append(distance(text, " ".join(answer.split("\n")).strip()))
+    return edits
+
+
 def as_halves(state):
     """Weights as a .qrtmodel holds them; statistics are folded in before, which this leaves aside."""
     return {
@@ -171,6 +221,7 @@ def main():
     arguments = argparse.ArgumentParser(description=__doc__)
     arguments.add_argument("--run", default=os.path.join(HERE, "run"), help="folder of checkpoints")
     arguments.add_argument("--role", default="unseen", help="faces of fonts.txt to score on")
+    arguments.add_argument("--tool", help="the command-line tool, to read lines.qrtmodel's lines with as well")
     arguments.add_argument("--lines", type=int, default=600, help="lines of most conditions")
     arguments.add_argument("--scores", default=os.path.join(HERE, "scores.txt"))
     options = arguments.parse_args()
@@ -198,6 +249,21 @@ def main():
                 span = next(span for span in LENGTHS if span[0] <= len(text) <= span[1])
                 lengths.setdefault((name, span), Count()).add(edits, text)
         rows.append(f"{name:28}{len(lines):>7} lines{whole.characters:>8} characters{whole.percent():>8.2f} %")
+        print(rows[-1], flush=True)
+    faces = known_faces("handwriting", options.run)
+    for name, make, number in (("as rendered", plain, 900), ("distorted in several ways", distorted, 901)):
+        lines = lines_of(make, faces, options.lines, number)
+        whole = Count()
+        for (_, text, _, _), edits in zip(lines, edits_of(model, lines)):
+            whole.add(edits, text)
+        rows.append(f"faces like handwriting, {name}: {whole.percent():.2f} %")
+    for number, (name, make) in enumerate(PAPER if options.tool else ()):
+        lines = lines_of(make, known_faces(options.role, options.run), options.lines, 2000 + number)
+        whole, right = Count(), 0
+        for (_, text, _, _), edits in zip(lines, tool_edits_of(options.tool, lines)):
+            whole.add(edits, text)
+            right += edits == 0
+        rows.append(f"qrt read, {name}: {whole.percent():.2f} % of {whole.characters} characters, {100 * right / len(lines):.0f} % of lines without error")
         print(rows[-1], flush=True)
     for (name, span), count in sorted(lengths.items()):
         rows.append(f"{name}, {span[0]} to {span[1]} characters: {count.percent():.2f} %")

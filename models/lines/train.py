@@ -21,6 +21,7 @@ from texts import Texts, load_words
 BATCH = 64
 GROUP = 6  # batches whose lines are sorted by width, so that few columns of a batch are padding
 PEAK_RATE = 3e-3
+PLAIN = 0.45  # share of lines as rendered
 LIMITS = ((0.4, 12), (0.8, 24), (1.0, 44))  # share of the lines, up to it, and their longest text
 
 
@@ -66,7 +67,7 @@ def make_group(number, seed, faces, texts, fonts):
         limit = min(cap, next(limit for bound, limit in LIMITS if share < bound))
         _, text = texts.draw(rng, limit=limit)
         path = rows[int(np.searchsorted(weights, rng.random() * weights[-1]))][3]
-        strength = 0.0 if rng.random() < 0.2 else ramp * rng.random() ** 0.7
+        strength = 0.0 if rng.random() < PLAIN else ramp * rng.random() ** 0.7
         picture = render_line(text, path, fonts, rng, noise, strength)
         if picture is not None and 8 <= picture.shape[1] <= 1200 and picture.shape[1] >= 4 * len(text):
             lines.append((text, picture))

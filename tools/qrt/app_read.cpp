@@ -11,7 +11,7 @@ void add_read(CLI::App& app, ReadOptions& options) {
       ->add_option("-m,--model", options.model,
                    "Model that reads lines (default: the installed one)")
       ->type_name("FILE");
-  command->add_flag("--line", options.line, "Take the whole picture for one line of text");
+  command->add_flag("--line", options.line, "Take all text of the picture for one line");
   command->add_option("--draw", options.draw, "Write the picture with a frame around each line")
       ->type_name("FILE");
   command

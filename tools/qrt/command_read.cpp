@@ -109,12 +109,26 @@ Picture read_picture(const std::string& path) {
   }
 }
 
+/// What holds all text of a picture, with the margins of lines; the whole picture where none is found.
+PixelBox box_of_all_text(const GreyPicture& picture) {
+  const std::vector<PixelBox> boxes = marlo::toolkit::text_lines(picture);
+  if (boxes.empty()) return {0, 0, picture.width, picture.height};
+  PixelBox all = boxes[0];
+  for (const PixelBox& box : boxes) {
+    all.left = std::min(all.left, box.left);
+    all.top = std::min(all.top, box.top);
+    all.right = std::max(all.right, box.right);
+    all.bottom = std::max(all.bottom, box.bottom);
+  }
+  return all;
+}
+
 ReadPage read_page(const LineReader& reader, const Picture& picture, bool is_line) {
   ReadPage page;
   page.level = {picture.height, picture.width, grey_levels(picture)};
   if (is_line) {
-    const PixelBox all{0, 0, picture.width, picture.height};
-    page.lines.push_back({all, reader.read(page.level)});
+    const PixelBox box = box_of_all_text(page.level);
+    page.lines.push_back({box, reader.read(cut_out(page.level, box))});
     return page;
   }
   const double pixels = static_cast<double>(picture.height) * picture.width;
