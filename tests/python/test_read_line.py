@@ -18,7 +18,7 @@ def read(picture):
     return subprocess.run(command, capture_output=True, text=True, check=False)
 
 
-@pytest.mark.parametrize("name", ["libertine.png", "open-sans.png"])
+@pytest.mark.parametrize("name", ["libertine.png", "go-mono.png"])
 def test_samples_read_as_expected(name):
     with open(os.path.join(LINES, "samples", "labels.txt"), encoding="ascii") as rows:
         texts = dict(row.rstrip("\n").split("\t") for row in rows)

@@ -256,7 +256,7 @@ TEST_F(ImportCommandTest, KernelsAreChosenFromASet) {
 TEST_F(ImportCommandTest, TuningBindsTheImportToItsSet) {
   write_model(path("net.onnx"), kSmall);
   const Outcome outcome = qrt({"tune", path("net.onnx"), path("tuned.json"), "--no-wisdom", "--isa",
-                               "portable", "--budget", "1", "--input", "x=1x1x2x3"});
+                               "portable", "--budget", "1", "--input", "1x1x2x3"});
   ASSERT_EQ(outcome.code, 0) << outcome.err;
   marlo::runtime::QRTModel model;
   model.FromFile(path("tuned.json").c_str(), "json");
