@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 // Squares of four by four floats turned in registers, in the compiler's own vectors: packing turns
 // every matrix whose elements don't lie as its product reads them.
@@ -8,14 +9,15 @@
 namespace marlo::kernel::matrix {
 namespace {
 
-using Four = float __attribute__((vector_size(16), aligned(4), may_alias));
+using Four = float __attribute__((vector_size(16)));
 
 /// to[j * to_row + i] = from[i * from_row + j] * factor.
 [[gnu::always_inline]] inline void turn_square(const float* from, size_t from_row, float factor,
                                                float* to, size_t to_row) noexcept {
   Four rows[4];
   for (size_t i = 0; i < 4; ++i) {
-    rows[i] = *reinterpret_cast<const Four*>(from + i * from_row) * factor;
+    std::memcpy(&rows[i], from + i * from_row, sizeof(Four));  // from any place
+    rows[i] *= factor;
   }
   const Four low01 = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
   const Four low23 = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
@@ -25,7 +27,7 @@ using Four = float __attribute__((vector_size(16), aligned(4), may_alias));
                           __builtin_shufflevector(low01, low23, 2, 3, 6, 7),
                           __builtin_shufflevector(high01, high23, 0, 1, 4, 5),
                           __builtin_shufflevector(high01, high23, 2, 3, 6, 7)};
-  for (size_t j = 0; j < 4; ++j) *reinterpret_cast<Four*>(to + j * to_row) = turned[j];
+  for (size_t j = 0; j < 4; ++j) std::memcpy(to + j * to_row, &turned[j], sizeof(Four));
 }
 
 /// The same of `lines` rows that have `depth` numbers each, to [depth, to_row]. Where there are four
