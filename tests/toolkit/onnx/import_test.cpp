@@ -107,7 +107,9 @@ TEST(ImportOnnx, ListsEverythingThatIsRefused) {
     b = Det(a)
     y = Acos(b)
   })");
-  EXPECT_THAT(text, HasSubstr("node \"b\" (Det, opset 13): no layers of this library compute the operator"));
+  EXPECT_THAT(
+      text,
+      HasSubstr("node \"b\" (Det, opset 13): no layers of this library compute the operator"));
   const std::string lowered = refusal_of(R"(g (float a, float b) => (float[n] y, float[m] z) {
     s = Constant<value_float=1.0>()
     y = Range(a, b, s)
