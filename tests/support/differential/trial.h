@@ -63,6 +63,16 @@ class WithFailingMemory {
   size_t failures() const;
 };
 
+/// While one of these lives, what a pass throws has to be found by `check_shapes` before. Without, some
+/// numbers of a description, such as negative paddings, may be left to the pass.
+class WithForeseenRefusals {
+ public:
+  WithForeseenRefusals();
+  WithForeseenRefusals(const WithForeseenRefusals&) = delete;
+  WithForeseenRefusals& operator=(const WithForeseenRefusals&) = delete;
+  ~WithForeseenRefusals();
+};
+
 /// `run_kernel` with the layout of the planar form.
 Outcome run_planar(const std::string& kernel, const Setting& setting);
 

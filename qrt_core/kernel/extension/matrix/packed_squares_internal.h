@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
 
 // Squares of four by four floats turned in registers, in the compiler's own vectors: packing turns
 // every matrix whose elements don't lie as its product reads them.
@@ -16,7 +15,7 @@ using Four = float __attribute__((vector_size(16)));
                                                float* to, size_t to_row) noexcept {
   Four rows[4];
   for (size_t i = 0; i < 4; ++i) {
-    std::memcpy(&rows[i], from + i * from_row, sizeof(Four));  // from any place
+    __builtin_memcpy(&rows[i], from + i * from_row, sizeof(Four));  // from any place
     rows[i] *= factor;
   }
   const Four low01 = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
@@ -27,7 +26,7 @@ using Four = float __attribute__((vector_size(16)));
                           __builtin_shufflevector(low01, low23, 2, 3, 6, 7),
                           __builtin_shufflevector(high01, high23, 0, 1, 4, 5),
                           __builtin_shufflevector(high01, high23, 2, 3, 6, 7)};
-  for (size_t j = 0; j < 4; ++j) std::memcpy(to + j * to_row, &turned[j], sizeof(Four));
+  for (size_t j = 0; j < 4; ++j) __builtin_memcpy(to + j * to_row, &turned[j], sizeof(Four));
 }
 
 /// The same of `lines` rows that have `depth` numbers each, to [depth, to_row]. Where there are four
