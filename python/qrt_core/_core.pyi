@@ -159,6 +159,7 @@ def _tune(
     budget: float,
     wisdom: str,
     date: str,
+    candidates: bool,
     progress: Optional[Callable[..., object]],
 ) -> Tuple[bytes, Dict[str, Any]]: ...
 def _bench(

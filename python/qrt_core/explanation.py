@@ -308,14 +308,18 @@ def explain(
     return Explanation(layers, machine=Machine(**machine, levels=levels), kinds=kinds, **facts)
 
 
+def _candidates_of(rows: Sequence[Tuple[Any, ...]]) -> Tuple[ExplainedCandidate, ...]:
+    return tuple(
+        ExplainedCandidate(kernel, needs, tuple(map(TensorForm._make, inputs)), TensorForm._make(output), *facts)
+        for kernel, needs, inputs, output, *facts in rows
+    )
+
+
 def _layer_of(row: Tuple[Any, ...]) -> ExplainedLayer:
     *own, converters, candidates, refusals = row
     made = (
         tuple(map(ExplainedConverter._make, converters)),
-        tuple(
-            ExplainedCandidate(kernel, needs, tuple(map(TensorForm._make, inputs)), TensorForm._make(output), *facts)
-            for kernel, needs, inputs, output, *facts in candidates
-        ),
+        _candidates_of(candidates),
         tuple(map(ExplainedRefusal._make, refusals)),
     )
     return ExplainedLayer._make((*own, *made))

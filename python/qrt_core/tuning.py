@@ -3,7 +3,7 @@
 import datetime
 import logging
 import math
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from qrt_core._core import Model, _model_of, _source_of, _tune
@@ -11,6 +11,7 @@ from qrt_core._progress import shown
 from qrt_core._table import html_table, text_table
 from qrt_core._types import Path, Shapes, Source
 from qrt_core._wisdom import wisdom_path
+from qrt_core.explanation import ExplainedCandidate, ExplainedRefusal, _candidates_of
 
 
 class TunedLayer(NamedTuple):
@@ -102,6 +103,31 @@ class Tuning:
     """Kernels that need other instructions."""
     notes: Tuple[str, ...]
     """What went wrong without stopping it, in words."""
+    candidates: Mapping[str, Tuple[ExplainedCandidate, ...]] = field(default_factory=dict)
+    """By layer id: the kernels that could run the layer on the first size, the given model's first, with the converters
+    that they would need in the given model. Empty where they weren't asked for."""
+    refusals: Mapping[str, Tuple[ExplainedRefusal, ...]] = field(default_factory=dict)
+    """By layer id: the kernels for layers of its kind that can't run it, by name. Empty where they weren't asked for."""
+
+    def second(self, layer: str) -> Optional[ExplainedCandidate]:
+        """What came second on a layer: the fastest of the candidates with another kernel than the one that was chosen.
+
+        Args:
+            layer: its id.
+
+        Returns:
+            The candidate, whose `whole_ms` is to be compared with that of the chosen kernel's; None where no other kernel
+            could run the layer.
+
+        Raises:
+            KeyError: for a layer without candidates: it stayed as it is, there is none of this id, or they weren't asked
+                for.
+        """
+        candidates = self.candidates[layer]
+        kernels = {one.id: one.kernel for one in self.layers}
+        chosen = kernels.get(layer, candidates[0].kernel)
+        others = [candidate for candidate in candidates if candidate.kernel != chosen]
+        return min(others, key=lambda candidate: candidate.whole_ms) if others else None
 
     def to_dict(self) -> Dict[str, List[Any]]:
         """The layers as columns by name, as pandas.DataFrame() takes them."""
@@ -160,6 +186,7 @@ def tune(
     numerics: Union[str, float] = "bounded",
     budget: float = 120.0,
     wisdom: Union[None, bool, Path] = None,
+    candidates: bool = False,
     progress: Union[bool, Callable[[int, int, float], object]] = False,
 ) -> Model:
     """Chooses kernels and layouts for one network by measuring them on this machine.
@@ -182,6 +209,8 @@ def tune(
         budget: seconds, after which nothing more is measured.
         wisdom: a file of earlier measurements, which is read and added to; None or True for the one of `qrt tune` in
             the user's folder for caches, False for none.
+        candidates: whether the Tuning tells every kernel that could run a layer, with its time, and of the rest why they
+            can't.
         progress: True shows a line on the standard error; or a function that is called between measurements with the
             number of layers that are done, that of all, and the seconds so far.
 
@@ -199,10 +228,14 @@ def tune(
     sizes = _sizes_of(inputs, weights)
     today = datetime.datetime.now(datetime.timezone.utc).date().isoformat()
     with shown(progress, "layer {} of {}, {:.0f} s") as callback:
-        data, facts = _tune(given, network, sizes, kernels, numerics, budget, wisdom_path(wisdom), today, callback)
+        data, facts = _tune(given, network, sizes, kernels, numerics, budget, wisdom_path(wisdom), today, candidates, callback)
     facts["configurations"] = tuple(map(TunedConfiguration._make, facts["configurations"]))
     facts["sizes"] = tuple(map(TunedSize._make, facts["sizes"]))
     facts["layers"] = tuple(map(TunedLayer._make, facts["layers"]))
+    facts["candidates"] = {layer: _candidates_of(rows) for layer, rows in facts["candidates"].items()}
+    facts["refusals"] = {
+        layer: tuple(map(ExplainedRefusal._make, rows)) for layer, rows in facts["refusals"].items()
+    }
     tuning = Tuning(**facts)
     log = logging.getLogger("qrt_core")
     for note in tuning.notes:

@@ -17,7 +17,9 @@
 
 namespace qrt_python {
 
+using marlo::toolkit::ExplainedCandidate;
 using marlo::toolkit::ExplainedLayer;
+using marlo::toolkit::ExplainedRefusal;
 using marlo::toolkit::ExplainOptions;
 using marlo::toolkit::ExplainProgress;
 using marlo::toolkit::Explanation;
@@ -72,27 +74,31 @@ py::tuple form_of(const marlo::runtime::TensorShape& shape) {
   return py::make_tuple(tuple_of(shape.dims), marlo::runtime::LayoutText(shape.layout));
 }
 
-py::list candidates_of(const ExplainedLayer& layer) {
-  py::list candidates;
-  for (const auto& candidate : layer.candidates) {
+}  // namespace
+
+py::list tuples_of(const std::vector<ExplainedCandidate>& candidates) {
+  py::list tuples;
+  for (const ExplainedCandidate& candidate : candidates) {
     py::list inputs;
     for (const auto& shape : candidate.inputs) inputs.append(form_of(shape));
-    candidates.append(py::make_tuple(candidate.kernel, marlo::toolkit::word_of(candidate.set),
-                                     py::tuple(inputs), form_of(candidate.output),
-                                     candidate.is_chosen, candidate.is_measured, candidate.ms,
-                                     candidate.converters_ms, candidate.difference));
+    tuples.append(py::make_tuple(candidate.kernel, marlo::toolkit::word_of(candidate.set),
+                                 py::tuple(inputs), form_of(candidate.output), candidate.is_chosen,
+                                 candidate.is_measured, candidate.ms, candidate.converters_ms,
+                                 candidate.difference));
   }
-  return candidates;
+  return tuples;
 }
 
-py::list refusals_of(const ExplainedLayer& layer) {
-  py::list refusals;
-  for (const auto& refusal : layer.refusals) {
-    refusals.append(py::make_tuple(refusal.kernel, marlo::toolkit::word_of(refusal.set),
-                                   py::tuple(py::cast(refusal.reasons))));
+py::list tuples_of(const std::vector<ExplainedRefusal>& refusals) {
+  py::list tuples;
+  for (const ExplainedRefusal& refusal : refusals) {
+    tuples.append(py::make_tuple(refusal.kernel, marlo::toolkit::word_of(refusal.set),
+                                 py::tuple(py::cast(refusal.reasons))));
   }
-  return refusals;
+  return tuples;
 }
+
+namespace {
 
 py::tuple row_of(const ExplainedLayer& layer, const MachineLimits& machine) {
   py::list converters;
@@ -107,7 +113,7 @@ py::tuple row_of(const ExplainedLayer& layer, const MachineLimits& machine) {
          times_of(layer.ms, layer.roofline, machine) +
          py::make_tuple(work.multiply_adds, work.read + work.written + work.weights,
                         layer.is_converter, py::tuple(py::cast(layer.sources)), converters,
-                        candidates_of(layer), refusals_of(layer));
+                        tuples_of(layer.candidates), tuples_of(layer.refusals));
 }
 
 py::dict facts_of(const Explanation& explanation) {

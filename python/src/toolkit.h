@@ -4,6 +4,7 @@
 
 #include "python/src/model.h"
 #include "qrt_toolkit/assign/kernel_set.h"
+#include "qrt_toolkit/tune/layer_candidates.h"
 
 // What the functions that prepare models share.
 
@@ -26,6 +27,13 @@ struct Chosen {
 /// @param inputs sizes by id, or None for what the model tells
 /// @throws what `PyModel::chosen`, `input_shapes` and a pass throw
 Chosen choose(const PyModel& model, const py::object& network, const py::object& inputs);
+
+/// The candidates of a layer as tuples: kernel, set, inputs, output, whether it is chosen and measured, milliseconds of
+/// the kernel and of its converters, difference.
+py::list tuples_of(const std::vector<marlo::toolkit::ExplainedCandidate>& candidates);
+
+/// The kernels that can't run a layer as tuples: kernel, set, reasons.
+py::list tuples_of(const std::vector<marlo::toolkit::ExplainedRefusal>& refusals);
 
 /// Declares `_tune`.
 void bind_tune(py::module_& module);

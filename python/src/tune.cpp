@@ -62,7 +62,16 @@ py::dict facts_of(const TuneReport& report, const TuneOptions& options) {
     sizes.append(
         py::make_tuple(inputs, size.size.weight, size.before, size.after, size.difference));
   }
+  py::dict candidates;
+  py::dict refusals;
+  for (const auto& [id, rivals] : report.candidates) {
+    if (rivals.candidates.empty()) continue;
+    candidates[py::str(id)] = tuples_of(rivals.candidates);
+    refusals[py::str(id)] = tuples_of(rivals.refusals);
+  }
   py::dict facts;
+  facts["candidates"] = candidates;
+  facts["refusals"] = refusals;
   facts["sizes"] = sizes;
   facts["changes_tried"] = report.changes_tried;
   facts["changes_kept"] = report.changes_kept;
@@ -88,8 +97,10 @@ py::dict facts_of(const TuneReport& report, const TuneOptions& options) {
 
 py::tuple tune(const PyModel& model, const py::object& network, const py::list& sizes,
                const py::object& kernels, const py::object& numerics, double budget,
-               const std::string& wisdom, const std::string& date, const py::object& progress) {
+               const std::string& wisdom, const std::string& date, bool with_candidates,
+               const py::object& progress) {
   TuneOptions options;
+  options.with_candidates = with_candidates;
   options.assign.set = runnable_kernels_of(kernels);
   options.assign.tolerance = tolerance_of(numerics);
   if (!(budget >= 0)) throw py::value_error("budget: expected seconds, 0 or more");
@@ -134,7 +145,7 @@ py::tuple tune(const PyModel& model, const py::object& network, const py::list& 
 void bind_tune(py::module_& module) {
   module.def("_tune", &tune, py::arg("model"), py::arg("network"), py::arg("sizes"),
              py::arg("kernels"), py::arg("numerics"), py::arg("budget"), py::arg("wisdom"),
-             py::arg("date"), py::arg("progress"));
+             py::arg("date"), py::arg("candidates"), py::arg("progress"));
 }
 
 }  // namespace qrt_python

@@ -279,6 +279,24 @@ def test_explains_the_candidates(wisdom, tmp_path, caplog):
         qrt.explain(models.DIGITS, kernels="neon")
 
 
+def test_tuning_tells_what_came_second(tuned, wisdom):
+    assert tuned[0].tuning.candidates == tuned[0].tuning.refusals == {}
+    with pytest.raises(KeyError):
+        tuned[0].tuning.second("conv1")
+    model = qrt.tune(models.DIGITS, kernels="sse", wisdom=wisdom, candidates=True)
+    tuning = model.tuning
+    candidates = tuning.candidates["conv1"]
+    assert "input" not in tuning.candidates and candidates[0].is_chosen
+    assert candidates[0].kernel == "Conv2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1"
+    second = tuning.second("conv1")
+    now = model["digits"].layers[1].kernel
+    assert second in candidates and second.kernel != now and second.is_measured
+    assert second.whole_ms == min(candidate.whole_ms for candidate in candidates if candidate.kernel != now)
+    reasons = {refusal.kernel: refusal.reasons for refusal in tuning.refusals["conv1"]}
+    assert reasons["Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1"][0].startswith("input channels: needs")
+    assert pickle.loads(pickle.dumps(model)).tuning == tuning
+
+
 @needs_nodes
 def test_verifies():
     folder = os.path.join(NODES, "test_relu")
