@@ -13,7 +13,21 @@ import qrt_core as qrt
 
 NODES = "/usr/share/libonnx-testdata/data/node"
 PICTURE = np.random.default_rng(3).random((1, 28, 28), dtype=np.float32)
-needs_nodes = pytest.mark.skipif(not os.path.isdir(NODES), reason="there is no libonnx-testdata")
+
+
+def why_no_nodes():
+    """Why the nodes can't be read: Debian's files are missing, or the build doesn't read ONNX files; empty where it does."""
+    path = os.path.join(NODES, "test_relu", "model.onnx")
+    if not os.path.exists(path):
+        return "there is no libonnx-testdata"
+    try:
+        qrt.import_onnx(path, kernels="portable")
+    except qrt.OnnxFileError as error:
+        return str(error)
+    return ""
+
+
+needs_nodes = pytest.mark.skipif(bool(why_no_nodes()), reason=why_no_nodes())
 
 
 @pytest.fixture(scope="module")
@@ -59,9 +73,9 @@ def test_earlier_measurements_are_taken(tuned, wisdom):
 def test_the_usual_wisdom_is_in_the_folder_for_caches(tmp_path, monkeypatch):
     monkeypatch.setenv("XDG_CACHE_HOME", str(tmp_path))
     model = models.model(pair=models.two_inputs())
-    qrt.tune(model, kernels="portable", inputs={"a": (1, 4, 4), "b": (1, 4, 4)}, wisdom=False)
+    qrt.tune(model, kernels="sse", inputs={"a": (1, 4, 4), "b": (1, 4, 4)}, wisdom=False)
     assert not list(tmp_path.iterdir())
-    qrt.tune(model, kernels="portable", inputs={"a": (1, 4, 4), "b": (1, 4, 4)})
+    qrt.tune(model, kernels="sse", inputs={"a": (1, 4, 4), "b": (1, 4, 4)})
     assert (tmp_path / "qrt" / "wisdom.json").exists()
 
 
@@ -293,7 +307,8 @@ def test_tuning_tells_what_came_second(tuned, wisdom):
     assert second in candidates and second.kernel != now and second.is_measured
     assert second.whole_ms == min(candidate.whole_ms for candidate in candidates if candidate.kernel != now)
     reasons = {refusal.kernel: refusal.reasons for refusal in tuning.refusals["conv1"]}
-    assert reasons["Conv2D_Knxm_Snxm_Dnxm_G1_AVX_C8HW8_Float_M1"][0].startswith("input channels: needs")
+    assert all(texts[0] for texts in reasons.values())
+    assert "window: needs 1 x 1, has 5 x 5" in [text for texts in reasons.values() for text in texts]
     assert pickle.loads(pickle.dumps(model)).tuning == tuning
 
 
