@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/epilogues.h"
+#include "qrt_core/runtime/model/conv_info.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 #include "qrt_core/runtime/tensor/shape_text.h"
@@ -35,9 +36,45 @@ Shapes in_layout(const Shapes& shapes, LayoutType layout) {
   return result;
 }
 
-Shapes made_small(const Shapes& shapes) {
+/// The window of a layer over rows and columns: its extent, and its steps.
+struct Window {
+  uint32_t height = 0, width = 0;
+  uint32_t stride_y = 1, stride_x = 1;
+};
+
+template <typename Info>
+std::optional<Window> window_as(const runtime::LayerInfo& layer) {
+  const auto* info = dynamic_cast<const Info*>(&layer);
+  if (info == nullptr) return std::nullopt;
+  Window window = {info->kernel_y, info->kernel_x, info->stride_y, info->stride_x};
+  if constexpr (requires { info->dilation_x; }) {
+    window.height = (window.height - 1) * info->dilation_y + 1;
+    window.width = (window.width - 1) * info->dilation_x + 1;
+  }
+  return window;
+}
+
+Window window_of(const runtime::LayerInfo& layer) {
+  if (const auto window = window_as<runtime::Conv2dInfo>(layer)) return *window;
+  if (const auto window = window_as<runtime::MaxPool2dInfo>(layer)) return *window;
+  return window_as<runtime::AvgPool2dInfo>(layer).value_or(Window{});
+}
+
+/// Small pictures, in which a window still has some places.
+Shapes made_small(const runtime::LayerInfo& layer, const Shapes& shapes) {
+  const Window window = window_of(layer);
   Shapes small;
-  for (const TensorShape& shape : shapes) small.push_back(toolkit::made_small(shape));
+  for (const TensorShape& shape : shapes) {
+    TensorShape& made = small.emplace_back(toolkit::made_small(shape));
+    if (made == shape) continue;
+    const auto grow = [&](size_t axis, uint32_t extent, uint32_t stride) {
+      constexpr uint32_t kSteps = 3;
+      if (made.dims[axis] >= extent) return;
+      made.dims[axis] = std::min(shape.dims[axis], extent + kSteps * stride);
+    };
+    grow(1, window.height, window.stride_y);
+    grow(2, window.width, window.stride_x);
+  }
   return small;
 }
 
@@ -180,8 +217,12 @@ std::vector<Candidate> CandidateFinder::find(const ReferenceLayer& layer) {
   found[0].output = {layer.makes, layer.may_apply.empty() ? "" : layer.applies};
   if (layer.is_fixed || kernel == nullptr || layer.reads.empty() || !goes_on()) return found;
 
-  Trial trial{
-      layer, dynamic_cast<const IKernelFacts*>(kernel.get()), made_small(layer.reads), {}, {}, {}};
+  Trial trial{layer,
+              dynamic_cast<const IKernelFacts*>(kernel.get()),
+              made_small(*layer.info, layer.reads),
+              {},
+              {},
+              {}};
   auto output = workshop_.made_of(*kernel, trial.inputs);
   if (!output) {
     trial.inputs = layer.reads;

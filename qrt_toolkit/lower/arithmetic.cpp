@@ -114,6 +114,18 @@ void lower_hard_sigmoid(Lowering& lowering) {
   lowering.result(clipped(lowering, line, 0, 1));
 }
 
+void lower_swish(Lowering& lowering) {
+  const double alpha = lowering.node().real("alpha", 1);
+  const size_t x = lowering.input(0);
+  if (lowering.has_second_set()) {
+    return lowering.result(
+        alpha == 1 ? lowering.function(runtime::ElementFunction::SiLU, "SiLU", x)
+                   : lowering.function(runtime::ElementFunction::Swish, "Swish", x, alpha));
+  }
+  const size_t line = alpha == 1 ? x : lowering.affine(x, scalar(alpha), scalar(0));
+  lowering.result(lowering.combined(2, x, lowering.activated(kSigmoid, line)));
+}
+
 void lower_negative(Lowering& lowering) { lowering.result(lowering.negative(lowering.input(0))); }
 
 void lower_absolute(Lowering& lowering) { lowering.result(lowering.absolute(lowering.input(0))); }
@@ -378,6 +390,7 @@ constexpr LoweringRow kRows[] = {
     {"Softsign", lower_softsign},
     {"Sub", lower_sub},
     {"Sum", lower_symmetric<0>},
+    {"Swish", lower_swish},
     {"Tanh", lower_activation<kTanH>},
     {"Where", lower_where},
 };

@@ -55,6 +55,11 @@ Results shrink(const Node& node, const Operands& inputs) {
   return each(inputs, [&](double x) { return x < -lambda ? x + bias : x > lambda ? x - bias : 0; });
 }
 
+Results swish(const Node& node, const Operands& inputs) {
+  const double alpha = node.real("alpha", 1);
+  return each(inputs, [&](double x) { return x / (1 + std::exp(-alpha * x)); });
+}
+
 Results gelu(const Node& node, const Operands& inputs) {
   const std::string form = node.text("approximate", "none");
   if (form == "tanh") {
@@ -148,6 +153,7 @@ constexpr Operator kRows[] = {
     {"PRelu", 6, prelu, infer_same},
     {"Selu", 6, selu, infer_same},
     {"Shrink", 9, shrink, infer_same},
+    {"Swish", 24, swish, infer_same},
     {"ThresholdedRelu", 10, thresholded_relu, infer_same},
 };
 

@@ -176,6 +176,19 @@ bool find_hard_swish(Graph& graph, NodeId id) {
   return false;
 }
 
+// x Sigmoid(x)
+bool find_swish(Graph& graph, NodeId id) {
+  const Node& node = graph.node(id);
+  if (node.op != "Mul") return false;
+  const auto pair =
+      function_beside_its_input(graph, node, [](const Graph&, const Node& function, ValueId x) {
+        return function.op == "Sigmoid" && function.inputs[0] == x;
+      });
+  if (!pair) return false;
+  put(graph, id, node_like(node, "Swish", {pair->x}));
+  return true;
+}
+
 // Clip(x + 3, 0, 6) / 6 that isn't multiplied with x.
 bool find_hard_sigmoid(Graph& graph, NodeId id) {
   const Node& node = graph.node(id);
@@ -203,6 +216,8 @@ bool join_clips(Graph& graph) { return everywhere<join_bounds>(graph); }
 bool find_leaky_rectifiers(Graph& graph) { return everywhere<find_leaky>(graph); }
 
 bool find_hard_swishes(Graph& graph) { return everywhere<find_hard_swish>(graph); }
+
+bool find_swishes(Graph& graph) { return everywhere<find_swish>(graph); }
 
 bool find_hard_sigmoids(Graph& graph) { return everywhere<find_hard_sigmoid>(graph); }
 

@@ -98,7 +98,8 @@ void simplify(Graph& graph) {
          {drop_identities, expand_einsums, choose_by_conditions, unroll_recurrences,
           join_idle_window_axes, join_transposes, push_transposes_down, make_gemms, fold_paddings,
           fold_scales_behind, fold_scales_in_front, join_clips, find_leaky_rectifiers,
-          find_hard_swishes, find_hard_sigmoids, find_gelus, find_layer_normalizations}) {
+          find_hard_swishes, find_swishes, find_hard_sigmoids, find_gelus,
+          find_layer_normalizations}) {
       changed = rule(graph) || changed;
     }
   }

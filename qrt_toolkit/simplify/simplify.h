@@ -44,6 +44,9 @@ bool find_leaky_rectifiers(Graph& graph);
 /// x HardSigmoid(x) and x Clip(x + 3, 0, 6) / 6, however written, become HardSwish.
 bool find_hard_swishes(Graph& graph);
 
+/// x Sigmoid(x) becomes Swish.
+bool find_swishes(Graph& graph);
+
 /// Clip(x + 3, 0, 6) / 6 becomes HardSigmoid.
 bool find_hard_sigmoids(Graph& graph);
 

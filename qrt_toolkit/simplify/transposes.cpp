@@ -23,9 +23,10 @@ Axes axes_of(const Node& node) { return node.op == "Transpose" ? node.integers("
 
 bool works_on_single_numbers(const Node& node) {
   static const std::set<std::string> names = {
-      "Abs",         "Celu",      "Clip",      "Cos",      "Elu",      "Erf",  "Exp",  "Gelu",
-      "HardSigmoid", "HardSwish", "LeakyRelu", "Log",      "Mish",     "Neg",  "Relu", "Reciprocal",
-      "Selu",        "Sigmoid",   "Sin",       "Softplus", "Softsign", "Sqrt", "Tanh"};
+      "Abs",  "Celu",     "Clip",        "Cos",        "Elu",       "Erf",
+      "Exp",  "Gelu",     "HardSigmoid", "HardSwish",  "LeakyRelu", "Log",
+      "Mish", "Neg",      "Relu",        "Reciprocal", "Selu",      "Sigmoid",
+      "Sin",  "Softplus", "Softsign",    "Sqrt",       "Swish",     "Tanh"};
   return names.count(node.op) != 0;
 }
 

@@ -73,6 +73,7 @@ std::set<std::string> walked_rows(const std::vector<std::string>& tests) {
 #if QRT_WITH_EXTENSIONS
   QRT_ADD_LIST(extension_activation_rows);
   QRT_ADD_LIST(block_depthwise_rows);
+  QRT_ADD_LIST(block_pooling_rows);
   QRT_ADD_LIST(block_transposed_rows);
   QRT_ADD_LIST(block_window_rows);
   QRT_ADD_LIST(block_winograd_rows);

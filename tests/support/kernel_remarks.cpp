@@ -65,6 +65,7 @@ const std::vector<KernelRemark>& kernel_remarks() {
        kOfPaddedMaxima},
       {"Pooling2D_Max_K3x3_S2x2_AVX_C8HW8_Float_M1", "", kOfPaddedMaxima},
       {"Pooling2D_Avg_Fallback_Float_M1", "heeds `count_include_pad`", ""},
+      {"Pooling2D_Avg_Knxm_Snxm_AVX_C8HW8_Float_M1", "heeds `count_include_pad`", "same bits"},
       {"ConvTranspose2D_Knxm_Snxm_Dnxm_Gn_Fallback_CHW_Float_M1",
        "paddings hold (kernel - 1) * dilation - p; weights are [in, out]", ""},
       {"FullConnection_SSE_C4HW4_Float_M1", "its method doesn't fit together, so it takes no layer",

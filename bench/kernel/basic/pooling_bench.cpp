@@ -8,6 +8,7 @@
 #include "bench/support/configured_kernel.h"
 #include "bench/support/onednn_peers.h"
 #include "qrt_core/kernel/basic/pooling.h"
+#include "qrt_core/kernel/extension/kernels.h"
 #include "tests/support/numbers.h"
 #include "tests/support/pooling_tester.h"
 
@@ -61,7 +62,11 @@ void run_forward(benchmark::State& state, const PoolingRow& row, const Planes& p
 }
 
 const bool registered = [] {
-  for (const PoolingRow* row : kernel::pooling_rows) {
+  std::vector<const PoolingRow*> rows = kernel::pooling_rows;
+#if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
+  rows.insert(rows.end(), kernel::block_pooling_rows);
+#endif
+  for (const PoolingRow* row : rows) {
     if (!can_run(row->name)) continue;
     const bool takes_all = row->stride == 1;
     for (const Planes& planes : takes_all ? std::span<const Planes>(kLast) : kStages) {

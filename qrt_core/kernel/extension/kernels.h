@@ -23,6 +23,7 @@
 #include "qrt_core/kernel/extension/matrix/dense.h"
 #include "qrt_core/kernel/extension/matrix/matmul.h"
 #include "qrt_core/kernel/extension/pooling/block_average.h"
+#include "qrt_core/kernel/extension/pooling/block_pooling.h"
 #include "qrt_core/kernel/extension/recurrent/wide_sequence.h"
 #endif
 
@@ -40,7 +41,9 @@
   QRT_DENSE_KERNELS_PORTABLE(KERNEL)            \
   QRT_MATMUL_KERNELS_PORTABLE(KERNEL)
 
-#define QRT_EXTENSION_AVX_KERNELS(KERNEL) QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)
+#define QRT_EXTENSION_AVX_KERNELS(KERNEL) \
+  QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)   \
+  QRT_BLOCK_POOLING_KERNELS_AVX(KERNEL)
 
 #define QRT_EXTENSION_FMA_KERNELS(KERNEL)  \
   QRT_BINARY_KERNELS_FMA(KERNEL)           \

@@ -1,6 +1,7 @@
 #include "qrt_core/runtime/tensor/transpose.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace marlo::runtime {
@@ -33,6 +34,58 @@ void copy_plane(const char* from, const TransposeAxis& rows, const TransposeAxis
   }
 }
 
+// Four elements of four bytes, in the compiler's own vectors.
+using Four = uint32_t __attribute__((vector_size(16)));
+constexpr size_t kSquare = 4;
+constexpr size_t kWord = sizeof(uint32_t);
+
+// Turns a square of four by four elements in registers.
+void turn_square(const char* from, size_t source_step, char* to, size_t target_step) {
+  Four rows[kSquare];
+  for (size_t i = 0; i < kSquare; ++i) std::memcpy(&rows[i], from + i * source_step, sizeof(Four));
+  const Four low01 = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
+  const Four low23 = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
+  const Four high01 = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
+  const Four high23 = __builtin_shufflevector(rows[2], rows[3], 2, 6, 3, 7);
+  const Four turned[kSquare] = {__builtin_shufflevector(low01, low23, 0, 1, 4, 5),
+                                __builtin_shufflevector(low01, low23, 2, 3, 6, 7),
+                                __builtin_shufflevector(high01, high23, 0, 1, 4, 5),
+                                __builtin_shufflevector(high01, high23, 2, 3, 6, 7)};
+  for (size_t i = 0; i < kSquare; ++i) std::memcpy(to + i * target_step, &turned[i], sizeof(Four));
+}
+
+// Elements of four bytes whose rows are contiguous in the source. Tiles read whole lines of eight
+// columns: columns that lie a multiple of 4 KiB apart share the places of the first cache, and it has
+// eight of each.
+void copy_plane_of_words(const char* from, const TransposeAxis& rows, const TransposeAxis& columns,
+                         size_t element_size, char* to) {
+  constexpr size_t kTileColumns = 8;
+  const size_t whole_rows = rows.source_step == kWord ? rows.size / kSquare * kSquare : 0;
+  const size_t whole_columns = columns.size / kSquare * kSquare;
+  for (size_t first_row = 0; first_row < whole_rows; first_row += kTile) {
+    const size_t last_row = std::min(first_row + kTile, whole_rows);
+    for (size_t first = 0; first < whole_columns; first += kTileColumns) {
+      const size_t last = std::min(first + kTileColumns, whole_columns);
+      for (size_t column = first; column < last; column += kSquare) {
+        for (size_t row = first_row; row < last_row; row += kSquare) {
+          turn_square(from + row * kWord + column * columns.source_step, columns.source_step,
+                      to + row * rows.target_step + column * kWord, rows.target_step);
+        }
+      }
+    }
+  }
+  const auto copy_rest = [&](size_t first_row, size_t first_column, size_t last_row) {
+    const TransposeAxis some_rows = {last_row - first_row, rows.source_step, rows.target_step};
+    const TransposeAxis some_columns = {columns.size - first_column, columns.source_step,
+                                        columns.target_step};
+    copy_plane<kWord>(from + first_row * rows.source_step + first_column * columns.source_step,
+                      some_rows, some_columns, element_size,
+                      to + first_row * rows.target_step + first_column * columns.target_step);
+  };
+  copy_rest(0, whole_columns, whole_rows);
+  copy_rest(whole_rows, 0, rows.size);
+}
+
 using CopyPlane = void (*)(const char* from, const TransposeAxis& rows,
                            const TransposeAxis& columns, size_t element_size, char* to);
 
@@ -42,8 +95,8 @@ CopyPlane plane_copy_for(size_t element_size) {
       return copy_plane<1>;
     case 2:
       return copy_plane<2>;
-    case 4:
-      return copy_plane<4>;
+    case kWord:
+      return copy_plane_of_words;
     default:
       return copy_plane<0>;
   }

@@ -3,6 +3,7 @@
 
 #include <initializer_list>
 
+#include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 #include "tests/support/compare.h"
 #include "tests/support/kernels.h"
@@ -182,13 +183,74 @@ TEST_P(EveryPooling, RefusesWhatWouldSendItOutOfItsInput) {
 INSTANTIATE_TEST_SUITE_P(Rows, EveryPooling, testing::ValuesIn(kernel::pooling_rows),
                          [](const auto& row) { return std::string(row.param->name); });
 
-// What only the portable kernels do.
+// What only kernels for any window do: the portable ones, and those over blocks.
+
+std::vector<const PoolingRow*> rows_of_any_window(PoolingKind kind) {
+  std::vector<const PoolingRow*> rows;
+  const auto add = [&](std::initializer_list<const PoolingRow*> all) {
+    for (const PoolingRow* row : all) {
+      if (row->kernel == 0 && row->kind == kind && why_not_here(row->name).empty())
+        rows.push_back(row);
+    }
+  };
+  add(kernel::pooling_rows);
+#if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
+  add(kernel::block_pooling_rows);
+#endif
+  return rows;
+}
+
+#if QRT_WITH_EXTENSIONS && QRT_WITH_AVX
+INSTANTIATE_TEST_SUITE_P(BlockRows, EveryPooling, testing::ValuesIn(kernel::block_pooling_rows),
+                         [](const auto& row) { return std::string(row.param->name); });
+
+// What the portable kernel makes of each of eight planes, in blocks.
+std::vector<float> in_a_block(const PoolingTester& tester, const PoolingRow& portable,
+                              const std::vector<float>& input) {
+  std::vector<float> outputs;
+  for (size_t lane = 0; lane < 8; ++lane) {
+    std::vector<float> plane;
+    for (size_t i = lane; i < input.size(); i += 8) plane.push_back(input[i]);
+    const std::vector<float> output = tester.output(portable, plane);
+    outputs.resize(8 * output.size());
+    for (size_t i = 0; i < output.size(); ++i) outputs[8 * i + lane] = output[i];
+  }
+  return outputs;
+}
+
+TEST(BlockPooling, HasTheBitsOfThePortableKernels) {
+  const PoolingRow* const rows[][2] = {{&kernel::rows::Pooling2D_Avg_Knxm_Snxm_AVX_C8HW8_Float_M1,
+                                        &kernel::rows::Pooling2D_Avg_Fallback_Float_M1},
+                                       {&kernel::rows::Pooling2D_Max_Knxm_Snxm_AVX_C8HW8_Float_M1,
+                                        &kernel::rows::Pooling2D_Max_Fallback_Float_M1}};
+  QRT_SKIP_WHERE_MISSING(rows[0][0]->name);
+  std::vector<float> input = Random(5).floats(size_t{9} * 13 * 8);
+  for (size_t i = 3; i < input.size(); i += 7) {
+    constexpr float kSpecial[] = {kNaN, kInfinity, -kInfinity, -0.0f, 0.0f};
+    input[i] = kSpecial[i % 5];
+  }
+  for (const auto& [blocked, portable] : rows) {
+    for (const bool count : {false, true}) {
+      const auto tester = PoolingTester().size(9, 13).count_include_pad(count);
+      for (const auto& one : {PoolingTester(tester).kernel(3).stride(1).padding(1),
+                              PoolingTester(tester).kernel(2, 5).stride(3, 2).padding(2, 1, 0, 1),
+                              PoolingTester(tester).kernel(9, 13).stride(1),
+                              PoolingTester(tester).kernel(3).stride(2).padding(3)}) {
+        EXPECT_TRUE(same_bits(one.output(*blocked, input), in_a_block(one, *portable, input)))
+            << one.sentence(blocked->name);
+      }
+    }
+  }
+}
+#endif
 
 const PoolingRow& portable_average() { return kernel::rows::Pooling2D_Avg_Fallback_Float_M1; }
 const PoolingRow& portable_maximum() { return kernel::rows::Pooling2D_Max_Fallback_Float_M1; }
 
-TEST(PortablePooling, TakesAnyWindow) {
-  for (const PoolingRow* row : {&portable_average(), &portable_maximum()}) {
+TEST(AnyWindowPooling, TakesAnyWindow) {
+  std::vector<const PoolingRow*> rows = rows_of_any_window(PoolingKind::average);
+  for (const PoolingRow* row : rows_of_any_window(PoolingKind::maximum)) rows.push_back(row);
+  for (const PoolingRow* row : rows) {
     PoolingTester().planes(2).size(7, 9).kernel(1).stride(1).test(*row);
     PoolingTester().planes(2).size(7, 9).kernel(2, 5).stride(3, 1).test(*row);
     PoolingTester().planes(2).size(7, 9).kernel(7, 9).stride(1).test(*row);
@@ -197,18 +259,22 @@ TEST(PortablePooling, TakesAnyWindow) {
   }
 }
 
-TEST(PortablePooling, MaximaHonourDilation) {
-  for (const bool ceil_mode : {false, true}) {
-    const auto tester = PoolingTester().planes(2).size(11, 12).kernel(3, 2).ceil_mode(ceil_mode);
-    PoolingTester(tester).stride(2).dilation(2, 3).padding(1, 2, 0, 1).test(portable_maximum());
-    PoolingTester(tester).stride(4).dilation(5, 1).test(portable_maximum());
-    PoolingTester(tester).stride(3).dilation(0, 0).test(portable_maximum());
+TEST(AnyWindowPooling, MaximaHonourDilation) {
+  for (const PoolingRow* row : rows_of_any_window(PoolingKind::maximum)) {
+    for (const bool ceil_mode : {false, true}) {
+      const auto tester = PoolingTester().planes(2).size(11, 12).kernel(3, 2).ceil_mode(ceil_mode);
+      PoolingTester(tester).stride(2).dilation(2, 3).padding(1, 2, 0, 1).test(*row);
+      PoolingTester(tester).stride(4).dilation(5, 1).test(*row);
+      PoolingTester(tester).stride(3).dilation(0, 0).test(*row);
+    }
   }
 }
 
-TEST(PortablePooling, CeilModeRepeatsTheLastRowAndColumnInMaxima) {
-  PoolingTester().planes(2).size(6, 8).kernel(3).stride(2).ceil_mode(true).test(portable_maximum());
-  PoolingTester().planes(2).size(6, 8).kernel(2).stride(5).ceil_mode(true).test(portable_maximum());
+TEST(AnyWindowPooling, CeilModeRepeatsTheLastRowAndColumnInMaxima) {
+  for (const PoolingRow* row : rows_of_any_window(PoolingKind::maximum)) {
+    PoolingTester().planes(2).size(6, 8).kernel(3).stride(2).ceil_mode(true).test(*row);
+    PoolingTester().planes(2).size(6, 8).kernel(2).stride(5).ceil_mode(true).test(*row);
+  }
 }
 
 TEST(PortablePooling, AnAverageOverPaddingThatDoesNotCountIsNaN) {

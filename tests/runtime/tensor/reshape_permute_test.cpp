@@ -131,6 +131,26 @@ TEST_F(PermuteTest, TransposesAMatrix) {
   EXPECT_THAT(values(*result), ElementsAre(0.0f, 3.0f, 1.0f, 4.0f, 2.0f, 5.0f));
 }
 
+// Squares of four by four elements are turned in tiles; what is left over is moved one by one.
+TEST_F(PermuteTest, TransposesPlanesOfAllSizes) {
+  for (const uint32_t rows : {1u, 3u, 4u, 5u, 8u, 15u, 16u, 17u, 21u, 32u, 35u}) {
+    for (const uint32_t columns : {1u, 2u, 4u, 7u, 8u, 9u, 12u, 16u, 19u, 33u}) {
+      const auto source = counted({2, rows, columns});
+      const auto result = source->Permute({0, 2, 1});
+      const auto front = source->Permute({2, 0, 1});
+      for (uint32_t p = 0; p < 2; ++p) {
+        for (uint32_t r = 0; r < rows; ++r) {
+          for (uint32_t c = 0; c < columns; ++c) {
+            const float number = *static_cast<float*>(source->Locate3D(p, r, c));
+            ASSERT_EQ(*static_cast<float*>(result->Locate3D(p, c, r)), number) << rows << columns;
+            ASSERT_EQ(*static_cast<float*>(front->Locate3D(c, p, r)), number) << rows << columns;
+          }
+        }
+      }
+    }
+  }
+}
+
 TEST_F(PermuteTest, MovesEachElementInFourDims) {
   const std::vector<uint32_t> dims = {2, 3, 4, 5};
   const auto source = counted(dims);

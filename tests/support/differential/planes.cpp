@@ -54,7 +54,7 @@ PlanarTensor padded(const PlanarTensor& planes, const Margins& m) {
 }
 
 // The kernels for one window pad with zeros, divide by the whole window and don't dilate it. They
-// are compared with the portable kernel on a padded copy, and with itself where it takes part.
+// are compared with the portable kernel on a padded copy, those for any window with what it makes itself.
 class Poolings final : public Operation {
  public:
   std::vector<std::string> families() const override { return {"pooling2d"}; }
@@ -64,12 +64,12 @@ class Poolings final : public Operation {
     const Outcome portable = run_planar(layer.portable(), layer.setting());
     const Outcome of_padded = run_planar(layer.portable(), layer.padded_copy().setting());
     for (const std::string& kernel : kernels) {
-      const bool is_portable = has_part(kernel, "_Fallback_");
-      const Outcome& result = is_portable ? portable : of_padded;
+      const bool takes_any = has_part(kernel, "_Fallback_") || has_part(kernel, "_Knxm_");
+      const Outcome& result = takes_any ? portable : of_padded;
       for (const LayoutType layout : kLayouts) {
         const Outcome outcome = run_kernel(kernel, layer.setting(), layout);
         if (!outcome.ran && outcome.refusal.empty()) continue;
-        if (!result.ran || (!is_portable && !layer.means_the_same_to_all())) continue;
+        if (!result.ran || (!takes_any && !layer.means_the_same_to_all())) continue;
         if (layer.planes.channels() % BlockSize(layout) != 0) continue;
         Expectation expected = layer.expectation(result);
         if (kernel == "Pooling2D_Max_K3x3_S2x2_SSE_CHW_Float_M1") allow_floor(outcome, expected);

@@ -223,6 +223,22 @@ TEST(Assign, PaddedMaximaNeedRectifiedInputsForKernelsThatPadWithZeros) {
   }
 }
 
+// A vision transformer cuts its picture into patches by one window for each.
+TEST(Assign, WindowsLargerThanASmallPictureAreTriedAsWell) {
+  runtime::Conv2dInfo patches = padded_convolution(3, 8, 16);
+  patches.stride_x = patches.stride_y = 16;
+  patches.padding_l = patches.padding_r = patches.padding_t = patches.padding_b = 0;
+  ModelBuilder builder;
+  const auto model = builder.input("x").conv2d("c", "x", patches).outputs({"c"}).build();
+  const TensorShape shape = planes(3, 64, 48);
+  const AssignedModel made = assigned(*model, options_for(shape, KernelSet::sse));
+  expect_same(*model, made.model, shape);
+  if (documented_kernels().Create("Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1") == nullptr) {
+    GTEST_SKIP() << "this build has no SSE kernels";
+  }
+  EXPECT_THAT(made.report.layers.back().kernel, HasSubstr("SSE"));
+}
+
 TEST(Assign, FastFunctionsAreTooFarFromThoseThatTheyReplace) {
   ModelBuilder builder;
   builder.input("x").activation("y", "x", "Sigmoid_Fallback_Float_M1").outputs({"y"});

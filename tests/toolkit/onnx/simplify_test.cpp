@@ -274,6 +274,14 @@ TEST(FindHardSwishes, HoweverWritten) {
   expect_no_rule(find_hard_swishes, kPicture + "{ h = HardSigmoid(x) y = Mul(x, h) }");
 }
 
+TEST(FindSwishes, InEitherOrder) {
+  for (const char* product : {"Mul(x, s)", "Mul(s, x)"}) {
+    expect_rule(find_swishes, kPicture + "{ s = Sigmoid(x) y = " + product + " }", {1, 2, 3, 3},
+                {"Swish"});
+  }
+  expect_no_rule(find_swishes, kPicture + "{ s = Sigmoid(x) y = Mul(s, s) }");
+}
+
 TEST(FindHardSigmoids, OfAClip) {
   expect_rule(find_hard_sigmoids,
               kPicture + R"(<float three = {3}, float six = {6}, float z = {0}> {

@@ -13,6 +13,9 @@ void block_depthwise_5x5_fma(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_stride2_fma(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_7x7_fma(const ConvTask& task, const float* zeros) noexcept;
 
+/// Any window, stride and dilation; taps outside of the picture are left out.
+void block_depthwise_any_fma(const ConvTask& task) noexcept;
+
 // Two pixels share a vector.
 void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;

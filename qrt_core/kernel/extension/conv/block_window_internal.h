@@ -9,7 +9,7 @@
 //
 // Sums begin with the bias, stay in registers over all input channels and end in the epilogue. Each
 // takes the input's blocks in order, within them the window's rows, columns and channels. What lies
-// outside of the picture is a zero above or below, which is left out, or beside, which is read.
+// outside of the picture is a zero: left out where no pixel of a tile has anything else, read elsewhere.
 //
 // Results may stand apart, with those of other windows between them: that is how a transposed
 // convolution is computed, see block_transposed_internal.h.
@@ -233,18 +233,20 @@ class WindowChannels {
     });
   }
 
-  // The rows of a window that lie in the picture.
-  struct Rows {
+  // The places of a window along an axis that lie in the picture for any pixel of a tile, whose windows
+  // begin at `lowest` to `highest`. A dilated window may reach far beside a small picture.
+  struct Places {
     size_t begin, end;
   };
 
-  Rows rows_of(int64_t top) const noexcept {
-    const WindowAxis& y = plane_.y;
-    Rows rows = {0, y.kernel};
-    const auto at = [&](size_t row) { return top + signed_of(row * y.dilation); };
-    while (rows.begin < rows.end && at(rows.begin) < 0) ++rows.begin;
-    while (rows.begin < rows.end && at(rows.end - 1) >= signed_of(y.inputs)) --rows.end;
-    return rows;
+  static Places places_of(const WindowAxis& axis, int64_t lowest, int64_t highest) noexcept {
+    Places places = {0, axis.kernel};
+    const auto offset = [&](size_t place) { return signed_of(place * axis.dilation); };
+    while (places.begin < places.end && highest + offset(places.begin) < 0) ++places.begin;
+    while (places.begin < places.end && lowest + offset(places.end - 1) >= signed_of(axis.inputs)) {
+      --places.end;
+    }
+    return places;
   }
 
   // Stores a tile of a row.
@@ -296,7 +298,8 @@ class WindowChannels {
     const int64_t top = signed_of(row * plane_.y.stride) - plane_.y.padding;
     const int64_t left = signed_of(column * kStride) - plane_.x.padding;
     const int64_t width = signed_of(plane_.x.inputs);
-    const Rows rows = rows_of(top);
+    const Places rows = places_of(plane_.y, top, top);
+    const Places columns = places_of(plane_.x, left, left + signed_of((kPixels - 1) * kStride));
     Register sums[kVectors][kPixels];
     start(sums);
     const float* weight = weight_;
@@ -304,9 +307,9 @@ class WindowChannels {
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
       for (size_t y = rows.begin; y < rows.end; ++y) {
         const float* line = input + (top + signed_of(y * plane_.y.dilation)) * width * kSigned;
-        const float* weights = weight + y * plane_.x.kernel * kTap;
-        int64_t first = left;
-        for (size_t x = 0; x < plane_.x.kernel; ++x) {
+        const float* weights = weight + (y * plane_.x.kernel + columns.begin) * kTap;
+        int64_t first = left + signed_of(columns.begin * plane_.x.dilation);
+        for (size_t x = columns.begin; x < columns.end; ++x) {
           const int64_t last = first + signed_of((kPixels - 1) * kStride);
           const float* base = line + first * kSigned;
           const float* first_pixel = first >= 0 && first < width ? base : kNoPixel;
@@ -342,13 +345,21 @@ class WindowChannels {
       left[i] = signed_of(column * columns.stride) - columns.padding;
       output[i] = output_ + row * plane_.out_row + column * plane_.out_step;
     }
+    int64_t leftmost = left[0], rightmost = left[0];
+    for (size_t i = 1; i < kPixels; ++i) {
+      if (left[i] < leftmost) leftmost = left[i];
+      if (left[i] > rightmost) rightmost = left[i];
+    }
+    const Places used_rows = places_of(rows, top[0], top[kPixels - 1]);
+    const Places used_columns = places_of(columns, leftmost, rightmost);
     Register sums[kVectors][kPixels];
     start(sums);
     const float* weight = weight_;
     const float* input = input_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
-      for (size_t y = 0; y < rows.kernel; ++y) {
-        for (size_t x = 0; x < columns.kernel; ++x) {
+      for (size_t y = used_rows.begin; y < used_rows.end; ++y) {
+        const float* weights = weight + (y * columns.kernel + used_columns.begin) * kTap;
+        for (size_t x = used_columns.begin; x < used_columns.end; ++x) {
           const float* at[kPixels];
           for (size_t i = 0; i < kPixels; ++i) {
             const auto line = static_cast<size_t>(top[i] + signed_of(y * rows.dilation));
@@ -357,10 +368,11 @@ class WindowChannels {
             at[i] = is_inside ? input + (line * columns.inputs + place) * kBlock : kNoPixel;
           }
           add_tap(
-              weight, [&](size_t i) __attribute__((always_inline)) { return at[i]; }, sums);
-          weight += kTap;
+              weights, [&](size_t i) __attribute__((always_inline)) { return at[i]; }, sums);
+          weights += kTap;
         }
       }
+      weight += plane_.taps() * kTap;
       input += plane_.in_plane;
     }
     if (plane_.is_dense()) {

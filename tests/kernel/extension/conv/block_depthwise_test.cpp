@@ -22,15 +22,18 @@ class BlockDepthwise : public testing::TestWithParam<const PlaneRow*> {
   const PlaneRow& row() const { return *GetParam(); }
   bool is_plain() const { return row().epilogue == kernel::Epilogue::none; }
 
+  bool takes_any_window() const { return row().accepts.kernel_x == 0; }
+  uint32_t window() const { return takes_any_window() ? 3 : row().accepts.kernel_x; }
+
   ConvTester tester(uint32_t blocks) const {
     return ConvTester()
         .channels(8 * blocks, 8 * blocks)
         .groups(8 * blocks)
-        .kernel(row().accepts.kernel_x)
-        .stride(row().accepts.stride);
+        .kernel(window())
+        .stride(takes_any_window() ? 1 : row().accepts.stride);
   }
   // Of a padding that leaves every window a place.
-  int padding() const { return std::max(2, static_cast<int>(row().accepts.kernel_x) / 2); }
+  int padding() const { return std::max(2, static_cast<int>(window()) / 2); }
 
   void test(const ConvTester& tester) const {
     EXPECT_TRUE(tester.test(row())) << "refused: " << tester.sentence(row().name);
@@ -50,6 +53,19 @@ TEST_P(BlockDepthwise, TakesAnyPaddings) {
   test(tester(2).size(6, 9).padding(5, 0, 0, 1));
   test(tester(2).size(6, 9).padding(0, 6, 7, 0));
   test(tester(1).size(1, 1).padding(4));
+}
+
+TEST_P(BlockDepthwise, TakesAnyWindowStrideAndDilation) {
+  if (!takes_any_window()) GTEST_SKIP() << "is for one window";
+  if (!is_plain()) GTEST_SKIP() << "as without an epilogue";
+  for (uint32_t stride = 1; stride <= 3; ++stride) {
+    test(tester(2).kernel(1).size(5, 23).stride(stride));
+    test(tester(1).kernel(5).size(8, 19).stride(stride, 4 - stride).dilation(2, 1).padding(4));
+    test(tester(2).kernel(2, 4).size(6, 11).stride(stride).dilation(1, 3).padding(1, 0, 0, 2));
+  }
+  test(tester(1).kernel(9).size(9, 9));
+  test(tester(2).kernel(5).size(8, 8).dilation(9).padding(18));
+  test(tester(1).kernel(3).size(2, 5).dilation(7).padding(7));
 }
 
 TEST_P(BlockDepthwise, WantsAGroupForEachChannelOfWholeBlocks) {

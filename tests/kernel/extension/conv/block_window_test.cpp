@@ -85,6 +85,13 @@ TEST_P(BlockWindow, TakesAnyWindowStrideAndDilation) {
   test(tester(1, 4).kernel(3, 1).size(4, 31).padding(0, 0, 1, 1));
   test(tester(1, 4).kernel(7).size(9, 20).dilation(1, 2).padding(5));
   test(tester(2, 4).kernel(1).size(5, 9).padding(2));
+  // Most of a window lies outside of the picture, above, below and beside.
+  for (const uint32_t dilation : {4u, 7u, 12u}) {
+    const auto far = static_cast<int>(dilation);
+    test(tester(2, 5).size(8, 8).dilation(dilation).padding(far));
+    test(tester(1, 3).size(3, 33).dilation(dilation).padding(far));
+    test(tester(1, 1).size(9, 5).stride(2).dilation(dilation).padding(far));
+  }
 }
 
 TEST_P(BlockWindow, TakesGroupsOfWholeBlocks) {
