@@ -130,46 +130,92 @@ ValueId add_places(Graph& graph, int64_t count, size_t behind) {
 }
 
 /// The first few of all, one after the other: what has been taken is no longer there.
+class FirstFew {
+ public:
+  FirstFew(Graph& graph, const Node& node, const Facts& all, size_t axis)
+      : graph_(graph),
+        node_(node),
+        type_(all.type),
+        axis_(static_cast<int64_t>(axis)),
+        largest_(node.integer("largest", 1) != 0),
+        has_places_(node.has_output(1) && !graph.is_unused(node.outputs[1])),
+        listed_(add_places(graph, (*all.shape)[axis].size, all.shape->size() - axis - 1)),
+        none_(add_number(graph, type_, largest_ ? -HUGE_VAL : HUGE_VAL)),
+        rest_(node.inputs[0]) {}
+
+  void take(bool is_last) {
+    numbers_.push_back(
+        made(largest_ ? "ReduceMax" : "ReduceMin", {rest_, add_integers(graph_, {axis_})}, type_));
+    places_.push_back(place_of_last());
+    if (is_last) return;
+    const ValueId taken = made("Equal", {places_.back(), listed_}, ElementType::boolean);
+    rest_ = made("Where", {taken, none_, rest_}, type_);
+    if (!has_places_) return;
+    const ValueId left = made("Not", {taken}, ElementType::boolean);
+    left_ = left_ == kAbsent ? left : made("And", {left_, left}, ElementType::boolean);
+  }
+
+  /// All that were taken, in the place of the node's outputs.
+  void join() {
+    for (const size_t output : {size_t{0}, size_t{1}}) {
+      if (!node_.has_output(output)) continue;
+      Node joined = node_like(node_, "Concat", output == 0 ? numbers_ : places_);
+      joined.attributes["axis"] = axis_;
+      replace_output(graph_, node_.outputs[output], std::move(joined));
+    }
+  }
+
+ private:
+  ValueId made(const char* op, std::vector<ValueId> inputs, ElementType type) {
+    return add_node(graph_, node_like(node_, op, std::move(inputs)), type);
+  }
+
+  ValueId place_of(const char* op, ValueId numbers) {
+    Node place = node_like(node_, op, {numbers});
+    place.attributes["axis"] = axis_;
+    return add_node(graph_, std::move(place), ElementType::int64);
+  }
+
+  /// Where all that is left is infinite, what has been taken looks the same: its number is right, its
+  /// place isn't. So a place that somebody reads is the first of those that are left.
+  ValueId place_of_last() {
+    if (!has_places_ || left_ == kAbsent) return place_of(largest_ ? "ArgMax" : "ArgMin", rest_);
+    const ValueId equal = made("Equal", {rest_, numbers_.back()}, ElementType::boolean);
+    Node number = node_like(node_, "Cast", {made("And", {equal, left_}, ElementType::boolean)});
+    number.attributes["to"] = static_cast<int64_t>(ElementType::float32);
+    return place_of("ArgMax", add_node(graph_, std::move(number), ElementType::float32));
+  }
+
+  Graph& graph_;
+  Node node_;
+  ElementType type_;
+  int64_t axis_;
+  bool largest_;
+  bool has_places_;
+  ValueId listed_;  // all places there are
+  ValueId none_;    // stands where one has been taken
+  ValueId rest_;
+  ValueId left_ = kAbsent;  // whether a place hasn't been taken; absent before the first is
+  std::vector<ValueId> numbers_;
+  std::vector<ValueId> places_;
+};
+
 bool take_several(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   constexpr double kMost = 64;
   const Node node = graph.node(id);
   const auto count = number_input(graph, node, 1);
   if (node.op != "TopK" || !count || *count < 2 || *count > kMost) return false;
-  const auto& shape = shape_of_input(node, 0, facts);
-  const ElementType type = facts[static_cast<size_t>(node.inputs[0])].type;
-  if (!shape || !is_real(type)) return false;
-  const size_t axis = axis_from_front(node.integer("axis", -1), shape->size());
-  const Dimension size = (*shape)[axis];
+  const Facts& all = facts[static_cast<size_t>(node.inputs[0])];
+  if (!all.shape || !is_real(all.type)) return false;
+  const size_t axis = axis_from_front(node.integer("axis", -1), all.shape->size());
+  const Dimension size = (*all.shape)[axis];
   if (!size.known() || size.size > kMostPlaces || *count > static_cast<double>(size.size)) {
     return false;
   }
-  const bool largest = node.integer("largest", 1) != 0;
-  const ValueId all = add_places(graph, size.size, shape->size() - axis - 1);
-  const double none = largest ? -HUGE_VAL : HUGE_VAL;
-  std::vector<ValueId> numbers;
-  std::vector<ValueId> places;
-  ValueId rest = node.inputs[0];
-  while (static_cast<double>(numbers.size()) < *count) {
-    const auto along = static_cast<int64_t>(axis);
-    numbers.push_back(add_node(
-        graph,
-        node_like(node, largest ? "ReduceMax" : "ReduceMin", {rest, add_integers(graph, {along})}),
-        type));
-    Node place = node_like(node, largest ? "ArgMax" : "ArgMin", {rest});
-    place.attributes["axis"] = along;
-    places.push_back(add_node(graph, std::move(place), ElementType::int64));
-    const ValueId taken =
-        add_node(graph, node_like(node, "Equal", {places.back(), all}), ElementType::boolean);
-    rest = add_node(graph, node_like(node, "Where", {taken, add_number(graph, type, none), rest}),
-                    type);
-  }
+  FirstFew first(graph, node, all, axis);
+  for (double i = 1; i <= *count; ++i) first.take(i == *count);
   graph.remove_node(id);
-  for (const size_t output : {size_t{0}, size_t{1}}) {
-    if (!node.has_output(output)) continue;
-    Node joined = node_like(node, "Concat", output == 0 ? numbers : places);
-    joined.attributes["axis"] = static_cast<int64_t>(axis);
-    replace_output(graph, node.outputs[output], std::move(joined));
-  }
+  first.join();
   return true;
 }
 

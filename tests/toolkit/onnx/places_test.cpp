@@ -1,6 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
 #include "import_agreement.h"
 
 // Elements that are taken, replaced or sorted by their places, as exporters write assignments to parts
@@ -67,6 +71,48 @@ TEST(Places, TheFirstFewOfAll) {
     v, p = TopK<axis=0>(x, k)
   })",
                    11, {{"x", {4, 3}}});
+}
+
+// Scores that a mask takes away are infinite, and often fewer are left than are asked for: each place
+// is named once, equal ones in their order.
+TEST(Places, TheFirstFewOfAllWhereMostAreInfinite) {
+  const double inf = std::numeric_limits<double>::infinity();
+  const double lowest = std::numeric_limits<float>::lowest();
+  const std::vector<Numbers::Reals> rows = {
+      {-inf, 2, -inf, 7, -inf, -inf},
+      {-inf, -inf, -inf, -inf, -inf, -inf},
+      {3, 3, 3, 3, 3, 3},
+      {inf, 1, inf, inf, 1, inf},
+      {inf, -inf, 0, inf, lowest, -inf},
+      {lowest, -inf, -lowest, -inf, lowest, -inf},
+      {1, -inf, 1, -inf, -inf, -lowest},
+  };
+  for (const int k : {2, 4, 6}) {
+    for (const int largest : {0, 1}) {
+      const std::string top = "TopK<axis=1, largest=" + std::to_string(largest) + ">(x, k)";
+      const ImportedModel model =
+          imported("g (float[1,6] x) => (float[1," + std::to_string(k) + "] v, int64[1," +
+                       std::to_string(k) + "] p) <int64[1] k = {" + std::to_string(k) +
+                       "}> { v, p = " + top + " }",
+                   11, {{"x", {1, 6}}});
+      for (const Numbers::Reals& row : rows) {
+        std::vector<double> places(row.size());
+        std::iota(places.begin(), places.end(), 0.0);
+        const auto at = [&](double place) { return row[static_cast<size_t>(place)]; };
+        std::stable_sort(places.begin(), places.end(), [&](double a, double b) {
+          return largest != 0 ? at(a) > at(b) : at(a) < at(b);
+        });
+        places.resize(static_cast<size_t>(k));
+        Numbers::Reals values(places.size());
+        std::transform(places.begin(), places.end(), values.begin(), at);
+        auto inputs = random_inputs({{"x", {1, 6}}});
+        inputs.at(0).numbers.reals() = row;
+        const auto found = run_network(model, {inputs}).at(0);
+        EXPECT_EQ(found.at(0).reals(), values) << top << k;
+        EXPECT_EQ(found.at(1).reals(), places) << top << k;
+      }
+    }
+  }
 }
 
 TEST(Places, TheVectorOfTheWordWithTheLargestNumber) {
