@@ -195,6 +195,9 @@ void lower_gemm(Lowering& lowering) {
 }
 
 void lower_matmul(Lowering& lowering) {
+  if (lowering.node().has_input(2) && (lowering.is_tensor(1) || lowering.is_tensor(2))) {
+    throw NodeFault{"input 2", "only constant matrices have a constant bias"};
+  }
   if (const SharedNumbers a = lowering.constant(0); a != nullptr && lowering.is_tensor(1)) {
     const Extents sizes = lowering.input_sizes(1);
     if (a->shape.size() > 2) return lowering.result(two_tensors(lowering));
@@ -212,8 +215,9 @@ void lower_matmul(Lowering& lowering) {
   }
   const Numbers weight = transposed(given);
   const size_t rows = lowering.input(0);
+  const SharedNumbers bias = lowering.constant(2);
   lowering.result(weight.shape.size() == 2
-                      ? times_last_axis(lowering, rows, weight, nullptr)
+                      ? times_last_axis(lowering, rows, weight, bias.get())
                       : times_own_matrix(lowering, rows, weight, lowering.output_sizes()));
 }
 

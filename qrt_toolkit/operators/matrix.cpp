@@ -97,6 +97,13 @@ Extents batch_strides(const Extents& shape, const Extents& batch) {
   return strides;
 }
 
+void require_bias(const Extents& shape, int64_t columns) {
+  if (shape.size() == 1 && shape[0] == columns) return;
+  throw NodeFault{"input 2", "expected a number for each of " + std::to_string(columns) +
+                                 " columns, found " + text_of(shape)};
+}
+
+// With a bias, which simplification brings in: one number for each column.
 Results matmul(const Node&, const Operands& inputs) {
   const Numbers& a = inputs[0];
   const Numbers& b = inputs[1];
@@ -117,6 +124,11 @@ Results matmul(const Node&, const Operands& inputs) {
                       result.reals().data() + at[0] + i * steps[0], rows, inner, columns);
         }
       });
+  if (inputs.has(2)) {
+    require_bias(inputs[2].shape, columns);
+    const Numbers::Reals& bias = inputs[2].reals();
+    for (size_t i = 0; i < result.reals().size(); ++i) result.reals()[i] += bias[i % bias.size()];
+  }
   return {std::move(result)};
 }
 
@@ -125,6 +137,9 @@ void infer_matmul(ShapeStep& step) {
   const Shape* b = step.shape(1);
   std::optional<Shape> shape;
   if (a != nullptr && b != nullptr) shape = product_shape(*a, *b).result;
+  const Shape* bias = step.node.has_input(2) ? step.shape(2) : nullptr;
+  const auto biases = bias != nullptr ? extents_of(*bias) : std::nullopt;
+  if (biases && shape && shape->back().known()) require_bias(*biases, shape->back().size);
   step.set(0, step.input(0).type, shape);
 }
 

@@ -122,6 +122,8 @@ class BatchAxes {
     const ValueId in = node.inputs[0];
     const ValueId out = node.outputs[0];
     if (node.op == "Transpose") return carry_transpose(node, in, out);
+    if (node.op == "Unsqueeze" && node.has_input(1)) return carry_new_axes(node, out, in);
+    if (node.op == "Squeeze" && node.has_input(1)) return carry_new_axes(node, in, out);
     if (node.op == "Reshape" || node.op == "Flatten" || node.op == "Squeeze" ||
         node.op == "Unsqueeze") {
       return carry_reshape(in, out);
@@ -164,6 +166,20 @@ class BatchAxes {
     for (size_t i = 0; i < rank(out); ++i) {
       const size_t from = perm.empty() ? rank(out) - 1 - i : static_cast<size_t>(perm[i]);
       tie(in, from, out, i);
+    }
+  }
+
+  /// The axes of `fewer` are those of `more` but for the listed ones.
+  void carry_new_axes(const Node& node, ValueId more, ValueId fewer) {
+    const SharedNumbers listed = facts_[static_cast<size_t>(node.inputs[1])].numbers;
+    if (listed == nullptr) return;
+    std::vector<bool> is_listed(rank(more), false);
+    for (const int64_t axis : listed->integers()) {
+      is_listed[axis_from_front(axis, rank(more), "axes")] = true;
+    }
+    size_t to = 0;
+    for (size_t i = 0; i < rank(more); ++i) {
+      if (!is_listed[i] && to < rank(fewer)) tie(more, i, fewer, to++);
     }
   }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 #include "qrt_toolkit/simplify/match.h"
@@ -167,13 +168,12 @@ bool find_gelu(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   return true;
 }
 
-/// Whether a node is the mean over the last axis, which it keeps.
-bool is_mean_of_last(const Graph& graph, const Node& node, size_t rank) {
-  if (node.op != "ReduceMean" || node.integer("keepdims", 1) == 0) return false;
+/// The axis, counted from the front, that a node takes the mean over and keeps; nothing for another.
+std::optional<size_t> axis_of_mean(const Graph& graph, const Node& node, size_t rank) {
+  if (node.op != "ReduceMean" || node.integer("keepdims", 1) == 0) return std::nullopt;
   const Constant* axes = constant_input(graph, node, 1);
-  if (axes == nullptr || count_of(axes->shape) != 1) return false;
-  const int64_t axis = axes->numbers().integer(0);
-  return axis == -1 || axis == static_cast<int64_t>(rank) - 1;
+  if (axes == nullptr || count_of(axes->shape) != 1) return std::nullopt;
+  return axis_from_front(axes->numbers().integer(0), rank);
 }
 
 /// Whether a value is the square of `x`.
@@ -187,9 +187,10 @@ bool is_square(const Graph& graph, ValueId id, ValueId x) {
 }
 
 /// A quotient of x less its mean and of its deviation, (x - m) / sqrt(mean((x - m)^2) + eps), over
-/// the last axis.
+/// one axis.
 struct Normalized {
   ValueId x;
+  size_t axis;
   double epsilon;
 };
 
@@ -205,60 +206,112 @@ std::optional<Normalized> normalized(const Graph& graph, const Node& node, size_
   const auto sum = made_with_number(graph, graph.node(root).inputs[0], "Add");
   const NodeId variance = sum ? graph.value(sum->tensor).producer : kAbsent;
   if (variance == kAbsent) return std::nullopt;
-  const bool means = is_mean_of_last(graph, graph.node(mean), rank) &&
-                     is_mean_of_last(graph, graph.node(variance), rank);
-  if (!means) return std::nullopt;
+  const auto axis = axis_of_mean(graph, graph.node(mean), rank);
+  if (!axis || axis_of_mean(graph, graph.node(variance), rank) != axis) return std::nullopt;
   // Exporters compute the difference once, or once for each place.
   const ValueId squared = graph.node(variance).inputs[0];
   for (const NodeId reader : graph.value(x).readers) {
     const Node& other = graph.node(reader);
     const bool same = other.op == "Sub" && other.inputs[0] == x &&
                       source_of(graph, other, 1) != kAbsent &&
-                      is_mean_of_last(graph, graph.node(source_of(graph, other, 1)), rank) &&
+                      axis_of_mean(graph, graph.node(source_of(graph, other, 1)), rank) == axis &&
                       graph.node(source_of(graph, other, 1)).inputs[0] == x;
-    if (same && is_square(graph, squared, other.outputs[0])) return Normalized{x, sum->number};
+    if (same && is_square(graph, squared, other.outputs[0])) {
+      return Normalized{x, *axis, sum->number};
+    }
   }
   return std::nullopt;
 }
 
-/// A constant list of as many numbers as the last axis has, which alone it varies along.
-bool is_row(const Constant* constant, int64_t size) {
-  return constant != nullptr && !constant->shape.empty() && constant->shape.back() == size &&
-         count_of(constant->shape) == size;
+/// A tensor along one of its axes.
+struct Along {
+  size_t rank;
+  size_t axis;
+  int64_t size;  ///< of that axis
+};
+
+/// Whether a constant beside a tensor has a number for each element of an axis, along which alone it
+/// varies.
+bool is_row(const Constant& constant, const Along& along) {
+  const size_t missing = along.rank - std::min(along.rank, constant.shape.size());
+  return constant.shape.size() <= along.rank && along.axis >= missing && is_real(constant.type) &&
+         constant.shape[along.axis - missing] == along.size &&
+         count_of(constant.shape) == along.size;
 }
 
-ValueId row_of(Graph& graph, const Constant& constant) {
-  Numbers numbers = constant.numbers();
-  numbers.shape = {numbers.count()};
-  return graph.add_constant("", constant_of(numbers));
+/// The node that alone reads what a node makes, if it is this operator with a row of numbers.
+struct RowReader {
+  NodeId node;
+  Numbers row;
+};
+
+std::optional<RowReader> reader_with_row(const Graph& graph, const Node& node, const char* op,
+                                         const Along& along) {
+  const ValueId made = node.outputs[0];
+  const auto& readers = graph.value(made).readers;
+  if (readers.size() != 1 || graph.node(readers[0]).op != op) return std::nullopt;
+  const Node& reader = graph.node(readers[0]);
+  const auto tensor = tensor_beside_constant(graph, reader);
+  if (!tensor || only_source(graph, reader, *tensor) == kAbsent) return std::nullopt;
+  const Constant* row = constant_input(graph, reader, 1 - *tensor);
+  if (!is_row(*row, along)) return std::nullopt;
+  Numbers numbers = row->numbers();
+  numbers.shape = {along.size};
+  return RowReader{readers[0], std::move(numbers)};
 }
 
-// (x - m) / s, times a row, plus a row. Without these nothing is gained.
+Node transpose_like(const Node& like, ValueId tensor, std::vector<int64_t> perm) {
+  Node node = node_like(like, "Transpose", {tensor});
+  node.attributes["perm"] = std::move(perm);
+  return node;
+}
+
+// (x - m) / s, times a row, plus a row, where these stand behind it. Over another axis than the last
+// it is done between transpositions, which may meet others.
 bool find_layer_normalization(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
-  const Node& sum = graph.node(id);
-  if (sum.op != "Add") return false;
-  const auto scaled = tensor_beside_constant(graph, sum);
-  const NodeId product_id = scaled ? source_by(graph, sum, *scaled, "Mul") : kAbsent;
-  if (product_id == kAbsent) return false;
-  const Node& product = graph.node(product_id);
-  const auto quotient = tensor_beside_constant(graph, product);
-  const NodeId div = quotient ? source_by(graph, product, *quotient, "Div") : kAbsent;
-  if (div == kAbsent) return false;
-  const auto place = static_cast<size_t>(graph.node(div).outputs[0]);
-  const auto* shape = place < facts.size() && facts[place].shape ? &*facts[place].shape : nullptr;
-  if (shape == nullptr || shape->empty() || !shape->back().known()) return false;
-  const auto found = normalized(graph, graph.node(div), shape->size());
-  const Constant* scale = constant_input(graph, product, 1 - *quotient);
-  const Constant* shift = constant_input(graph, sum, 1 - *scaled);
-  const int64_t size = shape->back().size;
-  if (!found || !is_row(scale, size) || !is_row(shift, size)) return false;
-  if (!have_same_axes(facts, found->x, sum.outputs[0])) return false;
-  const Constant copies[] = {*scale, *shift};
-  Node node = node_like(sum, "LayerNormalization",
-                        {found->x, row_of(graph, copies[0]), row_of(graph, copies[1])});
+  const Node div = graph.node(id);
+  if (div.op != "Div") return false;
+  const auto& shape = facts[static_cast<size_t>(div.outputs[0])].shape;
+  if (!shape || shape->empty()) return false;
+  const size_t rank = shape->size();
+  const auto found = normalized(graph, div, rank);
+  if (!found || !have_same_axes(facts, found->x, div.outputs[0])) return false;
+  if (found->axis == 0 && rank > 1) return false;  // most likely the batch
+  const Dimension size = (*shape)[found->axis];
+  if (!size.known()) return false;
+  const Along along{rank, found->axis, size.size};
+  const auto product = reader_with_row(graph, div, "Mul", along);
+  const NodeId scaled = product ? product->node : id;
+  const auto sum = reader_with_row(graph, graph.node(scaled), "Add", along);
+  const NodeId last = sum ? sum->node : scaled;
+  Numbers scale(ElementType::float32, {size.size});
+  std::fill(scale.reals().begin(), scale.reals().end(), 1.0);
+  if (product) scale = product->row;
+  Node node = node_like(graph.node(last), "LayerNormalization",
+                        {found->x, graph.add_constant("", constant_of(scale))});
+  if (sum) node.inputs.push_back(graph.add_constant("", constant_of(sum->row)));
   node.attributes["axis"] = int64_t{-1};
   node.attributes["epsilon"] = found->epsilon;
-  put(graph, id, std::move(node));
+  if (found->axis + 1 != rank) {
+    const ElementType type = facts[static_cast<size_t>(found->x)].type;
+    const auto axis = static_cast<std::ptrdiff_t>(found->axis);
+    std::vector<int64_t> perm(rank);
+    std::iota(perm.begin(), perm.end(), int64_t{0});
+    std::vector<int64_t> back = perm;
+    std::rotate(perm.begin() + axis, perm.begin() + axis + 1, perm.end());
+    std::rotate(back.begin() + axis, back.end() - 1, back.end());
+    Node turned = transpose_like(node, found->x, std::move(perm));
+    node.inputs[0] = graph.add_value("", type);
+    turned.outputs = {node.inputs[0]};
+    graph.add_node(std::move(turned));
+    const ValueId made = graph.add_value("", type);
+    node.outputs = {made};
+    Node returned = transpose_like(node, made, std::move(back));
+    graph.add_node(std::move(node));
+    put(graph, last, std::move(returned));
+    return true;
+  }
+  put(graph, last, std::move(node));
   return true;
 }
 

@@ -35,12 +35,20 @@ std::optional<Affine> affine_of_normalization(const Graph& graph, const Node& no
   return affine;
 }
 
-/// A constant as one number for each of `channels`, the second of `rank` axes.
-std::optional<Numbers::Reals> per_channel(const Constant& constant, size_t rank, int64_t channels) {
+/// A tensor with channels.
+struct Channelled {
+  size_t rank;  ///< its axes
+  size_t axis;  ///< that of its channels
+  int64_t channels;
+};
+
+/// A constant as one number for each channel of the tensor beside it.
+std::optional<Numbers::Reals> per_channel(const Constant& constant, const Channelled& tensor) {
+  const auto [rank, axis, channels] = tensor;
   if (!is_real(constant.type) || rank < 2 || constant.shape.size() > rank) return std::nullopt;
   const auto count = count_of(constant.shape).value_or(0);
-  const size_t channel_axis = constant.shape.size() + 1;  // counted so that rank is the tensor's
-  const bool along = channel_axis >= rank && constant.shape[channel_axis - rank] == count;
+  const size_t missing = rank - constant.shape.size();
+  const bool along = axis >= missing && constant.shape[axis - missing] == count;
   if (count != 1 && (!along || count != channels)) return std::nullopt;
   const Numbers numbers = constant.numbers();
   Numbers::Reals list(static_cast<size_t>(channels));
@@ -49,11 +57,11 @@ std::optional<Numbers::Reals> per_channel(const Constant& constant, size_t rank,
 }
 
 /// What Add, Sub, Mul or Div with a constant does to each channel.
-std::optional<Affine> affine_of_arithmetic(const Graph& graph, const Node& node, size_t rank,
-                                           int64_t channels) {
+std::optional<Affine> affine_of_arithmetic(const Graph& graph, const Node& node,
+                                           const Channelled& shape) {
   const auto tensor = tensor_beside_constant(graph, node);
   if (!tensor) return std::nullopt;
-  const auto list = per_channel(*constant_input(graph, node, 1 - *tensor), rank, channels);
+  const auto list = per_channel(*constant_input(graph, node, 1 - *tensor), shape);
   if (!list) return std::nullopt;
   const size_t count = list->size();
   Affine affine{Numbers::Reals(count, 1), Numbers::Reals(count, 0), *tensor};
@@ -70,14 +78,17 @@ std::optional<Affine> affine_of_arithmetic(const Graph& graph, const Node& node,
   return affine;
 }
 
-std::optional<Affine> affine_of(const Graph& graph, const Node& node, size_t rank,
-                                int64_t channels) {
+std::optional<Affine> affine_of(const Graph& graph, const Node& node, const Channelled& tensor) {
   std::optional<Affine> affine;
-  if (node.op == "BatchNormalization") affine = affine_of_normalization(graph, node);
-  if (node.op == "Add" || node.op == "Sub" || node.op == "Mul" || node.op == "Div") {
-    affine = affine_of_arithmetic(graph, node, rank, channels);
+  if (node.op == "BatchNormalization" && tensor.axis == 1) {
+    affine = affine_of_normalization(graph, node);
   }
-  if (affine && static_cast<int64_t>(affine->scale.size()) != channels) return std::nullopt;
+  if (node.op == "Add" || node.op == "Sub" || node.op == "Mul" || node.op == "Div") {
+    affine = affine_of_arithmetic(graph, node, tensor);
+  }
+  if (affine && static_cast<int64_t>(affine->scale.size()) != tensor.channels) {
+    return std::nullopt;
+  }
   return affine;
 }
 
@@ -89,6 +100,7 @@ struct Product {
   int64_t groups;
   size_t out_axis;  ///< of the weights, within a group for a transposed convolution
   bool transposed;  ///< groups divide the axis of inputs and not that of outputs
+  bool last;        ///< the channels of what it reads and makes are the last axis, not the second
   int64_t outputs;
   int64_t inputs;
 };
@@ -98,7 +110,8 @@ std::optional<Product> product_of(const Graph& graph, const Node& node) {
   const bool transposed = node.op == "ConvTranspose";
   const bool gemm = node.op == "Gemm" && node.real("alpha", 1) == 1 && node.real("beta", 1) == 1 &&
                     node.integer("transA", 0) == 0;
-  if (!conv && !transposed && !gemm) return std::nullopt;
+  const bool matmul = node.op == "MatMul";
+  if (!conv && !transposed && !gemm && !matmul) return std::nullopt;
   Product product{};
   product.weight = constant_input(graph, node, 1);
   product.bias = constant_input(graph, node, 2);
@@ -106,10 +119,12 @@ std::optional<Product> product_of(const Graph& graph, const Node& node) {
     return std::nullopt;
   if (!is_real(product.weight->type)) return std::nullopt;
   const Extents& shape = product.weight->shape;
-  if (shape.size() < 2) return std::nullopt;
-  product.groups = gemm ? 1 : node.integer("group", 1);
+  if (shape.size() < 2 || (matmul && shape.size() != 2)) return std::nullopt;
+  const bool is_turned = gemm && node.integer("transB", 0) != 0;
+  product.groups = gemm || matmul ? 1 : node.integer("group", 1);
   product.transposed = transposed;
-  product.out_axis = transposed || (gemm && node.integer("transB", 0) == 0) ? 1 : 0;
+  product.last = matmul;
+  product.out_axis = transposed || ((gemm || matmul) && !is_turned) ? 1 : 0;
   product.outputs = shape[product.out_axis] * (transposed ? product.groups : 1);
   product.inputs = shape[1 - product.out_axis] * (transposed ? 1 : product.groups);
   if (product.bias != nullptr && count_of(product.bias->shape) != product.outputs)
@@ -155,6 +170,20 @@ const Shape* shape_of(const std::vector<Facts>& facts, ValueId id) {
   return place < facts.size() && facts[place].shape ? &*facts[place].shape : nullptr;
 }
 
+/// What a product reads or makes.
+Channelled channelled(const Product& product, const Shape& shape, int64_t channels) {
+  return {shape.size(), product.last ? shape.size() - 1 : 1, channels};
+}
+
+/// Whether a scale leaves halves their digits: a small one makes weights that have none, as those with
+/// which branches of a residual network begin.
+bool is_mild(const Affine& affine) {
+  constexpr double kMost = 256;
+  return std::all_of(affine.scale.begin(), affine.scale.end(), [](double scale) {
+    return scale == 0 || (std::fabs(scale) <= kMost && std::fabs(scale) >= 1 / kMost);
+  });
+}
+
 bool fold_behind(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const Node& node = graph.node(id);
   for (size_t place = 0; place < node.inputs.size() && place < 2; ++place) {
@@ -163,9 +192,10 @@ bool fold_behind(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
     const Node& source = graph.node(source_id);
     const auto product = product_of(graph, source);
     const Shape* shape = shape_of(facts, node.inputs[place]);
-    if (!product || shape == nullptr) continue;
-    const auto affine = affine_of(graph, node, shape->size(), product->outputs);
+    if (!product || shape == nullptr || shape->empty()) continue;
+    const auto affine = affine_of(graph, node, channelled(*product, *shape, product->outputs));
     if (!affine || affine->tensor != place) continue;
+    if (product->last && !is_mild(*affine)) continue;
     Numbers weight = product->weight->numbers();
     for (size_t i = 0; i < weight.reals().size(); ++i) {
       weight.reals()[i] *= affine->scale[channels_of(*product, static_cast<int64_t>(i)).out];
@@ -196,9 +226,9 @@ bool fold_in_front(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   if (!product || source_id == kAbsent) return false;
   const Node& source = graph.node(source_id);
   const Shape* shape = shape_of(facts, node.inputs[0]);
-  if (shape == nullptr) return false;
-  const auto affine = affine_of(graph, source, shape->size(), product->inputs);
-  if (!affine) return false;
+  if (shape == nullptr || shape->empty()) return false;
+  const auto affine = affine_of(graph, source, channelled(*product, *shape, product->inputs));
+  if (!affine || (product->last && !is_mild(*affine))) return false;
   const Shape* from = shape_of(facts, source.inputs[affine->tensor]);
   // A constant must not be what gives the product its shape.
   if (from == nullptr || from->size() != shape->size() ||
@@ -223,7 +253,8 @@ bool fold_in_front(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   return true;
 }
 
-/// A product of matrices, to which one number is added for each column, is a Gemm.
+/// A product of matrices, to which one number is added for each column, is a Gemm; one of more axes
+/// stays and takes these numbers as a third input.
 bool make_gemm(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const Node& node = graph.node(id);
   if (node.op != "Add") return false;
@@ -235,12 +266,15 @@ bool make_gemm(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const Constant* weight = constant_input(graph, source, 1);
   if (source.op != "MatMul" || weight == nullptr || weight->shape.size() != 2) return false;
   const Shape* shape = shape_of(facts, source.inputs[0]);
-  if (shape == nullptr || shape->size() != 2 || addend->shape.size() > 2) return false;
+  if (shape == nullptr || shape->size() < 2 || addend->shape.size() > shape->size()) return false;
   const int64_t columns = weight->shape[1];
   if (count_of(addend->shape) != columns || addend->shape.back() != columns) return false;
+  if (source.has_input(2) || !is_real(addend->type)) return false;
   Node gemm = source;
-  gemm.op = "Gemm";
-  gemm.op_in_file = "MatMul";
+  if (shape->size() == 2) {
+    gemm.op = "Gemm";
+    gemm.op_in_file = "MatMul";
+  }
   Numbers bias = addend->numbers();
   bias.shape = {columns};
   gemm.inputs = {source.inputs[0], source.inputs[1], graph.add_constant("", constant_of(bias))};

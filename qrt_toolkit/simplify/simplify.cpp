@@ -95,11 +95,10 @@ void simplify(Graph& graph) {
     changed = take_branches(graph) || changed;
     changed = fold_constants(graph, most) || changed;
     for (bool (*rule)(Graph&) :
-         {drop_identities, expand_einsums, choose_by_conditions, unroll_recurrences,
-          join_idle_window_axes, join_transposes, push_transposes_down, make_gemms, fold_paddings,
-          fold_scales_behind, fold_scales_in_front, join_clips, find_leaky_rectifiers,
-          find_hard_swishes, find_swishes, find_hard_sigmoids, find_gelus,
-          find_layer_normalizations}) {
+         {drop_identities, find_gelus, find_layer_normalizations, expand_einsums,
+          choose_by_conditions, unroll_recurrences, join_idle_window_axes, join_transposes,
+          push_transposes_down, make_gemms, fold_paddings, fold_scales_behind, fold_scales_in_front,
+          join_clips, find_leaky_rectifiers, find_hard_swishes, find_swishes, find_hard_sigmoids}) {
       changed = rule(graph) || changed;
     }
   }

@@ -29,7 +29,8 @@ bool fold_scales_behind(Graph& graph);
 /// The same in front of one; a shift only where no padding stands beside it.
 bool fold_scales_in_front(Graph& graph);
 
-/// MatMul with a constant matrix and an addition of a row become Gemm.
+/// MatMul with a constant matrix and an addition of a row become Gemm, or where it has more axes one
+/// MatMul with a third input, which the operator table takes for a bias.
 bool make_gemms(Graph& graph);
 
 /// Pad with zeros goes into the convolution behind it, or the average that counts it.
@@ -54,8 +55,8 @@ bool find_hard_sigmoids(Graph& graph);
 /// x (1 + tanh(sqrt(2 / pi) (x + 0.044715 x^3))) / 2.
 bool find_gelus(Graph& graph);
 
-/// (x - mean) / sqrt(variance + epsilon) over the last axis, scaled and shifted, becomes
-/// LayerNormalization.
+/// (x - mean) / sqrt(variance + epsilon) over one axis, and a scale and a shift behind it, become
+/// LayerNormalization, between transpositions where it isn't the last axis.
 bool find_layer_normalizations(Graph& graph);
 
 /// Einsum without diagonals becomes products of matrices, sums and movements.

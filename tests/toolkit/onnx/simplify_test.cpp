@@ -220,6 +220,13 @@ TEST(MakeGemms, OfAProductAndARow) {
   expect_rule(make_gemms, R"(g (float[1,2] x) => (float[1,3] y)
       <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[3] b = {1, 2, 3}> { p = MatMul(x, w) y = Add(b, p) })",
               {1, 2}, {"Gemm"});
+  const std::string rows = R"(g (float[2,3,2] x) => (float[2,3,3] y)
+      <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[1,3] b = {1, 2, 3}, float[3,1] k = {2, 3, 4}> )";
+  expect_rule(make_gemms, rows + "{ p = MatMul(x, w) y = Add(b, p) }", {2, 3, 2}, {"MatMul"});
+  expect_no_rule(make_gemms, rows + "{ p = MatMul(x, w) y = Add(k, p) }");
+  expect_rule(fold_scales_behind, rows + "{ p = MatMul(x, w) y = Mul(p, b) }", {2, 3, 2},
+              {"MatMul"});
+  expect_no_rule(fold_scales_behind, rows + "{ p = MatMul(x, w) y = Mul(p, k) }");
   expect_no_rule(make_gemms, R"(g (float[3,2] x) => (float[3,3] y)
       <float[2,3] w = {1, 2, 3, 4, 5, 6}, float[3,1] b = {1, 2, 3}> { p = MatMul(x, w) y = Add(b, p) })");
 }
@@ -418,12 +425,25 @@ TEST(FindLayerNormalizations, TheDecomposedOneOverTheLastAxis) {
       EXPECT_NEAR(graph.node(graph.order()[0]).real("epsilon", 0), 0.001, 1e-9);
     }
   }
-  EXPECT_TRUE(
-      is_left_by(find_layer_normalizations, layer_normalization_text("[1]", "Mul(d, d)", scale)));
+  for (const char* axes : {"[0]", "[1, 2]"}) {
+    EXPECT_TRUE(
+        is_left_by(find_layer_normalizations, layer_normalization_text(axes, "Mul(d, d)", scale)));
+  }
   EXPECT_TRUE(
       is_left_by(find_layer_normalizations, layer_normalization_text("[-1]", "Mul(d, x)", scale)));
-  EXPECT_TRUE(is_left_by(find_layer_normalizations,
-                         layer_normalization_text("[-1]", "Mul(d, d)", "[3,1] w = {1, 2, 3}")));
+}
+
+TEST(FindLayerNormalizations, WhatStandsBehindJoinsWhereItLiesAlongTheAxis) {
+  const auto found = [](const std::string& axes, const std::string& scale) {
+    return operators_of(changed_by(find_layer_normalizations,
+                                   layer_normalization_text(axes, "Mul(d, d)", scale), {2, 3, 4}));
+  };
+  EXPECT_THAT(found("[-1]", "[3,1] w = {1, 2, 3}"),
+              ElementsAre("LayerNormalization", "Mul", "Add"));
+  EXPECT_THAT(found("[1]", "[4] w = {1, 2, 3, -1}"),
+              ElementsAre("Transpose", "LayerNormalization", "Transpose", "Mul", "Add"));
+  EXPECT_THAT(found("[1]", "[3,1] w = {1, 2, 3}"),
+              ElementsAre("Transpose", "LayerNormalization", "Transpose", "Add"));
 }
 
 }  // namespace

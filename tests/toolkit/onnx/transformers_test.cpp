@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "import_agreement.h"
+#include "tests/support/kernels.h"
 
 // Blocks of transformers, and the operators that they are made of.
 
@@ -65,6 +66,83 @@ std::string encoder_block(const std::string& mask) {
     z = MatMul(g4, wd)
     y = Add(n2, z)
   })";
+}
+
+// Of pictures whose channels are normalized in the middle of a block, as several operators and as one,
+// two transpositions and the products are left.
+TEST(Transformers, ABlockOverTheChannelsOfAPicture) {
+  const std::string head =
+      "g (float[1,4,3,5] x) => (float[1,4,3,5] y) <float[4,1,3,3] k = " + listed(36) +
+      ", float[4,6] wu = " + listed(24) + ", float[6,4] wd = " + listed(24) +
+      ", float[6] bu = " + listed(6) +
+      R"(, float[4] bd = {1, 0, -1, 2}, float[4,1,1] g = {0.5, 1, 2, 0.25},
+      float[4] w = {1, 2, 3, 1}, float[4] b = {0, 1, 0, -1}, float two = {2}, float eps = {0.001}> {
+    c = Conv<group=4, pads=[1, 1, 1, 1]>(x, k)
+    t = Transpose<perm=[0, 2, 3, 1]>(c)
+    )";
+  const std::string tail = R"(
+    u0 = MatMul(n, wu)
+    u1 = Add(bu, u0)
+    u = Relu(u1)
+    d0 = MatMul(u, wd)
+    d1 = Add(d0, bd)
+    d2 = Transpose<perm=[0, 3, 1, 2]>(d1)
+    s = Mul(g, d2)
+    y = Add(s, x)
+  })";
+  const std::string parts = R"(m = ReduceMean<axes=[-1]>(t)
+    o = Sub(t, m)
+    q = Pow(o, two)
+    v = ReduceMean<axes=[-1]>(q)
+    e = Add(v, eps)
+    r = Sqrt(e)
+    h = Div(o, r)
+    h1 = Mul(h, w)
+    n = Add(h1, b))";
+  for (const std::string& norm : {parts, std::string("n = LayerNormalization(t, w, b)")}) {
+    const ImportedModel model =
+        expect_agreement(head + norm + tail, norm == parts ? 13 : 17, {{"x", {1, 4, 3, 5}}});
+    EXPECT_EQ(count_of_kernel(model, "LayerNorm_"), 1u);
+    EXPECT_EQ(count_of_kernel(model, "Permute"), 2u);
+    EXPECT_EQ(count_of_kernel(model, "Dense_"), 2u);
+    EXPECT_LE(count_of_kernel(model, "Binary_"), 1u);
+  }
+}
+
+// Without transpositions in the graph they are put around it.
+TEST(Transformers, ANormOverTheChannelsOfPlanes) {
+  const ImportedModel model = expect_agreement(R"(g (float[1,4,3,5] x) => (float[1,4,3,5] y)
+      <float[4,1,1] w = {1, 2, 3, 1}, float[1,4,1,1] b = {0, 1, 0, -1}, float eps = {0.001}> {
+    m = ReduceMean<axes=[1]>(x)
+    o = Sub(x, m)
+    q = Mul(o, o)
+    v = ReduceMean<axes=[1]>(q)
+    e = Add(v, eps)
+    r = Sqrt(e)
+    h = Div(o, r)
+    h1 = Mul(w, h)
+    y = Add(h1, b)
+  })",
+                                               13, {{"x", {1, 4, 3, 5}}});
+  EXPECT_EQ(count_of_kernel(model, "LayerNorm_"), 1u);
+  EXPECT_EQ(count_of_kernel(model, "Binary_"), 0u);
+}
+
+// Windows that a small trial has no room for are tried on larger pictures.
+TEST(Transformers, APatchConvolutionIsNoPortableOne) {
+  const auto with_patches = [](const std::string& window, int planes, int numbers) {
+    const std::string channels = std::to_string(planes);
+    return expect_agreement(
+        "g (float[1," + channels + ",60,64] x) => (float[1,8,a,b] y) <float[8," + channels + ',' +
+            window + "] w = " + listed(numbers) + "> { y = Conv<strides=[" + window + "]>(x, w) }",
+        13, {{"x", {1, planes, 60, 64}}});
+  };
+  for (const ImportedModel& model :
+       {with_patches("16,16", 3, 6144), with_patches("20,12", 1, 1920)}) {
+    if (!marlo::test::why_not_here("Conv2d_Knxm_Snxm_Dnxm_G1_FMA_CHW_To_C8HW8_FLOAT_M1").empty())
+      continue;
+    EXPECT_EQ(count_of_kernel(model, "_CHW_To_C8HW8_"), 1u);
+  }
 }
 
 TEST(Transformers, AnEncoderBlock) {
