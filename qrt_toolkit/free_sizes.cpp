@@ -19,12 +19,13 @@ constexpr int64_t kTried[] = {64, 96, 160, 75, 224, 131, 32, 16, 9, 4};
 constexpr size_t kSamples = 4;
 
 /// Which sizes of an input stay free.
-std::vector<bool> free_axes(const Value& value, const std::vector<int64_t>& given) {
+std::vector<bool> free_axes(const Value& value, const std::vector<int64_t>& given,
+                            FirstSize first) {
   std::vector<bool> axes(given.size(), false);
   for (size_t i = 0; i < given.size(); ++i) {
     const bool stated = value.shape && i < value.shape->size() && (*value.shape)[i].known();
-    // A first size that is open is that of a batch.
-    axes[i] = given[i] < 0 && !stated && (i > 0 || given.size() == 1);
+    const bool is_batch = i == 0 && given.size() > 1 && first == FirstSize::batch;
+    axes[i] = given[i] < 0 && !stated && !is_batch;
   }
   return axes;
 }
@@ -36,13 +37,14 @@ const std::vector<int64_t>* given_for(const Graph& graph, const Value& value,
   return found == options.shapes.end() ? nullptr : &found->second;
 }
 
-ImportOptions with_size(const Graph& graph, const ImportOptions& options, int64_t size) {
+ImportOptions with_size(const Graph& graph, const ImportOptions& options, FirstSize first,
+                        int64_t size) {
   ImportOptions fixed = options;
   for (const ValueId id : graph.inputs) {
     const Value& value = graph.value(id);
     const std::vector<int64_t>* given = given_for(graph, value, options);
     if (given == nullptr) continue;
-    const std::vector<bool> axes = free_axes(value, *given);
+    const std::vector<bool> axes = free_axes(value, *given, first);
     std::vector<int64_t> sizes = *given;
     for (size_t i = 0; i < sizes.size(); ++i) {
       if (axes[i]) sizes[i] = size;
@@ -201,27 +203,42 @@ class FreeSizes {
   std::vector<Refusal> refusals_;
 };
 
+/// Whether something holds for an input and the sizes that are given for it.
+template <class Test>
+bool is_any_free(const Graph& graph, const ImportOptions& options, Test test) {
+  return std::any_of(graph.inputs.begin(), graph.inputs.end(), [&](ValueId id) {
+    const std::vector<int64_t>* given = given_for(graph, graph.value(id), options);
+    return given != nullptr && test(graph.value(id), *given);
+  });
+}
+
 }  // namespace
 
 bool has_free_sizes(const Graph& graph, const ImportOptions& options) {
-  return std::any_of(graph.inputs.begin(), graph.inputs.end(), [&](ValueId id) {
-    const std::vector<int64_t>* given = given_for(graph, graph.value(id), options);
-    if (given == nullptr) return false;
-    const std::vector<bool> axes = free_axes(graph.value(id), *given);
+  return is_any_free(graph, options, [](const Value& value, const std::vector<int64_t>& given) {
+    const std::vector<bool> axes = free_axes(value, given, FirstSize::batch);
     return std::find(axes.begin(), axes.end(), true) != axes.end();
   });
 }
 
+bool has_free_first_size(const Graph& graph, const ImportOptions& options) {
+  return is_any_free(graph, options, [](const Value& value, const std::vector<int64_t>& given) {
+    return given.size() > 1 && free_axes(value, given, FirstSize::free)[0];
+  });
+}
+
 ImportStages import_with_free_sizes(
-    const Graph& graph, const ImportOptions& options,
+    const Graph& graph, const ImportOptions& options, FirstSize first,
     const std::function<ImportStages(const ImportOptions&)>& import) {
   std::optional<FreeSizes> free_sizes;
   std::optional<UnsupportedError> failure;
   std::vector<int64_t> tried;
+  size_t failures = 0;
   for (const int64_t size : kTried) {
     if (tried.size() == kSamples) break;
+    if (first == FirstSize::free && tried.empty() && failures == 2) break;
     try {
-      ImportStages stages = import(with_size(graph, options, size));
+      ImportStages stages = import(with_size(graph, options, first, size));
       if (free_sizes) {
         free_sizes->compare(std::move(stages), size);
       } else {
@@ -230,6 +247,7 @@ ImportStages import_with_free_sizes(
       tried.push_back(size);
     } catch (const UnsupportedError& error) {
       if (!failure) failure = error;
+      ++failures;
     }
   }
   // One size alone shows nothing: what refuses the others is the reason.

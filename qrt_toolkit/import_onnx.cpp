@@ -170,18 +170,28 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   return stages;
 }
 
+ImportStages import_any_sizes(const std::string& path, OnnxModel source,
+                              const ImportOptions& options, GraphUse graphs) {
+  const auto with_free_sizes = [&](FirstSize first) {
+    return import_with_free_sizes(source.graph, options, first, [&](const ImportOptions& fixed) {
+      return import_read(path, source, fixed, GraphUse::kept, SizeUse::open);
+    });
+  };
+  if (has_free_first_size(source.graph, options)) {
+    try {
+      return with_free_sizes(FirstSize::free);
+    } catch (const UnsupportedError&) {
+      // It is a batch then, or it isn't at fault, and what follows says what is.
+    }
+  }
+  if (has_free_sizes(source.graph, options)) return with_free_sizes(FirstSize::batch);
+  return import_read(path, std::move(source), options, graphs, SizeUse::fixed);
+}
+
 }  // namespace
 
 ImportStages import_stages(const std::string& path, const ImportOptions& options, GraphUse graphs) {
-  OnnxModel source = read_onnx(path);
-  ImportStages stages;
-  if (!has_free_sizes(source.graph, options)) {
-    stages = import_read(path, std::move(source), options, graphs, SizeUse::fixed);
-  } else {
-    stages = import_with_free_sizes(source.graph, options, [&](const ImportOptions& fixed) {
-      return import_read(path, source, fixed, GraphUse::kept, SizeUse::open);
-    });
-  }
+  ImportStages stages = import_any_sizes(path, read_onnx(path), options, graphs);
   choose_kernels(options, stages.imported);
   give_back_memory();
   return stages;

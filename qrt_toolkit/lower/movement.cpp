@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <numeric>
+#include <optional>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
@@ -13,8 +14,62 @@
 namespace marlo::toolkit {
 namespace {
 
+/// Elements of one axis in another order.
+struct Shuffle {
+  size_t layer;
+  size_t axis;
+  std::vector<int64_t> elements;
+};
+
+/// What a tensor is whose axis is split into several, these are transposed, and made one again, as
+/// channels are shuffled; nothing for another reshape of another transposition.
+/// @param made the transposition
+/// @param sizes what it is reshaped to
+std::optional<Shuffle> shuffle_of(Lowering& lowering, size_t made, const Extents& sizes) {
+  const Plan& plan = lowering.plan();
+  const auto* transposition =
+      dynamic_cast<const runtime::TensorTransposeInfo*>(plan.layer(made).info.get());
+  if (transposition == nullptr || !plan.has("Gather_Fallback_Float_M1")) return std::nullopt;
+  const size_t split = plan.layer(made).inputs[0];
+  if (dynamic_cast<const runtime::TensorReshapeInfo*>(plan.layer(split).info.get()) == nullptr) {
+    return std::nullopt;
+  }
+  const size_t source = plan.layer(split).inputs[0];
+  const Extents box = lowering.sizes_of_layer(split);
+  const auto& axes = transposition->axes;
+  if (lowering.sizes_of_layer(source) != sizes || box.size() <= sizes.size()) return std::nullopt;
+  const size_t parts = box.size() - sizes.size() + 1;
+  size_t axis = 0;
+  while (axis < sizes.size() && sizes[axis] == box[axis] && axes[axis] == axis) ++axis;
+  if (axis == sizes.size()) return std::nullopt;
+  for (size_t i = axis + parts; i < axes.size(); ++i) {
+    if (axes[i] != i || box[i] != sizes[i - parts + 1]) return std::nullopt;
+  }
+  constexpr int64_t kMost = 4096;  // all are listed
+  if (sizes[axis] > kMost) return std::nullopt;
+  const auto first = box.begin() + static_cast<std::ptrdiff_t>(axis);
+  const Extents split_axis(first, first + static_cast<std::ptrdiff_t>(parts));
+  if (count_of(split_axis) != sizes[axis]) return std::nullopt;
+  const Extents strides = strides_of(split_axis);
+  Shuffle shuffle{source, axis, {0}};
+  for (size_t i = axis; i < axis + parts; ++i) {
+    const size_t from = axes[i] - axis;
+    std::vector<int64_t> more;
+    more.reserve(shuffle.elements.size() * static_cast<size_t>(split_axis[from]));
+    for (const int64_t begin : shuffle.elements) {
+      for (int64_t k = 0; k < split_axis[from]; ++k) more.push_back(begin + k * strides[from]);
+    }
+    shuffle.elements = std::move(more);
+  }
+  return shuffle;
+}
+
 void lower_reshape(Lowering& lowering) {
-  lowering.result(lowering.reshaped(lowering.input(0), lowering.output_sizes()));
+  const size_t made = lowering.input(0);
+  if (const auto shuffle = shuffle_of(lowering, made, lowering.output_sizes())) {
+    return lowering.result(lowering.taken(shuffle->layer, shuffle->axis, shuffle->elements));
+  }
+  lowering.result(lowering.reshaped(made, lowering.output_sizes()));
 }
 
 // Without the batch, the axes behind it move up.
@@ -222,6 +277,33 @@ std::vector<int64_t> padded_elements(const std::string& mode, int64_t size, int6
   return elements;
 }
 
+struct PaddedAxis {
+  size_t axis;
+  int64_t begin;
+  int64_t end;
+};
+
+/// Any kind of padding of any axes by a kernel of the second set.
+size_t padded_axes(Lowering& lowering, const std::string& mode, double value,
+                   const std::vector<PaddedAxis>& padded) {
+  using runtime::PadMode;
+  const size_t layer = lowering.input(0);
+  auto info = std::make_shared<runtime::PadInfo>();
+  const PadMode kind = mode == "reflect" ? PadMode::Reflect
+                       : mode == "edge"  ? PadMode::Edge
+                       : mode == "wrap"  ? PadMode::Wrap
+                                         : PadMode::Constant;
+  info->mode = static_cast<uint32_t>(kind);
+  info->value = as_float(value);
+  info->before.assign(lowering.sizes_of_layer(layer).size(), 0);
+  info->after = info->before;
+  for (const PaddedAxis& one : padded) {
+    info->before[one.axis] = static_cast<int32_t>(one.begin);
+    info->after[one.axis] = static_cast<int32_t>(one.end);
+  }
+  return lowering.plan().add(std::move(info), "Pad_Fallback_Float_M1", {layer});
+}
+
 void lower_pad(Lowering& lowering) {
   const Node& node = lowering.node();
   const std::string mode = node.text("mode", "constant");
@@ -234,12 +316,7 @@ void lower_pad(Lowering& lowering) {
   std::iota(axes.begin(), axes.end(), int64_t{0});
   if (node.has_input(3)) axes = lowering.required_constant(3)->integers();
   if (pads.size() != 2 * axes.size()) throw NodeFault{"pads", "expected two for each axis"};
-  struct Padded {
-    size_t axis;
-    int64_t begin;
-    int64_t end;
-  };
-  std::vector<Padded> changed;
+  std::vector<PaddedAxis> changed;
   for (size_t i = 0; i < axes.size(); ++i) {
     const int64_t begin = pads[i];
     const int64_t end = pads[i + axes.size()];
@@ -252,17 +329,20 @@ void lower_pad(Lowering& lowering) {
     changed.push_back({lowering.axis_of_input(0, axes[i]), begin, end});
   }
   const bool planes = mode == "constant" && value == 0 && lowering.input_sizes(0).size() == 3 &&
-                      std::all_of(changed.begin(), changed.end(), [](const Padded& one) {
+                      std::all_of(changed.begin(), changed.end(), [](const PaddedAxis& one) {
                         return one.axis != 0 && one.begin >= 0 && one.end >= 0;
                       });
   size_t layer = lowering.input(0);
   if (planes && !changed.empty()) {
     std::array<int64_t, 4> around{};
-    for (const Padded& one : changed) {
+    for (const PaddedAxis& one : changed) {
       around[2 * (one.axis - 1)] = one.begin;
       around[2 * (one.axis - 1) + 1] = one.end;
     }
     return lowering.result(padded_planes(lowering, lowering.planes(0), around));
+  }
+  if (!changed.empty() && lowering.plan().has("Pad_Fallback_Float_M1")) {
+    return lowering.result(padded_axes(lowering, mode, value, changed));
   }
   for (const auto& [axis, begin, end] : changed) {
     const int64_t size = lowering.sizes_of_layer(layer)[axis];
@@ -271,12 +351,47 @@ void lower_pad(Lowering& lowering) {
   lowering.result(layer);
 }
 
-/// Both ways: a box of five axes whose two block axes move to where they belong.
+/// Channels that lie block by block, in the order in which pixels are shuffled; or back.
+std::vector<int64_t> by_channels(int64_t channels, int64_t squares, bool back) {
+  std::vector<int64_t> elements;
+  elements.reserve(static_cast<size_t>(channels * squares));
+  const int64_t inner = back ? channels : squares;
+  for (int64_t i = 0; i < channels * squares; ++i) {
+    elements.push_back(i % inner * (back ? squares : channels) + i / inner);
+  }
+  return elements;
+}
+
+/// Squares of pixels from channels, or channels from squares.
+template <bool to_space>
+size_t shuffled_pixels(Lowering& lowering, int64_t block) {
+  const bool by_blocks = lowering.node().text("mode", "DCR") == "DCR";
+  const int64_t channels = lowering.input_sizes(0)[0] / (to_space ? block * block : 1);
+  auto info = std::make_shared<runtime::PixelShuffleInfo>();
+  info->upscale_factor = to_space ? static_cast<float>(block) : 1.0f / static_cast<float>(block);
+  const auto ordered = [&](size_t layer) {
+    return channels == 1 || !by_blocks
+               ? layer
+               : lowering.taken(layer, 0, by_channels(channels, block * block, !to_space));
+  };
+  const size_t x = lowering.planes(0);
+  const size_t shuffled =
+      lowering.plan().add(info, "Pixelshuffle_Fallback_CHW_Float_M1", {to_space ? ordered(x) : x});
+  return to_space ? shuffled : ordered(shuffled);
+}
+
+/// Both ways: pixels are shuffled; where that isn't exact, in a box of five axes whose two block axes
+/// move to where they belong.
 template <bool to_space>
 void lower_blocks(Lowering& lowering) {
   const int64_t b = lowering.node().integer("blocksize", 1);
   const Extents in = lowering.input_sizes(0);
   if (in.size() != 3) throw NodeFault{"input 0", "expected a picture with channels"};
+  const bool is_exact = is_half(to_space ? static_cast<double>(b) : 1.0 / static_cast<double>(b)) &&
+                        (to_space || (b & (b - 1)) == 0);
+  if (is_exact && b > 1 && lowering.plan().has("Gather_Fallback_Float_M1")) {
+    return lowering.result(shuffled_pixels<to_space>(lowering, b));
+  }
   const size_t x = lowering.input(0);
   size_t moved = 0;
   if (!to_space) {

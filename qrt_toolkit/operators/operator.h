@@ -79,7 +79,7 @@ struct Operator {
 };
 
 /// The newest operator set that is read.
-inline constexpr int kLastOpset = 21;
+inline constexpr int kLastOpset = 22;
 
 /// The row of an operator; null for one that isn't in the table.
 const Operator* find_operator(std::string_view name);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "qrt_core/runtime/model/layers.h"
+#include "qrt_core/utility/model_summary.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/image_steps.h"
@@ -177,6 +179,30 @@ InputData read_input(const NetworkReport& report, const GivenInput& file,
   return input;
 }
 
+/// Whether an input has other sizes than the model says that it reads.
+bool has_other_sizes(const NetworkReport& report, const InputData& input) {
+  const auto demanded = demanded_input(report, input.layer);
+  return demanded && demanded->described &&
+         !marlo::utility::described_shape(*demanded->described, input.shape.dims);
+}
+
+/// A layer that takes what it reads for a tensor of other sizes, of which it leaves numbers out or
+/// makes some up; empty where there is none. Shapes are inferred.
+std::string cut_by_reshape(const NetworkReport& report) {
+  for (const LayerReport& layer : report.layers) {
+    const auto* info = dynamic_cast<const marlo::runtime::TensorReshapeInfo*>(layer.info.get());
+    if (info == nullptr || layer.sources.size() != 1 || layer.outputs.size() != 1) continue;
+    const auto& read = report.layers.at(layer.sources[0]).outputs;
+    if (read.size() != 1) continue;
+    const uint64_t numbers = marlo::runtime::ElementCount(read[0]);
+    const uint64_t made = marlo::runtime::ElementCount(layer.outputs[0]);
+    if (numbers == made) continue;
+    return layer.title() + ": it makes " + counted(made, "number") + " of " +
+           std::to_string(numbers);
+  }
+  return "";
+}
+
 void warn_of_numbers(const InputData& input) {
   const std::string text = strange_numbers(input.values);
   if (!text.empty()) say(shown(input.path) + ": " + text, Level::warning);
@@ -210,7 +236,11 @@ std::vector<InputData> read_inputs(NetworkReport& report, const std::vector<std:
     }
     described.push_back(text + ")");
   }
-  const std::string problem = infer_shapes(report, shapes, context);
+  std::string problem = infer_shapes(report, shapes, context);
+  const bool has_others = std::any_of(inputs.begin(), inputs.end(), [&](const InputData& input) {
+    return has_other_sizes(report, input);
+  });
+  if (problem.empty() && has_others) problem = cut_by_reshape(report);
   if (problem.empty()) return inputs;
   if (are_model_shapes(report, shapes)) {
     throw ToolError(kModelError, "network " + in_quotes(report.id) +

@@ -127,11 +127,25 @@ std::shared_ptr<marlo::runtime::QRTModel> imported_model(
     std::optional<marlo::toolkit::KernelSet> set) {
   ImportOptions options;
   options.kernels = set;
+  // An open first size is a batch, unless an array says that it is none.
+  const auto given = shapes_of(inputs);
+  const bool are_several = std::any_of(given.begin(), given.end(), [](const auto& shape) {
+    return shape.second.size() > 1 && shape.second[0] > 1;
+  });
+  if (are_several) {
+    options.shapes = given;
+    try {
+      return std::make_shared<marlo::runtime::QRTModel>(
+          marlo::toolkit::import_onnx(path, options).model);
+    } catch (const marlo::toolkit::ImportError&) {
+      options.shapes.clear();
+    }
+  }
   try {
     return std::make_shared<marlo::runtime::QRTModel>(
         marlo::toolkit::import_onnx(path, options).model);
   } catch (const marlo::toolkit::UnsupportedError& error) {
-    options.shapes = shapes_of(inputs);
+    options.shapes = given;
     if (options.shapes.empty()) refuse_source(path, error);
   } catch (const marlo::toolkit::ImportError& error) {
     refuse_source(path, error);

@@ -147,6 +147,68 @@ TEST(Exporters, PartsByTheirNumberOfWhichSomeHaveNoName) {
                    21, {{"x", {1, 6}}});
 }
 
+TEST(Exporters, ShufflesAndMirrorsBesideSizesThatStayFree) {
+  if (!supports_any_size()) GTEST_SKIP() << "this build has no second set";
+  expect_agreement_on_any_size(
+      R"(g (float[n,6,h,w] x) => (float[n,6,h,w] y) <int64[1] c = {2}, int64[1] g = {3}> {
+    s = Shape(x)
+    begin = Constant<value_ints=[0]>()
+    channels = Constant<value_ints=[1]>()
+    rows = Constant<value_ints=[2]>()
+    end = Constant<value_ints=[4]>()
+    n = Slice(s, begin, channels)
+    hw = Slice(s, rows, end)
+    box = Concat<axis=0>(n, g, c, hw)
+    r = Reshape(x, box)
+    t = Transpose<perm=[0, 2, 1, 3, 4]>(r)
+    y = Reshape(t, s)
+  })",
+      {1, 6, -1, -1});
+  for (const char* const mode : {"CRD", "DCR"}) {
+    expect_agreement_on_any_size(
+        R"(g (float[n,18,h,w] x) => (float[n,2,a,b] y, float[n,18,h,w] z) {
+      y = DepthToSpace<blocksize=3, mode=")" +
+            std::string(mode) + R"(">(x)
+      z = Relu(x)
+    })",
+        {1, 18, -1, -1});
+  }
+  for (const char* const mode : {"reflect", "edge", "constant"}) {
+    expect_agreement_on_any_size(
+        R"(g (float[n,2,h,w] x) => (float[n,2,a,b] y) <int64[8] p = {0, 0, 2, 1, 0, 0, 3, -1}, float v = {2}> {
+      y = Pad<mode=")" +
+            std::string(mode) +
+            R"(">(x, p, v)
+    })",
+        {1, 2, -1, -1});
+  }
+}
+
+// A first size is no batch where it is that of a sequence, or of rows.
+TEST(Exporters, AFirstSizeMayStayFree) {
+  expect_agreement_on_any_size(
+      R"(g (float[t,1,3] x) => (float[t,1,2] y) <float[3,2] w = {1, 2, 3, 4, 5, 6}>
+      { y = MatMul(x, w) })",
+      {-1, 1, 3});
+  const ImportedModel model = imported(
+      "g (float[n,2,h,3] x) => (float[n,2,h,3] y) <float[2,2,1,1] w = {1, 2, 3, 4}>"
+      "{ y = Conv(x, w) }",
+      13, {{"x", {-1, 2, -1, 3}}});
+  EXPECT_THAT(model.report.inputs[0].shape, ::testing::ElementsAre(2u, 0u, 3u));
+  EXPECT_TRUE(model.report.inputs[0].has_batch);
+}
+
+TEST(Exporters, PixelsAreShuffledBothWays) {
+  expect_agreement(R"(g (float[1,2,4,6] x) => (float[1,8,2,3] y, float[1,2,4,6] z) {
+    y = SpaceToDepth<blocksize=2>(x)
+    z = DepthToSpace<blocksize=2>(y)
+  })",
+                   13, {{"x", {1, 2, 4, 6}}});
+  expect_agreement(
+      "g (float[1,2,3,6] x) => (float[1,18,1,2] y) { y = SpaceToDepth<blocksize=3>(x) }", 13,
+      {{"x", {1, 2, 3, 6}}});
+}
+
 TEST(Exporters, GroupNormalizationOfBothForms) {
   expect_agreement(R"(g (float[1,4,2,3] x) => (float[1,4,2,3] y)
       <float[2] s = {2, 3}, float[2] b = {0.5, -1}> { y = GroupNormalization<num_groups=2>(x, s, b) })",

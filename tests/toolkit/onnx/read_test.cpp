@@ -228,8 +228,8 @@ TEST_F(External, DataOutsideOfTheFolderIsNotRead) {
 
 TEST_F(Reading, NamesTheNewestOperatorSet) {
   EXPECT_EQ(complaint_about("g (float[2] x) => (float[2] y) { y = Relu(x) }", 21), "");
-  EXPECT_THAT(complaint_about("g (float[2] x) => (float[2] y) { y = Relu(x) }", 22),
-              HasSubstr("operator set 22 is newer than 21"));
+  EXPECT_THAT(complaint_about("g (float[2] x) => (float[2] y) { y = Relu(x) }", 23),
+              HasSubstr("operator set 23 is newer than 22"));
 }
 
 TEST_F(Reading, PassesOnWhatTheCheckerOfOnnxSays) {

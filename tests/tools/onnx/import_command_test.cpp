@@ -239,6 +239,24 @@ TEST_F(ImportCommandTest, SizesMayStayFree) {
   }
 }
 
+// A first size that was taken for a batch is 1: of an array of several, the others would be lost.
+TEST_F(ImportCommandTest, SeveralOfABatchAreRefused) {
+  const char* const graph = R"(g (float[n,1,2] x) => (float[n,1,2] y) <float[2,2] w = {1, 2, 3, 4}>
+      { y = MatMul(x, w) })";
+  ASSERT_EQ(import(graph).code, 0);
+  write_array("x.npy", "(3, 1, 2)", {1, 0, 0, 1, 1, 1});
+  const Outcome refused = qrt({"run", path("net.qrtmodel"), "--input", path("x.npy")});
+  EXPECT_EQ(refused.code, 3) << refused.out;
+  EXPECT_THAT(refused.err,
+              AllOf(HasSubstr("the model expects 1x1x2"), HasSubstr("it makes 2 numbers of 6")));
+  // It need not be a batch: the array says so, or a question mark does.
+  const Outcome imported = qrt({"run", path("net.onnx"), "--input", path("x.npy")});
+  EXPECT_THAT(imported.out, HasSubstr("CHW 3x1x2\n1 2 3 4 4 6\n")) << imported.err;
+  ASSERT_EQ(import(graph, {"--input", "?x1x2"}).code, 0);
+  const Outcome free = qrt({"run", path("net.qrtmodel"), "--input", path("x.npy")});
+  EXPECT_THAT(free.out, HasSubstr("CHW 3x1x2\n1 2 3 4 4 6\n")) << free.err;
+}
+
 TEST_F(ImportCommandTest, OperatorsAreListed) {
   const Outcome outcome = qrt({"import", "--operators"});
   EXPECT_EQ(outcome.code, 0);
