@@ -13,12 +13,12 @@ namespace marlo::toolkit {
 namespace {
 
 /// Of each axis the places that a box of elements has.
-using Box = std::vector<std::vector<int64_t>>;
+using ScatterBox = std::vector<std::vector<int64_t>>;
 
 /// The box that elements are, one by one in its own order; nothing where they are none.
-std::optional<Box> box_of(const std::vector<int64_t>& elements, const Extents& sizes) {
+std::optional<ScatterBox> box_of(const std::vector<int64_t>& elements, const Extents& sizes) {
   const Extents strides = strides_of(sizes);
-  Box box;
+  ScatterBox box;
   size_t count = 1;
   for (size_t axis = 0; axis < sizes.size(); ++axis) {
     std::set<int64_t> places;
@@ -52,7 +52,8 @@ std::vector<int64_t> replaced_order(int64_t size, const std::vector<int64_t>& pl
 }
 
 /// A tensor with `box` of it replaced, from `axis` on.
-size_t with_box(Lowering& lowering, size_t layer, size_t update, const Box& box, size_t axis) {
+size_t with_box(Lowering& lowering, size_t layer, size_t update, const ScatterBox& box,
+                size_t axis) {
   const Extents sizes = lowering.sizes_of_layer(layer);
   while (axis < box.size() && static_cast<int64_t>(box[axis].size()) == sizes[axis]) ++axis;
   if (axis == box.size()) return update;
@@ -76,7 +77,7 @@ size_t with_box(Lowering& lowering, size_t layer, size_t update, const Box& box,
 }
 
 /// Zeros around an update, so that it has the sizes of the tensor.
-size_t in_zeros(Lowering& lowering, size_t update, const Box& box, const Extents& sizes) {
+size_t in_zeros(Lowering& lowering, size_t update, const ScatterBox& box, const Extents& sizes) {
   for (size_t axis = 0; axis < box.size(); ++axis) {
     if (static_cast<int64_t>(box[axis].size()) == sizes[axis]) continue;
     std::vector<int64_t> order(static_cast<size_t>(sizes[axis]), -1);
