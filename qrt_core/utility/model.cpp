@@ -79,8 +79,7 @@ void check_versions(const runtime::QRTModel& model, const ModelOptions& options)
 }
 
 // Where weights are made and kept, for all clones.
-std::shared_ptr<Context> weight_context(unsigned int alignment) {
-  auto pool = std::make_shared<runtime::WeightPool>(alignment);
+std::shared_ptr<Context> weight_context(std::shared_ptr<runtime::MemoryPool> pool) {
   auto device = runtime::CreateDeviceCPU(runtime::DetectCPUDevice(), pool, nullptr, nullptr);
   return runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr, nullptr);
 }
@@ -367,7 +366,9 @@ std::unique_ptr<Model::State> Model::State::of(ModelSource& source, const ModelO
   check_versions(model, options);
   auto shared = std::make_shared<State::Shared>();
   shared->alignment = options.alignment;
-  shared->weights = weight_context(options.alignment);
+  const auto pool = std::make_shared<runtime::WeightPool>(options.alignment);
+  pool->KeepFreeBlock();
+  shared->weights = weight_context(pool);
   if (options.kernels != nullptr) {
     // Registered first, as the first registration of a name stays.
     for (const std::string& key : options.kernels->Keys()) {
@@ -385,6 +386,7 @@ std::unique_ptr<Model::State> Model::State::of(ModelSource& source, const ModelO
     if (std::any_of(loaded.begin(), loaded.end(), has_id)) continue;
     state->networks.push_back(in_network(id, [&] { return state->load(id, source); }));
   }
+  pool->ReleaseFreeBlocks();
   return state;
 }
 

@@ -77,19 +77,17 @@ std::string Base64Encode(const unsigned char* data, size_t size) {
   return text;
 }
 
-std::string Base64Decode(const std::string& text) {
+size_t Base64DecodeTo(const std::string& text, char* bytes, size_t room) {
   const auto* in = reinterpret_cast<const unsigned char*>(text.data());
   const auto* const end = in + text.size();
-  std::string bytes(text.size() / 4 * 3 + 3, '\0');
-  char* out = bytes.data();
-
-  for (; end - in >= 4; in += 4, out += 3) {
+  char* out = bytes;
+  for (; end - in >= 4 && room >= 3; in += 4, out += 3, room -= 3) {
     const uint32_t group = group_of(in);
     if (group >= kInvalid) break;
     store_group(group, out);
   }
 
-  // What is left is a last group that is short, padded or ended by an invalid character.
+  // What is left is a last group that is short, padded or ended by an invalid character, or more than there is room for.
   uint32_t group = 0;
   int characters = 0;
   while (in != end && characters < 4 && kPlaces[0][*in] != kInvalid) {
@@ -99,8 +97,13 @@ std::string Base64Decode(const std::string& text) {
   }
   char last[3];
   store_group(group, last);
-  for (int k = 0; k + 1 < characters; ++k) *out++ = last[k];
-  bytes.resize(static_cast<size_t>(out - bytes.data()));
+  for (int k = 0; k + 1 < characters && room != 0; ++k, --room) *out++ = last[k];
+  return static_cast<size_t>(out - bytes);
+}
+
+std::string Base64Decode(const std::string& text) {
+  std::string bytes(text.size() / 4 * 3 + 3, '\0');
+  bytes.resize(Base64DecodeTo(text, bytes.data(), bytes.size()));
   return bytes;
 }
 

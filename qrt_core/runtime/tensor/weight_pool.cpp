@@ -35,6 +35,8 @@ WeightPool::WeightPool(size_t alignment) : alignment_(std::max(alignment, sizeof
   utility::Assert(power_of_two, "alignment %zu of a memory pool is not a power of two", alignment);
 }
 
+WeightPool::~WeightPool() { release_free_block(); }
+
 void* WeightPool::Allocate(uint64_t size) {
   void* address = nullptr;
   // A block of no bytes has an address too.
@@ -54,11 +56,13 @@ void* WeightPool::Allocate(uint64_t size) {
 void* WeightPool::map_pages(uint64_t size) {
   const size_t whole = (size + kPage - 1) / kPage * kPage;
   const std::lock_guard<std::mutex> lock(lock_);
-  void* const address =
-      mmap(nullptr, whole, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (void* const waiting = take_free_block(whole)) return waiting;
+  // All of it is about to be written: pages that are there at once cost half of those that are missed one by one.
+  void* const address = mmap(nullptr, whole, PROT_READ | PROT_WRITE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
   if (address == MAP_FAILED) return nullptr;
   try {
-    pages_.emplace(address, whole);
+    pages_[address] = {whole, whole};
   } catch (...) {
     munmap(address, whole);
     throw;
@@ -67,14 +71,56 @@ void* WeightPool::map_pages(uint64_t size) {
   return address;
 }
 
+// Null where none waits that fits well enough.
+void* WeightPool::take_free_block(size_t asked) {
+  constexpr size_t kMostTimes = 4;
+  if (free_block_ == nullptr || asked > free_size_ || asked * kMostTimes < free_size_) {
+    return nullptr;
+  }
+  void* const block = free_block_;
+  pages_[block] = {asked, free_size_};
+  bytes_ += free_size_;
+  free_block_ = nullptr;
+  return block;
+}
+
+void WeightPool::release_free_block() {
+  if (free_block_ != nullptr) munmap(free_block_, free_size_);
+  free_block_ = nullptr;
+}
+
 bool WeightPool::unmap_pages(void* address) {
   const std::lock_guard<std::mutex> lock(lock_);
   const auto found = pages_.find(address);
   if (found == pages_.end()) return false;
-  munmap(address, found->second);
-  bytes_ -= found->second;
+  const size_t size = found->second.size;
   pages_.erase(found);
+  bytes_ -= size;
+  if (keeps_free_block_ && (free_block_ == nullptr || size >= free_size_)) {
+    release_free_block();
+    free_block_ = address;
+    free_size_ = size;
+  } else {
+    munmap(address, size);
+  }
   return true;
+}
+
+void WeightPool::KeepFreeBlock() {
+  const std::lock_guard<std::mutex> lock(lock_);
+  keeps_free_block_ = true;
+}
+
+void WeightPool::ReleaseFreeBlocks() {
+  const std::lock_guard<std::mutex> lock(lock_);
+  keeps_free_block_ = false;
+  release_free_block();
+  for (auto& [address, pages] : pages_) {
+    if (pages.size == pages.asked) continue;
+    munmap(static_cast<char*>(address) + pages.asked, pages.size - pages.asked);
+    bytes_ -= pages.size - pages.asked;
+    pages.size = pages.asked;
+  }
 }
 
 void WeightPool::Free(void* address) {

@@ -93,5 +93,15 @@ TEST(Base64, OfAPartialGroupGivesOneByteLessThanItsCharacters) {
   EXPECT_EQ(Base64Decode(std::string("Zm\0v", 4)), "f");
 }
 
+TEST(Base64, DecodesAsFarAsThereIsRoom) {
+  const std::string bytes = "foobarfo";
+  for (size_t room = 0; room <= bytes.size() + 3; ++room) {
+    std::string to(room + 1, '#');
+    const size_t count = runtime::Base64DecodeTo("Zm9vYmFyZm8=", to.data(), room);
+    EXPECT_EQ(count, std::min(room, bytes.size()));
+    EXPECT_EQ(to, bytes.substr(0, count) + std::string(to.size() - count, '#')) << room;
+  }
+}
+
 }  // namespace
 }  // namespace marlo::test

@@ -21,9 +21,13 @@ std::shared_ptr<runtime::TensorCPU> decode_weights(const std::string& text,
                                                    const runtime::TensorShape& shape,
                                                    const runtime::Context& context) {
   if (context.cpu == nullptr) return nullptr;
-  const std::string bytes = runtime::Base64Decode(text);
-  if (!holds(bytes.size() / sizeof(float), shape.dims)) return nullptr;
-  return context.cpu->CreateTensor(shape, bytes.data());
+  // No more than the text has room for, before any memory is taken for it.
+  if (!holds((text.size() + 3) / 4 * 3 / sizeof(float), shape.dims)) return nullptr;
+  auto tensor = context.cpu->CreateTensor(shape, nullptr);
+  const size_t size = runtime::ElementCount(shape) * sizeof(float);
+  const size_t found =
+      runtime::Base64DecodeTo(text, static_cast<char*>(tensor->RawPointer()), size);
+  return found == size ? tensor : nullptr;
 }
 
 }  // namespace marlo::kernel

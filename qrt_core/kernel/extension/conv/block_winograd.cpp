@@ -41,17 +41,28 @@ double combined(const FilterRow& factors, double a, double b, double c) {
   return factors[0] * a + factors[1] * b + factors[2] * c;
 }
 
-// One filter; its elements are `step` floats apart.
+using Filters = std::array<double, kBlock>;  // one number of each
+
+// The filters of eight output channels, which are `apart` floats apart; their elements are `step` floats apart.
 template <size_t kIn>
-void transform(const std::array<FilterRow, kIn>& matrix, const float* filter, float* to,
-               size_t step) {
+void transform(const std::array<FilterRow, kIn>& matrix, const float* filters, size_t apart,
+               float* to, size_t step) {
+  std::array<Filters, kTaps * kTaps> taps;
+  for (size_t n = 0; n < kBlock; ++n) {
+    for (size_t tap = 0; tap < taps.size(); ++tap) taps[tap][n] = filters[n * apart + tap];
+  }
   for (size_t i = 0; i < kIn; ++i) {
-    FilterRow row;
+    std::array<Filters, kTaps> row;
     for (size_t x = 0; x < kTaps; ++x) {
-      row[x] = combined(matrix[i], filter[x], filter[kTaps + x], filter[2 * kTaps + x]);
+      for (size_t n = 0; n < kBlock; ++n) {
+        row[x][n] = combined(matrix[i], taps[x][n], taps[kTaps + x][n], taps[2 * kTaps + x][n]);
+      }
     }
     for (size_t j = 0; j < kIn; ++j) {
-      to[(i * kIn + j) * step] = static_cast<float>(combined(matrix[j], row[0], row[1], row[2]));
+      float* const element = to + (i * kIn + j) * step;
+      for (size_t n = 0; n < kBlock; ++n) {
+        element[n] = static_cast<float>(combined(matrix[j], row[0][n], row[1][n], row[2][n]));
+      }
     }
   }
 }
@@ -79,9 +90,9 @@ std::shared_ptr<TensorCPU> pack_filters(const std::array<FilterRow, kIn>& matrix
   for (size_t width = widest; width >= kBlock; width /= 2) {
     for (; first + width <= outs; first += width) {
       for (size_t c = 0; c < ins; ++c) {
-        for (size_t n = 0; n < width; ++n) {
-          transform(matrix, from + ((first + n) * ins + c) * kTaps * kTaps, to + c * width + n,
-                    ins * width);
+        for (size_t n = 0; n < width; n += kBlock) {
+          transform(matrix, from + ((first + n) * ins + c) * kTaps * kTaps, ins * kTaps * kTaps,
+                    to + c * width + n, ins * width);
         }
       }
       to += elements * ins * width;
