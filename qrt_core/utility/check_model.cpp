@@ -1,7 +1,10 @@
 #include "qrt_core/utility/check_model.h"
 
+#include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "qrt_core/runtime/model/inference_config.h"
@@ -53,7 +56,8 @@ std::vector<std::string> keys_of(const QRTModel& model) {
   return keys;
 }
 
-void check_tree(QRTModel& model, const CheckOptions& options, FindingList& findings) {
+void check_tree(QRTModel& model, const CheckOptions& options, FindingList& findings,
+                const CheckSources& sources = {}) {
   check_versions(model, options, findings);
   if (model.model_arr == nullptr || model.config_arr == nullptr) {
     findings.add({}, FindingCode::unreadable, Severity::error, "model_arr, config_arr",
@@ -91,7 +95,8 @@ void check_tree(QRTModel& model, const CheckOptions& options, FindingList& findi
     const auto cfgs = model.config_arr->cfgs.find(id);
     const runtime::QRModelMultiBackendCfgs none;
     const bool has_cfgs = cfgs != model.config_arr->cfgs.end() && cfgs->second != nullptr;
-    check_network(id, info->second, has_cfgs ? *cfgs->second : none, *kernels, options, findings);
+    check_network(id, info->second, has_cfgs ? *cfgs->second : none, *kernels, options, sources,
+                  findings);
   }
 }
 
@@ -129,7 +134,28 @@ void check_bytes(const std::string& bytes, const CheckOptions& options, FindingL
   if (fault.empty()) check_tree(*model, options, findings);
 }
 
+// Whether a long string of the file, which isn't in memory, would have to be shown.
+bool shows_mark(const Finding& finding) {
+  return finding.found.find(runtime::kLeftInFile) != std::string::npos;
+}
+
 }  // namespace
+
+std::optional<std::vector<Finding>> check_source(ModelSource& source, const CheckOptions& options,
+                                                 const ReadyNets& nets) {
+  if (source.weights() == nullptr) return std::nullopt;
+  const QuietLog quiet;
+  FindingList list;
+  try {
+    if (source.text() != nullptr) examine_json(*source.text(), source.model(), true, list);
+    check_tree(source.model(), options, list, {source.weights(), &nets});
+  } catch (const Error&) {
+    return std::nullopt;  // a file that changes meanwhile
+  }
+  std::vector<Finding> findings = list.take();
+  if (std::any_of(findings.begin(), findings.end(), shows_mark)) return std::nullopt;
+  return findings;
+}
 
 bool FindingList::is_full() const { return findings_.size() >= kMostFindings; }
 
@@ -199,6 +225,17 @@ std::string finding_text(const Finding& finding) {
 
 std::vector<Finding> check_model(const std::string& path, const CheckOptions& options) {
   const QuietLog quiet;
+  try {
+    std::error_code fault;
+    if (std::filesystem::is_regular_file(path, fault)) {
+      ModelSource source(path);
+      if (auto found = check_source(source, options)) return *std::move(found);
+    }
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception&) {
+    // What is read whole can tell what is wrong with it.
+  }
   FindingList findings;
   std::string bytes;
   try {
@@ -214,6 +251,16 @@ std::vector<Finding> check_model(const std::string& path, const CheckOptions& op
 
 std::vector<Finding> check_model(const void* bytes, size_t size, const CheckOptions& options) {
   const QuietLog quiet;
+  try {
+    if (bytes != nullptr) {
+      ModelSource source(static_cast<const char*>(bytes), size);
+      if (auto found = check_source(source, options)) return *std::move(found);
+    }
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception&) {
+    // As of a file.
+  }
   FindingList findings;
   const std::string copy =
       bytes != nullptr ? std::string(static_cast<const char*>(bytes), size) : std::string();

@@ -2,14 +2,18 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "qrt_core/runtime/engine/create_net.h"
+#include "qrt_core/runtime/engine/net.h"
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/model/layer_info.h"
 #include "qrt_core/runtime/model/model_info.h"
+#include "qrt_core/runtime/model/weight_places_internal.h"
 #include "qrt_core/utility/check_model.h"
+#include "qrt_core/utility/model_source_internal.h"
 
 // The parts of `check_model`.
 
@@ -53,11 +57,26 @@ bool check_json_syntax(const std::string& text, FindingList& findings);
 void check_weights(runtime::LayerInfo& info, const FindingList::Place& place,
                    FindingList& findings);
 
+/// Networks that are ready, by id: their kernels need no second configuration. Not owned.
+using ReadyNets = std::map<std::string, const runtime::Net*>;
+
+/// What a check takes from elsewhere than the tree. Not owned.
+struct CheckSources {
+  const runtime::WeightPlaces* weights = nullptr;  ///< null where the tree holds them
+  const ReadyNets* nets = nullptr;                 ///< null for none
+};
+
 /// Judges one network: ids, kernels, shapes, and memory that is overwritten.
 void check_network(const std::string& id, const std::shared_ptr<runtime::QRModelInfo>& info,
                    const runtime::QRModelMultiBackendCfgs& cfgs,
                    const runtime::KernelRegistry& kernels, const CheckOptions& options,
-                   FindingList& findings);
+                   const CheckSources& sources, FindingList& findings);
+
+/// `check_model` of a model whose weights are still in its file.
+/// @param nets of the model that are ready, their layers those of the tree
+/// @return nothing where it has to be read whole to be judged
+std::optional<std::vector<Finding>> check_source(ModelSource& source, const CheckOptions& options,
+                                                 const ReadyNets& nets = {});
 
 /// What `check_network` knows of one layer.
 struct CheckedLayer {

@@ -36,9 +36,14 @@ class NetworkCheck {
  public:
   NetworkCheck(const std::string& id, QRModelInfo& info,
                const runtime::QRModelMultiBackendCfgs& cfgs, const runtime::KernelRegistry& kernels,
-               FindingList& findings)
-      : info_(info), cfgs_(cfgs), kernels_(kernels), findings_(findings) {
+               const CheckSources& sources, FindingList& findings)
+      : info_(info),
+        cfgs_(cfgs),
+        kernels_(kernels),
+        weights_(sources.weights),
+        findings_(findings) {
     network_.network = id;
+    if (sources.nets != nullptr && sources.nets->count(id) != 0) ready_ = sources.nets->at(id);
     for (uint32_t p = 0; p < info.squential_ids.size(); ++p) {
       positions_[info.squential_ids[p]] = p;
     }
@@ -115,6 +120,7 @@ class NetworkCheck {
       check_identity(checked);
     }
     check_sources(checked, position, is_repeated);
+    const runtime::FilledLayer filled(weights_, found->second);
     make_kernels(checked, id, is_repeated);
     if (!is_repeated) check_weights(*checked.info, checked.place, findings_);
     return checked;
@@ -181,6 +187,10 @@ class NetworkCheck {
       return;
     }
     const LayerCfg& cfg = *found->second;
+    if (take_ready_kernels(checked)) {
+      checked.place.kernel = cfg.kernel->kernel_type;
+      return;
+    }
     // A layer that is listed again shares the kernels of its first place.
     if (is_repeated) {
       for (const CheckedLayer& before : layers_) {
@@ -198,6 +208,23 @@ class NetworkCheck {
     make_converters(checked, cfg.output_converters.get(), "output_converters",
                     checked.layer->output_converters);
     checked.place.kernel = cfg.kernel->kernel_type;
+  }
+
+  // @return whether there are some; one that was refused has to say why
+  bool take_ready_kernels(const CheckedLayer& checked) const {
+    const uint32_t position = *checked.place.layer;
+    if (ready_ == nullptr || position >= ready_->layers.size()) return false;
+    const Layer& ready = *ready_->layers[position];
+    const auto is_there = [](const auto& converter) { return converter.second != nullptr; };
+    if (ready.kernel == nullptr ||
+        !std::all_of(ready.input_converters.begin(), ready.input_converters.end(), is_there) ||
+        !std::all_of(ready.output_converters.begin(), ready.output_converters.end(), is_there)) {
+      return false;
+    }
+    checked.layer->kernel = ready.kernel;
+    checked.layer->input_converters = ready.input_converters;
+    checked.layer->output_converters = ready.output_converters;
+    return true;
   }
 
   void make_converters(const CheckedLayer& checked, const KernelCfgArr* cfgs, const char* key,
@@ -340,6 +367,8 @@ class NetworkCheck {
   QRModelInfo& info_;
   const runtime::QRModelMultiBackendCfgs& cfgs_;
   const runtime::KernelRegistry& kernels_;
+  const runtime::WeightPlaces* weights_;
+  const runtime::Net* ready_ = nullptr;
   FindingList& findings_;
   Finding network_;
   std::map<std::string, uint32_t> positions_;
@@ -355,7 +384,7 @@ class NetworkCheck {
 void check_network(const std::string& id, const std::shared_ptr<QRModelInfo>& info,
                    const runtime::QRModelMultiBackendCfgs& cfgs,
                    const runtime::KernelRegistry& kernels, const CheckOptions& options,
-                   FindingList& findings) {
+                   const CheckSources& sources, FindingList& findings) {
   if (cfgs.cpu_sse == nullptr) {
     Finding place;
     place.network = id;
@@ -363,7 +392,7 @@ void check_network(const std::string& id, const std::shared_ptr<QRModelInfo>& in
                  "a configuration", "a null pointer", "add one");
     return;
   }
-  NetworkCheck check(id, *info, cfgs, kernels, findings);
+  NetworkCheck check(id, *info, cfgs, kernels, sources, findings);
   check.run();
   const auto inputs = options.inputs.find(id);
   check_network_shapes(check.layers(), *info,

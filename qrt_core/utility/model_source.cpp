@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include "qrt_core/runtime/model/file_visitor.h"
 #include "qrt_core/runtime/model/inference_config.h"
@@ -95,7 +96,11 @@ void ModelSource::read(bool is_text) {
     model_->VisitAttr(reader);
     return;
   }
-  if (runtime::ReadJsonWithoutWeights(*model_, file_.get(), *places_)) return;
+  auto json = runtime::ReadShortJson(file_.get());
+  if (json && runtime::ReadJsonWithoutWeights(*model_, *json, *places_)) {
+    text_ = std::move(json->text);
+    return;
+  }
   model_ = std::make_unique<runtime::QRTModel>();
   places_ = nullptr;
 }

@@ -38,6 +38,8 @@ class ModelSource {
   const runtime::WeightPlaces* weights() const { return places_.get(); }
   /// Bytes of the file.
   size_t size() const { return size_; }
+  /// The JSON text but for long strings; null where `weights` is, and for the binary form.
+  const std::string* text() const { return text_.empty() ? nullptr : &text_; }
 
  private:
   struct Closer {
@@ -51,6 +53,7 @@ class ModelSource {
   std::string bytes_;  // of what can't be read twice
   std::unique_ptr<std::FILE, Closer> file_;
   std::unique_ptr<runtime::WeightPlaces> places_;
+  std::string text_;
   size_t size_ = 0;
 };
 

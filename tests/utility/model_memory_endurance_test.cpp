@@ -6,6 +6,7 @@
 
 #include <fstream>
 
+#include "qrt_core/utility/check_model.h"
 #include "qrt_core/utility/model.h"
 #include "tests/support/model_builder.h"
 #include "tests/support/temporary_folder.h"
@@ -80,6 +81,17 @@ TEST_P(ModelMemory, IsThatOfThePackedWeights) {
     }
     EXPECT_LE(resident(), before + kSlack);
   }
+}
+
+TEST_P(ModelMemory, IsNoMoreWhileTheModelIsChecked) {
+  const TemporaryFolder folder;
+  const std::string path = saved_model(folder, GetParam());
+  EXPECT_TRUE(utility::check_model(path, {}).empty());
+  const size_t before = resident();
+  constexpr size_t kSlack = 2 << 20;
+  const bool knows_peak = forget_peak();
+  EXPECT_TRUE(utility::check_model(path, {}).empty());
+  EXPECT_LE(knows_peak ? peak() : 0, before + weight_bytes() * 3 / 2 + kSlack);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, ModelMemory, testing::Values("model.qrtmodel", "model.json"),

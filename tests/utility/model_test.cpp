@@ -106,7 +106,7 @@ TEST_F(ModelTest, OpensBytesOfBothForms) {
 TEST_F(ModelTest, KnowsItsInputsAndOutputs) {
   Model model(save(small_model()));
   EXPECT_THAT(model.ids(), ElementsAre("net"));
-  Network& network = model.at("net");
+  utility::Network& network = model.at("net");
   ASSERT_THAT(network.inputs(), SizeIs(1));
   EXPECT_EQ(network.inputs()[0].id, "x");
   ASSERT_TRUE(network.inputs()[0].shape.has_value());
@@ -133,7 +133,7 @@ TEST_F(ModelTest, ResultsOutliveLaterRunsAndTheModel) {
 
 TEST_F(ModelTest, MovesAndKeepsItsNetworksWhereTheyAre) {
   Model model(save(small_model()));
-  Network& network = model.at(0);
+  utility::Network& network = model.at(0);
   Model moved = std::move(model);
   EXPECT_EQ(&moved.at(0), &network);
   EXPECT_EQ(model.size(), 0u);  // NOLINT: what is left of it is empty

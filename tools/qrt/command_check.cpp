@@ -220,12 +220,13 @@ Verdict refused(const ToolError& refusal, const std::string& path, const std::st
 void run_check(const CheckOptions& options) {
   std::optional<Sdk> sdk;
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
-  const auto model = read_model(options.model, sdk, options.inputs);
-  const std::string id = choose_network(*model, options.model, options.network);
+  const OpenModel model = open_model(options.model, sdk, options.inputs);
+  const std::string id = choose_network(*model.tree, options.model, options.network);
   Library library;
   LoadedNetwork loaded;
   try {
-    loaded = load_network(library, *model, options.model, id, LoadWarnings::drop);
+    loaded =
+        load_network(library, *model.tree, options.model, id, LoadWarnings::drop, model.weights());
   } catch (const ToolError& refusal) {
     return report(refused(refusal, options.model, id), options);
   }
@@ -240,7 +241,8 @@ void run_check(const CheckOptions& options) {
   }
   NetworkShapes known;
   if (shapes) add_shapes(known, verdict.report, *shapes);
-  verdict.findings = findings_of(options.model, id, known);
+  verdict.findings =
+      findings_of(options.model, id, known, model, {{id, loaded.package->net.get()}});
   if (!shapes) {
     const std::string text =
         shown(options.model) + ": the file doesn't say how large its inputs are; give --input";

@@ -30,10 +30,11 @@ class Inspector {
 
   // A network that comes without configurations has no kernels, and that is no fault.
   ShownNetwork inspect(const std::string& id, const QRModelInfo& info, const QRModelCfg* config,
-                       bool has_configs) {
+                       bool has_configs, const marlo::runtime::WeightPlaces* weights = nullptr) {
     ShownNetwork found;
     found.has_kernels = has_configs;
-    found.report = inspect_network(id, info, config, library_.kernels, library_.context);
+    found.report =
+        inspect_network(id, info, config, library_.kernels, library_.context, nullptr, weights);
     if (config != nullptr) found.tuned = marlo::toolkit::tuned_for(config->summary);
     if (!has_configs) return found;
     const std::string prefix = shown(options_.model) + ": network " + in_quotes(id) + ", ";
@@ -73,19 +74,34 @@ void show_networks(const std::vector<ShownNetwork>& networks, const QRTModel* mo
                      : networks_text(options.model, model, networks, table_width(options.width)));
 }
 
-void inspect_model(const InfoOptions& options, Inspector& inspector) {
+void inspect_model(const InfoOptions& options) {
+  Inspector inspector(options);
   std::optional<Sdk> sdk;
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
-  const auto model = read_model(options.model, sdk, options.inputs);
-  std::vector<std::string> ids = model->model_arr->squential_ids;
-  if (!options.network.empty()) ids = {choose_network(*model, options.model, options.network)};
+  const OpenModel model = open_model(options.model, sdk, options.inputs);
+  const QRTModel& tree = *model.tree;
+  std::vector<std::string> ids = tree.model_arr->squential_ids;
+  if (!options.network.empty()) ids = {choose_network(tree, options.model, options.network)};
   std::vector<ShownNetwork> networks;
   networks.reserve(ids.size());
   for (const std::string& id : ids) {
-    networks.push_back(
-        inspector.inspect(id, *model->model_arr->infos.at(id), config_of(*model, id), true));
+    networks.push_back(inspector.inspect(id, *tree.model_arr->infos.at(id), config_of(tree, id),
+                                         true, model.weights()));
   }
-  show_networks(networks, model.get(), options);
+  show_networks(networks, &tree, options);
+  const std::vector<std::string>& problems = inspector.problems();
+  if (problems.empty()) {
+    std::vector<marlo::runtime::Net> nets;
+    nets.reserve(networks.size());
+    marlo::utility::ReadyNets ready;
+    for (const ShownNetwork& shown : networks) {
+      nets.push_back(net_of(shown.report));
+      ready[shown.report.id] = &nets.back();
+    }
+    return warn_of_findings(options.model, options.network, inspector.shapes(), model, ready);
+  }
+  for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i], Level::error);
+  throw ToolError(kModelError, problems.back());
 }
 
 void inspect_networks(const InfoOptions& options, Inspector& inspector,
@@ -117,33 +133,23 @@ void run_info(const InfoOptions& options) {
   const ObjectKind kind = format.kind      ? *format.kind
                           : format.is_json ? kind_of_json(options.model)
                                            : ObjectKind::model;
+  if (kind == ObjectKind::model) return inspect_model(options);
   Inspector inspector(options);
-  if (kind == ObjectKind::model) {
-    inspect_model(options, inspector);
+  const auto object = make_object(kind);
+  read_object(*object, options.model, format.is_json);
+  if (kind == ObjectKind::network) {
+    const auto& info = dynamic_cast<const QRModelInfo&>(*object);
+    show_networks({inspector.inspect("", info, nullptr, false)}, nullptr, options);
+  } else if (kind == ObjectKind::networks) {
+    inspect_networks(options, inspector, dynamic_cast<const QRModelInfoArr&>(*object));
+  } else if (kind == ObjectKind::config) {
+    const auto& config = dynamic_cast<const QRModelCfg&>(*object);
+    const std::vector<NamedConfig> named{{"", &config}};
+    print(options.json ? configs_json(options.model, named)
+                       : configs_text(options.model, named, table_width(options.width)));
   } else {
-    const auto object = make_object(kind);
-    read_object(*object, options.model, format.is_json);
-    if (kind == ObjectKind::network) {
-      const auto& info = dynamic_cast<const QRModelInfo&>(*object);
-      show_networks({inspector.inspect("", info, nullptr, false)}, nullptr, options);
-    } else if (kind == ObjectKind::networks) {
-      inspect_networks(options, inspector, dynamic_cast<const QRModelInfoArr&>(*object));
-    } else if (kind == ObjectKind::config) {
-      const auto& config = dynamic_cast<const QRModelCfg&>(*object);
-      const std::vector<NamedConfig> named{{"", &config}};
-      print(options.json ? configs_json(options.model, named)
-                         : configs_text(options.model, named, table_width(options.width)));
-    } else {
-      inspect_configs(options, dynamic_cast<const QRModelMultiBackendCfgsArr&>(*object));
-    }
+    inspect_configs(options, dynamic_cast<const QRModelMultiBackendCfgsArr&>(*object));
   }
-  const std::vector<std::string>& problems = inspector.problems();
-  if (problems.empty() && kind == ObjectKind::model) {
-    warn_of_findings(options.model, options.network, inspector.shapes());
-  }
-  if (problems.empty()) return;
-  for (size_t i = 0; i + 1 < problems.size(); ++i) say(problems[i], Level::error);
-  throw ToolError(kModelError, problems.back());
 }
 
 }  // namespace qrt_tool

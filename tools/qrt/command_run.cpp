@@ -73,16 +73,17 @@ void run_network(const RunOptions& options) {
   if (!options.sdk.empty()) sdk = parse_sdk(options.sdk);
 
   Library library;
-  const auto model = read_model(options.model, sdk, options.inputs);
-  const std::string id = choose_network(*model, options.model, options.network);
-  LoadedNetwork network = load_network(library, *model, options.model, id);
-  warn_of_other_processor(*model, id, options.model);
+  const OpenModel model = open_model(options.model, sdk, options.inputs);
+  const std::string id = choose_network(*model.tree, options.model, options.network);
+  LoadedNetwork network =
+      load_network(library, *model.tree, options.model, id, LoadWarnings::say, model.weights());
+  warn_of_other_processor(*model.tree, id, options.model);
   const std::vector<InputData> inputs = read_model_inputs(network, options, library);
   NetworkShapes shapes;
   for (const InputData& input : inputs) {
     add_shapes(shapes, network.report, {{input.layer, input.shape}});
   }
-  warn_of_findings(options.model, id, shapes);
+  warn_of_findings(options.model, id, shapes, model, {{id, network.package->net.get()}});
 
   const uint64_t repeat = options.repeat == 0 ? 1 : options.repeat;
   PassResult result;

@@ -1,6 +1,7 @@
 #include "tools/qrt/findings.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -26,13 +27,19 @@ bool depends_on_sizes(const Finding& finding) {
 }  // namespace
 
 std::vector<Finding> findings_of(const std::string& path, const std::string& network,
-                                 const NetworkShapes& inputs) {
+                                 const NetworkShapes& inputs, const OpenModel& open,
+                                 const marlo::utility::ReadyNets& nets) {
   // A network that was imported in memory has no text of its own to judge.
   if (is_onnx(path)) return {};
   marlo::utility::CheckOptions options;
   options.inputs = inputs;
+  std::optional<std::vector<Finding>> known;
+  if (open.source != nullptr) {
+    known = marlo::utility::check_source(*open.source, options, nets);
+  }
   std::vector<Finding> findings =
-      marlo::utility::check_model(rereadable(path, kModelError), options);
+      known ? *std::move(known)
+            : marlo::utility::check_model(rereadable(path, kModelError), options);
   const auto is_void = [&](const Finding& finding) {
     if (finding.network.empty()) return false;
     if (!network.empty() && finding.network != network) return true;
@@ -62,10 +69,11 @@ void add_shapes(NetworkShapes& shapes, const NetworkReport& report, const InputS
 }
 
 void warn_of_findings(const std::string& path, const std::string& network,
-                      const NetworkShapes& inputs) {
+                      const NetworkShapes& inputs, const OpenModel& open,
+                      const marlo::utility::ReadyNets& nets) {
   std::set<std::pair<std::string, std::string>> layers;
   size_t others = 0;
-  for (const Finding& finding : findings_of(path, network, inputs)) {
+  for (const Finding& finding : findings_of(path, network, inputs, open, nets)) {
     if (!is_error(finding) || finding.code == FindingCode::wrong_shape) continue;
     if (finding.id.empty()) {
       ++others;

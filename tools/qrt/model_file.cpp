@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <vector>
 
+#include "qrt_core/runtime/model/weight_places_internal.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/layer_facts.h"
@@ -86,6 +88,18 @@ std::string read_fault(const std::string& path, bool is_json, const std::excepti
   return "the file is malformed";
 }
 
+// A JSON text, where it can be without its long strings. One with a fault is whole, which is then told of its
+// own places.
+std::string json_without_weights(const std::string& file) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
+                                                               &std::fclose);
+  if (stream != nullptr) {
+    auto json = marlo::runtime::ReadShortJson(stream.get());
+    if (json && json_fault(json->text).empty()) return std::move(json->text);
+  }
+  return read_file(file, kModelError);
+}
+
 }  // namespace
 
 FileFormat format_of_name(const std::string& path, ExitCode exit_code) {
@@ -139,7 +153,8 @@ std::shared_ptr<Serializable> make_object(ObjectKind kind) {
 }
 
 ObjectKind kind_of_json(const std::string& path) {
-  const std::string text = read_file(rereadable(path, kModelError), kModelError);
+  check_readable(path, kModelError);
+  const std::string text = json_without_weights(rereadable(path, kModelError));
   const std::string fault = json_fault(text);
   if (!fault.empty()) refuse_model(path, fault);
   const std::vector<std::string> names = json_member_names(text);

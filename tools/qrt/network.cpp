@@ -185,7 +185,7 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
     refuse(path, within(network) + ": " + (fault.empty() ? "it can't be built" : fault));
   }
   loaded.report = inspect_network(network, *info, config, library.kernels, library.context,
-                                  loaded.package->net.get());
+                                  loaded.package->net.get(), weights);
   const std::string problem = loaded.report.problem();
   if (!problem.empty()) refuse(path, within(network) + ", " + problem);
   if (warnings == LoadWarnings::drop) return loaded;

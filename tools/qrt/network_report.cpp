@@ -166,9 +166,30 @@ std::string NetworkReport::problem() const {
   return "";
 }
 
+Net net_of(const NetworkReport& report) {
+  std::vector<std::shared_ptr<marlo::runtime::Layer>> layers;
+  layers.reserve(report.layers.size());
+  for (const LayerReport& layer : report.layers) {
+    auto made = std::make_shared<marlo::runtime::Layer>();
+    made->name = layer.is_input ? "Input" : layer.kind;
+    made->id = layer.id;
+    for (const uint32_t source : layer.sources) made->inputs.emplace_back(source, 0);
+    if (layer.kernel.problem.empty()) made->kernel = layer.kernel.kernel;
+    for (const auto& [position, converter] : layer.input_converters) {
+      made->input_converters[position] = converter.kernel;
+    }
+    for (const auto& [position, converter] : layer.output_converters) {
+      made->output_converters[position] = converter.kernel;
+    }
+    layers.push_back(std::move(made));
+  }
+  return Net(layers, {});
+}
+
 NetworkReport inspect_network(const std::string& id, const QRModelInfo& info,
                               const QRModelCfg* config, const KernelRegistry& kernels,
-                              const std::shared_ptr<Context>& context, const Net* net) {
+                              const std::shared_ptr<Context>& context, const Net* net,
+                              const marlo::runtime::WeightPlaces* weights) {
   NetworkReport report;
   report.id = id;
   report.header = info.extra_info;
@@ -183,6 +204,7 @@ NetworkReport inspect_network(const std::string& id, const QRModelInfo& info,
     layer.info = info.layers.at(layer.id);
     layer.kind = kind_of(*layer.info);
     layer.is_input = layer.info->type == marlo::runtime::kInputLayerType;
+    const marlo::runtime::FilledLayer filled(weights, info.layers.at(layer.id));
     layer.weights = weight_count(*layer.info);
 
     const marlo::runtime::Layer* built = net == nullptr ? nullptr : net->layers[index].get();

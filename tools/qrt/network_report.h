@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qrt_core/qrt_core.h"
+#include "qrt_core/runtime/model/weight_places_internal.h"
 
 // A network layer by layer: what each is, which kernel runs it, and whether it can.
 
@@ -59,10 +60,15 @@ struct NetworkReport {
 /// Makes and configures the kernels of a network one by one, so that each refusal is known.
 /// @param config null for a network without a configuration
 /// @param net where given, its kernels are taken and none is made
+/// @param weights where those of the descriptions are; null where these hold them
 NetworkReport inspect_network(const std::string& id, const marlo::runtime::QRModelInfo& info,
                               const marlo::runtime::QRModelCfg* config,
                               const marlo::runtime::KernelRegistry& kernels,
                               const std::shared_ptr<marlo::runtime::Context>& context,
-                              const marlo::runtime::Net* net = nullptr);
+                              const marlo::runtime::Net* net = nullptr,
+                              const marlo::runtime::WeightPlaces* weights = nullptr);
+
+/// The kernels and connections of a report as a network, as far as there are any.
+marlo::runtime::Net net_of(const NetworkReport& report);
 
 }  // namespace qrt_tool

@@ -7,6 +7,7 @@
 
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "tools/qrt/errors.h"
+#include "tools/qrt/inputs.h"
 #include "tools/qrt/kernel_trial.h"
 #include "tools/qrt/layer_facts.h"
 #include "tools/qrt/messages.h"
@@ -55,26 +56,6 @@ std::string size_fault(const LayerShapes& shapes) {
 
 // The network of a report as the library's own check sees it. Kernels that couldn't be configured
 // are null there.
-marlo::runtime::Net net_of(const NetworkReport& report) {
-  std::vector<std::shared_ptr<marlo::runtime::Layer>> layers;
-  layers.reserve(report.layers.size());
-  for (const LayerReport& layer : report.layers) {
-    auto made = std::make_shared<marlo::runtime::Layer>();
-    made->name = layer.is_input ? "Input" : layer.kind;
-    made->id = layer.id;
-    for (const uint32_t source : layer.sources) made->inputs.emplace_back(source, 0);
-    if (layer.kernel.problem.empty()) made->kernel = layer.kernel.kernel;
-    for (const auto& [position, converter] : layer.input_converters) {
-      made->input_converters[position] = converter.kernel;
-    }
-    for (const auto& [position, converter] : layer.output_converters) {
-      made->output_converters[position] = converter.kernel;
-    }
-    layers.push_back(std::move(made));
-  }
-  return marlo::runtime::Net(layers, {});
-}
-
 bool has_all_kernels(const LayerReport& layer) {
   const auto ready = [](const auto& entry) { return entry.second.kernel != nullptr; };
   return layer.kernel.kernel != nullptr && layer.kernel.problem.empty() &&
@@ -141,8 +122,10 @@ std::vector<uint32_t> parse_sizes_option(const std::string& text) {
     const bool is_number = !digits.empty() && digits.size() <= 9 &&
                            digits.find_first_not_of("0123456789") == std::string::npos;
     if (!is_number || std::stoul(digits) == 0 || sizes.size() == kMostDims) {
-      throw ToolError(kUsageError,
-                      "--input " + printable(text) + ": expected sizes such as 1x28x28");
+      throw ToolError(
+          kUsageError,
+          "--input " + printable(text) +
+              ": expected sizes such as 1x28x28, or LAYER=1x28x28 with the id of an input");
     }
     sizes.push_back(static_cast<uint32_t>(std::stoul(digits)));
     at = end + 1;
@@ -229,9 +212,9 @@ InputShapes given_input_shapes(const NetworkReport& report, const std::vector<st
                                      counted(options.size(), "--input"));
   }
   InputShapes shapes;
-  for (size_t i = 0; i < inputs.size(); ++i) {
-    shapes.emplace(inputs[i], input_shape(parse_sizes_option(options[i]),
-                                          demanded_input(report, inputs[i]), keep_batch));
+  for (const GivenInput& input : assign_inputs(report, options, "input")) {
+    shapes.emplace(input.layer, input_shape(parse_sizes_option(input.value),
+                                            demanded_input(report, input.layer), keep_batch));
   }
   return shapes;
 }

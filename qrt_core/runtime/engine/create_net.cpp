@@ -63,25 +63,6 @@ std::vector<utility::Misfit> refusals_of(IKernel* kernel, const LayerInfo* info,
   }
 }
 
-// A layer that has its weights for a while, or for good where somebody keeps it meanwhile.
-class FilledLayer {
- public:
-  FilledLayer(const WeightPlaces* weights, const std::shared_ptr<LayerInfo>& info)
-      : weights_(info != nullptr ? weights : nullptr), info_(info), owners_(info.use_count()) {
-    if (weights_ != nullptr) weights_->fill(*info_);
-  }
-  FilledLayer(const FilledLayer&) = delete;
-  FilledLayer& operator=(const FilledLayer&) = delete;
-  ~FilledLayer() {
-    if (weights_ != nullptr && info_.use_count() <= owners_) weights_->empty(*info_);
-  }
-
- private:
-  const WeightPlaces* weights_;
-  const std::shared_ptr<LayerInfo>& info_;
-  long owners_;
-};
-
 /// Makes the layers of a network one by one. The two forms of configuration differ only in where a
 /// layer's kernels are looked up and in what a refusal leads to.
 class NetBuilder {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "qrt_core/runtime/model/json_document.h"
 #include "qrt_core/runtime/model/json_visitor.h"
@@ -50,9 +51,7 @@ class Shortener {
     return std::ferror(file_) == 0 && state_ == State::outside;
   }
 
-  const std::string& text() const { return text_; }
-  /// Bytes of the whole text.
-  uint64_t length() const { return length_; }
+  ShortJson take() { return {std::move(text_), length_}; }
 
  private:
   enum class State {
@@ -133,14 +132,18 @@ class Shortener {
 
 }  // namespace
 
-bool ReadJsonWithoutWeights(Serializable& object, std::FILE* file, WeightPlaces& places) {
+std::optional<ShortJson> ReadShortJson(std::FILE* file) {
   Shortener shortener(file);
-  if (!shortener.run()) return false;
+  if (!shortener.run()) return std::nullopt;
+  return shortener.take();
+}
+
+bool ReadJsonWithoutWeights(Serializable& object, const ShortJson& json, WeightPlaces& places) {
   json::Document document;
-  json::parse(document, shortener.text().c_str());
+  json::parse(document, json.text.c_str());
   if (!document.IsObject()) return false;
   auto getter = std::make_shared<JSONNodeGetter>(document, 0);
-  getter->LimitSteps(json::steps_for(shortener.length()));
+  getter->LimitSteps(json::steps_for(json.length));
   getter->LeaveWeights(places);
   try {
     object.VisitAttr(getter);

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -49,13 +51,43 @@ class WeightPlaces {
   std::unordered_map<const WeightBlob*, Place> places_;
 };
 
+/// A layer that has its weights while this lives, or for good where somebody keeps it meanwhile.
+class FilledLayer {
+ public:
+  /// @param weights null where the tree holds them
+  /// @param info may be null; outlives the object
+  FilledLayer(const WeightPlaces* weights, const std::shared_ptr<LayerInfo>& info)
+      : weights_(info != nullptr ? weights : nullptr), info_(info), owners_(info.use_count()) {
+    if (weights_ != nullptr) weights_->fill(*info_);
+  }
+  FilledLayer(const FilledLayer&) = delete;
+  FilledLayer& operator=(const FilledLayer&) = delete;
+  ~FilledLayer() {
+    if (weights_ != nullptr && info_.use_count() <= owners_) weights_->empty(*info_);
+  }
+
+ private:
+  const WeightPlaces* weights_;
+  const std::shared_ptr<LayerInfo>& info_;
+  long owners_;
+};
+
+/// A JSON text whose long strings are left in the file, each with a mark and its place for it.
+struct ShortJson {
+  std::string text;
+  uint64_t length = 0;  ///< bytes of the whole text
+};
+
+/// Reads a JSON text so. @return nothing where it has to be read whole
+std::optional<ShortJson> ReadShortJson(std::FILE* file);
+
 /// What the text of a weight begins with that was left in the file; its place follows.
 constexpr char kLeftInFile = '\x7f';
 
-/// Reads an object's JSON text and leaves long weights in the file.
+/// Reads an object from a JSON text and leaves long weights in the file.
 /// @return whether that could be done; else the object is to be thrown away, and read whole. It may
 ///   be that the text is no such object.
 /// @throws utility::Error as `Serializable::FromJsonString`
-bool ReadJsonWithoutWeights(Serializable& object, std::FILE* file, WeightPlaces& places);
+bool ReadJsonWithoutWeights(Serializable& object, const ShortJson& json, WeightPlaces& places);
 
 }  // namespace marlo::runtime
