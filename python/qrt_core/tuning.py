@@ -35,7 +35,8 @@ class TunedConfiguration(NamedTuple):
     """One of the configurations that ran as whole networks."""
 
     name: str
-    """"given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with kernels exchanged."""
+    """"given", "measured", "fewer converters", "whole blocks" or "estimated"; "exchanged" for the best of them with kernels
+    exchanged."""
     ms: float
     """Milliseconds of a pass; of several sizes the weighted sum."""
 
@@ -71,6 +72,8 @@ class Tuning:
     """Those that ran as whole networks, the given one first."""
     chosen: str
     """The name of one of them."""
+    padded: Mapping[str, int]
+    """Layers whose results have channels of zeros in the chosen one, up to a whole block of 8, and how many channels in all."""
     before_ms: float
     """Milliseconds of a pass of the given model; of several sizes the weighted sum."""
     after_ms: float

@@ -80,6 +80,7 @@ py::dict facts_of(const TuneReport& report, const TuneOptions& options) {
   facts["tolerance"] = options.assign.tolerance;
   facts["configurations"] = configurations;
   facts["chosen"] = report.chosen;
+  facts["padded"] = py::cast(report.padded);
   facts["before_ms"] = report.before;
   facts["after_ms"] = report.after;
   facts["difference"] = report.difference;

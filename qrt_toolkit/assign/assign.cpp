@@ -25,13 +25,6 @@ Choices cheapest(const std::vector<ReferenceLayer>& layers, CandidateFinder& fin
   return choices;
 }
 
-/// What cuts channels off is a new layer, and not one of the given network's.
-void move_cuts(const PaddedModel& padded, AssignReport& report) {
-  for (const auto& [id, source] : padded.cuts) report.converters[id] = source;
-  std::erase_if(report.layers,
-                [&](const AssignedLayer& layer) { return padded.cuts.count(layer.id) != 0; });
-}
-
 }  // namespace
 
 AssignedModel assign_kernels(const runtime::QRTModel& model, const runtime::KernelRegistry& kernels,

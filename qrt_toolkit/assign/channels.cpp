@@ -158,6 +158,7 @@ class Padding {
       const std::shared_ptr<LayerInfo> info = described(v, cut_ids);
       if (info == nullptr) return std::nullopt;
       add(*network, *config, info, layers_[v].cfg);
+      if (grows(v)) padded.grown[layers_[v].id] = in_blocks(channels(v));
       if (!grows(v) || !cuts_[v]) continue;
       auto cut = std::make_shared<runtime::StridedSliceInfo>();
       cut->axes = {0};
@@ -290,6 +291,12 @@ class Padding {
 };
 
 }  // namespace
+
+void move_cuts(const PaddedModel& padded, AssignReport& report) {
+  for (const auto& [id, source] : padded.cuts) report.converters[id] = source;
+  std::erase_if(report.layers,
+                [&](const AssignedLayer& layer) { return padded.cuts.count(layer.id) != 0; });
+}
 
 std::optional<PaddedModel> with_whole_blocks(const runtime::QRTModel& model,
                                              const std::string& network,

@@ -14,6 +14,7 @@
 #include "qrt_core/utility/application.h"
 #include "qrt_toolkit/assign/apply.h"
 #include "qrt_toolkit/assign/candidates.h"
+#include "qrt_toolkit/assign/channels.h"
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/assign/problem.h"
 #include "qrt_toolkit/tune/budget.h"
@@ -26,12 +27,25 @@
 namespace marlo::toolkit {
 namespace {
 
+/// A network with what each of its kernels costs: the given one, or the same with channels in whole blocks.
+struct Plan {
+  PaddedModel padded;  // without cuts where it is the given one
+  Problem problem;
+};
+
 /// A configuration that may be chosen.
 struct Contestant {
   std::string name;
+  std::shared_ptr<const Plan> plan;
   Assignment assignment;
   AssignedModel assigned;
 };
+
+AssignedModel applied(const Plan& plan, const std::string& id, const Assignment& assignment) {
+  AssignedModel assigned = apply_assignment(plan.padded.model, id, plan.problem, assignment);
+  move_cuts(plan.padded, assigned.report);
+  return assigned;
+}
 
 /// The network's outputs for the numbers of trials, in their plain layouts.
 Workshop::Numbers outputs_of(const runtime::QRTModel& model, const std::string& id,
@@ -158,6 +172,11 @@ class Tuner {
     return !options_.go_on || options_.go_on(progress_);
   }
 
+  /// Layers of the network in whole blocks are further ones, of which nobody was told.
+  void count_layer() {
+    if (progress_.layers < progress_.of_layers) ++progress_.layers;
+  }
+
   /// Whole passes choose.
   void compare_passes(std::vector<Contestant>& contestants) {
     TuneReport& report = tuned_.report;
@@ -184,7 +203,7 @@ class Tuner {
   void take_by_costs(Contestant best) {
     constexpr double kShort = 100;  // milliseconds
     TuneReport& report = tuned_.report;
-    const double given = cost_of_given(problem_);
+    const double given = cost_of_given(given_->problem);
     report.ran = {{"given", kUnknown}, {best.name, kUnknown}};
     report.before = report.after = report.difference = kUnknown;
     for (TunedSize& size : report.sizes) size.before = size.after = size.difference = kUnknown;
@@ -192,7 +211,7 @@ class Tuner {
     report.chosen = report.ran[is_other ? 1 : 0].name;
     if (!is_other) return;
     const bool is_quick = given + best.assigned.report.cost < kShort;
-    take_model(std::move(best.assigned));
+    take_model(std::move(best));
     if (is_quick) compare_outputs();
   }
 
@@ -208,15 +227,16 @@ class Tuner {
       best.assigned = std::move(unchanged);
     }
     if (report.chosen == report.ran[0].name) return;
-    take_model(std::move(best.assigned));
+    take_model(std::move(best));
     if (budget_.goes_on()) return compare_outputs();
     report.difference = kUnknown;
     for (TunedSize& size : report.sizes) size.difference = kUnknown;
   }
 
-  void take_model(AssignedModel assigned) {
-    tuned_.model = std::move(assigned.model);
-    tuned_.report.assigned = std::move(assigned.report);
+  void take_model(Contestant best) {
+    tuned_.model = std::move(best.assigned.model);
+    tuned_.report.assigned = std::move(best.assigned.report);
+    tuned_.report.padded = best.plan->padded.grown;
     for (const std::string& id : tuned_.report.assigned.beyond) {
       const auto& cfgs = config_of(tuned_.model, id_).layer_cfgs;
       tuned_.report.notes.push_back("layer \"" + id + "\" keeps " +
@@ -258,13 +278,13 @@ class Tuner {
     constexpr double kWorthwhile = 0.03;  // of the whole; less can't be seen in passes
     PassTimes kept;
     size_t in_vain = 0;
-    for (const LocalChange& step : local_changes(problem_, best.assignment, kClose)) {
+    for (const LocalChange& step : local_changes(best.plan->problem, best.assignment, kClose)) {
       const bool is_enough = tuned_.report.changes_tried == kMostChanges || in_vain == kMostInVain;
       if (is_enough || !budget_.lasts()) break;
       if (step.cost < kWorthwhile * best.assignment.cost) break;  // the dearest are first
       ++tuned_.report.changes_tried;
-      Assignment next = changed(problem_, best.assignment, step);
-      AssignedModel assigned = apply_assignment(model_, id_, problem_, next);
+      Assignment next = changed(best.plan->problem, best.assignment, step);
+      AssignedModel assigned = applied(*best.plan, id_, next);
       PassTimes times = time_passes({&best.assigned.model, &assigned.model});
       if (!budget_.goes_on()) break;
       if (!(times.total[1] < kFaster * times.total[0])) {
@@ -310,14 +330,27 @@ class Tuner {
     }
   }
 
-  std::vector<SizedNetwork> references(Workshop& workshop) const {
+  std::vector<SizedNetwork> references(const runtime::QRTModel& model, Workshop& workshop) const {
     std::vector<SizedNetwork> sized;
     for (const TuneSize& size : sizes_) {
       sized.push_back(
-          {walk_reference(network_of(model_, id_), config_of(model_, id_), size.inputs, workshop),
+          {walk_reference(network_of(model, id_), config_of(model, id_), size.inputs, workshop),
            size.weight});
     }
     return sized;
+  }
+
+  /// The network with channels in whole blocks, if it has others; its kernels are measured as well.
+  std::shared_ptr<const Plan> plan_of_whole_blocks(const std::vector<ReferenceLayer>& layers,
+                                                   Workshop& workshop, CandidateFinder& finder,
+                                                   Costs& costs) {
+    const bool may_cut = kernels_.Create(kChannelCut) != nullptr;
+    auto padded = with_whole_blocks(model_, id_, layers, may_cut);
+    if (!padded) return nullptr;
+    auto plan = std::make_shared<Plan>();
+    plan->problem = make_problem(references(padded->model, workshop), finder, costs);
+    plan->padded = *std::move(padded);
+    return plan;
   }
 
   std::vector<Contestant> assignments() {
@@ -326,37 +359,48 @@ class Tuner {
                                [this] { return budget_.still_goes_on(); }};
     CandidateFinder finder(workshop, rules);
     tuned_.report.excluded = finder.excluded();
-    const std::vector<SizedNetwork> networks = references(workshop);
+    const std::vector<SizedNetwork> networks = references(model_, workshop);
     MeasuredCosts measured(meter_, wisdom_,
-                           {[this] { return budget_.lasts(); }, [this] { ++progress_.layers; },
+                           {[this] { return budget_.lasts(); }, [this] { count_layer(); },
                             [this] { return budget_.goes_on(); }});
     RememberedCosts remembered(measured);
-    problem_ = make_problem(networks, finder, remembered);
+    auto plan = std::make_shared<Plan>();
+    plan->padded.model = model_;
+    plan->problem = make_problem(networks, finder, remembered);
+    given_ = std::move(plan);
+    if (options_.with_candidates) tell_candidates(workshop, rules, remembered);
+    std::shared_ptr<const Plan> blocks;
+    if (budget_.lasts()) {
+      blocks = plan_of_whole_blocks(networks[0].layers, workshop, finder, remembered);
+    }
     tuned_.report.measured = measured.measured();
     tuned_.report.remembered = measured.remembered();
-    if (options_.with_candidates) tell_candidates(workshop, rules, remembered);
     std::vector<Contestant> contestants;
-    std::set<std::vector<size_t>> seen;
-    const auto add = [&](const std::string& name, const std::vector<ChoiceLayer>& graph) {
+    std::set<std::pair<const Plan*, std::vector<size_t>>> seen;
+    const auto add = [&](const std::string& name, const std::shared_ptr<const Plan>& of,
+                         const std::vector<ChoiceLayer>& graph) {
       Assignment assignment = cheapest_assignment(graph);
-      if (!seen.insert(assignment.choices).second) return;
-      AssignedModel assigned = apply_assignment(model_, id_, problem_, assignment);
-      contestants.push_back({name, std::move(assignment), std::move(assigned)});
+      if (!seen.insert({of.get(), assignment.choices}).second) return;
+      AssignedModel assigned = applied(*of, id_, assignment);
+      contestants.push_back({name, of, std::move(assignment), std::move(assigned)});
     };
-    add("measured", problem_.graph);
+    const std::vector<ChoiceLayer>& graph = given_->problem.graph;
+    add("measured", given_, graph);
     if (!budget_.goes_on()) return contestants;
-    add("fewer converters", with_dear_converters(problem_.graph));
+    add("fewer converters", given_, with_dear_converters(graph));
+    if (blocks != nullptr) add("whole blocks", blocks, blocks->problem.graph);
     EstimatedCosts estimated;
-    add("estimated", make_problem(networks, finder, estimated).graph);
+    add("estimated", given_, make_problem(networks, finder, estimated).graph);
     return contestants;
   }
 
   void tell_candidates(Workshop& workshop, const CandidateRules& rules,
                        const RememberedCosts& costs) {
     RivalTeller teller(workshop, rules);
-    for (size_t v = 0; v < problem_.layers.size(); ++v) {
-      tuned_.report.candidates[problem_.layers[v].id] =
-          teller.of(problem_, v, costs, budget_.still_goes_on());
+    const Problem& problem = given_->problem;
+    for (size_t v = 0; v < problem.layers.size(); ++v) {
+      tuned_.report.candidates[problem.layers[v].id] =
+          teller.of(problem, v, costs, budget_.still_goes_on());
     }
   }
 
@@ -389,8 +433,8 @@ class Tuner {
   Wisdom wisdom_;
   TuneProgress progress_;
   Budget budget_;
-  bool is_given_allowed_ = true;  // it names no kernel that needs more than the set
-  Problem problem_;               // with measured costs
+  bool is_given_allowed_ = true;       // it names no kernel that needs more than the set
+  std::shared_ptr<const Plan> given_;  // with measured costs
   TunedModel tuned_;
 };
 

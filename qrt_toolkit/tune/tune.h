@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
@@ -53,8 +54,8 @@ struct TuneOptions {
 
 /// One of the configurations that ran as whole networks. Plain data.
 struct TunedConfiguration {
-  /// "given", "measured", "fewer converters" or "estimated"; "exchanged" for the best of them with
-  /// kernels exchanged for others that are close.
+  /// "given", "measured", "fewer converters", "whole blocks" or "estimated"; "exchanged" for the best of
+  /// them with kernels exchanged for others that are close.
   std::string name;
   /// Of a pass; of several sizes: the weighted sum. NaN where it was ended before that was known.
   double milliseconds = 0;
@@ -74,18 +75,21 @@ struct TuneReport {
   AssignReport assigned;                ///< of the configuration that was chosen
   std::vector<TunedConfiguration> ran;  ///< the given one first
   std::string chosen;                   ///< the name of one of them
-  double before = 0;                    ///< milliseconds of the given model, the last time
-  double after = 0;                     ///< of the chosen one
-  double difference = 0;                ///< the largest of all sizes
-  std::vector<TunedSize> sizes;         ///< in the order of the options
-  double seconds = 0;                   ///< that it took
-  size_t measured = 0;                  ///< kernels on layers
-  size_t remembered = 0;                ///< of them from the file of wisdom
-  size_t changes_tried = 0;             ///< of kernels that were close, in whole passes
-  size_t changes_kept = 0;              ///< of these: in the chosen one, as passes got faster
-  bool is_complete = true;              ///< whether nothing was left out for want of time
-  std::vector<std::string> excluded;    ///< kernels that need other instructions
-  std::vector<std::string> notes;       ///< what went wrong without stopping it, in words
+  /// Layers whose results have channels of zeros in the chosen one, up to a whole block of 8, by id, and
+  /// how many channels they have in all.
+  std::map<std::string, uint32_t> padded;
+  double before = 0;                  ///< milliseconds of the given model, the last time
+  double after = 0;                   ///< of the chosen one
+  double difference = 0;              ///< the largest of all sizes
+  std::vector<TunedSize> sizes;       ///< in the order of the options
+  double seconds = 0;                 ///< that it took
+  size_t measured = 0;                ///< kernels on layers
+  size_t remembered = 0;              ///< of them from the file of wisdom
+  size_t changes_tried = 0;           ///< of kernels that were close, in whole passes
+  size_t changes_kept = 0;            ///< of these: in the chosen one, as passes got faster
+  bool is_complete = true;            ///< whether nothing was left out for want of time
+  std::vector<std::string> excluded;  ///< kernels that need other instructions
+  std::vector<std::string> notes;     ///< what went wrong without stopping it, in words
   /// By layer id, where it was asked for: the kernels that could run the layer on the first size, and
   /// those that couldn't. Empty for layers that stay as they are.
   std::map<std::string, LayerRivals> candidates;

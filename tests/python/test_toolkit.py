@@ -49,6 +49,7 @@ def test_tunes(tuned, wisdom, tmp_path):
     assert tuning.is_complete and not tuning.is_interrupted and tuning.measured > 0
     assert tuning.configurations[0].name == "given"
     assert tuning.chosen in [ran.name for ran in tuning.configurations]
+    assert all(channels % 8 == 0 for channels in tuning.padded.values())
     # Kernels that are close are exchanged behind the run of the configurations, so that times differ from theirs.
     assert 0 < tuning.after_ms <= tuning.before_ms
     done, of, seconds = steps[-1]

@@ -71,6 +71,10 @@ std::string tune_text(const TuneReport& report, size_t width) {
     ++changed;
   }
   if (changed != 0) text += "\n" + layers.text(width);
+  if (!report.padded.empty()) {
+    text += "\n" + counted(report.padded.size(), "layer") +
+            " with channels of zeros up to a whole block of 8\n";
+  }
   text += "\n" + counted(changed, "layer") + " changed, " +
           counted(report.assigned.converters.size(), "converter") + " new; " +
           std::to_string(report.measured) + " kernels measured and " +
@@ -112,6 +116,9 @@ std::string tune_json(const TuneReport& report, const TuneOptions& options) {
   }
   json.end_array();
   json.text("chosen", report.chosen);
+  json.begin_object("padded_channels");
+  for (const auto& [id, channels] : report.padded) json.integer(id.c_str(), channels);
+  json.end_object();
   json.number("before_ms", report.before);
   json.number("after_ms", report.after);
   json.number("difference", report.difference);

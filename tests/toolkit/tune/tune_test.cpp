@@ -221,6 +221,70 @@ TEST(Tune, WhatTheLastPassesSayHolds) {
   EXPECT_EQ(layers.at("c")->kernel->kernel_type.find("Fallback"), std::string::npos);
 }
 
+/// Passes are so much faster with channels in whole blocks.
+class BlocksMeter final : public Meter {
+ public:
+  explicit BlocksMeter(double factor) : factor_(factor) {}
+
+  std::vector<double> time_work(const std::vector<Work>& rivals) override {
+    return work_.time_work(rivals);
+  }
+
+  std::vector<double> time_passes(const std::vector<const runtime::QRTModel*>& models,
+                                  const std::string& network,
+                                  const std::map<std::string, runtime::TensorShape>&) override {
+    std::vector<double> times;
+    for (const runtime::QRTModel* model : models) {
+      const auto& layers = model->model_arr->infos.at(network)->layers;
+      const auto& convolution = dynamic_cast<const runtime::Conv2dInfo&>(*layers.at("c"));
+      const bool is_given =
+          model->config_arr->cfgs.at(network)->cpu_sse->layer_cfgs.at("r")->kernel->kernel_type ==
+          "ReLU_Fallback_Float_M1";
+      times.push_back((convolution.out_channels == 16 ? factor_ : 1) * (is_given ? 10 : 8));
+    }
+    return times;
+  }
+
+ private:
+  RecordedMeter work_;
+  double factor_;
+};
+
+TEST(Tune, ChannelsInWholeBlocksRunBesideTheNetworkAsItIs) {
+  if (documented_kernels().Create("ReLU_SSE_Float_M1") == nullptr)
+    GTEST_SKIP() << "this build has no SSE kernels";
+  auto first = plane_convolution(8, 12, 3, ramp(864, -0.5f, 0.001f), ramp(12));
+  auto second = plane_convolution(12, 8, 3, ramp(864, -0.5f, 0.001f), ramp(8));
+  for (auto* info : {&first, &second}) {
+    info->padding_l = info->padding_r = info->padding_t = info->padding_b = 1;
+  }
+  ModelBuilder builder;
+  builder.input("x")
+      .conv2d("c", "x", first)
+      .activation("r", "c", "ReLU_Fallback_Float_M1")
+      .conv2d("y", "r", second)
+      .outputs({"y"});
+  const auto model = builder.build();
+  const auto tuned_with = [&](double factor) {
+    BlocksMeter meter(factor);
+    return tune_model(*model, documented_kernels(), options_with(meter));
+  };
+  const TunedModel faster = tuned_with(0.5);
+  EXPECT_EQ(faster.report.chosen, "whole blocks");
+  EXPECT_DOUBLE_EQ(faster.report.after, 4);
+  EXPECT_THAT(faster.report.padded, ElementsAre(Pair("c", 16u), Pair("r", 16u)));
+  EXPECT_LT(faster.report.difference, 1e-5);
+  EXPECT_EQ(faster.report.assigned.layers.size(), 4u);
+  const TunedModel slower = tuned_with(2);
+  EXPECT_EQ(slower.report.chosen, "measured");
+  EXPECT_THAT(slower.report.padded, IsEmpty());
+  const auto ran = std::count_if(slower.report.ran.begin(), slower.report.ran.end(),
+                                 [](const TunedConfiguration& one) {
+                                   return one.name == "whole blocks" && one.milliseconds == 16;
+                                 });
+  EXPECT_EQ(ran, 1) << "it ran, and was slower";
+}
+
 TEST(Tune, EachWorkIsTimedOnce) {
   RecordedMeter meter;
   const TunedModel tuned = tune_model(*small_model(), documented_kernels(), options_with(meter));
