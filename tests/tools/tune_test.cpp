@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "qrt_toolkit/tune/tune.h"
+#include "tests/support/model_builder.h"
 #include "tests/tools/tool_runner.h"
 #include "tools/qrt/choice_options.h"
 #include "tools/qrt/network.h"
@@ -152,6 +153,29 @@ TEST_F(TuneTest, TakesSeveralSizes) {
   const Outcome json = tune({"--input", "1x1x3", "--input", "1x2x5", "--json"});
   EXPECT_THAT(json.out, AllOf(HasSubstr("\"sizes\": ["), HasSubstr("\"FLOAT32 CHW 1x2x5\""),
                               HasSubstr("\"weight\": 1")));
+}
+
+TEST_F(TuneTest, InputsMayBeNamedInEachSize) {
+  marlo::test::ModelBuilder builder;
+  builder.input("a").input("b").layer("y", {"a", "b"},
+                                      std::make_shared<marlo::runtime::ElementWiseOperatorInfo>(),
+                                      "Elementwise_Fallback_Float_M1");
+  builder.outputs({"y"}).build()->ToFile(path("a.json").c_str(), "json");
+  const std::vector<std::string> first{"--input", "b=1x4x5", "--input", "a=1x4x5"};
+  std::vector<std::string> both = first;
+  both.insert(both.end(), {"--input", "1x2x2", "--input", "a=1x2x2", "--json"});
+  const Outcome outcome = tune(both);
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("\"a\": \"FLOAT32 CHW 1x4x5\""),
+                                 HasSubstr("\"b\": \"FLOAT32 CHW 1x2x2\"")));
+  EXPECT_EQ(qrt({"info", path("a.json"), first[0], first[1], first[2], first[3]}).code, 0);
+  EXPECT_EQ(qrt({"check", path("a.json"), first[0], first[1], first[2], first[3]}).code, 0);
+  const Outcome twice = tune({"--input", "a=1x4x5", "--input", "a=1x4x5"});
+  EXPECT_EQ(twice.code, 2);
+  EXPECT_THAT(twice.err, HasSubstr("--input names \"a\" twice"));
+  const Outcome unknown = tune({"--input", "a=1x4x5", "--input", "c=1x4x5"});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_THAT(unknown.err, HasSubstr("--input c=1x4x5: expected sizes such as 1x28x28, or LAYER="));
 }
 
 TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {

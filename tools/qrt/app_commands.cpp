@@ -26,7 +26,8 @@ void add_info(CLI::App& app, InfoOptions& options) {
   command->add_option("MODEL", options.model, "Model file, or a single object of one")
       ->required()
       ->type_name("FILE");
-  add_sizes(*command, options.inputs, "Sizes such as 1x28x28, once per input layer");
+  add_sizes(*command, options.inputs,
+            "Sizes such as 1x28x28 or LAYER=1x28x28,\nonce per input layer");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
   command->add_option("-n,--network", options.network, "Show this network only")->type_name("ID");
   command->add_option("--sdk", options.sdk, kSdkHelp)->type_name("SDK");
@@ -261,7 +262,8 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
       ->required()
       ->type_name("FILE");
   add_sizes(*command, options.inputs,
-            "Sizes such as 1x3x224x224, once per input;\nagain for each further size of passes");
+            "Sizes such as 1x3x224x224 or LAYER=1x28x28, once per\ninput; again for each further "
+            "size of passes");
   command
       ->add_option("--weights", options.weights,
                    "How much a pass of each size counts, such as 3,1\n(default: all alike)")
@@ -301,7 +303,8 @@ void add_tune(CLI::App& app, TuneCommandOptions& options) {
       "order of sums, fast lets approximations in. Measurements are kept in a file, by default\n"
       "qrt/wisdom.json in the user's folder for caches, so that like layers of another network\n"
       "need none. An interrupt ends the measurements, and writes the best that is known.\n"
-      "--input 3x224x224 --input 3x320x320 makes the sum of both passes as small as can be.");
+      "--input 3x224x224 --input 3x320x320 makes the sum of both passes as small as can be. Of\n"
+      "several inputs all of the first size come before those of the next.");
   command->callback([&options] { run_tune(options); });
 }
 
@@ -309,7 +312,8 @@ void add_explain(CLI::App& app, ExplainCommandOptions& options) {
   CLI::App* command =
       app.add_subcommand("explain", "Show where the time of a model goes, and why it isn't less");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
-  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
+  add_sizes(*command, options.inputs,
+            "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input");
   command->add_option("-n,--network", options.network, kNetworkHelp)->type_name("ID");
   command
       ->add_option("--seconds", options.seconds,
@@ -358,7 +362,8 @@ void add_check(CLI::App& app, CheckOptions& options) {
   CLI::App* command =
       app.add_subcommand("check", "Check that a model fits and computes what it says");
   command->add_option("MODEL", options.model, kModelHelp)->required()->type_name("FILE");
-  add_sizes(*command, options.inputs, "Sizes such as 1x3x224x224, once per input");
+  add_sizes(*command, options.inputs,
+            "Sizes such as 1x3x224x224 or LAYER=1x28x28,\nonce per input");
   command->add_flag("--keep-batch", options.keep_batch, kKeepBatchHelp);
   command->add_option("-n,--network", options.network, "Network to check where there are several")
       ->type_name("ID");

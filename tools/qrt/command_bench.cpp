@@ -42,11 +42,7 @@ std::shared_ptr<marlo::runtime::Context> context_of_its_own() {
 
 InputShapes input_shapes(const NetworkReport& report, const BenchCommandOptions& options) {
   if (options.inputs.empty()) return known_input_shapes(report);
-  std::vector<std::string> sizes;
-  for (const GivenInput& input : assign_inputs(report, options.inputs, "input")) {
-    sizes.push_back(input.value);
-  }
-  return given_input_shapes(report, sizes, options.keep_batch);
+  return given_input_shapes(report, options.inputs, options.keep_batch);
 }
 
 // What opens a model as applications do, or one that was imported from memory.

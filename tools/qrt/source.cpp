@@ -114,7 +114,12 @@ std::map<std::string, std::vector<int64_t>> shapes_of(const std::vector<std::str
     if (is_npy(input.text)) {
       shapes[input.name] = read_tensor(input.text).shape;
     } else if (is_sizes) {
-      shapes[input.name] = parse_open_sizes(option, input.text);
+      const std::vector<int64_t> sizes = parse_open_sizes(option, input.text);
+      const auto [known, is_new] = shapes.emplace(input.name, sizes);
+      // Of several sizes, what differs stays free.
+      for (size_t i = 0; !is_new && i < std::min(sizes.size(), known->second.size()); ++i) {
+        if (known->second[i] != sizes[i]) known->second[i] = -1;
+      }
     }
   }
   return shapes;
