@@ -14,6 +14,17 @@ std::string cell(const std::string& text) { return "<td>" + text + "</td>"; }
 
 std::string number_cell(const std::string& text) { return "<td class=\"n\">" + text + "</td>"; }
 
+/// The heads of columns, in the order in which they stand; those of numbers begin with a minus.
+std::string heads(const std::vector<std::string>& columns) {
+  std::string html = "<thead><tr>";
+  for (const std::string& column : columns) {
+    const bool is_number = column[0] == '-';
+    html += std::string("<th ") + (is_number ? "class=\"n\" " : "") + "scope=\"col\">" +
+            html_text(column.substr(is_number ? 1 : 0)) + "</th>";
+  }
+  return html + "</tr></thead>\n<tbody>\n";
+}
+
 std::string optional_number(double number, int decimals) {
   return number > 0 ? html_number(number, decimals) : "";
 }
@@ -26,7 +37,7 @@ std::string link_to(size_t layer, const std::string& id) {
 std::string bar_cell(const Roofline& roofline, double ms) {
   if (roofline.bound == Bound::none || ms <= 0) return cell("");
   const double percent = 100 * std::clamp(roofline.share, 0.0, 1.0);
-  return "<td><span class=\"bar\"><span class=\"" +
+  return "<td class=\"share\"><span class=\"bar\"><span class=\"" +
          std::string(roofline.bound == Bound::arithmetic ? "arithmetic" : "memory") +
          "\" style=\"width:" + html_number(percent, 1) + "%\"></span></span> " +
          html_percent(roofline.share) + "</td>";
@@ -43,9 +54,8 @@ std::string legend(const Explanation& all) {
 
 std::string kinds_table(const Explanation& all) {
   std::string html =
-      "<div class=\"wide\"><table>\n<caption>Time by kind of layer</caption>\n<thead><tr>"
-      "<th scope=\"col\">kind</th><th scope=\"col\">kernels</th><th scope=\"col\">ms</th>"
-      "<th scope=\"col\">share</th></tr></thead>\n<tbody>\n";
+      std::string("<div class=\"wide\"><table>\n<caption>Time by kind of layer</caption>\n") +
+      heads({"kind", "-kernels", "-ms", "-share"});
   const auto row = [&](const std::string& name, const std::string& count, double ms) {
     html += "<tr><th scope=\"row\">" + html_text(name) + "</th>" + number_cell(count) +
             number_cell(html_number(ms, 4)) +
@@ -58,13 +68,11 @@ std::string kinds_table(const Explanation& all) {
 }
 
 std::string layers_table(const Explanation& all) {
-  std::string html =
-      "<div class=\"wide\"><table>\n<caption>Layers in the order in which they run</caption>\n"
-      "<thead><tr><th scope=\"col\">#</th><th scope=\"col\">layer</th><th scope=\"col\">kernel</th>"
-      "<th scope=\"col\">ms</th><th scope=\"col\">share</th><th scope=\"col\">GFLOP/s</th>"
-      "<th scope=\"col\">GB/s</th><th scope=\"col\">operations a byte</th>"
-      "<th scope=\"col\">of the limit</th><th scope=\"col\">limit</th>"
-      "</tr></thead>\n<tbody>\n";
+  std::string html = std::string(
+                         "<div class=\"wide\"><table>\n<caption>Layers in the order in which they "
+                         "run</caption>\n") +
+                     heads({"-#", "layer", "kernel", "-ms", "-share", "-GFLOP/s", "-GB/s",
+                            "-operations a byte", "of the limit", "limit"});
   const auto row = [&](const std::string& number, const std::string& name,
                        const std::string& kernel, double ms, const Roofline& roofline) {
     html += "<tr>" + number_cell(number) + "<th scope=\"row\">" + name + "</th>" +
@@ -88,11 +96,9 @@ std::string layers_table(const Explanation& all) {
 
 std::string candidates_table(const ExplainedLayer& layer) {
   std::string html =
-      "<div class=\"wide\"><table>\n<caption>Kernels that can run it</caption>\n<thead><tr>"
-      "<th scope=\"col\">kernel</th><th scope=\"col\">needs</th><th scope=\"col\">reads</th>"
-      "<th scope=\"col\">ms alone</th><th scope=\"col\">converters ms</th>"
-      "<th scope=\"col\">behind</th><th scope=\"col\">results differ "
-      "by</th></tr></thead>\n<tbody>\n";
+      std::string("<div class=\"wide\"><table>\n<caption>Kernels that can run it</caption>\n") +
+      heads({"kernel", "needs", "reads", "-ms alone", "-converters ms", "-behind",
+             "-results differ by"});
   for (const ExplainedCandidate& candidate : layer.candidates) {
     char difference[32];
     std::snprintf(difference, sizeof difference, "%.2g", candidate.difference);
@@ -151,14 +157,10 @@ std::string remarks(const Explanation& all) {
 }
 
 std::string machine_table(const MachineLimits& machine) {
+  std::vector<std::string> columns{"kernels", "-GFLOP/s"};
+  for (const MemoryLevel& level : machine.levels) columns.push_back("-" + level.name + " GB/s");
   std::string html = "<div class=\"wide\"><table>\n<caption>Limits of one core of " +
-                     html_text(machine.processor) +
-                     "</caption>\n<thead><tr><th scope=\"col\">kernels</th>" +
-                     "<th scope=\"col\">GFLOP/s</th>";
-  for (const MemoryLevel& level : machine.levels) {
-    html += "<th scope=\"col\">" + html_text(level.name) + " GB/s</th>";
-  }
-  html += "</tr></thead>\n<tbody>\n";
+                     html_text(machine.processor) + "</caption>\n" + heads(columns);
   for (size_t s = 1; s < machine.gigaflops.size(); ++s) {
     if (machine.gigaflops.at(s) <= 0) continue;
     html += std::string("<tr><th scope=\"row\">") + word_of(static_cast<KernelSet>(s)) + "</th>" +

@@ -20,7 +20,10 @@ table { border-collapse: collapse; margin: 1rem 0; }
 caption { text-align: left; font-weight: bold; padding: .3rem 0; }
 th, td { border-bottom: 1px solid var(--edge); padding: .2rem .6rem; text-align: left;
   vertical-align: top; }
-th[scope=row] { font-weight: normal; overflow-wrap: anywhere; }
+th[scope=row] { font-weight: normal; overflow-wrap: anywhere; min-width: 7rem; }
+th.n { text-align: right; }
+td.share { white-space: nowrap; }
+td code { display: inline-block; min-width: 12rem; }
 td.n { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; }
 code { font-size: .85em; overflow-wrap: anywhere; }
 svg { display: block; width: 100%; }
@@ -36,7 +39,7 @@ svg rect { stroke: var(--paper); stroke-width: .5; vector-effect: non-scaling-st
 .legend { list-style: none; display: flex; flex-wrap: wrap; gap: .3rem 1.2rem; padding: 0; }
 .swatch { display: inline-block; width: 1em; height: 1em; margin-right: .4em;
   vertical-align: -.15em; }
-.bar { display: inline-block; width: 8rem; height: .8em; border: 1px solid var(--faint); }
+.bar { display: inline-block; width: 6rem; height: .8em; border: 1px solid var(--faint); }
 .bar span { display: block; height: 100%; }
 .arithmetic { background: #0072b2; }
 .memory { background: #e69f00; }

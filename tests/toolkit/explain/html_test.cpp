@@ -142,7 +142,7 @@ TEST(ExplainHtml, WhatIsMissingIsSaid) {
 
 TEST(ExplainHtml, OperationsAByteStandInATable) {
   const std::string html = explain_html(explanation_of(1), "net");
-  EXPECT_THAT(html, HasSubstr("<th scope=\"col\">operations a byte</th>"));
+  EXPECT_THAT(html, HasSubstr("<th class=\"n\" scope=\"col\">operations a byte</th>"));
   // 2 million operations on 1024 bytes.
   EXPECT_THAT(html, HasSubstr("<td class=\"n\">1953.1</td>"));
 }
