@@ -7,7 +7,11 @@ import tempfile
 def replace_file(path: str, data: bytes) -> None:
     """Writes `data` to a new file beside `path`, and puts it in its place."""
     folder = os.path.dirname(os.path.abspath(path))
-    descriptor, name = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=folder)
+    try:
+        descriptor, name = tempfile.mkstemp(prefix=os.path.basename(path) + ".", dir=folder)
+    except OSError as error:
+        # It names a file that nobody asked for.
+        raise type(error)(error.errno, error.strerror, path) from None
     try:
         with os.fdopen(descriptor, "wb") as file:
             file.write(data)

@@ -193,6 +193,10 @@ void bind_net(py::module_& module) {
              return "<Net " + quoted(net.id()) + ", " +
                     std::to_string(net.network().net()->layers.size()) + " layers>";
            })
+      .def("_repr_html_",
+           [](const py::object& net) {
+             return py::module_::import("qrt_core._shown").attr("net_html")(net);
+           })
       .def("__reduce__", [](const Net& net) {
         return py::make_tuple(py::module_::import("qrt_core._pickled").attr("net_of"),
                               py::make_tuple(net.source()->bytes(), net.id()));
@@ -243,6 +247,10 @@ void bind_model_class(py::module_& module) {
           "TypeError: for inputs that aren't shapes by network and input id.")
       .def("_info", [](const PyModel& model) { return info_of(*model.source()->tree()); })
       .def("__repr__", [](PyModel& model) { return "<Model of " + listed(model.ids()) + ">"; })
+      .def("_repr_html_",
+           [](const py::object& model) {
+             return py::module_::import("qrt_core._shown").attr("model_html")(model);
+           })
       .def("__reduce__", [](const PyModel& model) {
         return py::make_tuple(
             py::module_::import("qrt_core._pickled").attr("model_of"),

@@ -2,6 +2,7 @@
 
 import json
 import logging
+import os
 import pickle
 
 import models
@@ -111,3 +112,18 @@ def test_every_public_name_says_what_it_is():
             if not member.startswith("_") and (callable(value) or isinstance(value, property)):
                 assert value.__doc__, f"{name}.{member}"
     assert qrt.__version__.count(".") == 2
+
+
+def test_a_notebook_shows_models_and_networks():
+    model = qrt.load(models.DIGITS)
+    shown = model._repr_html_()
+    assert "<td>digits</td><td>10</td><td>input: 1 x 28 x 28</td>" in shown and "digits.json" in shown
+    shown = model["digits"]._repr_html_()
+    assert shown.count("<tr>") == 11 and "<td>conv1</td><td>Conv2d</td>" in shown and "from input: 1 x 28 x 28" in shown
+
+
+def test_what_cant_be_saved_names_the_file(tmp_path):
+    path = tmp_path / "none" / "m.json"
+    with pytest.raises(FileNotFoundError) as caught:
+        qrt.load(models.DIGITS).save(path)
+    assert caught.value.filename == os.fspath(path)
