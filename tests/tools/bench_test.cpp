@@ -146,7 +146,7 @@ TEST_F(BenchTest, RefusesWhatDoesNotFit) {
   EXPECT_THAT(channels.err, AllOf(HasSubstr("can't run on these sizes"), HasSubstr("mix")));
   const Outcome two = qrt({"bench", path("m.json"), "--input", "1x2x3", "--input", "1x2x3"});
   EXPECT_EQ(two.code, 2);
-  EXPECT_THAT(two.err, HasSubstr("expected 1 input (--input)"));
+  EXPECT_THAT(two.err, HasSubstr("has 1 input; found 2 --inputs"));
   const Outcome far = qrt({"bench", path("m.json"), "--cpu", "65535"});
   EXPECT_EQ(far.code, 2);
   EXPECT_THAT(far.err, HasSubstr("processor 65535 can't be used"));
