@@ -79,6 +79,17 @@ function(qrt_add_objects name sources)
   target_include_directories(qrt_objects_${name} SYSTEM PRIVATE "${RAPIDJSON_INCLUDE_DIR}")
   # Steps of recurrent networks call expf and tanhf for each number: straight, without a stub that jumps there.
   target_compile_options(qrt_objects_${name} PRIVATE -fno-plt)
+  # Unoptimised, a core of unrolled vectors takes a compiler twice as long as optimised. Calls stay calls: the check of
+  # object files finds an inline function that leaves its instruction set by its symbol.
+  if(name MATCHES "fma|avx512")
+    target_compile_options(qrt_objects_${name} PRIVATE $<$<CONFIG:Debug>:-Og> $<$<CONFIG:Debug>:-fno-inline>)
+  endif()
+  # Such code has thousands of accesses and locals in a function: checks are called instead of written out, and locals
+  # are watched while a function runs only, which takes a third off.
+  if(QRT_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND name MATCHES "fma|avx512")
+    target_compile_options(qrt_objects_${name} PRIVATE -g0 -fno-sanitize-address-use-after-scope
+      "SHELL:-mllvm -asan-instrumentation-with-call-threshold=500")
+  endif()
   # What vectors compute doesn't lead a fuzzer anywhere, and there is much code of it.
   if(QRT_BUILD_FUZZ AND name STREQUAL "base")
     target_compile_options(qrt_objects_${name} PRIVATE -fsanitize=fuzzer-no-link)
