@@ -79,15 +79,22 @@ struct ReadPage {
   std::vector<PlacedLine> lines;
 };
 
-/// The model beside the tool, or where an installation puts it.
+/// The model beside the tool, or where an installation puts it: below the tool's own prefix, which may have been
+/// moved, or below that of the build, where a system without /proc doesn't say where the tool stands.
 std::string installed_model() {
+  namespace fs = std::filesystem;
   std::error_code fault;
-  const auto folder = std::filesystem::read_symlink("/proc/self/exe", fault).parent_path();
-  for (const auto& place : {folder / kModelName, folder / ".." / "share" / "qrt" / kModelName}) {
-    if (std::filesystem::exists(place, fault)) return place.string();
+  const fs::path folder = fs::read_symlink("/proc/self/exe", fault).parent_path();
+  std::vector<fs::path> places;
+  if (!folder.empty()) places = {folder, folder / ".." / "share" / "qrt"};
+  places.emplace_back(QRT_INSTALLED_DATA);
+  std::string looked_in;
+  for (const fs::path& place : places) {
+    if (fs::exists(place / kModelName, fault)) return (place / kModelName).string();
+    looked_in += (looked_in.empty() ? "" : ", ") + place.lexically_normal().string();
   }
-  throw ToolError(kModelError, std::string("there is no ") + kModelName +
-                                   " beside the tool; name the model with --model");
+  throw ToolError(kModelError, std::string("there is no ") + kModelName + " beside the tool (looked in " +
+                                   looked_in + "); name the model with --model");
 }
 
 marlo::utility::Model open_model(const std::string& path, const std::string& isa) {
