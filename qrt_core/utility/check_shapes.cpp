@@ -158,6 +158,11 @@ std::vector<LayerShapes> check_shapes(const runtime::Net& net,
       check_layer(*net.layers[index], index, inputs, *context->cpu, layers, layers[index]);
     } catch (const Error& failure) {
       layers[index].fault = failure.message();
+      // Some refusals have no text of their own.
+      if (layers[index].fault.empty()) {
+        layers[index].fault =
+            layers[index].place.kernel + " refuses " + ShapesText(layers[index].inputs);
+      }
     } catch (const std::exception& failure) {
       layers[index].fault = failure.what();
     }

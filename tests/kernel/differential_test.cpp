@@ -37,7 +37,6 @@ void try_kept_layers() {
 }
 
 TEST(KeptLayers, AgreeInEveryKernelAndReachEach) {
-  const WithForeseenRefusals foreseen;
   try_kept_layers();
   for (const std::string& key : all_kernels().Keys()) {
     if (kNeverConfigured.count(key) != 0 || has_own_description(key)) continue;

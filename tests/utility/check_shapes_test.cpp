@@ -83,8 +83,12 @@ TEST_F(CheckShapes, NamesTheKernelAndWhatItRefuses) {
 }
 
 TEST_F(CheckShapes, FindsAWindowThatIsLargerThanItsInput) {
-  EXPECT_THAT(check(two_layers(), chw({2, 2, 2}))[1].fault, HasSubstr("which is empty"));
-  EXPECT_THAT(check(two_layers(), chw({2, 1, 1}))[1].fault, HasSubstr("which no tensor can hold"));
+  for (const uint32_t size : {1u, 2u}) {
+    const auto layers = check(two_layers(), chw({2, size, size}));
+    EXPECT_THAT(layers[1].fault, HasSubstr("_Fallback_CHW_Float_M1 refuses FLOAT32 CHW"));
+    ASSERT_EQ(layers[1].place.misfits.size(), 1u);
+    EXPECT_EQ(layers[1].place.misfits[0].expected, "room for a window of 3 x 3, paddings included");
+  }
 }
 
 TEST_F(CheckShapes, TakesTheTextOfAKernelThatThrows) {
@@ -105,6 +109,46 @@ TEST_F(CheckShapes, NamesAxesThatAreNoPermutationOfTheInputs) {
   const auto layers = check(transposed({2, 0, 1}), chw({2, 7, 5}));
   EXPECT_EQ(layers[1].fault, "");
   EXPECT_EQ(layers[1].outputs.at(0).dims, (Dims{5, 2, 7}));
+}
+
+// Kernels take these descriptions and this input, and throw in a pass.
+TEST_F(CheckShapes, NamesTheMemberThatOnlyAPassRefuses) {
+  const auto pooling = std::make_shared<runtime::MaxPool2dInfo>();
+  pooling->kernel_x = pooling->kernel_y = 2;
+  pooling->stride_x = pooling->stride_y = 1;
+  pooling->padding_l = -1;
+  const auto softmax = std::make_shared<runtime::SoftmaxInfo>();
+  const auto sum = std::make_shared<runtime::TensorArithmeticInfo>();
+  sum->dim = {1, 1};
+  const auto unsqueeze = std::make_shared<runtime::TensorUnSqueezeInfo>();
+  unsqueeze->dim = 5;
+  const auto slice = std::make_shared<runtime::TensorSliceInfo>();
+  slice->slice_dims = {0, 2, 1, 0, 8, 1, 0, 5, 1};
+  const auto expand = std::make_shared<runtime::TensorExpandInfo>();
+  expand->new_shape = {1, -1, 14, 5};
+  const auto reshape = std::make_shared<runtime::TensorReshapeInfo>();
+  reshape->new_shape = {1, -1, -1};
+  struct Case {
+    std::shared_ptr<runtime::LayerInfo> info;
+    const char* kernel;
+    const char* member;
+  };
+  const std::vector<Case> cases = {
+      {pooling, "Pooling2D_Max_Fallback_Float_M1", "padding_l, padding_r, padding_t, padding_b"},
+      {softmax, "Softmax_Fallback_Float_M1", "dim"},
+      {sum, "TensorArithmetic_Fallback_M1", "dim"},
+      {unsqueeze, "UnSqueeze_Fallback_M1", "dim"},
+      {slice, "Slice_Fallback_CHW_Float_M1", "slice_dims"},
+      {expand, "Expand_Fallback_CHW_Float_M1", "input 0"},
+      {reshape, "Transform_MainMemory_Reshape_Fallback", "new_shape"}};
+  for (const Case& wrong : cases) {
+    const testing::ScopedTrace trace("", 0, wrong.kernel);
+    const auto model = ModelBuilder().input("x").layer("y", {"x"}, wrong.info, wrong.kernel);
+    const auto layers = check(model, chw({2, 7, 5}));
+    EXPECT_THAT(layers[1].fault, HasSubstr(std::string(wrong.kernel) + " refuses"));
+    ASSERT_EQ(layers[1].place.misfits.size(), 1u);
+    EXPECT_EQ(layers[1].place.misfits[0].member, wrong.member);
+  }
 }
 
 // Of these a pass says "Not Implemented."

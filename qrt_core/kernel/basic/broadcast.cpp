@@ -103,6 +103,18 @@ KernelFamily::Misfits Broadcast::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Broadcast::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.size() != 2) return {};
+  const bool makes_nothing = runtime::ElementCount(InferOutputShapes(inputs)[0]) == 0;
+  const bool has_numbers =
+      runtime::ElementCount(inputs[0]) != 0 && runtime::ElementCount(inputs[1]) != 0;
+  expected.expect(makes_nothing || has_numbers, "inputs",
+                  "two that have elements, for an output that has some",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 bool Broadcast::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   op_type_ = static_cast<const BroadcastOperatorInfo&>(*info).op_type;
   return true;

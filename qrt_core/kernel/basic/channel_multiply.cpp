@@ -48,6 +48,26 @@ KernelFamily::Misfits ChannelMultiply::input_refusals(const Shapes& inputs) cons
   return std::move(expected).unmet();
 }
 
+// The sizes of a vector and a map that don't belong together aren't part of the test of inputs.
+bool ChannelMultiply::belong_together(const TensorShape& vector, const TensorShape& map,
+                                      const TensorShape& output) const {
+  const uint64_t channels = uint64_t{output.dims[0]} * row_.block;
+  return runtime::ElementCount(vector) >= channels &&
+         runtime::ElementCount(map) >= channels * output.dims[1] * output.dims[2];
+}
+
+KernelFamily::Misfits ChannelMultiply::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.size() != 2 || inputs[0].dims.size() != 4 || inputs[1].dims.size() != 4) return {};
+  expected.expect(inputs[0].dims[3] == row_.block, "input 0",
+                  "blocks of " + std::to_string(row_.block), runtime::ShapeText(inputs[0]));
+  const size_t vector = inputs[0].dims[1] == 1 ? 0 : 1;
+  expected.expect(belong_together(inputs[vector], inputs[1 - vector], InferOutputShapes(inputs)[0]),
+                  "inputs", "a map, and a vector of as many blocks of channels",
+                  runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits ChannelMultiply::differences(const LayerInfo& info, const Shapes&) const {
   Expectations expected;
   const auto* layer = expected.describe<BroadcastOperatorInfo>(&info, nullptr);
@@ -97,9 +117,7 @@ int ChannelMultiply::Forward(const Tensors& inputs, Tensors& outputs, const Pass
   const std::vector<uint32_t>& dims = output->shape.dims;
   const size_t blocks = dims[0];
   const size_t pixels = size_t{dims[1]} * dims[2];
-  // The sizes of a vector and a map that don't belong together aren't part of the test of inputs.
-  Assert(runtime::ElementCount(vector.shape) >= blocks * row_.block &&
-             runtime::ElementCount(map.shape) >= blocks * pixels * row_.block,
+  Assert(belong_together(vector.shape, map.shape, output->shape),
          "%s: input %d is no map of %zu blocks of %zu pixels, or input %d no vector of theirs",
          row_.name, vector_first ? 1 : 0, blocks, pixels, vector_first ? 0 : 1);
   row_.core(static_cast<const float*>(vector.RawPointer()),

@@ -32,6 +32,7 @@ class ChannelMultiply : public KernelFamily {
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
   int CheckOutputs(const Tensors& tensors) const;
@@ -40,6 +41,8 @@ class ChannelMultiply : public KernelFamily {
 
  private:
   bool is_blocked(const std::shared_ptr<runtime::Tensor>& tensor) const;
+  bool belong_together(const runtime::TensorShape& vector, const runtime::TensorShape& map,
+                       const runtime::TensorShape& output) const;
 
   const ChannelMultiplyRow& row_;
 };

@@ -70,6 +70,16 @@ KernelFamily::Misfits Elementwise::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Elementwise::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.size() == 2) {
+    expected.expect(ElementCount(inputs[1]) >= ElementCount(inputs[0]), "input 1",
+                    "as many elements as input 0 " + runtime::ShapeText(inputs[0]),
+                    runtime::ShapeText(inputs[1]));
+  }
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits Elementwise::differences(const LayerInfo&, const Shapes& inputs) const {
   Expectations expected;
   if (inputs.size() == 2) {

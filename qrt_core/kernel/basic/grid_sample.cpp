@@ -42,6 +42,10 @@ struct Plane {
   }
 };
 
+bool has_no_pixels(const std::vector<uint32_t>& picture) {
+  return picture[1] == 0 || picture[2] == 0;
+}
+
 // Far outside every picture, and small enough to be an integer. A NaN counts as far outside.
 float within_reach(float coordinate) {
   constexpr float kReach = 1099511627776.0f;
@@ -122,6 +126,18 @@ KernelFamily::Misfits GridSample::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits GridSample::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.size() != 2 || inputs[0].dims.size() != 3 || inputs[1].dims.size() != 3) return {};
+  const std::vector<uint32_t>& grid = inputs[1].dims;
+  expected.expect(grid[2] == 2, "input 1", "pairs of numbers, [H, W, 2]",
+                  runtime::ShapeText(inputs[1]));
+  const bool makes_nothing = inputs[0].dims[0] == 0 || grid[0] == 0 || grid[1] == 0;
+  expected.expect(makes_nothing || !has_no_pixels(inputs[0].dims), "input 0",
+                  "a picture that has pixels", runtime::ShapeText(inputs[0]));
+  return std::move(expected).unmet();
+}
+
 bool GridSample::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   const auto& sample = static_cast<const GridSampleInfo&>(*info);
   mode_ = runtime::GridSampleWord(sample.mode);
@@ -160,8 +176,8 @@ int GridSample::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pas
   Assert(grid.shape.dims[2] == 2, "%s: the grid must hold pairs, not %u numbers each", row_.name,
          grid.shape.dims[2]);
   const std::vector<uint32_t>& dims = picture.shape.dims;
-  const bool empty = dims[1] == 0 || dims[2] == 0;
-  Assert(!empty || runtime::ElementCount(shape) == 0, "%s: the picture is empty", row_.name);
+  Assert(!has_no_pixels(dims) || runtime::ElementCount(shape) == 0, "%s: the picture is empty",
+         row_.name);
   Assert(mode_ == kNearest || mode_ == kBilinear, nullptr);
 
   auto output = pass.create(shape);

@@ -192,6 +192,39 @@ int Pooling::CheckInputs(const Tensors& tensors) const {
   return tensor_verdict(is_one_float(tensors) && tensors[0]->shape.layout == row_.layout);
 }
 
+bool Pooling::has_negative_padding() const {
+  return std::min({params_.padding_l, params_.padding_r, params_.padding_t, params_.padding_b}) < 0;
+}
+
+bool Pooling::windows_fit(const std::vector<uint32_t>& dims) const {
+  const PoolingParams& p = params_;
+  return window_fits(dims[1], p.padding_t, p.padding_b, extent(p.kernel_y, p.dilation_y)) &&
+         window_fits(dims[2], p.padding_l, p.padding_r, extent(p.kernel_x, p.dilation_x));
+}
+
+KernelFamily::Misfits Pooling::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  const std::vector<uint32_t>& dims = inputs[0].dims;
+  const bool right_dims =
+      row_.block == 1 ? dims.size() == 3 : dims.size() == 4 && dims[3] == row_.block;
+  expected.expect(
+      right_dims, "input 0",
+      row_.block == 1 ? "3 dims" : "4 dims, the last of them " + std::to_string(row_.block),
+      runtime::ShapeText(inputs[0]));
+  const std::vector<int32_t> paddings = {params_.padding_l, params_.padding_r, params_.padding_t,
+                                         params_.padding_b};
+  expected.expect(!has_negative_padding(), "padding_l, padding_r, padding_t, padding_b",
+                  "none below 0", listed(paddings));
+  if (!expected.met()) return std::move(expected).unmet();
+  expected.expect(windows_fit(dims), "kernel_y, kernel_x",
+                  "a window that has a place in the padded input, " +
+                      by(padded_size(dims[1], params_.padding_t, params_.padding_b),
+                         padded_size(dims[2], params_.padding_l, params_.padding_r)),
+                  by(params_.kernel_y, params_.kernel_x));
+  return std::move(expected).unmet();
+}
+
 // The input, if nothing about it and the parameters sends the core outside of a block.
 std::shared_ptr<TensorCPU> Pooling::checked_input(const Tensors& inputs) const {
   const std::vector<uint32_t> none;
@@ -203,13 +236,10 @@ std::shared_ptr<TensorCPU> Pooling::checked_input(const Tensors& inputs) const {
          "%s: the input must be one FLOAT32 tensor of layout %u with blocks of %u in main memory",
          row_.name, static_cast<uint32_t>(row_.layout), row_.block);
   const PoolingParams& p = params_;
-  Assert(p.padding_l >= 0 && p.padding_r >= 0 && p.padding_t >= 0 && p.padding_b >= 0,
-         "%s: a padding is negative: %d left, %d right, %d top, %d bottom", row_.name, p.padding_l,
-         p.padding_r, p.padding_t, p.padding_b);
-  const bool fits =
-      window_fits(dims[1], p.padding_t, p.padding_b, extent(p.kernel_y, p.dilation_y)) &&
-      window_fits(dims[2], p.padding_l, p.padding_r, extent(p.kernel_x, p.dilation_x));
-  Assert(fits, "%s: a window of %u by %u doesn't fit into the padded input of %u by %u", row_.name,
+  Assert(!has_negative_padding(), "%s: a padding is negative: %d left, %d right, %d top, %d bottom",
+         row_.name, p.padding_l, p.padding_r, p.padding_t, p.padding_b);
+  Assert(windows_fit(dims),
+         "%s: a window of %u by %u doesn't fit into the padded input of %u by %u", row_.name,
          p.kernel_y, p.kernel_x, padded_size(dims[1], p.padding_t, p.padding_b),
          padded_size(dims[2], p.padding_l, p.padding_r));
   return std::static_pointer_cast<TensorCPU>(inputs[0]);

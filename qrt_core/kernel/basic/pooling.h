@@ -54,6 +54,7 @@ class Pooling : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:
@@ -61,6 +62,8 @@ class Pooling : public KernelFamily {
 
   uint32_t output_size(uint32_t padded, uint32_t kernel, uint32_t dilation, uint32_t stride) const;
   TensorPointer checked_input(const Tensors& inputs) const;
+  bool has_negative_padding() const;
+  bool windows_fit(const std::vector<uint32_t>& dims) const;
   bool has_margin() const;
   PoolingTask task_for(const runtime::TensorShape& input, const runtime::TensorShape& output) const;
   TensorPointer padded_input(const TensorPointer& input, PoolingTask& task, const Pass& pass) const;

@@ -43,13 +43,17 @@ LayoutType layout_of_rank(size_t rank) {
 // An axis of the model as one of the tensor.
 int16_t without_batch(int16_t axis) { return axis > 0 ? static_cast<int16_t>(axis - 1) : axis; }
 
+// Where an axis of the model is among those of the tensor; may be outside.
+int64_t place_of(int16_t axis, const std::vector<uint32_t>& dims) {
+  return axis == kLastAxis ? static_cast<int64_t>(dims.size()) - 1 : int64_t{without_batch(axis)};
+}
+
 // The axes of the tensor in ascending order.
 std::vector<size_t> sorted_axes(const char* kernel, const std::vector<int16_t>& listed,
                                 const std::vector<uint32_t>& dims) {
   std::vector<size_t> axes;
   for (const int16_t axis : listed) {
-    const int64_t place =
-        axis == kLastAxis ? static_cast<int64_t>(dims.size()) - 1 : int64_t{without_batch(axis)};
+    const int64_t place = place_of(axis, dims);
     Assert(place >= 0 && place < static_cast<int64_t>(dims.size()),
            "%s: there is no axis %d in a tensor of %zu dims", kernel, axis, dims.size());
     axes.push_back(static_cast<size_t>(place));
@@ -150,6 +154,30 @@ KernelFamily::Misfits Reduction::input_refusals(const Shapes& inputs) const {
   Expectations expected;
   expected.expect(false, "inputs", "one FLOAT32 or INT16 tensor in main memory",
                   runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Reduction::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  const std::vector<uint32_t>& dims = inputs[0].dims;
+  expected.expect(inputs[0].data_type == DataType::FLOAT32, "input 0", "FLOAT32",
+                  runtime::ShapeText(inputs[0]));
+  expected.expect(operation_ != Operation::none, "arith_type", "a kind that was configured",
+                  "none");
+  std::vector<int64_t> places;
+  for (const int16_t axis : axes_) places.push_back(place_of(axis, dims));
+  bool exist = true;
+  for (const int64_t place : places) {
+    exist = exist && place >= 0 && place < static_cast<int64_t>(dims.size()) &&
+            dims[static_cast<size_t>(place)] != 0;
+  }
+  std::sort(places.begin(), places.end());
+  const bool unique = std::adjacent_find(places.begin(), places.end()) == places.end();
+  expected.expect(
+      exist && unique, "dim",
+      "axes of the input " + listed(dims) + ", behind a batch at 0, of sizes above 0, each once",
+      listed(axes_));
   return std::move(expected).unmet();
 }
 

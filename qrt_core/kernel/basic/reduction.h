@@ -37,6 +37,7 @@ class Reduction : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
 
  private:
   enum class Operation { none, sum, mean };

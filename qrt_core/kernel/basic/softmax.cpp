@@ -42,6 +42,15 @@ KernelFamily::Misfits Softmax::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Softmax::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  const size_t dims = inputs.empty() ? 0 : inputs[0].dims.size();
+  expected.expect(dim_ >= 1 && dim_ <= dims, "dim",
+                  "an axis of the input, counted from 1, which has " + counted(dims, "dim"),
+                  std::to_string(dim_));
+  return std::move(expected).unmet();
+}
+
 bool Softmax::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   dim_ = static_cast<const SoftmaxInfo&>(*info).dim;
   return true;

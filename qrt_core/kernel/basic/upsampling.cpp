@@ -147,6 +147,18 @@ KernelFamily::Misfits Upsampling::differences(const LayerInfo&, const Shapes& in
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Upsampling::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  const std::vector<uint32_t>& size = inputs[0].dims;
+  const bool right_dims = size.size() == dims() && (row_.block == 1 || size[3] == row_.block);
+  expected.expect(
+      right_dims, "input 0",
+      row_.block == 1 ? "3 dims" : "4 dims, the last of them " + std::to_string(row_.block),
+      runtime::ShapeText(inputs[0]));
+  return std::move(expected).unmet();
+}
+
 bool Upsampling::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   const auto& upsample = static_cast<const Upsample2dInfo&>(*info);
   factor_y_ = upsample.scale_factor_y;

@@ -80,6 +80,7 @@ class Upsampling : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

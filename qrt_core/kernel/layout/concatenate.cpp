@@ -48,6 +48,12 @@ TensorShape joined(const KernelFamily::Shapes& shapes, size_t axis) {
   return shape;
 }
 
+bool fill_exactly(const KernelFamily::Shapes& parts, const TensorShape& whole) {
+  uint64_t bytes = 0;
+  for (const TensorShape& part : parts) bytes += runtime::ByteSize(part);
+  return bytes == runtime::ByteSize(whole);
+}
+
 KernelFamily::Shapes shapes_of(const KernelFamily::Tensors& tensors) {
   KernelFamily::Shapes shapes;
   shapes.reserve(tensors.size());
@@ -80,6 +86,13 @@ KernelFamily::Misfits ChannelConcatenate::input_refusals(const Shapes& inputs) c
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits ChannelConcatenate::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  expected.expect(fill_exactly(inputs, InferOutputShapes(inputs)[0]), "inputs",
+                  "tensors that differ in their first dim only", runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Shapes ChannelConcatenate::InferOutputShapes(const Shapes& shapes) const {
   const bool usable = !shapes.empty() && std::none_of(shapes.begin(), shapes.end(),
                                                       [](auto& s) { return s.dims.empty(); });
@@ -105,11 +118,10 @@ int ChannelConcatenate::CheckOutputs(const Tensors& tensors) const {
 }
 
 int ChannelConcatenate::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
-  auto output = pass.create(InferOutputShapes(shapes_of(inputs))[0]);
-  uint64_t bytes = 0;
-  for (const auto& input : inputs) bytes += runtime::ByteSize(input->shape);
-  Assert(bytes == runtime::ByteSize(output->shape),
-         "%s: the inputs must differ in their first dim only", row_.name);
+  const Shapes parts = shapes_of(inputs);
+  auto output = pass.create(InferOutputShapes(parts)[0]);
+  Assert(fill_exactly(parts, output->shape), "%s: the inputs must differ in their first dim only",
+         row_.name);
 
   auto* to = static_cast<char*>(output->RawPointer());
   for (const auto& input : inputs) {

@@ -22,6 +22,12 @@ constexpr long kTooManyKept = 3;
 
 bool is_kept(int16_t entry) { return entry < 0; }
 
+// Among the dims that may be expanded: the last of four is a block's.
+bool has_size_of_one(const std::vector<uint32_t>& dims) {
+  const auto end = dims.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(dims.size(), 3));
+  return std::find(dims.begin(), end, 1u) != end;
+}
+
 // The same for elements of two bytes, for which there is no vector form.
 void repeat_halfwords(const uint16_t* values, size_t planes, size_t pixels, size_t block,
                       uint16_t* out) {
@@ -57,6 +63,15 @@ KernelFamily::Misfits Expand::input_refusals(const Shapes& inputs) const {
       false, "inputs",
       "one FLOAT32 or INT16 tensor " + runtime::LayoutText(row_.layout) + " in main memory",
       runtime::ShapesText(inputs));
+  return std::move(expected).unmet();
+}
+
+KernelFamily::Misfits Expand::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  expected.expect(has_size_of_one(inputs[0].dims), "input 0",
+                  "a size of 1 among the first 3 dims, which could be expanded",
+                  runtime::ShapeText(inputs[0]));
   return std::move(expected).unmet();
 }
 
@@ -102,8 +117,7 @@ int Expand::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) c
   auto output = pass.create(InferOutputShapes({input.shape})[0]);
   const std::vector<uint32_t>& from = input.shape.dims;
   const std::vector<uint32_t>& to = output->shape.dims;
-  const auto spatial_end = from.begin() + static_cast<long>(std::min<size_t>(from.size(), 3));
-  Assert(std::find(from.begin(), spatial_end, 1u) != spatial_end, nullptr);
+  Assert(has_size_of_one(from), nullptr);
 
   const uint32_t element = runtime::ElementSize(input.shape.data_type);
   if (is_implemented(from, to) && element == sizeof(uint16_t)) {

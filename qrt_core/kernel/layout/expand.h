@@ -31,6 +31,7 @@ class Expand : public KernelFamily {
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// @throws std::runtime_error where a dim is kept that the input doesn't have

@@ -25,15 +25,20 @@ inline const runtime::TensorShape& any_shape(const char* kernel,
   return shapes[0];
 }
 
+/// Whether a tensor of shape `to` has more elements than one of shape `from`.
+inline bool grows(const runtime::TensorShape& from, const runtime::TensorShape& to) {
+  uint64_t count = 1;
+  for (const uint32_t size : to.dims) {
+    if (size == 0) return false;
+    if (count <= runtime::ElementCount(from)) count *= size;
+  }
+  return count > runtime::ElementCount(from);
+}
+
 /// @throws std::runtime_error if an output of `shape` would need more bytes than its input has
 inline void refuse_growth(const char* kernel, const runtime::TensorShape& input,
                           const runtime::TensorShape& shape) {
-  uint64_t count = 1;
-  for (const uint32_t size : shape.dims) {
-    if (size == 0) return;
-    if (count <= runtime::ElementCount(input)) count *= size;
-  }
-  utility::Assert(count <= runtime::ElementCount(input),
+  utility::Assert(!grows(input, shape),
                   "%s: the new shape has more elements than the %u of the input", kernel,
                   runtime::ElementCount(input));
 }

@@ -71,6 +71,19 @@ KernelFamily::Misfits PixelShuffle::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+bool PixelShuffle::has_whole_blocks(const std::vector<uint32_t>& dims) const {
+  return this->dims() == 3 || dims[3] == runtime::BlockSize(row_.layout);
+}
+
+KernelFamily::Misfits PixelShuffle::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty() || inputs[0].dims.size() != dims()) return {};
+  expected.expect(has_whole_blocks(inputs[0].dims), "input 0",
+                  "blocks of " + counted(runtime::BlockSize(row_.layout), "channel"),
+                  runtime::ShapeText(inputs[0]));
+  return std::move(expected).unmet();
+}
+
 bool PixelShuffle::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   factor_ = static_cast<const PixelShuffleInfo&>(*info).upscale_factor;
   return true;
@@ -122,9 +135,8 @@ int PixelShuffle::CheckOutputs(const Tensors& tensors) const {
 int PixelShuffle::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const runtime::TensorCPU& input = float_input(row_.name, inputs);
   const TensorShape shape = InferOutputShapes({input.shape})[0];
-  const uint32_t lanes = row_.layout == runtime::LayoutType::C4HW4 ? 4 : 8;
-  const bool whole_blocks = dims() == 3 || shape.dims[3] == lanes;
-  Assert(whole_blocks, "%s: the input must have blocks of %u channels", row_.name, lanes);
+  Assert(has_whole_blocks(shape.dims), "%s: the input must have blocks of %u channels", row_.name,
+         runtime::BlockSize(row_.layout));
   auto output = pass.create(shape);
 
   const std::vector<uint32_t>& wide = scales_up() ? shape.dims : input.shape.dims;

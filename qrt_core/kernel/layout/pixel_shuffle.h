@@ -31,6 +31,7 @@ class PixelShuffle : public KernelFamily {
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
 
   /// @throws std::runtime_error for a factor without an integer, or sizes beyond 32 bits
@@ -41,6 +42,7 @@ class PixelShuffle : public KernelFamily {
 
  private:
   size_t dims() const { return row_.layout == runtime::LayoutType::CHW ? 3 : 4; }
+  bool has_whole_blocks(const std::vector<uint32_t>& dims) const;
   bool scales_up() const { return factor_ > 1.0f; }
   uint32_t integer_factor() const;
 

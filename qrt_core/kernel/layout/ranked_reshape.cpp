@@ -130,6 +130,19 @@ KernelFamily::Misfits RankedReshape::input_refusals(const Shapes& inputs) const 
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits RankedReshape::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  expected.expect(order_of(inputs[0], row_.source) != Order::unknown, "input 0",
+                  "as many dims as its layout has, or 4 of which the last is a block",
+                  runtime::ShapeText(inputs[0]));
+  expected.expect(
+      !grows(inputs[0], InferOutputShapes(inputs)[0]), "new_shape",
+      "at most the " + counted(runtime::ElementCount(inputs[0]), "element") + " of the input",
+      listed(new_shape_));
+  return std::move(expected).unmet();
+}
+
 bool RankedReshape::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   new_shape_ = static_cast<const TensorReshapeInfo&>(*info).new_shape;
   new_shape_[0] = 1;

@@ -58,6 +58,16 @@ KernelFamily::Misfits Reshape::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Reshape::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  expected.expect(
+      !grows(inputs[0], InferOutputShapes(inputs)[0]), "new_shape",
+      "at most the " + counted(runtime::ElementCount(inputs[0]), "element") + " of the input",
+      listed(entries_));
+  return std::move(expected).unmet();
+}
+
 KernelFamily::Misfits Reshape::differences(const LayerInfo& info, const Shapes& inputs) const {
   Expectations expected;
   const auto* layer = expected.describe<TensorReshapeInfo>(&info, nullptr);

@@ -93,6 +93,31 @@ KernelFamily::Misfits Slice::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+KernelFamily::Misfits Slice::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty()) return {};
+  const std::vector<uint32_t>& dims = inputs[0].dims;
+  const std::vector<uint32_t> counts = InferOutputShapes(inputs)[0].dims;
+  expected.expect(dims.size() == 3, "input 0", "3 dims", runtime::ShapeText(inputs[0]));
+  expected.expect(counts.size() == 3, "slice_dims", "start, end and step of 3 dims",
+                  listed(triples_));
+  if (!expected.met()) return std::move(expected).unmet();
+  for (size_t k = 0; k < 3; ++k) {
+    expected.expect(stays_inside(k, counts[k], dims[k]), "slice_dims",
+                    "a slice inside of dim " + std::to_string(k) + ", which has the size " +
+                        std::to_string(dims[k]),
+                    listed(triples_));
+  }
+  return std::move(expected).unmet();
+}
+
+// Whether the last of `count` places of an axis is one of `size`.
+bool Slice::stays_inside(size_t axis, size_t count, size_t size) const {
+  const auto start = static_cast<size_t>(triples_[kTriple * axis]);
+  const auto step = static_cast<size_t>(triples_[kTriple * axis + 2]);
+  return count == 0 || start + (count - 1) * step < size;
+}
+
 bool Slice::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   const auto* slice = dynamic_cast<const TensorSliceInfo*>(info);
   if (slice == nullptr) return false;
@@ -130,8 +155,8 @@ int Slice::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) co
     const auto start = static_cast<size_t>(triples_[kTriple * k]);
     const auto step = static_cast<size_t>(triples_[kTriple * k + 2]);
     const size_t count = shape.dims[k];
-    Assert(count == 0 || start + (count - 1) * step < dims[k],
-           "%s: the slice reaches outside dim %zu of size %u", row_.name, k, dims[k]);
+    Assert(stays_inside(k, count, dims[k]), "%s: the slice reaches outside dim %zu of size %u",
+           row_.name, k, dims[k]);
     ranges[k] = {start, step, count};
   }
   auto output = pass.create(shape);

@@ -35,8 +35,11 @@ class Slice : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
 
  private:
+  bool stays_inside(size_t axis, size_t count, size_t size) const;
+
   const SliceRow& row_;
   std::vector<int16_t> triples_;
 };

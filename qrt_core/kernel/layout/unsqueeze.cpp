@@ -31,6 +31,22 @@ KernelFamily::Misfits UnSqueeze::input_refusals(const Shapes& inputs) const {
   return std::move(expected).unmet();
 }
 
+// Where the new axis stands; outside of 0 to `dims` where there is no such place.
+int64_t UnSqueeze::position_among(size_t dims) const {
+  const int64_t position = dim_ >= 1 ? dim_ - 1 : dim_;
+  return position < 0 ? position + static_cast<int64_t>(dims) + 1 : position;
+}
+
+KernelFamily::Misfits UnSqueeze::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  const size_t dims = inputs.empty() ? 0 : inputs[0].dims.size();
+  const int64_t position = position_among(dims);
+  expected.expect(position >= 0 && position <= static_cast<int64_t>(dims), "dim",
+                  "a place among " + counted(dims, "dim") + " behind the batch",
+                  std::to_string(dim_));
+  return std::move(expected).unmet();
+}
+
 bool UnSqueeze::Configure(const LayerInfo* info, const InferenceParam*, const Context&) {
   dim_ = static_cast<const TensorUnSqueezeInfo&>(*info).dim;
   return true;
@@ -38,14 +54,8 @@ bool UnSqueeze::Configure(const LayerInfo* info, const InferenceParam*, const Co
 
 KernelFamily::Shapes UnSqueeze::InferOutputShapes(const Shapes& shapes) const {
   TensorShape shape = any_shape(row_.name, shapes);
-  const auto rank = static_cast<int64_t>(shape.dims.size());
-  int64_t position = dim_;
-  if (position >= 1) --position;
-  Assert(position <= rank, nullptr);
-  if (position < 0) {
-    Assert(position >= -1 - rank, nullptr);
-    position += rank + 1;
-  }
+  const int64_t position = position_among(shape.dims.size());
+  Assert(position >= 0 && position <= static_cast<int64_t>(shape.dims.size()), nullptr);
   shape.dims.insert(shape.dims.begin() + position, 1);
   return {std::move(shape)};
 }

@@ -25,6 +25,7 @@ class UnSqueeze : public KernelFamily {
   int CheckConfig(const LayerInfo* info, const InferenceParam* param) const;
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   bool Configure(const LayerInfo* info, const InferenceParam* param, const Context& context);
   Shapes InferOutputShapes(const Shapes& shapes) const;
   int CheckInputs(const Tensors& tensors) const;
@@ -32,6 +33,8 @@ class UnSqueeze : public KernelFamily {
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const;
 
  private:
+  int64_t position_among(size_t dims) const;
+
   const UnSqueezeRow& row_;
   int16_t dim_ = 0;
 };

@@ -172,6 +172,8 @@ class RecurrentSequence : public RecurrentLayer {
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
   Misfits pass_refusals(const Shapes& inputs) const;
+  /// Why no pass runs a layer of these directions and of this kind of network.
+  static Misfits combination_refusals(bool bidirectional, uint16_t complex_type);
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

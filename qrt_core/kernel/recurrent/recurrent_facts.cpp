@@ -152,9 +152,14 @@ KernelFamily::Misfits RecurrentSequence::input_refusals(const Shapes& inputs) co
 }
 
 KernelFamily::Misfits RecurrentSequence::pass_refusals(const Shapes&) const {
+  return combination_refusals(bidirectional_, complex_type_);
+}
+
+KernelFamily::Misfits RecurrentSequence::combination_refusals(bool bidirectional,
+                                                              uint16_t complex_type) {
   Expectations expected;
-  expected.expect(!bidirectional_ || complex_type_ == 0, "complex_rnn_type", "0 in two directions",
-                  std::to_string(complex_type_));
+  expected.expect(!bidirectional || complex_type == 0, "complex_rnn_type", "0 in two directions",
+                  std::to_string(complex_type));
   return std::move(expected).unmet();
 }
 

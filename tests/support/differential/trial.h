@@ -46,7 +46,8 @@ struct Outcome {
 /// Runs a kernel with its inputs in a layout. Whatever it is given, it may leave no tensor, and
 /// must treat memory alike each time: a fault is a failure of the running test. What it makes is
 /// what `InferOutputShapes` said and `CheckOutputs` takes, the same in every run, and its input
-/// stays as it was unless it is the output too. `check_shapes` finds no fault where it runs, but what vanishes and what the kernel itself refuses.
+/// stays as it was unless it is the output too. `check_shapes` finds a fault where it throws, and none
+/// where it runs, but what vanishes and what the kernel itself refuses.
 Outcome run_kernel(const std::string& kernel, const Setting& setting, runtime::LayoutType layout);
 
 /// While one of these lives, `run_kernel` also runs each kernel with a pool that fails at the n-th
@@ -61,16 +62,6 @@ class WithFailingMemory {
 
   /// How many allocations have failed.
   size_t failures() const;
-};
-
-/// While one of these lives, what a pass throws has to be found by `check_shapes` before. Without, some
-/// numbers of a description, such as negative paddings, may be left to the pass.
-class WithForeseenRefusals {
- public:
-  WithForeseenRefusals();
-  WithForeseenRefusals(const WithForeseenRefusals&) = delete;
-  WithForeseenRefusals& operator=(const WithForeseenRefusals&) = delete;
-  ~WithForeseenRefusals();
 };
 
 /// `run_kernel` with the layout of the planar form.

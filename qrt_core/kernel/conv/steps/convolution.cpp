@@ -267,6 +267,18 @@ KernelFamily::Misfits Convolution<Geometry>::input_refusals(const Shapes& inputs
 }
 
 template <typename Geometry>
+KernelFamily::Misfits Convolution<Geometry>::pass_refusals(const Shapes& inputs) const {
+  Expectations expected;
+  if (inputs.empty() || !has_dims(inputs[0].dims, Geometry::kDims, row_.input.layout)) return {};
+  const auto& plane = Geometry::as_plane(params_);
+  expected.expect(
+      Geometry::window_fits(params_, inputs[0].dims), "input 0",
+      "room for a window of " + by(plane.kernel_y, plane.kernel_x) + ", paddings included",
+      runtime::ShapeText(inputs[0]));
+  return std::move(expected).unmet();
+}
+
+template <typename Geometry>
 KernelFamily::Misfits Convolution<Geometry>::differences(const LayerInfo& info,
                                                          const Shapes& inputs) const {
   const auto* description = dynamic_cast<const typename Geometry::Info*>(&info);

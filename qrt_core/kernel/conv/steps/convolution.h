@@ -82,6 +82,7 @@ class Convolution : public KernelFamily {
 
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes& inputs) const;
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;
 
  private:

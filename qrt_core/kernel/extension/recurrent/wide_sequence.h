@@ -58,6 +58,9 @@ class WideSequence : public KernelFamily {
     return accepted_.refusals(info, param);
   }
   Misfits input_refusals(const Shapes& inputs) const;
+  Misfits pass_refusals(const Shapes&) const {
+    return RecurrentSequence::combination_refusals(bidirectional_, complex_type_);
+  }
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const {
     return accepted_.differences(info, inputs);
   }
