@@ -54,18 +54,21 @@ void turn_square(const char* from, size_t source_step, char* to, size_t target_s
   for (size_t i = 0; i < kSquare; ++i) std::memcpy(to + i * target_step, &turned[i], sizeof(Four));
 }
 
-// Elements of four bytes whose rows are contiguous in the source. Tiles read whole lines of eight
-// columns: columns that lie a multiple of 4 KiB apart share the places of the first cache, and it has
+// Elements of four bytes whose rows are contiguous in the source. Tiles are eight lines wide on the
+// side where lines lie a multiple of 4 KiB apart: these share the places of the first cache, and it has
 // eight of each.
 void copy_plane_of_words(const char* from, const TransposeAxis& rows, const TransposeAxis& columns,
                          size_t element_size, char* to) {
-  constexpr size_t kTileColumns = 8;
+  constexpr size_t kPage = 4096;
+  const bool is_target_apart = rows.target_step % kPage == 0;
+  const size_t tile_rows = is_target_apart ? kTile / 2 : kTile;
+  const size_t tile_columns = is_target_apart ? kTile : kTile / 2;
   const size_t whole_rows = rows.source_step == kWord ? rows.size / kSquare * kSquare : 0;
   const size_t whole_columns = columns.size / kSquare * kSquare;
-  for (size_t first_row = 0; first_row < whole_rows; first_row += kTile) {
-    const size_t last_row = std::min(first_row + kTile, whole_rows);
-    for (size_t first = 0; first < whole_columns; first += kTileColumns) {
-      const size_t last = std::min(first + kTileColumns, whole_columns);
+  for (size_t first_row = 0; first_row < whole_rows; first_row += tile_rows) {
+    const size_t last_row = std::min(first_row + tile_rows, whole_rows);
+    for (size_t first = 0; first < whole_columns; first += tile_columns) {
+      const size_t last = std::min(first + tile_columns, whole_columns);
       for (size_t column = first; column < last; column += kSquare) {
         for (size_t row = first_row; row < last_row; row += kSquare) {
           turn_square(from + row * kWord + column * columns.source_step, columns.source_step,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/epilogue.h"
+#include "qrt_core/kernel/extension/math/math_vectors_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
 // Epilogues on sums that are still in registers, or that have just been stored. Internal to the file
@@ -9,57 +10,77 @@
 namespace marlo::kernel::conv {
 namespace {
 
+#ifdef __AVX512F__
+using EpilogueVector = math::Avx512Math;
+
+/// y * 2^n
+[[gnu::always_inline]] inline __m512 times_power_of_two(__m512 y, __m512 n) noexcept {
+  return _mm512_scalef_ps(y, n);
+}
+#else
+using EpilogueVector = math::FusedMath;
+
+[[gnu::always_inline]] inline __m256 times_power_of_two(__m256 y, __m256 n) noexcept {
+  return FusedVector::times(y, power_of_two(n));
+}
+#endif
+
 /// exp(x), off by at most 4 eps of it: x is n ln 2 + r, with ln 2 in two parts, and exp(r) the polynomial
 /// of S. Moshier's Cephes. An x below -87.3 or above 88 counts as that, and a NaN as the lower.
-[[gnu::always_inline]] inline __m256 exponential(__m256 x) noexcept {
-  using V = FusedVector;
+template <typename V>
+[[gnu::always_inline]] inline typename V::Register exponential(typename V::Register x) noexcept {
+  using Register = typename V::Register;
   x = V::maximum(x, V::splat(-87.33654f));
   x = V::minimum(x, V::splat(88.02969f));
-  const __m256 n = _mm256_round_ps(V::times(x, V::splat(1.44269504f)), 8);  // to nearest, quietly
-  __m256 r = V::plus_product(x, n, V::splat(-0.693359375f));
+  const Register n = V::nearest(V::times(x, V::splat(1.44269504f)));
+  Register r = V::plus_product(x, n, V::splat(-0.693359375f));
   r = V::plus_product(r, n, V::splat(2.12194440e-4f));
-  __m256 p = V::plus_product(V::splat(1.3981999507e-3f), r, V::splat(1.9875691500e-4f));
+  Register p = V::plus_product(V::splat(1.3981999507e-3f), r, V::splat(1.9875691500e-4f));
   p = V::plus_product(V::splat(8.3334519073e-3f), p, r);
   p = V::plus_product(V::splat(4.1665795894e-2f), p, r);
   p = V::plus_product(V::splat(1.6666665459e-1f), p, r);
   p = V::plus_product(V::splat(5.0000001201e-1f), p, r);
-  const __m256 y = V::plus(V::plus_product(r, V::times(r, r), p), V::splat(1.0f));
-  return V::times(y, power_of_two(n));
+  const Register y = V::plus(V::plus_product(r, V::times(r, r), p), V::splat(1.0f));
+  return times_power_of_two(y, n);
 }
 
 /// min(max(x + 3, 0), 6) / 6
-[[gnu::always_inline]] inline __m256 hard_sigmoid(__m256 x) noexcept {
-  using V = FusedVector;
-  const __m256 shifted = V::maximum(V::plus(x, V::splat(3.0f)), V::zero());
+template <typename V>
+[[gnu::always_inline]] inline typename V::Register hard_sigmoid(typename V::Register x) noexcept {
+  const auto shifted = V::maximum(V::plus(x, V::splat(3.0f)), V::zero());
   return V::times(V::minimum(shifted, V::splat(6.0f)), V::splat(0x1.555556p-3f));
 }
 
 /// 1 / (1 + exp(-x))
-[[gnu::always_inline]] inline __m256 soft_sigmoid(__m256 x) noexcept {
-  using V = FusedVector;
-  const __m256 e = exponential(V::minus(V::zero(), x));
+template <typename V>
+[[gnu::always_inline]] inline typename V::Register soft_sigmoid(typename V::Register x) noexcept {
+  const auto e = exponential<V>(V::minus(V::zero(), x));
   return V::over(V::splat(1.0f), V::plus(V::splat(1.0f), e));
 }
 
 /// What rectifiers don't compute.
-template <Epilogue kEpilogue>
-[[gnu::always_inline]] inline __m256 finished(__m256 x) noexcept {
-  using V = FusedVector;
-  if constexpr (kEpilogue == Epilogue::hsigmoid) return hard_sigmoid(x);
-  if constexpr (kEpilogue == Epilogue::hswish) return V::times(hard_sigmoid(x), x);
-  if constexpr (kEpilogue == Epilogue::sigmoid) return soft_sigmoid(x);
-  if constexpr (kEpilogue == Epilogue::silu) return V::times(soft_sigmoid(x), x);
+template <typename V, Epilogue kEpilogue>
+[[gnu::always_inline]] inline typename V::Register finished(typename V::Register x) noexcept {
+  if constexpr (kEpilogue == Epilogue::hsigmoid) return hard_sigmoid<V>(x);
+  if constexpr (kEpilogue == Epilogue::hswish) return V::times(hard_sigmoid<V>(x), x);
+  if constexpr (kEpilogue == Epilogue::sigmoid) return soft_sigmoid<V>(x);
+  if constexpr (kEpilogue == Epilogue::silu) return V::times(soft_sigmoid<V>(x), x);
   // 2 sigmoid(2 x) - 1: off by so much of 1, not of the result.
-  const __m256 half = soft_sigmoid(V::plus(x, x));
+  const auto half = soft_sigmoid<V>(V::plus(x, x));
   return V::minus(V::plus(half, half), V::splat(1.0f));
 }
 
 /// Applies an epilogue to `count` floats, a multiple of 8.
 template <Epilogue kEpilogue>
 void finish_floats(float* floats, size_t count) noexcept {
-  for (size_t i = 0; i < count; i += FusedVector::kLanes) {
-    FusedVector::store(floats + i, finished<kEpilogue>(FusedVector::load(floats + i)));
+  using V = EpilogueVector;
+  size_t i = 0;
+  for (; i + V::kLanes <= count; i += V::kLanes) {
+    V::store(floats + i, finished<V, kEpilogue>(V::load(floats + i)));
   }
+  if (i == count) return;
+  V::store_first(floats + i, count - i,
+                 finished<V, kEpilogue>(V::load_first(floats + i, count - i)));
 }
 
 /// An epilogue as a function, for what has just been stored.
