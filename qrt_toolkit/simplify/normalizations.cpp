@@ -284,6 +284,7 @@ bool find_layer_normalization(Graph& graph, NodeId id, const std::vector<Facts>&
   const NodeId scaled = product ? product->node : id;
   const auto sum = reader_with_row(graph, graph.node(scaled), "Add", along);
   const NodeId last = sum ? sum->node : scaled;
+  const ValueId out = graph.node(last).outputs[0];  // its node is still to be visited, and stays
   Numbers scale(ElementType::float32, {size.size});
   std::fill(scale.reals().begin(), scale.reals().end(), 1.0);
   if (product) scale = product->row;
@@ -308,10 +309,10 @@ bool find_layer_normalization(Graph& graph, NodeId id, const std::vector<Facts>&
     node.outputs = {made};
     Node returned = transpose_like(node, made, std::move(back));
     graph.add_node(std::move(node));
-    put(graph, last, std::move(returned));
+    replace_output(graph, out, std::move(returned));
     return true;
   }
-  put(graph, last, std::move(node));
+  replace_output(graph, out, std::move(node));
   return true;
 }
 
