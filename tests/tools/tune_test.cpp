@@ -97,6 +97,9 @@ TEST_F(TuneTest, WhatCantBeWrittenIsToldBeforeAnythingIsMeasured) {
     EXPECT_THAT(outcome.err,
                 AllOf(HasSubstr("none/"), HasSubstr("can't be written: No such file")));
   }
+  EXPECT_THAT(qrt({"tune", path("a.json"), "/dev/full"}).err,
+              HasSubstr("/dev/full: can't be written: it is not a regular file"));
+  EXPECT_THAT(qrt({"info", path("")}).err, HasSubstr("it is a folder; expected a file"));
 }
 
 TEST_F(TuneTest, WritesToStandardOutput) {

@@ -1,7 +1,5 @@
 #include <algorithm>
 
-#include "qrt_core/runtime/tensor/device_cpu.h"
-#include "qrt_core/runtime/tensor/weight_pool.h"
 #include "qrt_toolkit/bench/bench.h"
 #include "tools/qrt/allocation_count.h"
 #include "tools/qrt/bench_output.h"
@@ -28,16 +26,6 @@ void check_options(const BenchCommandOptions& options) {
   const auto streams = std::count(options.against.begin(), options.against.end(), kStandardStream) +
                        (options.model == kStandardStream ? 1 : 0);
   if (streams > 1) throw ToolError(kUsageError, "standard input (-) can be read once only");
-}
-
-// A context whose weights go back to the system as soon as their network is gone.
-std::shared_ptr<marlo::runtime::Context> context_of_its_own() {
-  constexpr size_t kAlignment = 32;
-  auto device = marlo::runtime::CreateDeviceCPU(
-      marlo::runtime::DetectCPUDevice(), std::make_shared<marlo::runtime::WeightPool>(kAlignment),
-      nullptr, nullptr);
-  return marlo::runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr,
-                                       nullptr);
 }
 
 InputShapes input_shapes(const NetworkReport& report, const BenchCommandOptions& options) {
@@ -67,7 +55,6 @@ BenchSubject make_subject(Library& library, const std::string& path,
   subject.open = opener(model, path, library);
   // Its weights are not to be found among what the process holds when it is measured.
   Library trial;
-  trial.context = context_of_its_own();
   LoadedNetwork network =
       load_network(trial, *model.tree, path, subject.network, LoadWarnings::say, model.weights());
   subject.inputs = input_shapes(network.report, options);

@@ -34,7 +34,7 @@ class Inspector {
     ShownNetwork found;
     found.has_kernels = has_configs;
     found.report =
-        inspect_network(id, info, config, library_.kernels, library_.context, nullptr, weights);
+        inspect_network(id, info, config, library_.kernels, library_.weights, nullptr, weights);
     if (config != nullptr) found.tuned = marlo::toolkit::tuned_for(config->summary);
     if (!has_configs) return found;
     const std::string prefix = shown(options_.model) + ": network " + in_quotes(id) + ", ";

@@ -86,13 +86,13 @@ TunedModel tuned(const marlo::runtime::QRTModel& model, const Library& library, 
 
 void run_tune(const TuneCommandOptions& options) {
   const bool to_stream = options.output == kStandardStream;
+  if (!to_stream) expect_replaceable(options.output);
   const FileFormat format =
       to_stream ? FileFormat{true, std::nullopt} : format_of_name(options.output, kUsageError);
   if (format.kind && *format.kind != ObjectKind::model) {
     throw ToolError(kUsageError, shown(options.output) + ": expected the name of a model (.json " +
                                      "or .qrtmodel)");
   }
-  if (!to_stream) expect_replaceable(options.output);
   if (!options.report.empty()) expect_replaceable(options.report);
   TuneOptions tune;
   tune.assign.set = kernel_set_option(options.isa);

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include "qrt_core/runtime/model/weight_places_internal.h"
@@ -108,6 +110,10 @@ FileFormat format_of_name(const std::string& path, ExitCode exit_code) {
   for (const Kind& kind : kKinds) {
     if (ends_with(path, kind.suffix)) return {false, kind.kind};
     suffixes.emplace_back(kind.suffix);
+  }
+  std::error_code unknown;
+  if (std::filesystem::is_directory(path, unknown)) {
+    throw ToolError(exit_code, printable(path) + ": it is a folder; expected a file");
   }
   if (is_stream(path)) {
     const std::string bytes = read_file(rereadable(path, exit_code), exit_code);

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <fstream>
+#include <utility>
 
+#include "qrt_core/runtime/tensor/device_cpu.h"
+#include "qrt_core/runtime/tensor/weight_pool.h"
 #include "qrt_core/utility/load_net_internal.h"
 #include "tools/qrt/errors.h"
 #include "tools/qrt/files.h"
@@ -83,6 +86,11 @@ std::string within(const std::string& network) { return "network " + in_quotes(n
 
 Library::Library() {
   marlo::utility::create_context(context, kAlignment);
+  auto device = marlo::runtime::CreateDeviceCPU(
+      marlo::runtime::DetectCPUDevice(), std::make_shared<marlo::runtime::WeightPool>(kAlignment),
+      nullptr, nullptr);
+  weights =
+      marlo::runtime::CreateContext(std::move(device), nullptr, nullptr, nullptr, nullptr, nullptr);
   marlo::utility::init_register_operators(kernels, params);
   marlo::utility::init_register_extension_operators(kernels, params);
 }
@@ -169,7 +177,7 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
   loaded.package = std::make_shared<marlo::utility::_NetworkPackage>();
   loaded.package->kernels = &library.kernels;
   loaded.package->params = &library.params;
-  loaded.package->context = library.context;
+  loaded.package->context = library.weights;
   try {
     marlo::utility::load_net(loaded.package, info, model.config_arr->cfgs.at(network), "x86",
                              weights);
@@ -184,6 +192,7 @@ LoadedNetwork load_network(Library& library, const QRTModel& model, const std::s
     if (!problem.empty()) refuse(path, within(network) + ", " + problem);
     refuse(path, within(network) + ": " + (fault.empty() ? "it can't be built" : fault));
   }
+  loaded.package->context = library.context;
   loaded.report = inspect_network(network, *info, config, library.kernels, library.context,
                                   loaded.package->net.get(), weights);
   const std::string problem = loaded.report.problem();

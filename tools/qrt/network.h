@@ -20,6 +20,8 @@ struct Library {
   Library();
 
   std::shared_ptr<marlo::runtime::Context> context;
+  /// Where kernels are configured: their weights, and what these are made of, go back at once.
+  std::shared_ptr<marlo::runtime::Context> weights;
   marlo::runtime::KernelRegistry kernels;
   marlo::runtime::InferenceParamRegistry params;
 };
