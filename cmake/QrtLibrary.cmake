@@ -81,8 +81,8 @@ function(qrt_add_objects name sources)
   target_compile_options(qrt_objects_${name} PRIVATE -fno-plt)
   # Unoptimised, a core of unrolled vectors takes a compiler twice as long as optimised. Calls stay calls: the check of
   # object files finds an inline function that leaves its instruction set by its symbol.
-  if(name MATCHES "fma|avx512")
-    target_compile_options(qrt_objects_${name} PRIVATE $<$<CONFIG:Debug>:-Og> $<$<CONFIG:Debug>:-fno-inline>)
+  if(name MATCHES "fma|avx")
+    target_compile_options(qrt_objects_${name} PRIVATE $<$<CONFIG:Debug>:-O1> $<$<CONFIG:Debug>:-fno-inline>)
   endif()
   # Such code has thousands of accesses and locals in a function: checks are called instead of written out, and locals
   # are watched while a function runs only, which takes a third off.
