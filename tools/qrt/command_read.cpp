@@ -93,8 +93,9 @@ std::string installed_model() {
     if (fs::exists(place / kModelName, fault)) return (place / kModelName).string();
     looked_in += (looked_in.empty() ? "" : ", ") + place.lexically_normal().string();
   }
-  throw ToolError(kModelError, std::string("there is no ") + kModelName + " beside the tool (looked in " +
-                                   looked_in + "); name the model with --model");
+  throw ToolError(kModelError, std::string("there is no ") + kModelName +
+                                   " beside the tool (looked in " + looked_in +
+                                   "); name the model with --model");
 }
 
 marlo::utility::Model open_model(const std::string& path, const std::string& isa) {
