@@ -193,6 +193,9 @@ class Lowering {
   /// One number out of many along some axes, which are left with a size of one.
   size_t reduced(runtime::AxisReduction function, size_t layer, const std::vector<size_t>& axes);
 
+  /// The mean of each plane of a layer's tensor [C, H, W], [C, 1, 1].
+  size_t averages_of_planes(size_t layer);
+
   /// -x and |x| of a layer's tensor.
   size_t negative(size_t layer);
   size_t absolute(size_t layer);

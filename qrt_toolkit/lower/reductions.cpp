@@ -46,8 +46,16 @@ size_t summed(Lowering& lowering, size_t layer, Sum kind) {
   return lowering.plan().add(std::move(info), "TensorArithmetic_Fallback_M1", {layer});
 }
 
+/// Whether a node reduces rows and columns of planes: a global average, which has kernels in blocks.
+bool reduces_planes(const Lowering& lowering) {
+  return lowering.input_sizes(0).size() == 3 && reduced_axes(lowering) == std::vector<size_t>{1, 2};
+}
+
 template <Sum kind>
 void lower_sum(Lowering& lowering) {
+  if (kind == Sum::mean && reduces_planes(lowering)) {
+    return lowering.result(lowering.averages_of_planes(lowering.planes(0)));
+  }
   lowering.result(summed(lowering, lowering.input(0), kind));
 }
 

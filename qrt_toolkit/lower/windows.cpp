@@ -305,10 +305,7 @@ size_t channel_lines(Lowering& lowering) {
 }
 
 void lower_global_average(Lowering& lowering) {
-  auto info = std::make_shared<runtime::AdaptiveAvgPool2dInfo>();
-  info->output_size = {1, 1};
-  lowering.result(lowering.plan().add(info, "AdaptivePooling2D_Avg_Fallback_CHW_Float_M1",
-                                      {channel_lines(lowering)}));
+  lowering.result(lowering.averages_of_planes(channel_lines(lowering)));
 }
 
 void lower_global_max(Lowering& lowering) {
@@ -330,6 +327,12 @@ constexpr LoweringRow kRows[] = {
 };
 
 }  // namespace
+
+size_t Lowering::averages_of_planes(size_t layer) {
+  auto info = std::make_shared<runtime::AdaptiveAvgPool2dInfo>();
+  info->output_size = {1, 1};
+  return plan_.add(std::move(info), "AdaptivePooling2D_Avg_Fallback_CHW_Float_M1", {layer});
+}
 
 std::span<const LoweringRow> window_lowerings() { return kRows; }
 

@@ -12,9 +12,11 @@ namespace marlo::toolkit::test {
 namespace {
 
 using marlo::test::TemporaryFolder;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 TEST(Makers, FlattenWrittenAsShapeArithmeticWithOpenSizes) {
   expect_agreement(R"(g (float[n,2,h,w] x) => (float[n,k] y)
@@ -541,6 +543,24 @@ TEST(Makers, ChannelsAreShuffledAndSqueezed) {
     y = Mul(h, z)
   })",
                    12, {{"x", {1, 4, 3, 3}}});
+}
+
+TEST(Makers, AMeanOverRowsAndColumnsIsAGlobalAverage) {
+  for (const auto& [attributes, result] : {std::pair("axes=[2, 3], keepdims=0", "float[1,4]"),
+                                           std::pair("axes=[-1, -2]", "float[1,4,1,1]"),
+                                           std::pair("axes=[1, 2, 3], keepdims=0", "float[1]")}) {
+    const ImportedModel model = expect_agreement(
+        std::string("g (float[1,4,5,3] x) => (") + result +
+            " y) {\n p = MaxPool<kernel_shape=[2, 2]>(x)\n y = ReduceMean<" + attributes + ">(p) }",
+        13, {{"x", {1, 4, 5, 3}}});
+    const bool is_of_planes = std::string(attributes).find("1, 2, 3") == std::string::npos;
+    const auto has_average = Contains(HasSubstr("AdaptivePooling2D_Avg"));
+    if (is_of_planes) {
+      EXPECT_THAT(kernels_of(model), has_average);
+    } else {
+      EXPECT_THAT(kernels_of(model), Not(has_average));
+    }
+  }
 }
 
 TEST(Makers, HundredsOfConstants) {

@@ -110,9 +110,17 @@ const std::vector<Edge>& all_edges() {
   return edges;
 }
 
-// The same edge with as many blocks of channels as it has channels.
+bool is_depthwise(const ConvRow& row) {
+  return row.accepted.groups == kernel::Groups::one_a_channel;
+}
+
+// The same edge with as many blocks of channels as it has channels; each a group where the kernel demands it.
 ConvTester in_blocks(const ConvRow& row, const ConvTester& tester) {
   const ConvCase& sizes = tester.sizes();
+  if (is_depthwise(row)) {
+    const uint32_t channels = row.in_block * sizes.in_channels;
+    return ConvTester(tester).channels(channels, channels).groups(channels);
+  }
   return ConvTester(tester).channels(row.in_block * sizes.in_channels,
                                      row.out_block * sizes.out_channels);
 }
@@ -165,6 +173,7 @@ TEST_P(ConvolutionKernel, AgreesWithTheDefinitionAtRandomSizes) {
     tester.kernel(pick(1, 4), pick(1, 4)).stride(pick(1, 3), pick(1, 3));
     tester.dilation(pick(1, 3), pick(1, 3))
         .groups(!knows_groups || pick(0, 1) == 0 ? 1 : pick(1, 4));
+    if (is_depthwise(GetParam())) tester.channels(ins, ins).groups(ins);
     tester.padding(random.integer(0, 3), random.integer(0, 3), random.integer(0, 3),
                    random.integer(0, 3));
     tester.bias(pick(0, 3) != 0);
