@@ -1,10 +1,14 @@
 #include "qrt_toolkit/tune/open.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "qrt_core/utility/application.h"
 #include "qrt_core/utility/errors.h"
@@ -15,17 +19,22 @@
 namespace marlo::toolkit {
 namespace {
 
-/// A file in memory, for what is only written to files.
+/// A file in memory, for what is only written to files; where no /proc gives it a path, a temporary one.
 class MemoryFile {
  public:
   MemoryFile() : descriptor_(memfd_create("qrt", MFD_CLOEXEC)) {
+    path_ = "/proc/self/fd/" + std::to_string(descriptor_);
+    if (descriptor_ >= 0 && access(path_.c_str(), W_OK) != 0) make_temporary();
     if (descriptor_ < 0) throw utility::Error("there is no memory for a copy of the model");
   }
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() { close(descriptor_); }
+  ~MemoryFile() {
+    close(descriptor_);
+    if (is_temporary_) unlink(path_.c_str());
+  }
 
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+  const std::string& path() const { return path_; }
 
   std::string bytes() const {
     struct stat status {};
@@ -42,7 +51,17 @@ class MemoryFile {
   }
 
  private:
+  void make_temporary() {
+    std::error_code fault;
+    path_ = (std::filesystem::temp_directory_path(fault) / "qrt_XXXXXX").string();
+    close(descriptor_);
+    descriptor_ = mkostemp(path_.data(), O_CLOEXEC);
+    is_temporary_ = descriptor_ >= 0;
+  }
+
   int descriptor_;
+  std::string path_;
+  bool is_temporary_ = false;
 };
 
 bool is_json(const std::string& path) {
@@ -77,7 +96,10 @@ utility::Model open_with_kernels(const std::string& path, const std::vector<uint
     return given;  // sizes that don't fit are told of when it runs
   }
   const MemoryFile file;
-  assigned.model.ToFile(file.path().c_str(), form);
+  if (!assigned.model.ToFile(file.path().c_str(), form)) {
+    throw utility::Error("a copy of the model with other kernels can't be written to " +
+                         file.path());
+  }
   const std::string bytes = file.bytes();
   return utility::Model::from_bytes(bytes.data(), bytes.size());
 }

@@ -70,6 +70,11 @@ class NewFile {
   explicit NewFile(fs::path target) : target_(std::move(target)) {
     const fs::path folder = target_.has_parent_path() ? target_.parent_path() : fs::path(".");
     file_ = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+    // What has no name is reached and named by /proc alone.
+    if (file_ >= 0 && access(path().c_str(), W_OK) != 0) {
+      close(file_);
+      file_ = -1;
+    }
     if (file_ < 0) create_with_name();
   }
   NewFile(const NewFile&) = delete;
