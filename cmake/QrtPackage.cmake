@@ -149,6 +149,7 @@ and converts models between JSON and the binary form.")
 
 set(CPACK_DEBIAN_QRT_PYTHON_PACKAGE_NAME ${package_of_qrt_python})
 set(CPACK_DEBIAN_QRT_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_QRT_PYTHON_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/python3/prerm")
 # The library, which isn't installed where packages are built, is named here and looked for in the build folder.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 math(EXPR next_python "${Python3_VERSION_MINOR} + 1")

@@ -1,6 +1,5 @@
 #include "python/src/source.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "python/src/errors.h"
+#include "qrt_toolkit/memory_file_internal.h"
 
 namespace qrt_python {
 
@@ -24,21 +24,18 @@ namespace {
   throw py::error_already_set();
 }
 
-/// A file in memory that functions of the library can open by its path.
+/// A file in memory, from bytes and to bytes.
 class MemoryFile {
  public:
-  MemoryFile() : descriptor_(memfd_create("model", MFD_CLOEXEC)) {
-    if (descriptor_ < 0) raise_os_error("memory");
+  MemoryFile() {
+    if (!file_.is_open()) raise_os_error("memory");
   }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  ~MemoryFile() { close(descriptor_); }
 
-  std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+  const std::string& path() const { return file_.path(); }
 
   void write(std::string_view bytes) const {
     while (!bytes.empty()) {
-      const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+      const ssize_t count = ::write(file_.descriptor(), bytes.data(), bytes.size());
       if (count < 0 && errno != EINTR) raise_os_error("memory");
       if (count > 0) bytes.remove_prefix(static_cast<size_t>(count));
     }
@@ -46,7 +43,7 @@ class MemoryFile {
 
   py::bytes bytes() const {
     struct stat facts {};
-    if (fstat(descriptor_, &facts) != 0) raise_os_error("memory");
+    if (fstat(file_.descriptor(), &facts) != 0) raise_os_error("memory");
     const auto size = static_cast<size_t>(facts.st_size);
     auto result =
         py::reinterpret_steal<py::bytes>(PyBytes_FromStringAndSize(nullptr, facts.st_size));
@@ -54,7 +51,7 @@ class MemoryFile {
     char* const target = PyBytes_AS_STRING(result.ptr());
     for (size_t done = 0; done < size;) {
       const ssize_t count =
-          pread(descriptor_, target + done, size - done, static_cast<off_t>(done));
+          pread(file_.descriptor(), target + done, size - done, static_cast<off_t>(done));
       if (count <= 0) raise_os_error("memory");
       done += static_cast<size_t>(count);
     }
@@ -62,7 +59,7 @@ class MemoryFile {
   }
 
  private:
-  int descriptor_;
+  marlo::toolkit::MemoryFile file_;
 };
 
 bool is_json(std::string_view bytes) {

@@ -82,7 +82,11 @@ install_there /trial/packages/libqrt-core1.deb /trial/packages/libqrt-core-dev.d
 [[ $(inside ldconfig -p) == *"libqrt_core.so.1 "* ]] || fail "ldconfig doesn't know the library"
 
 say "find_package, shared and static"
-inside cmake -G Ninja -S /trial/app -B /trial/build >"$scratch/cmake.log" || fail "$(cat "$scratch/cmake.log")"
+# configure_there FOLDER OPTION...
+configure_there() {
+  inside cmake -G Ninja -S /trial/app -B "$@" >"$scratch/cmake.log" || fail "$(cat "$scratch/cmake.log")"
+}
+configure_there /trial/build -DWITH_TOOLKIT=OFF
 inside cmake --build /trial/build -- --quiet
 expect_run /trial/build/app
 expect_run /trial/build/app_static
@@ -97,8 +101,13 @@ inside sh -ec 'g++ -std=c++17 -static /trial/app/main.cpp $(pkg-config --static 
   -o /trial/app_pc_static'
 expect_run /trial/app_pc_static
 
+say "the toolkit"
+install_there /trial/packages/libqrt-toolkit1.deb /trial/packages/libqrt-toolkit-dev.deb
+configure_there /trial/build_toolkit -DWITH_TOOLKIT=ON
+inside cmake --build /trial/build_toolkit --target importer -- --quiet
+
 say "the Python package"
-install_there /trial/packages/libqrt-toolkit1.deb /trial/packages/python3-qrt-core.deb
+install_there /trial/packages/python3-qrt-core.deb
 # The sample that people copy first, and the toolkit's library behind the module.
 cp "$source_dir/README.md" "$root/trial/README.md"
 mkdir -p "$root/trial/models"
@@ -111,7 +120,7 @@ assert tuned.tuning.after_ms <= tuned.tuning.before_ms
 ' || fail "the Python package tunes nothing"
 
 say "removal"
-inside apt-get -q -y purge qrt python3-qrt-core libqrt-toolkit1 libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
+inside apt-get -q -y purge qrt python3-qrt-core libqrt-toolkit-dev libqrt-toolkit1 libqrt-core-dev libqrt-core1 >/dev/null 2>&1 || fail "apt-get purge"
 left=$(find "$root/usr" -name '*qrt[_-]core*' -o -name qrt -o -name 'qrt.*')
 [[ -z $left ]] || fail "left behind: $(head <<<"$left")"
 
