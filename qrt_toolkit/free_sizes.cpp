@@ -236,6 +236,7 @@ ImportStages import_with_free_sizes(
   size_t failures = 0;
   for (const int64_t size : kTried) {
     if (tried.size() == kSamples) break;
+    // What no size allows is a batch most likely, and further imports would only take their time.
     if (first == FirstSize::free && tried.empty() && failures == 2) break;
     try {
       ImportStages stages = import(with_size(graph, options, first, size));
