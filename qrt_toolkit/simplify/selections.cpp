@@ -213,7 +213,8 @@ bool take_several(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
     return false;
   }
   FirstFew first(graph, node, all, axis);
-  for (double i = 1; i <= *count; ++i) first.take(i == *count);
+  const auto wanted = static_cast<size_t>(*count);
+  for (size_t i = 1; i <= wanted; ++i) first.take(i == wanted);
   graph.remove_node(id);
   first.join();
   return true;

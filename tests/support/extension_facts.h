@@ -67,13 +67,13 @@ KernelFacts facts_of(const kernel::DenseRow& row) {
 KernelFacts facts_of(const kernel::BinaryRow& row) {
   KernelFacts facts =
       facts_in_order(row, row.is_vector ? "functions with a vector form" : "all functions");
-  facts.input = "any, blocks of one shape";
+  facts.input = "any";
   if (row.is_vector) facts.agreement = "same bits";
   return facts;
 }
 
 KernelFacts facts_of(const kernel::AxisReductionRow& row) {
-  return facts_in_order(row, "any axes");
+  return facts_in_order(row, row.is_vector ? "any axes, no sums of exponentials" : "any axes");
 }
 
 KernelFacts facts_of(const kernel::AxisMapRow& row) {
@@ -95,7 +95,10 @@ KernelFacts facts_of(const kernel::ReshapeToRow&) {
 }
 
 KernelFacts facts_of(const kernel::ResizeRow& row) {
-  return facts_in_order(row, "nearest, linear or cubic along any axes");
+  KernelFacts facts = facts_in_order(row, "nearest, linear or cubic along any axes");
+  if (row.takes_blocks) facts.input = "any, blocks whose channels stay";
+  if (row.needs != runtime::InstructionSet::baseline) facts.agreement = "same bits";
+  return facts;
 }
 
 KernelFacts facts_of(const kernel::WideSequenceRow&) {

@@ -137,11 +137,11 @@ void run_average(benchmark::State& state, const char* name) {
 }
 
 // Mean over the last axis, or over the one before.
-void run_reduction(benchmark::State& state, int32_t axis) {
+void run_reduction(benchmark::State& state, const char* name, int32_t axis) {
   const auto info = std::make_shared<runtime::AxisReductionInfo>();
   info->function = static_cast<uint32_t>(runtime::AxisReduction::Mean);
   info->axes = {axis};
-  ConfiguredKernel layer("AxisReduction_Fallback_Float_M1", info);
+  ConfiguredKernel layer(name, info);
   const std::vector<float> values = test::Random(1).floats(size_t{kPlaces} * 768);
   layer.add_floats({kPlaces, 768}, runtime::LayoutType::FLEXIABLE, values);
   layer.pass();
@@ -150,13 +150,53 @@ void run_reduction(benchmark::State& state, int32_t axis) {
 }
 
 // The end of a network that says what every pixel is.
-void run_resize(benchmark::State& state) {
+void run_resize(benchmark::State& state, const char* name) {
   const auto info = std::make_shared<runtime::ResizeInfo>();
   info->mode = static_cast<uint32_t>(runtime::ResizeMode::Linear);
   info->sizes = {21, 224, 224};
-  ConfiguredKernel layer("Resize_Fallback_Float_M1", info);
+  ConfiguredKernel layer(name, info);
   layer.add_floats({21, 28, 28}, runtime::LayoutType::CHW,
                    test::Random(1).floats(size_t{21} * 28 * 28));
+  layer.pass();
+  time_transforming(state, layer);
+}
+
+// Between the levels of a pyramid of pictures.
+void run_block_resize(benchmark::State& state, const char* name) {
+  const auto info = std::make_shared<runtime::ResizeInfo>();
+  info->mode = static_cast<uint32_t>(runtime::ResizeMode::Linear);
+  info->sizes = {64, 50, 50};
+  ConfiguredKernel layer(name, info);
+  layer.add_floats({8, 28, 28, 8}, runtime::LayoutType::C8HW8,
+                   test::Random(1).floats(size_t{64} * 28 * 28));
+  layer.pass();
+  time_transforming(state, layer);
+}
+
+// How the second of two tensors spreads over the first.
+struct Pattern {
+  const char* name;
+  std::vector<uint32_t> first;
+  std::vector<uint32_t> second;
+  runtime::LayoutType layout = runtime::LayoutType::FLEXIABLE;
+};
+
+const Pattern kPatterns[] = {
+    {"64x56x56_and_same", {64, 56, 56}, {64, 56, 56}},
+    {"64x56x56_and_64x1x1", {64, 56, 56}, {64, 1, 1}},
+    {"64x56x56_and_56x56", {64, 56, 56}, {56, 56}},
+    {"64x56x56_and_56", {64, 56, 56}, {56}},
+    {"197x768_and_768", {197, 768}, {768}},
+    {"12544x16_and_16", {12544, 16}, {16}},
+    {"12544x16_and_12544x1", {12544, 16}, {12544, 1}},
+    {"8x56x56x8_and_8x1x1x8", {8, 56, 56, 8}, {8, 1, 1, 8}, runtime::LayoutType::C8HW8},
+};
+
+void run_binary(benchmark::State& state, const char* name, const Pattern& pattern) {
+  ConfiguredKernel layer(name, std::make_shared<runtime::BinaryFunctionInfo>());
+  for (const auto* dims : {&pattern.first, &pattern.second}) {
+    layer.add_floats(*dims, pattern.layout, test::Random(1).floats(kernel::axes::count_of(*dims)));
+  }
   layer.pass();
   time_transforming(state, layer);
 }
@@ -208,6 +248,34 @@ void register_moving(const char* name, const std::shared_ptr<runtime::LayerInfo>
       [name, info](benchmark::State& state) { run_moving(state, name, info); });
 }
 
+void register_reduction(const char* name) {
+  if (!can_run(name)) return;
+  for (const int32_t axis : {0, 1}) {
+    benchmark::RegisterBenchmark(
+        (std::string(name) + "/197x768_over_" + std::to_string(axis)).c_str(),
+        [name, axis](benchmark::State& state) { run_reduction(state, name, axis); });
+  }
+}
+
+void register_resize(const kernel::ResizeRow& row) {
+  const char* const name = row.name;
+  if (!can_run(name)) return;
+  benchmark::RegisterBenchmark((std::string(name) + "/21x28x28_to_224x224").c_str(),
+                               [name](benchmark::State& state) { run_resize(state, name); });
+  if (!row.takes_blocks) return;
+  benchmark::RegisterBenchmark((std::string(name) + "/64x28x28_to_50x50_in_blocks").c_str(),
+                               [name](benchmark::State& state) { run_block_resize(state, name); });
+}
+
+void register_binary(const char* name) {
+  if (!can_run(name)) return;
+  for (const Pattern& pattern : kPatterns) {
+    benchmark::RegisterBenchmark(
+        (std::string(name) + "/" + pattern.name).c_str(),
+        [name, &pattern](benchmark::State& state) { run_binary(state, name, pattern); });
+  }
+}
+
 const bool registered = [] {
   register_products();
   for (const auto* row : kernel::element_function_rows) {
@@ -231,12 +299,9 @@ const bool registered = [] {
     benchmark::RegisterBenchmark((std::string(name) + "/480x14x14").c_str(),
                                  [name](benchmark::State& state) { run_average(state, name); });
   }
-  for (const int32_t axis : {0, 1}) {
-    benchmark::RegisterBenchmark(
-        ("AxisReduction_Fallback_Float_M1/197x768_over_" + std::to_string(axis)).c_str(),
-        [axis](benchmark::State& state) { run_reduction(state, axis); });
-  }
-  benchmark::RegisterBenchmark("Resize_Fallback_Float_M1/21x28x28_to_224x224", run_resize);
+  for (const auto* row : kernel::axis_reduction_rows) register_reduction(row->name);
+  for (const auto* row : kernel::resize_rows) register_resize(*row);
+  for (const auto* row : kernel::binary_rows) register_binary(row->name);
   for (const auto* row : kernel::wide_sequence_rows) {
     const char* const name = row->name;
     if (!can_run(name)) continue;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "qrt_core/kernel/basic/plane_dims.h"
 #include "qrt_core/kernel/layout/padding.h"
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
@@ -206,12 +207,7 @@ KernelFamily::Misfits Pooling::pass_refusals(const Shapes& inputs) const {
   Expectations expected;
   if (inputs.empty()) return {};
   const std::vector<uint32_t>& dims = inputs[0].dims;
-  const bool right_dims =
-      row_.block == 1 ? dims.size() == 3 : dims.size() == 4 && dims[3] == row_.block;
-  expected.expect(
-      right_dims, "input 0",
-      row_.block == 1 ? "3 dims" : "4 dims, the last of them " + std::to_string(row_.block),
-      runtime::ShapeText(inputs[0]));
+  expect_plane_dims(inputs[0], row_.block, expected);
   const std::vector<int32_t> paddings = {params_.padding_l, params_.padding_r, params_.padding_t,
                                          params_.padding_b};
   expected.expect(!has_negative_padding(), "padding_l, padding_r, padding_t, padding_b",
@@ -230,9 +226,7 @@ std::shared_ptr<TensorCPU> Pooling::checked_input(const Tensors& inputs) const {
   const std::vector<uint32_t> none;
   const bool right_kind = CheckInputs(inputs) == runtime::KERNEL_OK;
   const std::vector<uint32_t>& dims = right_kind ? inputs[0]->shape.dims : none;
-  const bool right_dims =
-      row_.block == 1 ? dims.size() == 3 : dims.size() == 4 && dims[3] == row_.block;
-  Assert(right_dims,
+  Assert(has_plane_dims(dims, row_.block),
          "%s: the input must be one FLOAT32 tensor of layout %u with blocks of %u in main memory",
          row_.name, static_cast<uint32_t>(row_.layout), row_.block);
   const PoolingParams& p = params_;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 
+#include "qrt_core/kernel/basic/plane_dims.h"
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/layer_catalogue.h"
@@ -150,12 +151,7 @@ KernelFamily::Misfits Upsampling::differences(const LayerInfo&, const Shapes& in
 KernelFamily::Misfits Upsampling::pass_refusals(const Shapes& inputs) const {
   Expectations expected;
   if (inputs.empty()) return {};
-  const std::vector<uint32_t>& size = inputs[0].dims;
-  const bool right_dims = size.size() == dims() && (row_.block == 1 || size[3] == row_.block);
-  expected.expect(
-      right_dims, "input 0",
-      row_.block == 1 ? "3 dims" : "4 dims, the last of them " + std::to_string(row_.block),
-      runtime::ShapeText(inputs[0]));
+  expect_plane_dims(inputs[0], row_.block, expected);
   return std::move(expected).unmet();
 }
 
@@ -238,7 +234,7 @@ Upsampling::TensorPointer Upsampling::sample(const TensorCPU& input, float facto
 int Upsampling::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const TensorCPU& input = float_input(row_.name, inputs);
   const std::vector<uint32_t>& size = input.shape.dims;
-  Assert(size.size() == dims() && (row_.block == 1 || size[3] == row_.block),
+  Assert(has_plane_dims(size, row_.block),
          "%s: the input must have %zu dims, and blocks of %u channels", row_.name, dims(),
          row_.block);
   if (size[0] % row_.channel_multiple != 0) {

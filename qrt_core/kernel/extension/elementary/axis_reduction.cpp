@@ -19,33 +19,13 @@ namespace {
 
 constexpr auto kLastReduction = static_cast<uint32_t>(AxisReduction::LogSumExp);
 
-// `shift` is the largest number where exponentials are summed.
-template <AxisReduction function>
-double added(double sum, double x, [[maybe_unused]] double shift) {
-  if constexpr (function == AxisReduction::Max) return std::isnan(sum) || sum > x ? sum : x;
-  if constexpr (function == AxisReduction::Min) return std::isnan(sum) || sum < x ? sum : x;
-  if constexpr (function == AxisReduction::Prod) return sum * x;
-  if constexpr (function == AxisReduction::L1) return sum + std::fabs(x);
-  if constexpr (function == AxisReduction::SumSquare) return sum + x * x;
-  if constexpr (function == AxisReduction::LogSumExp) return sum + std::exp(x - shift);
-  return sum + x;
-}
-
-// Of the results of two parts.
-template <AxisReduction function>
-double joined(double a, double b) {
-  constexpr bool is_sum = function == AxisReduction::L1 || function == AxisReduction::SumSquare ||
-                          function == AxisReduction::LogSumExp;
-  return is_sum ? a + b : added<function>(a, b, 0.0);
-}
-
 double begin_of(AxisReduction function) {
   if (function == AxisReduction::Prod) return 1.0;
   if (function == AxisReduction::Max) return -HUGE_VAL;
   return function == AxisReduction::Min ? HUGE_VAL : 0.0;
 }
 
-double end_of(AxisReduction function, double sum, size_t count) {
+double end_of(AxisReduction function, double sum, double shift, size_t count) {
   switch (function) {
     case AxisReduction::Mean:
       return sum / static_cast<double>(count);
@@ -53,95 +33,125 @@ double end_of(AxisReduction function, double sum, size_t count) {
       return std::sqrt(sum);
     case AxisReduction::LogSum:
       return std::log(sum);
+    case AxisReduction::LogSumExp:
+      // An infinity or a NaN is what its exponentials sum up to.
+      return std::isfinite(shift) ? shift + std::log(sum) : shift;
     default:
       return sum;
   }
 }
 
-// Results side by side in blocks that stay in the cache.
-constexpr size_t kColumns = 256;
-
-// What results are made of. Either the last axes are reduced over, and each is of runs of numbers side by side; or they stay,
-// and numbers side by side are of as many results.
-struct Elements {
-  const Dims& dims;  // that are reduced over, without the last axes
-  const axes::Strides& strides;
-  size_t run = 1;
-  size_t columns = 1;
+// Axes side by side that are all reduced over, or all stay.
+struct Group {
+  size_t size = 1;
+  size_t stride = 0;
 };
 
-// Four sums hide each other's latency.
-template <AxisReduction function>
-double folded_run(const float* x, size_t count, double shift) {
-  const double begin = begin_of(function);
-  double sums[4] = {begin, begin, begin, begin};
-  const auto at = [x](size_t i) { return static_cast<double>(x[i]); };
-  size_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    for (size_t k = 0; k < 4; ++k) sums[k] = added<function>(sums[k], at(i + k), shift);
-  }
-  for (; i < count; ++i) sums[0] = added<function>(sums[0], at(i), shift);
-  return joined<function>(joined<function>(sums[0], sums[1]), joined<function>(sums[2], sums[3]));
-}
+// The axes of a tensor by turns, as those reduced over and those that stay alternate.
+struct Groups {
+  std::vector<Group> of;     // outermost first
+  bool last_reduced = true;  // the last group is reduced over
 
-template <AxisReduction function>
-void fold(const Elements& of, const float* first, size_t columns, const double* shifts,
-          double* sums) {
-  std::fill_n(sums, columns, begin_of(function));
-  const size_t count = axes::count_of(of.dims);
-  axes::Walk walk(of.dims, of.strides);
-  for (size_t i = 0; i < count; ++i, walk.next()) {
-    const float* const x = first + walk.offset();
-    if (of.run != 1) {
-      sums[0] = joined<function>(sums[0], folded_run<function>(x, of.run, shifts[0]));
-      continue;
+  Groups(const Dims& dims, const std::vector<bool>& reduced_over) {
+    size_t stride = 1;
+    bool is_reduced = true;
+    for (size_t k = dims.size(); k-- > 0; stride *= dims[k]) {
+      if (dims[k] == 1) continue;
+      if (of.empty()) last_reduced = reduced_over[k];
+      if (of.empty() || reduced_over[k] != is_reduced) of.push_back({1, stride});
+      is_reduced = reduced_over[k];
+      of.back().size *= dims[k];
     }
-    for (size_t j = 0; j < columns; ++j) {
-      sums[j] = added<function>(sums[j], static_cast<double>(x[j]), shifts[j]);
+    std::reverse(of.begin(), of.end());
+  }
+
+  Group take_last() {
+    if (of.empty()) return {};
+    const Group last = of.back();
+    of.pop_back();
+    return last;
+  }
+};
+
+// Reduces a tensor that has numbers.
+class Reducer {
+ public:
+  Reducer(elementary::ReductionCore core, AxisReduction function, Groups groups)
+      : core_(core), function_(function), along_rows_(groups.last_reduced) {
+    inner_ = groups.take_last();
+    rows_ = groups.take_last();
+    // From here on groups alternate, and the last one is of the kind of the inner one.
+    bool is_reduced = along_rows_;
+    for (size_t k = groups.of.size(); k-- > 0; is_reduced = !is_reduced) {
+      Dims& dims = is_reduced ? reduced_ : kept_;
+      axes::Strides& strides = is_reduced ? reduced_strides_ : kept_strides_;
+      dims.insert(dims.begin(), static_cast<uint32_t>(groups.of[k].size));
+      strides.insert(strides.begin(), groups.of[k].stride);
+    }
+    numbers_ = axes::count_of(reduced_) * (along_rows_ ? inner_ : rows_).size;
+  }
+
+  void run(const float* from, float* to) const {
+    const Group& results = along_rows_ ? rows_ : inner_;
+    const size_t places = axes::count_of(kept_);
+    axes::Walk walk(kept_, kept_strides_);
+    for (size_t i = 0; i < places; ++i, walk.next()) {
+      for (size_t first = 0; first < results.size; first += kResults) {
+        const size_t count = std::min(kResults, results.size - first);
+        reduce(from + walk.offset() + first * results.stride, count, to);
+        to += count;
+      }
     }
   }
-}
 
-using Fold = void (*)(const Elements&, const float*, size_t, const double*, double*);
+ private:
+  // Results at a time, whose sums stay in the cache.
+  static constexpr size_t kResults = 256;
 
-Fold fold_of(AxisReduction function) {
-  switch (function) {
-    case AxisReduction::Max:
-      return fold<AxisReduction::Max>;
-    case AxisReduction::Min:
-      return fold<AxisReduction::Min>;
-    case AxisReduction::Prod:
-      return fold<AxisReduction::Prod>;
-    case AxisReduction::L1:
-      return fold<AxisReduction::L1>;
-    case AxisReduction::L2:
-    case AxisReduction::SumSquare:
-      return fold<AxisReduction::SumSquare>;
-    case AxisReduction::LogSumExp:
-      return fold<AxisReduction::LogSumExp>;
-    default:
-      return fold<AxisReduction::Sum>;
+  void reduce(const float* from, size_t results, float* to) const {
+    double sums[kResults];
+    double shifts[kResults];
+    std::fill_n(shifts, results, 0.0);
+    if (function_ == AxisReduction::LogSumExp) {
+      fold(AxisReduction::Max, from, results, shifts, sums);
+      std::copy_n(sums, results, shifts);
+    }
+    fold(function_, from, results, shifts, sums);
+    for (size_t j = 0; j < results; ++j) {
+      to[j] = static_cast<float>(end_of(function_, sums[j], shifts[j], numbers_));
+    }
   }
-}
 
-// `columns` results whose first elements stand at `first`.
-void reduce(AxisReduction function, const Elements& of, const float* first, size_t columns,
-            float* to) {
-  double sums[kColumns];
-  double shifts[kColumns];
-  const bool shifted = function == AxisReduction::LogSumExp;
-  const size_t count = axes::count_of(of.dims) * of.run;
-  std::fill_n(shifts, columns, 0.0);
-  if (shifted) fold<AxisReduction::Max>(of, first, columns, sums, shifts);
-  fold_of(function)(of, first, columns, shifts, sums);
-  for (size_t j = 0; j < columns; ++j) {
-    // An infinity or a NaN is what its exponentials sum up to.
-    const auto shifted_back = [&] {
-      return std::isfinite(shifts[j]) ? shifts[j] + std::log(sums[j]) : shifts[j];
-    };
-    to[j] = static_cast<float>(shifted ? shifted_back() : end_of(function, sums[j], count));
+  void fold(AxisReduction function, const float* from, size_t results, const double* shifts,
+            double* sums) const {
+    std::fill_n(sums, results, begin_of(function));
+    elementary::ReductionTask task;
+    task.function = static_cast<uint32_t>(function);
+    task.rows = along_rows_ ? results : rows_.size;
+    task.stride = rows_.stride;
+    task.count = along_rows_ ? inner_.size : results;
+    task.along_rows = along_rows_;
+    task.shifts = shifts;
+    task.sums = sums;
+    const size_t parts = axes::count_of(reduced_);
+    axes::Walk walk(reduced_, reduced_strides_);
+    for (size_t i = 0; i < parts; ++i, walk.next()) {
+      task.input = from + walk.offset();
+      core_(task);
+    }
   }
-}
+
+  const elementary::ReductionCore core_;
+  const AxisReduction function_;
+  const bool along_rows_;
+  Group inner_;   // numbers side by side
+  Group rows_;    // of the other kind, around them
+  Dims kept_;     // further ones that stay
+  Dims reduced_;  // further ones that are reduced over
+  axes::Strides kept_strides_;
+  axes::Strides reduced_strides_;
+  size_t numbers_ = 0;  // of a result
+};
 
 }  // namespace
 
@@ -156,6 +166,8 @@ KernelFamily::Misfits AxisReductionKernel::refusals(const LayerInfo* info,
   if (layer != nullptr) {
     expected.expect(layer->function <= kLastReduction, "function",
                     "0 to " + std::to_string(kLastReduction), std::to_string(layer->function));
+    expected.expect(!row_.is_vector || elementary::has_vector_reduction(layer->function),
+                    "function", "one that vectors have", std::to_string(layer->function));
   }
   return std::move(expected).unmet();
 }
@@ -220,31 +232,13 @@ int AxisReductionKernel::Forward(const Tensors& inputs, Tensors& outputs, const 
   std::vector<bool> reduced_over;
   reduced_axes(dims.size(), reduced_over);
   auto output = pass.create(InferOutputShapes({inputs[0]->shape})[0]);
-  const axes::Strides strides = axes::strides_of(dims);
-  size_t outer = dims.size();
-  while (outer > 0 && reduced_over[outer - 1] == reduced_over.back()) --outer;
-  const size_t side_by_side = axes::count_of(dims, outer, dims.size());
-  Dims kept_dims;
-  Dims lost_dims;
-  axes::Strides kept;
-  axes::Strides lost;
-  for (size_t k = 0; k < outer; ++k) {
-    (reduced_over[k] ? lost_dims : kept_dims).push_back(dims[k]);
-    (reduced_over[k] ? lost : kept).push_back(strides[k]);
-  }
-  Elements elements{lost_dims, lost};
-  const bool is_run = !dims.empty() && reduced_over.back();
-  (is_run ? elements.run : elements.columns) = side_by_side;
-  float* to = floats_of(*output);
-  axes::Walk walk(kept_dims, kept);
-  const size_t count = axes::count_of(kept_dims);
-  for (size_t i = 0; i < count; ++i, walk.next()) {
-    const float* const first = floats_of(*inputs[0]) + walk.offset();
-    for (size_t column = 0; column < elements.columns; column += kColumns) {
-      const size_t columns = std::min(kColumns, elements.columns - column);
-      reduce(static_cast<AxisReduction>(function_), elements, first + column, columns, to);
-      to += columns;
-    }
+  const auto function = static_cast<AxisReduction>(function_);
+  if (axes::count_of(dims) == 0) {
+    std::fill_n(floats_of(*output), runtime::ElementCount(output->shape),
+                static_cast<float>(end_of(function, begin_of(function), begin_of(function), 0)));
+  } else {
+    Reducer(row_.core, function, Groups(dims, reduced_over))
+        .run(floats_of(*inputs[0]), floats_of(*output));
   }
   outputs.push_back(std::move(output));
   return runtime::KERNEL_OK;

@@ -11,6 +11,7 @@
 namespace marlo::kernel {
 
 class BinaryKernel;
+struct BinarySpread;
 
 struct BinaryRow : KernelRow {
   using Family = BinaryKernel;
@@ -20,8 +21,9 @@ struct BinaryRow : KernelRow {
 };
 
 /// See `runtime::BinaryFunctionInfo`. Of the documented descriptions it takes
-/// ElementWiseOperatorInfo and BroadcastOperatorInfo. Blocked tensors are taken where both have the
-/// same dims and layout.
+/// ElementWiseOperatorInfo and BroadcastOperatorInfo. Tensors in blocks broadcast along rows
+/// and columns, and with tensors in the order of their dims that have one number for each channel or the same
+/// numbers for all channels.
 class BinaryKernel : public KernelFamily {
  public:
   explicit BinaryKernel(const BinaryRow& row) : row_(row) {}
@@ -38,7 +40,7 @@ class BinaryKernel : public KernelFamily {
   Misfits input_refusals(const Shapes& inputs) const;
 
  private:
-  bool result_of(const Shapes& inputs, runtime::TensorShape& result) const;
+  bool spread_of(const Shapes& inputs, BinarySpread& spread) const;
   size_t inputs_needed() const { return has_constant_ ? 1 : 2; }
 
   const BinaryRow& row_;

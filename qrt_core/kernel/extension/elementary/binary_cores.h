@@ -5,7 +5,8 @@
 
 namespace marlo::kernel::elementary {
 
-/// c[i] = a[i * a_step] op b[i * b_step]; steps are 0 or 1.
+/// `rows` rows of `count` results: c[i] = a[i * a_step] op b[i * b_step], where steps are 0 or 1. Rows of
+/// results follow each other, those of the operands lie `a_row` and `b_row` apart.
 struct BinaryTask {
   uint32_t function = 0;  ///< a runtime::BinaryFunction
   const float* a = nullptr;
@@ -14,6 +15,9 @@ struct BinaryTask {
   size_t b_step = 1;
   float* c = nullptr;
   size_t count = 0;
+  size_t rows = 1;
+  size_t a_row = 0;
+  size_t b_row = 0;
 };
 
 /// Carries a task out. Those of vectors compute sums, differences, products, quotients, minima,

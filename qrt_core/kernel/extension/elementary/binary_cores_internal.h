@@ -7,19 +7,30 @@ namespace marlo::kernel::elementary {
 namespace {
 
 template <typename V, typename Function>
-void run_binary(const BinaryTask& task, Function function) noexcept {
+void run_row(const BinaryTask& task, const float* a, const float* b, float* c,
+             Function function) noexcept {
   const auto read = [](const float* from, size_t step, size_t i, size_t lanes) {
     return step == 0 ? V::splat(*from) : V::load_first(from + i, lanes);
   };
   size_t i = 0;
   for (; i + V::kLanes <= task.count; i += V::kLanes) {
-    V::store(task.c + i, function(read(task.a, task.a_step, i, V::kLanes),
-                                  read(task.b, task.b_step, i, V::kLanes)));
+    V::store(c + i,
+             function(read(a, task.a_step, i, V::kLanes), read(b, task.b_step, i, V::kLanes)));
   }
   if (i == task.count) return;
   const size_t left = task.count - i;
-  V::store_first(task.c + i, left,
-                 function(read(task.a, task.a_step, i, left), read(task.b, task.b_step, i, left)));
+  V::store_first(c + i, left,
+                 function(read(a, task.a_step, i, left), read(b, task.b_step, i, left)));
+}
+
+template <typename V, typename Function>
+void run_binary(const BinaryTask& task, Function function) noexcept {
+  const float* a = task.a;
+  const float* b = task.b;
+  float* c = task.c;
+  for (size_t row = 0; row < task.rows; ++row, a += task.a_row, b += task.b_row, c += task.count) {
+    run_row<V>(task, a, b, c, function);
+  }
 }
 
 template <typename V>

@@ -11,8 +11,13 @@ namespace {
 
 template <typename Function>
 void run(const BinaryTask& task, Function function) noexcept {
-  for (size_t i = 0; i < task.count; ++i) {
-    task.c[i] = static_cast<float>(function(task.a[i * task.a_step], task.b[i * task.b_step]));
+  const float* a = task.a;
+  const float* b = task.b;
+  float* c = task.c;
+  for (size_t row = 0; row < task.rows; ++row, a += task.a_row, b += task.b_row, c += task.count) {
+    for (size_t i = 0; i < task.count; ++i) {
+      c[i] = static_cast<float>(function(a[i * task.a_step], b[i * task.b_step]));
+    }
   }
 }
 

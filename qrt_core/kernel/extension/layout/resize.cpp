@@ -13,9 +13,11 @@ namespace marlo::kernel {
 
 using axes::Dims;
 using axes::floats_of;
+using resize::Tap;
 using runtime::ResizeMode;
 using runtime::ResizePlaces;
 using runtime::ResizeRounding;
+using runtime::TensorShape;
 using utility::Assert;
 
 namespace {
@@ -89,6 +91,7 @@ bool ResizeKernel::Configure(const LayerInfo* info, const InferenceParam*, const
   exclude_outside_ = description.exclude_outside;
   sizes_ = description.sizes;
   scales_ = description.scales;
+  tables_.assign(sizes_.empty() ? scales_.size() : sizes_.size(), {});
   return true;
 }
 
@@ -108,139 +111,127 @@ bool ResizeKernel::sizes_of(const Dims& input, Dims& output) const {
   return true;
 }
 
+// The same for a shape: in blocks channels stay, and are counted as those of planes.
+bool ResizeKernel::dims_of(const TensorShape& input, Dims& output) const {
+  if (!is_float_in_main_memory(input)) return false;
+  if (axes::is_in_order(input)) return sizes_of(input.dims, output);
+  const uint32_t block = runtime::BlockSize(input.layout);
+  if (!row_.takes_blocks || input.dims.size() != 4 || input.dims[3] != block) return false;
+  const uint32_t channels = input.dims[0] * block;
+  if (!sizes_of({channels, input.dims[1], input.dims[2]}, output)) return false;
+  if (output[0] != channels || scale_of(0, channels, channels) != 1.0) return false;
+  output = {input.dims[0], output[1], output[2], block};
+  return true;
+}
+
 double ResizeKernel::scale_of(size_t axis, uint32_t in, uint32_t out) const {
   return scales_.empty() ? static_cast<double>(out) / in : static_cast<double>(scales_[axis]);
 }
 
-ResizeKernel::Taps ResizeKernel::taps_of(size_t axis, uint32_t in, uint32_t out) const {
-  Taps taps(out);
-  const double scale = scale_of(axis, in, out);
-  const double last = in - 1.0;
-  for (uint32_t x = 0; x < out; ++x) {
-    const double place = place_of(static_cast<ResizePlaces>(places_), x, scale, in, out);
-    const auto add = [&](double at, double weight) {
-      taps[x].push_back(
-          {static_cast<uint32_t>(std::clamp(at, 0.0, last)), static_cast<float>(weight)});
-    };
-    if (mode_ == static_cast<uint32_t>(ResizeMode::Nearest)) {
-      add(rounded(static_cast<ResizeRounding>(nearest_), place), 1.0);
-      continue;
-    }
-    const double first = std::floor(place);
-    if (mode_ == static_cast<uint32_t>(ResizeMode::Linear)) {
-      const double inside = std::clamp(place, 0.0, last);
-      const double below = std::floor(inside);
-      add(below, 1.0 - (inside - below));
-      if (inside > below) add(below + 1.0, inside - below);
-      continue;
-    }
-    double sum = 0.0;
-    for (int k = -1; k <= 2; ++k) {
-      const double at = first + k;
-      const bool left_out = exclude_outside_ && (at < 0.0 || at > last);
-      if (!left_out) sum += cubic_weight(place - at, cubic_);
-    }
-    for (int k = -1; k <= 2; ++k) {
-      const double at = first + k;
-      if (exclude_outside_ && (at < 0.0 || at > last)) continue;
-      const double weight = cubic_weight(place - at, cubic_);
-      add(at, exclude_outside_ ? weight / sum : weight);
-    }
+// What one place of the output reads, which lies at `place` of an axis whose last place is `last`.
+void ResizeKernel::add_taps(double place, double last, std::vector<Tap>& taps) const {
+  const auto add = [&](double at, double weight) {
+    taps.push_back({static_cast<uint32_t>(std::clamp(at, 0.0, last)), static_cast<float>(weight)});
+  };
+  if (mode_ == static_cast<uint32_t>(ResizeMode::Nearest)) {
+    return add(rounded(static_cast<ResizeRounding>(nearest_), place), 1.0);
   }
-  return taps;
+  if (mode_ == static_cast<uint32_t>(ResizeMode::Linear)) {
+    const double inside = std::clamp(place, 0.0, last);
+    const double below = std::floor(inside);
+    add(below, 1.0 - (inside - below));
+    if (inside > below) add(below + 1.0, inside - below);
+    return;
+  }
+  const double first = std::floor(place);
+  const auto is_read = [&](double at) { return !exclude_outside_ || (at >= 0.0 && at <= last); };
+  double sum = 0.0;
+  for (int k = -1; k <= 2; ++k) {
+    if (is_read(first + k)) sum += cubic_weight(place - (first + k), cubic_);
+  }
+  for (int k = -1; k <= 2; ++k) {
+    const double at = first + k;
+    if (!is_read(at)) continue;
+    const double weight = cubic_weight(place - at, cubic_);
+    add(at, exclude_outside_ ? weight / sum : weight);
+  }
+}
+
+const ResizeKernel::Table& ResizeKernel::table_of(size_t axis, uint32_t in, uint32_t out) {
+  Table& table = tables_[axis];
+  if (table.in == in && table.out == out && !table.ends.empty()) return table;
+  table = {in, out, {}, {}};
+  table.ends.reserve(out);
+  const double scale = scale_of(axis, in, out);
+  for (uint32_t x = 0; x < out; ++x) {
+    add_taps(place_of(static_cast<ResizePlaces>(places_), x, scale, in, out), in - 1.0, table.taps);
+    table.ends.push_back(static_cast<uint32_t>(table.taps.size()));
+  }
+  return table;
 }
 
 KernelFamily::Shapes ResizeKernel::InferOutputShapes(const Shapes& shapes) const {
-  Dims dims;
-  Assert(shapes.size() == 1 && sizes_of(shapes[0].dims, dims),
+  TensorShape output;
+  if (shapes.size() == 1) output = shapes[0];
+  Assert(shapes.size() == 1 && dims_of(shapes[0], output.dims),
          "%s: input %s doesn't have the axes that are resampled", row_.name,
          runtime::ShapesText(shapes).c_str());
-  runtime::TensorShape output = shapes[0];
-  output.dims = dims;
   return {output};
 }
 
 int ResizeKernel::CheckInputs(const Tensors& tensors) const {
   Dims dims;
-  return tensor_verdict(axes::are_plain(tensors, 1) && sizes_of(tensors[0]->shape.dims, dims));
+  return tensor_verdict(is_one_float(tensors) && dims_of(tensors[0]->shape, dims));
 }
 
 KernelFamily::Misfits ResizeKernel::input_refusals(const Shapes& inputs) const {
   Expectations expected;
-  if (axes::expect_plain(inputs, 1, expected)) {
-    const size_t rank = sizes_.empty() ? scales_.size() : sizes_.size();
-    expected.expect(false, "input 0", counted(rank, "dim") + ", none of them 0",
-                    runtime::ShapeText(inputs[0]));
+  const bool met =
+      row_.takes_blocks ? expected.one_float(inputs) : axes::expect_plain(inputs, 1, expected);
+  if (met) {
+    const size_t rank = tables_.size();
+    std::string dims = counted(rank, "dim") + ", none of them 0";
+    if (!axes::is_in_order(inputs[0])) dims = "blocks whose channels stay, of 3 dims";
+    expected.expect(false, "input 0", std::move(dims), runtime::ShapeText(inputs[0]));
   }
   return std::move(expected).unmet();
 }
 
 int ResizeKernel::CheckOutputs(const Tensors& tensors) const {
-  return tensor_verdict(axes::are_plain(tensors, 1));
+  return tensor_verdict(is_one_float(tensors) &&
+                        (row_.takes_blocks || axes::is_in_order(tensors[0]->shape)));
 }
 
-// Rows of `inner` numbers that lie side by side.
-void ResizeKernel::resample_rows(const Taps& taps, const float* from, size_t inner, size_t plane,
-                                 size_t planes, float* to) {
-  for (size_t p = 0; p < planes; ++p, from += plane) {
-    for (const std::vector<Tap>& reads : taps) {
-      std::fill_n(to, inner, 0.0f);
-      for (const Tap& tap : reads) {
-        const float* const row = from + tap.place * inner;
-        for (size_t i = 0; i < inner; ++i) to[i] += tap.weight * row[i];
-      }
-      to += inner;
-    }
+int ResizeKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) {
+  if (CheckInputs(inputs) != runtime::KERNEL_OK) {
+    Assert(false, "%s: input %s doesn't have the axes that are resampled", row_.name,
+           runtime::ShapeText(inputs[0]->shape).c_str());
   }
-}
-
-// Single numbers along the last axis: all their taps stand in one list, which every line goes through.
-void ResizeKernel::resample_lines(const Taps& taps, const float* from, size_t width, size_t lines,
-                                  float* to) {
-  std::vector<Tap> all;
-  std::vector<size_t> ends;
-  all.reserve(4 * taps.size());
-  ends.reserve(taps.size());
-  for (const std::vector<Tap>& reads : taps) {
-    all.insert(all.end(), reads.begin(), reads.end());
-    ends.push_back(all.size());
-  }
-  for (size_t line = 0; line < lines; ++line, from += width) {
-    const Tap* tap = all.data();
-    for (const size_t end : ends) {
-      float sum = 0.0f;
-      for (const Tap* const last = all.data() + end; tap != last; ++tap) {
-        sum += tap->weight * from[tap->place];
-      }
-      *to++ = sum;
-    }
-  }
-}
-
-int ResizeKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
-  Assert(CheckInputs(inputs) == runtime::KERNEL_OK,
-         "%s: the input must be a FLOAT32 tensor that has the axes, neither in C4HW4 nor in C8HW8",
-         row_.name);
-  Dims dims = inputs[0]->shape.dims;
+  TensorShape shape = inputs[0]->shape;
+  Dims& dims = shape.dims;
   Dims target;
-  sizes_of(dims, target);
+  dims_of(shape, target);
   std::shared_ptr<runtime::Tensor> from = inputs[0];
-  for (size_t axis = 0; axis < dims.size(); ++axis) {
+  for (size_t axis = 0; axis < tables_.size(); ++axis) {
     if (dims[axis] == target[axis] && scale_of(axis, dims[axis], target[axis]) == 1.0) continue;
-    const Taps taps = taps_of(axis, dims[axis], target[axis]);
-    const size_t outer = axes::count_of(dims, 0, axis);
-    const size_t inner = axes::count_of(dims, axis + 1, dims.size());
-    const size_t dims_before = dims[axis];
-    const size_t plane = dims_before * inner;
+    resize::Task task;
+    task.from = floats_of(*from);
+    task.planes = axes::count_of(dims, 0, axis);
+    task.in = dims[axis];
+    task.out = target[axis];
+    task.inner = axes::count_of(dims, axis + 1, dims.size());
     dims[axis] = target[axis];
-    runtime::TensorShape shape = inputs[0]->shape;
-    shape.dims = dims;
     const auto to = pass.create(shape);
-    if (inner == 1) {
-      resample_lines(taps, floats_of(*from), dims_before, outer, floats_of(*to));
-    } else {
-      resample_rows(taps, floats_of(*from), inner, plane, outer, floats_of(*to));
+    task.to = floats_of(*to);
+    const Table& table = table_of(axis, static_cast<uint32_t>(task.in), target[axis]);
+    task.taps = table.taps.data();
+    task.ends = table.ends.data();
+    std::shared_ptr<runtime::TensorCPU> scratch;
+    if (task.inner == 1) {
+      scratch = pass.create(axes::plain_shape({table.in, resize::kLinesAtOnce}));
+      task.scratch = floats_of(*scratch);
     }
+    if (runtime::ElementCount(shape) != 0) row_.core(task);
     from = to;
   }
   if (from == inputs[0]) {

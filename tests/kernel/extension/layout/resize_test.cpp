@@ -4,6 +4,8 @@
 
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/runtime/model/extension_info.h"
+#include "tests/support/blocked_layout.h"
+#include "tests/support/compare.h"
 #include "tests/support/kernels.h"
 #include "tests/support/numbers.h"
 #include "tests/support/test_context.h"
@@ -20,6 +22,8 @@ using Floats = std::vector<float>;
 
 class Resizing : public testing::TestWithParam<const kernel::ResizeRow*> {
  protected:
+  void SetUp() override { QRT_SKIP_WHERE_MISSING(GetParam()->name); }
+
   static std::shared_ptr<runtime::ResizeInfo> described(uint32_t mode, uint32_t places,
                                                         Dims sizes) {
     const auto info = std::make_shared<runtime::ResizeInfo>();
@@ -30,11 +34,12 @@ class Resizing : public testing::TestWithParam<const kernel::ResizeRow*> {
   }
 
   static Floats run(const std::shared_ptr<runtime::ResizeInfo>& info, const Dims& dims,
-                    const Floats& values, const Dims& expected) {
+                    const Floats& values, const Dims& expected, const char* name = GetParam()->name,
+                    LayoutType layout = LayoutType::CHW) {
     TestContext context;
-    const auto kernel = make_kernel(GetParam()->name);
+    const auto kernel = make_kernel(name);
     EXPECT_TRUE(kernel->Config(info, nullptr, context));
-    const auto input = context.external_floats(dims, LayoutType::CHW, values);
+    const auto input = context.external_floats(dims, layout, values);
     EXPECT_EQ(kernel->CheckInputs({input}), 0);
     IKernel::Tensors outputs;
     kernel->Forward({input}, outputs, context);
@@ -92,6 +97,70 @@ TEST_P(Resizing, InterpolatesByCubics) {
     }
     const Floats level = run(info, {9}, Floats(9, 1.0f), {18});
     for (const float value : level) EXPECT_NEAR(value, 1.0f, 1e-6);
+  }
+}
+
+// Every mode, kind of place and size that fills vectors or doesn't, along each axis and along all.
+TEST_P(Resizing, GivesThePortableBits) {
+  constexpr const char* kPortable = "Resize_Fallback_Float_M1";
+  struct Sizes {
+    Dims in, out;
+  };
+  for (const Sizes& sizes : {Sizes{{3, 7, 5}, {3, 7, 16}}, Sizes{{9, 2, 17}, {9, 5, 31}},
+                             Sizes{{2, 9, 40}, {2, 4, 9}}, Sizes{{3, 4, 35}, {5, 4, 35}},
+                             Sizes{{1, 1, 1}, {1, 3, 9}}, Sizes{{17, 1, 8}, {17, 1, 8}}}) {
+    const Floats values = Random(1).floats(kernel::axes::count_of(sizes.in));
+    for (uint32_t mode = 0; mode < 3; ++mode) {
+      for (uint32_t places = 0; places < 4; ++places) {
+        const auto info = described(mode, places, sizes.out);
+        info->nearest = places;
+        EXPECT_TRUE(same_bits(run(info, sizes.in, values, sizes.out),
+                              run(info, sizes.in, values, sizes.out, kPortable)))
+            << "mode " << mode << ", places " << places << ", width " << sizes.in[2];
+      }
+    }
+  }
+}
+
+TEST_P(Resizing, TakesBlocksWhoseChannelsStay) {
+  const Floats values = Random(1).floats(size_t{16} * 5 * 3);
+  for (const LayoutType layout : {LayoutType::C8HW8, LayoutType::C4HW4}) {
+    const Dims dims = dims_in_layout({16, 5, 3}, layout);
+    const Floats blocks = to_layout(values, 16, layout);
+    for (uint32_t mode = 0; mode < 3 && GetParam()->takes_blocks; ++mode) {
+      const auto info = described(mode, 0, {16, 7, 8});
+      const Floats planes = run(info, {16, 5, 3}, values, {16, 7, 8});
+      EXPECT_TRUE(same_bits(
+          run(info, dims, blocks, dims_in_layout({16, 7, 8}, layout), GetParam()->name, layout),
+          to_layout(planes, 16, layout)));
+    }
+    TestContext context;
+    const auto kernel = make_kernel(GetParam()->name);
+    const auto input = context.floats(dims, layout, blocks);
+    if (!GetParam()->takes_blocks) {
+      ASSERT_TRUE(kernel->Config(described(0, 0, {16, 7, 8}), nullptr, context));
+      EXPECT_EQ(kernel->CheckInputs({input}), -2);
+      continue;
+    }
+    ASSERT_TRUE(kernel->Config(described(0, 0, {32, 5, 3}), nullptr, context));
+    EXPECT_EQ(kernel->CheckInputs({input}), -2);
+    ASSERT_TRUE(kernel->Config(described(0, 0, dims), nullptr, context));
+    EXPECT_EQ(kernel->CheckInputs({input}), -2);
+  }
+}
+
+// What is read along an axis belongs to its sizes.
+TEST_P(Resizing, FollowsSizesThatChange) {
+  const auto info = described(1, 0, {});
+  info->scales = {1, 2};
+  TestContext context;
+  const auto kernel = make_kernel(GetParam()->name);
+  ASSERT_TRUE(kernel->Config(info, nullptr, context));
+  for (const uint32_t width : {3u, 3u, 11u, 2u}) {
+    const Floats values = Random(width).floats(2 * width);
+    IKernel::Tensors outputs;
+    kernel->Forward({context.floats({2, width}, LayoutType::FLEXIABLE, values)}, outputs, context);
+    EXPECT_EQ(values_of(*outputs[0]), run(info, {2, width}, values, {2, 2 * width}));
   }
 }
 
