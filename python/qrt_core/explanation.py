@@ -5,6 +5,7 @@ import os
 from typing import Any, Callable, Dict, List, Mapping, NamedTuple, Optional, Sequence, Tuple, Union
 
 from qrt_core._core import Model, _explain, _source_of
+from qrt_core._files import expect_replaceable, replace_file
 from qrt_core._progress import shown
 from qrt_core._table import Rows, html_table, sizes_text, text_table
 from qrt_core._types import Path, Source
@@ -285,17 +286,17 @@ def explain(
         NotFoundError: for a network that isn't there.
         InputError: for an input whose shape the model doesn't tell.
         LayerError: for shapes that don't fit.
-        ModelError, OSError: as load().
+        ModelError, OSError: as load(); OSError also for a page that can't be written, before anything is measured.
     """
     given = model if isinstance(model, Model) else _source_of(model)
+    page_path = None if html is None else expect_replaceable(html)
     title = None if html is None else os.path.basename(given.path or "model")
     with shown(progress, "step {} of {}") as callback:
         facts, page = _explain(
             given, network, inputs, seconds, candidates, kernels, budget, wisdom_path(wisdom), title, callback
         )
-    if html is not None:
-        with open(html, "w", encoding="utf-8") as file:
-            file.write(page)
+    if page_path is not None:
+        replace_file(page_path, page.encode())
     machine = facts.pop("machine")
     levels = tuple(map(MemoryLevel._make, machine.pop("levels")))
     layers = list(map(_layer_of, facts.pop("layers")))

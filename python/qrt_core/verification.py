@@ -157,6 +157,7 @@ def verify(
         A Verification, with the imported Model in `model`. It doesn't raise where numbers differ: ask `agrees`.
 
     Raises:
+        OSError: for a file that isn't there.
         OnnxFileError: for a file, or test data, that can't be read.
         UnsupportedError: for a network that can't be imported, and for `data` of another shape; `refusals` says why.
         ValueError: for kernels that there aren't.

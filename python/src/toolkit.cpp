@@ -97,6 +97,9 @@ std::string path_of(const py::object& path) {
   return py::module_::import("os").attr("fspath")(path).cast<std::string>();
 }
 
+// @throws OSError for a file that isn't there
+void expect_file(const py::object& path) { py::module_::import("os").attr("stat")(path); }
+
 PyModel model_of(ImportedModel& imported) {
   // This form holds the weights as exactly as the tree does.
   return PyModel(Source(bytes_of(imported.model, "json")), report_of(imported.report));
@@ -106,6 +109,7 @@ PyModel import_onnx(const py::object& path, const py::object& inputs, const py::
                     const py::object& network, const py::object& kernels) {
   const ImportOptions options = import_options(inputs, constants, network, kernels);
   const std::string file = path_of(path);
+  expect_file(path);
   ImportedModel imported = [&] {
     const py::gil_scoped_release released;
     return marlo::toolkit::import_onnx(file, options);
@@ -142,6 +146,7 @@ py::tuple verify(const py::object& path, const py::object& inputs, const py::obj
   with.progress = [&steps](size_t done, size_t of) {
     if (!steps.step(done, of)) throw Interrupted();
   };
+  expect_file(path);
   VerifiedImport verified = [&] {
     try {
       const py::gil_scoped_release released;
@@ -193,8 +198,9 @@ void bind_toolkit(py::module_& module) {
       "inputs, by name.\n    network: the network's id; None for the file's name.\n    kernels: "
       "the set to choose from by estimated costs: 'portable', 'sse', 'avx', 'fma', 'avx2' or "
       "'avx512'; None for what this processor can run.\n\nReturns:\n    "
-      "A Model, whose `report` says what was imported.\n\nRaises:\n    OnnxFileError: for a file "
-      "that can't be read.\n    UnsupportedError: for a network that can't be imported; "
+      "A Model, whose `report` says what was imported.\n\nRaises:\n    OSError: for a file that "
+      "isn't there.\n    OnnxFileError: for a file that can't be read.\n    UnsupportedError: for "
+      "a network that can't be imported; "
       "`refusals` says why, node by node.");
   module.def("_verify", &verify, py::arg("path"), py::arg("inputs"), py::arg("constants"),
              py::arg("network"), py::arg("kernels"), py::arg("data"), py::arg("test_data"),

@@ -50,8 +50,10 @@ def test_a_pass_that_fails_again_says_the_same_and_logs_nothing(caplog):
 def test_refusals():
     with pytest.raises(qrt.OnnxFileError):
         qrt.import_onnx(__file__)
-    with pytest.raises(qrt.OnnxFileError):
-        qrt.import_onnx("/no/such/file.onnx")
+    for missing in (qrt.import_onnx, qrt.verify):
+        with pytest.raises(FileNotFoundError) as failure:
+            missing("/no/such/file.onnx")
+        assert failure.value.filename == "/no/such/file.onnx"
     with pytest.raises(qrt.UnsupportedError) as failure:
         qrt.import_onnx(case("test_strnormalizer_export_monday_casesensintive_lower"))
     assert failure.value.refusals and failure.value.refusals[0].why

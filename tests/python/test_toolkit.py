@@ -292,6 +292,11 @@ def test_explains_the_candidates(wisdom, tmp_path, caplog):
         qrt.explain(models.DIGITS, budget=-1)
     with pytest.raises(ValueError, match="kernels 'neon'"):
         qrt.explain(models.DIGITS, kernels="neon")
+    steps = []
+    for wrong, kind in ((tmp_path / "none" / "page.html", FileNotFoundError), (tmp_path, IsADirectoryError)):
+        with pytest.raises(kind) as failure:
+            qrt.explain(models.DIGITS, html=wrong, progress=lambda *step: steps.append(step))
+        assert failure.value.filename == str(wrong) and not steps
 
 
 def test_tuning_tells_what_came_second(tuned, wisdom):

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "tests/support/pace.h"
 #include "tests/tools/tool_runner.h"
 
@@ -44,6 +46,15 @@ TEST_F(ExplainTest, PrintsJsonAndWritesAPage) {
                     HasSubstr("\"kernel\": \"ReLU_Fallback_Float_M1\"")));
   const std::string page = file_text(path("page.html"));
   EXPECT_THAT(page, AllOf(HasSubstr("<!DOCTYPE html>"), HasSubstr("id=\"layer-2\"")));
+}
+
+TEST_F(ExplainTest, MeasuresNothingForAPageThatCannotBeWritten) {
+  const Outcome outcome =
+      explain(toy_model(), {"--input", "1x2x3", "--html", path("none/page.html")});
+  EXPECT_EQ(outcome.code, 5);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_THAT(outcome.err, HasSubstr("none/page.html: can't be written"));
+  EXPECT_FALSE(std::filesystem::exists(path("w.json")));
 }
 
 TEST_F(ExplainTest, RefusesWhatGoesNotTogether) {

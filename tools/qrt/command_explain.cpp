@@ -69,6 +69,7 @@ void check_layer(const NetworkReport& report, const ExplainCommandOptions& optio
 void run_explain(const ExplainCommandOptions& options) {
   constexpr double kMilliseconds = 1000;
   check_options(options);
+  if (!options.html.empty() && options.html != kStandardStream) expect_replaceable(options.html);
   Library library;
   ExplainOptions explain;
   explain.set = kernel_set_option(options.isa);
