@@ -6,6 +6,10 @@
 
 namespace marlo::kernel::elementary {
 
-void binary_avx512(const BinaryTask& task) noexcept { binary<math::Avx512Math>(task); }
+// Short rows would leave half of the lanes empty.
+void binary_avx512(const BinaryTask& task) noexcept {
+  if (task.count <= math::FusedMath::kLanes) return binary<math::FusedMath>(task);
+  binary<math::Avx512Math>(task);
+}
 
 }  // namespace marlo::kernel::elementary

@@ -6,31 +6,38 @@
 namespace marlo::kernel::elementary {
 namespace {
 
-template <typename V, typename Function>
-void run_row(const BinaryTask& task, const float* a, const float* b, float* c,
-             Function function) noexcept {
-  const auto read = [](const float* from, size_t step, size_t i, size_t lanes) {
-    return step == 0 ? V::splat(*from) : V::load_first(from + i, lanes);
-  };
-  size_t i = 0;
-  for (; i + V::kLanes <= task.count; i += V::kLanes) {
-    V::store(c + i,
-             function(read(a, task.a_step, i, V::kLanes), read(b, task.b_step, i, V::kLanes)));
-  }
-  if (i == task.count) return;
-  const size_t left = task.count - i;
-  V::store_first(c + i, left,
-                 function(read(a, task.a_step, i, left), read(b, task.b_step, i, left)));
+/// `lanes` numbers of a row from the i-th on, or as often the one that it has.
+template <typename V, bool is_still>
+[[gnu::always_inline]] inline typename V::Register read(const float* row, size_t i,
+                                                        size_t lanes) noexcept {
+  if constexpr (is_still) return V::splat(row);
+  return V::load_first(row + i, lanes);
 }
 
-template <typename V, typename Function>
-void run_binary(const BinaryTask& task, Function function) noexcept {
+template <typename V, bool a_still, bool b_still, typename Function>
+void run_rows(const BinaryTask& task, Function function) noexcept {
+  const size_t whole = task.count / V::kLanes * V::kLanes;
+  const size_t left = task.count - whole;
   const float* a = task.a;
   const float* b = task.b;
   float* c = task.c;
   for (size_t row = 0; row < task.rows; ++row, a += task.a_row, b += task.b_row, c += task.count) {
-    run_row<V>(task, a, b, c, function);
+    for (size_t i = 0; i < whole; i += V::kLanes) {
+      V::store(c + i,
+               function(read<V, a_still>(a, i, V::kLanes), read<V, b_still>(b, i, V::kLanes)));
+    }
+    if (left == 0) continue;
+    V::store_first(c + whole, left,
+                   function(read<V, a_still>(a, whole, left), read<V, b_still>(b, whole, left)));
   }
+}
+
+// Where both stand still there is one number in a row.
+template <typename V, typename Function>
+void run_binary(const BinaryTask& task, Function function) noexcept {
+  if (task.a_step == 0) return run_rows<V, true, false>(task, function);
+  if (task.b_step == 0) return run_rows<V, false, true>(task, function);
+  run_rows<V, false, false>(task, function);
 }
 
 template <typename V>
