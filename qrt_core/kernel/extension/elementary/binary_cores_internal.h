@@ -32,9 +32,30 @@ void run_rows(const BinaryTask& task, Function function) noexcept {
   }
 }
 
+/// Rows of one vector, which are the same each time on one side: `other` are those of the other side.
+template <typename V, typename Function>
+void run_vectors(const float* other, size_t stride, size_t rows, float* c,
+                 Function function) noexcept {
+  for (size_t row = 0; row < rows; ++row, other += stride, c += V::kLanes) {
+    V::store(c, function(V::load(other)));
+  }
+}
+
 // Where both stand still there is one number in a row.
 template <typename V, typename Function>
 void run_binary(const BinaryTask& task, Function function) noexcept {
+  if (task.count == V::kLanes && task.a_step == 1 && task.b_step == 1) {
+    if (task.b_row == 0) {
+      const auto b = V::load(task.b);
+      return run_vectors<V>(task.a, task.a_row, task.rows, task.c,
+                            [&](auto a) { return function(a, b); });
+    }
+    if (task.a_row == 0) {
+      const auto a = V::load(task.a);
+      return run_vectors<V>(task.b, task.b_row, task.rows, task.c,
+                            [&](auto b) { return function(a, b); });
+    }
+  }
   if (task.a_step == 0) return run_rows<V, true, false>(task, function);
   if (task.b_step == 0) return run_rows<V, false, true>(task, function);
   run_rows<V, false, false>(task, function);
