@@ -260,10 +260,11 @@ int BinaryKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass& p
   task.function = function_;
   task.count = take_last(spread, task.a_step, task.b_step);
   task.rows = take_last(spread, task.a_row, task.b_row);
+  task.groups = take_last(spread, task.a_group, task.b_group);
   task.c = floats_of(*output);
   axes::Walk walk_a(spread.dims, spread.a);
   axes::Walk walk_b(spread.dims, spread.b);
-  const size_t together = task.rows * task.count;
+  const size_t together = task.groups * task.rows * task.count;
   for (size_t done = 0; done < count; done += together, task.c += together) {
     task.a = a + walk_a.offset();
     task.b = b + walk_b.offset();

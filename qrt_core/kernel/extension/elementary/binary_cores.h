@@ -5,8 +5,9 @@
 
 namespace marlo::kernel::elementary {
 
-/// `rows` rows of `count` results: c[i] = a[i * a_step] op b[i * b_step], where steps are 0 or 1. Rows of
-/// results follow each other, those of the operands lie `a_row` and `b_row` apart.
+/// `groups` groups of `rows` rows of `count` results: c[i] = a[i * a_step] op b[i * b_step], where steps are
+/// 0 or 1. Results follow each other, rows of the operands lie `a_row` and `b_row` apart, and groups of them
+/// `a_group` and `b_group`.
 struct BinaryTask {
   uint32_t function = 0;  ///< a runtime::BinaryFunction
   const float* a = nullptr;
@@ -18,7 +19,21 @@ struct BinaryTask {
   size_t rows = 1;
   size_t a_row = 0;
   size_t b_row = 0;
+  size_t groups = 1;
+  size_t a_group = 0;
+  size_t b_group = 0;
 };
+
+/// Calls `run` with the task of each group.
+template <typename Run>
+[[gnu::always_inline]] inline void for_each_group(BinaryTask task, Run run) noexcept {
+  for (size_t group = 0; group < task.groups; ++group) {
+    run(task);
+    task.a += task.a_group;
+    task.b += task.b_group;
+    task.c += task.rows * task.count;
+  }
+}
 
 /// Carries a task out. Those of vectors compute sums, differences, products, quotients, minima,
 /// maxima and PReLU, and leave everything else to the portable one. Each operation rounds once.

@@ -43,7 +43,7 @@ void run_vectors(const float* other, size_t stride, size_t rows, float* c,
 
 // Where both stand still there is one number in a row.
 template <typename V, typename Function>
-void run_binary(const BinaryTask& task, Function function) noexcept {
+[[gnu::always_inline]] inline void run_group(const BinaryTask& task, Function function) noexcept {
   if (task.count == V::kLanes && task.a_step == 1 && task.b_step == 1) {
     if (task.b_row == 0) {
       const auto b = V::load(task.b);
@@ -59,6 +59,11 @@ void run_binary(const BinaryTask& task, Function function) noexcept {
   if (task.a_step == 0) return run_rows<V, true, false>(task, function);
   if (task.b_step == 0) return run_rows<V, false, true>(task, function);
   run_rows<V, false, false>(task, function);
+}
+
+template <typename V, typename Function>
+void run_binary(const BinaryTask& task, Function function) noexcept {
+  for_each_group(task, [&](const BinaryTask& group) { run_group<V>(group, function); });
 }
 
 template <typename V>

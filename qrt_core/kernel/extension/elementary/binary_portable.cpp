@@ -10,7 +10,7 @@ using runtime::BinaryFunction;
 namespace {
 
 template <typename Function>
-void run(const BinaryTask& task, Function function) noexcept {
+void run_group(const BinaryTask& task, Function function) noexcept {
   const float* a = task.a;
   const float* b = task.b;
   float* c = task.c;
@@ -19,6 +19,11 @@ void run(const BinaryTask& task, Function function) noexcept {
       c[i] = static_cast<float>(function(a[i * task.a_step], b[i * task.b_step]));
     }
   }
+}
+
+template <typename Function>
+void run(const BinaryTask& task, Function function) noexcept {
+  for_each_group(task, [&](const BinaryTask& group) { run_group(group, function); });
 }
 
 float smaller(float a, float b) { return std::isnan(a) || a < b ? a : b; }
