@@ -198,7 +198,7 @@ double strassen_error(const Layer& layer) {
 std::vector<double> filtering_errors(const std::string& kernel, const Layer& layer,
                                      const Reference& reference) {
   double factor = 36.0;
-  if (has_part(kernel, "Winograd4")) factor = 2304.0;
+  if (has_part(kernel, "Winograd4")) factor = 564.0;
   if (has_part(kernel, "Winograd6")) factor = 4580.0;
   const double roundings = layer.sizes.in_channels + (factor == 36.0 ? 14.0 : 80.0);
   const ConvCase& sizes = layer.sizes;

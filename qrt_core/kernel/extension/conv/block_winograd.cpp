@@ -21,11 +21,11 @@ constexpr size_t kTaps = 3;
 
 using FilterRow = std::array<double, kTaps>;
 
-constexpr std::array<FilterRow, 6> kFilters4 = {{{1.0 / 4, 0, 0},
-                                                 {-1.0 / 6, -1.0 / 6, -1.0 / 6},
-                                                 {-1.0 / 6, 1.0 / 6, -1.0 / 6},
-                                                 {1.0 / 24, 1.0 / 12, 1.0 / 6},
-                                                 {1.0 / 24, -1.0 / 12, 1.0 / 6},
+constexpr std::array<FilterRow, 6> kFilters4 = {{{256.0 / 225, 0, 0},
+                                                 {-2048.0 / 2975, -256.0 / 595, -32.0 / 119},
+                                                 {-2048.0 / 2975, 256.0 / 595, -32.0 / 119},
+                                                 {128.0 / 1071, 64.0 / 357, 32.0 / 119},
+                                                 {128.0 / 1071, -64.0 / 357, 32.0 / 119},
                                                  {0, 0, 1}}};
 
 constexpr std::array<FilterRow, 8> kFilters6 = {{{1, 0, 0},

@@ -8,7 +8,7 @@
 //
 // The sums are other sums than the definition's. With C input channels, each is off by at most
 // (C + 40) eps K S, where S is the sum over the channels of the largest weight times the largest input
-// and K is 2304 for F(4 x 4), 4580 for F(6 x 6): the products of the magnitudes in the rows of the three
+// and K is 564 for F(4 x 4), 4580 for F(6 x 6): the products of the magnitudes in the rows of the three
 // matrices. A NaN or an infinity in an input reaches all outputs of its tile. Filters are transformed in
 // double precision when the layer is configured, and take 4 and 7.1 times the memory of the weights.
 
