@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -177,6 +178,17 @@ class Tuner {
     if (progress_.layers < progress_.of_layers) ++progress_.layers;
   }
 
+  /// Notes the time of a configuration that ran, among others, the first of which is the given one. Of one
+  /// that ran before, this replaces what it took then: passes of different rounds can't be compared.
+  void ran(const std::string& name, const PassTimes& times, size_t place) {
+    std::vector<TunedConfiguration>& all = tuned_.report.ran;
+    const auto is_same = [&](const TunedConfiguration& one) { return one.name == name; };
+    auto known = std::find_if(all.begin(), all.end(), is_same);
+    if (known == all.end()) known = all.insert(all.end(), {name, 0, 0});
+    known->milliseconds = times.total[place];
+    known->of_given = times.total[0] > 0 ? times.total[place] / times.total[0] : 0;
+  }
+
   /// Whole passes choose.
   void compare_passes(std::vector<Contestant>& contestants) {
     TuneReport& report = tuned_.report;
@@ -184,10 +196,10 @@ class Tuner {
     for (const Contestant& contestant : contestants) models.push_back(&contestant.assigned.model);
     const PassTimes times = time_passes(models);
     if (!budget_.goes_on() && !times.are_known()) return;
-    report.ran.push_back({"given", times.total[0]});
+    ran("given", times, 0);
     size_t best = is_given_allowed_ ? 0 : 1;
     for (size_t i = 0; i < contestants.size(); ++i) {
-      report.ran.push_back({contestants[i].name, times.total[i + 1]});
+      ran(contestants[i].name, times, i + 1);
       if (times.total[i + 1] < times.total[best]) best = i + 1;
     }
     state(times, best, report.ran[best].name);
@@ -204,7 +216,7 @@ class Tuner {
     constexpr double kShort = 100;  // milliseconds
     TuneReport& report = tuned_.report;
     const double given = cost_of_given(given_->problem);
-    report.ran = {{"given", kUnknown}, {best.name, kUnknown}};
+    report.ran = {{"given", kUnknown, 0}, {best.name, kUnknown, 0}};
     report.before = report.after = report.difference = kUnknown;
     for (TunedSize& size : report.sizes) size.before = size.after = size.difference = kUnknown;
     const bool is_other = !is_given_allowed_ || best.assigned.report.cost < given;
@@ -253,13 +265,13 @@ class Tuner {
     const PassTimes times = time_passes({&model_, &before, &after});
     if (!budget_.goes_on() && !times.are_known()) {
       // Each change made passes faster, which is what is known.
-      report.ran.push_back({"exchanged", changes.total[1]});
+      report.ran.push_back({"exchanged", changes.total[1], 0});
       const bool is_faster = !is_given_allowed_ || changes.total[1] < report.before;
       if (is_faster) state_after(changes, 1, "exchanged");
       return is_faster;
     }
-    report.ran.push_back({"exchanged", times.total[2]});
-    const std::string names[] = {report.ran[0].name, name, report.ran.back().name};
+    const std::string names[] = {report.ran[0].name, name, "exchanged"};
+    for (size_t i = 0; i < std::size(names); ++i) ran(names[i], times, i);
     const auto fastest =
         std::min_element(times.total.rbegin(), times.total.rend() - (is_given_allowed_ ? 0 : 1));
     const auto place = static_cast<size_t>(times.total.rend() - fastest) - 1;

@@ -59,6 +59,8 @@ struct TunedConfiguration {
   std::string name;
   /// Of a pass; of several sizes: the weighted sum. NaN where it was ended before that was known.
   double milliseconds = 0;
+  /// Of the given one's time in the same round of passes, the last in which this one ran; 0 where unknown.
+  double of_given = 0;
 };
 
 /// What tuning did to passes on one size; NaN where it was ended before that was known. Plain data.

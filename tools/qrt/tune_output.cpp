@@ -57,9 +57,8 @@ std::string tune_text(const TuneReport& report, size_t width) {
   const char* const sum = report.sizes.size() < 2 ? "pass ms" : "weighted ms";
   Table passes({{"configuration"}, {sum, true}, {"of given", true}, {""}});
   for (const TunedConfiguration& ran : report.ran) {
-    const double given = report.ran[0].milliseconds;
     passes.add({ran.name, shown_ms(ran.milliseconds),
-                given > 0 ? short_decimal(ran.milliseconds / given) : "",
+                ran.of_given > 0 ? short_decimal(ran.of_given) : "",
                 ran.name == report.chosen ? "chosen" : ""});
   }
   std::string text = sizes_table(report, width) + passes.text(width);
@@ -99,6 +98,7 @@ std::string tune_json(const TuneReport& report, const TuneOptions& options) {
     json.begin_object();
     json.text("name", ran.name);
     json.number("pass_ms", ran.milliseconds);
+    json.number("of_given", ran.of_given);
     json.end_object();
   }
   json.end_array();

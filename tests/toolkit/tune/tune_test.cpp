@@ -216,6 +216,14 @@ TEST(Tune, WhatTheLastPassesSayHolds) {
   EXPECT_DOUBLE_EQ(unchanged.report.after, 8);
   EXPECT_EQ(unchanged.report.changes_kept, 0u);
   EXPECT_DOUBLE_EQ(unchanged.report.ran.back().milliseconds, 9);
+  // What ran before is told as it was beside the changed one, in the same passes.
+  const std::vector<TunedConfiguration>& all = unchanged.report.ran;
+  EXPECT_DOUBLE_EQ(all.front().milliseconds, 8.5);
+  EXPECT_DOUBLE_EQ(all.front().of_given, 1);
+  EXPECT_DOUBLE_EQ(all.back().of_given, 9 / 8.5);
+  EXPECT_EQ(
+      std::count_if(all.begin(), all.end(), [](const auto& one) { return one.name == "measured"; }),
+      1);
   const auto& layers = unchanged.model.config_arr->cfgs.at("net")->cpu_sse->layer_cfgs;
   EXPECT_NE(layers.at("r")->kernel->kernel_type, other);
   EXPECT_EQ(layers.at("c")->kernel->kernel_type.find("Fallback"), std::string::npos);
