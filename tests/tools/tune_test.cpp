@@ -178,7 +178,9 @@ TEST_F(TuneTest, InputsMayBeNamedInEachSize) {
   EXPECT_THAT(twice.err, HasSubstr("--input names \"a\" twice"));
   const Outcome unknown = tune({"--input", "a=1x4x5", "--input", "c=1x4x5"});
   EXPECT_EQ(unknown.code, 2);
-  EXPECT_THAT(unknown.err, HasSubstr("--input c=1x4x5: expected sizes such as 1x28x28, or LAYER="));
+  EXPECT_THAT(
+      unknown.err,
+      HasSubstr("--input c=1x4x5: network \"net\" has no input \"c\"; there is \"a\", \"b\""));
 }
 
 TEST_F(TuneTest, SaysWhatIsWrongWithTheCommandLine) {

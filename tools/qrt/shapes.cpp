@@ -213,6 +213,15 @@ InputShapes given_input_shapes(const NetworkReport& report, const std::vector<st
   }
   InputShapes shapes;
   for (const GivenInput& input : assign_inputs(report, options, "input")) {
+    if (const size_t end = input.value.find('='); end != std::string::npos) {
+      std::vector<std::string> ids;
+      ids.reserve(inputs.size());
+      for (const uint32_t id : inputs) ids.push_back(in_quotes(report.layers.at(id).id));
+      throw ToolError(kUsageError, "--input " + printable(input.value) + ": network " +
+                                       in_quotes(report.id) + " has no input " +
+                                       in_quotes(input.value.substr(0, end)) + "; there is " +
+                                       joined(ids, ", "));
+    }
     shapes.emplace(input.layer, input_shape(parse_sizes_option(input.value),
                                             demanded_input(report, input.layer), keep_batch));
   }
