@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace marlo::toolkit {
@@ -28,8 +31,34 @@ class MemoryFile {
 
   /// Whether there is such a file; `errno` says why there is none.
   bool is_open() const { return descriptor_ >= 0; }
-  int descriptor() const { return descriptor_; }
   const std::string& path() const { return path_; }
+
+  /// Appends bytes. @return false where there is no room; `errno` says why
+  bool write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+      const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+      if (count < 0 && errno != EINTR) return false;
+      if (count > 0) bytes.remove_prefix(static_cast<size_t>(count));
+    }
+    return true;
+  }
+
+  /// In bytes, whoever wrote them; -1 where that can't be told, and `errno` says why.
+  off_t size() const {
+    struct stat facts {};
+    return fstat(descriptor_, &facts) == 0 ? facts.st_size : -1;
+  }
+
+  /// The first `size` bytes. @return false where there are fewer
+  bool read(char* to, size_t size) const {
+    for (size_t done = 0; done < size;) {
+      const ssize_t count = pread(descriptor_, to + done, size - done, static_cast<off_t>(done));
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return false;
+      done += static_cast<size_t>(count);
+    }
+    return true;
+  }
 
  private:
   void make_temporary() {

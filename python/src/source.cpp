@@ -34,27 +34,16 @@ class MemoryFile {
   const std::string& path() const { return file_.path(); }
 
   void write(std::string_view bytes) const {
-    while (!bytes.empty()) {
-      const ssize_t count = ::write(file_.descriptor(), bytes.data(), bytes.size());
-      if (count < 0 && errno != EINTR) raise_os_error("memory");
-      if (count > 0) bytes.remove_prefix(static_cast<size_t>(count));
-    }
+    if (!file_.write(bytes)) raise_os_error("memory");
   }
 
   py::bytes bytes() const {
-    struct stat facts {};
-    if (fstat(file_.descriptor(), &facts) != 0) raise_os_error("memory");
-    const auto size = static_cast<size_t>(facts.st_size);
-    auto result =
-        py::reinterpret_steal<py::bytes>(PyBytes_FromStringAndSize(nullptr, facts.st_size));
+    const off_t size = file_.size();
+    if (size < 0) raise_os_error("memory");
+    auto result = py::reinterpret_steal<py::bytes>(PyBytes_FromStringAndSize(nullptr, size));
     if (!result) throw py::error_already_set();
-    char* const target = PyBytes_AS_STRING(result.ptr());
-    for (size_t done = 0; done < size;) {
-      const ssize_t count =
-          pread(file_.descriptor(), target + done, size - done, static_cast<off_t>(done));
-      if (count <= 0) raise_os_error("memory");
-      done += static_cast<size_t>(count);
-    }
+    if (!file_.read(PyBytes_AS_STRING(result.ptr()), static_cast<size_t>(size)))
+      raise_os_error("memory");
     return result;
   }
 

@@ -1,8 +1,5 @@
 #include "qrt_toolkit/tune/open.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <stdexcept>
 
 #include "qrt_core/utility/application.h"
@@ -14,20 +11,6 @@
 
 namespace marlo::toolkit {
 namespace {
-
-std::string bytes_of(const MemoryFile& file) {
-  struct stat status {};
-  fstat(file.descriptor(), &status);
-  std::string text(static_cast<size_t>(status.st_size), '\0');
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t count =
-        pread(file.descriptor(), text.data() + done, text.size() - done, static_cast<off_t>(done));
-    if (count <= 0) throw utility::Error("the copy of the model can't be read");
-    done += static_cast<size_t>(count);
-  }
-  return text;
-}
 
 bool is_json(const std::string& path) {
   return path.size() > 5 && path.compare(path.size() - 5, 5, ".json") == 0;
@@ -66,7 +49,11 @@ utility::Model open_with_kernels(const std::string& path, const std::vector<uint
     throw utility::Error("a copy of the model with other kernels can't be written to " +
                          file.path());
   }
-  const std::string bytes = bytes_of(file);
+  const off_t size = file.size();
+  std::string bytes(size < 0 ? 0 : static_cast<size_t>(size), '\0');
+  if (size < 0 || !file.read(bytes.data(), bytes.size())) {
+    throw utility::Error("the copy of the model can't be read");
+  }
   return utility::Model::from_bytes(bytes.data(), bytes.size());
 }
 

@@ -1,9 +1,5 @@
 #include "tools/qrt/files.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -13,11 +9,13 @@
 #include <memory>
 #include <new>
 
+#include "qrt_toolkit/memory_file_internal.h"
 #include "tools/qrt/text.h"
 
 namespace qrt_tool {
 
 namespace fs = std::filesystem;
+using marlo::toolkit::MemoryFile;
 
 namespace {
 
@@ -25,24 +23,10 @@ constexpr size_t kMostBytes = size_t{1} << 30;
 
 std::string reason() { return std::strerror(errno); }
 
-// What can be read once only, by name.
-std::map<std::string, std::string>& copies() {
-  static std::map<std::string, std::string> paths;
-  return paths;
-}
-
-// Copies a stream into memory that has a path for as long as the process lives.
-std::string copy_in_memory(const std::string& bytes) {
-  const int file = memfd_create("qrt", MFD_CLOEXEC);
-  size_t written = 0;
-  while (file >= 0 && written < bytes.size()) {
-    const ssize_t count = write(file, bytes.data() + written, bytes.size() - written);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) throw std::bad_alloc();
-    written += static_cast<size_t>(count);
-  }
-  if (file < 0) throw std::bad_alloc();
-  return "/proc/self/fd/" + std::to_string(file);
+// What can be read once only, by name: in memory, for as long as the process lives.
+std::map<std::string, MemoryFile>& copies() {
+  static std::map<std::string, MemoryFile> files;
+  return files;
 }
 
 // The first bytes of a file, up to `most`; at least one.
@@ -92,13 +76,16 @@ bool is_stream(const std::string& path) {
 std::string rereadable(const std::string& path, ExitCode exit_code) {
   if (!is_stream(path)) return path;
   const auto found = copies().find(path);
-  if (found != copies().end()) return found->second;
-  return copies()[path] = copy_in_memory(read_whole(path, exit_code));
+  if (found != copies().end()) return found->second.path();
+  const std::string bytes = read_whole(path, exit_code);
+  const MemoryFile& copy = copies()[path];
+  if (!copy.is_open() || !copy.write(bytes)) throw std::bad_alloc();
+  return copy.path();
 }
 
 std::string read_file(const std::string& path, ExitCode exit_code) {
-  return copies().count(path) != 0 ? read_whole(copies()[path], exit_code)
-                                   : read_whole(path, exit_code);
+  const auto found = copies().find(path);
+  return read_whole(found != copies().end() ? found->second.path() : path, exit_code);
 }
 
 void check_readable(const std::string& path, ExitCode exit_code) {

@@ -1,8 +1,5 @@
 #include "tools/qrt/model_file.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -11,6 +8,7 @@
 #include <vector>
 
 #include "qrt_core/runtime/model/weight_places_internal.h"
+#include "qrt_toolkit/memory_file_internal.h"
 #include "tools/qrt/files.h"
 #include "tools/qrt/json_text.h"
 #include "tools/qrt/layer_facts.h"
@@ -191,11 +189,9 @@ void read_object(Serializable& object, const std::string& path, bool is_json) {
 
 std::string json_text_of(Serializable& object) {
   // The library writes files only; this one has no name.
-  const int file = memfd_create("qrt", MFD_CLOEXEC);
-  const std::string path = "/proc/self/fd/" + std::to_string(file);
-  const bool written = file >= 0 && object.ToFile(path.c_str(), kJsonForm);
-  std::string text = written ? read_file(path, kRunError) : "";
-  if (file >= 0) close(file);
+  const marlo::toolkit::MemoryFile file;
+  const bool written = file.is_open() && object.ToFile(file.path().c_str(), kJsonForm);
+  std::string text = written ? read_file(file.path(), kRunError) : "";
   if (!written) throw ToolError(kRunError, "the JSON text can't be made: " + take_library_errors());
   if (!text.empty() && text.back() != '\n') text += '\n';
   return text;
