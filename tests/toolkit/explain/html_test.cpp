@@ -195,7 +195,7 @@ TEST(ExplainHtml, LooksRightInABrowser) {
   const std::string picture = folder.file("page.png");
   const std::string command =
       "timeout 60 '" + browser +
-      "' --headless --no-sandbox --disable-gpu --no-first-run "
+      "' --headless --no-sandbox --disable-gpu --disable-dev-shm-usage --no-first-run "
       "--window-size=1720,920 --virtual-time-budget=5000 --user-data-dir='" +
       folder.file("profile") + "' --screenshot='" + picture + "' --dump-dom 'file://" +
       folder.file("frames.html") + "' >'" + dump + "' 2>/dev/null";
