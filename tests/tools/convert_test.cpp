@@ -171,6 +171,9 @@ TEST_F(ConvertTest, UnknownSuffixIsAUsageError) {
   EXPECT_EQ(convert("a.json", "b.txt").code, 2);
   EXPECT_EQ(convert("a.txt", "b.json").code, 2);
   EXPECT_EQ(convert("a.JSON", "b.json").code, 2);
+  const Outcome device = qrt({"convert", path("a.json"), "/dev/full"});
+  EXPECT_EQ(device.code, 5);
+  EXPECT_THAT(device.err, HasSubstr("/dev/full: can't be written: it is not a regular file"));
 }
 
 TEST_F(ConvertTest, BadInputLeavesTheOldOutput) {

@@ -97,18 +97,24 @@ void prepare_halves(Serializable& object, bool to_halves, const ConvertOptions& 
       (to_nearest ? " (rounded to nearest)" : " (truncated; --round nearest loses less)"));
 }
 
+FileFormat format_of_output(const ConvertOptions& options) {
+  if (options.output == kStandardStream) return {true, std::nullopt};
+  if (is_stream(options.output)) {
+    throw ToolError(kRunError,
+                    printable(options.output) +
+                        ": can't be written: it is not a regular file; expected a file's "
+                        "name, or - for JSON on standard output");
+  }
+  return format_of_name(options.output, kUsageError);
+}
+
 void write_converted(Serializable& object, ObjectKind kind, const ConvertOptions& options) {
   const bool to_stream = options.output == kStandardStream;
-  const bool is_json = to_stream || format_of_name(options.output, kUsageError).is_json;
+  const bool is_json = format_of_output(options).is_json;
   prepare_halves(object, !is_json, options);
   if (to_stream) return print(json_text_of(object));
   write_object(object, kind, options.output, is_json);
   say_written(options.output, kind);
-}
-
-FileFormat format_of_output(const ConvertOptions& options) {
-  return options.output == kStandardStream ? FileFormat{true, std::nullopt}
-                                           : format_of_name(options.output, kUsageError);
 }
 
 bool is_old_network(const ConvertOptions& options) {
