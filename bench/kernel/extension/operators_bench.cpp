@@ -39,9 +39,11 @@ struct Product {
 };
 
 constexpr Product kProducts[] = {
-    {kPlaces, kPlaces, 64}, {kPlaces, 64, kPlaces}, {384, 384, 384}, {7, 33, 65}};
-constexpr Product kConnections[] = {{kPlaces, 768, 768}, {kPlaces, 3072, 768}, {50, 512, 128},
-                                    {7, 33, 65},         {1, 1000, 1024},      {1, 4096, 4096}};
+    {kPlaces, kPlaces, 64}, {kPlaces, 64, kPlaces}, {128, 128, 64}, {384, 384, 384}, {7, 33, 65}};
+constexpr Product kConnections[] = {{kPlaces, 768, 768}, {kPlaces, 3072, 768}, {kPlaces, 768, 3072},
+                                    {50, 512, 128},      {16, 3072, 768},      {16, 4096, 4096},
+                                    {4, 4096, 4096},     {7, 33, 65},          {1, 1000, 1024},
+                                    {1, 4096, 4096}};
 
 std::string name_of(const char* kernel, const Product& size) {
   return std::string(kernel) + "/" + std::to_string(size.rows) + "x" +
@@ -87,9 +89,11 @@ void run_dense(benchmark::State& state, const kernel::DenseRow& row, const Produ
   layer.add_floats({size.rows, size.depth}, runtime::LayoutType::FLEXIABLE, a);
   layer.pass();
   check(row.name, size, a, b, layer.output<const float>().data());
-  // One row reads all weights for two operations each.
+  // All weights are read for two operations of each row.
   double limit = fused_limit();
-  if (size.rows == 1) limit = std::min(limit, read_limit(layer.width(), b.data(), b.size()) / 2);
+  if (size.rows <= 16) {
+    limit = std::min(limit, read_limit(layer.width(), b.data(), b.size()) * size.rows / 2);
+  }
   time_computing(state, layer, operations_of(size), limit);
 }
 

@@ -72,8 +72,8 @@ bool Dense::Configure(const LayerInfo* info, const InferenceParam* param, const 
   const uint64_t count = matrix::packed_size(in_features_, out_features_, row_.cores.panel);
   const auto panels = static_cast<uint32_t>(count / in_features_);
   packed_ = context.cpu->CreateTensor(axes::plain_shape({panels, in_features_}), nullptr);
-  matrix::pack_columns(weights.data(), 1, in_features_, in_features_, out_features_,
-                       row_.cores.panel, axes::floats_of(*packed_));
+  row_.cores.pack({weights.data(), 1, in_features_, in_features_, out_features_},
+                  axes::floats_of(*packed_));
   if (!layer.if_bias) return true;
   const std::vector<float> biases = runtime::WeightNumbers(*layer.bias);
   bias_ = context.cpu->CreateTensor(axes::plain_shape({out_features_}), biases.data());

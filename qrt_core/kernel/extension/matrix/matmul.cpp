@@ -124,7 +124,6 @@ int MatMul::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) c
   task.rows = sizes.rows;
   task.columns = sizes.columns;
   task.depth = sizes.depth;
-  task.alpha = alpha_;
   const axes::Strides strides_a = axes::broadcast_strides(sizes.batch_a, sizes.batch);
   const axes::Strides strides_b = axes::broadcast_strides(sizes.batch_b, sizes.batch);
   axes::Walk walk_a(sizes.batch, strides_a);
@@ -135,8 +134,9 @@ int MatMul::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) c
     const float* const b =
         axes::floats_of(*inputs[1]) + walk_b.offset() * sizes.depth * sizes.columns;
     if (b != packed_from) {
-      matrix::pack_columns(b, transpose_b_ ? 1 : sizes.columns, transpose_b_ ? sizes.depth : 1,
-                           sizes.depth, sizes.columns, row_.cores.panel, packed);
+      row_.cores.pack({b, transpose_b_ ? 1 : sizes.columns, transpose_b_ ? sizes.depth : 1,
+                       sizes.depth, sizes.columns, alpha_},
+                      packed);
       packed_from = b;
     }
     task.a = axes::floats_of(*inputs[0]) + walk_a.offset() * sizes.rows * sizes.depth;

@@ -7,19 +7,18 @@
 
 namespace marlo::kernel::matrix {
 
-/// c = alpha * a * b + bias.
+/// c = a * b + bias.
 struct ProductTask {
   const float* a = nullptr;  ///< [rows, depth], element (i, k) at i * a_row + k * a_step
   size_t a_row = 0;
   size_t a_step = 1;
-  const float* packed = nullptr;  ///< b, [depth, columns], as `pack_columns` leaves it
+  const float* packed = nullptr;  ///< b, [depth, columns], as a `ColumnPacker` leaves it
   const float* bias = nullptr;    ///< [columns]; null for none
   float* c = nullptr;             ///< [rows, columns], element (i, j) at i * c_row + j
   size_t c_row = 0;
   size_t rows = 0;
   size_t columns = 0;
   size_t depth = 0;
-  float alpha = 1.0f;
   float* scratch = nullptr;  ///< `product_scratch` floats; none for one row
 };
 
@@ -28,13 +27,27 @@ struct ProductTask {
 /// portable form. The products of a single row are summed as those of several.
 using ProductCore = void (*)(const ProductTask& task) noexcept;
 
+/// Where b, [depth, columns], lies before it is packed.
+struct ColumnSource {
+  const float* b = nullptr;  ///< element (k, j) at k * row + j * step
+  size_t row = 0;
+  size_t step = 0;
+  size_t depth = 0;
+  size_t columns = 0;
+  float alpha = 1.0f;  ///< what every element is multiplied by
+};
+
+/// Packs b: panel after panel [depth, panel], the last one filled up with zeros.
+using ColumnPacker = void (*)(const ColumnSource& source, float* packed) noexcept;
+
 /// An instruction set's product and the width of its panels.
 struct ProductCores {
   ProductCore multiply = nullptr;  ///< carries a task out
+  ColumnPacker pack = nullptr;     ///< packs a second matrix
   size_t panel = 0;                ///< columns of a panel
 };
 
-/// Depth of a part, and rows that are packed at a time.
+/// Depth of a part, and rows that are multiplied by a panel at a time.
 constexpr size_t kDepth = 384;
 constexpr size_t kPackedRows = 240;
 
@@ -48,21 +61,19 @@ constexpr size_t packed_size(size_t depth, size_t columns, size_t panel) {
   return (columns + panel - 1) / panel * panel * depth;
 }
 
-/// Packs b, whose element (k, j) is at k * row + j * step: panel after panel [depth, panel], the
-/// last one filled up with zeros.
-void pack_columns(const float* b, size_t row, size_t step, size_t depth, size_t columns,
-                  size_t panel, float* packed) noexcept;
-
 void multiply_portable(const ProductTask& task) noexcept;
 void multiply_fma(const ProductTask& task) noexcept;
 void multiply_avx512(const ProductTask& task) noexcept;
+void pack_portable(const ColumnSource& source, float* packed) noexcept;
+void pack_fma(const ColumnSource& source, float* packed) noexcept;
+void pack_avx512(const ColumnSource& source, float* packed) noexcept;
 
 /// @name Panels
 /// Two vectors wide.
 /// @{
-constexpr ProductCores kProductPortable = {multiply_portable, 8};
-constexpr ProductCores kProductFma = {multiply_fma, 16};
-constexpr ProductCores kProductAvx512 = {multiply_avx512, 32};
+constexpr ProductCores kProductPortable = {multiply_portable, pack_portable, 8};
+constexpr ProductCores kProductFma = {multiply_fma, pack_fma, 16};
+constexpr ProductCores kProductAvx512 = {multiply_avx512, pack_avx512, 32};
 /// @}
 
 }  // namespace marlo::kernel::matrix

@@ -8,4 +8,8 @@ namespace marlo::kernel::matrix {
 
 void multiply_fma(const ProductTask& task) noexcept { multiply<FusedVector, 6>(task); }
 
+void pack_fma(const ColumnSource& source, float* packed) noexcept {
+  pack_columns<FusedVector>(source, packed);
+}
+
 }  // namespace marlo::kernel::matrix

@@ -99,7 +99,7 @@ WideSequence::Tensor WideSequence::packed(const std::string& text, uint32_t dept
   const size_t panel = row_.cores.product.panel;
   const auto columns = static_cast<uint32_t>(matrix::packed_size(1, rows(), panel));
   Tensor tensor = context.cpu->CreateTensor(axes::plain_shape({columns, depth}), nullptr);
-  matrix::pack_columns(weights.data(), 1, depth, depth, rows(), panel, floats_of(*tensor));
+  row_.cores.product.pack({weights.data(), 1, depth, depth, rows()}, floats_of(*tensor));
   return tensor;
 }
 

@@ -103,12 +103,14 @@ TEST_P(MatMulKernel, ComputesEveryEdgeSize) {
     test({5, 9, depth});
     test({1, 33, depth});
   }
+  // Rows that lie a multiple of 4 KiB apart are packed before they are read, in tiles of even height.
+  for (const uint32_t rows : {8u, 25u}) test({rows, 40, 1024});
 }
 
 TEST_P(MatMulKernel, TransposesAndScales) {
   for (const bool a : {false, true}) {
     for (const bool b : {false, true}) {
-      for (const uint32_t rows : {1u, 13u}) test({rows, 21, 35, a, b, -0.375f});
+      for (const uint32_t rows : {1u, 13u, 250u}) test({rows, 21, 35, a, b, -0.375f});
       // Matrices are turned in squares of four by four, of which the last may overlap others.
       for (const uint32_t lines : {2u, 3u, 4u, 5u, 6u, 7u, 8u, 11u, 27u}) {
         for (const uint32_t depth : {1u, 3u, 4u, 5u, 8u, 11u}) {
