@@ -12,6 +12,8 @@ using V = FusedVector;
 constexpr size_t kBlock = V::kLanes;
 constexpr size_t kMost = 8;  // pixels of a tile, whose sums hide each other's latency
 
+constexpr size_t kMostAtEdge = 4;  // whose places are looked at one by one
+
 // One axis of the windows. Taps outside of the picture are left out.
 struct Taps {
   size_t inputs, outputs, kernel, stride, dilation, padding;
@@ -58,14 +60,14 @@ class AnyDepthwise {
     for (size_t block = 0; block < p.groups / kBlock; ++block) {
       for (size_t row = 0; row < y_.outputs; ++row, output += x_.outputs * kBlock) {
         top_ = y_.first_of(row);
-        for (size_t i = 0; i < inner_begin; ++i) run_at_edge(i, output + i * kBlock);
+        run_edge(0, inner_begin, output);
         for_even_parts(inner_end - inner_begin, kMost, [&](size_t begin, size_t count) {
           const size_t first = inner_begin + begin;
           with_static<kMost>(count, [&](auto kPixels) {
             run_inside<kPixels.value>(first, output + first * kBlock);
           });
         });
-        for (size_t i = inner_end; i < x_.outputs; ++i) run_at_edge(i, output + i * kBlock);
+        run_edge(inner_end, x_.outputs, output);
         ending_.stored(output, x_.outputs * kBlock);
       }
       weight_ += y_.kernel * x_.kernel * kBlock;
@@ -107,18 +109,36 @@ class AnyDepthwise {
         QRT_UNROLLED(i) { V::store(output + i * kBlock, ending_.template ended<V>(sums[i])); });
   }
 
-  void run_at_edge(size_t column, float* output) const noexcept {
-    const int64_t left = x_.first_of(column);
-    V::Register sum = begin();
+  // Pixels of which any may reach outside, side by side: one by itself waits for each of its sums.
+  template <size_t kPixels>
+  [[gnu::noinline]] void run_at_edge(size_t column, float* output) const noexcept {
+    int64_t left[kPixels];
+    V::Register sums[kPixels];
+    unrolled<kPixels>(QRT_UNROLLED(i) {
+      left[i] = x_.first_of(column + i);
+      sums[i] = begin();
+    });
     for_each_line([&](const float* line, const float* weights) __attribute__((always_inline)) {
       for (size_t j = 0; j < x_.kernel; ++j) {
-        const int64_t place = x_.at(left, j);
-        if (!x_.is_inside(place)) continue;
-        sum = V::plus_product(sum, V::load(line + static_cast<size_t>(place) * kBlock),
-                              V::load(weights + j * kBlock));
+        const V::Register weight = V::load(weights + j * kBlock);
+        unrolled<kPixels>(QRT_UNROLLED(i) {
+          const int64_t place = x_.at(left[i], j);
+          if (!x_.is_inside(place)) return;
+          const float* const pixel = line + static_cast<size_t>(place) * kBlock;
+          sums[i] = V::plus_product(sums[i], V::load(pixel), weight);
+        });
       }
     });
-    V::store(output, ending_.template ended<V>(sum));
+    unrolled<kPixels>(
+        QRT_UNROLLED(i) { V::store(output + i * kBlock, ending_.template ended<V>(sums[i])); });
+  }
+
+  void run_edge(size_t first, size_t end, float* output) const noexcept {
+    for_even_parts(end - first, kMostAtEdge, [&](size_t begin, size_t count) {
+      with_static<kMostAtEdge>(count, [&](auto kPixels) {
+        run_at_edge<kPixels.value>(first + begin, output + (first + begin) * kBlock);
+      });
+    });
   }
 
   const ConvTask& task_;
