@@ -1,7 +1,7 @@
 # libqrt_toolkit.a and libqrt_toolkit.so: what prepares models, beside the runtime and above it.
 #
-# With QRT_WITH_ONNX, which is on where libonnx and protobuf are found, the sources in onnx/ that need
-# them are compiled; without it onnx/absent.cpp stands in their place.
+# With QRT_WITH_ONNX, which is on where libonnx and protobuf are found, ONNX files are imported; without it
+# onnx/absent.cpp stands in the place of all that an import goes through.
 
 find_package(Protobuf QUIET)
 find_package(ONNX CONFIG QUIET)
@@ -21,7 +21,10 @@ file(GLOB_RECURSE toolkit_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/qrt_t
 if(QRT_WITH_ONNX)
   list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/absent\\.cpp$")
 else()
-  list(FILTER toolkit_sources EXCLUDE REGEX "/onnx/(check|file|functions|graph|tensor)\\.cpp$")
+  set(import_folders "evaluate|graph|lower|operators|shapes|simplify|write")
+  set(import_sources "free_sizes|import_onnx|onnx/(canonical|check|file|functions|graph|tensor)")
+  string(APPEND import_sources "|verify/(agreement|binary_form|network_run|verify)")
+  list(FILTER toolkit_sources EXCLUDE REGEX "/qrt_toolkit/((${import_folders})/|(${import_sources})\\.cpp$)")
 endif()
 
 add_library(qrt_objects_toolkit OBJECT ${toolkit_sources})

@@ -105,6 +105,7 @@ struct OperatorSupport {
 };
 
 /// All operators of the table, by name: what documents and tools tell of them.
+/// @throws FileError where this library was built without what reads ONNX files
 QRT_API std::vector<OperatorSupport> supported_operators();
 
 }  // namespace marlo::toolkit

@@ -1,7 +1,7 @@
 #include "qrt_toolkit/import_onnx.h"
-#include "qrt_toolkit/onnx/read.h"
+#include "qrt_toolkit/verify_import.h"
 
-// In place of the reader, in builds without it.
+// In place of the import, in builds without what reads ONNX files.
 
 namespace marlo::toolkit {
 namespace {
@@ -15,8 +15,12 @@ namespace {
 
 bool can_read_onnx() noexcept { return false; }
 
-OnnxModel read_onnx(const std::filesystem::path&) { throw_absent(); }
+ImportedModel import_onnx(const std::string&, const ImportOptions&) { throw_absent(); }
 
-Constant read_onnx_tensor(const std::filesystem::path&) { throw_absent(); }
+std::vector<OperatorSupport> supported_operators() { throw_absent(); }
+
+VerifiedImport import_and_verify(const std::string&, const ImportOptions&, const VerifyOptions&) {
+  throw_absent();
+}
 
 }  // namespace marlo::toolkit
