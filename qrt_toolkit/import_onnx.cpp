@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "qrt_core/utility/application.h"
+#include "qrt_core/utility/build_options.h"
 #include "qrt_toolkit/assign/fast_kernels.h"
 #include "qrt_toolkit/free_sizes.h"
 #include "qrt_toolkit/import_stages.h"
@@ -17,6 +18,7 @@
 #include "qrt_toolkit/shapes/cut.h"
 #include "qrt_toolkit/shapes/fix.h"
 #include "qrt_toolkit/shapes/infer.h"
+#include "qrt_toolkit/shapes/tie.h"
 #include "qrt_toolkit/simplify/simplify.h"
 #include "qrt_toolkit/simplify/states.h"
 #include "qrt_toolkit/write/write.h"
@@ -128,6 +130,7 @@ ImportStages import_read(const std::string& path, OnnxModel source, const Import
   for (const ValueId id : graph.outputs) header.output_names.push_back(graph.value(id).name);
   apply(options, graph, report.notes);
   if (graphs == GraphUse::kept) stages.given = graph;
+  if (sizes == SizeUse::open && QRT_WITH_EXTENSIONS) tie_sizes(graph);
   simplify(graph);
   for (std::string& note : keep_states(graph, header.output_names)) {
     report.notes.push_back(std::move(note));

@@ -176,17 +176,18 @@ void check_sequence(const runtime::RecurrentInfo& info,
                   sequence.bidirectional, layers, directions, gates, check);
 }
 
-template <typename Cell, typename Sequence>
+template <typename Cell, typename... Sequence>
 bool check_recurrent(const runtime::LayerInfo& info, uint64_t gates, WeightCheck& check) {
   if (const auto* cell = dynamic_cast<const Cell*>(&info)) {
     check_cell(*cell, *cell, gates, check);
     return true;
   }
-  if (const auto* sequence = dynamic_cast<const Sequence*>(&info)) {
+  const auto check_one = [&](const auto* sequence) {
+    if (sequence == nullptr) return false;
     check_sequence(*sequence, *sequence, gates, check);
     return true;
-  }
-  return false;
+  };
+  return (check_one(dynamic_cast<const Sequence*>(&info)) || ...);
 }
 
 }  // namespace
@@ -215,9 +216,12 @@ void check_weights(runtime::LayerInfo& info, const FindingList::Place& place,
       check.weight("weight", slopes->weight, static_cast<uint64_t>(slopes->num_parameters),
                    "num_parameters");
     }
-  } else if (!check_recurrent<runtime::RNNCellInfo, runtime::RNNInfo>(info, 1, check) &&
-             !check_recurrent<runtime::GRUCellInfo, runtime::GRUInfo>(info, 3, check)) {
-    check_recurrent<runtime::LSTMCellInfo, runtime::LSTMInfo>(info, 4, check);
+  } else if (!check_recurrent<runtime::RNNCellInfo, runtime::RNNInfo, runtime::RNNStatesInfo>(
+                 info, 1, check) &&
+             !check_recurrent<runtime::GRUCellInfo, runtime::GRUInfo, runtime::GRUStatesInfo>(
+                 info, 3, check)) {
+    check_recurrent<runtime::LSTMCellInfo, runtime::LSTMInfo, runtime::LSTMStatesInfo>(info, 4,
+                                                                                       check);
   }
 }
 

@@ -83,17 +83,17 @@ std::string key_of(LayerInfo& info) {
 
 std::shared_ptr<LayerInfo> copy_of(const LayerInfo& info) {
   using namespace runtime;
-  return copy_as<
-      InputInfo, LayerPlaceholderInfo, Conv2dInfo, ConvTranspose2dInfo, Conv1dInfo,
-      FullConnectionInfo, ActivationInfo, ElementWiseOperatorInfo, BroadcastOperatorInfo, ClipInfo,
-      SoftmaxInfo, TensorArithmeticInfo, InstanceNorm2dInfo, BatchNormInfo, BatchNorm2dInfo,
-      AvgPool2dInfo, MaxPool2dInfo, AdaptiveAvgPool2dInfo, Upsample2dInfo, ConcatenateInfo,
-      TensorReshapeInfo, TensorTransposeInfo, TensorSqueezeInfo, TensorUnSqueezeInfo,
-      PixelShuffleInfo, TensorExpandInfo, GridSampleInfo, TensorSliceInfo, TensorGetItemInfo,
-      LSTMInfo, GRUInfo, RNNInfo, ElementFunctionInfo, BinaryFunctionInfo, LayerNormInfo,
-      GroupNormInfo, AxisSoftmaxInfo, MatMulInfo, DenseInfo, AxisReductionInfo, PadInfo, GatherInfo,
-      EmbeddingInfo, BroadcastToInfo, ConstantInfo, ResizeInfo, StridedSliceInfo, ReshapeToInfo>(
-      info);
+  return copy_as<InputInfo, LayerPlaceholderInfo, Conv2dInfo, ConvTranspose2dInfo, Conv1dInfo,
+                 FullConnectionInfo, ActivationInfo, ElementWiseOperatorInfo, BroadcastOperatorInfo,
+                 ClipInfo, SoftmaxInfo, TensorArithmeticInfo, InstanceNorm2dInfo, BatchNormInfo,
+                 BatchNorm2dInfo, AvgPool2dInfo, MaxPool2dInfo, AdaptiveAvgPool2dInfo,
+                 Upsample2dInfo, ConcatenateInfo, TensorReshapeInfo, TensorTransposeInfo,
+                 TensorSqueezeInfo, TensorUnSqueezeInfo, PixelShuffleInfo, TensorExpandInfo,
+                 GridSampleInfo, TensorSliceInfo, TensorGetItemInfo, LSTMInfo, GRUInfo, RNNInfo,
+                 ElementFunctionInfo, BinaryFunctionInfo, LayerNormInfo, GroupNormInfo,
+                 AxisSoftmaxInfo, MatMulInfo, DenseInfo, AxisReductionInfo, PadInfo, GatherInfo,
+                 EmbeddingInfo, BroadcastToInfo, ConstantInfo, ResizeInfo, StridedSliceInfo,
+                 ReshapeToInfo, RNNStatesInfo, LSTMStatesInfo, GRUStatesInfo, ResizeLikeInfo>(info);
 }
 
 uint64_t weight_count(LayerInfo& info) {

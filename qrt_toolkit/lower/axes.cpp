@@ -1,12 +1,14 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <numeric>
 #include <utility>
 
 #include "qrt_core/runtime/model/extension_info.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/lowering.h"
+#include "qrt_toolkit/shapes/tie.h"
 
 // What a lowering does to one axis: parts of it, elements in any order, and products with a
 // constant matrix.
@@ -148,6 +150,18 @@ size_t Lowering::part_of(size_t layer, size_t axis, const AxisPart& part) {
   const Sides sides = sides_of(sizes, axis);
   const size_t box = reshaped(layer, {sides.before, sides.size, sides.behind});
   return reshaped(sliced(box, {{0, sides.before, 1}, part, {0, sides.behind, 1}}), result);
+}
+
+size_t Lowering::sized_like_another(runtime::ResizeLikeInfo info) {
+  const size_t other = tied_input(*node_);
+  for (const int64_t axis : node_->integers(kTiedAxes)) {
+    info.axes.push_back(static_cast<int32_t>(axis_of_input(0, axis)));
+  }
+  for (const int64_t axis : node_->integers(kTiedFrom)) {
+    info.like_axes.push_back(static_cast<int32_t>(axis_of_input(other, axis)));
+  }
+  return plan_.add(std::make_shared<runtime::ResizeLikeInfo>(std::move(info)),
+                   "ResizeLike_Fallback_Float_M1", {input(0), input(other)});
 }
 
 size_t Lowering::repeated(size_t layer, size_t axis, int64_t times) {

@@ -139,6 +139,11 @@ class Lowering {
   /// A part of one axis of a tensor with any number of axes.
   size_t part_of(size_t layer, size_t axis, const AxisPart& part);
 
+  /// The node's first input with the sizes that its tied one has, along the axes that `tie_sizes` has
+  /// stated.
+  /// @param info how; its axes are filled in
+  size_t sized_like_another(runtime::ResizeLikeInfo info);
+
   /// An axis of size one, repeated.
   size_t repeated(size_t layer, size_t axis, int64_t times);
 

@@ -8,6 +8,7 @@
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/indexing.h"
 #include "qrt_toolkit/operators/strided.h"
+#include "qrt_toolkit/shapes/tie.h"
 
 // Layers that move numbers.
 
@@ -134,6 +135,11 @@ size_t parts_of(Lowering& lowering, const std::vector<AxisPart>& parts) {
 }
 
 void lower_slice(Lowering& lowering) {
+  if (lowering.is_tensor(tied_input(lowering.node()))) {
+    runtime::ResizeLikeInfo info;
+    info.only_cuts = true;
+    return lowering.result(lowering.sized_like_another(std::move(info)));
+  }
   const auto starts = lowering.required_constant(1)->integers();
   const auto ends = lowering.required_constant(2)->integers();
   const Extents in = lowering.input_sizes(0);

@@ -1,13 +1,16 @@
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 
 // LSTM, GRU and RNN over a sequence. The kernels know one sequence at a time and keep their state
-// from pass to pass; their gates stand in another order.
+// from pass to pass; their gates stand in another order. Those of the second set take their first
+// states and hand out their last ones instead.
 
 namespace marlo::toolkit {
 namespace {
@@ -15,17 +18,23 @@ namespace {
 /// What differs between the three. Inputs are X, W, R, B, lengths, h, c, peepholes.
 struct Network {
   const char* kernel;
+  const char* kernel_with_states;
   std::vector<size_t> gates;  ///< the operator's gate for each of the kernel's
   std::vector<const char*> functions;
 };
 
 Network network_of(const runtime::LSTMInfo&) {
-  return {"LSTM_Fallback_SC_F32_M1", {0, 2, 3, 1}, {"Sigmoid", "Tanh", "Tanh"}};
+  return {"LSTM_Fallback_SC_F32_M1",
+          "LSTMStates_Fallback_SC_F32_M1",
+          {0, 2, 3, 1},
+          {"Sigmoid", "Tanh", "Tanh"}};
 }
 Network network_of(const runtime::GRUInfo&) {
-  return {"GRU_Fallback_SC_F32_M1", {1, 0, 2}, {"Sigmoid", "Tanh"}};
+  return {"GRU_Fallback_SC_F32_M1", "GRUStates_Fallback_SC_F32_M1", {1, 0, 2}, {"Sigmoid", "Tanh"}};
 }
-Network network_of(const runtime::RNNInfo&) { return {"RNN_Fallback_SC_F32_M1", {0}, {"Tanh"}}; }
+Network network_of(const runtime::RNNInfo&) {
+  return {"RNN_Fallback_SC_F32_M1", "RNNStates_Fallback_SC_F32_M1", {0}, {"Tanh"}};
+}
 
 /// The activations that the node asks for, one for each function of each direction.
 std::vector<std::string> activations_of(const Node& node) {
@@ -170,33 +179,67 @@ void set_weights(const Lowering& lowering, const Sizes& sizes, Info& info) {
   if (info.bidirectional) add(true, sizes.directions - 1, false);
 }
 
-/// Refuses what the kernels don't know: lengths, peepholes, and states that aren't zero or kept.
+constexpr size_t kFirstState = 5;  // of the inputs
+
+bool is_zero(const Numbers& numbers) {
+  return std::all_of(numbers.reals().begin(), numbers.reals().end(),
+                     [](double x) { return x == 0; });
+}
+
+/// Refuses what the kernels don't know: bounds, lengths and peepholes.
 void check_inputs(Lowering& lowering, const Sizes& sizes) {
   const Node& node = lowering.node();
   if (node.has("clip")) throw NodeFault{"clip", "bounded gates have no kernel"};
   if (node.has_input(4) && lowering.required_constant(4)->integer(0) != sizes.steps) {
     throw NodeFault{"input 4", "a sequence shorter than its tensor has no kernel"};
   }
-  for (const size_t place : {size_t{5}, size_t{6}}) {
-    if (!node.has_input(place)) continue;
+  if (node.has_input(7) && !is_zero(*lowering.required_constant(7))) {
+    throw NodeFault{"input 7", "peepholes have no kernel"};
+  }
+  if (lowering.is_read(2) && node.integer("kept_state", 0) != 0) {
+    throw NodeFault{
+        "output 2",
+        "a cell state that is kept from pass to pass has no kernel that shows it as well",
+        "cut off what else reads it"};
+  }
+}
+
+/// What the layer begins with, in the rows in which kernels take it; nothing for zeros.
+/// @param count of states: h, or h and c
+std::optional<size_t> first_states(Lowering& lowering, const Sizes& sizes, size_t count) {
+  const auto is_none = [&](size_t place) {
+    if (!lowering.node().has_input(place)) return true;
     const SharedNumbers state = lowering.constant(place);
-    const std::string what = "input " + std::to_string(place);
-    if (state == nullptr) {
-      throw NodeFault{what, "an initial state that is computed has no kernel",
-                      "let it be an input, and the last state an output, or set it to zeros"};
+    return state != nullptr && is_zero(*state);
+  };
+  const auto zeros = [&](int64_t width) {
+    return lowering.constant_tensor(Numbers(ElementType::float32, {1, width}), {1, width});
+  };
+  const int64_t width = static_cast<int64_t>(sizes.directions) * sizes.hidden;
+  std::vector<size_t> rows;
+  bool none = true;
+  for (size_t place = kFirstState; place < kFirstState + count; ++place)
+    none = none && is_none(place);
+  if (none) return std::nullopt;
+  for (size_t place = kFirstState; place < kFirstState + count; ++place) {
+    size_t row = 0;
+    if (is_none(place)) {
+      row = zeros(width);
+    } else {
+      const Extents found = lowering.input_sizes(place);
+      if (count_of(found) != width) {
+        throw NodeFault{
+            "input " + std::to_string(place),
+            "expected a state of " + std::to_string(width) + " numbers, found " + text_of(found),
+            "give the network's inputs a batch of 1"};
+      }
+      row = lowering.reshaped(lowering.input(place), {1, width});
     }
-    const auto& numbers = state->reals();
-    if (std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
-      throw NodeFault{what, "a constant initial state other than zero has no kernel"};
-    }
+    // The half that isn't there begins, and stays, at zero.
+    if (sizes.reverse_only) row = lowering.joined({zeros(sizes.hidden), row}, 1);
+    rows.push_back(row);
   }
-  if (node.has_input(7)) {
-    const SharedNumbers peepholes = lowering.required_constant(7);
-    const auto& numbers = peepholes->reals();
-    if (std::any_of(numbers.begin(), numbers.end(), [](double x) { return x != 0; })) {
-      throw NodeFault{"input 7", "peepholes have no kernel"};
-    }
-  }
+  return lowering.joined(rows, 0);
 }
 
 /// The last hidden state of each direction: of the one backwards it is in the first row.
@@ -243,15 +286,20 @@ bool is_reshape_of(const Plan& plan, size_t layer, size_t source) {
          one.inputs.at(0) == source;
 }
 
+/// Multiply-adds of a pass.
+template <class Info>
+uint64_t products_of(const Info& info, const Sizes& sizes) {
+  return (info.bidirectional ? 2 : 1) * network_of(info).gates.size() *
+         static_cast<uint64_t>(sizes.steps * sizes.hidden * (sizes.in + sizes.hidden));
+}
+
 /// Adds the layer, or one that holds it and the one below.
 template <class Info>
 size_t add_layer(Lowering& lowering, std::shared_ptr<Info> info, const Sizes& sizes) {
   Plan& plan = lowering.plan();
   size_t input = lowering.reshaped(lowering.input(0), {sizes.steps, sizes.in});
-  const uint64_t directions = info->bidirectional ? 2 : 1;
   const Network network = network_of(*info);
-  uint64_t products = directions * network.gates.size() *
-                      static_cast<uint64_t>(sizes.steps * sizes.hidden * (sizes.in + sizes.hidden));
+  uint64_t products = products_of(*info, sizes);
   const auto below = sizes.reverse_only ? std::nullopt : lowering.remembered_below();
   const auto* lower = below ? dynamic_cast<const Info*>(plan.layer(*below).info.get()) : nullptr;
   // Only what was given another shape in between is the same rows.
@@ -268,18 +316,63 @@ size_t add_layer(Lowering& lowering, std::shared_ptr<Info> info, const Sizes& si
   return rows;
 }
 
-template <class Info>
+/// The description of the same layer with its states.
+template <class StatesInfo, class Info>
+std::shared_ptr<StatesInfo> with_states(const Info& info, bool has_first_states) {
+  auto stated = std::make_shared<StatesInfo>();
+  stated->in_size = info.in_size;
+  stated->hidden_size = info.hidden_size;
+  stated->if_bias = info.if_bias;
+  stated->has_first_states = has_first_states;
+  static_cast<runtime::RecurrentSequenceWeights&>(*stated) = info;
+  if constexpr (std::is_base_of_v<runtime::RecurrentActivation, Info>) {
+    static_cast<runtime::RecurrentActivation&>(*stated) = info;
+  }
+  return stated;
+}
+
+/// A layer whose first states aren't zeros or whose last ones are asked for: it keeps none. Behind the
+/// rows of the steps it makes those of the states.
+template <class StatesInfo, class Info>
+void lower_with_states(Lowering& lowering, const Info& info, const Sizes& sizes,
+                       std::optional<size_t> first) {
+  Plan& plan = lowering.plan();
+  std::vector<size_t> inputs = {lowering.reshaped(lowering.input(0), {sizes.steps, sizes.in})};
+  if (first) inputs.push_back(*first);
+  const size_t all = plan.add(with_states<StatesInfo>(info, first.has_value()),
+                              network_of(info).kernel_with_states, inputs);
+  plan.layer(all).products = products_of(info, sizes);
+  const auto rows = [&](const AxisPart& part) {
+    const size_t some = lowering.part_of(all, 0, part);
+    if (!sizes.reverse_only) return some;
+    return lowering.part_of(some, 1, {.first = sizes.hidden, .count = sizes.hidden, .step = 1});
+  };
+  lowering.result(rows({.first = 0, .count = sizes.steps, .step = 1, .behind_from_end = true}));
+  for (const size_t state : {size_t{1}, size_t{2}}) {
+    if (!lowering.is_read(state)) continue;
+    const auto behind = static_cast<int64_t>(state) - 1;
+    lowering.result(rows({.first = sizes.steps + behind,
+                          .count = 1,
+                          .step = 1,
+                          .first_from_end = true,
+                          .behind_from_end = true}),
+                    state);
+  }
+}
+
+template <class Info, class StatesInfo>
 void lower_recurrent(Lowering& lowering) {
   const Node& node = lowering.node();
   const Sizes sizes = sizes_of(lowering);
   check_inputs(lowering, sizes);
-  if (lowering.is_read(2)) {
-    throw NodeFault{"output 2", "the last cell state has no kernel",
-                    "cut it off, or let it and the initial state be output and input"};
-  }
   auto info = std::make_shared<Info>();
   set_functions(node, *info);
   set_weights(lowering, sizes, *info);
+  const size_t states = std::is_same_v<Info, runtime::LSTMInfo> ? 2 : 1;
+  const auto first = first_states(lowering, sizes, states);
+  if (first || lowering.is_read(2)) {
+    return lower_with_states<StatesInfo>(lowering, *info, sizes, first);
+  }
   size_t rows = add_layer(lowering, std::move(info), sizes);
   if (sizes.reverse_only) {
     rows = lowering.sliced(rows, {{0, sizes.steps, 1}, {sizes.hidden, sizes.hidden, 1}});
@@ -293,10 +386,10 @@ void lower_recurrent(Lowering& lowering) {
 }
 
 constexpr LoweringRow kRows[] = {
-    {"GRU", lower_recurrent<runtime::GRUInfo>,
-     "without linear_before_reset up to 128 steps; states that are zero or kept"},
-    {"LSTM", lower_recurrent<runtime::LSTMInfo>, "no peepholes; states that are zero or kept"},
-    {"RNN", lower_recurrent<runtime::RNNInfo>, "Tanh and Relu; states that are zero or kept"},
+    {"GRU", lower_recurrent<runtime::GRUInfo, runtime::GRUStatesInfo>,
+     "without linear_before_reset up to 128 steps"},
+    {"LSTM", lower_recurrent<runtime::LSTMInfo, runtime::LSTMStatesInfo>, "no peepholes"},
+    {"RNN", lower_recurrent<runtime::RNNInfo, runtime::RNNStatesInfo>, "Tanh and Relu"},
 };
 
 }  // namespace

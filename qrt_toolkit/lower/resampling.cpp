@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_toolkit/lower/groups.h"
 #include "qrt_toolkit/operators/sampling.h"
+#include "qrt_toolkit/shapes/tie.h"
 
 // Pictures of another size, and pictures at places that a tensor names.
 
@@ -74,11 +76,43 @@ size_t resampled(Lowering& lowering, size_t layer, size_t at, const ResampledAxi
   return lowering.along_axis(layer, at, map.matrix, &map.shift);
 }
 
+/// The number of a word in a list; nothing for a word that isn't there.
+std::optional<uint32_t> number_of(const std::string& word,
+                                  std::initializer_list<const char*> words) {
+  const auto place = std::find(words.begin(), words.end(), word);
+  if (place == words.end()) return std::nullopt;
+  return static_cast<uint32_t>(place - words.begin());
+}
+
+/// The layer that resamples to the sizes that another tensor has, whichever these are; nothing where no
+/// kernel does it in the node's way.
+std::optional<size_t> resized_like_another(Lowering& lowering) {
+  const Node& node = lowering.node();
+  const size_t other = tied_input(node);
+  const std::string policy = node.text("keep_aspect_ratio_policy", "stretch");
+  if (!lowering.is_tensor(other) || policy != "stretch") return std::nullopt;
+  const auto mode = number_of(node.text("mode", "nearest"), {"nearest", "linear", "cubic"});
+  const auto places =
+      number_of(node.text("coordinate_transformation_mode", "half_pixel"),
+                {"half_pixel", "align_corners", "asymmetric", "pytorch_half_pixel"});
+  const auto nearest = number_of(node.text("nearest_mode", "round_prefer_floor"),
+                                 {"round_prefer_floor", "round_prefer_ceil", "floor", "ceil"});
+  if (!mode || !places || !nearest) return std::nullopt;
+  runtime::ResizeLikeInfo info;
+  info.mode = *mode;
+  info.places = *places;
+  info.nearest = *nearest;
+  info.cubic_coefficient = as_float(node.real("cubic_coeff_a", -0.75));
+  info.exclude_outside = node.integer("exclude_outside", 0) != 0;
+  return lowering.sized_like_another(info);
+}
+
 void lower_resize(Lowering& lowering) {
   const Node& node = lowering.node();
   if (node.integer("antialias", 0) != 0) {
     throw NodeFault{"antialias", "it has no kernel", "export the network without it"};
   }
+  if (const auto layer = resized_like_another(lowering)) return lowering.result(*layer);
   const auto constant = [&](size_t place) {
     return node.has_input(place) ? lowering.required_constant(place) : nullptr;
   };

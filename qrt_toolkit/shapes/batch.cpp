@@ -146,6 +146,8 @@ class BatchAxes {
     if (node.op == "ScatterND" || node.op == "ScatterElements") return tie_same(in, out);
     if (node.op == "Gather") return carry_gather(node, in, out);
     if (node.op == "Gemm") return tie(in, node.integer("transA", 0) != 0 ? 1 : 0, out, 0);
+    // Weights have no batch, computed ones neither.
+    if (batched_operators().count(node.op) != 0) return;
     for (const ValueId input : node.inputs) {
       if (input != kAbsent) tie_from_back(input, out);
     }

@@ -12,6 +12,14 @@ namespace {
 /// What a layer of many steps would become is longer than it is worth.
 constexpr int64_t kMostSteps = 128;
 
+/// Whether a constant is one of zeros; null is none.
+bool is_zero(const Constant* constant) {
+  if (constant == nullptr) return false;
+  const Numbers numbers = constant->numbers();
+  return std::all_of(numbers.reals().begin(), numbers.reals().end(),
+                     [](double number) { return number == 0; });
+}
+
 /// The matrices of one direction, laid for products with rows, and one row of biases.
 struct Gates {
   ValueId of_input;
@@ -127,7 +135,7 @@ class Unrolling {
   }
 
   ValueId initial_state(size_t direction) {
-    if (!gru_.has_input(5) || constant_input(graph_, gru_, 5) != nullptr) return kAbsent;
+    if (!gru_.has_input(5) || is_zero(constant_input(graph_, gru_, 5))) return kAbsent;
     if (w_.shape[0] == 1) return gru_.inputs[5];
     const auto first = static_cast<int64_t>(direction);
     return add("Slice", {gru_.inputs[5], list({first}), list({first + 1}), list({0})});
@@ -185,15 +193,6 @@ bool has_plain_functions(const Node& node) {
          std::all_of(names->begin(), names->end(), is_plain_function);
 }
 
-/// Whether an initial state is given that is a constant other than zeros.
-bool has_constant_state(const Graph& graph, const Node& node) {
-  const Constant* state = constant_input(graph, node, 5);
-  if (state == nullptr) return false;
-  const Numbers numbers = state->numbers();
-  return std::any_of(numbers.reals().begin(), numbers.reals().end(),
-                     [](double number) { return number != 0; });
-}
-
 bool unroll(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const Node node = graph.node(id);
   if (node.op != "GRU" || node.integer("linear_before_reset", 0) != 0) return false;
@@ -202,7 +201,7 @@ bool unroll(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const bool has_weights =
       w != nullptr && r != nullptr && (!node.has_input(3) || constant_input(graph, node, 3));
   const bool is_plain = node.integer("layout", 0) == 0 && !node.has_input(4) && !node.has("clip") &&
-                        has_plain_functions(node) && !has_constant_state(graph, node);
+                        has_plain_functions(node);
   if (!has_weights || !is_plain || w->shape.size() != 3 || r->shape.size() != 3) return false;
   const int64_t hidden = r->shape[2];
   const bool fits = w->shape[1] == 3 * hidden && r->shape[1] == 3 * hidden &&

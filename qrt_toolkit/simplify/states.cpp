@@ -79,6 +79,8 @@ class Numbered {
         constants.push_back(constant->numbers());
         inputs.back() = &constants.back();
       } else if (const Numbers* numbers = find(id)) {
+        // What says which elements are taken isn't moved itself.
+        if (inputs.size() > 1 && node.op != "Concat") return;
         inputs.back() = numbers;
         any = true;
       } else {

@@ -87,7 +87,9 @@ std::set<std::string> walked_rows(const std::vector<std::string>& tests) {
   QRT_ADD_LIST(dense_rows);
   QRT_ADD_LIST(matmul_rows);
   QRT_ADD_LIST(wide_sequence_rows);
+  QRT_ADD_LIST(stated_sequence_rows);
   QRT_ADD_LIST(resize_rows);
+  QRT_ADD_LIST(resize_like_rows);
 #endif
 #undef QRT_ADD_LIST
   return names;

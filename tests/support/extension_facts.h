@@ -101,6 +101,21 @@ KernelFacts facts_of(const kernel::ResizeRow& row) {
   return facts;
 }
 
+KernelFacts facts_of(const kernel::ResizeLikeRow& row) {
+  KernelFacts facts = facts_of(row.resize);
+  facts.accepts = "the same, to a second tensor's sizes";
+  if (row.needs != runtime::InstructionSet::baseline) facts.agreement = "same bits";
+  return facts;
+}
+
+template <typename SequenceRow>
+KernelFacts facts_of(const kernel::StatedSequenceRow<SequenceRow>& row) {
+  KernelFacts facts = facts_in_order(row, "a sequence, and its first states");
+  facts.input = "any";
+  facts.output = "SC";
+  return facts;
+}
+
 KernelFacts facts_of(const kernel::WideSequenceRow&) {
   return {"what the portable sequence accepts", "any", "SC", "", "free order"};
 }

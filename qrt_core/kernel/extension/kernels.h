@@ -20,10 +20,12 @@
 #include "qrt_core/kernel/extension/layout/axis_map.h"
 #include "qrt_core/kernel/extension/layout/constant.h"
 #include "qrt_core/kernel/extension/layout/resize.h"
+#include "qrt_core/kernel/extension/layout/resize_like.h"
 #include "qrt_core/kernel/extension/matrix/dense.h"
 #include "qrt_core/kernel/extension/matrix/matmul.h"
 #include "qrt_core/kernel/extension/pooling/block_average.h"
 #include "qrt_core/kernel/extension/pooling/block_pooling.h"
+#include "qrt_core/kernel/extension/recurrent/stated_sequence.h"
 #include "qrt_core/kernel/extension/recurrent/wide_sequence.h"
 #endif
 
@@ -33,6 +35,8 @@
 #define QRT_EXTENSION_PORTABLE_KERNELS(KERNEL)  \
   QRT_AXIS_MAP_KERNELS(KERNEL)                  \
   QRT_RESIZE_KERNELS_PORTABLE(KERNEL)           \
+  QRT_RESIZE_LIKE_KERNELS_PORTABLE(KERNEL)      \
+  QRT_STATED_SEQUENCES_PORTABLE(KERNEL)         \
   QRT_TENSOR_KERNELS(KERNEL)                    \
   QRT_AXIS_REDUCTION_KERNELS_PORTABLE(KERNEL)   \
   QRT_BINARY_KERNELS_PORTABLE(KERNEL)           \
@@ -43,6 +47,7 @@
 
 #define QRT_EXTENSION_AVX_KERNELS(KERNEL) \
   QRT_RESIZE_KERNELS_AVX(KERNEL)          \
+  QRT_RESIZE_LIKE_KERNELS_AVX(KERNEL)     \
   QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)   \
   QRT_BLOCK_POOLING_KERNELS_AVX(KERNEL)
 
@@ -54,6 +59,7 @@
   QRT_DENSE_KERNELS_FMA(KERNEL)            \
   QRT_MATMUL_KERNELS_FMA(KERNEL)           \
   QRT_WIDE_SEQUENCES_FMA(KERNEL)           \
+  QRT_STATED_SEQUENCES_FMA(KERNEL)         \
   QRT_BLOCK_AVERAGE_KERNELS_FMA(KERNEL)    \
   QRT_BLOCK_WINDOW_KERNELS_FMA(KERNEL)     \
   QRT_BLOCK_TRANSPOSED_KERNELS_FMA(KERNEL) \
@@ -69,6 +75,7 @@
   QRT_DENSE_KERNELS_AVX512(KERNEL)            \
   QRT_MATMUL_KERNELS_AVX512(KERNEL)           \
   QRT_WIDE_SEQUENCES_AVX512(KERNEL)           \
+  QRT_STATED_SEQUENCES_AVX512(KERNEL)         \
   QRT_ACTIVATION_KERNELS_AVX512(KERNEL)       \
   QRT_BLOCK_WINDOW_KERNELS_AVX512(KERNEL)     \
   QRT_BLOCK_TRANSPOSED_KERNELS_AVX512(KERNEL) \

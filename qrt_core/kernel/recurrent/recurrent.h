@@ -147,6 +147,14 @@ class RecurrentCell : public RecurrentLayer {
   std::shared_ptr<runtime::TensorCPU> c_;
 };
 
+/// The states of a sequence, [layers * directions, hidden_size], the directions of a layer one after
+/// the other.
+struct SequenceStates {
+  float* h;      ///< hidden
+  float* c;      ///< of the cells; null where the network has none
+  size_t count;  ///< numbers in each
+};
+
 /// A sequence [steps, in_size] of any layout to [steps, directions * hidden_size] of layout SC.
 ///
 /// The input of a layer is the output of the one below. The row of a step holds the forward result,
@@ -172,6 +180,8 @@ class RecurrentSequence : public RecurrentLayer {
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const;
   Misfits input_refusals(const Shapes& inputs) const;
   Misfits pass_refusals(const Shapes& inputs) const;
+  /// What the next pass begins with, and the last one left; once configured.
+  SequenceStates states() const;
   /// Why no pass runs a layer of these directions and of this kind of network.
   static Misfits combination_refusals(bool bidirectional, uint16_t complex_type);
   Misfits differences(const LayerInfo& info, const Shapes& inputs) const;

@@ -110,6 +110,10 @@ int RecurrentSequence::ResetState() {
   return runtime::KERNEL_OK;
 }
 
+SequenceStates RecurrentSequence::states() const {
+  return {row_of(h_, 0), row_of(c_, 0), runtime::ElementCount(h_->shape)};
+}
+
 bool RecurrentSequence::passes(const Tensors& tensors, uint32_t width) const {
   if (!is_one_float(tensors)) return false;
   const auto& dims = tensors[0]->shape.dims;

@@ -151,4 +151,18 @@ void ReshapeToInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
   QRT_VISIT(visitor, layout);
 }
 
+ResizeLikeInfo::ResizeLikeInfo() : LayerInfo(1019, "ResizeLikeInfo") {}
+
+void ResizeLikeInfo::VisitAttr(std::shared_ptr<Visitor> visitor) {
+  LayerInfo::VisitAttr(visitor);
+  QRT_VISIT(visitor, mode);
+  QRT_VISIT(visitor, places);
+  QRT_VISIT(visitor, nearest);
+  QRT_VISIT(visitor, cubic_coefficient);
+  QRT_VISIT(visitor, exclude_outside);
+  QRT_VISIT(visitor, axes);
+  QRT_VISIT(visitor, like_axes);
+  QRT_VISIT(visitor, only_cuts);
+}
+
 }  // namespace marlo::runtime

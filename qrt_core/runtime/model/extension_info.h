@@ -330,4 +330,21 @@ class QRT_API ReshapeToInfo : public LayerInfo {
   uint32_t layout = 23;       ///< code of the output's layout, 23 being FLEXIABLE
 };
 
+/// Resampling of some axes to sizes that a second tensor has; its numbers aren't read.
+class QRT_API ResizeLikeInfo : public LayerInfo {
+ public:
+  ResizeLikeInfo();
+  void VisitAttr(std::shared_ptr<Visitor> visitor) override;
+
+  uint32_t mode = 0;                 ///< a `ResizeMode`
+  uint32_t places = 0;               ///< a `ResizePlaces`
+  uint32_t nearest = 0;              ///< a `ResizeRounding`
+  float cubic_coefficient = -0.75f;  ///< a of the cubic kernel
+  bool exclude_outside = false;      ///< leaves out what the cubic kernel reads beyond the borders
+  std::vector<int32_t> axes;         ///< which; all others stay as they are
+  std::vector<int32_t> like_axes;    ///< of the second tensor, whose size each gets
+  /// Whether nothing is resampled: axes are cut, to as many elements as they share.
+  bool only_cuts = false;
+};
+
 }  // namespace marlo::runtime

@@ -77,6 +77,10 @@ constexpr Entry kEntries[] = {
     entry<ResizeInfo>(1013),
     entry<StridedSliceInfo>(1014),
     entry<ReshapeToInfo>(1015),
+    entry<RNNStatesInfo>(1016),
+    entry<LSTMStatesInfo>(1017),
+    entry<GRUStatesInfo>(1018),
+    entry<ResizeLikeInfo>(1019),
 #endif
 };
 
@@ -124,6 +128,10 @@ constexpr Name kNames[] = {
     {1013, "Resize"},
     {1014, "StridedSlice"},
     {1015, "ReshapeTo"},
+    {1016, "RNNStates"},
+    {1017, "LSTMStates"},
+    {1018, "GRUStates"},
+    {1019, "ResizeLike"},
 };
 
 template <size_t count>

@@ -9,4 +9,5 @@
 #include "qrt_core/runtime/model/normalization_info.h"
 #include "qrt_core/runtime/model/pooling_info.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
+#include "qrt_core/runtime/model/recurrent_states_info.h"
 #include "qrt_core/runtime/model/shape_info.h"

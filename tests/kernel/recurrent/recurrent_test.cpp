@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/recurrent/recurrent.h"
+#include "qrt_core/runtime/model/recurrent_states_info.h"
 #include "tests/support/compare.h"
 #include "tests/support/kernels.h"
 #include "tests/support/recurrent_case.h"
@@ -373,6 +375,124 @@ TEST(Rnn, IsExactOnIntegers) {
     }
   }
 }
+
+#if QRT_WITH_EXTENSIONS
+
+template <typename Stated, typename Plain>
+std::shared_ptr<Stated> as_stated(const runtime::RecurrentInfo& info) {
+  const auto& plain = dynamic_cast<const Plain&>(info);
+  auto stated = std::make_shared<Stated>();
+  stated->in_size = plain.in_size;
+  stated->hidden_size = plain.hidden_size;
+  stated->if_bias = plain.if_bias;
+  static_cast<runtime::RecurrentSequenceWeights&>(*stated) = plain;
+  if constexpr (std::is_base_of_v<runtime::RecurrentActivation, Plain>) {
+    static_cast<runtime::RecurrentActivation&>(*stated) = plain;
+  }
+  return stated;
+}
+
+// The description of a sequence with its states, which is of no common class with them.
+std::shared_ptr<runtime::RecurrentInfo> stated_description(const RecurrentCase& layer, bool first) {
+  const auto plain = sequence_description(layer);
+  const auto with_first = [first](const auto& info) -> std::shared_ptr<runtime::RecurrentInfo> {
+    info->has_first_states = first;
+    return info;
+  };
+  switch (layer.network) {
+    case Network::rnn:
+      return with_first(as_stated<runtime::RNNStatesInfo, runtime::RNNInfo>(*plain));
+    case Network::lstm:
+      return with_first(as_stated<runtime::LSTMStatesInfo, runtime::LSTMInfo>(*plain));
+    default:
+      return with_first(as_stated<runtime::GRUStatesInfo, runtime::GRUInfo>(*plain));
+  }
+}
+
+class StatedSequences : public testing::TestWithParam<const kernel::KernelRow*> {
+ protected:
+  std::string plain_name() const {
+    std::string name = GetParam()->name;
+    return name.erase(name.find("States"), 6);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Rows, StatedSequences, testing::ValuesIn(kernel::stated_sequence_rows),
+                         [](const auto& test) { return std::string(test.param->name); });
+
+// A state that is handed out and given back is one that was kept.
+TEST_P(StatedSequences, HandOnWhatTheOthersKeep) {
+  const std::string name = GetParam()->name;
+  QRT_SKIP_WHERE_MISSING(name);
+  for (const uint32_t layers : {1u, 3u}) {
+    for (const bool bidirectional : {false, true}) {
+      RecurrentCase layer;
+      layer.network = network_of(plain_name());
+      layer.ins = 5;
+      layer.hidden = 7;
+      layer.steps = 4;
+      layer.layers = layers;
+      layer.bidirectional = bidirectional;
+      layer.fill(layers);
+      SCOPED_TRACE(layer.text());
+      Runner keeping(plain_name(), sequence_description(layer));
+      TestContext context;
+      const auto begins = make_kernel(name);
+      const auto goes_on = make_kernel(name);
+      ASSERT_TRUE(begins->Config(stated_description(layer, false), nullptr, context));
+      ASSERT_TRUE(goes_on->Config(stated_description(layer, true), nullptr, context));
+      const uint32_t width = layer.out_size();
+      const uint32_t states = layers * (layer.network == Network::lstm ? 2 : 1);
+      const auto run = [&](IKernel& kernel, const Floats& state) {
+        IKernel::Tensors inputs = {
+            context.external_floats({layer.steps, layer.ins}, LayoutType::FLEXIABLE, layer.input)};
+        if (!state.empty()) {
+          inputs.push_back(context.external_floats({states, width}, LayoutType::SC, state));
+        }
+        EXPECT_EQ(kernel.CheckInputs(inputs), 0);
+        IKernel::Tensors outputs;
+        EXPECT_EQ(kernel.Forward(inputs, outputs, context), 0);
+        context.pool().check();
+        EXPECT_EQ(kernel.CheckOutputs(outputs), 0);
+        EXPECT_EQ(outputs[0]->shape.dims, (std::vector<uint32_t>{layer.steps + states, width}));
+        return values_of(*outputs[0]);
+      };
+      Floats found = run(*begins, {});
+      EXPECT_TRUE(same_bits(run(*begins, {}), found)) << "something was kept";
+      for (int pass = 0; pass < 2; ++pass) {
+        const auto end = found.end() - static_cast<std::ptrdiff_t>(states * width);
+        const Floats expected = keeping.sequence(layer.input, layer.ins);
+        ASSERT_TRUE(same_bits(Floats(found.begin(), end), expected)) << pass;
+        found = run(*goes_on, Floats(end, found.end()));
+      }
+    }
+  }
+}
+
+TEST_P(StatedSequences, RefuseOtherStates) {
+  const std::string name = GetParam()->name;
+  RecurrentCase layer;
+  layer.network = network_of(plain_name());
+  layer.fill(1);
+  TestContext context;
+  const auto kernel = make_kernel(name);
+  EXPECT_NE(kernel->CheckConfig(sequence_description(layer), nullptr), 0);
+  EXPECT_NE(make_kernel(plain_name())->CheckConfig(stated_description(layer, false), nullptr), 0);
+  ASSERT_TRUE(kernel->Config(stated_description(layer, true), nullptr, context));
+  const uint32_t states = layer.network == Network::lstm ? 2 : 1;
+  const auto verdict = [&](std::vector<uint32_t> dims) {
+    const auto x = context.floats({layer.steps, layer.ins}, LayoutType::SC, layer.input);
+    size_t count = 1;
+    for (const uint32_t dim : dims) count *= dim;
+    return kernel->CheckInputs({x, context.floats(std::move(dims), LayoutType::SC, Floats(count))});
+  };
+  EXPECT_EQ(verdict({states, layer.hidden}), 0);
+  EXPECT_NE(verdict({states + 1, layer.hidden}), 0);
+  EXPECT_NE(verdict({states, layer.hidden + 1}), 0);
+  EXPECT_EQ(kernel->ResetState(), -4) << "there is none";
+}
+
+#endif
 
 }  // namespace
 }  // namespace marlo::test

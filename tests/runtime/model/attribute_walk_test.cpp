@@ -123,7 +123,7 @@ INSTANTIATE_TEST_SUITE_P(AllClasses, AttributeWalk,
                          });
 
 TEST(AttributeTable, HasAllClassesOfLayersAndParameters) {
-  EXPECT_EQ(AttributeTable::get().layer_classes().size(), 51u);
+  EXPECT_EQ(AttributeTable::get().layer_classes().size(), 55u);
   EXPECT_EQ(AttributeTable::get().names_with_prefix("InferenceParam").size(), 23u)
       << "22 and their base";
 }

@@ -186,7 +186,11 @@ TEST(LayerCatalogue, MakesTheClassOfEachCodeAndRefusesAllOthers) {
                                                             {1012, "ConstantInfo"},
                                                             {1013, "ResizeInfo"},
                                                             {1014, "StridedSliceInfo"},
-                                                            {1015, "ReshapeToInfo"}};
+                                                            {1015, "ReshapeToInfo"},
+                                                            {1016, "RNNStatesInfo"},
+                                                            {1017, "LSTMStatesInfo"},
+                                                            {1018, "GRUStatesInfo"},
+                                                            {1019, "ResizeLikeInfo"}};
   const LogCapture silent;
   size_t next = 0;
   for (int code = 0; code <= 65535; ++code) {
@@ -243,7 +247,11 @@ TEST(LayerTypeName, HasAWordForTheCodesOfItsTableAndUnknownForAllOthers) {
                                             {1012, "Constant"},
                                             {1013, "Resize"},
                                             {1014, "StridedSlice"},
-                                            {1015, "ReshapeTo"}};
+                                            {1015, "ReshapeTo"},
+                                            {1016, "RNNStates"},
+                                            {1017, "LSTMStates"},
+                                            {1018, "GRUStates"},
+                                            {1019, "ResizeLike"}};
   for (int code = 0; code <= 65535; ++code) {
     const auto found = words.find(code);
     ASSERT_EQ(runtime::LayerTypeName(static_cast<uint16_t>(code)),

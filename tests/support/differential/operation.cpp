@@ -78,6 +78,8 @@ bool has_own_description([[maybe_unused]] const std::string& kernel) {
     add(kernel::axis_map_rows);
     add(kernel::tensor_kernel_rows);
     add(kernel::resize_rows);
+    add(kernel::resize_like_rows);
+    add(kernel::stated_sequence_rows);
     for (const auto* row : kernel::dense_rows) {
       if (!row->is_full_connection) found.insert(row->name);
     }

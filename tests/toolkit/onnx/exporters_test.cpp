@@ -184,6 +184,99 @@ TEST(Exporters, ShufflesAndMirrorsBesideSizesThatStayFree) {
   }
 }
 
+// As a decoder reads its encoder's pictures, whose sizes pooling has rounded down.
+TEST(Exporters, SizesOfAnotherTensorStayFree) {
+  if (!supports_any_size()) GTEST_SKIP() << "this build has no second set";
+  for (const char* const how :
+       {R"(mode="nearest", coordinate_transformation_mode="asymmetric", nearest_mode="floor")",
+        R"(mode="linear", coordinate_transformation_mode="half_pixel")",
+        R"(mode="linear", coordinate_transformation_mode="align_corners")",
+        R"(mode="cubic", coordinate_transformation_mode="pytorch_half_pixel")"}) {
+    SCOPED_TRACE(how);
+    expect_agreement_on_any_size(
+        R"(g (float[n,2,h,w] x) => (float[n,2,h,w] y, float[n,2,a,b] z)
+        <int64[1] begin = {0}, int64[1] two = {2}, int64[1] four = {4}, int64[1] rows = {2}, int64[1] columns = {3}> {
+      p = MaxPool<kernel_shape=[2, 2], strides=[2, 2]>(x)
+      q = AveragePool<kernel_shape=[2, 2], strides=[1, 2]>(p)
+      xs = Shape(x)
+      ps = Shape(p)
+      front = Slice(ps, begin, two)
+      back = Slice(xs, two, four)
+      whole = Cast<to=7>(back)
+      sizes = Concat<axis=0>(front, whole)
+      u = Resize<)" +
+            std::string(how) +
+            R"(>(p, , , sizes)
+      y = Sub(x, u)
+      qs = Shape(q)
+      ph = Gather(ps, rows)
+      pw = Gather(ps, columns)
+      qf = Slice(qs, begin, two)
+      qsizes = Concat<axis=0>(qf, ph, pw)
+      v = Resize<)" +
+            how + R"(>(q, , , qsizes)
+      z = Concat<axis=1>(p, v)
+    })",
+        {1, 2, -1, -1});
+  }
+  expect_agreement_on_any_size(
+      R"(g (float[n,1,h,w] x) => (float[n,1,a,b] y)
+      <int64[1] begin = {0}, int64[1] two = {2}, int64[1] four = {4}, int64[2] none = {0, 0}, int64[2] axes = {2, 3}> {
+    p = MaxPool<kernel_shape=[3, 2], strides=[1, 1]>(x)
+    s = Shape(p)
+    ends = Slice(s, two, four)
+    c = Slice(x, none, ends, axes)
+    y = Add(p, c)
+  })",
+      {1, 1, -1, -1});
+}
+
+// Numbers of words as floats, which aren't taken for a state on the way.
+TEST(Exporters, WordsInFrontOfARecurrentLayer) {
+  if (!supports_any_size()) GTEST_SKIP() << "this build has no second set";
+  const std::string graph = R"(g (float[1,3] x) => (float[3,1,1,1] y)
+      <float[4,2] table = {1, -1, 0.5, 2, -0.25, 0, 3, -2}, float[1,1,2] w = {0.5, 0.25},
+       float[1,1,1] r = {-0.5}> {
+    i = Cast<to=6>(x)
+    e = Gather(table, i)
+    t = Transpose<perm=[1, 0, 2]>(e)
+    y = RNN<hidden_size=1>(t, w, r)
+  })";
+  auto inputs = random_inputs({{"x", {1, 3}}});
+  inputs[0].numbers.reals() = {3, 0, 2};
+  Numbers made = run_network(imported(graph, 13, {}), {inputs}).at(0).at(0);
+  const Numbers expected = expected_outputs(graph, 13, inputs).at(0);
+  ASSERT_EQ(made.count(), expected.count());
+  made.shape = expected.shape;
+  EXPECT_EQ(difference(made, expected), "");
+}
+
+TEST(Exporters, StatesOfASequenceOfAnyLength) {
+  if (!supports_any_size()) GTEST_SKIP() << "this build has no second set";
+  expect_agreement_on_any_size(
+      R"(g (float[t,1,2] x) => (float[t,1,1,1] y, float[1,1,1] h, float[1,1,1] c)
+      <float[1,4,2] w = {1, -0.5, 0.25, 1, 0, -1, 0.75, 0.5}, float[1,4,1] r = {0.5, 1, -1, 0.25},
+       float[1,1,1] one = {1}> { y, h, c = LSTM<hidden_size=1>(x, w, r, , , one) })",
+      {-1, 1, 2});
+}
+
+TEST(Exporters, GatesWithFirstStates) {
+  for (const char* reset : {"0", "1"}) {
+    expect_agreement(R"(g (float[3,1,1] x, float[2,1,1] s) => (float[3,2,1,1] y, float[2,1,1] h)
+        <float[2,3,1] w = {0.5, -0.25, 0.125, 1, 0.3, -1}, float[2,3,1] r = {0.5, 0.25, -0.5, 1, -0.7, 0.4},
+         float[2,6] b = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6, -0.1, -0.2, -0.3, -0.4, -0.5, -0.6},
+         float[2,1,1] ones = {1, -1}> {
+      a, g = GRU<hidden_size=1, direction="bidirectional", linear_before_reset=)" +
+                         std::string(reset) + R"(>(x, w, r, b, , ones)
+      t = Add(g, s)
+      y, h = GRU<hidden_size=1, direction="bidirectional", linear_before_reset=)" +
+                         reset +
+                         R"(>(x, w, r, b, , t)
+    })",
+                     14, {{"s", {2, 1, 1}}, {"x", {3, 1, 1}}});
+  }
+}
+
 // A first size is no batch where it is that of a sequence, or of rows.
 TEST(Exporters, AFirstSizeMayStayFree) {
   expect_agreement_on_any_size(

@@ -22,17 +22,25 @@ using utility::Assert;
 
 namespace {
 
-double place_of(ResizePlaces places, uint32_t x, double scale, uint32_t in, uint32_t out) {
+// Over a scale of two sizes both are taken one after the other, so that a place on an element is exact.
+struct Scale {
+  double factor;
+  double divisor;
+
+  double source(double x) const { return x * factor / divisor; }
+};
+
+double place_of(ResizePlaces places, uint32_t x, const Scale& scale, uint32_t in, uint32_t out) {
   switch (places) {
     case ResizePlaces::AlignCorners:
       return out == 1 ? 0.0 : x * (in - 1.0) / (out - 1.0);
     case ResizePlaces::Asymmetric:
-      return x / scale;
+      return scale.source(x);
     case ResizePlaces::HalfPixelOrZero:
       if (out == 1) return 0.0;
       [[fallthrough]];
     default:
-      return (x + 0.5) / scale - 0.5;
+      return scale.source(x + 0.5) - 0.5;
   }
 }
 
@@ -162,7 +170,8 @@ const ResizeKernel::Table& ResizeKernel::table_of(size_t axis, uint32_t in, uint
   if (table.in == in && table.out == out && !table.ends.empty()) return table;
   table = {in, out, {}, {}};
   table.ends.reserve(out);
-  const double scale = scale_of(axis, in, out);
+  const Scale scale = scales_.empty() ? Scale{static_cast<double>(in), static_cast<double>(out)}
+                                      : Scale{1.0, scale_of(axis, in, out)};
   for (uint32_t x = 0; x < out; ++x) {
     add_taps(place_of(static_cast<ResizePlaces>(places_), x, scale, in, out), in - 1.0, table.taps);
     table.ends.push_back(static_cast<uint32_t>(table.taps.size()));

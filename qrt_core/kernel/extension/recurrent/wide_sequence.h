@@ -54,6 +54,8 @@ class WideSequence : public KernelFamily {
 
   /// An exception leaves the state as it was.
   int Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass);
+  /// What the next pass begins with, and the last one left.
+  SequenceStates states() { return {h_.data(), c_.empty() ? nullptr : c_.data(), h_.size()}; }
   Misfits refusals(const LayerInfo* info, const InferenceParam* param) const {
     return accepted_.refusals(info, param);
   }

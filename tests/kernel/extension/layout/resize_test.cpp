@@ -178,6 +178,111 @@ TEST_P(Resizing, RefusesWhatItCannotRead) {
   EXPECT_EQ(kernel->CheckInputs({context.floats({2, 0}, LayoutType::CHW, {})}), -2);
 }
 
+class ResizingLike : public testing::TestWithParam<const kernel::ResizeLikeRow*> {
+ protected:
+  static std::shared_ptr<runtime::ResizeLikeInfo> described(std::vector<int32_t> axes,
+                                                            std::vector<int32_t> like_axes) {
+    const auto info = std::make_shared<runtime::ResizeLikeInfo>();
+    info->axes = std::move(axes);
+    info->like_axes = std::move(like_axes);
+    return info;
+  }
+};
+
+// One kernel on inputs of several sizes, as a network with free sizes has it.
+TEST_P(ResizingLike, TakesTheSizesOfItsSecondInput) {
+  QRT_SKIP_WHERE_MISSING(GetParam()->name);
+  TestContext context;
+  const auto info = described({-2, -1}, {1, 0});
+  info->mode = 1;
+  const auto like = make_kernel(GetParam()->name);
+  ASSERT_TRUE(like->Config(info, nullptr, context));
+  Floats numbers(48);
+  Random random(3);
+  for (float& number : numbers) number = static_cast<float>(random.integer(-99, 99)) / 8;
+  for (const Dims& sizes : {Dims{3, 5}, Dims{9, 2}, Dims{4, 6}, Dims{3, 5}}) {
+    const auto plain_info = std::make_shared<runtime::ResizeInfo>();
+    plain_info->mode = 1;
+    plain_info->sizes = {2, sizes[1], sizes[0]};
+    const auto plain = make_kernel("Resize_Fallback_Float_M1");
+    ASSERT_TRUE(plain->Config(plain_info, nullptr, context));
+    const auto x = context.external_floats({2, 4, 6}, LayoutType::CHW, numbers);
+    const auto other = context.external_floats(sizes, LayoutType::FLEXIABLE,
+                                               Floats(size_t{sizes[0]} * sizes[1], 7.0f));
+    ASSERT_EQ(like->CheckInputs({x, other}), 0);
+    IKernel::Tensors found;
+    IKernel::Tensors expected;
+    like->Forward({x, other}, found, context);
+    plain->Forward({x}, expected, context);
+    context.pool().check();
+    EXPECT_EQ(found[0]->shape, expected[0]->shape);
+    EXPECT_EQ(found[0]->shape, like->InferOutputShapes({x->shape, other->shape})[0]);
+    EXPECT_EQ(values_of(*found[0]), values_of(*expected[0]));
+  }
+}
+
+TEST_P(ResizingLike, CutsToTheElementsThatBothHave) {
+  QRT_SKIP_WHERE_MISSING(GetParam()->name);
+  TestContext context;
+  const auto info = described({1}, {0});
+  info->places = 2;
+  info->only_cuts = true;
+  const auto kernel = make_kernel(GetParam()->name);
+  ASSERT_TRUE(kernel->Config(info, nullptr, context));
+  const auto x = context.floats({2, 3}, LayoutType::FLEXIABLE, {1, 2, 3, 4, 5, 6});
+  for (const uint32_t size : {2u, 7u}) {
+    IKernel::Tensors outputs;
+    kernel->Forward({x, context.floats({size}, LayoutType::C, Floats(size))}, outputs, context);
+    EXPECT_EQ(values_of(*outputs[0]), size == 2 ? (Floats{1, 2, 4, 5}) : values_of(*x));
+  }
+}
+
+TEST_P(ResizingLike, CountsBlocksAsPlanes) {
+  QRT_SKIP_WHERE_MISSING(GetParam()->name);
+  TestContext context;
+  const auto info = described({1, 2}, {-2, -1});
+  const auto kernel = make_kernel(GetParam()->name);
+  ASSERT_TRUE(kernel->Config(info, nullptr, context));
+  Floats planes(8 * 2 * 3);
+  for (size_t i = 0; i < planes.size(); ++i) planes[i] = static_cast<float>(i);
+  const auto x = context.floats({8, 2, 3}, LayoutType::CHW, planes);
+  const auto other = context.floats({1, 5, 4, 8}, LayoutType::C8HW8, Floats(160));
+  IKernel::Tensors outputs;
+  ASSERT_EQ(kernel->CheckInputs({x, other}), 0) << "the second one is only asked for its dims";
+  kernel->Forward({x, other}, outputs, context);
+  EXPECT_EQ(outputs[0]->shape.dims, (Dims{8, 5, 4}));
+  const auto blocks =
+      context.floats({1, 2, 3, 8}, LayoutType::C8HW8, to_layout(planes, 8, LayoutType::C8HW8));
+  ASSERT_EQ(kernel->CheckInputs({blocks, other}), GetParam()->resize.takes_blocks ? 0 : -2);
+  if (!GetParam()->resize.takes_blocks) return;
+  IKernel::Tensors in_blocks;
+  kernel->Forward({blocks, other}, in_blocks, context);
+  EXPECT_EQ(in_blocks[0]->shape, kernel->InferOutputShapes({blocks->shape, other->shape})[0]);
+  EXPECT_EQ(values_of(*in_blocks[0]), to_layout(values_of(*outputs[0]), 8, LayoutType::C8HW8));
+}
+
+TEST_P(ResizingLike, RefusesAxesThatAreNotThere) {
+  QRT_SKIP_WHERE_MISSING(GetParam()->name);
+  TestContext context;
+  const auto kernel = make_kernel(GetParam()->name);
+  EXPECT_EQ(kernel->CheckConfig(described({}, {}), nullptr), -1);
+  EXPECT_EQ(kernel->CheckConfig(described({0, 1}, {0}), nullptr), -1);
+  const auto corners = described({0}, {0});
+  corners->places = 1;
+  corners->only_cuts = true;
+  EXPECT_EQ(kernel->CheckConfig(corners, nullptr), -1);
+  ASSERT_TRUE(kernel->Config(described({2}, {-3}), nullptr, context));
+  const auto plane = context.floats({1, 2}, LayoutType::FLEXIABLE, {1, 2});
+  const auto planes = context.floats({1, 1, 2}, LayoutType::CHW, {1, 2});
+  EXPECT_EQ(kernel->CheckInputs({plane, planes}), -2);
+  EXPECT_EQ(kernel->CheckInputs({planes, plane}), -2);
+  EXPECT_EQ(kernel->CheckInputs({planes, planes}), 0);
+  EXPECT_EQ(kernel->CheckInputs({planes}), -2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ResizingLike, testing::ValuesIn(kernel::resize_like_rows),
+                         [](const auto& test) { return std::string(test.param->name); });
+
 INSTANTIATE_TEST_SUITE_P(Rows, Resizing, testing::ValuesIn(kernel::resize_rows),
                          [](const auto& test) { return std::string(test.param->name); });
 
