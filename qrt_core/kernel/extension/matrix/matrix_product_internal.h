@@ -160,8 +160,8 @@ struct Block {
 };
 
 /// Lines of 64 bytes that a set of the first cache holds, and bytes after which sets repeat.
-constexpr size_t kWays = 8;
-constexpr size_t kSetsRepeat = 4096;
+inline constexpr size_t kWays = 8;
+inline constexpr size_t kSetsRepeat = 4096;
 
 /// Whether the rows of a tile would drive each other out of the first cache.
 template <size_t kRows>
