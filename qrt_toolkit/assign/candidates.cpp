@@ -13,6 +13,7 @@
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/description.h"
 #include "qrt_toolkit/assign/epilogue.h"
+#include "qrt_toolkit/assign/rounding.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -324,6 +325,7 @@ bool CandidateFinder::try_kernel(const std::string& name, const Trial& trial, Re
                                  const std::shared_ptr<runtime::LayerInfo>& info,
                                  std::vector<Candidate>& found) {
   const ReferenceLayer& layer = trial.layer;
+  if (name != layer.kernel && !may_round_as(name, rules_.tolerance)) return false;
   const std::string& epilogue = names_.at(name);
   const auto kernel = workshop_.configured(name, info);
   const auto* facts = dynamic_cast<const IKernelFacts*>(kernel.get());

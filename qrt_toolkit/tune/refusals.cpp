@@ -11,6 +11,7 @@
 #include "qrt_core/runtime/tensor/shape_text.h"
 #include "qrt_toolkit/assign/epilogue.h"
 #include "qrt_toolkit/assign/form.h"
+#include "qrt_toolkit/assign/rounding.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -195,6 +196,12 @@ RefusalFinder::Reasons RefusalFinder::of_results(const std::string& name,
     if (!std::isfinite(candidate.difference)) return {kTrialFailed};
     if (candidate.difference > rules_.tolerance) {
       return {"results: differ by " + short_number(candidate.difference) + " of the largest, and " +
+              short_number(rules_.tolerance) + " is allowed"};
+    }
+    if (!may_round_as(name, rules_.tolerance)) {
+      return {"results: usually " + short_number(rounding_growth(name).usual) +
+              " times as far off as plain sums, which takes a tolerance of " +
+              short_number(tolerance_for_rounding(name)) + ", and " +
               short_number(rules_.tolerance) + " is allowed"};
     }
     if (candidate.use == runtime::InputUse::overwrites) {

@@ -8,6 +8,7 @@
 #include "qrt_core/runtime/model/inference_config.h"
 #include "qrt_core/runtime/model/layers.h"
 #include "qrt_core/runtime/model/recurrent_info.h"
+#include "qrt_toolkit/assign/rounding.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -57,15 +58,6 @@ Sums sums_of(runtime::LayerInfo& layer, const LayerRecord& made) {
   }
   if (is_sequence) sums.terms *= std::max(1u, dims[0]);
   return sums;
-}
-
-/// How much larger than the sums themselves the intermediate results of a kernel may be.
-double growth_of(const std::string& kernel) {
-  // The magnitudes of the transforms' factors: 4 of patches, 2.25 of filters, 9 of outputs.
-  if (kernel.find("Winograd") != std::string::npos) return 81;
-  // 18 for each of two levels of quadrants.
-  if (kernel.find("Strassen") != std::string::npos) return 324;
-  return 1;
 }
 
 /// Of how many numbers a line or a group has that are normalized together; 0 where each is computed
@@ -165,7 +157,7 @@ std::vector<double> agreements_of(const runtime::QRModelInfo& network,
     const double terms =
         sums.terms + kFewUnits + std::max(line_of(layer, records[first]), input_count / count);
     const std::string& kernel = config.layer_cfgs.at(id)->kernel->kernel_type;
-    agreements.push_back(growth_of(kernel) * terms * kEps *
+    agreements.push_back(rounding_growth(kernel).most * terms * kEps *
                          std::max(largest[i], sums.gain * input_largest));
   }
   return agreements;

@@ -267,6 +267,29 @@ TEST(Assign, FewNumbersTellFunctionsApart) {
   }
 }
 
+// What one layer rounds, others enlarge, so what is far off for a sum has to be asked for.
+TEST(Assign, FilteringInLargerTilesTakesMoreTolerance) {
+  QRT_SKIP_WHERE_MISSING("Conv2d_K3x3_S1x1_D1x1_G1_FMA_C8HW8_FLOAT_Winograd6_M1");
+  ModelBuilder builder;
+  builder.input("x").conv2d("y", "x", padded_convolution(16, 16)).outputs({"y"});
+  const auto model = builder.build();
+  AssignOptions options = options_for(planes(16, 24, 24), KernelSet::fma);
+  const auto chosen = [&](double tolerance) {
+    options.tolerance = tolerance;
+    CostsByRule costs([](const Work& work) {
+      if (work.info == nullptr) return 0.001;
+      const bool is_filtering = work.kernel.find("C8HW8_FLOAT_Winograd") != std::string::npos;
+      return is_filtering ? (work.kernel.find("Winograd6") == std::string::npos ? 2.0 : 1.0) : 3.0;
+    });
+    return assign_kernels(*model, marlo::test::all_kernels(), costs, options)
+        .report.layers.back()
+        .kernel;
+  };
+  EXPECT_THAT(chosen(1e-3), HasSubstr("Winograd6"));
+  EXPECT_THAT(chosen(1e-4), HasSubstr("Winograd4"));
+  EXPECT_THAT(chosen(2e-5), ::testing::Not(HasSubstr("C8HW8_FLOAT_Winograd")));
+}
+
 TEST(Assign, WithoutToleranceResultsKeepTheirBits) {
   const auto model = residual().build();
   const TensorShape shape = planes(16, 13, 11);
