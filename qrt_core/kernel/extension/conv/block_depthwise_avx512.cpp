@@ -9,36 +9,51 @@
 namespace marlo::kernel::conv {
 namespace {
 
-// An odd last column has no neighbour to share a vector with.
+// Pixels by themselves, eight side by side.
 template <size_t kSize, size_t kStride>
-void run(const ConvTask& task, const float* zeros) noexcept {
-  using Pairs = DepthwiseTiles<Avx512Vector, PairedPixels, kSize, kStride, 7, Ending>;
-  using Singles = DepthwiseTiles<FusedVector, WholePixels, kSize, kStride, 1, Ending>;
-  const size_t columns = task.out_width / 2 * 2;
-  Pairs(task, zeros, {0, task.out_height, 0, columns}).run();
-  Singles(task, zeros, {0, task.out_height, columns, task.out_width - columns}).run();
+void run_singles(const ConvTask& task, const float* zeros, const DepthwiseArea& area) noexcept {
+  DepthwiseTiles<FusedVector, WholePixels, kSize, kStride, 8, Ending>(task, zeros, area).run();
+}
+
+// Two pixels in a vector. An odd last column has no neighbour to share one with, and by itself would wait for
+// each of its sums, so the last seven are taken together.
+template <size_t kSize>
+void run_pairs(const ConvTask& task, const float* zeros) noexcept {
+  using Pairs = DepthwiseTiles<Avx512Vector, PairedPixels, kSize, 1, 7, Ending>;
+  const size_t width = task.out_width;
+  const size_t rest = width % 2 == 0 ? 0 : smaller_of(width, 7);
+  if (width != rest) Pairs(task, zeros, {0, task.out_height, 0, width - rest}).run();
+  if (rest != 0) {
+    run_singles<kSize, 1>(task, zeros, {0, task.out_height, width - rest, rest});
+  }
+}
+
+// At stride 2 the pixels of a pair don't stand side by side, and loading halves costs what pairs save.
+template <size_t kSize>
+void run_stride2(const ConvTask& task, const float* zeros) noexcept {
+  run_singles<kSize, 2>(task, zeros, whole_area(task));
 }
 
 }  // namespace
 
 void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run<3, 1>(task, zeros);
+  run_pairs<3>(task, zeros);
 }
 
 void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run<3, 2>(task, zeros);
+  run_stride2<3>(task, zeros);
 }
 
 void block_depthwise_5x5_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run<5, 1>(task, zeros);
+  run_pairs<5>(task, zeros);
 }
 
 void block_depthwise_5x5_stride2_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run<5, 2>(task, zeros);
+  run_stride2<5>(task, zeros);
 }
 
 void block_depthwise_7x7_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run<7, 1>(task, zeros);
+  run_pairs<7>(task, zeros);
 }
 
 }  // namespace marlo::kernel::conv
