@@ -31,6 +31,7 @@ struct StatedSequenceRow : KernelRow {
 template <typename SequenceRow>
 class StatedSequence : public KernelFamily {
  public:
+  /// @param row outlives the kernel
   explicit StatedSequence(const StatedSequenceRow<SequenceRow>& row)
       : row_(row), sequence_(row.sequence) {}
 
