@@ -13,10 +13,17 @@ MOST_SOURCES = 16
 MOST_LINES = 2500
 
 
+# What an expression for a declaration takes for its name, and isn't.
+KEYWORDS = {"const", "constexpr", "default", "delete", "false", "namespace", "noexcept", "operator", "override",
+            "return", "sizeof", "static", "true"}
+
+
 def names_in(path, text):
-    """The names that a source keeps to itself, with what declares them, and all of its words. Declarations of a namespace
-    begin at the beginning of a line, where clang-format puts them. Too many names are harmless."""
-    own = {name: line for line, name in re.findall(r"^(using [\w:]+::(\w+);)", text, re.MULTILINE)}
+    """The names that a source keeps to itself, with what declares them; those among them that name what others have
+    declared; and all words that may refer to such a name. Declarations of a namespace begin at the beginning of a
+    line, where clang-format puts them. Too many names are harmless."""
+    shared = {name: line for line, name in re.findall(r"^(using [\w:]+::(\w+);)", text, re.MULTILINE)}
+    own = dict(shared)
     for block in re.findall(r"^namespace \{$.*?^\}  // namespace$", text, re.MULTILINE | re.DOTALL):
         for line in block.split("\n"):
             if (not re.match(r"[A-Za-z_\[]", line) or re.match(r"(namespace|template|extern)\b", line)
@@ -25,14 +32,21 @@ def names_in(path, text):
             found = (re.match(r"(?:struct|class|enum class|enum|union|using) (\w+)\b(?!::)", line)
                      or re.search(r"(?<![\w:~.])(\w+)\(", line)
                      or re.search(r"(?<![\w:])(\w+)(?:\[.*\])?(?: =|\{|;)", line))
-            if found:
+            if found and found[1] not in KEYWORDS:
                 own[found[1]] = path
-    return own, set(re.findall(r"\w+", text))
+                shared.pop(found[1], None)
+    code = re.sub(r'//[^\n]*|"(?:\\.|[^"\\\n])*"', "", text)
+    # Not those that belong to something: x.name, x->name, space::name.
+    return own, set(shared), set(re.findall(r"(?<![\w.])(?<!->)(?<!::)\w+", code))
 
 
-def clash(own, others, words):
-    """Whether a name that is kept by one is among the words of another, which doesn't declare it alike."""
-    return any(others.get(name) != own[name] for name in own.keys() & words)
+def clash(one, other):
+    """Whether one keeps a name to itself that the other refers to, and doesn't declare alike. What is declared
+    elsewhere is the same thing for both, unless the other has something else of that name."""
+    own, shared, _ = one
+    others, _, words = other
+    return any(others.get(name) != own[name] and (name in others or name not in shared)
+               for name in own.keys() & (words | others.keys()))
 
 
 def batches_of(sources):
@@ -44,20 +58,19 @@ def batches_of(sources):
     for path, kind in sorted(sources.items()):
         with open(path, encoding="ascii") as file:
             text = file.read()
-        own, words = names_in(path, text)
+        names = names_in(path, text)
         lines = text.count("\n")
         if re.search(r"^ *# *define\b", text, re.MULTILINE):
             kind = (kind, path)  # What a macro changes are the headers behind it.
         for batch in batches:
             if (batch["kind"] == kind and len(batch["paths"]) < MOST_SOURCES and batch["lines"] + lines <= MOST_LINES
-                    and not clash(batch["own"], own, words) and not clash(own, batch["own"], batch["words"])):
+                    and not any(clash(names, others) or clash(others, names) for others in batch["names"])):
                 break
         else:
-            batch = {"kind": kind, "paths": [], "own": {}, "words": set(), "lines": 0}
+            batch = {"kind": kind, "paths": [], "names": [], "lines": 0}
             batches.append(batch)
         batch["paths"].append(path)
-        batch["own"] |= own
-        batch["words"] |= words
+        batch["names"].append(names)
         batch["lines"] += lines
     return sorted(batches, key=lambda batch: -batch["lines"])
 

@@ -430,11 +430,12 @@ std::string rules_file(const TemporaryFolder& folder) {
 
 struct Way {
   uint32_t version;
-  qrt_tool::KernelSet set;
+  qrt_tool::OldKernelSet set;
 };
 
 std::string text_of(const Way& way) {
-  return std::to_string(way.version) + (way.set == qrt_tool::KernelSet::sse ? "_sse" : "_portable");
+  return std::to_string(way.version) +
+         (way.set == qrt_tool::OldKernelSet::sse ? "_sse" : "_portable");
 }
 
 void PrintTo(const Way& way, std::ostream* out) { *out << text_of(way); }
@@ -462,10 +463,10 @@ class OldNetwork : public ::testing::TestWithParam<Way> {
 };
 
 std::vector<Way> ways() {
-  std::vector<Way> all = {{10001, qrt_tool::KernelSet::portable},
-                          {10000, qrt_tool::KernelSet::portable}};
+  std::vector<Way> all = {{10001, qrt_tool::OldKernelSet::portable},
+                          {10000, qrt_tool::OldKernelSet::portable}};
 #if QRT_WITH_SSE
-  all.push_back({10001, qrt_tool::KernelSet::sse});
+  all.push_back({10001, qrt_tool::OldKernelSet::sse});
 #endif
   return all;
 }
@@ -522,7 +523,7 @@ TEST_P(OldNetwork, IsTheSameAsOneMadeDirectly) {
     EXPECT_EQ(found.at(id)->shape, tensor->shape) << id;
     // Sums that round may be in another order there.
     const bool rounds = id == "layer-7" || id == "layer-19" || id == "layer-20";
-    if (rounds && GetParam().set == qrt_tool::KernelSet::sse) continue;
+    if (rounds && GetParam().set == qrt_tool::OldKernelSet::sse) continue;
     EXPECT_TRUE(same_bits(values_of(*found.at(id)), values_of(*tensor))) << id;
   }
 }

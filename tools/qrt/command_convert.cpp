@@ -123,8 +123,8 @@ bool is_old_network(const ConvertOptions& options) {
 }
 
 // The command line goes before the rules.
-KernelSet chosen_set(const ConvertOptions& options, const KernelRules& rules) {
-  KernelSet set = rules.set();
+OldKernelSet chosen_set(const ConvertOptions& options, const KernelRules& rules) {
+  OldKernelSet set = rules.set();
   if (!options.isa.empty() && !kernel_set_for(options.isa, set)) {
     throw ToolError(kUsageError, "--isa " + printable(options.isa) + ": expected portable or sse");
   }
@@ -159,7 +159,7 @@ void convert_old_network(const ConvertOptions& options) {
   }
   refuse_same_file(options);
   const KernelRules rules = options.config.empty() ? KernelRules() : KernelRules(options.config);
-  const KernelSet set = chosen_set(options, rules);
+  const OldKernelSet set = chosen_set(options, rules);
   const auto network = read_old_network(options.input);
   Library library;
   const auto config = configure_old_network(*network, options.input, rules, set, library);

@@ -19,14 +19,14 @@ constexpr char kSseConvolution[] = "Conv2D_Knxm_Snxm_Dnxm_Gn_SSE_CHW_Float_M1";
 
 Candidates none(const std::string& why) { return {{}, why}; }
 
-Candidates choice(KernelSet set, std::vector<std::string> sse, const std::string& portable) {
-  if (set == KernelSet::portable) sse.clear();
+Candidates choice(OldKernelSet set, std::vector<std::string> sse, const std::string& portable) {
+  if (set == OldKernelSet::portable) sse.clear();
   sse.push_back(portable);
   return {std::move(sse), ""};
 }
 
 // Fast sigmoids and hyperbolic tangents are approximations, so they need a rule.
-Candidates for_activation(const ActivationInfo& layer, KernelSet set) {
+Candidates for_activation(const ActivationInfo& layer, OldKernelSet set) {
   switch (layer.activation_type) {
     case 0:
       return choice(set, {}, "Straight_Through_Fallback_M1");
@@ -45,7 +45,7 @@ Candidates for_activation(const ActivationInfo& layer, KernelSet set) {
               " = Sigmoid_Fallback_Float_M1\" in the file of --config");
 }
 
-Candidates for_concatenation(const ConcatenateInfo& layer, KernelSet set) {
+Candidates for_concatenation(const ConcatenateInfo& layer, OldKernelSet set) {
   constexpr uint16_t kChannels = 1;
   if (layer.dim == kChannels) return choice(set, {}, "Concatenate_C_Fallback_CnHWn_M1");
   if (layer.input_ids.size() < 2) {
@@ -55,7 +55,7 @@ Candidates for_concatenation(const ConcatenateInfo& layer, KernelSet set) {
 }
 
 // By the number of sizes; the first counts a batch.
-Candidates for_reshape(const TensorReshapeInfo& layer, KernelSet set) {
+Candidates for_reshape(const TensorReshapeInfo& layer, OldKernelSet set) {
   const std::vector<int16_t>& sizes = layer.new_shape;
   if (sizes.size() < 2) {
     return none("it has " + counted(sizes.size(), "size") +
@@ -67,7 +67,7 @@ Candidates for_reshape(const TensorReshapeInfo& layer, KernelSet set) {
   return choice(set, {}, "Transform_MainMemory_Reshape_Fallback");
 }
 
-Candidates for_operator(const LayerInfo& layer, KernelSet set) {
+Candidates for_operator(const LayerInfo& layer, OldKernelSet set) {
   if (layer.input_ids.size() != 2) {
     return none("it has " + counted(layer.input_ids.size(), "input") +
                 "; expected 2, which is what kernels of operators take");
@@ -86,7 +86,7 @@ uint32_t groups_of(const LayerInfo& info) {
   return 1;
 }
 
-Candidates candidates_for(const LayerInfo& info, KernelSet set) {
+Candidates candidates_for(const LayerInfo& info, OldKernelSet set) {
   const std::string kind = kind_of(info);
   if (const auto* layer = dynamic_cast<const ActivationInfo*>(&info)) {
     return for_activation(*layer, set);

@@ -19,7 +19,7 @@ struct Candidates {
 ///
 /// SSE kernels are among them where their results agree with those of the portable ones whatever
 /// the tensors' sizes, which are not known yet.
-Candidates candidates_for(const marlo::runtime::LayerInfo& info, KernelSet set);
+Candidates candidates_for(const marlo::runtime::LayerInfo& info, OldKernelSet set);
 
 /// Groups of a convolution; 1 for other layers.
 uint32_t groups_of(const marlo::runtime::LayerInfo& info);

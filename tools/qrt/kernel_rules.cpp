@@ -57,9 +57,9 @@ bool is_type_key(const std::string& key) {
 
 }  // namespace
 
-bool kernel_set_for(const std::string& word, KernelSet& set) {
+bool kernel_set_for(const std::string& word, OldKernelSet& set) {
   if (word != "portable" && word != "sse") return false;
-  set = word == "sse" ? KernelSet::sse : KernelSet::portable;
+  set = word == "sse" ? OldKernelSet::sse : OldKernelSet::portable;
   return true;
 }
 

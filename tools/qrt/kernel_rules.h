@@ -11,14 +11,14 @@
 namespace qrt_tool {
 
 /// The kernels of layers that no rule names.
-enum class KernelSet {
+enum class OldKernelSet {
   portable,
   sse,  ///< SSE kernels over planes whose results agree with the portable ones; else portable
 };
 
 /// The set for a word, "portable" or "sse".
 /// @return whether there is one
-bool kernel_set_for(const std::string& word, KernelSet& set);
+bool kernel_set_for(const std::string& word, OldKernelSet& set);
 
 /// One line of a rules file.
 struct KernelRule {
@@ -50,7 +50,7 @@ class KernelRules {
   /// "rules.txt: line 3: "
   std::string place_of(const KernelRule& rule) const;
 
-  KernelSet set() const { return set_; }
+  OldKernelSet set() const { return set_; }
   const std::vector<KernelRule>& rules() const { return rules_; }
 
  private:
@@ -59,7 +59,7 @@ class KernelRules {
   [[noreturn]] void refuse(size_t line, const std::string& why) const;
 
   std::string path_;
-  KernelSet set_ = KernelSet::portable;
+  OldKernelSet set_ = OldKernelSet::portable;
   bool has_set_ = false;
   std::vector<KernelRule> rules_;
 };

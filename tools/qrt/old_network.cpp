@@ -35,7 +35,7 @@ bool contains(const std::string& text, const char* part) {
 class Configurator {
  public:
   Configurator(QRModelInfo& network, const std::string& path, const KernelRules& rules,
-               KernelSet set, Library& library)
+               OldKernelSet set, Library& library)
       : network_(network), path_(path), rules_(rules), set_(set), library_(library) {}
 
   std::shared_ptr<QRModelCfg> run() {
@@ -182,7 +182,7 @@ class Configurator {
   QRModelInfo& network_;
   const std::string& path_;
   const KernelRules& rules_;
-  const KernelSet set_;
+  const OldKernelSet set_;
   Library& library_;
   std::shared_ptr<QRModelCfg> config_ = std::make_shared<QRModelCfg>();
   std::set<size_t> used_rules_;  // by their lines
@@ -220,9 +220,9 @@ std::shared_ptr<QRModelInfo> read_old_network(const std::string& path) {
 }
 
 std::shared_ptr<QRModelCfg> configure_old_network(QRModelInfo& network, const std::string& path,
-                                                  const KernelRules& rules, KernelSet set,
+                                                  const KernelRules& rules, OldKernelSet set,
                                                   Library& library) {
-  if (set == KernelSet::sse && !QRT_WITH_SSE) {
+  if (set == OldKernelSet::sse && !QRT_WITH_SSE) {
     throw ToolError(kUsageError, "this build has no SSE kernels; expected the portable ones");
   }
   return Configurator(network, path, rules, set, library).run();

@@ -24,6 +24,6 @@ std::shared_ptr<marlo::runtime::QRModelInfo> read_old_network(const std::string&
 ///   that names what isn't there
 std::shared_ptr<marlo::runtime::QRModelCfg> configure_old_network(
     marlo::runtime::QRModelInfo& network, const std::string& path, const KernelRules& rules,
-    KernelSet set, Library& library);
+    OldKernelSet set, Library& library);
 
 }  // namespace qrt_tool

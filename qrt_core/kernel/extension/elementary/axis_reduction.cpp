@@ -48,11 +48,11 @@ struct Group {
 };
 
 // The axes of a tensor by turns, as those reduced over and those that stay alternate.
-struct Groups {
+struct AxisGroups {
   std::vector<Group> of;     // outermost first
   bool last_reduced = true;  // the last group is reduced over
 
-  Groups(const Dims& dims, const std::vector<bool>& reduced_over) {
+  AxisGroups(const Dims& dims, const std::vector<bool>& reduced_over) {
     size_t stride = 1;
     bool is_reduced = true;
     for (size_t k = dims.size(); k-- > 0; stride *= dims[k]) {
@@ -76,7 +76,7 @@ struct Groups {
 // Reduces a tensor that has numbers.
 class Reducer {
  public:
-  Reducer(elementary::ReductionCore core, AxisReduction function, Groups groups)
+  Reducer(elementary::ReductionCore core, AxisReduction function, AxisGroups groups)
       : core_(core), function_(function), along_rows_(groups.last_reduced) {
     inner_ = groups.take_last();
     rows_ = groups.take_last();
@@ -237,7 +237,7 @@ int AxisReductionKernel::Forward(const Tensors& inputs, Tensors& outputs, const 
     std::fill_n(floats_of(*output), runtime::ElementCount(output->shape),
                 static_cast<float>(end_of(function, begin_of(function), begin_of(function), 0)));
   } else {
-    Reducer(row_.core, function, Groups(dims, reduced_over))
+    Reducer(row_.core, function, AxisGroups(dims, reduced_over))
         .run(floats_of(*inputs[0]), floats_of(*output));
   }
   outputs.push_back(std::move(output));
