@@ -90,6 +90,8 @@ class NumberedSizes {
       inputs.push_back(nullptr);
       if (id == kAbsent) continue;
       if (const Numbers* sizes = find(id)) {
+        // What says which elements are taken isn't moved itself.
+        if (inputs.size() > 1 && node.op != "Concat") return;
         inputs.back() = sizes;
         any = true;
       } else if (const SharedNumbers constant = known(id)) {
