@@ -31,7 +31,7 @@ static void begin_signal(_NetworkPackage& network) {
 
 static int compare(const char* model) {
   std::shared_ptr<marlo::runtime::Context> context;
-  marlo::utility::create_context(context, 32);
+  marlo::utility::create_context(context, 64);
   marlo::runtime::KernelRegistry kernels;
   marlo::runtime::InferenceParamRegistry params;
   marlo::utility::init_register_operators(kernels, params);

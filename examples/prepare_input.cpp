@@ -58,7 +58,7 @@ int main(int argc, char** argv) {
   }
   try {
     std::shared_ptr<marlo::runtime::Context> context;
-    marlo::utility::create_context(context, 32);
+    marlo::utility::create_context(context, 64);
     const TensorPointer input = prepare(context, static_cast<unsigned int>(height),
                                         static_cast<unsigned int>(width), rgb.get());
     const auto* values = static_cast<const float*>(input->handle.cpu);

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <cstdlib>
 #include <oneapi/dnnl/dnnl.hpp>
 #include <unordered_map>
 #include <vector>
@@ -21,8 +22,8 @@ using Tag = memory::format_tag;
 
 // Its threads are those of the OpenMP library that it brings along, which counts the cores when it
 // is loaded: before this program pins itself to one.
-dnnl::engine engine_of_one_thread_and_avx2() {
-  dnnl::set_max_cpu_isa(dnnl::cpu_isa::avx2);
+dnnl::engine engine_of_one_thread() {
+  if (std::getenv("DNNL_MAX_CPU_ISA") == nullptr) dnnl::set_max_cpu_isa(dnnl::cpu_isa::avx2);
   using SetThreads = void (*)(int);
   if (void* set = dlsym(RTLD_DEFAULT, "omp_set_num_threads")) {
     reinterpret_cast<SetThreads>(set)(1);
@@ -31,7 +32,7 @@ dnnl::engine engine_of_one_thread_and_avx2() {
 }
 
 const dnnl::engine& engine() {
-  static const dnnl::engine processor = engine_of_one_thread_and_avx2();
+  static const dnnl::engine processor = engine_of_one_thread();
   return processor;
 }
 

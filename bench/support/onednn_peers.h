@@ -7,8 +7,9 @@
 #include "tests/support/conv_case.h"
 #include "tests/support/recurrent_case.h"
 
-// Operations of oneDNN, held to AVX2 and one thread. There is none where the library isn't
-// installed, or where it has no such operation.
+// Operations of oneDNN on one thread, held to AVX2, or to what its own variable DNNL_MAX_CPU_ISA
+// says where that is set. There is none where the library isn't installed, or where it has no such
+// operation.
 
 namespace marlo::bench {
 

@@ -21,7 +21,7 @@ using marlo::runtime::QRTModel;
 
 namespace {
 
-constexpr unsigned int kAlignment = 32;
+constexpr unsigned int kAlignment = 64;
 
 std::string version_text(uint16_t major, uint16_t minor) {
   return std::to_string(major) + "." + std::to_string(minor);
