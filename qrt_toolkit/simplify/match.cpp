@@ -1,6 +1,7 @@
 #include "qrt_toolkit/simplify/match.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "qrt_toolkit/operators/operator.h"
@@ -49,6 +50,21 @@ std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& nod
     }
   }
   return std::nullopt;
+}
+
+bool works_on_single_numbers(const Node& node) {
+  static const std::set<std::string> names = {
+      "Abs",  "Celu",     "Clip",        "Cos",        "Elu",       "Erf",
+      "Exp",  "Gelu",     "HardSigmoid", "HardSwish",  "LeakyRelu", "Log",
+      "Mish", "Neg",      "Relu",        "Reciprocal", "Selu",      "Sigmoid",
+      "Sin",  "Softplus", "Softsign",    "Sqrt",       "Swish",     "Tanh"};
+  return names.count(node.op) != 0;
+}
+
+bool combines(const Node& node) {
+  static const std::set<std::string> names = {"Add", "Concat", "Div",   "Greater", "Less", "Max",
+                                              "Min", "Mul",    "PRelu", "Sub",     "Where"};
+  return names.count(node.op) != 0 && node.integer("channel_slope", 0) == 0;
 }
 
 Node node_like(const Node& like, const char* op, std::vector<ValueId> inputs) {

@@ -26,6 +26,12 @@ NodeId only_source(const Graph& graph, const Node& node, size_t place);
 /// Of a node with two inputs, the place of the one that is no constant, if the other is.
 std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& node);
 
+/// Whether each number of the output is a function of the one in its place.
+bool works_on_single_numbers(const Node& node);
+
+/// Whether an operator works on operands that are broadcast from the last axis on, or joins them.
+bool combines(const Node& node);
+
 /// Tries a rule at every node. @return whether it changed anything
 template <bool (*rule)(Graph&, NodeId)>
 bool everywhere(Graph& graph) {

@@ -87,8 +87,10 @@ bool drop_unused(Graph& graph) {
   return changed;
 }
 
-void simplify(Graph& graph) {
-  const int64_t most = most_folded(graph);
+namespace {
+
+/// Applies all rules until none changes anything.
+void settle(Graph& graph, int64_t most) {
   bool changed = true;
   while (changed) {
     changed = drop_unused(graph);
@@ -97,11 +99,21 @@ void simplify(Graph& graph) {
     for (bool (*rule)(Graph&) :
          {drop_identities, find_gelus, find_layer_normalizations, expand_einsums,
           choose_by_conditions, unroll_recurrences, join_idle_window_axes, join_transposes,
-          push_transposes_down, make_gemms, fold_paddings, fold_scales_behind, fold_scales_in_front,
-          join_clips, find_leaky_rectifiers, find_hard_swishes, find_swishes, find_hard_sigmoids}) {
+          push_transposes_down, move_rows_down, make_gemms, fold_paddings, fold_scales_behind,
+          fold_scales_in_front, join_clips, find_leaky_rectifiers, find_hard_swishes, find_swishes,
+          find_hard_sigmoids}) {
       changed = rule(graph) || changed;
     }
   }
+}
+
+}  // namespace
+
+void simplify(Graph& graph) {
+  const int64_t most = most_folded(graph);
+  settle(graph, most);
+  // Later, as paddings and scales are looked for beside windows.
+  if (raise_lines(graph)) settle(graph, most);
   drop_unused(graph);
   infer_shapes(graph);
 }

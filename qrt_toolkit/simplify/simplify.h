@@ -79,6 +79,13 @@ bool join_transposes(Graph& graph);
 /// that are transposed alike, until they meet others.
 bool push_transposes_down(Graph& graph);
 
+/// Convolutions and poolings over lines become those over planes one row high, between nodes that
+/// give the row and take it away.
+bool raise_lines(Graph& graph);
+
+/// Nodes that take a row away go behind what can do with it, until they meet others that give one.
+bool move_rows_down(Graph& graph);
+
 /// Nodes whose outputs nothing reads.
 bool drop_unused(Graph& graph);
 

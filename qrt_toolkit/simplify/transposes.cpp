@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <numeric>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -20,21 +19,6 @@ using Axes = std::vector<int64_t>;
 /// The axes of a transposition; empty for another node, or where they follow from a rank that the
 /// node doesn't say.
 Axes axes_of(const Node& node) { return node.op == "Transpose" ? node.integers("perm") : Axes(); }
-
-bool works_on_single_numbers(const Node& node) {
-  static const std::set<std::string> names = {
-      "Abs",  "Celu",     "Clip",        "Cos",        "Elu",       "Erf",
-      "Exp",  "Gelu",     "HardSigmoid", "HardSwish",  "LeakyRelu", "Log",
-      "Mish", "Neg",      "Relu",        "Reciprocal", "Selu",      "Sigmoid",
-      "Sin",  "Softplus", "Softsign",    "Sqrt",       "Swish",     "Tanh"};
-  return names.count(node.op) != 0;
-}
-
-bool combines(const Node& node) {
-  static const std::set<std::string> names = {"Add", "Concat", "Div",   "Greater", "Less", "Max",
-                                              "Min", "Mul",    "PRelu", "Sub",     "Where"};
-  return names.count(node.op) != 0 && node.integer("channel_slope", 0) == 0;
-}
 
 void set_input(Graph& graph, NodeId id, size_t place, ValueId value) {
   graph.set_input(id, place, value);
