@@ -91,7 +91,7 @@ struct WindowPlane {
          int64_t{p.padding_t}, task.in_height, task.out_height};
     x = {p.kernel_x, p.stride_x, p.dilation_x, int64_t{p.padding_l}, task.in_width, task.out_width};
     const bool has_padding = (p.padding_l | p.padding_r | p.padding_t | p.padding_b) != 0;
-    if (is_point() && y.stride == 1 && !has_padding) {
+    if (taps() == 1 && x.stride == 1 && y.stride == 1 && !has_padding) {
       // Neighbours don't matter: the plane is one row.
       x.inputs *= y.inputs;
       x.outputs *= y.outputs;
@@ -116,7 +116,6 @@ struct WindowPlane {
   Ending ending;
 
   size_t taps() const noexcept { return y.kernel * x.kernel; }
-  bool is_point() const noexcept { return taps() == 1 && x.stride == 1; }
   /// Whether results stand side by side over the ends of rows.
   bool is_dense() const noexcept {
     return out_step == kChannelBlock && out_row == x.outputs * out_step;
@@ -144,62 +143,90 @@ class WindowChannels {
  public:
   WindowChannels(const WindowPlane& plane, const float* input, const float* weight,
                  const float* bias, float* output) noexcept
-      : plane_(plane), input_(input), weight_(weight), bias_(bias), output_(output) {}
+      : plane_(plane), input_(input), weight_(weight), bias_(bias), output_(output) {
+    next_ = reinterpret_cast<const char*>(weight + plane.in_blocks * plane.taps() * kTap);
+  }
 
-  void run(const WindowBand& band) const noexcept {
-    const bool has_rows = band.end_row - band.row > 1;
-    if (plane_.x.stride > 2 || (is_narrow() && has_rows)) {
+  void run(const WindowBand& band) noexcept {
+    const size_t rows = band.end_row - band.row;
+    const size_t columns = band.end_column - band.column;
+    next_step_ = parts_of(2 * kWidth * sizeof(float), parts_of(rows * columns, kMostPixels));
+    // Columns of the narrowest tile.
+    const size_t least = columns / parts_of(columns, kMostPixels);
+    const size_t tallest = smaller_of(most_rows(least), rows);
+    if (plane_.x.stride > 2 || (rows > tallest && tallest * least * kVectors < kHiding)) {
       walk(band.row * plane_.x.outputs + band.column,
            (band.end_row - 1) * plane_.x.outputs + band.end_column);
       return;
     }
-    for (size_t row = band.row; row < band.end_row; ++row) {
-      for_even_parts(band.end_column - band.column, kMostPixels, [&](size_t begin, size_t count) {
-        with_static<kMostPixels>(
-            count, [&](auto kPixels) { run_tile<kPixels.value>(row, band.column + begin); });
+    for_even_parts(rows, tallest, [&](size_t row, size_t height) {
+      for_even_parts(columns, kMostPixels, [&](size_t column, size_t width) {
+        run_tiles({band.row + row, band.row + row + height, band.column + column,
+                   band.column + column + width});
       });
-    }
+    });
   }
 
  private:
+  // Sums of a tile that hide how long a product takes.
+  static constexpr size_t kHiding = 8;
+  // Pixels at either end of a tile's rows that may reach outside of the picture.
+  static constexpr size_t kEdge = 2;
+
   static constexpr int64_t signed_of(size_t number) { return static_cast<int64_t>(number); }
 
-  // Whether a row is too short for tiles that hide how long a product takes: eight sums of 8 lanes.
-  bool is_narrow() const noexcept {
-    const size_t width = plane_.x.outputs;
-    if (width <= kMostPixels / 2) return true;
-    return Vector::kLanes == 8 && width / parts_of(width, kMostPixels) * kVectors < 8;
+  // The rows of a tile of so many columns.
+  static constexpr size_t most_rows(size_t columns) {
+    return columns * 2 > kMostPixels ? 1 : columns * 3 > kMostPixels ? 2 : 3;
+  }
+
+  // A band as wide as a tile.
+  void run_tiles(const WindowBand& band) noexcept {
+    with_static<kMostPixels>(band.end_column - band.column, [&](auto kColumns) {
+      constexpr size_t kMostRows = most_rows(kColumns.value);
+      for_even_parts(band.end_row - band.row, kMostRows, [&](size_t begin, size_t count) {
+        with_static<kMostRows>(count, [&](auto kRows) {
+          run_tile<kRows.value, kColumns.value>(band.row + begin, band.column);
+        });
+      });
+    });
   }
 
   // Pixels in memory order over the ends of rows.
-  void walk(size_t first, size_t end) const noexcept {
+  void walk(size_t first, size_t end) noexcept {
     for_even_parts(end - first, kMostPixels, [&](size_t begin, size_t count) {
       with_static<kMostPixels>(count,
                                [&](auto kPixels) { run_anywhere<kPixels.value>(first + begin); });
     });
   }
 
-  // A tile of a row. Its first and its last pixel may reach outside of the picture.
-  template <size_t kPixels>
-  void run_tile(size_t row, size_t column) const noexcept {
-    const WindowAxis& x = plane_.x;
-    const int64_t stride = signed_of(x.stride);
-    const int64_t first = signed_of(column) * stride - x.padding;
-    const int64_t last = first + signed_of(kPixels - 1) * stride;
-    if (plane_.is_point()) {
-      const int64_t line = signed_of(row * plane_.y.stride) - plane_.y.padding;
-      const bool is_inside = first >= 0 && last < signed_of(x.inputs) && line >= 0 &&
-                             line < signed_of(plane_.y.inputs);
-      if (is_inside) {
-        return run_points<kPixels>(line * signed_of(x.inputs) + first, row, column);
+  // A tile of rows, one below another.
+  template <size_t kRows, size_t kColumns>
+  void run_tile(size_t row, size_t column) noexcept {
+    if (plane_.x.stride == 1) return run_rows_or_points<kRows, kColumns, 1>(row, column);
+    run_rows_or_points<kRows, kColumns, 2>(row, column);
+  }
+
+  template <size_t kRows, size_t kColumns, size_t kStride>
+  void run_rows_or_points(size_t row, size_t column) noexcept {
+    const int64_t inputs = signed_of(plane_.x.inputs);
+    const int64_t first = signed_of(column * kStride) - plane_.x.padding;
+    const int64_t last = first + signed_of((kColumns - 1) * kStride);
+    if (plane_.taps() == 1) {
+      const int64_t top = signed_of(row * plane_.y.stride) - plane_.y.padding;
+      const int64_t bottom = top + signed_of((kRows - 1) * plane_.y.stride);
+      if (first >= 0 && last < inputs && top >= 0 && bottom < signed_of(plane_.y.inputs)) {
+        return run_points<kRows, kColumns, kStride>(top * inputs + first, row, column);
       }
     }
-    const int64_t reach = signed_of(x.kernel * x.dilation) - signed_of(x.dilation);
-    const bool is_inside =
-        kPixels < 3 || (first + stride >= 0 && last - stride + reach < signed_of(x.inputs));
-    if (!is_inside) return run_anywhere<kPixels>(row * x.outputs + column);
-    if (x.stride == 1) return run_row<kPixels, 1>(row, column);
-    run_row<kPixels, 2>(row, column);
+    const int64_t reach = signed_of(plane_.x.kernel * plane_.x.dilation - plane_.x.dilation);
+    constexpr int64_t kEnd = kEdge * kStride;
+    if (kColumns <= 2 * kEdge || (first + kEnd >= 0 && last - kEnd + reach < inputs)) {
+      return run_rows<kRows, kColumns, kStride>(row, column);
+    }
+    for (size_t line = row; line < row + kRows; ++line) {
+      run_anywhere<kColumns>(line * plane_.x.outputs + column);
+    }
   }
 
   template <size_t kPixels>
@@ -211,18 +238,20 @@ class WindowChannels {
     });
   }
 
-  // Adds the products of one place of the window; `at(pixel)` is where its channels begin.
+  // Adds the products of one place of the window; `at(pixel)` is where its channels begin. Fetches
+  // a part of the weights that the next output channels need: these are read once in a pass, so that
+  // they come from beyond L2, which a single tile couldn't hide. All tiles share in it.
   template <size_t kPixels, typename At>
-  [[gnu::always_inline]] static void add_tap(const float* weight, At at,
-                                             Register (&sums)[kVectors][kPixels]) noexcept {
+  [[gnu::always_inline]] void add_tap(const float* weight, At at, const char*& next,
+                                      Register (&sums)[kVectors][kPixels]) const noexcept {
     unrolled<kBlock>(QRT_UNROLLED(lane) {
       Register weights[kVectors];
+      if (lane % 2 == 0) {
+        _mm_prefetch(next, _MM_HINT_T1);
+        next += next_step_;
+      }
       unrolled<kVectors>(QRT_UNROLLED(v) {
-        const float* from = weight + lane * kWidth + v * Vector::kLanes;
-        if (v * Vector::kLanes % 16 == 0) {  // once a line
-          _mm_prefetch(reinterpret_cast<const char*>(from + kTap), _MM_HINT_T0);
-        }
-        weights[v] = Vector::load(from);
+        weights[v] = Vector::load(weight + lane * kWidth + v * Vector::kLanes);
       });
       unrolled<kPixels>(QRT_UNROLLED(pixel) {
         const Register x = Vector::splat(at(pixel) + lane);
@@ -249,17 +278,31 @@ class WindowChannels {
     return places;
   }
 
-  // Stores a tile of a row.
-  template <size_t kPixels>
+  // Stores a tile of rows.
+  template <size_t kRows, size_t kPixels>
   [[gnu::always_inline]] void store(Register (&sums)[kVectors][kPixels], size_t row,
                                     size_t column) const noexcept {
+    constexpr size_t kColumns = kPixels / kRows;
     float* output = output_ + row * plane_.out_row + column * plane_.out_step;
-    if (plane_.is_dense()) {
-      return store_tile<Vector>(plane_.ending, sums, output, plane_.out_plane);
+    const auto at = [&](size_t pixel, size_t step) __attribute__((always_inline)) {
+      return output + pixel / kColumns * plane_.out_row + pixel % kColumns * step;
+    };
+    if (plane_.out_step != kBlock) {
+      return store_apart(
+          sums, [&](size_t pixel)
+                    __attribute__((always_inline)) { return at(pixel, plane_.out_step); });
     }
-    store_apart(
-        sums, [&](size_t pixel)
-                  __attribute__((always_inline)) { return output + pixel * plane_.out_step; });
+    store_pixels<Vector>(
+        plane_.ending,
+        sums, [&](size_t pixel) __attribute__((always_inline)) { return at(pixel, kBlock); },
+        plane_.out_plane);
+    if (!plane_.ending.acts_on_stored()) return;
+    for (size_t block = 0; block < kWidth / kBlock; ++block) {
+      for (size_t r = 0; r < kRows; ++r) {
+        plane_.ending.stored(at(r * kColumns, kBlock) + block * plane_.out_plane,
+                             kColumns * kBlock);
+      }
+    }
   }
 
   template <size_t kPixels, typename At>
@@ -275,52 +318,79 @@ class WindowChannels {
   }
 
   // A tile of a window of one pixel, which lies in the picture.
-  template <size_t kPixels>
-  [[gnu::noinline]] void run_points(int64_t first, size_t row, size_t column) const noexcept {
-    Register sums[kVectors][kPixels];
+  template <size_t kRows, size_t kColumns, size_t kStride>
+  [[gnu::noinline]] void run_points(int64_t first, size_t row, size_t column) noexcept {
+    Register sums[kVectors][kRows * kColumns];
     start(sums);
     const float* weight = weight_;
-    const float* input = input_ + first * signed_of(kBlock);
+    const float* lines[kRows];
+    for (size_t r = 0; r < kRows; ++r) {
+      lines[r] =
+          input_ + (first + signed_of(r * plane_.y.stride * plane_.x.inputs)) * signed_of(kBlock);
+    }
+    const char* next = next_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
       add_tap(
           weight,
-          [&](size_t pixel) __attribute__((always_inline)) { return input + pixel * kBlock; },
-          sums);
+          [&](size_t pixel) __attribute__((always_inline)) {
+            return lines[pixel / kColumns] + pixel % kColumns * kStride * kBlock;
+          },
+          next, sums);
       weight += kTap;
-      input += plane_.in_plane;
+      unrolled<kRows>(QRT_UNROLLED(r) { lines[r] += plane_.in_plane; });
     }
-    store(sums, row, column);
+    next_ = next;
+    store<kRows>(sums, row, column);
   }
 
-  template <size_t kPixels, size_t kStride>
-  [[gnu::noinline]] void run_row(size_t row, size_t column) const noexcept {
+  template <size_t kRows, size_t kColumns, size_t kStride>
+  [[gnu::noinline]] void run_rows(size_t row, size_t column) noexcept {
     constexpr int64_t kSigned = kBlock;
+    constexpr size_t kLast = kColumns - 1;
+    const auto edge_pixel = [](size_t edge) __attribute__((always_inline)) {
+      return edge < kEdge ? edge : kColumns - 2 * kEdge + edge;
+    };
+    alignas(64) static constexpr float kNoRow[kColumns * kStride * kBlock] = {};
     const int64_t top = signed_of(row * plane_.y.stride) - plane_.y.padding;
     const int64_t left = signed_of(column * kStride) - plane_.x.padding;
     const int64_t width = signed_of(plane_.x.inputs);
-    const Places rows = places_of(plane_.y, top, top);
-    const Places columns = places_of(plane_.x, left, left + signed_of((kPixels - 1) * kStride));
-    Register sums[kVectors][kPixels];
+    const Places rows = places_of(plane_.y, top, top + signed_of((kRows - 1) * plane_.y.stride));
+    const Places columns = places_of(plane_.x, left, left + signed_of(kLast * kStride));
+    Register sums[kVectors][kRows * kColumns];
     start(sums);
     const float* weight = weight_;
     const float* input = input_;
+    const char* next = next_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
       for (size_t y = rows.begin; y < rows.end; ++y) {
-        const float* line = input + (top + signed_of(y * plane_.y.dilation)) * width * kSigned;
+        const float* lines[kRows];  // null outside
+        unrolled<kRows>(QRT_UNROLLED(r) {
+          const int64_t line = top + signed_of(r * plane_.y.stride + y * plane_.y.dilation);
+          const bool is_inside = line >= 0 && line < signed_of(plane_.y.inputs);
+          lines[r] = is_inside ? input + line * width * kSigned : nullptr;
+        });
         const float* weights = weight + (y * plane_.x.kernel + columns.begin) * kTap;
         int64_t first = left + signed_of(columns.begin * plane_.x.dilation);
         for (size_t x = columns.begin; x < columns.end; ++x) {
-          const int64_t last = first + signed_of((kPixels - 1) * kStride);
-          const float* base = line + first * kSigned;
-          const float* first_pixel = first >= 0 && first < width ? base : kNoPixel;
-          const float* last_pixel = last >= 0 && last < width ? line + last * kSigned : kNoPixel;
+          const float *middle[kRows], *edges[kRows][2 * kEdge];
+          unrolled<kRows>(QRT_UNROLLED(r) {
+            middle[r] = lines[r] == nullptr ? kNoRow : lines[r] + first * kSigned;
+            unrolled<2 * kEdge>(QRT_UNROLLED(edge) {
+              const auto place = static_cast<size_t>(first + signed_of(edge_pixel(edge) * kStride));
+              edges[r][edge] = place < plane_.x.inputs ? middle[r] : kNoRow;
+            });
+          });
           add_tap(
               weights,
               [&](size_t pixel) __attribute__((always_inline)) {
-                if (pixel == 0) return first_pixel;
-                return pixel == kPixels - 1 ? last_pixel : base + pixel * kStride * kBlock;
+                const size_t r = pixel / kColumns;
+                const size_t at = pixel % kColumns;
+                const float* from = at < kEdge               ? edges[r][at]
+                                    : at + kEdge >= kColumns ? edges[r][at + 2 * kEdge - kColumns]
+                                                             : middle[r];
+                return from + at * kStride * kBlock;
               },
-              sums);
+              next, sums);
           weights += kTap;
           first += signed_of(plane_.x.dilation);
         }
@@ -328,12 +398,13 @@ class WindowChannels {
       weight += plane_.taps() * kTap;
       input += plane_.in_plane;
     }
-    store(sums, row, column);
+    next_ = next;
+    store<kRows>(sums, row, column);
   }
 
   // A tile of which any pixel may reach outside, and whose pixels may stand in several rows.
   template <size_t kPixels>
-  [[gnu::noinline]] void run_anywhere(size_t pixel) const noexcept {
+  [[gnu::noinline]] void run_anywhere(size_t pixel) noexcept {
     const WindowAxis& rows = plane_.y;
     const WindowAxis& columns = plane_.x;
     int64_t top[kPixels], left[kPixels];
@@ -356,6 +427,7 @@ class WindowChannels {
     start(sums);
     const float* weight = weight_;
     const float* input = input_;
+    const char* next = next_;
     for (size_t k = 0; k < plane_.in_blocks; ++k) {
       for (size_t y = used_rows.begin; y < used_rows.end; ++y) {
         const float* weights = weight + (y * columns.kernel + used_columns.begin) * kTap;
@@ -368,13 +440,14 @@ class WindowChannels {
             at[i] = is_inside ? input + (line * columns.inputs + place) * kBlock : kNoPixel;
           }
           add_tap(
-              weights, [&](size_t i) __attribute__((always_inline)) { return at[i]; }, sums);
+              weights, [&](size_t i) __attribute__((always_inline)) { return at[i]; }, next, sums);
           weights += kTap;
         }
       }
       weight += plane_.taps() * kTap;
       input += plane_.in_plane;
     }
+    next_ = next;
     if (plane_.is_dense()) {
       return store_tile<Vector>(plane_.ending, sums, output[0], plane_.out_plane);
     }
@@ -387,6 +460,8 @@ class WindowChannels {
   const float* weight_;
   const float* bias_;
   float* output_;
+  const char* next_;  // what the next tile begins to fetch, behind the weights of these channels
+  size_t next_step_ = 0;  // bytes from one fetch to the next
 };
 
 /// Calls `run(band)` for the parts of a plane whose inputs stay in L2 while all output channels
