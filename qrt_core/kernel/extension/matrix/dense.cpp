@@ -69,9 +69,9 @@ bool Dense::Configure(const LayerInfo* info, const InferenceParam* param, const 
   bias_ = nullptr;
   if (context.cpu == nullptr) return false;
   const std::vector<float> weights = runtime::WeightNumbers(*layer.weight);
-  const uint64_t count = matrix::packed_size(in_features_, out_features_, row_.cores.panel);
-  const auto panels = static_cast<uint32_t>(count / in_features_);
-  packed_ = context.cpu->CreateTensor(axes::plain_shape({panels, in_features_}), nullptr);
+  const uint64_t count = matrix::packed_size(in_features_, out_features_, row_.cores.lanes);
+  const auto columns = static_cast<uint32_t>(count / in_features_);
+  packed_ = context.cpu->CreateTensor(axes::plain_shape({columns, in_features_}), nullptr);
   row_.cores.pack({weights.data(), 1, in_features_, in_features_, out_features_},
                   axes::floats_of(*packed_));
   if (!layer.if_bias) return true;

@@ -109,7 +109,7 @@ int MatMul::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) c
   const Dims& dims_b = inputs[1]->shape.dims;
   auto output = pass.create(InferOutputShapes({inputs[0]->shape, inputs[1]->shape})[0]);
   const Sizes sizes = sizes_of(dims_a, dims_b);
-  const size_t packed_floats = matrix::packed_size(sizes.depth, sizes.columns, row_.cores.panel);
+  const size_t packed_floats = matrix::packed_size(sizes.depth, sizes.columns, row_.cores.lanes);
   const size_t scratch_floats = packed_floats + matrix::product_scratch(sizes.rows);
   const auto scratch = pass.create(axes::plain_shape({static_cast<uint32_t>(scratch_floats)}));
   float* const packed = axes::floats_of(*scratch);

@@ -6,7 +6,7 @@
 
 namespace marlo::kernel::matrix {
 
-void multiply_avx512(const ProductTask& task) noexcept { multiply<Avx512Vector, 12>(task); }
+void multiply_avx512(const ProductTask& task) noexcept { multiply<Avx512Vector>(task); }
 
 void pack_avx512(const ColumnSource& source, float* packed) noexcept {
   pack_columns<Avx512Vector>(source, packed);

@@ -37,28 +37,32 @@ struct ColumnSource {
   float alpha = 1.0f;  ///< what every element is multiplied by
 };
 
-/// Packs b: panel after panel [depth, panel], the last one filled up with zeros.
+/// Packs b: panel after panel [depth, columns], the last one as wide as whole vectors for what is left,
+/// filled up with zeros.
 using ColumnPacker = void (*)(const ColumnSource& source, float* packed) noexcept;
 
-/// An instruction set's product and the width of its panels.
+/// An instruction set's product and the width of its vectors.
 struct ProductCores {
   ProductCore multiply = nullptr;  ///< carries a task out
   ColumnPacker pack = nullptr;     ///< packs a second matrix
-  size_t panel = 0;                ///< columns of a panel
+  size_t lanes = 0;                ///< columns of a vector
 };
 
 /// Depth of a part, and rows that are multiplied by a panel at a time.
 constexpr size_t kDepth = 384;
 constexpr size_t kPackedRows = 240;
 
+/// Floats between packed rows, which don't lie a multiple of 4 KiB apart.
+constexpr size_t kPackedRow = kDepth + 16;
+
 /// Floats of scratch that a product of several rows needs.
 constexpr size_t product_scratch(size_t rows) {
-  return (rows < kPackedRows ? (rows + 11) / 12 * 12 : kPackedRows) * kDepth;
+  return (rows < kPackedRows ? rows : kPackedRows) * kPackedRow;
 }
 
-/// Floats of a packed matrix: its columns fill panels.
-constexpr size_t packed_size(size_t depth, size_t columns, size_t panel) {
-  return (columns + panel - 1) / panel * panel * depth;
+/// Floats of a packed matrix: its columns fill vectors.
+constexpr size_t packed_size(size_t depth, size_t columns, size_t lanes) {
+  return (columns + lanes - 1) / lanes * lanes * depth;
 }
 
 void multiply_portable(const ProductTask& task) noexcept;
@@ -68,12 +72,8 @@ void pack_portable(const ColumnSource& source, float* packed) noexcept;
 void pack_fma(const ColumnSource& source, float* packed) noexcept;
 void pack_avx512(const ColumnSource& source, float* packed) noexcept;
 
-/// @name Panels
-/// Two vectors wide.
-/// @{
-constexpr ProductCores kProductPortable = {multiply_portable, pack_portable, 8};
-constexpr ProductCores kProductFma = {multiply_fma, pack_fma, 16};
-constexpr ProductCores kProductAvx512 = {multiply_avx512, pack_avx512, 32};
-/// @}
+constexpr ProductCores kProductPortable = {multiply_portable, pack_portable, 4};
+constexpr ProductCores kProductFma = {multiply_fma, pack_fma, 8};
+constexpr ProductCores kProductAvx512 = {multiply_avx512, pack_avx512, 16};
 
 }  // namespace marlo::kernel::matrix

@@ -6,7 +6,7 @@
 
 namespace marlo::kernel::matrix {
 
-void multiply_fma(const ProductTask& task) noexcept { multiply<FusedVector, 6>(task); }
+void multiply_fma(const ProductTask& task) noexcept { multiply<FusedVector>(task); }
 
 void pack_fma(const ColumnSource& source, float* packed) noexcept {
   pack_columns<FusedVector>(source, packed);

@@ -4,25 +4,51 @@
 #include "qrt_core/kernel/extension/matrix/packed_squares_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
-// The product for any vector: tiles of up to `kRows` rows and two vectors of columns in registers, a
-// panel of b in the first cache or the second, rows of a in the second (K. Goto, R. van de Geijn,
-// "Anatomy of High-Performance Matrix Multiplication", ACM TOMS 34(3), 2008). Rows of a are read where
-// they lie: a tile takes a number of each for a step of the depth, which costs no more from as many
-// lines of the cache than from one. Only where those lines don't fit side by side are rows packed.
+// The product for any vector: tiles of some rows and up to a panel of columns in registers, a panel
+// of b in the first cache or the second, rows of a in the second (K. Goto, R. van de Geijn, "Anatomy
+// of High-Performance Matrix Multiplication", ACM TOMS 34(3), 2008). Rows of a are read where they
+// lie: a tile takes a number of each for a step of the depth, which costs no more from as many lines
+// of the cache than from one. Only where those lines don't fit side by side are rows packed.
 
 namespace marlo::kernel::matrix {
 namespace {
 
-/// A tile of c, up to two vectors wide, and what it is computed from.
+/// Vectors of a panel, and how many sums a tile keeps in registers. A tile loads as many vectors as it
+/// has rows and columns; processors that load one of 64 bytes in a cycle, but multiply two, want
+/// twice as many products of them.
+template <typename V>
+struct Panel {
+  static constexpr size_t kVectors = 2;
+  static constexpr size_t kSums = V::kLanes == 8 ? 12 : 8;
+};
+
+#ifdef __AVX512F__
+template <>
+struct Panel<Avx512Vector> {
+  static constexpr size_t kVectors = 4;
+  static constexpr size_t kSums = 24;
+};
+#endif
+
+template <typename V>
+inline constexpr size_t kPanelColumns = Panel<V>::kVectors* V::kLanes;
+
+/// Rows of a tile that is so many vectors wide. More than 12 save nothing.
+template <typename V>
+constexpr size_t tile_rows(size_t vectors) noexcept {
+  const size_t rows = Panel<V>::kSums / vectors;
+  return rows < 12 ? rows : 12;
+}
+
+/// A tile of c, up to a panel wide, and what it is computed from.
 struct Tile {
-  const float* a;  // element (i, k) at i * a_row + k * a_step
+  const float* a;  // rows `a_row` apart
   size_t a_row;
-  size_t a_step;
-  const float* b;  // a panel, rows `b_row` apart
-  size_t b_row;
+  const float* b;  // a panel
   size_t depth;
-  const char* next;  // what a line of is fetched with each step, `next_step` bytes apart
-  size_t next_step;
+  const char* next;   // of what a turn of the loop fetches `next_lines` lines, and goes on
+  size_t next_bytes;  // by so many bytes
+  size_t next_lines;
   const float* start;  // what is added to: rows `start_row` apart; null for zeros
   size_t start_row;
   float* c;
@@ -30,11 +56,12 @@ struct Tile {
   size_t last;  // columns of the last vector
 };
 
-/// How many vectors a tile has, and whether the last one is a part of a vector.
-template <size_t number, bool part>
+/// How many vectors a tile has, whether the last one is a part of a vector, and columns of its panel.
+template <size_t number, bool part, size_t columns>
 struct Width {
   static constexpr size_t kVectors = number;
   static constexpr bool kEndsInPart = part;
+  static constexpr size_t kPanel = columns;
 };
 
 /// The vector for the last columns, where they are as few as its lanes.
@@ -50,6 +77,12 @@ struct NarrowOf<Avx512Vector> {
   using Vector = FusedVector;
 };
 #endif
+
+/// Steps of the depth in a turn of the loop.
+inline constexpr size_t kSteps = 2;
+
+/// Bytes of a line of the cache.
+inline constexpr size_t kLine = 64;
 
 /// Not inlined: next to other code GCC runs out of registers for the sums.
 template <typename V, size_t rows, typename W>
@@ -69,23 +102,36 @@ template <typename V, size_t rows, typename W>
       }
     });
   }
-  const float* a = tile.a;
+  // Three rows share a pointer: their distances to it are forms of an address.
+  constexpr size_t kGroups = (rows + 2) / 3;
+  const size_t a_row = tile.a_row;
+  const float* a[kGroups];
+  unrolled<kGroups>(QRT_UNROLLED(g) { a[g] = tile.a + 3 * g * a_row; });
   const float* b = tile.b;
   const char* next = tile.next;
-  for (size_t k = tile.depth; k != 0; --k) {
-    _mm_prefetch(next, _MM_HINT_T1);
-    next += tile.next_step;
+  const auto step = [&](size_t k) __attribute__((always_inline)) {
     typename V::Register columns[kVectors];
-    unrolled<kVectors>(QRT_UNROLLED(v) { columns[v] = V::load(b + v * kLanes); });
-    b += tile.b_row;
-    const float* const step = a;
-    a += tile.a_step;
+    unrolled<kVectors>(QRT_UNROLLED(v) { columns[v] = V::load(b + k * W::kPanel + v * kLanes); });
     unrolled<rows>(QRT_UNROLLED(r) {
-      const auto factor = V::splat(step + r * tile.a_row);
+      const auto factor = V::splat(a[r / 3] + r % 3 * a_row + k);
       unrolled<kVectors>(
           QRT_UNROLLED(v) { sums[r][v] = V::plus_product(sums[r][v], factor, columns[v]); });
     });
+  };
+  const auto go_on = [&](size_t steps) __attribute__((always_inline)) {
+    unrolled<kGroups>(QRT_UNROLLED(g) { a[g] += steps; });
+    b += steps * W::kPanel;
+  };
+  size_t depth = tile.depth;
+  for (; depth >= kSteps; depth -= kSteps) {
+    for (size_t line = 0; line < tile.next_lines; ++line) {
+      _mm_prefetch(next + line * kLine, _MM_HINT_T1);
+    }
+    next += tile.next_bytes;
+    unrolled<kSteps>(QRT_UNROLLED(k) { step(k); });
+    go_on(kSteps);
   }
+  for (; depth != 0; --depth, go_on(1)) step(0);
   unrolled<rows>(QRT_UNROLLED(r) {
     float* const c = tile.c + r * tile.c_row;
     unrolled<kWhole>(QRT_UNROLLED(v) { V::store(c + v * kLanes, sums[r][v]); });
@@ -93,43 +139,33 @@ template <typename V, size_t rows, typename W>
   });
 }
 
-template <typename V, size_t kRows, typename W>
-void multiply_rows(const Tile& tile, size_t rows) noexcept {
-  with_static<kRows>(rows, [&tile](auto count) { multiply_tile<V, count.value, W>(tile); });
+/// Packs rows of a part of the depth.
+inline void pack_rows(const ProductTask& task, size_t row, size_t rows, size_t k,
+                      size_t depth) noexcept {
+  const float* const from = task.a + row * task.a_row + k * task.a_step;
+  if (task.a_row == 1) {
+    return turn_lines(from, task.a_step, depth, rows, 1.0f, task.scratch, kPackedRow);
+  }
+  for (size_t r = 0; r < rows; ++r) {
+    const float* const line = from + r * task.a_row;
+    float* const to = task.scratch + r * kPackedRow;
+    for (size_t d = 0; d < depth; ++d) to[d] = line[d * task.a_step];
+  }
 }
 
-/// Packs rows of a: those of a tile side by side for each step of the depth.
-template <size_t kRows>
-void pack_rows(const ProductTask& task, size_t row, size_t rows, size_t k, size_t depth) noexcept {
-  float* to = task.scratch;
-  const float* from = task.a + row * task.a_row + k * task.a_step;
-  for_even_tiles(rows, kRows, [&](size_t, size_t lines, size_t count) {
-    for (; count != 0; --count, from += lines * task.a_row, to += lines * depth) {
-      if (task.a_step == 1) {
-        turn_lines(from, task.a_row, lines, depth, 1.0f, to, lines);
-        continue;
-      }
-      for (size_t d = 0; d < depth; ++d) {
-        const float* const line = from + d * task.a_step;
-        for (size_t r = 0; r < lines; ++r) to[d * lines + r] = line[r * task.a_row];
-      }
-    }
-  });
-}
-
-/// One row: four panels side by side hide the latency of their sums. The weights are read once, in
+/// One row: panels side by side hide how long a product takes, and are fetched from memory together. The weights are read once, in
 /// their order; b lies [panel][depth], so that parts of the depth aren't needed for it.
-template <typename V, size_t panels>
+template <typename V, size_t panels, size_t vectors>
 void multiply_row(const ProductTask& task, size_t column) noexcept {
   constexpr size_t kLanes = V::kLanes;
-  constexpr size_t kPanel = 2 * kLanes;
-  typename V::Register sums[panels][2];
+  constexpr size_t kPanel = vectors * kLanes;
+  typename V::Register sums[panels][vectors];
   const auto columns_at = [&](size_t at) { return smaller_of(kLanes, task.columns - at); };
   const auto at = [&](size_t p, size_t v) { return column + p * kPanel + v * kLanes; };
   unrolled<panels>(QRT_UNROLLED(p) {
-    unrolled<2>(QRT_UNROLLED(v) {
-      const bool begins = task.bias != nullptr && at(p, v) < task.columns;
-      sums[p][v] = begins ? V::load_first(task.bias + at(p, v), columns_at(at(p, v))) : V::zero();
+    unrolled<vectors>(QRT_UNROLLED(v) {
+      sums[p][v] = task.bias == nullptr ? V::zero()
+                                        : V::load_first(task.bias + at(p, v), columns_at(at(p, v)));
     });
   });
   const float* b = task.packed + column * task.depth;
@@ -137,15 +173,14 @@ void multiply_row(const ProductTask& task, size_t column) noexcept {
     const auto factor = V::splat(task.a + k * task.a_step);
     unrolled<panels>(QRT_UNROLLED(p) {
       const float* const panel = b + p * kPanel * task.depth;
-      sums[p][0] = V::plus_product(sums[p][0], factor, V::load(panel));
-      sums[p][1] = V::plus_product(sums[p][1], factor, V::load(panel + kLanes));
+      unrolled<vectors>(QRT_UNROLLED(v) {
+        sums[p][v] = V::plus_product(sums[p][v], factor, V::load(panel + v * kLanes));
+      });
     });
   }
   unrolled<panels>(QRT_UNROLLED(p) {
-    unrolled<2>(QRT_UNROLLED(v) {
-      if (at(p, v) >= task.columns) return;
-      V::store_first(task.c + at(p, v), columns_at(at(p, v)), sums[p][v]);
-    });
+    unrolled<vectors>(
+        QRT_UNROLLED(v) { V::store_first(task.c + at(p, v), columns_at(at(p, v)), sums[p][v]); });
   });
 }
 
@@ -164,82 +199,101 @@ inline constexpr size_t kWays = 8;
 inline constexpr size_t kSetsRepeat = 4096;
 
 /// Whether the rows of a tile would drive each other out of the first cache.
-template <size_t kRows>
+template <typename V>
 bool wants_packed_rows(const ProductTask& task) noexcept {
   if (task.a_step != 1) return true;
-  return kRows > kWays && task.rows > kWays && task.a_row * sizeof(float) % kSetsRepeat == 0;
+  const size_t vectors = smaller_of(parts_of(task.columns, V::kLanes), Panel<V>::kVectors);
+  return smaller_of(tile_rows<V>(vectors), task.rows) > kWays &&
+         task.a_row * sizeof(float) % kSetsRepeat == 0;
 }
 
-template <typename V, size_t kRows>
+template <typename V, typename W>
+void multiply_rows(const Tile& tile, size_t rows) noexcept {
+  with_static<tile_rows<V>(W::kVectors)>(
+      rows, [&tile](auto count) { multiply_tile<V, count.value, W>(tile); });
+}
+
+/// @tparam vectors that the columns take
+template <typename V, size_t vectors>
 void multiply_tile_of(const Tile& tile, size_t rows, size_t columns) noexcept {
-  constexpr size_t kLanes = V::kLanes;
+  constexpr size_t kPanel = vectors * V::kLanes;
   using Narrow = typename NarrowOf<V>::Vector;
-  if (columns == 2 * kLanes) {
-    multiply_rows<V, kRows, Width<2, false>>(tile, rows);
-  } else if (columns > kLanes) {
-    multiply_rows<V, kRows, Width<2, true>>(tile, rows);
-  } else if (columns > Narrow::kLanes) {
-    multiply_rows<V, kRows, Width<1, true>>(tile, rows);
+  if (columns == kPanel) {
+    multiply_rows<V, Width<vectors, false, kPanel>>(tile, rows);
+  } else if (vectors > 1 || columns > Narrow::kLanes) {
+    multiply_rows<V, Width<vectors, true, kPanel>>(tile, rows);
   } else {
-    multiply_rows<Narrow, kRows, Width<1, true>>(tile, rows);
+    multiply_rows<Narrow, Width<1, true, kPanel>>(tile, rows);
   }
 }
 
-template <typename V, size_t kRows>
+/// @tparam vectors of the panel
+template <typename V, size_t vectors>
 void multiply_panel(const ProductTask& task, const Block& block) noexcept {
-  constexpr size_t kPanel = 2 * V::kLanes;
+  constexpr size_t kRows = tile_rows<V>(vectors);
+  constexpr size_t kPanel = vectors * V::kLanes;
   const size_t columns = smaller_of(kPanel, task.columns - block.column);
   Tile tile;
-  tile.last = columns <= V::kLanes ? columns : columns - V::kLanes;
+  tile.last = columns - (vectors - 1) * V::kLanes;
   tile.b = task.packed + block.column * task.depth + block.k * kPanel;
-  tile.b_row = kPanel;
   tile.depth = block.depth;
-  tile.a_row = block.is_packed ? 1 : task.a_row;
+  tile.a_row = block.is_packed ? kPackedRow : task.a_row;
   tile.c_row = task.c_row;
   // Tiles share out what comes next: with few of them it would come too late.
-  if (block.column + kPanel < task.columns) {
-    tile.next = reinterpret_cast<const char*>(tile.b + kPanel * task.depth);
-    tile.next_step = kPanel * sizeof(float) / parts_of(block.rows, kRows);
-  } else {
-    tile.next = reinterpret_cast<const char*>(tile.b);
-    tile.next_step = 0;
-  }
+  const bool is_last = block.column + kPanel >= task.columns;
+  tile.next = reinterpret_cast<const char*>(tile.b + kPanel * task.depth);
+  tile.next_bytes = kSteps * kPanel * sizeof(float) / parts_of(block.rows, kRows);
+  tile.next_lines = is_last ? 0 : parts_of(tile.next_bytes, kLine);
   size_t i = 0;
   for_even_tiles(block.rows, kRows, [&](size_t, size_t rows, size_t count) {
     for (; count != 0; --count, i += rows) {
-      tile.a = block.is_packed ? task.scratch + i * block.depth
+      tile.a = block.is_packed ? task.scratch + i * kPackedRow
                                : task.a + (block.row + i) * task.a_row + block.k;
-      tile.a_step = block.is_packed ? rows : 1;
       tile.c = task.c + (block.row + i) * task.c_row + block.column;
       // The first part begins with the bias, the others go on.
       const float* const bias = task.bias == nullptr ? nullptr : task.bias + block.column;
       tile.start = block.k == 0 ? bias : tile.c;
       tile.start_row = block.k == 0 ? 0 : task.c_row;
-      multiply_tile_of<V, kRows>(tile, rows, columns);
-      tile.next += tile.depth * tile.next_step;
+      multiply_tile_of<V, vectors>(tile, rows, columns);
+      tile.next += tile.depth / kSteps * tile.next_bytes;
     }
   });
 }
 
-template <typename V, size_t kRows>
-void multiply(const ProductTask& task) noexcept {
-  constexpr size_t kPanel = 2 * V::kLanes;
-  if (task.rows == 1) {
-    size_t column = 0;
-    for (; column + 3 * kPanel < task.columns; column += 4 * kPanel) {
-      multiply_row<V, 4>(task, column);
-    }
-    for (; column < task.columns; column += kPanel) multiply_row<V, 1>(task, column);
-    return;
+/// Calls `run(column, Count<vectors>())` for each panel: the last one takes as many vectors as are
+/// left.
+template <typename V, typename Run>
+void for_each_panel(size_t columns, Run run) noexcept {
+  for (size_t column = 0; column < columns; column += kPanelColumns<V>) {
+    with_static<Panel<V>::kVectors>(parts_of(columns - column, V::kLanes),
+                                    [&](auto vectors) { run(column, vectors); });
   }
-  const bool is_packed = wants_packed_rows<kRows>(task);
+}
+
+template <typename V>
+void multiply_one_row(const ProductTask& task) noexcept {
+  constexpr size_t kPanels = 4;
+  size_t column = 0;
+  for (; column + kPanels * kPanelColumns<V> <= task.columns;
+       column += kPanels * kPanelColumns<V>) {
+    multiply_row<V, kPanels, Panel<V>::kVectors>(task, column);
+  }
+  for_each_panel<V>(task.columns - column, [&](size_t rest, auto vectors) {
+    multiply_row<V, 1, vectors.value>(task, column + rest);
+  });
+}
+
+template <typename V>
+void multiply(const ProductTask& task) noexcept {
+  if (task.rows == 1) return multiply_one_row<V>(task);
+  const bool is_packed = wants_packed_rows<V>(task);
   for_each_part(task.depth, kDepth, [&](size_t k, size_t depth) {
     for (size_t row = 0; row < task.rows; row += kPackedRows) {
       const size_t rows = smaller_of(kPackedRows, task.rows - row);
-      if (is_packed) pack_rows<kRows>(task, row, rows, k, depth);
-      for (size_t column = 0; column < task.columns; column += kPanel) {
-        multiply_panel<V, kRows>(task, {row, rows, column, k, depth, is_packed});
-      }
+      if (is_packed) pack_rows(task, row, rows, k, depth);
+      for_each_panel<V>(task.columns, [&](size_t column, auto vectors) {
+        multiply_panel<V, vectors.value>(task, {row, rows, column, k, depth, is_packed});
+      });
     }
   });
 }
@@ -247,46 +301,41 @@ void multiply(const ProductTask& task) noexcept {
 /// Packs a b whose rows lie as they are, in their order in memory.
 template <typename V>
 void pack_lines(const ColumnSource& source, float* packed) noexcept {
-  constexpr size_t kPanel = 2 * V::kLanes;
   const auto alpha = V::splat(source.alpha);
-  const size_t whole = source.columns - source.columns % kPanel;
   for (size_t k = 0; k < source.depth; ++k) {
     const float* const from = source.b + k * source.row;
-    float* to = packed + k * kPanel;
-    for (size_t first = 0; first < whole; first += kPanel, to += kPanel * source.depth) {
-      V::store(to, V::times(V::load(from + first), alpha));
-      V::store(to + V::kLanes, V::times(V::load(from + first + V::kLanes), alpha));
-    }
-    if (whole == source.columns) continue;
-    for (size_t j = 0; j < kPanel; ++j) {
-      to[j] = whole + j < source.columns ? from[whole + j] * source.alpha : 0.0f;
-    }
+    for_each_panel<V>(source.columns, [&](size_t column, auto vectors) {
+      float* const to = packed + column * source.depth + k * vectors.value * V::kLanes;
+      unrolled<vectors.value>(QRT_UNROLLED(v) {
+        const size_t at = column + v * V::kLanes;
+        V::store(to + v * V::kLanes,
+                 V::times(V::load_first(from + at, source.columns - at), alpha));
+      });
+    });
   }
 }
 
 /// See `ColumnPacker`.
 template <typename V>
 void pack_columns(const ColumnSource& source, float* packed) noexcept {
-  constexpr size_t kPanel = 2 * V::kLanes;
   if (source.step == 1) return pack_lines<V>(source, packed);
   const size_t depth = source.depth;
-  for (size_t first = 0; first < source.columns; first += kPanel, packed += kPanel * depth) {
-    const size_t count = smaller_of(kPanel, source.columns - first);
-    const float* const from = source.b + first * source.step;
+  for_each_panel<V>(source.columns, [&](size_t column, auto vectors) {
+    constexpr size_t kPanel = vectors.value * V::kLanes;
+    const size_t count = smaller_of(kPanel, source.columns - column);
+    const float* const from = source.b + column * source.step;
+    float* const to = packed + column * depth;
     for (size_t k = 0; k < depth && count < kPanel; ++k) {
-      for (size_t j = count; j < kPanel; ++j) packed[k * kPanel + j] = 0.0f;
+      for (size_t j = count; j < kPanel; ++j) to[k * kPanel + j] = 0.0f;
     }
     if (source.row == 1) {
-      turn_lines(from, source.step, count, depth, source.alpha, packed, kPanel);
-      continue;
+      return turn_lines(from, source.step, count, depth, source.alpha, to, kPanel);
     }
     for (size_t k = 0; k < depth; ++k) {
       const float* const line = from + k * source.row;
-      for (size_t j = 0; j < count; ++j) {
-        packed[k * kPanel + j] = line[j * source.step] * source.alpha;
-      }
+      for (size_t j = 0; j < count; ++j) to[k * kPanel + j] = line[j * source.step] * source.alpha;
     }
-  }
+  });
 }
 
 }  // namespace

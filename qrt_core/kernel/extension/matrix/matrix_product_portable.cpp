@@ -2,7 +2,7 @@
 
 namespace marlo::kernel::matrix {
 
-void multiply_portable(const ProductTask& task) noexcept { multiply<SseVector, 4>(task); }
+void multiply_portable(const ProductTask& task) noexcept { multiply<SseVector>(task); }
 
 void pack_portable(const ColumnSource& source, float* packed) noexcept {
   pack_columns<SseVector>(source, packed);

@@ -96,8 +96,8 @@ WideSequence::Tensor WideSequence::packed(const std::string& text, uint32_t dept
                                           const Context& context) const {
   const std::vector<float> weights = runtime::WeightNumbers(text);
   if (weights.size() < uint64_t{rows()} * depth) return nullptr;
-  const size_t panel = row_.cores.product.panel;
-  const auto columns = static_cast<uint32_t>(matrix::packed_size(1, rows(), panel));
+  const size_t lanes = row_.cores.product.lanes;
+  const auto columns = static_cast<uint32_t>(matrix::packed_size(1, rows(), lanes));
   Tensor tensor = context.cpu->CreateTensor(axes::plain_shape({columns, depth}), nullptr);
   row_.cores.product.pack({weights.data(), 1, depth, depth, rows()}, floats_of(*tensor));
   return tensor;

@@ -95,7 +95,7 @@ class MatMulKernel : public testing::TestWithParam<const kernel::MatMulRow*> {
 // Around rows of a tile, columns of a vector and of a panel, and a part of the depth.
 TEST_P(MatMulKernel, ComputesEveryEdgeSize) {
   for (const uint32_t rows : {1u, 2u, 4u, 5u, 6u, 7u, 12u, 13u, 241u}) {
-    for (const uint32_t columns : {1u, 4u, 7u, 8u, 9u, 16u, 17u, 31u, 33u, 130u}) {
+    for (const uint32_t columns : {1u, 4u, 7u, 8u, 9u, 16u, 17u, 31u, 33u, 48u, 64u, 65u, 130u}) {
       test({rows, columns, rows == 241u ? 3u : 19u});
     }
   }
