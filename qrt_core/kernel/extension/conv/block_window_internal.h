@@ -476,8 +476,11 @@ void for_each_band(const Plane& plane, size_t resident, Run run) noexcept {
     });
     return;
   }
-  const size_t step = channels * plane.x.inputs * plane.y.stride;
-  const size_t most = step == 0 || step > resident ? 1 : resident / step;
+  // Lines that windows pass over aren't read.
+  const size_t lines = smaller_of(plane.y.stride, plane.y.kernel * plane.y.dilation);
+  const size_t step = channels * plane.x.inputs * lines;
+  size_t most = plane.y.outputs;
+  if (step != 0) most = step > resident ? 1 : resident / step;
   for_each_part(plane.y.outputs, most, [&](size_t first, size_t count) {
     run(WindowBand{first, first + count, 0, plane.x.outputs});
   });
