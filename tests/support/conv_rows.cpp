@@ -57,8 +57,9 @@ std::vector<ConvRow> all_convolution_rows() {
   for (const auto* row : kernel::strassen_convolution_rows) rows.push_back(any_row(*row));
 #if QRT_WITH_EXTENSIONS
   // An epilogue changes nothing in what is accepted; the tests of its own kernels cover it.
-  for (const auto& list : {kernel::block_window_rows, kernel::block_winograd_rows,
-                           kernel::block_depthwise_rows, kernel::first_window_rows}) {
+  for (const auto& list :
+       {kernel::block_window_rows, kernel::block_winograd_rows, kernel::block_depthwise_rows,
+        kernel::first_window_rows, kernel::last_window_rows}) {
     for (const auto* row : list) {
       if (row->epilogue == kernel::Epilogue::none) rows.push_back(any_row(*row));
     }

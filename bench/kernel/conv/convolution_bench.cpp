@@ -121,8 +121,9 @@ bool fits(const Row& row, const ConvShape& shape) {
 #if QRT_WITH_EXTENSIONS
 // With and without a rectifier: what other epilogues take is seen on a few.
 void add_extensions() {
-  for (const auto& rows : {kernel::block_window_rows, kernel::block_winograd_rows,
-                           kernel::block_depthwise_rows, kernel::first_window_rows}) {
+  for (const auto& rows :
+       {kernel::block_window_rows, kernel::block_winograd_rows, kernel::block_depthwise_rows,
+        kernel::first_window_rows, kernel::last_window_rows}) {
     std::vector<const Row*> some;
     for (const Row* row : rows) {
       const auto epilogue = row->epilogue;

@@ -11,6 +11,7 @@
 #include "qrt_core/kernel/extension/conv/block_window.h"
 #include "qrt_core/kernel/extension/conv/block_winograd.h"
 #include "qrt_core/kernel/extension/conv/first_window.h"
+#include "qrt_core/kernel/extension/conv/last_window.h"
 #include "qrt_core/kernel/extension/elementary/activation.h"
 #include "qrt_core/kernel/extension/elementary/axis_reduction.h"
 #include "qrt_core/kernel/extension/elementary/binary.h"
@@ -65,7 +66,8 @@
   QRT_BLOCK_TRANSPOSED_KERNELS_FMA(KERNEL) \
   QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL)   \
   QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)  \
-  QRT_FIRST_WINDOW_KERNELS_FMA(KERNEL)
+  QRT_FIRST_WINDOW_KERNELS_FMA(KERNEL)     \
+  QRT_LAST_WINDOW_KERNELS_FMA(KERNEL)
 
 #define QRT_EXTENSION_AVX512_KERNELS(KERNEL)  \
   QRT_AXIS_REDUCTION_KERNELS_AVX512(KERNEL)   \
@@ -81,7 +83,8 @@
   QRT_BLOCK_TRANSPOSED_KERNELS_AVX512(KERNEL) \
   QRT_BLOCK_WINOGRAD_KERNELS_AVX512(KERNEL)   \
   QRT_BLOCK_DEPTHWISE_KERNELS_AVX512(KERNEL)  \
-  QRT_FIRST_WINDOW_KERNELS_AVX512(KERNEL)
+  QRT_FIRST_WINDOW_KERNELS_AVX512(KERNEL)     \
+  QRT_LAST_WINDOW_KERNELS_AVX512(KERNEL)
 
 /// Those of all groups that this build contains.
 #if QRT_WITH_EXTENSIONS
