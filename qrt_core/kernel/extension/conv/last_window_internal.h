@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-
 #include "qrt_core/kernel/conv/steps/conv_params.h"
 #include "qrt_core/kernel/extension/conv/epilogue_internal.h"
 #include "qrt_core/kernel/extension/conv/last_window_cores.h"
@@ -35,7 +33,7 @@ class LastWindow {
     const size_t out_plane = size_t{task_.out_height} * task_.out_width;
     const size_t outs = task_.params.out_channels;
     for (size_t first = 0; first < outs; first += kLastChannels) {
-      const size_t count = std::min(outs - first, kLastChannels);
+      const size_t count = smaller_of(outs - first, kLastChannels);
       const float* weight = task_.weight + first * task_.in_blocks * taps_ * kBlock;
       for (size_t row = 0; row < task_.out_height; ++row) {
         float* output = task_.output + first * out_plane + row * task_.out_width;
@@ -72,8 +70,8 @@ class LastWindow {
       // Pixels whose windows lie in the picture from the first column to the last.
       size_t begin = 0;
       while (begin < width && left_of(begin) < 0) single(begin++);
-      const size_t end = std::max(begin, end_of_whole());
-      const size_t vectors = (end - begin) / kTogether;
+      const size_t end = end_of_whole();
+      const size_t vectors = end > begin ? (end - begin) / kTogether : 0;
       for_even_parts(vectors, kMost, [&](size_t first, size_t count) {
         const size_t column = begin + first * kTogether;
         with_static<kMost>(count, [&](auto kCount) {
@@ -111,7 +109,9 @@ class LastWindow {
     size_t end_of_whole() const noexcept {
       const auto reach = static_cast<int64_t>((p().kernel_x - 1) * size_t{p().dilation_x});
       const int64_t last = int64_t{w_.task_.in_width} - 1 - reach + p().padding_l;
-      return last < 0 ? 0 : std::min<size_t>(w_.task_.out_width, last / p().stride_x + 1);
+      return last < 0
+                 ? 0
+                 : smaller_of(w_.task_.out_width, static_cast<size_t>(last / p().stride_x + 1));
     }
 
     void single(size_t column) const noexcept {
@@ -171,12 +171,12 @@ class LastWindow {
       constexpr size_t kRows = (kCount * kPixels + kAtOnce - 1) / kAtOnce * kAtOnce;
       alignas(64) float lanes[kRows * kBlock];
       unrolled<kCount>(QRT_UNROLLED(i) { V::store(lanes + i * V::kLanes, sums[i]); });
-      std::fill(lanes + kCount * V::kLanes, lanes + kRows * kBlock, 0.0f);
+      for (size_t i = kCount * V::kLanes; i < kRows * kBlock; ++i) lanes[i] = 0.0f;
       for (size_t first = 0; first < kCount * kPixels; first += kAtOnce) {
         const __m256 eight = lane_sums(lanes + first * kBlock);
         const auto sum =
             ending_.template ended<FusedVector>(FusedVector::plus(eight, FusedVector::splat(bias)));
-        FusedVector::store_first(to + first, std::min(kCount * kPixels - first, kAtOnce), sum);
+        FusedVector::store_first(to + first, smaller_of(kCount * kPixels - first, kAtOnce), sum);
       }
     }
 
