@@ -3,6 +3,7 @@
 
 #include "import_agreement.h"
 #include "qrt_toolkit/simplify/simplify.h"
+#include "tests/support/kernels.h"
 
 // Networks over lines [N, C, L]: windows become those over planes, and lines stay planes between them.
 
@@ -138,6 +139,18 @@ TEST(Lines, ConvolutionsStayInBlocks) {
       kOpset, kLines);
   // In front of the first window, and behind the last.
   EXPECT_EQ(count_of_kernel(model, "eshape_"), 2u);
+}
+
+TEST(Lines, TheLastConvolutionMakesPlanesOfBlocks) {
+  if (!marlo::test::why_not_here("Conv2d_Knxm_Snxm_Dnxm_G1_FMA_C8HW8_To_CHW_FLOAT_M1").empty()) {
+    GTEST_SKIP();
+  }
+  const ImportedModel model = expect_agreement(
+      lines("a = Conv<pads=[1, 1]>(x, u) b = Relu(a) c = Conv<pads=[1, 1]>(b, o) y = Tanh(c)",
+            "float[1,8,3] o = {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, "
+            "5, 6}"),
+      kOpset, kLines);
+  EXPECT_EQ(count_of_kernel(model, "_C8HW8_To_CHW_FLOAT_Tanh"), 1u);
 }
 
 }  // namespace
