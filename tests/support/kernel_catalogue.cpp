@@ -82,7 +82,9 @@ KernelFacts facts_of(const kernel::FullConnectionRow& row) {
 KernelFacts facts_of(const kernel::ElementwiseRow& row) {
   std::string accepts = "all four operators";
   if (row.word != nullptr) accepts = row.word;
-  return {accepts, "any", "any", "", portable_defines(row.name, kSameBits)};
+  const bool overwrites = row.input_use == runtime::InputUse::overwrites;
+  return {accepts, "any", "any", overwrites ? "writes in place" : "",
+          portable_defines(row.name, kSameBits)};
 }
 
 // Rows of this and other kinds exist only with the vector kernels.
@@ -242,7 +244,8 @@ Table facts_of_rows() {
       facts.needs = runtime::PrintedName(row.needs);
     }
     if (row.epilogue != kernel::Epilogue::none) {
-      facts.difference = std::string("then ") + name_of(row.epilogue);
+      const std::string besides = facts.difference.empty() ? "" : "; " + facts.difference;
+      facts.difference = std::string("then ") + name_of(row.epilogue) + besides;
     }
     table[row.name] = std::move(facts);
   };

@@ -127,10 +127,11 @@ int Elementwise::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pa
   Assert(ElementCount(inputs[1]->shape) >= count,
          "%s: the second input has %u elements and the first %zu", row_.name,
          ElementCount(inputs[1]->shape), count);
-  auto output = pass.create(inputs[0]->shape);
+  std::shared_ptr<runtime::Tensor> output = inputs[0];
+  if (row_.input_use == runtime::InputUse::reads) output = pass.create(inputs[0]->shape);
   const auto* a = static_cast<const float*>(static_cast<TensorCPU&>(*inputs[0]).RawPointer());
   const auto* b = static_cast<const float*>(static_cast<TensorCPU&>(*inputs[1]).RawPointer());
-  auto* result = static_cast<float*>(output->RawPointer());
+  auto* result = static_cast<float*>(static_cast<TensorCPU&>(*output).RawPointer());
 
   const size_t in_blocks = row_.vector == nullptr ? 0 : count - count % row_.block;
   if (in_blocks != 0) row_.vector(a, b, result, in_blocks);

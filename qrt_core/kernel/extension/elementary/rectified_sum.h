@@ -3,14 +3,23 @@
 #include "qrt_core/kernel/basic/elementwise.h"
 #include "qrt_core/kernel/extension/elementary/rectified_sum_cores.h"
 
-// Sums of two tensors that end with a rectifier, as residual blocks do.
+// Sums of two tensors as residual blocks have them: they end with a rectifier, or stand where the first
+// tensor stood, which is read for the last time. Those take two arrays through the caches, not three.
 
 namespace marlo::kernel {
 
-#define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL) \
-  KERNEL(Elementwise_Add_AVX_Float_ReLU_M1,   \
-         on_avx(with_epilogue(Epilogue::relu, \
-                              elementwise_blocks("Add", 8, add_relu_avx, add_relu_scalar))))
+/// Eight at a time.
+constexpr ElementwiseRow rectified_sum_avx() {
+  using namespace elementwise;
+  return on_avx(
+      with_epilogue(Epilogue::relu, elementwise_blocks("Add", 8, add_relu_avx, add_relu_scalar)));
+}
+
+#define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)                                  \
+  KERNEL(Elementwise_Add_AVX_Float_ReLU_M1, rectified_sum_avx())               \
+  KERNEL(Elementwise_Add_Inplace_AVX_Float_M1,                                 \
+         on_avx(elementwise_blocks("Add", 8, add_avx, add_scalar).in_place())) \
+  KERNEL(Elementwise_Add_Inplace_AVX_Float_ReLU_M1, rectified_sum_avx().in_place())
 
 QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_AVX(QRT_KERNEL))
 
