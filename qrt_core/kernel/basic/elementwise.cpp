@@ -140,7 +140,7 @@ int Elementwise::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pa
     scalar_(a + in_blocks, b + in_blocks, result + in_blocks, count - in_blocks);
   }
   // `inputs` and `outputs` may be one vector.
-  outputs.assign(1, std::move(output));
+  outputs.assign(1, output);
   return runtime::KERNEL_OK;
 }
 
