@@ -2,6 +2,7 @@
 
 #include "qrt_core/kernel/conv/steps/conv_params.h"
 #include "qrt_core/kernel/extension/conv/epilogue_internal.h"
+#include "qrt_core/kernel/extension/conv/window_axis_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
 // Convolutions in C8HW8 that read the picture itself, with any window, stride and dilation. Each input
@@ -72,24 +73,13 @@ struct WindowBand {
   size_t column, end_column;
 };
 
-/// One direction of a window that passes over a picture.
-struct WindowAxis {
-  size_t kernel = 0;
-  size_t stride = 0;
-  size_t dilation = 0;
-  int64_t padding = 0;  ///< before the first input; below zero where windows begin behind it
-  size_t inputs = 0;
-  size_t outputs = 0;
-};
-
 /// One group of a convolution, with distances in floats.
 struct WindowPlane {
   explicit WindowPlane(const ConvTask& task) noexcept
       : in_blocks(task.in_blocks), ending(task.epilogue) {
     const Conv2dParams& p = task.params;
-    y = {p.kernel_y,           p.stride_y,     p.dilation_y,
-         int64_t{p.padding_t}, task.in_height, task.out_height};
-    x = {p.kernel_x, p.stride_x, p.dilation_x, int64_t{p.padding_l}, task.in_width, task.out_width};
+    y = rows_of(task);
+    x = columns_of(task);
     const bool has_padding = (p.padding_l | p.padding_r | p.padding_t | p.padding_b) != 0;
     if (taps() == 1 && x.stride == 1 && y.stride == 1 && !has_padding) {
       // Neighbours don't matter: the plane is one row.
@@ -262,22 +252,6 @@ class WindowChannels {
     });
   }
 
-  // The places of a window along an axis that lie in the picture for any pixel of a tile, whose windows
-  // begin at `lowest` to `highest`. A dilated window may reach far beside a small picture.
-  struct Places {
-    size_t begin, end;
-  };
-
-  static Places places_of(const WindowAxis& axis, int64_t lowest, int64_t highest) noexcept {
-    Places places = {0, axis.kernel};
-    const auto offset = [&](size_t place) { return signed_of(place * axis.dilation); };
-    while (places.begin < places.end && highest + offset(places.begin) < 0) ++places.begin;
-    while (places.begin < places.end && lowest + offset(places.end - 1) >= signed_of(axis.inputs)) {
-      --places.end;
-    }
-    return places;
-  }
-
   // Stores a tile of rows.
   template <size_t kRows, size_t kPixels>
   [[gnu::always_inline]] void store(Register (&sums)[kVectors][kPixels], size_t row,
@@ -354,8 +328,9 @@ class WindowChannels {
     const int64_t top = signed_of(row * plane_.y.stride) - plane_.y.padding;
     const int64_t left = signed_of(column * kStride) - plane_.x.padding;
     const int64_t width = signed_of(plane_.x.inputs);
-    const Places rows = places_of(plane_.y, top, top + signed_of((kRows - 1) * plane_.y.stride));
-    const Places columns = places_of(plane_.x, left, left + signed_of(kLast * kStride));
+    const WindowPlaces rows =
+        places_of(plane_.y, top, top + signed_of((kRows - 1) * plane_.y.stride));
+    const WindowPlaces columns = places_of(plane_.x, left, left + signed_of(kLast * kStride));
     Register sums[kVectors][kRows * kColumns];
     start(sums);
     const float* weight = weight_;
@@ -421,8 +396,8 @@ class WindowChannels {
       if (left[i] < leftmost) leftmost = left[i];
       if (left[i] > rightmost) rightmost = left[i];
     }
-    const Places used_rows = places_of(rows, top[0], top[kPixels - 1]);
-    const Places used_columns = places_of(columns, leftmost, rightmost);
+    const WindowPlaces used_rows = places_of(rows, top[0], top[kPixels - 1]);
+    const WindowPlaces used_columns = places_of(columns, leftmost, rightmost);
     Register sums[kVectors][kPixels];
     start(sums);
     const float* weight = weight_;

@@ -7,10 +7,10 @@
 
 namespace marlo::kernel {
 
-/// Weights [1, N, C, H, W] as [N / 4, C / 8, H, W, n, c], the last group of output channels as narrow as it comes.
-/// One dim, layout FLEXIABLE.
-/// @return null unless `weight` is a FLOAT32 tensor of layout GNCHW in main memory in one group, with input channels
-///   in multiples of 8
+/// Weights [1, N, C, H, W] as [N / 4, C / 8, H, W, n, c], the last group of output channels as narrow
+/// as it comes. One dim, layout FLEXIABLE.
+/// @return null unless `weight` is a FLOAT32 tensor of layout GNCHW in main memory in one group, with
+///   input channels in multiples of 8
 std::shared_ptr<runtime::TensorCPU> pack_for_last_channels(
     std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
 

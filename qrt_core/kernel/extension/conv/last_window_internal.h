@@ -3,18 +3,14 @@
 #include "qrt_core/kernel/conv/steps/conv_params.h"
 #include "qrt_core/kernel/extension/conv/epilogue_internal.h"
 #include "qrt_core/kernel/extension/conv/last_window_cores.h"
+#include "qrt_core/kernel/extension/conv/window_axis_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
 
-// Convolutions from C8HW8 to planes. Lanes are input channels, so that a few output channels waste none. Internal to
-// the file that includes it.
+// Convolutions from C8HW8 to planes. Lanes are input channels, so that a few output channels waste
+// none. Internal to the file that includes it.
 
 namespace marlo::kernel::conv {
 namespace {
-
-/// Places of a window along an axis: those that lie in the picture.
-struct InsidePlaces {
-  size_t begin, end;
-};
 
 /// One output row after the other, and of each a few output channels at a time.
 class LastWindow {
@@ -23,6 +19,8 @@ class LastWindow {
  public:
   explicit LastWindow(const ConvTask& task) noexcept
       : task_(task),
+        y_(rows_of(task)),
+        x_(columns_of(task)),
         in_plane_(size_t{task.in_height} * task.in_width * kBlock),
         taps_(size_t{task.params.kernel_y} * task.params.kernel_x) {}
 
@@ -62,8 +60,8 @@ class LastWindow {
           weight_(weight),
           bias_(bias),
           output_(output),
-          top_(static_cast<int64_t>(row * p().stride_y) - p().padding_t),
-          rows_(inside(top_, p().kernel_y, p().dilation_y, w_.task_.in_height)) {}
+          top_(static_cast<int64_t>(row * w_.y_.stride) - w_.y_.padding),
+          rows_(places_of(w_.y_, top_, top_)) {}
 
     void run() const noexcept {
       const size_t width = w_.task_.out_width;
@@ -75,8 +73,8 @@ class LastWindow {
       for_even_parts(vectors, kMost, [&](size_t first, size_t count) {
         const size_t column = begin + first * kTogether;
         with_static<kMost>(count, [&](auto kCount) {
-          p().stride_x == 1 ? tile<Vector, kCount.value, true>(column, columns_of(column))
-                            : tile<Vector, kCount.value, false>(column, columns_of(column));
+          w_.x_.stride == 1 ? tile<Vector, kCount.value, true>(column, columns_at(column))
+                            : tile<Vector, kCount.value, false>(column, columns_at(column));
         });
       });
       begin += vectors * kTogether;
@@ -84,46 +82,31 @@ class LastWindow {
     }
 
    private:
-    const Conv2dParams& p() const noexcept { return w_.task_.params; }
-
-    static InsidePlaces inside(int64_t first, size_t kernel, size_t dilation,
-                               size_t inputs) noexcept {
-      InsidePlaces places = {0, kernel};
-      const auto at = [&](size_t place) { return first + static_cast<int64_t>(place * dilation); };
-      while (places.begin < places.end && at(places.begin) < 0) ++places.begin;
-      while (places.begin < places.end && at(places.end - 1) >= static_cast<int64_t>(inputs)) {
-        --places.end;
-      }
-      return places;
-    }
-
     int64_t left_of(size_t column) const noexcept {
-      return static_cast<int64_t>(column * p().stride_x) - p().padding_l;
+      return static_cast<int64_t>(column * w_.x_.stride) - w_.x_.padding;
     }
 
-    InsidePlaces columns_of(size_t column) const noexcept {
-      return inside(left_of(column), p().kernel_x, p().dilation_x, w_.task_.in_width);
+    WindowPlaces columns_at(size_t column) const noexcept {
+      return places_of(w_.x_, left_of(column), left_of(column));
     }
 
     /// Behind the last pixel whose window ends in the picture.
     size_t end_of_whole() const noexcept {
-      const auto reach = static_cast<int64_t>((p().kernel_x - 1) * size_t{p().dilation_x});
-      const int64_t last = int64_t{w_.task_.in_width} - 1 - reach + p().padding_l;
-      return last < 0
-                 ? 0
-                 : smaller_of(w_.task_.out_width, static_cast<size_t>(last / p().stride_x + 1));
+      const auto reach = static_cast<int64_t>((w_.x_.kernel - 1) * w_.x_.dilation);
+      const int64_t last = static_cast<int64_t>(w_.x_.inputs) - 1 - reach + w_.x_.padding;
+      return last < 0 ? 0 : smaller_of(w_.x_.outputs, static_cast<size_t>(last) / w_.x_.stride + 1);
     }
 
     void single(size_t column) const noexcept {
-      tile<FusedVector, 1, true>(column, columns_of(column));
+      tile<FusedVector, 1, true>(column, columns_at(column));
     }
 
     /// Neighbouring pixels, `kCount` vectors of them, whose windows have the same columns inside.
     template <typename V, size_t kCount, bool kIsDense>
-    [[gnu::noinline]] void tile(size_t column, InsidePlaces columns) const noexcept {
+    [[gnu::noinline]] void tile(size_t column, WindowPlaces columns) const noexcept {
       constexpr size_t kPixels = V::kLanes / kBlock;
       const size_t line = size_t{w_.task_.in_width} * kBlock;
-      const size_t step = p().stride_x * kBlock;
+      const size_t step = w_.x_.stride * kBlock;
       typename V::Register sums[kOuts][kCount];
       unrolled<kOuts>(
           QRT_UNROLLED(o) { unrolled<kCount>(QRT_UNROLLED(i) { sums[o][i] = V::zero(); }); });
@@ -133,10 +116,10 @@ class LastWindow {
         const float* input = w_.task_.input + k * w_.in_plane_;
         const float* weights = weight_ + k * w_.taps_ * kOuts * kBlock;
         for (size_t y = rows_.begin; y < rows_.end; ++y) {
-          const float* from = weights + (y * p().kernel_x + columns.begin) * kOuts * kBlock;
+          const float* from = weights + (y * w_.x_.kernel + columns.begin) * kOuts * kBlock;
           for (size_t x = columns.begin; x < columns.end; ++x, from += kOuts * kBlock) {
-            const float* at = input + (corner + static_cast<int64_t>(y * p().dilation_y * line +
-                                                                     x * p().dilation_x * kBlock));
+            const float* at = input + (corner + static_cast<int64_t>(y * w_.y_.dilation * line +
+                                                                     x * w_.x_.dilation * kBlock));
             typename V::Register pixels[kCount];
             unrolled<kCount>(QRT_UNROLLED(i) {
               const float* pixel = at + i * kPixels * step;
@@ -198,7 +181,7 @@ class LastWindow {
     const float* bias_;
     float* output_;
     int64_t top_;
-    InsidePlaces rows_;
+    WindowPlaces rows_;
   };
 
   const float* bias_of(size_t first) const noexcept {
@@ -206,6 +189,7 @@ class LastWindow {
   }
 
   const ConvTask& task_;
+  WindowAxis y_, x_;
   size_t in_plane_;
   size_t taps_;
 };
