@@ -1,6 +1,7 @@
 #pragma once
 
 #include "qrt_core/kernel/conv/steps/conv_params.h"
+#include "qrt_core/kernel/extension/conv/block_channels_internal.h"
 #include "qrt_core/kernel/extension/conv/epilogue_internal.h"
 #include "qrt_core/kernel/extension/conv/window_axis_internal.h"
 #include "qrt_core/kernel/vectors_internal.h"
@@ -17,20 +18,6 @@
 
 namespace marlo::kernel::conv {
 namespace {
-
-inline constexpr size_t kChannelBlock = 8;
-alignas(32) inline constexpr float kNoPixel[kChannelBlock] = {};
-
-/// How a vector of output channels stands in blocks of 8.
-template <typename Vector>
-[[gnu::always_inline]] inline void store_channels(float* to, size_t plane,
-                                                  typename Vector::Register x) noexcept {
-  if constexpr (Vector::kLanes == kChannelBlock) {
-    Vector::store(to, x);
-  } else {
-    Vector::store_halves(to, to + plane, x);
-  }
-}
 
 /// Ends what was computed of neighbouring pixels and stores it.
 /// @param at where the first block of a pixel's channels stands, `plane` floats before the next

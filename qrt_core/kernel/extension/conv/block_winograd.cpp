@@ -69,7 +69,8 @@ void transform(const std::array<FilterRow, kIn>& matrix, const float* filters, s
 
 template <size_t kIn>
 std::shared_ptr<TensorCPU> pack_filters(const std::array<FilterRow, kIn>& matrix,
-                                        const TensorCPU& weight, DeviceCPU& device, size_t widest) {
+                                        const TensorCPU& weight, DeviceCPU& device,
+                                        const matrix::ProductCores& cores) {
   const TensorShape& shape = weight.shape;
   const bool packable =
       shape.layout == LayoutType::GNCHW && shape.location == LocationType::MainMemory &&
@@ -77,62 +78,55 @@ std::shared_ptr<TensorCPU> pack_filters(const std::array<FilterRow, kIn>& matrix
       shape.dims[1] % kBlock == 0 && shape.dims[2] % kBlock == 0 && shape.dims[3] == kTaps &&
       shape.dims[4] == kTaps;
   if (!packable) return nullptr;
-  const auto elements = static_cast<uint32_t>(kIn * kIn);
-  auto packed =
-      device.CreateTensor(TensorShape({elements, shape.dims[1], shape.dims[2]}, shape.data_type,
-                                      LayoutType::FLEXIABLE, shape.location),
-                          nullptr);
   const size_t outs = shape.dims[1];
   const size_t ins = shape.dims[2];
+  const size_t elements = kIn * kIn;
+  // Only the last panel's last vector isn't filled.
+  const size_t filled = matrix::packed_size(1, outs, cores.lanes);
+  auto packed = device.CreateTensor(
+      TensorShape({static_cast<uint32_t>(elements), static_cast<uint32_t>(filled), shape.dims[2]},
+                  shape.data_type, LayoutType::FLEXIABLE, shape.location),
+      nullptr);
   const auto* from = static_cast<const float*>(weight.RawPointer());
   auto* to = static_cast<float*>(packed->RawPointer());
-  size_t first = 0;
-  for (size_t width = widest; width >= kBlock; width /= 2) {
-    for (; first + width <= outs; first += width) {
-      for (size_t c = 0; c < ins; ++c) {
-        for (size_t n = 0; n < width; n += kBlock) {
-          transform(matrix, from + ((first + n) * ins + c) * kTaps * kTaps, ins * kTaps * kTaps,
-                    to + c * width + n, ins * width);
-        }
+  for (size_t first = 0; first < outs; first += cores.panel) {
+    const size_t count = std::min(cores.panel, outs - first);
+    const size_t width = matrix::packed_size(1, count, cores.lanes);
+    if (count < width) std::fill_n(to, elements * ins * width, 0.0f);
+    for (size_t c = 0; c < ins; ++c) {
+      for (size_t n = 0; n < count; n += kBlock) {
+        transform(matrix, from + ((first + n) * ins + c) * kTaps * kTaps, ins * kTaps * kTaps,
+                  to + c * width + n, ins * width);
       }
-      to += elements * ins * width;
     }
+    to += elements * ins * width;
   }
   return packed;
 }
 
 }  // namespace
 
-std::shared_ptr<TensorCPU> pack_filters_4x4_of_16(std::shared_ptr<TensorCPU> weight,
-                                                  std::shared_ptr<DeviceCPU> device) {
-  return pack_filters(kFilters4, *weight, *device, 16);
+std::shared_ptr<TensorCPU> pack_filters_4x4(std::shared_ptr<TensorCPU> weight,
+                                            std::shared_ptr<DeviceCPU> device,
+                                            const matrix::ProductCores& cores) {
+  return pack_filters(kFilters4, *weight, *device, cores);
 }
 
-std::shared_ptr<TensorCPU> pack_filters_6x6_of_16(std::shared_ptr<TensorCPU> weight,
-                                                  std::shared_ptr<DeviceCPU> device) {
-  return pack_filters(kFilters6, *weight, *device, 16);
-}
-
-std::shared_ptr<TensorCPU> pack_filters_4x4_of_32(std::shared_ptr<TensorCPU> weight,
-                                                  std::shared_ptr<DeviceCPU> device) {
-  return pack_filters(kFilters4, *weight, *device, 32);
-}
-
-std::shared_ptr<TensorCPU> pack_filters_6x6_of_32(std::shared_ptr<TensorCPU> weight,
-                                                  std::shared_ptr<DeviceCPU> device) {
-  return pack_filters(kFilters6, *weight, *device, 32);
+std::shared_ptr<TensorCPU> pack_filters_6x6(std::shared_ptr<TensorCPU> weight,
+                                            std::shared_ptr<DeviceCPU> device,
+                                            const matrix::ProductCores& cores) {
+  return pack_filters(kFilters6, *weight, *device, cores);
 }
 
 namespace conv {
 
-void run_winograd(const ConvTask& task, DeviceCPU& device, uint32_t size, uint32_t widest,
+void run_winograd(const ConvTask& task, DeviceCPU& device, size_t size, size_t panel,
                   WinogradCore core) {
-  // Two rounds of the widest tile of a product: the transformed inputs stay in L2.
-  constexpr uint64_t kMostTiles = 28;
-  const auto count = [size](uint64_t outputs) { return (outputs + size - 1) / size; };
-  const uint64_t tiles = std::min(kMostTiles, count(task.out_height) * count(task.out_width));
-  const uint64_t elements = uint64_t{size + 2} * (size + 2);
-  const uint64_t floats = elements * (uint64_t{task.in_blocks} * kBlock + widest) * tiles;
+  // The transformed inputs stay in L2.
+  constexpr size_t kMostTiles = 28;
+  const auto count = [size](size_t outputs) { return (outputs + size - 1) / size; };
+  const size_t tiles = std::min(kMostTiles, count(task.out_height) * count(task.out_width));
+  const size_t floats = winograd_scratch(size, tiles, size_t{task.in_blocks} * kBlock, panel);
   const auto scratch =
       device.CreateF32FlexiableMainMemory({static_cast<uint32_t>(floats)}, nullptr);
   core(task, static_cast<float*>(scratch->RawPointer()), tiles);

@@ -15,32 +15,36 @@
 namespace marlo::kernel {
 
 /// @name Transformed filters
-/// [1, N, C, 3, 3] as [N / width, element, C / 8, c, n] in widths as those of `pack_in_widths_of_16`.
+/// [1, N, C, 3, 3] as [N / panel, element, C, n]: panels of a product's columns, see `ColumnPacker`.
 /// @return null unless `weight` is a FLOAT32 tensor of layout GNCHW, 3 x 3 filters of whole blocks
 /// @{
-std::shared_ptr<runtime::TensorCPU> pack_filters_4x4_of_16(
-    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> pack_filters_6x6_of_16(
-    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
-/// Widths of 32, 16 and 8.
-std::shared_ptr<runtime::TensorCPU> pack_filters_4x4_of_32(
-    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
-std::shared_ptr<runtime::TensorCPU> pack_filters_6x6_of_32(
-    std::shared_ptr<runtime::TensorCPU> weight, std::shared_ptr<runtime::DeviceCPU> device);
+std::shared_ptr<runtime::TensorCPU> pack_filters_4x4(std::shared_ptr<runtime::TensorCPU> weight,
+                                                     std::shared_ptr<runtime::DeviceCPU> device,
+                                                     const matrix::ProductCores& cores);
+std::shared_ptr<runtime::TensorCPU> pack_filters_6x6(std::shared_ptr<runtime::TensorCPU> weight,
+                                                     std::shared_ptr<runtime::DeviceCPU> device,
+                                                     const matrix::ProductCores& cores);
 /// @}
+
+/// The same as the packing of a row.
+template <auto pack, const matrix::ProductCores& cores>
+std::shared_ptr<runtime::TensorCPU> pack_filters_for(std::shared_ptr<runtime::TensorCPU> weight,
+                                                     std::shared_ptr<runtime::DeviceCPU> device) {
+  return pack(std::move(weight), std::move(device), cores);
+}
 
 namespace conv {
 
 /// Runs a core with scratch for the tiles that it has at a time.
-/// @param size of a tile of outputs @param widest group of output channels
+/// @param size of a tile of outputs @param panel of a product's columns
 /// @throws whatever the device throws when it has no memory
-void run_winograd(const ConvTask& task, runtime::DeviceCPU& device, uint32_t size, uint32_t widest,
+void run_winograd(const ConvTask& task, runtime::DeviceCPU& device, size_t size, size_t panel,
                   WinogradCore core);
 
 /// The same as the method of a row.
-template <uint32_t size, uint32_t widest, WinogradCore core>
+template <size_t size, size_t panel, WinogradCore core>
 void winograd_by(const ConvTask& task, runtime::DeviceCPU& device) {
-  run_winograd(task, device, size, widest, core);
+  run_winograd(task, device, size, panel, core);
 }
 
 }  // namespace conv
@@ -54,19 +58,20 @@ constexpr ConvolutionRow<PlaneGeometry> block_winograd(
 }
 
 // clang-format off
-#define QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, ISA, on, widest, suffix)                                 \
-  QRT_WITH_EPILOGUES(KERNEL, Conv2d_K3x3_S1x1_D1x1_G1_##ISA##_C8HW8_FLOAT_Winograd4,                \
-                     on(block_winograd(pack_filters_4x4_of_##widest,                                \
-                                       conv::winograd_by<4, widest, conv::winograd_4x4_##suffix>))) \
-  QRT_WITH_EPILOGUES(KERNEL, Conv2d_K3x3_S1x1_D1x1_G1_##ISA##_C8HW8_FLOAT_Winograd6,                \
-                     on(block_winograd(pack_filters_6x6_of_##widest,                                \
-                                       conv::winograd_by<6, widest, conv::winograd_6x6_##suffix>)))
+#define QRT_BLOCK_WINOGRAD_KERNELS_OF(KERNEL, ISA, on, cores, suffix, size)                         \
+  QRT_WITH_EPILOGUES(KERNEL, Conv2d_K3x3_S1x1_D1x1_G1_##ISA##_C8HW8_FLOAT_Winograd##size,            \
+                     on(block_winograd(pack_filters_for<pack_filters_##size##x##size, matrix::cores>, \
+                                       conv::winograd_by<size, matrix::cores.panel,                  \
+                                                         conv::winograd_##size##x##size##_##suffix>)))
+#define QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, ISA, on, cores, suffix)       \
+  QRT_BLOCK_WINOGRAD_KERNELS_OF(KERNEL, ISA, on, cores, suffix, 4)       \
+  QRT_BLOCK_WINOGRAD_KERNELS_OF(KERNEL, ISA, on, cores, suffix, 6)
 // clang-format on
 
 #define QRT_BLOCK_WINOGRAD_KERNELS_FMA(KERNEL) \
-  QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, FMA, on_fma, 16, fma)
+  QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, FMA, on_fma, kProductFma, fma)
 #define QRT_BLOCK_WINOGRAD_KERNELS_AVX512(KERNEL) \
-  QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, AVX512, on_avx512, 32, avx512)
+  QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, AVX512, on_avx512, kProductAvx512, avx512)
 
 QRT_IF_AVX(QRT_BLOCK_WINOGRAD_KERNELS_FMA(QRT_KERNEL))
 QRT_IF_AVX(QRT_BLOCK_WINOGRAD_KERNELS_AVX512(QRT_KERNEL))

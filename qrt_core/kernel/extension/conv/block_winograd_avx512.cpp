@@ -2,7 +2,6 @@
 #error "this file holds AVX-512 code and must be compiled with -mavx512f"
 #endif
 
-#include "qrt_core/kernel/extension/conv/block_winograd_cores.h"
 #include "qrt_core/kernel/extension/conv/block_winograd_internal.h"
 
 namespace marlo::kernel::conv {
@@ -10,11 +9,7 @@ namespace {
 
 template <typename F>
 void run(const ConvTask& task, float* scratch, size_t tiles) noexcept {
-  Winograd<F>(task, scratch, tiles).run([](Winograd<F>& winograd) {
-    winograd.template groups<Avx512Vector, 2>();
-    winograd.template groups<Avx512Vector, 1>();
-    winograd.template groups<FusedVector, 1>();
-  });
+  Winograd<F, Avx512Vector>(task, matrix::kProductAvx512, scratch, tiles).run();
 }
 
 }  // namespace

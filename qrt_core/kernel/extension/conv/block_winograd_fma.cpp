@@ -2,7 +2,6 @@
 #error "this file holds FMA code and must be compiled with -mavx -mfma"
 #endif
 
-#include "qrt_core/kernel/extension/conv/block_winograd_cores.h"
 #include "qrt_core/kernel/extension/conv/block_winograd_internal.h"
 
 namespace marlo::kernel::conv {
@@ -10,10 +9,7 @@ namespace {
 
 template <typename F>
 void run(const ConvTask& task, float* scratch, size_t tiles) noexcept {
-  Winograd<F>(task, scratch, tiles).run([](Winograd<F>& winograd) {
-    winograd.template groups<FusedVector, 2>();
-    winograd.template groups<FusedVector, 1>();
-  });
+  Winograd<F, FusedVector>(task, matrix::kProductFma, scratch, tiles).run();
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #pragma once
 
-#include "qrt_core/kernel/extension/conv/block_window_internal.h"
+#include "qrt_core/kernel/extension/conv/block_channels_internal.h"
+#include "qrt_core/kernel/extension/conv/block_winograd_cores.h"
+#include "qrt_core/kernel/extension/conv/epilogue_internal.h"
 
 // 3 x 3 convolutions in C8HW8 by minimal filtering, F(m x m, 3 x 3): A. Lavin and S. Gray, "Fast
 // Algorithms for Convolutional Neural Networks", 2016; the filtering is S. Winograd's. Tiles of inputs
@@ -50,11 +52,12 @@ struct Filtering6 {
 };
 
 /// A sum of products with constants, of which those with 0 are left out.
+template <typename V>
 class ConstantSum {
-  using V = FusedVector;
+  using Register = typename V::Register;
 
  public:
-  [[gnu::always_inline]] void add(float factor, __m256 x) noexcept {
+  [[gnu::always_inline]] void add(float factor, Register x) noexcept {
     if (factor == 0.0f) return;
     if (is_empty_) {
       sum_ = factor == 1.0f ? x : V::times(x, V::splat(factor));
@@ -67,19 +70,19 @@ class ConstantSum {
     }
     is_empty_ = false;
   }
-  [[gnu::always_inline]] __m256 value() const noexcept { return sum_; }
+  [[gnu::always_inline]] Register value() const noexcept { return sum_; }
 
  private:
-  __m256 sum_ = _mm256_setzero_ps();
+  Register sum_ = V::zero();
   bool is_empty_ = true;
 };
 
 /// One column or row of a tile of inputs, transformed.
-template <typename F>
-[[gnu::always_inline]] inline void transform_inputs(const __m256 (&x)[F::kIn],
-                                                    __m256 (&y)[F::kIn]) noexcept {
+template <typename F, typename V>
+[[gnu::always_inline]] inline void transform_inputs(const typename V::Register (&x)[F::kIn],
+                                                    typename V::Register (&y)[F::kIn]) noexcept {
   const auto row = [&](size_t i) __attribute__((always_inline)) {
-    ConstantSum sum;
+    ConstantSum<V> sum;
     unrolled<F::kIn>(QRT_UNROLLED(j) { sum.add(F::kInput[i][j], x[j]); });
     return sum.value();
   };
@@ -87,24 +90,24 @@ template <typename F>
   y[F::kIn - 1] = row(F::kIn - 1);
   unrolled<F::kIn / 2 - 1>(QRT_UNROLLED(pair) {
     const size_t i = 2 * pair + 1;
-    ConstantSum even, odd;
+    ConstantSum<V> even, odd;
     unrolled<F::kIn>(QRT_UNROLLED(j) { (j % 2 == 0 ? even : odd).add(F::kInput[i][j], x[j]); });
-    y[i] = _mm256_add_ps(even.value(), odd.value());
-    y[i + 1] = _mm256_sub_ps(even.value(), odd.value());
+    y[i] = V::plus(even.value(), odd.value());
+    y[i + 1] = V::minus(even.value(), odd.value());
   });
 }
 
 /// One column or row of products, transformed into outputs.
-template <typename F>
-[[gnu::always_inline]] inline void transform_outputs(const __m256 (&x)[F::kIn],
-                                                     __m256 (&y)[F::kOut]) noexcept {
-  __m256 sums[F::kIn / 2], differences[F::kIn / 2];
+template <typename F, typename V>
+[[gnu::always_inline]] inline void transform_outputs(const typename V::Register (&x)[F::kIn],
+                                                     typename V::Register (&y)[F::kOut]) noexcept {
+  typename V::Register sums[F::kIn / 2], differences[F::kIn / 2];
   unrolled<F::kIn / 2 - 1>(QRT_UNROLLED(pair) {
-    sums[pair] = _mm256_add_ps(x[2 * pair + 1], x[2 * pair + 2]);
-    differences[pair] = _mm256_sub_ps(x[2 * pair + 1], x[2 * pair + 2]);
+    sums[pair] = V::plus(x[2 * pair + 1], x[2 * pair + 2]);
+    differences[pair] = V::minus(x[2 * pair + 1], x[2 * pair + 2]);
   });
   unrolled<F::kOut>(QRT_UNROLLED(i) {
-    ConstantSum sum;
+    ConstantSum<V> sum;
     sum.add(F::kOutput[i][0], x[0]);
     unrolled<F::kIn / 2 - 1>(QRT_UNROLLED(pair) {
       sum.add(F::kOutput[i][2 * pair + 1], i % 2 == 0 ? sums[pair] : differences[pair]);
@@ -114,81 +117,97 @@ template <typename F>
   });
 }
 
-/// A convolution by filtering `F`, whose filters are packed as [group of channels][element][in block]
-/// [8][width of the group].
-template <typename F>
+/// A convolution by filtering `F`, whose transforms take vectors `Wide` of channels, and one block of 8
+/// where no more is left.
+template <typename F, typename Wide>
 class Winograd {
   static constexpr size_t kBlock = kChannelBlock;
   static constexpr size_t kIn = F::kIn;
   static constexpr size_t kOut = F::kOut;
   static constexpr size_t kElements = kIn * kIn;
+  static constexpr size_t kWideBlocks = Wide::kLanes / kBlock;
 
  public:
-  /// @param scratch room for the transformed inputs and products of `most` tiles: so many times the
-  ///   input's channels and the widest group, times the elements of a tile
-  Winograd(const ConvTask& task, float* scratch, size_t most) noexcept
+  /// @param scratch `winograd_scratch` floats for `most` tiles
+  Winograd(const ConvTask& task, const matrix::ProductCores& cores, float* scratch,
+           size_t most) noexcept
       : task_(task),
+        cores_(cores),
         across_((task.out_width + kOut - 1) / kOut),
         tiles_(across_ * ((task.out_height + kOut - 1) / kOut)),
         most_(most),
+        row_(winograd_row(task.in_blocks * kBlock)),
         inputs_(scratch),
-        products_(scratch + kElements * task.in_blocks * kBlock * most),
+        products_(scratch + kElements * winograd_element(most, row_)),
         ending_(task.epilogue) {}
 
-  /// @param take calls `group<Vector, kVectors>` of what it is given for all widths in turn
-  template <typename Take>
-  void run(Take take) noexcept {
+  void run() noexcept {
     for_each_part(tiles_, most_, [&](size_t first, size_t count) {
       if (count == 0) return;
       first_ = first;
       count_ = count;
-      transform_all_inputs();
-      weight_ = task_.weight;
-      block_ = 0;
-      take(*this);
+      for_each_vector(task_.in_blocks, [&](auto vector, size_t block) {
+        transform_all_inputs<typename decltype(vector)::Vector>(block);
+      });
+      multiply_all();
     });
   }
 
-  /// As many groups of `kVectors` vectors of output channels as are left.
-  template <typename Vector, size_t kVectors>
-  void groups() noexcept {
-    constexpr size_t kBlocks = kVectors * Vector::kLanes / kBlock;
-    ConvTask product = task_;
-    product.params = {};
-    Conv2dParams& p = product.params;
-    p.kernel_x = p.kernel_y = p.stride_x = p.stride_y = p.dilation_x = p.dilation_y = 1;
-    product.in_height = product.out_height = 1;
-    product.in_width = product.out_width = static_cast<uint32_t>(count_);
-    product.epilogue = Epilogue::none;
-    const WindowPlane plane(product);
-    const size_t weights = task_.in_blocks * kBlock * kBlocks * kBlock;
-    for (; task_.out_blocks - block_ >= kBlocks; block_ += kBlocks) {
-      for (size_t element = 0; element < kElements; ++element, weight_ += weights) {
-        WindowChannels<Vector, kVectors>(
-            plane, inputs_ + element * task_.in_blocks * kBlock * count_, weight_, nullptr,
-            products_ + element * kBlocks * kBlock * count_)
-            .run({0, 1, 0, count_});
-      }
-      for (size_t block = 0; block < kBlocks; ++block) {
-        transform_products(block_ + block, products_ + block * kBlock * count_,
-                           kBlocks * kBlock * count_);
-      }
-    }
-  }
-
  private:
+  template <typename V>
+  struct Of {
+    using Vector = V;
+  };
+
   static constexpr int64_t signed_of(size_t number) { return static_cast<int64_t>(number); }
 
-  void transform_all_inputs() const noexcept {
-    const size_t plane = size_t{task_.in_height} * task_.in_width * kBlock;
-    for (size_t block = 0; block < task_.in_blocks; ++block) {
-      const float* input = task_.input + block * plane;
-      float* target = inputs_ + block * kBlock * count_;
-      for (size_t i = 0; i < count_; ++i) transform_tile(input, first_ + i, target + i * kBlock);
+  /// Calls `run(Of<Vector>(), block)` for vectors that together take all blocks.
+  template <typename Run>
+  static void for_each_vector(size_t blocks, Run run) noexcept {
+    size_t block = 0;
+    for (; block + kWideBlocks <= blocks; block += kWideBlocks) run(Of<Wide>(), block);
+    for (; block < blocks; ++block) run(Of<FusedVector>(), block);
+  }
+
+  /// All output channels, a panel of them at a time.
+  void multiply_all() noexcept {
+    const size_t channels = task_.out_blocks * kBlock;
+    const float* weight = task_.weight;
+    matrix::ProductTask product;
+    product.a_row = row_;
+    product.rows = count_;
+    product.depth = task_.in_blocks * kBlock;
+    for (size_t channel = 0; channel < channels; channel += cores_.panel) {
+      product.columns = smaller_of(cores_.panel, channels - channel);
+      product.c_row = product.columns;
+      const size_t weights = matrix::packed_size(product.depth, product.columns, cores_.lanes);
+      const size_t step = winograd_element(count_, product.columns);
+      for (size_t element = 0; element < kElements; ++element, weight += weights) {
+        product.a = inputs_ + element * winograd_element(count_, row_);
+        product.packed = weight;
+        product.c = products_ + element * step;
+        product.goes_on = element + 1 < kElements || channel + product.columns < channels;
+        cores_.multiply(product);
+      }
+      for_each_vector(product.columns / kBlock, [&](auto vector, size_t block) {
+        transform_products<typename decltype(vector)::Vector>(
+            channel / kBlock + block, products_ + block * kBlock, product.columns, step);
+      });
     }
   }
 
-  void transform_tile(const float* input, size_t tile, float* target) const noexcept {
+  template <typename V>
+  void transform_all_inputs(size_t block) const noexcept {
+    const size_t plane = size_t{task_.in_height} * task_.in_width * kBlock;
+    const float* input = task_.input + block * plane;
+    float* target = inputs_ + block * kBlock;
+    for (size_t i = 0; i < count_; ++i) {
+      transform_tile<V>(input, plane, first_ + i, target + i * row_);
+    }
+  }
+
+  template <typename V>
+  void transform_tile(const float* input, size_t plane, size_t tile, float* target) const noexcept {
     const int64_t height = task_.in_height;
     const int64_t width = task_.in_width;
     const int64_t top = signed_of(tile / across_ * kOut) - signed_of(task_.params.padding_t);
@@ -196,11 +215,12 @@ class Winograd {
     const bool is_inside =
         top >= 0 && left >= 0 && top + signed_of(kIn) <= height && left + signed_of(kIn) <= width;
     if (is_inside) {
-      transform_window(input + (top * width + left) * signed_of(kBlock), task_.in_width * kBlock,
-                       target);
+      transform_window<V>(input + (top * width + left) * signed_of(kBlock), task_.in_width * kBlock,
+                          plane, target);
       return;
     }
-    alignas(32) float window[kElements * kBlock];
+    constexpr size_t kWindow = kElements * kBlock;
+    alignas(64) float window[kWindow * V::kLanes / kBlock];
     for (size_t y = 0; y < kIn; ++y) {
       for (size_t x = 0; x < kIn; ++x) {
         const int64_t row = top + signed_of(y);
@@ -208,41 +228,47 @@ class Winograd {
         const bool has_pixel = row >= 0 && row < height && column >= 0 && column < width;
         const float* from =
             has_pixel ? input + (row * width + column) * signed_of(kBlock) : kNoPixel;
-        FusedVector::store(window + (y * kIn + x) * kBlock, FusedVector::load(from));
+        store_channels<V>(window + (y * kIn + x) * kBlock, kWindow,
+                          load_channels<V>(from, has_pixel ? plane : 0));
       }
     }
-    transform_window(window, kIn * kBlock, target);
+    transform_window<V>(window, kIn * kBlock, kWindow, target);
   }
 
-  [[gnu::noinline]] void transform_window(const float* window, size_t row_step,
+  template <typename V>
+  [[gnu::noinline]] void transform_window(const float* window, size_t row_step, size_t plane,
                                           float* target) const noexcept {
-    alignas(32) float rows[kElements * kBlock];
+    constexpr size_t kLanes = V::kLanes;
+    alignas(64) float rows[kElements * kLanes];
     for (size_t x = 0; x < kIn; ++x) {
-      __m256 column[kIn], transformed[kIn];
-      unrolled<kIn>(
-          QRT_UNROLLED(y) { column[y] = FusedVector::load(window + y * row_step + x * kBlock); });
-      transform_inputs<F>(column, transformed);
-      unrolled<kIn>(
-          QRT_UNROLLED(y) { FusedVector::store(rows + (y * kIn + x) * kBlock, transformed[y]); });
-    }
-    const size_t element = task_.in_blocks * kBlock * count_;
-    for (size_t y = 0; y < kIn; ++y) {
-      __m256 row[kIn], transformed[kIn];
-      unrolled<kIn>(QRT_UNROLLED(x) { row[x] = FusedVector::load(rows + (y * kIn + x) * kBlock); });
-      transform_inputs<F>(row, transformed);
-      unrolled<kIn>(QRT_UNROLLED(x) {
-        FusedVector::store(target + (y * kIn + x) * element, transformed[x]);
+      typename V::Register column[kIn], transformed[kIn];
+      unrolled<kIn>(QRT_UNROLLED(y) {
+        column[y] = load_channels<V>(window + y * row_step + x * kBlock, plane);
       });
+      transform_inputs<F, V>(column, transformed);
+      unrolled<kIn>(QRT_UNROLLED(y) { V::store(rows + (y * kIn + x) * kLanes, transformed[y]); });
+    }
+    const size_t element = winograd_element(count_, row_);
+    for (size_t y = 0; y < kIn; ++y) {
+      typename V::Register row[kIn], transformed[kIn];
+      unrolled<kIn>(QRT_UNROLLED(x) { row[x] = V::load(rows + (y * kIn + x) * kLanes); });
+      transform_inputs<F, V>(row, transformed);
+      unrolled<kIn>(
+          QRT_UNROLLED(x) { V::store(target + (y * kIn + x) * element, transformed[x]); });
     }
   }
 
-  // The products of one output block, whose elements are `step` floats apart.
-  void transform_products(size_t block, const float* products, size_t step) const noexcept {
-    const __m256 bias = task_.bias == nullptr ? FusedVector::zero()
-                                              : FusedVector::load(task_.bias + block * kBlock);
+  // The products of a vector of output channels, `row` floats from tile to tile and `step` from element
+  // to element.
+  template <typename V>
+  void transform_products(size_t block, const float* products, size_t row,
+                          size_t step) const noexcept {
+    constexpr size_t kBlocks = V::kLanes / kBlock;
+    const auto bias = task_.bias == nullptr ? V::zero() : V::load(task_.bias + block * kBlock);
     const size_t height = task_.out_height;
     const size_t width = task_.out_width;
-    float* output = task_.output + block * height * width * kBlock;
+    const size_t plane = height * width * kBlock;
+    float* output = task_.output + block * plane;
     for (size_t i = 0; i < count_; ++i) {
       const size_t y = (first_ + i) / across_ * kOut;
       const size_t x = (first_ + i) % across_ * kOut;
@@ -250,55 +276,59 @@ class Winograd {
       const size_t rows = smaller_of(kOut, height - y);
       const size_t columns = smaller_of(kOut, width - x);
       if (rows == kOut && columns == kOut) {
-        transform_product(products + i * kBlock, step, bias, to, width * kBlock);
+        transform_product<V>(products + i * row, step, bias, to, width * kBlock, plane);
         continue;
       }
-      alignas(32) float tile[kOut * kOut * kBlock];
-      transform_product(products + i * kBlock, step, bias, tile, kOut * kBlock);
-      for (size_t row = 0; row < rows; ++row) {
+      constexpr size_t kTile = kOut * kOut * kBlock;
+      alignas(64) float tile[kTile * kBlocks];
+      transform_product<V>(products + i * row, step, bias, tile, kOut * kBlock, kTile);
+      for (size_t line = 0; line < rows; ++line) {
         for (size_t at = 0; at < columns * kBlock; at += kBlock) {
-          FusedVector::store(to + row * width * kBlock + at,
-                             FusedVector::load(tile + row * kOut * kBlock + at));
+          store_channels<V>(to + line * width * kBlock + at, plane,
+                            load_channels<V>(tile + line * kOut * kBlock + at, kTile));
         }
       }
     }
   }
 
-  [[gnu::noinline]] void transform_product(const float* product, size_t step, __m256 bias,
-                                           float* output, size_t row_step) const noexcept {
-    alignas(32) float rows[kOut * kIn * kBlock];
+  template <typename V>
+  [[gnu::noinline]] void transform_product(const float* product, size_t step,
+                                           typename V::Register bias, float* output,
+                                           size_t row_step, size_t plane) const noexcept {
+    constexpr size_t kLanes = V::kLanes;
+    alignas(64) float rows[kOut * kIn * kLanes];
     for (size_t x = 0; x < kIn; ++x) {
-      __m256 column[kIn], transformed[kOut];
-      unrolled<kIn>(
-          QRT_UNROLLED(y) { column[y] = FusedVector::load(product + (y * kIn + x) * step); });
-      transform_outputs<F>(column, transformed);
-      unrolled<kOut>(
-          QRT_UNROLLED(y) { FusedVector::store(rows + (y * kIn + x) * kBlock, transformed[y]); });
+      typename V::Register column[kIn], transformed[kOut];
+      unrolled<kIn>(QRT_UNROLLED(y) { column[y] = V::load(product + (y * kIn + x) * step); });
+      transform_outputs<F, V>(column, transformed);
+      unrolled<kOut>(QRT_UNROLLED(y) { V::store(rows + (y * kIn + x) * kLanes, transformed[y]); });
     }
     for (size_t y = 0; y < kOut; ++y) {
-      __m256 row[kIn], transformed[kOut];
-      unrolled<kIn>(QRT_UNROLLED(x) { row[x] = FusedVector::load(rows + (y * kIn + x) * kBlock); });
-      transform_outputs<F>(row, transformed);
+      typename V::Register row[kIn], transformed[kOut];
+      unrolled<kIn>(QRT_UNROLLED(x) { row[x] = V::load(rows + (y * kIn + x) * kLanes); });
+      transform_outputs<F, V>(row, transformed);
       float* to = output + y * row_step;
       unrolled<kOut>(QRT_UNROLLED(x) {
-        const __m256 sum = FusedVector::plus(transformed[x], bias);
-        FusedVector::store(to + x * kBlock, ending_.template ended<FusedVector>(sum));
+        store_channels<V>(to + x * kBlock, plane,
+                          ending_.template ended<V>(V::plus(transformed[x], bias)));
       });
-      ending_.stored(to, kOut * kBlock);
+      for (size_t block = 0; block < kLanes / kBlock; ++block) {
+        ending_.stored(to + block * plane, kOut * kBlock);
+      }
     }
   }
 
   const ConvTask& task_;
+  const matrix::ProductCores& cores_;
   size_t across_;
   size_t tiles_;
   size_t most_;
+  size_t row_;  // floats from one tile's transformed inputs to the next one's
   float* inputs_;
   float* products_;
   Ending ending_;
   size_t first_ = 0;
   size_t count_ = 0;
-  const float* weight_ = nullptr;
-  size_t block_ = 0;
 };
 
 }  // namespace

@@ -6,6 +6,9 @@
 
 namespace marlo::kernel::matrix {
 
+static_assert(kProductAvx512.lanes == Avx512Vector::kLanes &&
+              kProductAvx512.panel == kPanelColumns<Avx512Vector>);
+
 void multiply_avx512(const ProductTask& task) noexcept { multiply<Avx512Vector>(task); }
 
 void pack_avx512(const ColumnSource& source, float* packed) noexcept {

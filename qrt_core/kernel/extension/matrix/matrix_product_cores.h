@@ -19,7 +19,10 @@ struct ProductTask {
   size_t rows = 0;
   size_t columns = 0;
   size_t depth = 0;
-  float* scratch = nullptr;  ///< `product_scratch` floats; none for one row
+  float* scratch =
+      nullptr;           ///< `product_scratch` floats; none for one row, or where a_step is 1 and
+                         ///< rows aren't a multiple of 4 KiB apart
+  bool goes_on = false;  ///< whether the b of the next product lies behind this one
 };
 
 /// Each sum runs along the depth in one order, in parts of up to `kDepth` that are then added; the
@@ -46,6 +49,7 @@ struct ProductCores {
   ProductCore multiply = nullptr;  ///< carries a task out
   ColumnPacker pack = nullptr;     ///< packs a second matrix
   size_t lanes = 0;                ///< columns of a vector
+  size_t panel = 0;                ///< columns of a panel
 };
 
 /// Depth of a part, and rows that are multiplied by a panel at a time.
@@ -72,8 +76,8 @@ void pack_portable(const ColumnSource& source, float* packed) noexcept;
 void pack_fma(const ColumnSource& source, float* packed) noexcept;
 void pack_avx512(const ColumnSource& source, float* packed) noexcept;
 
-constexpr ProductCores kProductPortable = {multiply_portable, pack_portable, 4};
-constexpr ProductCores kProductFma = {multiply_fma, pack_fma, 8};
-constexpr ProductCores kProductAvx512 = {multiply_avx512, pack_avx512, 16};
+inline constexpr ProductCores kProductPortable = {multiply_portable, pack_portable, 4, 8};
+inline constexpr ProductCores kProductFma = {multiply_fma, pack_fma, 8, 16};
+inline constexpr ProductCores kProductAvx512 = {multiply_avx512, pack_avx512, 16, 64};
 
 }  // namespace marlo::kernel::matrix

@@ -6,6 +6,9 @@
 
 namespace marlo::kernel::matrix {
 
+static_assert(kProductFma.lanes == FusedVector::kLanes &&
+              kProductFma.panel == kPanelColumns<FusedVector>);
+
 void multiply_fma(const ProductTask& task) noexcept { multiply<FusedVector>(task); }
 
 void pack_fma(const ColumnSource& source, float* packed) noexcept {

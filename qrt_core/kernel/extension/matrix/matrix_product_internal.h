@@ -240,7 +240,7 @@ void multiply_panel(const ProductTask& task, const Block& block) noexcept {
   tile.a_row = block.is_packed ? kPackedRow : task.a_row;
   tile.c_row = task.c_row;
   // Tiles share out what comes next: with few of them it would come too late.
-  const bool is_last = block.column + kPanel >= task.columns;
+  const bool is_last = block.column + kPanel >= task.columns && !task.goes_on;
   tile.next = reinterpret_cast<const char*>(tile.b + kPanel * task.depth);
   tile.next_bytes = kSteps * kPanel * sizeof(float) / parts_of(block.rows, kRows);
   tile.next_lines = is_last ? 0 : parts_of(tile.next_bytes, kLine);

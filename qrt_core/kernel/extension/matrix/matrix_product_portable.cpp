@@ -2,6 +2,9 @@
 
 namespace marlo::kernel::matrix {
 
+static_assert(kProductPortable.lanes == SseVector::kLanes &&
+              kProductPortable.panel == kPanelColumns<SseVector>);
+
 void multiply_portable(const ProductTask& task) noexcept { multiply<SseVector>(task); }
 
 void pack_portable(const ColumnSource& source, float* packed) noexcept {
