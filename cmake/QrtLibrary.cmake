@@ -84,6 +84,14 @@ function(qrt_add_objects name sources)
   if(name MATCHES "fma|avx")
     target_compile_options(qrt_objects_${name} PRIVATE $<$<CONFIG:Debug>:-O1> $<$<CONFIG:Debug>:-fno-inline>)
   endif()
+  # The same for checks, with less code: tiles of few pixels. Tests of optimised builds run the others.
+  if(name MATCHES "fma|avx512")
+    if(QRT_SANITIZE)
+      target_compile_definitions(qrt_objects_${name} PRIVATE QRT_SMALL_TILES)
+    else()
+      target_compile_definitions(qrt_objects_${name} PRIVATE $<$<CONFIG:Debug>:QRT_SMALL_TILES>)
+    endif()
+  endif()
   # Such code has thousands of accesses and locals in a function: checks are called instead of written out, and locals
   # are watched while a function runs only, which takes a quarter to nearly half off.
   if(QRT_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND name MATCHES "fma|avx512")

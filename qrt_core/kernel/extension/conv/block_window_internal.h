@@ -114,7 +114,11 @@ class WindowChannels {
   static constexpr size_t kWidth = kVectors * Vector::kLanes;
   static constexpr size_t kTap = kBlock * kWidth;  // weights of one place of the window
   // Sums that registers hold beside the weights of one input channel and the input itself.
+#ifdef QRT_SMALL_TILES
+  static constexpr size_t kSums = 8;
+#else
   static constexpr size_t kSums = Vector::kLanes == 16 ? 28 : 12;
+#endif
   static constexpr size_t kMostPixels = kSums / kVectors < 14 ? kSums / kVectors : 14;
 
  public:

@@ -26,7 +26,11 @@ struct Panel {
 template <>
 struct Panel<Avx512Vector> {
   static constexpr size_t kVectors = 4;
+#ifdef QRT_SMALL_TILES
+  static constexpr size_t kSums = 12;
+#else
   static constexpr size_t kSums = 24;
+#endif
 };
 #endif
 
