@@ -120,16 +120,27 @@ std::shared_ptr<TensorCPU> pack_filters_6x6(std::shared_ptr<TensorCPU> weight,
 
 namespace conv {
 
-void run_winograd(const ConvTask& task, DeviceCPU& device, size_t size, size_t panel,
-                  WinogradCore core) {
+void run_winograd(const ConvTask& task, DeviceCPU& device, size_t size,
+                  const matrix::ProductCores& cores, WinogradCore core) {
   // The transformed inputs stay in L2.
   constexpr size_t kMostTiles = 28;
+  // Rows, and elements, that are a multiple of 4 KiB apart would share a set of the first cache.
+  constexpr size_t kGap = 16;
+  constexpr size_t kSetsRepeat = 1024;
   const auto count = [size](size_t outputs) { return (outputs + size - 1) / size; };
-  const size_t tiles = std::min(kMostTiles, count(task.out_height) * count(task.out_width));
-  const size_t floats = winograd_scratch(size, tiles, size_t{task.in_blocks} * kBlock, panel);
-  const auto scratch =
-      device.CreateF32FlexiableMainMemory({static_cast<uint32_t>(floats)}, nullptr);
-  core(task, static_cast<float*>(scratch->RawPointer()), tiles);
+  const size_t channels = size_t{task.in_blocks} * kBlock;
+  WinogradScratch scratch;
+  scratch.tiles = std::min(kMostTiles, count(task.out_height) * count(task.out_width));
+  scratch.row = channels % kSetsRepeat == 0 ? channels + kGap : channels;
+  scratch.gap = kGap;
+  const size_t elements = (size + 2) * (size + 2);
+  const size_t inputs = elements * (scratch.tiles * scratch.row + kGap);
+  const size_t products = elements * (scratch.tiles * cores.panel + kGap);
+  const auto memory =
+      device.CreateF32FlexiableMainMemory({static_cast<uint32_t>(inputs + products)}, nullptr);
+  scratch.inputs = static_cast<float*>(memory->RawPointer());
+  scratch.products = scratch.inputs + inputs;
+  core(task, cores, scratch);
 }
 
 }  // namespace conv

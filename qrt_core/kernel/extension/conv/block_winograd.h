@@ -36,15 +36,15 @@ std::shared_ptr<runtime::TensorCPU> pack_filters_for(std::shared_ptr<runtime::Te
 namespace conv {
 
 /// Runs a core with scratch for the tiles that it has at a time.
-/// @param size of a tile of outputs @param panel of a product's columns
+/// @param size of a tile of outputs
 /// @throws whatever the device throws when it has no memory
-void run_winograd(const ConvTask& task, runtime::DeviceCPU& device, size_t size, size_t panel,
-                  WinogradCore core);
+void run_winograd(const ConvTask& task, runtime::DeviceCPU& device, size_t size,
+                  const matrix::ProductCores& cores, WinogradCore core);
 
 /// The same as the method of a row.
-template <size_t size, size_t panel, WinogradCore core>
+template <size_t size, const matrix::ProductCores& cores, WinogradCore core>
 void winograd_by(const ConvTask& task, runtime::DeviceCPU& device) {
-  run_winograd(task, device, size, panel, core);
+  run_winograd(task, device, size, cores, core);
 }
 
 }  // namespace conv
@@ -61,7 +61,7 @@ constexpr ConvolutionRow<PlaneGeometry> block_winograd(
 #define QRT_BLOCK_WINOGRAD_KERNELS_OF(KERNEL, ISA, on, cores, suffix, size)                         \
   QRT_WITH_EPILOGUES(KERNEL, Conv2d_K3x3_S1x1_D1x1_G1_##ISA##_C8HW8_FLOAT_Winograd##size,            \
                      on(block_winograd(pack_filters_for<pack_filters_##size##x##size, matrix::cores>, \
-                                       conv::winograd_by<size, matrix::cores.panel,                  \
+                                       conv::winograd_by<size, matrix::cores,                  \
                                                          conv::winograd_##size##x##size##_##suffix>)))
 #define QRT_BLOCK_WINOGRAD_KERNELS(KERNEL, ISA, on, cores, suffix)       \
   QRT_BLOCK_WINOGRAD_KERNELS_OF(KERNEL, ISA, on, cores, suffix, 4)       \

@@ -5,21 +5,15 @@
 #include "qrt_core/kernel/extension/conv/block_winograd_internal.h"
 
 namespace marlo::kernel::conv {
-namespace {
 
-template <typename F>
-void run(const ConvTask& task, float* scratch, size_t tiles) noexcept {
-  Winograd<F, Avx512Vector>(task, matrix::kProductAvx512, scratch, tiles).run();
+void winograd_4x4_avx512(const ConvTask& task, const matrix::ProductCores& cores,
+                         const WinogradScratch& scratch) noexcept {
+  Winograd<Filtering4, Avx512Vector>(task, cores, scratch).run();
 }
 
-}  // namespace
-
-void winograd_4x4_avx512(const ConvTask& task, float* scratch, size_t tiles) noexcept {
-  run<Filtering4>(task, scratch, tiles);
-}
-
-void winograd_6x6_avx512(const ConvTask& task, float* scratch, size_t tiles) noexcept {
-  run<Filtering6>(task, scratch, tiles);
+void winograd_6x6_avx512(const ConvTask& task, const matrix::ProductCores& cores,
+                         const WinogradScratch& scratch) noexcept {
+  Winograd<Filtering6, Avx512Vector>(task, cores, scratch).run();
 }
 
 }  // namespace marlo::kernel::conv

@@ -128,27 +128,22 @@ class Winograd {
   static constexpr size_t kWideBlocks = Wide::kLanes / kBlock;
 
  public:
-  /// @param scratch `winograd_scratch` floats for `most` tiles
-  Winograd(const ConvTask& task, const matrix::ProductCores& cores, float* scratch,
-           size_t most) noexcept
+  Winograd(const ConvTask& task, const matrix::ProductCores& cores,
+           const WinogradScratch& scratch) noexcept
       : task_(task),
         cores_(cores),
+        scratch_(scratch),
         across_((task.out_width + kOut - 1) / kOut),
         tiles_(across_ * ((task.out_height + kOut - 1) / kOut)),
-        most_(most),
-        row_(winograd_row(task.in_blocks * kBlock)),
-        inputs_(scratch),
-        products_(scratch + kElements * winograd_element(most, row_)),
         ending_(task.epilogue) {}
 
   void run() noexcept {
-    for_each_part(tiles_, most_, [&](size_t first, size_t count) {
+    for_each_part(tiles_, scratch_.tiles, [&](size_t first, size_t count) {
       if (count == 0) return;
       first_ = first;
       count_ = count;
-      for_each_vector(task_.in_blocks, [&](auto vector, size_t block) {
-        transform_all_inputs<typename decltype(vector)::Vector>(block);
-      });
+      for_each_line(task_.in_blocks,
+                    [&](size_t block, size_t blocks) { transform_all_inputs(block, blocks); });
       multiply_all();
     });
   }
@@ -161,9 +156,22 @@ class Winograd {
 
   static constexpr int64_t signed_of(size_t number) { return static_cast<int64_t>(number); }
 
+  /// Floats from one element of the tiles at hand to the next one.
+  size_t element_step(size_t row) const noexcept { return count_ * row + scratch_.gap; }
+
+  /// Calls `run(block, blocks)` for what lies in a line of the cache where tiles are rows: these are
+  /// written and read as a whole.
+  template <typename Run>
+  static void for_each_line(size_t blocks, Run run) noexcept {
+    constexpr size_t kLineBlocks = 2;
+    for (size_t block = 0; block < blocks; block += kLineBlocks) {
+      run(block, smaller_of(kLineBlocks, blocks - block));
+    }
+  }
+
   /// Calls `run(Of<Vector>(), block)` for vectors that together take all blocks.
   template <typename Run>
-  static void for_each_vector(size_t blocks, Run run) noexcept {
+  [[gnu::always_inline]] static void for_each_vector(size_t blocks, Run run) noexcept {
     size_t block = 0;
     for (; block + kWideBlocks <= blocks; block += kWideBlocks) run(Of<Wide>(), block);
     for (; block < blocks; ++block) run(Of<FusedVector>(), block);
@@ -174,35 +182,38 @@ class Winograd {
     const size_t channels = task_.out_blocks * kBlock;
     const float* weight = task_.weight;
     matrix::ProductTask product;
-    product.a_row = row_;
+    product.a_row = scratch_.row;
     product.rows = count_;
     product.depth = task_.in_blocks * kBlock;
     for (size_t channel = 0; channel < channels; channel += cores_.panel) {
       product.columns = smaller_of(cores_.panel, channels - channel);
       product.c_row = product.columns;
-      const size_t weights = matrix::packed_size(product.depth, product.columns, cores_.lanes);
-      const size_t step = winograd_element(count_, product.columns);
+      const size_t vectors = parts_of(product.columns, cores_.lanes);
+      const size_t weights = product.depth * vectors * cores_.lanes;
+      const size_t step = element_step(product.columns);
       for (size_t element = 0; element < kElements; ++element, weight += weights) {
-        product.a = inputs_ + element * winograd_element(count_, row_);
+        product.a = scratch_.inputs + element * element_step(scratch_.row);
         product.packed = weight;
-        product.c = products_ + element * step;
+        product.c = scratch_.products + element * step;
         product.goes_on = element + 1 < kElements || channel + product.columns < channels;
         cores_.multiply(product);
       }
-      for_each_vector(product.columns / kBlock, [&](auto vector, size_t block) {
-        transform_products<typename decltype(vector)::Vector>(
-            channel / kBlock + block, products_ + block * kBlock, product.columns, step);
+      for_each_line(product.columns / kBlock, [&](size_t block, size_t blocks) {
+        transform_products(channel / kBlock + block, blocks, scratch_.products + block * kBlock,
+                           product.columns, step);
       });
     }
   }
 
-  template <typename V>
-  void transform_all_inputs(size_t block) const noexcept {
+  void transform_all_inputs(size_t first_block, size_t blocks) const noexcept {
     const size_t plane = size_t{task_.in_height} * task_.in_width * kBlock;
-    const float* input = task_.input + block * plane;
-    float* target = inputs_ + block * kBlock;
-    for (size_t i = 0; i < count_; ++i) {
-      transform_tile<V>(input, plane, first_ + i, target + i * row_);
+    const float* input = task_.input + first_block * plane;
+    float* target = scratch_.inputs + first_block * kBlock;
+    for (size_t i = 0; i < count_; ++i, target += scratch_.row) {
+      for_each_vector(blocks, [&](auto vector, size_t block) {
+        transform_tile<typename decltype(vector)::Vector>(input + block * plane, plane, first_ + i,
+                                                          target + block * kBlock);
+      });
     }
   }
 
@@ -248,7 +259,7 @@ class Winograd {
       transform_inputs<F, V>(column, transformed);
       unrolled<kIn>(QRT_UNROLLED(y) { V::store(rows + (y * kIn + x) * kLanes, transformed[y]); });
     }
-    const size_t element = winograd_element(count_, row_);
+    const size_t element = element_step(scratch_.row);
     for (size_t y = 0; y < kIn; ++y) {
       typename V::Register row[kIn], transformed[kIn];
       unrolled<kIn>(QRT_UNROLLED(x) { row[x] = V::load(rows + (y * kIn + x) * kLanes); });
@@ -258,35 +269,42 @@ class Winograd {
     }
   }
 
-  // The products of a vector of output channels, `row` floats from tile to tile and `step` from element
-  // to element.
-  template <typename V>
-  void transform_products(size_t block, const float* products, size_t row,
+  // The products of output channels, `row` floats from tile to tile and `step` from element to element.
+  void transform_products(size_t first_block, size_t blocks, const float* products, size_t row,
                           size_t step) const noexcept {
-    constexpr size_t kBlocks = V::kLanes / kBlock;
-    const auto bias = task_.bias == nullptr ? V::zero() : V::load(task_.bias + block * kBlock);
-    const size_t height = task_.out_height;
+    const size_t plane = size_t{task_.out_height} * task_.out_width * kBlock;
+    float* output = task_.output + first_block * plane;
+    const float* bias = task_.bias == nullptr ? nullptr : task_.bias + first_block * kBlock;
+    for (size_t i = 0; i < count_; ++i, products += row) {
+      for_each_vector(blocks, [&](auto vector, size_t block) {
+        const size_t channel = block * kBlock;
+        finish_tile<typename decltype(vector)::Vector>(first_ + i, products + channel, step,
+                                                       bias == nullptr ? nullptr : bias + channel,
+                                                       output + block * plane, plane);
+      });
+    }
+  }
+
+  template <typename V>
+  void finish_tile(size_t tile, const float* products, size_t step, const float* bias,
+                   float* output, size_t plane) const noexcept {
+    const auto begin = bias == nullptr ? V::zero() : V::load(bias);
     const size_t width = task_.out_width;
-    const size_t plane = height * width * kBlock;
-    float* output = task_.output + block * plane;
-    for (size_t i = 0; i < count_; ++i) {
-      const size_t y = (first_ + i) / across_ * kOut;
-      const size_t x = (first_ + i) % across_ * kOut;
-      float* to = output + (y * width + x) * kBlock;
-      const size_t rows = smaller_of(kOut, height - y);
-      const size_t columns = smaller_of(kOut, width - x);
-      if (rows == kOut && columns == kOut) {
-        transform_product<V>(products + i * row, step, bias, to, width * kBlock, plane);
-        continue;
-      }
-      constexpr size_t kTile = kOut * kOut * kBlock;
-      alignas(64) float tile[kTile * kBlocks];
-      transform_product<V>(products + i * row, step, bias, tile, kOut * kBlock, kTile);
-      for (size_t line = 0; line < rows; ++line) {
-        for (size_t at = 0; at < columns * kBlock; at += kBlock) {
-          store_channels<V>(to + line * width * kBlock + at, plane,
-                            load_channels<V>(tile + line * kOut * kBlock + at, kTile));
-        }
+    const size_t y = tile / across_ * kOut;
+    const size_t x = tile % across_ * kOut;
+    float* to = output + (y * width + x) * kBlock;
+    const size_t rows = smaller_of(kOut, task_.out_height - y);
+    const size_t columns = smaller_of(kOut, width - x);
+    if (rows == kOut && columns == kOut) {
+      return transform_product<V>(products, step, begin, to, width * kBlock, plane);
+    }
+    constexpr size_t kTile = kOut * kOut * kBlock;
+    alignas(64) float outputs[kTile * V::kLanes / kBlock];
+    transform_product<V>(products, step, begin, outputs, kOut * kBlock, kTile);
+    for (size_t line = 0; line < rows; ++line) {
+      for (size_t at = 0; at < columns * kBlock; at += kBlock) {
+        store_channels<V>(to + line * width * kBlock + at, plane,
+                          load_channels<V>(outputs + line * kOut * kBlock + at, kTile));
       }
     }
   }
@@ -320,12 +338,9 @@ class Winograd {
 
   const ConvTask& task_;
   const matrix::ProductCores& cores_;
+  const WinogradScratch& scratch_;
   size_t across_;
   size_t tiles_;
-  size_t most_;
-  size_t row_;  // floats from one tile's transformed inputs to the next one's
-  float* inputs_;
-  float* products_;
   Ending ending_;
   size_t first_ = 0;
   size_t count_ = 0;
