@@ -102,7 +102,8 @@ TEST_P(Acceptance, IsReachedByDoingWhatTheReasonsSay) {
   const ConvRow& row = GetParam();
   Random random(11);
   size_t refused = 0;
-  for (int trial = 0; trial < 2000; ++trial) {
+  constexpr size_t kTrials = 300;
+  for (size_t trial = 0; trial < kTrials; ++trial) {
     const Conv2dParams layer = random_layer(random, row.is_line);
     const std::vector<Misfit> found = kernel::misfits(row.accepted, layer, row.is_line);
     EXPECT_EQ(found.empty(), kernel::fits(row.accepted, layer));
@@ -124,7 +125,7 @@ TEST_P(Acceptance, IsReachedByDoingWhatTheReasonsSay) {
   }
   // The convolutions over columns take anything.
   if (row.accepts.find("any filter") == std::string::npos) {
-    EXPECT_GT(refused, 1000u);
+    EXPECT_GT(refused, kTrials / 2);
   }
 }
 
