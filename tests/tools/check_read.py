@@ -14,6 +14,8 @@ import tempfile
 SETS = ("portable", "sse", "avx", "fma", "avx2", "avx512")
 EVERYWHERE = ("libertine.png", "open-sans.png")  # read on each set
 USAGE, INPUT, MODEL = 2, 3, 4
+# Emulators and sanitizers, where each run takes seconds.
+SLOW = "QRT_TEST_LAUNCHER" in os.environ or "ASAN_OPTIONS" in os.environ
 
 
 class Checks:
@@ -46,9 +48,8 @@ class Checks:
 
 def check_samples(checks):
     readings = checks.readings()
-    emulated = "QRT_TEST_LAUNCHER" in os.environ  # where each run takes seconds
     for name, text in readings.items():
-        if emulated and name not in EVERYWHERE:
+        if SLOW and name not in EVERYWHERE:
             continue
         checks.expect(name, checks.run(checks.sample(name)).stdout, text + "\n")
     for isa in SETS:
@@ -82,7 +83,7 @@ def picture_in(folder, name, content):
 
 def check_memory(checks, folder):
     """A line of 20,000 columns takes little more memory than a short one."""
-    if "QRT_TEST_LAUNCHER" in os.environ or "ASAN_OPTIONS" in os.environ:
+    if SLOW:
         return  # emulators and sanitizers have memory of their own
 
     def most_memory(width):

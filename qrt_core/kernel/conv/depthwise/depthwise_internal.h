@@ -78,6 +78,11 @@ class DepthwiseTiles {
   static constexpr size_t kTaps = kSize * kSize;
   static constexpr size_t kStep = kStride * Pixels::kPixels;  // columns between vectors
   static constexpr size_t kMargin = kSize / 2;  // columns of a margin that tiles reach into
+#ifdef QRT_SMALL_TILES
+  static constexpr size_t kTile = kMost < 4 ? kMost : 4;
+#else
+  static constexpr size_t kTile = kMost;
+#endif
 
  public:
   DepthwiseTiles(const ConvTask& task, const float* zeros, const DepthwiseArea& area) noexcept
@@ -97,7 +102,7 @@ class DepthwiseTiles {
     inner_end_ = smaller_of(vectors_, before / Pixels::kPixels);
     if (inner_end_ < inner_begin_) inner_end_ = inner_begin_;
     const size_t inside = inner_end_ - inner_begin_;
-    const size_t tiles = parts_of(inside, kMost);
+    const size_t tiles = parts_of(inside, kTile);
     if (tiles == 0) return;
     tile_ = inside / tiles;
     larger_end_ = inner_begin_ + inside % tiles * (tile_ + 1);
@@ -150,7 +155,7 @@ class DepthwiseTiles {
     for (; i < inner_begin_; ++i) run_at_edge(source, i, output + i * kOutStep);
     while (i < inner_end_) {
       const size_t vectors = i < larger_end_ ? tile_ + 1 : tile_;
-      with_static<kMost>(
+      with_static<kTile>(
           vectors, [&](auto kCount) { run_tile<kCount.value>(source, i, output + i * kOutStep); });
       i += vectors;
     }
