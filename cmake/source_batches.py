@@ -35,6 +35,7 @@ def names_in(path, text):
             if found and found[1] not in KEYWORDS:
                 own[found[1]] = path
                 shared.pop(found[1], None)
+    own.update((name, path) for name in re.findall(r"^ *# *define (\w+)", text, re.MULTILINE))
     code = re.sub(r'//[^\n]*|"(?:\\.|[^"\\\n])*"', "", text)
     # Not those that belong to something: x.name, x->name, space::name.
     return own, set(shared), set(re.findall(r"(?<![\w.])(?<!->)(?<!::)\w+", code))
@@ -60,7 +61,7 @@ def batches_of(sources):
             text = file.read()
         names = names_in(path, text)
         lines = text.count("\n")
-        if re.search(r"^ *# *define\b", text, re.MULTILINE):
+        if re.search(r"^ *# *define\b.*^ *# *include\b", text, re.MULTILINE | re.DOTALL):
             kind = (kind, path)  # What a macro changes are the headers behind it.
         for batch in batches:
             if (batch["kind"] == kind and len(batch["paths"]) < MOST_SOURCES and batch["lines"] + lines <= MOST_LINES

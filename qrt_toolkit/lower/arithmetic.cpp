@@ -368,33 +368,6 @@ void lower_batch_normalization(Lowering& lowering) {
   lowering.result(lowering.affine(lowering.input(0), scale, shift));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"Abs", lower_absolute},
-    {"Add", lower_symmetric<0>},
-    {"BatchNormalization", lower_batch_normalization, "constant statistics"},
-    {"Clip", lower_clip, "constant bounds"},
-    {"Div", lower_div},
-    {"HardSigmoid", lower_hard_sigmoid},
-    {"HardSwish", lower_activation<kHSwish>},
-    {"LeakyRelu", lower_leaky_relu},
-    {"Max", lower_symmetric<4>},
-    {"Mean", lower_mean},
-    {"Min", lower_symmetric<5>},
-    {"Mul", lower_symmetric<2>},
-    {"Neg", lower_negative},
-    {"PRelu", lower_prelu},
-    {"Pow", lower_pow},
-    {"Reciprocal", lower_reciprocal},
-    {"Relu", lower_activation<kReLU>},
-    {"Sigmoid", lower_activation<kSigmoid>},
-    {"Softsign", lower_softsign},
-    {"Sub", lower_sub},
-    {"Sum", lower_symmetric<0>},
-    {"Swish", lower_swish},
-    {"Tanh", lower_activation<kTanH>},
-    {"Where", lower_where},
-};
-
 }  // namespace
 
 size_t Lowering::constants_like(size_t layer, const Numbers& numbers) {
@@ -453,6 +426,34 @@ SharedNumbers Lowering::aligned_constant(size_t place) const {
   return std::make_shared<const Numbers>(std::move(aligned));
 }
 
-std::span<const LoweringRow> arithmetic_lowerings() { return kRows; }
+std::span<const LoweringRow> arithmetic_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"Abs", lower_absolute},
+      {"Add", lower_symmetric<0>},
+      {"BatchNormalization", lower_batch_normalization, "constant statistics"},
+      {"Clip", lower_clip, "constant bounds"},
+      {"Div", lower_div},
+      {"HardSigmoid", lower_hard_sigmoid},
+      {"HardSwish", lower_activation<kHSwish>},
+      {"LeakyRelu", lower_leaky_relu},
+      {"Max", lower_symmetric<4>},
+      {"Mean", lower_mean},
+      {"Min", lower_symmetric<5>},
+      {"Mul", lower_symmetric<2>},
+      {"Neg", lower_negative},
+      {"PRelu", lower_prelu},
+      {"Pow", lower_pow},
+      {"Reciprocal", lower_reciprocal},
+      {"Relu", lower_activation<kReLU>},
+      {"Sigmoid", lower_activation<kSigmoid>},
+      {"Softsign", lower_softsign},
+      {"Sub", lower_sub},
+      {"Sum", lower_symmetric<0>},
+      {"Swish", lower_swish},
+      {"Tanh", lower_activation<kTanH>},
+      {"Where", lower_where},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

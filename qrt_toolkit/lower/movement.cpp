@@ -435,30 +435,31 @@ void refuse_trilu(Lowering&) {
                   "set it, or fold it into the model"};
 }
 
-constexpr LoweringRow kRows[] = {
-    {"Concat", lower_concat},
-    {"DepthToSpace", lower_blocks<true>},
-    {"Einsum", refuse_einsum, "without diagonals"},
-    {"Expand", lower_expand, "a constant shape"},
-    {"Flatten", lower_reshape},
-    {"Gather", lower_gather,
-     "constant elements, rows of a constant from 0 on, or elements of up to 65536"},
-    {"OneHot", refuse_one_hot, "a constant depth, constant values"},
-    {"Pad", lower_pad, "constant sizes"},
-    {"Reshape", lower_reshape},
-    {"Slice", lower_slice, "constant parts"},
-    {"SpaceToDepth", lower_blocks<false>},
-    {"Split", lower_split, "constant sizes"},
-    {"Squeeze", lower_reshape},
-    {"Tile", lower_tile, "constant numbers"},
-    {"TopK", refuse_top_k, "up to the first 64 of all"},
-    {"Transpose", lower_transpose},
-    {"Trilu", refuse_trilu, "a constant distance"},
-    {"Unsqueeze", lower_reshape},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> movement_lowerings() { return kRows; }
+std::span<const LoweringRow> movement_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"Concat", lower_concat},
+      {"DepthToSpace", lower_blocks<true>},
+      {"Einsum", refuse_einsum, "without diagonals"},
+      {"Expand", lower_expand, "a constant shape"},
+      {"Flatten", lower_reshape},
+      {"Gather", lower_gather,
+       "constant elements, rows of a constant from 0 on, or elements of up to 65536"},
+      {"OneHot", refuse_one_hot, "a constant depth, constant values"},
+      {"Pad", lower_pad, "constant sizes"},
+      {"Reshape", lower_reshape},
+      {"Slice", lower_slice, "constant parts"},
+      {"SpaceToDepth", lower_blocks<false>},
+      {"Split", lower_split, "constant sizes"},
+      {"Squeeze", lower_reshape},
+      {"Tile", lower_tile, "constant numbers"},
+      {"TopK", refuse_top_k, "up to the first 64 of all"},
+      {"Transpose", lower_transpose},
+      {"Trilu", refuse_trilu, "a constant distance"},
+      {"Unsqueeze", lower_reshape},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

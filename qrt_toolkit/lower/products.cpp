@@ -221,13 +221,14 @@ void lower_matmul(Lowering& lowering) {
                       : times_own_matrix(lowering, rows, weight, lowering.output_sizes()));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"Gemm", lower_gemm},
-    {"MatMul", lower_matmul},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> product_lowerings() { return kRows; }
+std::span<const LoweringRow> product_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"Gemm", lower_gemm},
+      {"MatMul", lower_matmul},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -385,15 +385,16 @@ void lower_recurrent(Lowering& lowering) {
   lowering.state_note();
 }
 
-constexpr LoweringRow kRows[] = {
-    {"GRU", lower_recurrent<runtime::GRUInfo, runtime::GRUStatesInfo>,
-     "without linear_before_reset up to 128 steps"},
-    {"LSTM", lower_recurrent<runtime::LSTMInfo, runtime::LSTMStatesInfo>, "no peepholes"},
-    {"RNN", lower_recurrent<runtime::RNNInfo, runtime::RNNStatesInfo>, "Tanh and Relu"},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> recurrent_lowerings() { return kRows; }
+std::span<const LoweringRow> recurrent_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"GRU", lower_recurrent<runtime::GRUInfo, runtime::GRUStatesInfo>,
+       "without linear_before_reset up to 128 steps"},
+      {"LSTM", lower_recurrent<runtime::LSTMInfo, runtime::LSTMStatesInfo>, "no peepholes"},
+      {"RNN", lower_recurrent<runtime::RNNInfo, runtime::RNNStatesInfo>, "Tanh and Relu"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

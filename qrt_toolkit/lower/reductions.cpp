@@ -158,20 +158,6 @@ void lower_min(Lowering& lowering) {
   lowering.result(lowering.negative(largest(lowering, mirrored)));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"CumSum", lower_cumulative_sum, "a constant axis"},
-    {"ReduceL1", lower_l1, "constant axes"},
-    {"ReduceL2", lower_function<runtime::AxisReduction::L2>, "constant axes"},
-    {"ReduceLogSum", lower_function<runtime::AxisReduction::LogSum>, "constant axes"},
-    {"ReduceLogSumExp", lower_function<runtime::AxisReduction::LogSumExp>, "constant axes"},
-    {"ReduceMax", lower_max, "constant axes"},
-    {"ReduceMean", lower_sum<Sum::mean>, "constant axes"},
-    {"ReduceMin", lower_min, "constant axes"},
-    {"ReduceProd", lower_product, "constant axes"},
-    {"ReduceSum", lower_sum<Sum::plain>, "constant axes"},
-    {"ReduceSumSquare", lower_sum_of_squares, "constant axes"},
-};
-
 }  // namespace
 
 size_t Lowering::reduced(runtime::AxisReduction function, size_t layer,
@@ -182,6 +168,21 @@ size_t Lowering::reduced(runtime::AxisReduction function, size_t layer,
   return plan_.add(std::move(info), "AxisReduction_Fallback_Float_M1", {layer});
 }
 
-std::span<const LoweringRow> reduction_lowerings() { return kRows; }
+std::span<const LoweringRow> reduction_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"CumSum", lower_cumulative_sum, "a constant axis"},
+      {"ReduceL1", lower_l1, "constant axes"},
+      {"ReduceL2", lower_function<runtime::AxisReduction::L2>, "constant axes"},
+      {"ReduceLogSum", lower_function<runtime::AxisReduction::LogSum>, "constant axes"},
+      {"ReduceLogSumExp", lower_function<runtime::AxisReduction::LogSumExp>, "constant axes"},
+      {"ReduceMax", lower_max, "constant axes"},
+      {"ReduceMean", lower_sum<Sum::mean>, "constant axes"},
+      {"ReduceMin", lower_min, "constant axes"},
+      {"ReduceProd", lower_product, "constant axes"},
+      {"ReduceSum", lower_sum<Sum::plain>, "constant axes"},
+      {"ReduceSumSquare", lower_sum_of_squares, "constant axes"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

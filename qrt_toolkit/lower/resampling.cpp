@@ -163,13 +163,14 @@ void lower_grid_sample(Lowering& lowering) {
                                       {lowering.planes(0), lowering.planes(1)}));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"GridSample", lower_grid_sample, "linear; zeros and border"},
-    {"Resize", lower_resize, "constant sizes and scales, no antialiasing"},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> resampling_lowerings() { return kRows; }
+std::span<const LoweringRow> resampling_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"GridSample", lower_grid_sample, "linear; zeros and border"},
+      {"Resize", lower_resize, "constant sizes and scales, no antialiasing"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -167,15 +167,16 @@ void lower_gather_nd(Lowering& lowering) {
 constexpr const char* kKnownPlaces = "constant elements";
 constexpr const char* kKnownUpdates = "constant elements, which are replaced, or added to in a box";
 
-constexpr LoweringRow kRows[] = {
-    {"GatherElements", lower_gather_elements, kKnownPlaces},
-    {"GatherND", lower_gather_nd, kKnownPlaces},
-    {"ScatterElements", lower_scatter_elements, kKnownUpdates},
-    {"ScatterND", lower_scatter_nd, kKnownUpdates},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> scatter_lowerings() { return kRows; }
+std::span<const LoweringRow> scatter_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"GatherElements", lower_gather_elements, kKnownPlaces},
+      {"GatherND", lower_gather_nd, kKnownPlaces},
+      {"ScatterElements", lower_scatter_elements, kKnownUpdates},
+      {"ScatterND", lower_scatter_nd, kKnownUpdates},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

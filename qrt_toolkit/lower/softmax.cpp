@@ -86,16 +86,17 @@ void lower_hardmax(Lowering& lowering) {
   }));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"ArgMax", lower_place<AxisReduction::Max>, "a line with NaN has no place"},
-    {"ArgMin", lower_place<AxisReduction::Min>, "a line with NaN has no place"},
-    {"Hardmax", lower_hardmax},
-    {"LogSoftmax", lower_log_softmax},
-    {"Softmax", lower_softmax},
-};
-
 }  // namespace
 
-std::span<const LoweringRow> softmax_lowerings() { return kRows; }
+std::span<const LoweringRow> softmax_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"ArgMax", lower_place<AxisReduction::Max>, "a line with NaN has no place"},
+      {"ArgMin", lower_place<AxisReduction::Min>, "a line with NaN has no place"},
+      {"Hardmax", lower_hardmax},
+      {"LogSoftmax", lower_log_softmax},
+      {"Softmax", lower_softmax},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -317,15 +317,6 @@ void lower_global_max(Lowering& lowering) {
   lowering.result(lowering.plan().add(info, "Pooling2D_Max_Fallback_Float_M1", {in}));
 }
 
-constexpr LoweringRow kRows[] = {
-    {"AveragePool", lower_average_pool, "windows of one and two axes without dilation"},
-    {"Conv", lower_conv, "windows of one and two axes, constant weights"},
-    {"ConvTranspose", lower_conv_transpose, "windows of one and two axes, constant weights"},
-    {"GlobalAveragePool", lower_global_average},
-    {"GlobalMaxPool", lower_global_max},
-    {"MaxPool", lower_max_pool, "windows of one and two axes, without places"},
-};
-
 }  // namespace
 
 size_t Lowering::averages_of_planes(size_t layer) {
@@ -334,6 +325,16 @@ size_t Lowering::averages_of_planes(size_t layer) {
   return plan_.add(std::move(info), "AdaptivePooling2D_Avg_Fallback_CHW_Float_M1", {layer});
 }
 
-std::span<const LoweringRow> window_lowerings() { return kRows; }
+std::span<const LoweringRow> window_lowerings() {
+  static constexpr LoweringRow kRows[] = {
+      {"AveragePool", lower_average_pool, "windows of one and two axes without dilation"},
+      {"Conv", lower_conv, "windows of one and two axes, constant weights"},
+      {"ConvTranspose", lower_conv_transpose, "windows of one and two axes, constant weights"},
+      {"GlobalAveragePool", lower_global_average},
+      {"GlobalMaxPool", lower_global_max},
+      {"MaxPool", lower_max_pool, "windows of one and two axes, without places"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

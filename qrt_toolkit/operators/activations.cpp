@@ -142,23 +142,24 @@ Results prelu(const Node& node, const Operands& inputs) {
   return {std::move(result)};
 }
 
-constexpr Operator kRows[] = {
-    {"Celu", 12, celu, infer_same},
-    {"Clip", 6, clip, infer_same},
-    {"Elu", 6, elu, infer_same},
-    {"Gelu", 20, gelu, infer_same},
-    {"HardSigmoid", 6, hard_sigmoid, infer_same},
-    {"IsInf", 10, is_inf, infer_answer},
-    {"LeakyRelu", 6, leaky_relu, infer_same},
-    {"PRelu", 6, prelu, infer_same},
-    {"Selu", 6, selu, infer_same},
-    {"Shrink", 9, shrink, infer_same},
-    {"Swish", 24, swish, infer_same},
-    {"ThresholdedRelu", 10, thresholded_relu, infer_same},
-};
-
 }  // namespace
 
-std::span<const Operator> activation_operators() { return kRows; }
+std::span<const Operator> activation_operators() {
+  static constexpr Operator kRows[] = {
+      {"Celu", 12, celu, infer_same},
+      {"Clip", 6, clip, infer_same},
+      {"Elu", 6, elu, infer_same},
+      {"Gelu", 20, gelu, infer_same},
+      {"HardSigmoid", 6, hard_sigmoid, infer_same},
+      {"IsInf", 10, is_inf, infer_answer},
+      {"LeakyRelu", 6, leaky_relu, infer_same},
+      {"PRelu", 6, prelu, infer_same},
+      {"Selu", 6, selu, infer_same},
+      {"Shrink", 9, shrink, infer_same},
+      {"Swish", 24, swish, infer_same},
+      {"ThresholdedRelu", 10, thresholded_relu, infer_same},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

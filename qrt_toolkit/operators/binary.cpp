@@ -94,7 +94,7 @@ struct Minus {
   int64_t operator()(const Node&, int64_t x, int64_t y) const { return wrapped(bits(x) - bits(y)); }
 };
 
-struct Times {
+struct Multiply {
   double operator()(const Node&, double x, double y) const { return x * y; }
   int64_t operator()(const Node&, int64_t x, int64_t y) const { return wrapped(bits(x) * bits(y)); }
 };
@@ -280,30 +280,31 @@ void infer_where(ShapeStep& step) {
   step.set(0, step.input(1).type, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"Add", 6, arithmetic<Plus>, infer_broadcast},
-    {"And", 7, compare<BothTrue>, infer_comparison},
-    {"Div", 6, arithmetic<Quotient>, infer_broadcast},
-    {"Equal", 7, compare<IsEqual>, infer_comparison},
-    {"Greater", 7, compare<IsGreater>, infer_comparison},
-    {"GreaterOrEqual", 12, compare<IsGreaterOrEqual>, infer_comparison},
-    {"Less", 7, compare<IsLess>, infer_comparison},
-    {"LessOrEqual", 12, compare<IsLessOrEqual>, infer_comparison},
-    {"Max", 6, fold<Larger>, infer_broadcast},
-    {"Mean", 6, mean, infer_broadcast},
-    {"Min", 6, fold<Smaller>, infer_broadcast},
-    {"Mod", 10, arithmetic<Remainder>, infer_broadcast},
-    {"Mul", 6, arithmetic<Times>, infer_broadcast},
-    {"Or", 7, compare<EitherTrue>, infer_comparison},
-    {"Pow", 6, power, infer_broadcast},
-    {"Sub", 6, arithmetic<Minus>, infer_broadcast},
-    {"Sum", 6, fold<Plus>, infer_broadcast},
-    {"Where", 9, where, infer_where},
-    {"Xor", 7, compare<OneTrue>, infer_comparison},
-};
-
 }  // namespace
 
-std::span<const Operator> binary_operators() { return kRows; }
+std::span<const Operator> binary_operators() {
+  static constexpr Operator kRows[] = {
+      {"Add", 6, arithmetic<Plus>, infer_broadcast},
+      {"And", 7, compare<BothTrue>, infer_comparison},
+      {"Div", 6, arithmetic<Quotient>, infer_broadcast},
+      {"Equal", 7, compare<IsEqual>, infer_comparison},
+      {"Greater", 7, compare<IsGreater>, infer_comparison},
+      {"GreaterOrEqual", 12, compare<IsGreaterOrEqual>, infer_comparison},
+      {"Less", 7, compare<IsLess>, infer_comparison},
+      {"LessOrEqual", 12, compare<IsLessOrEqual>, infer_comparison},
+      {"Max", 6, fold<Larger>, infer_broadcast},
+      {"Mean", 6, mean, infer_broadcast},
+      {"Min", 6, fold<Smaller>, infer_broadcast},
+      {"Mod", 10, arithmetic<Remainder>, infer_broadcast},
+      {"Mul", 6, arithmetic<Multiply>, infer_broadcast},
+      {"Or", 7, compare<EitherTrue>, infer_comparison},
+      {"Pow", 6, power, infer_broadcast},
+      {"Sub", 6, arithmetic<Minus>, infer_broadcast},
+      {"Sum", 6, fold<Plus>, infer_broadcast},
+      {"Where", 9, where, infer_where},
+      {"Xor", 7, compare<OneTrue>, infer_comparison},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -4,14 +4,13 @@
 // there, and their rows are empty.
 
 namespace marlo::toolkit {
-namespace {
+namespace {}  // namespace
 
-constexpr Operator kRows[] = {
-    {"If", 1, nullptr, nullptr, "results that are tensors"},
-};
-
-}  // namespace
-
-std::span<const Operator> control_operators() { return kRows; }
+std::span<const Operator> control_operators() {
+  static constexpr Operator kRows[] = {
+      {"If", 1, nullptr, nullptr, "results that are tensors"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

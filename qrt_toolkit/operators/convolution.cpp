@@ -279,13 +279,14 @@ void infer_conv_transpose(ShapeStep& step) {
   step.set(0, step.input(0).type, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"Conv", 1, conv, infer_conv, "windows of one to three axes"},
-    {"ConvTranspose", 1, conv_transpose, infer_conv_transpose, "windows of one to three axes"},
-};
-
 }  // namespace
 
-std::span<const Operator> convolution_operators() { return kRows; }
+std::span<const Operator> convolution_operators() {
+  static constexpr Operator kRows[] = {
+      {"Conv", 1, conv, infer_conv, "windows of one to three axes"},
+      {"ConvTranspose", 1, conv_transpose, infer_conv_transpose, "windows of one to three axes"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

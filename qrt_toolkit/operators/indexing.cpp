@@ -239,15 +239,6 @@ void infer_gather_elements(ShapeStep& step) {
   step.set(0, step.input(0).type, step.input(1).shape);
 }
 
-constexpr Operator kRows[] = {
-    {"Concat", 4, concat, infer_concat},
-    {"Gather", 1, gather, infer_gather},
-    {"GatherElements", 11, gather_elements, infer_gather_elements},
-    {"Pad", 2, pad, infer_pad},
-    {"Slice", 1, slice, infer_slice},
-    {"Split", 2, split, infer_split},
-};
-
 }  // namespace
 
 int64_t index_from_front(int64_t index, int64_t size) {
@@ -267,6 +258,16 @@ void check_gathered(const Extents& box, const Extents& shape, size_t axis) {
   }
 }
 
-std::span<const Operator> indexing_operators() { return kRows; }
+std::span<const Operator> indexing_operators() {
+  static constexpr Operator kRows[] = {
+      {"Concat", 4, concat, infer_concat},
+      {"Gather", 1, gather, infer_gather},
+      {"GatherElements", 11, gather_elements, infer_gather_elements},
+      {"Pad", 2, pad, infer_pad},
+      {"Slice", 1, slice, infer_slice},
+      {"Split", 2, split, infer_split},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

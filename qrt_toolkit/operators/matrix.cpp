@@ -199,13 +199,14 @@ void infer_gemm(ShapeStep& step) {
   step.set(0, step.input(0).type, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"Gemm", 6, gemm, infer_gemm, "floating-point matrices"},
-    {"MatMul", 1, matmul, infer_matmul, "floating-point matrices"},
-};
-
 }  // namespace
 
-std::span<const Operator> matrix_operators() { return kRows; }
+std::span<const Operator> matrix_operators() {
+  static constexpr Operator kRows[] = {
+      {"Gemm", 6, gemm, infer_gemm, "floating-point matrices"},
+      {"MatMul", 1, matmul, infer_matmul, "floating-point matrices"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -399,24 +399,25 @@ void infer_blocks(ShapeStep& step) {
   step.set(0, step.input(0).type, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"Cast", 6, cast, infer_cast, "to numbers and booleans"},
-    {"CastLike", 15, cast_like, infer_cast_like},
-    {"DepthToSpace", 1, depth_to_space, infer_blocks<true>},
-    {"Dropout", 1, dropout, infer_dropout, "no training mode"},
-    {"Expand", 8, expand, infer_expand},
-    {"Flatten", 1, flatten, infer_flatten},
-    {"Identity", 1, identity, infer_same, "tensors"},
-    {"Reshape", 5, reshape, infer_reshape},
-    {"SpaceToDepth", 1, space_to_depth, infer_blocks<false>},
-    {"Squeeze", 1, squeeze, infer_squeeze},
-    {"Tile", 6, tile, infer_tile},
-    {"Transpose", 1, transpose, infer_transpose},
-    {"Unsqueeze", 1, unsqueeze, infer_unsqueeze},
-};
-
 }  // namespace
 
-std::span<const Operator> movement_operators() { return kRows; }
+std::span<const Operator> movement_operators() {
+  static constexpr Operator kRows[] = {
+      {"Cast", 6, cast, infer_cast, "to numbers and booleans"},
+      {"CastLike", 15, cast_like, infer_cast_like},
+      {"DepthToSpace", 1, depth_to_space, infer_blocks<true>},
+      {"Dropout", 1, dropout, infer_dropout, "no training mode"},
+      {"Expand", 8, expand, infer_expand},
+      {"Flatten", 1, flatten, infer_flatten},
+      {"Identity", 1, identity, infer_same, "tensors"},
+      {"Reshape", 5, reshape, infer_reshape},
+      {"SpaceToDepth", 1, space_to_depth, infer_blocks<false>},
+      {"Squeeze", 1, squeeze, infer_squeeze},
+      {"Tile", 6, tile, infer_tile},
+      {"Transpose", 1, transpose, infer_transpose},
+      {"Unsqueeze", 1, unsqueeze, infer_unsqueeze},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

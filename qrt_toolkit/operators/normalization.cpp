@@ -201,16 +201,17 @@ Results local_response(const Node& node, const Operands& inputs) {
   return {std::move(result)};
 }
 
-constexpr Operator kRows[] = {
-    {"BatchNormalization", 6, batch_normalization, infer_batch_normalization, "no training mode"},
-    {"GroupNormalization", 18, group_normalization, infer_same},
-    {"InstanceNormalization", 6, instance_normalization, infer_same},
-    {"LRN", 1, local_response, infer_same},
-    {"LayerNormalization", 17, layer_normalization, infer_layer_normalization},
-};
-
 }  // namespace
 
-std::span<const Operator> normalization_operators() { return kRows; }
+std::span<const Operator> normalization_operators() {
+  static constexpr Operator kRows[] = {
+      {"BatchNormalization", 6, batch_normalization, infer_batch_normalization, "no training mode"},
+      {"GroupNormalization", 18, group_normalization, infer_same},
+      {"InstanceNormalization", 6, instance_normalization, infer_same},
+      {"LRN", 1, local_response, infer_same},
+      {"LayerNormalization", 17, layer_normalization, infer_layer_normalization},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -175,15 +175,16 @@ void infer_global(ShapeStep& step) {
   step.set(0, step.input(0).type, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"AveragePool", 1, average_pool, infer_pool, "windows of one to three axes"},
-    {"GlobalAveragePool", 1, global_average, infer_global},
-    {"GlobalMaxPool", 1, global_max, infer_global},
-    {"MaxPool", 1, max_pool, infer_pool, "windows of one to three axes"},
-};
-
 }  // namespace
 
-std::span<const Operator> pooling_operators() { return kRows; }
+std::span<const Operator> pooling_operators() {
+  static constexpr Operator kRows[] = {
+      {"AveragePool", 1, average_pool, infer_pool, "windows of one to three axes"},
+      {"GlobalAveragePool", 1, global_average, infer_global},
+      {"GlobalMaxPool", 1, global_max, infer_global},
+      {"MaxPool", 1, max_pool, infer_pool, "windows of one to three axes"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -128,14 +128,15 @@ void infer_quantize(ShapeStep& step) {
   step.set(0, quantized_type(step.node, zero_point), step.input(0).shape);
 }
 
-constexpr Operator kRows[] = {
-    {"DequantizeLinear", 10, dequantize, infer_dequantize,
-     "weights: all that it reads is constant"},
-    {"QuantizeLinear", 10, quantize, infer_quantize, "weights: all that it reads is constant"},
-};
-
 }  // namespace
 
-std::span<const Operator> quantization_operators() { return kRows; }
+std::span<const Operator> quantization_operators() {
+  static constexpr Operator kRows[] = {
+      {"DequantizeLinear", 10, dequantize, infer_dequantize,
+       "weights: all that it reads is constant"},
+      {"QuantizeLinear", 10, quantize, infer_quantize, "weights: all that it reads is constant"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

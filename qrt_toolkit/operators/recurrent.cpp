@@ -283,14 +283,15 @@ void infer_recurrent(ShapeStep& step) {
   step.set(2, step.input(0).type, state);
 }
 
-constexpr Operator kRows[] = {
-    {"GRU", 7, recurrent<kGru>, infer_recurrent},
-    {"LSTM", 7, recurrent<kLstm>, infer_recurrent},
-    {"RNN", 7, recurrent<kRnn>, infer_recurrent},
-};
-
 }  // namespace
 
-std::span<const Operator> recurrent_operators() { return kRows; }
+std::span<const Operator> recurrent_operators() {
+  static constexpr Operator kRows[] = {
+      {"GRU", 7, recurrent<kGru>, infer_recurrent},
+      {"LSTM", 7, recurrent<kLstm>, infer_recurrent},
+      {"RNN", 7, recurrent<kRnn>, infer_recurrent},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

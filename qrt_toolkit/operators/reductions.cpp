@@ -291,24 +291,25 @@ Results cumulative_sum(const Node& node, const Operands& inputs) {
   return {std::move(result)};
 }
 
-constexpr Operator kRows[] = {
-    {"ArgMax", 1, arg<true>, infer_arg},
-    {"ArgMin", 1, arg<false>, infer_arg},
-    {"CumSum", 11, cumulative_sum, infer_same},
-    {"ReduceL1", 1, sum_by<Magnitudes>, infer_reduction},
-    {"ReduceL2", 1, sum_by<Length>, infer_reduction},
-    {"ReduceLogSum", 1, sum_by<LogOfSum>, infer_reduction},
-    {"ReduceLogSumExp", 1, log_sum_exp, infer_reduction},
-    {"ReduceMax", 1, fold_by<LargestOf>, infer_reduction},
-    {"ReduceMean", 1, sum_by<Averaged>, infer_reduction},
-    {"ReduceMin", 1, fold_by<SmallestOf>, infer_reduction},
-    {"ReduceProd", 1, fold_by<ProductOf>, infer_reduction},
-    {"ReduceSum", 1, sum_by<Plain>, infer_reduction},
-    {"ReduceSumSquare", 1, sum_by<Squares>, infer_reduction},
-};
-
 }  // namespace
 
-std::span<const Operator> reduction_operators() { return kRows; }
+std::span<const Operator> reduction_operators() {
+  static constexpr Operator kRows[] = {
+      {"ArgMax", 1, arg<true>, infer_arg},
+      {"ArgMin", 1, arg<false>, infer_arg},
+      {"CumSum", 11, cumulative_sum, infer_same},
+      {"ReduceL1", 1, sum_by<Magnitudes>, infer_reduction},
+      {"ReduceL2", 1, sum_by<Length>, infer_reduction},
+      {"ReduceLogSum", 1, sum_by<LogOfSum>, infer_reduction},
+      {"ReduceLogSumExp", 1, log_sum_exp, infer_reduction},
+      {"ReduceMax", 1, fold_by<LargestOf>, infer_reduction},
+      {"ReduceMean", 1, sum_by<Averaged>, infer_reduction},
+      {"ReduceMin", 1, fold_by<SmallestOf>, infer_reduction},
+      {"ReduceProd", 1, fold_by<ProductOf>, infer_reduction},
+      {"ReduceSum", 1, sum_by<Plain>, infer_reduction},
+      {"ReduceSumSquare", 1, sum_by<Squares>, infer_reduction},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -271,15 +271,14 @@ Resampling resampling_of(const Node& node, const ResampledAxis& axis) {
   return map;
 }
 
-namespace {
+namespace {}  // namespace
 
-constexpr Operator kRows[] = {
-    {"GridSample", 16, grid_sample, infer_grid_sample, "pictures: inputs of four axes"},
-    {"Resize", 7, resize, infer_resize, "no antialiasing"},
-};
-
-}  // namespace
-
-std::span<const Operator> resampling_operators() { return kRows; }
+std::span<const Operator> resampling_operators() {
+  static constexpr Operator kRows[] = {
+      {"GridSample", 16, grid_sample, infer_grid_sample, "pictures: inputs of four axes"},
+      {"Resize", 7, resize, infer_resize, "no antialiasing"},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -351,19 +351,20 @@ void infer_top_k(ShapeStep& step) {
   step.set(1, ElementType::int64, shape);
 }
 
-constexpr Operator kRows[] = {
-    {"EyeLike", 9, eye_like, infer_eye_like},
-    {"GatherND", 11, gather_nd, infer_gather_nd},
-    {"NonZero", 9, non_zero, infer_non_zero},
-    {"OneHot", 9, one_hot, infer_one_hot},
-    {"ScatterElements", 11, scatter_elements, infer_same},
-    {"ScatterND", 11, scatter_nd, infer_same},
-    {"TopK", 10, top_k, infer_top_k},
-    {"Trilu", 14, trilu, infer_same},
-};
-
 }  // namespace
 
-std::span<const Operator> selection_operators() { return kRows; }
+std::span<const Operator> selection_operators() {
+  static constexpr Operator kRows[] = {
+      {"EyeLike", 9, eye_like, infer_eye_like},
+      {"GatherND", 11, gather_nd, infer_gather_nd},
+      {"NonZero", 9, non_zero, infer_non_zero},
+      {"OneHot", 9, one_hot, infer_one_hot},
+      {"ScatterElements", 11, scatter_elements, infer_same},
+      {"ScatterND", 11, scatter_nd, infer_same},
+      {"TopK", 10, top_k, infer_top_k},
+      {"Trilu", 14, trilu, infer_same},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -138,15 +138,16 @@ void infer_range(ShapeStep& step) {
   step.set(0, step.input(0).type, result);
 }
 
-constexpr Operator kRows[] = {
-    {"ConstantOfShape", 9, constant_of_shape, infer_constant_of_shape},
-    {"Range", 11, range, infer_range},
-    {"Shape", 1, shape, infer_shape},
-    {"Size", 1, size, infer_size},
-};
-
 }  // namespace
 
-std::span<const Operator> shape_operators() { return kRows; }
+std::span<const Operator> shape_operators() {
+  static constexpr Operator kRows[] = {
+      {"ConstantOfShape", 9, constant_of_shape, infer_constant_of_shape},
+      {"Range", 11, range, infer_range},
+      {"Shape", 1, shape, infer_shape},
+      {"Size", 1, size, infer_size},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

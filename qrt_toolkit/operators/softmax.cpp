@@ -92,14 +92,15 @@ Results hardmax(const Node& node, const Operands& inputs) {
   });
 }
 
-constexpr Operator kRows[] = {
-    {"Hardmax", 1, hardmax, infer_same},
-    {"LogSoftmax", 1, log_softmax, infer_same},
-    {"Softmax", 1, softmax, infer_same},
-};
-
 }  // namespace
 
-std::span<const Operator> softmax_operators() { return kRows; }
+std::span<const Operator> softmax_operators() {
+  static constexpr Operator kRows[] = {
+      {"Hardmax", 1, hardmax, infer_same},
+      {"LogSoftmax", 1, log_softmax, infer_same},
+      {"Softmax", 1, softmax, infer_same},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

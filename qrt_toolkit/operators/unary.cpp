@@ -105,42 +105,43 @@ double asinh_of(double x) { return std::asinh(x); }
 double acosh_of(double x) { return std::acosh(x); }
 double atanh_of(double x) { return std::atanh(x); }
 
-constexpr Operator kRows[] = {
-    {"Abs", 6, of_numbers<Absolute>, infer_same},
-    {"Acos", 7, of_reals<acos_of>, infer_same},
-    {"Acosh", 9, of_reals<acosh_of>, infer_same},
-    {"Asin", 7, of_reals<asin_of>, infer_same},
-    {"Asinh", 9, of_reals<asinh_of>, infer_same},
-    {"Atan", 7, of_reals<atan_of>, infer_same},
-    {"Atanh", 9, of_reals<atanh_of>, infer_same},
-    {"Ceil", 6, of_reals<ceil_of>, infer_same},
-    {"Cos", 7, of_reals<cos_of>, infer_same},
-    {"Cosh", 9, of_reals<cosh_of>, infer_same},
-    {"Erf", 9, of_reals<erf_of>, infer_same},
-    {"Exp", 6, of_reals<exp_of>, infer_same},
-    {"Floor", 6, of_reals<floor_of>, infer_same},
-    {"HardSwish", 14, of_reals<hard_swish>, infer_same},
-    {"IsNaN", 9, answers<is_nan>, infer_answer},
-    {"Log", 6, of_reals<log_of>, infer_same},
-    {"Mish", 18, of_reals<mish>, infer_same},
-    {"Neg", 6, of_numbers<Negative>, infer_same},
-    {"Not", 1, of_numbers<LogicalNot>, infer_same},
-    {"Reciprocal", 6, of_reals<reciprocal>, infer_same},
-    {"Relu", 6, of_numbers<Rectified>, infer_same},
-    {"Round", 11, of_reals<to_even>, infer_same},
-    {"Sigmoid", 6, of_reals<sigmoid>, infer_same},
-    {"Sign", 9, of_numbers<SignOf>, infer_same},
-    {"Sin", 7, of_reals<sin_of>, infer_same},
-    {"Sinh", 9, of_reals<sinh_of>, infer_same},
-    {"Softplus", 1, of_reals<softplus>, infer_same},
-    {"Softsign", 1, of_reals<softsign>, infer_same},
-    {"Sqrt", 6, of_reals<sqrt_of>, infer_same},
-    {"Tan", 7, of_reals<tan_of>, infer_same},
-    {"Tanh", 6, of_reals<tanh_of>, infer_same},
-};
-
 }  // namespace
 
-std::span<const Operator> unary_operators() { return kRows; }
+std::span<const Operator> unary_operators() {
+  static constexpr Operator kRows[] = {
+      {"Abs", 6, of_numbers<Absolute>, infer_same},
+      {"Acos", 7, of_reals<acos_of>, infer_same},
+      {"Acosh", 9, of_reals<acosh_of>, infer_same},
+      {"Asin", 7, of_reals<asin_of>, infer_same},
+      {"Asinh", 9, of_reals<asinh_of>, infer_same},
+      {"Atan", 7, of_reals<atan_of>, infer_same},
+      {"Atanh", 9, of_reals<atanh_of>, infer_same},
+      {"Ceil", 6, of_reals<ceil_of>, infer_same},
+      {"Cos", 7, of_reals<cos_of>, infer_same},
+      {"Cosh", 9, of_reals<cosh_of>, infer_same},
+      {"Erf", 9, of_reals<erf_of>, infer_same},
+      {"Exp", 6, of_reals<exp_of>, infer_same},
+      {"Floor", 6, of_reals<floor_of>, infer_same},
+      {"HardSwish", 14, of_reals<hard_swish>, infer_same},
+      {"IsNaN", 9, answers<is_nan>, infer_answer},
+      {"Log", 6, of_reals<log_of>, infer_same},
+      {"Mish", 18, of_reals<mish>, infer_same},
+      {"Neg", 6, of_numbers<Negative>, infer_same},
+      {"Not", 1, of_numbers<LogicalNot>, infer_same},
+      {"Reciprocal", 6, of_reals<reciprocal>, infer_same},
+      {"Relu", 6, of_numbers<Rectified>, infer_same},
+      {"Round", 11, of_reals<to_even>, infer_same},
+      {"Sigmoid", 6, of_reals<sigmoid>, infer_same},
+      {"Sign", 9, of_numbers<SignOf>, infer_same},
+      {"Sin", 7, of_reals<sin_of>, infer_same},
+      {"Sinh", 9, of_reals<sinh_of>, infer_same},
+      {"Softplus", 1, of_reals<softplus>, infer_same},
+      {"Softsign", 1, of_reals<softsign>, infer_same},
+      {"Sqrt", 6, of_reals<sqrt_of>, infer_same},
+      {"Tan", 7, of_reals<tan_of>, infer_same},
+      {"Tanh", 6, of_reals<tanh_of>, infer_same},
+  };
+  return kRows;
+}
 
 }  // namespace marlo::toolkit

@@ -16,6 +16,8 @@ SUFFIXES = (".h", ".cpp", ".py", ".pyi", ".cmake", ".in", ".sh", ".txt", ".map")
 CODE = (".h", ".cpp", ".py", ".sh")
 LONGEST_FILE = 600
 LEFT_TO_DO = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
+# clang-tidy looks for these too, in a third of the time that it takes for vectors.
+TYPEDEF = re.compile(r"^\s*typedef\b(?!.*__attribute__)")  # GCC ignores attributes on an alias of a dependent type
 CORE_INCLUDES = ("<immintrin.h>", "<cstddef>", "<cstdint>")
 
 
@@ -53,6 +55,8 @@ def check(root, path):
             yield f"{path}:{number}: blanks or a carriage return at the end of the line"
         if LEFT_TO_DO.search(line.decode("ascii", "replace")):
             yield f"{path}:{number}: left to do: {line.decode('ascii', 'replace').strip()}"
+        if path.endswith((".h", ".cpp")) and TYPEDEF.search(line.decode("ascii", "replace")):
+            yield f"{path}:{number}: typedef instead of using"
     if content and not content.endswith(b"\n"):
         yield f"{path}: no newline at the end"
     if path.endswith(CODE) and len(lines) - 1 > LONGEST_FILE:

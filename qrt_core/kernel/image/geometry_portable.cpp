@@ -19,7 +19,7 @@ template <typename T>
 struct Lanes {
   static constexpr size_t kCount = 16 / sizeof(T);
   // GCC ignores the attribute on an alias of a dependent type.
-  typedef T Vector __attribute__((vector_size(16)));  // NOLINT(modernize-use-using)
+  typedef T Vector __attribute__((vector_size(16)));
 
   // Lane 0 of a, lane 0 of b, lane 1 of a, ... from lane `first` on.
   template <size_t first, size_t... lane>
