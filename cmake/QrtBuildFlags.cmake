@@ -82,6 +82,10 @@ if(QRT_SANITIZE MATCHES "address" AND QRT_LLD AND CMAKE_CXX_COMPILER_ID STREQUAL
   target_link_options(qrt_build_flags INTERFACE -fuse-ld=lld)
 endif()
 
+# A name of one source may hide that of another, and GCC takes them all for headers. Stands behind the flags of all.
+add_library(qrt_together_flags INTERFACE)
+target_compile_options(qrt_together_flags INTERFACE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+
 # qrt_compile_together(<target>): with QRT_COMPILE_TOGETHER, sources of a target that don't get in each other's way are
 # compiled as one. Sources with flags or definitions of their own stay alone. Where two clash after an edit, CMake has to
 # look again.
@@ -103,8 +107,7 @@ function(qrt_compile_together target)
     set_source_files_properties("${CMAKE_MATCH_2}" PROPERTIES UNITY_GROUP "${CMAKE_MATCH_1}")
   endforeach()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
-  # A name of one source may hide that of another, and GCC takes them all for headers.
-  target_compile_options(${target} PRIVATE -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+  target_link_libraries(${target} PRIVATE qrt_together_flags)
 endfunction()
 
 # qrt_compile_quickly(<target>): for what calls those that do the work. Neither a sanitizer's finding nor a user's time
