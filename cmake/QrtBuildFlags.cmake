@@ -40,8 +40,8 @@ if(QRT_SANITIZE)
     -fsanitize=${QRT_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_compile_options(qrt_build_flags INTERFACE
     $<$<CXX_COMPILER_ID:Clang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitizer_ignorelist.txt>)
-  # Null pointers and ends of objects are found by AddressSanitizer as well, for half of the code.
-  if(QRT_SANITIZE MATCHES "address,undefined")
+  # Null pointers and ends of objects are found by AddressSanitizer as well, without a tenth of the time to compile.
+  if(QRT_SANITIZE MATCHES "address" AND QRT_SANITIZE MATCHES "undefined")
     target_compile_options(qrt_build_flags INTERFACE -fno-sanitize=null,object-size)
   endif()
   target_compile_definitions(qrt_build_flags INTERFACE _GLIBCXX_ASSERTIONS)

@@ -35,10 +35,16 @@ def names_in(path, text):
             if found and found[1] not in KEYWORDS:
                 own[found[1]] = path
                 shared.pop(found[1], None)
+    # A macro that a source takes back is a name of its own like the others.
     own.update((name, path) for name in re.findall(r"^ *# *define (\w+)", text, re.MULTILINE))
     code = re.sub(r'//[^\n]*|"(?:\\.|[^"\\\n])*"', "", text)
     # Not those that belong to something: x.name, x->name, space::name.
     return own, set(shared), set(re.findall(r"(?<![\w.])(?<!->)(?<!::)\w+", code))
+
+
+def leaves_macros(text):
+    defined, taken_back = (set(re.findall(rf"^ *# *{word} (\w+)", text, re.MULTILINE)) for word in ("define", "undef"))
+    return not defined <= taken_back
 
 
 def clash(one, other):
@@ -61,7 +67,7 @@ def batches_of(sources):
             text = file.read()
         names = names_in(path, text)
         lines = text.count("\n")
-        if re.search(r"^ *# *define\b.*^ *# *include\b", text, re.MULTILINE | re.DOTALL):
+        if re.search(r"^ *# *define\b.*^ *# *include\b", text, re.MULTILINE | re.DOTALL) or leaves_macros(text):
             kind = (kind, path)  # What a macro changes are the headers behind it.
         for batch in batches:
             if (batch["kind"] == kind and len(batch["paths"]) < MOST_SOURCES and batch["lines"] + lines <= MOST_LINES

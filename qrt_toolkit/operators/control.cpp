@@ -4,7 +4,6 @@
 // there, and their rows are empty.
 
 namespace marlo::toolkit {
-namespace {}  // namespace
 
 std::span<const Operator> control_operators() {
   static constexpr Operator kRows[] = {

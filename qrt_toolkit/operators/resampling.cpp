@@ -271,8 +271,6 @@ Resampling resampling_of(const Node& node, const ResampledAxis& axis) {
   return map;
 }
 
-namespace {}  // namespace
-
 std::span<const Operator> resampling_operators() {
   static constexpr Operator kRows[] = {
       {"GridSample", 16, grid_sample, infer_grid_sample, "pictures: inputs of four axes"},

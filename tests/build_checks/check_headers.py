@@ -3,12 +3,13 @@
 usage: check_headers.py CMAKE BUILD_DIR SOURCE_DIR COMPILER [FLAG...]
 
 The headers are those that the install rules take, in a folder with nothing else beside them, so that a
-public header that includes a private one or a dependency of the sources fails here. All are compiled as one. A source of
-the library that includes the header of its name first shows as well that nothing has to come before that; all other
-headers are compiled on their own. Loop bodies that sources share, recognised by an anonymous namespace, aren't for
-consumers: they belong into a *_internal.h.
+public header that includes a private one or a dependency of the sources fails here. All are compiled as one, and each on
+its own, so that nothing has to come before it; but for those that this build has compiled so, because a source
+that is compiled alone includes the header of its name first. Loop bodies that sources share, recognised by an anonymous
+namespace, aren't for consumers: they belong into a *_internal.h.
 """
 
+import json
 import os
 import re
 import subprocess
@@ -42,14 +43,23 @@ def has_anonymous_namespace(path):
         return re.search(r"^\s*namespace\s*\{", file.read(), re.M) is not None
 
 
-def is_first_in_its_source(source_dir, header):
-    if not header.startswith("qrt_core/"):
-        return False  # sources of the toolkit are compiled many as one
+def sources_compiled_alone(build_dir):
+    """Not those that another file includes, nor those with headers that come before their own."""
     try:
-        with open(os.path.join(source_dir, header.removesuffix(".h") + ".cpp"), encoding="ascii") as file:
-            first = next((line for line in file if line.startswith("#include")), "")
+        with open(os.path.join(build_dir, "compile_commands.json"), encoding="utf-8") as file:
+            entries = json.load(file)
     except FileNotFoundError:
+        return set()
+    return {os.path.realpath(os.path.join(entry["directory"], entry["file"]))
+            for entry in entries if " -include" not in entry["command"]}
+
+
+def is_first_in_its_source(source_dir, header, compiled_alone):
+    source = os.path.realpath(os.path.join(source_dir, header.removesuffix(".h") + ".cpp"))
+    if source not in compiled_alone:
         return False
+    with open(source, encoding="ascii") as file:
+        first = next((line for line in file if line.startswith("#include")), "")
     return first.split()[1:] == [f'"{header}"']
 
 
@@ -81,7 +91,8 @@ def main():
         root = os.path.join(prefix, "include")
         headers = sorted(headers_below(root))
         problems = [problem for header in headers for problem in text_problems(root, header)]
-        alone = [[header] for header in headers if not is_first_in_its_source(source_dir, header)]
+        compiled = sources_compiled_alone(build_dir)
+        alone = [[header] for header in headers if not is_first_in_its_source(source_dir, header, compiled)]
         with ThreadPoolExecutor(os.cpu_count()) as pool:
             for found in pool.map(lambda group: compile_problems(compiler, flags, root, group), [headers, *alone]):
                 problems += found

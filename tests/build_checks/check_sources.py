@@ -16,7 +16,7 @@ SUFFIXES = (".h", ".cpp", ".py", ".pyi", ".cmake", ".in", ".sh", ".txt", ".map")
 CODE = (".h", ".cpp", ".py", ".sh")
 LONGEST_FILE = 600
 LEFT_TO_DO = re.compile(r"\b(" + "|".join(("TO" + "DO", "FIX" + "ME", "XX" + "X", "HA" + "CK")) + r")\b")
-# clang-tidy looks for these too, in a third of the time that it takes for vectors.
+# Looked for here: clang-tidy takes a third of its time for it where there are many vectors.
 TYPEDEF = re.compile(r"^\s*typedef\b(?!.*__attribute__)")  # GCC ignores attributes on an alias of a dependent type
 CORE_INCLUDES = ("<immintrin.h>", "<cstddef>", "<cstdint>")
 
