@@ -206,6 +206,11 @@ struct Avx512Vector {
     _mm256_storeu_ps(low, _mm512_castps512_ps256(x));
     _mm256_storeu_ps(high, _mm512_extractf32x8_ps(x, 1));
   }
+  /// The lower halves of two in one place, and the upper ones in another.
+  static void store_halves(float* lower, float* upper, Register a, Register b) noexcept {
+    store(lower, _mm512_shuffle_f32x4(a, b, 0x44));
+    store(upper, _mm512_shuffle_f32x4(a, b, 0xEE));
+  }
 
   /// As those of `SseVector`.
   static Register load_first(const float* from, size_t count) noexcept {

@@ -35,5 +35,18 @@ template <typename Vector>
   }
 }
 
+/// Those of two pixels side by side.
+template <typename Vector>
+[[gnu::always_inline]] inline void store_two_pixels(float* to, size_t plane,
+                                                    typename Vector::Register left,
+                                                    typename Vector::Register right) noexcept {
+  if constexpr (Vector::kLanes == kChannelBlock) {
+    Vector::store(to, left);
+    Vector::store(to + kChannelBlock, right);
+  } else {
+    Vector::store_halves(to, to + plane, left, right);
+  }
+}
+
 }  // namespace
 }  // namespace marlo::kernel::conv

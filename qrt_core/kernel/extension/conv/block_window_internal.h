@@ -19,6 +19,17 @@
 namespace marlo::kernel::conv {
 namespace {
 
+/// What rectifiers do to sums before they are stored.
+template <typename Vector, size_t kVectors, size_t kPixels>
+[[gnu::always_inline]] inline void clamp_sums(
+    const Ending& ending, typename Vector::Register (&sums)[kVectors][kPixels]) noexcept {
+  if (!ending.clamps()) return;
+  unrolled<kVectors>(QRT_UNROLLED(v) {
+    unrolled<kPixels>(
+        QRT_UNROLLED(pixel) { sums[v][pixel] = ending.template clamped<Vector>(sums[v][pixel]); });
+  });
+}
+
 /// Ends what was computed of neighbouring pixels and stores it.
 /// @param at where the first block of a pixel's channels stands, `plane` floats before the next
 template <typename Vector, size_t kVectors, size_t kPixels, typename At>
@@ -26,13 +37,7 @@ template <typename Vector, size_t kVectors, size_t kPixels, typename At>
     const Ending& ending, typename Vector::Register (&sums)[kVectors][kPixels], At at,
     size_t plane) noexcept {
   constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
-  if (ending.clamps()) {
-    unrolled<kVectors>(QRT_UNROLLED(v) {
-      unrolled<kPixels>(QRT_UNROLLED(pixel) {
-        sums[v][pixel] = ending.template clamped<Vector>(sums[v][pixel]);
-      });
-    });
-  }
+  clamp_sums<Vector>(ending, sums);
   unrolled<kVectors>(QRT_UNROLLED(v) {
     unrolled<kPixels>(QRT_UNROLLED(pixel) {
       store_channels<Vector>(at(pixel) + v * kBlocks * plane, plane, sums[v][pixel]);
@@ -42,14 +47,30 @@ template <typename Vector, size_t kVectors, size_t kPixels, typename At>
 
 /// The same side by side. @param output of the first pixel's first block
 template <typename Vector, size_t kVectors, size_t kPixels>
+[[gnu::always_inline]] inline void store_sums(const Ending& ending,
+                                              typename Vector::Register (&sums)[kVectors][kPixels],
+                                              float* output, size_t plane) noexcept {
+  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
+  clamp_sums<Vector>(ending, sums);
+  unrolled<kVectors>(QRT_UNROLLED(v) {
+    float* const to = output + v * kBlocks * plane;
+    unrolled<kPixels / 2>(QRT_UNROLLED(pair) {
+      store_two_pixels<Vector>(to + 2 * pair * kChannelBlock, plane, sums[v][2 * pair],
+                               sums[v][2 * pair + 1]);
+    });
+    if constexpr (kPixels % 2 != 0) {
+      store_channels<Vector>(to + (kPixels - 1) * kChannelBlock, plane, sums[v][kPixels - 1]);
+    }
+  });
+}
+
+/// The same, with what the epilogue does to stored results.
+template <typename Vector, size_t kVectors, size_t kPixels>
 [[gnu::always_inline]] inline void store_tile(const Ending& ending,
                                               typename Vector::Register (&sums)[kVectors][kPixels],
                                               float* output, size_t plane) noexcept {
   constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
-  store_pixels<Vector>(
-      ending, sums,
-      [&](size_t pixel) __attribute__((always_inline)) { return output + pixel * kChannelBlock; },
-      plane);
+  store_sums<Vector>(ending, sums, output, plane);
   unrolled<kVectors * kBlocks>(
       QRT_UNROLLED(block) { ending.stored(output + block * plane, kPixels * kChannelBlock); });
 }

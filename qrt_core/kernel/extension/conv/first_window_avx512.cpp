@@ -9,9 +9,10 @@ namespace marlo::kernel::conv {
 
 void first_window_avx512(const ConvTask& task, float* lines) noexcept {
   FirstWindow(task, lines).run([](FirstWindow& window) {
-    window.groups<Avx512Vector, 2>();
-    window.groups<Avx512Vector, 1>();
-    window.groups<FusedVector, 1>();
+    window.groups<Avx512Vector, 4, 6, 2>();
+    window.groups<Avx512Vector, 2, 14>();
+    window.groups<FusedVector, 2, 12>();  // loads of 64 bytes would be what it waits for
+    window.groups<FusedVector, 1, 12>();
   });
 }
 

@@ -9,8 +9,8 @@ namespace marlo::kernel::conv {
 
 void first_window_fma(const ConvTask& task, float* lines) noexcept {
   FirstWindow(task, lines).run([](FirstWindow& window) {
-    window.groups<FusedVector, 2>();
-    window.groups<FusedVector, 1>();
+    window.groups<FusedVector, 2, 6>();
+    window.groups<FusedVector, 1, 12>();
   });
 }
 
