@@ -78,6 +78,8 @@ class DepthwiseTiles {
   static constexpr size_t kTaps = kSize * kSize;
   static constexpr size_t kStep = kStride * Pixels::kPixels;  // columns between vectors
   static constexpr size_t kMargin = kSize / 2;  // columns of a margin that tiles reach into
+  // Whether planes as wide as a tile are code of their own: what small windows gain by a loop without a choice.
+  static constexpr bool kHasNarrowPlanes = kSize == 3;
 #ifdef QRT_SMALL_TILES
   static constexpr size_t kTile = kMost < 4 ? kMost : 4;
 #else
@@ -119,6 +121,13 @@ class DepthwiseTiles {
       const float* bias = task_.bias == nullptr ? nullptr : task_.bias + block * kBlock;
       const float* input = task_.input + block * in_plane;
       float* output = task_.output + block * out_plane + area_.first_column * kBlock;
+      if (kHasNarrowPlanes && vectors_ != 0 && inner_end_ - inner_begin_ == vectors_ &&
+          vectors_ <= kTile) {
+        with_static<kTile>(vectors_, [&](auto kCount) {
+          run_narrow_plane<kCount.value>(input, weights, bias, output);
+        });
+        continue;
+      }
       for (size_t y = area_.first_row; y < area_.first_row + area_.rows; ++y) {
         run_row({rows_from(input, y), weights, bias}, output + y * task_.out_width * kBlock);
       }
@@ -160,6 +169,15 @@ class DepthwiseTiles {
       i += vectors;
     }
     for (; i < vectors_; ++i) run_at_edge(source, i, output + i * kOutStep);
+  }
+
+  template <size_t kCount>
+  void run_narrow_plane(const float* input, const float* weights, const float* bias,
+                        float* output) const noexcept {
+    for (size_t y = area_.first_row; y < area_.first_row + area_.rows; ++y) {
+      run_tile<kCount>({rows_from(input, y), weights, bias}, 0,
+                       output + y * task_.out_width * kBlock);
+    }
   }
 
   // The input column under the first tap of a vector, counted from the picture's first.

@@ -15,8 +15,9 @@ void run_singles(const ConvTask& task, const float* zeros, const DepthwiseArea& 
   DepthwiseTiles<FusedVector, WholePixels, kSize, kStride, 8, Ending>(task, zeros, area).run();
 }
 
-// Two pixels in a vector. An odd last column has no neighbour to share one with, and by itself would wait for
-// each of its sums, so the last seven are taken together.
+// Two pixels in a vector, every second of which is loaded over the end of a cache line: a window of three columns doesn't
+// pay for that. An odd last column has no neighbour to share one with, and by itself would wait for each of its sums, so
+// the last seven are taken together.
 template <size_t kSize>
 void run_pairs(const ConvTask& task, const float* zeros) noexcept {
   using Pairs = DepthwiseTiles<Avx512Vector, PairedPixels, kSize, 1, 7, Ending>;
@@ -37,7 +38,7 @@ void run_stride2(const ConvTask& task, const float* zeros) noexcept {
 }  // namespace
 
 void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept {
-  run_pairs<3>(task, zeros);
+  run_singles<3, 1>(task, zeros, whole_area(task));
 }
 
 void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept {

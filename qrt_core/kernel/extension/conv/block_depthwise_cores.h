@@ -16,7 +16,7 @@ void block_depthwise_7x7_fma(const ConvTask& task, const float* zeros) noexcept;
 /// Any window, stride and dilation; taps outside of the picture are left out.
 void block_depthwise_any_fma(const ConvTask& task) noexcept;
 
-// Two pixels share a vector.
+// Two pixels share a vector of the windows of 5 and 7 at stride 1.
 void block_depthwise_3x3_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_3x3_stride2_avx512(const ConvTask& task, const float* zeros) noexcept;
 void block_depthwise_5x5_avx512(const ConvTask& task, const float* zeros) noexcept;
