@@ -223,9 +223,8 @@ class QRT_API ImageProcessSSE : public ImageProcess {
 ///
 /// Those on colours, layouts and data types, the half turn, the flip left-right, and the bilinear
 /// resize to exactly half the height and width run in vectors of 32 bytes. Results of 4 MiB and more
-/// are written past the caches where their planes begin at multiples of 32 bytes, as they do in
-/// tensors of the library whose planes have a multiple of 32 bytes. Where the library was built without AVX
-/// kernels, the portable loops run.
+/// are written past the caches where their planes begin at multiples of 32 bytes and are multiples of
+/// 64 bytes apart. Where the library was built without AVX kernels, the portable loops run.
 class QRT_API ImageProcessAVX2 : public ImageProcessFallback {
  public:
   /// @name Making and copying
