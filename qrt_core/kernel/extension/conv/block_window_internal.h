@@ -94,6 +94,7 @@ struct WindowPlane {
       x.inputs *= y.inputs;
       x.outputs *= y.outputs;
       y.inputs = y.outputs = 1;
+      is_row_of_points = true;
     }
     in_plane = y.inputs * x.inputs * kChannelBlock;
     out_plane = y.outputs * x.outputs * kChannelBlock;
@@ -110,7 +111,8 @@ struct WindowPlane {
   size_t first_output = 0;  ///< where the first result stands
   size_t first_tap =
       0;  ///< how many weights of a pair of channels stand before those of this window
-  size_t all_taps = 0;  ///< how many there are
+  size_t all_taps = 0;            ///< how many there are
+  bool is_row_of_points = false;  ///< whether each result is made of the pixel at its place alone
   Ending ending;
 
   size_t taps() const noexcept { return y.kernel * x.kernel; }
@@ -451,6 +453,84 @@ class WindowChannels {
   size_t next_step_ = 0;  // bytes from one fetch to the next
 };
 
+/// Results each of which is made of the pixel at its place: two widths of output channels at a time, by fewer pixels, so
+/// that a product needs fewer loads. A processor that loads one vector of 64 bytes in a cycle waits for them otherwise.
+/// @param weight, bias, output of the first of these channels
+template <typename Vector, size_t kPacked>
+class PointChannels {
+  using Register = typename Vector::Register;
+  static constexpr size_t kBlock = kChannelBlock;
+  static constexpr size_t kVectors = 2 * kPacked;
+  static constexpr size_t kRow =
+      kPacked * Vector::kLanes;  // weights of an input channel in a width
+#ifdef QRT_SMALL_TILES
+  static constexpr size_t kMostPixels = 2;
+#else
+  static constexpr size_t kMostPixels = 24 / kVectors;
+#endif
+
+ public:
+  static constexpr size_t kWidth = kVectors * Vector::kLanes;
+
+  PointChannels(const WindowPlane& plane, const float* input, const float* weight,
+                const float* bias, float* output) noexcept
+      : plane_(plane), input_(input), weight_(weight), bias_(bias), output_(output) {
+    next_ = reinterpret_cast<const char*>(weight + plane.in_blocks * kBlock * kWidth);
+  }
+
+  void run(size_t begin, size_t end) noexcept {
+    next_step_ = parts_of(2 * kWidth * sizeof(float), parts_of(end - begin, kMostPixels));
+    for_even_tiles(end - begin, kMostPixels, [&](size_t first, size_t size, size_t count) {
+      with_static<kMostPixels>(
+          size, [&](auto kPixels) { run_tiles<kPixels.value>(begin + first, count); });
+    });
+  }
+
+ private:
+  template <size_t kPixels>
+  [[gnu::noinline]] void run_tiles(size_t first, size_t tiles) noexcept {
+    const size_t in_plane = plane_.in_plane;
+    const size_t width = plane_.in_blocks * kBlock * kRow;
+    for (; tiles != 0; --tiles, first += kPixels) {
+      Register sums[kVectors][kPixels];
+      unrolled<kVectors>(QRT_UNROLLED(v) {
+        const Register begin =
+            bias_ == nullptr ? Vector::zero() : Vector::load(bias_ + v * Vector::kLanes);
+        unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = begin; });
+      });
+      const float* weight = weight_;
+      const float* input = input_ + first * kBlock;
+      for (size_t k = plane_.in_blocks; k != 0; --k, input += in_plane) {
+        unrolled<kBlock / 2>(
+            QRT_UNROLLED(fetch) { _mm_prefetch(next_ + fetch * next_step_, _MM_HINT_T1); });
+        next_ += kBlock / 2 * next_step_;
+        const float* const end = input + kBlock;
+        for (const float* at = input; at != end; ++at, weight += kRow) {
+          Register weights[kVectors];
+          unrolled<kVectors>(QRT_UNROLLED(v) {
+            weights[v] = Vector::load(weight + v / kPacked * width + v % kPacked * Vector::kLanes);
+          });
+          unrolled<kPixels>(QRT_UNROLLED(pixel) {
+            const Register x = Vector::splat(at + pixel * kBlock);
+            unrolled<kVectors>(QRT_UNROLLED(v) {
+              sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
+            });
+          });
+        }
+      }
+      store_tile<Vector>(plane_.ending, sums, output_ + first * kBlock, plane_.out_plane);
+    }
+  }
+
+  const WindowPlane& plane_;
+  const float* input_;
+  const float* weight_;
+  const float* bias_;
+  float* output_;
+  const char* next_;  // as in WindowChannels
+  size_t next_step_ = 0;
+};
+
 /// Calls `run(band)` for the parts of a plane whose inputs stay in L2 while all output channels
 /// pass over them.
 template <typename Plane, typename Run>
@@ -495,6 +575,22 @@ struct ChannelRange {
   const float* bias;
   float* output;
   size_t blocks;  ///< that are left
+
+  /// Two widths at a time, where results are made of single pixels.
+  template <typename Vector, size_t kPacked>
+  [[gnu::always_inline]] void take_points(const WindowPlane& plane,
+                                          const WindowBand& band) noexcept {
+    using Channels = PointChannels<Vector, kPacked>;
+    constexpr size_t kBlocks = Channels::kWidth / kChannelBlock;
+    if (!plane.is_row_of_points || plane.out_step != kChannelBlock) return;
+    while (blocks >= kBlocks) {
+      Channels(plane, input, weight, bias, output).run(band.column, band.end_column);
+      weight += plane.in_blocks * kChannelBlock * Channels::kWidth;
+      if (bias != nullptr) bias += Channels::kWidth;
+      output += kBlocks * plane.out_plane;
+      blocks -= kBlocks;
+    }
+  }
 
   template <typename Vector, size_t kVectors, typename Plane>
   [[gnu::always_inline]] void take(const Plane& plane, const WindowBand& band) noexcept {
