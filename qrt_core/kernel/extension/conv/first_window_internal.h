@@ -10,9 +10,9 @@
 namespace marlo::kernel::conv {
 namespace {
 
-constexpr size_t kFloatsOfCacheLine = 16;
-
 class FirstWindow {
+  static constexpr size_t kFloatsOfCacheLine = 16;
+
  public:
   FirstWindow(const ConvTask& task, float* lines) noexcept
       : task_(task),
