@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdint>
+#include <vector>
+
 #include "qrt_core/kernel/image/color_functions.h"
 #include "qrt_core/kernel/image/image_process.h"
+#include "qrt_core/kernel/image/picture_cores.h"
 #include "tests/support/image_tensors.h"
 #include "tests/support/processor.h"
 
@@ -17,6 +22,8 @@ using runtime::DataType;
 using runtime::LayoutType;
 using namespace kernel::functional;
 using Dims = std::vector<uint32_t>;
+
+uintptr_t address_of(const void* pointer) { return reinterpret_cast<uintptr_t>(pointer); }
 
 class ImageProcessAvx2 : public testing::Test {
  protected:
@@ -143,6 +150,30 @@ TEST_F(ImageProcessAvx2, WritesLargePictures) {
     const Dims many_planes{3, 1160, width};
     expect_same(4, kByte, LayoutType::HWC, many, {many_planes, kByte, LayoutType::CHW});
     expect_same(61, kByte, LayoutType::CHW, many_planes, {many, kByte, LayoutType::HWC});
+  }
+}
+
+// Planes that begin with a line, in its middle, at bytes that no vector begins at, and each at another place.
+TEST_F(ImageProcessAvx2, SplitsPixelsToPlanesThatBeginAnywhereInALine) {
+  constexpr size_t kLine = 64;
+  const size_t large = (size_t{4} << 20) / 3 + 1;
+  for (const size_t count : {size_t{0}, size_t{31}, size_t{32}, size_t{95}, size_t{130}, large}) {
+    if (count == large && runs_slowly()) continue;
+    const auto pixels = random_bytes(3 * count, 1);
+    const size_t plane = (count / kLine + 2) * kLine;
+    for (const std::array<size_t, 3> places :
+         {std::array<size_t, 3>{0, 0, 0}, {32, 32, 32}, {32, 0, 32}, {1, 1, 1}, {0, 16, 40}}) {
+      const auto made_by = [&](const kernel::image::PictureCores& cores) {
+        std::vector<uint8_t> bytes(3 * plane + kLine, 0xA5);
+        uint8_t* const first = bytes.data() + kLine - address_of(bytes.data()) % kLine;
+        cores.split_pixels(pixels.data(), 3, count, first + places[0], first + plane + places[1],
+                           first + 2 * plane + places[2]);
+        return std::vector<uint8_t>(first, first + 3 * plane);
+      };
+      ASSERT_TRUE(made_by(kernel::image::kAvx2Cores) == made_by(kernel::image::kPortableCores))
+          << count << " pixels to planes " << places[0] << ", " << places[1] << " and " << places[2]
+          << " bytes behind a line's beginning";
+    }
   }
 }
 
