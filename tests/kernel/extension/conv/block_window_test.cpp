@@ -53,10 +53,19 @@ TEST_P(BlockWindow, TakesEveryNumberOfBlocks) {
   }
 }
 
+// From 64 channels on, windows of one pixel have tiles of up to 6 pixels.
+TEST_P(BlockWindow, TakesEveryNumberOfPixelsToManyChannels) {
+  for (uint32_t width = 1; width <= 19; ++width) {
+    test(tester(1 + width % 3, 8 + width % 2 * 5).size(window(), width + window() - 1));
+  }
+  test(tester(2, 17).size(6, 7).bias(false));
+}
+
 // More than stays in L2, so that the picture is taken in bands.
 TEST_P(BlockWindow, TakesBands) {
   test(tester(70, 1).size(3 + 1, 190).padding(most_padding()));
   test(tester(40, 3).size(1 + 2 * window(), 95).padding(most_padding()));
+  test(tester(70, 8).size(window(), 200));
 }
 
 TEST_P(BlockWindow, TakesPaddingsOnAnySide) {
@@ -119,6 +128,7 @@ TEST_P(BlockWindowEpilogue, IsAppliedToEveryPixel) {
   for (const uint32_t width : {3u, 7u, 14u, 29u}) {
     test(tester(2, 7).size(3, width).padding(most_padding()));
   }
+  test(tester(2, 9).size(3, 9));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, BlockWindowEpilogue, testing::ValuesIn(rows_with(true)),

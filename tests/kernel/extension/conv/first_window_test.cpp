@@ -43,6 +43,28 @@ TEST_P(FirstWindow, TakesEveryWidthAndNumberOfBlocks) {
   }
 }
 
+// As many channels as take four vectors, and tiles of every size.
+TEST_P(FirstWindow, TakesManyBlocks) {
+  for (uint32_t width = 1; width <= 15; width += is_plain() ? 1 : 7) {
+    const uint32_t blocks = 8 + width % 8;
+    test(tester(1 + width % 3, blocks).size(5, width).kernel(3).padding(1));
+    test(tester(2, blocks).size(9, 2 * width).kernel(3).stride(2).padding(1));
+  }
+}
+
+// Windows far apart, side by side and overlapping: how many of their lines are seen again.
+TEST_P(FirstWindow, KeepsLinesForTheNextRow) {
+  if (!is_plain()) GTEST_SKIP() << "as without an epilogue";
+  for (const uint32_t kernel : {1u, 2u, 3u, 4u, 7u}) {
+    for (uint32_t stride = 1; stride <= kernel + 1; ++stride) {
+      const auto padding = static_cast<int>(kernel / 2);
+      test(tester(2, 3).size(19, 11).kernel(kernel).stride(stride).padding(padding));
+    }
+  }
+  test(tester(3, 1).size(23, 9).kernel(5).dilation(2).padding(4));
+  test(tester(1, 2).size(2, 9).kernel(3).padding(5));
+}
+
 TEST_P(FirstWindow, TakesAnyPaddingsStridesAndDilations) {
   if (!is_plain()) GTEST_SKIP() << "as without an epilogue";
   test(tester(2, 2).size(5, 7).kernel(3).padding(4, 0, 0, 5));
