@@ -2,8 +2,6 @@
 #error "this file holds AVX2 code and must be compiled with -mavx2"
 #endif
 
-#include <type_traits>
-
 #include "qrt_core/kernel/image/avx2_cores.h"
 #include "qrt_core/kernel/image/avx2_vectors_internal.h"
 
@@ -51,6 +49,12 @@ Three load_planes(const uint8_t* pixels) {
   }
 }
 
+// A number of groups as a type.
+template <size_t count>
+struct Groups {
+  static constexpr size_t value = count;
+};
+
 // Pixels to three planes, `load_group` taking apart those of a vector of each plane. A plane gets a
 // whole line at a time: past the caches, lines of three planes that are filled half by half, in turn,
 // leave for memory in halves, which takes three times as long on an Intel Xeon.
@@ -71,8 +75,8 @@ size_t split_pixels(const T* pixels, size_t channels, size_t count, T* plane0, T
         }
       }
     };
-    constexpr std::integral_constant<size_t, 1> kOne;
-    constexpr std::integral_constant<size_t, 2> kLineOfEach;
+    constexpr Groups<1> kOne;
+    constexpr Groups<2> kLineOfEach;
     size_t i = 0;
     if (place_in_line(plane0) == kBytes && kGroup <= count) {
       take_groups(0, kOne);

@@ -2,8 +2,6 @@
 #error "this file holds AVX-512 code and must be compiled with -mavx512f"
 #endif
 
-#include <type_traits>
-
 #include "qrt_core/kernel/extension/conv/block_transposed_internal.h"
 #include "qrt_core/kernel/extension/conv/block_window_cores.h"
 
@@ -16,9 +14,7 @@ void run_in_widths(const ConvTask& task) noexcept {
   constexpr size_t kResident = 80 * 1024;
   run_window<Plane>(task, kResident,
                     [](ChannelRange range, const Plane& plane, const WindowBand& band) {
-                      if constexpr (std::is_same_v<Plane, WindowPlane>) {
-                        range.take_points<Avx512Vector, 2>(plane, band);
-                      }
+                      range.take_points<Avx512Vector, 2>(plane, band);
                       range.take<Avx512Vector, 2>(plane, band);
                       range.take<Avx512Vector, 1>(plane, band);
                       range.take<FusedVector, 1>(plane, band);

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "qrt_core/kernel/conv/steps/conv_params.h"
-#include "qrt_core/kernel/extension/conv/block_channels_internal.h"
-#include "qrt_core/kernel/extension/conv/epilogue_internal.h"
+#include "qrt_core/kernel/extension/conv/pixel_sums_internal.h"
+#include "qrt_core/kernel/extension/conv/point_channels_internal.h"
 #include "qrt_core/kernel/extension/conv/window_axis_internal.h"
-#include "qrt_core/kernel/vectors_internal.h"
+#include "qrt_core/kernel/extension/conv/window_plane_internal.h"
 
 // Convolutions in C8HW8 that read the picture itself, with any window, stride and dilation. Each input
 // is broadcast and meets vectors of output channels. Internal to the file that includes it.
@@ -18,115 +17,6 @@
 
 namespace marlo::kernel::conv {
 namespace {
-
-/// What rectifiers do to sums before they are stored.
-template <typename Vector, size_t kVectors, size_t kPixels>
-[[gnu::always_inline]] inline void clamp_sums(
-    const Ending& ending, typename Vector::Register (&sums)[kVectors][kPixels]) noexcept {
-  if (!ending.clamps()) return;
-  unrolled<kVectors>(QRT_UNROLLED(v) {
-    unrolled<kPixels>(
-        QRT_UNROLLED(pixel) { sums[v][pixel] = ending.template clamped<Vector>(sums[v][pixel]); });
-  });
-}
-
-/// Ends what was computed of neighbouring pixels and stores it.
-/// @param at where the first block of a pixel's channels stands, `plane` floats before the next
-template <typename Vector, size_t kVectors, size_t kPixels, typename At>
-[[gnu::always_inline]] inline void store_pixels(
-    const Ending& ending, typename Vector::Register (&sums)[kVectors][kPixels], At at,
-    size_t plane) noexcept {
-  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
-  clamp_sums<Vector>(ending, sums);
-  unrolled<kVectors>(QRT_UNROLLED(v) {
-    unrolled<kPixels>(QRT_UNROLLED(pixel) {
-      store_channels<Vector>(at(pixel) + v * kBlocks * plane, plane, sums[v][pixel]);
-    });
-  });
-}
-
-/// The same side by side. @param output of the first pixel's first block
-template <typename Vector, size_t kVectors, size_t kPixels>
-[[gnu::always_inline]] inline void store_sums(const Ending& ending,
-                                              typename Vector::Register (&sums)[kVectors][kPixels],
-                                              float* output, size_t plane) noexcept {
-  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
-  clamp_sums<Vector>(ending, sums);
-  unrolled<kVectors>(QRT_UNROLLED(v) {
-    float* const to = output + v * kBlocks * plane;
-    unrolled<kPixels / 2>(QRT_UNROLLED(pair) {
-      store_two_pixels<Vector>(to + 2 * pair * kChannelBlock, plane, sums[v][2 * pair],
-                               sums[v][2 * pair + 1]);
-    });
-    if constexpr (kPixels % 2 != 0) {
-      store_channels<Vector>(to + (kPixels - 1) * kChannelBlock, plane, sums[v][kPixels - 1]);
-    }
-  });
-}
-
-/// The same, with what the epilogue does to stored results.
-template <typename Vector, size_t kVectors, size_t kPixels>
-[[gnu::always_inline]] inline void store_tile(const Ending& ending,
-                                              typename Vector::Register (&sums)[kVectors][kPixels],
-                                              float* output, size_t plane) noexcept {
-  constexpr size_t kBlocks = Vector::kLanes / kChannelBlock;
-  store_sums<Vector>(ending, sums, output, plane);
-  unrolled<kVectors * kBlocks>(
-      QRT_UNROLLED(block) { ending.stored(output + block * plane, kPixels * kChannelBlock); });
-}
-
-/// A part of the output: rows, and columns of each.
-struct WindowBand {
-  size_t row, end_row;
-  size_t column, end_column;
-};
-
-/// One group of a convolution, with distances in floats.
-struct WindowPlane {
-  explicit WindowPlane(const ConvTask& task) noexcept
-      : in_blocks(task.in_blocks), ending(task.epilogue) {
-    const Conv2dParams& p = task.params;
-    y = rows_of(task);
-    x = columns_of(task);
-    const bool has_padding = (p.padding_l | p.padding_r | p.padding_t | p.padding_b) != 0;
-    if (taps() == 1 && x.stride == 1 && y.stride == 1 && !has_padding) {
-      // Neighbours don't matter: the plane is one row.
-      x.inputs *= y.inputs;
-      x.outputs *= y.outputs;
-      y.inputs = y.outputs = 1;
-      is_row_of_points = true;
-    }
-    in_plane = y.inputs * x.inputs * kChannelBlock;
-    out_plane = y.outputs * x.outputs * kChannelBlock;
-    out_step = kChannelBlock;
-    out_row = x.outputs * out_step;
-    all_taps = taps();
-  }
-
-  size_t in_blocks;
-  WindowAxis y, x;
-  size_t in_plane = 0, out_plane = 0;
-  size_t out_row = 0;       ///< between a result and the one below
-  size_t out_step = 0;      ///< between a result and the one beside
-  size_t first_output = 0;  ///< where the first result stands
-  size_t first_tap =
-      0;  ///< how many weights of a pair of channels stand before those of this window
-  size_t all_taps = 0;            ///< how many there are
-  bool is_row_of_points = false;  ///< whether each result is made of the pixel at its place alone
-  Ending ending;
-
-  size_t taps() const noexcept { return y.kernel * x.kernel; }
-  /// Whether results stand side by side over the ends of rows.
-  bool is_dense() const noexcept {
-    return out_step == kChannelBlock && out_row == x.outputs * out_step;
-  }
-
-  /// Calls `run(plane)` with what is computed of the same channels: this.
-  template <typename Run>
-  void for_each_part(Run run) const noexcept {
-    run(*this);
-  }
-};
 
 /// Computes `kVectors` vectors of output channels, whose weights are [in block][row][column][8][vectors].
 /// @param weight, bias, output of the first of these channels
@@ -233,15 +123,6 @@ class WindowChannels {
     }
   }
 
-  template <size_t kPixels>
-  [[gnu::always_inline]] void start(Register (&sums)[kVectors][kPixels]) const noexcept {
-    unrolled<kVectors>(QRT_UNROLLED(v) {
-      const Register begin =
-          bias_ == nullptr ? Vector::zero() : Vector::load(bias_ + v * Vector::kLanes);
-      unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = begin; });
-    });
-  }
-
   // Adds the products of one place of the window; `at(pixel)` is where its channels begin. Fetches
   // a part of the weights that the next output channels need: these are read once in a pass, so that
   // they come from beyond L2, which a single tile couldn't hide. All tiles share in it.
@@ -249,20 +130,16 @@ class WindowChannels {
   [[gnu::always_inline]] void add_tap(const float* weight, At at, const char*& next,
                                       Register (&sums)[kVectors][kPixels]) const noexcept {
     unrolled<kBlock>(QRT_UNROLLED(lane) {
-      Register weights[kVectors];
       if (lane % 2 == 0) {
         _mm_prefetch(next, _MM_HINT_T1);
         next += next_step_;
       }
-      unrolled<kVectors>(QRT_UNROLLED(v) {
-        weights[v] = Vector::load(weight + lane * kWidth + v * Vector::kLanes);
-      });
-      unrolled<kPixels>(QRT_UNROLLED(pixel) {
-        const Register x = Vector::splat(at(pixel) + lane);
-        unrolled<kVectors>(QRT_UNROLLED(v) {
-          sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
-        });
-      });
+      add_products<Vector>(
+          sums,
+          [&](size_t v) __attribute__((always_inline)) {
+            return weight + lane * kWidth + v * Vector::kLanes;
+          },
+          [&](size_t pixel) __attribute__((always_inline)) { return at(pixel) + lane; });
     });
   }
 
@@ -309,7 +186,7 @@ class WindowChannels {
   template <size_t kRows, size_t kColumns, size_t kStride>
   [[gnu::noinline]] void run_points(int64_t first, size_t row, size_t column) noexcept {
     Register sums[kVectors][kRows * kColumns];
-    start(sums);
+    begin_sums<Vector>(bias_, sums);
     const float* weight = weight_;
     const float* lines[kRows];
     for (size_t r = 0; r < kRows; ++r) {
@@ -346,7 +223,7 @@ class WindowChannels {
         places_of(plane_.y, top, top + signed_of((kRows - 1) * plane_.y.stride));
     const WindowPlaces columns = places_of(plane_.x, left, left + signed_of(kLast * kStride));
     Register sums[kVectors][kRows * kColumns];
-    start(sums);
+    begin_sums<Vector>(bias_, sums);
     const float* weight = weight_;
     const float* input = input_;
     const char* next = next_;
@@ -413,7 +290,7 @@ class WindowChannels {
     const WindowPlaces used_rows = places_of(rows, top[0], top[kPixels - 1]);
     const WindowPlaces used_columns = places_of(columns, leftmost, rightmost);
     Register sums[kVectors][kPixels];
-    start(sums);
+    begin_sums<Vector>(bias_, sums);
     const float* weight = weight_;
     const float* input = input_;
     const char* next = next_;
@@ -451,84 +328,6 @@ class WindowChannels {
   float* output_;
   const char* next_;  // what the next tile begins to fetch, behind the weights of these channels
   size_t next_step_ = 0;  // bytes from one fetch to the next
-};
-
-/// Results each of which is made of the pixel at its place: two widths of output channels at a time, by fewer pixels, so
-/// that a product needs fewer loads. A processor that loads one vector of 64 bytes in a cycle waits for them otherwise.
-/// @param weight, bias, output of the first of these channels
-template <typename Vector, size_t kPacked>
-class PointChannels {
-  using Register = typename Vector::Register;
-  static constexpr size_t kBlock = kChannelBlock;
-  static constexpr size_t kVectors = 2 * kPacked;
-  static constexpr size_t kRow =
-      kPacked * Vector::kLanes;  // weights of an input channel in a width
-#ifdef QRT_SMALL_TILES
-  static constexpr size_t kMostPixels = 2;
-#else
-  static constexpr size_t kMostPixels = 24 / kVectors;
-#endif
-
- public:
-  static constexpr size_t kWidth = kVectors * Vector::kLanes;
-
-  PointChannels(const WindowPlane& plane, const float* input, const float* weight,
-                const float* bias, float* output) noexcept
-      : plane_(plane), input_(input), weight_(weight), bias_(bias), output_(output) {
-    next_ = reinterpret_cast<const char*>(weight + plane.in_blocks * kBlock * kWidth);
-  }
-
-  void run(size_t begin, size_t end) noexcept {
-    next_step_ = parts_of(2 * kWidth * sizeof(float), parts_of(end - begin, kMostPixels));
-    for_even_tiles(end - begin, kMostPixels, [&](size_t first, size_t size, size_t count) {
-      with_static<kMostPixels>(
-          size, [&](auto kPixels) { run_tiles<kPixels.value>(begin + first, count); });
-    });
-  }
-
- private:
-  template <size_t kPixels>
-  [[gnu::noinline]] void run_tiles(size_t first, size_t tiles) noexcept {
-    const size_t in_plane = plane_.in_plane;
-    const size_t width = plane_.in_blocks * kBlock * kRow;
-    for (; tiles != 0; --tiles, first += kPixels) {
-      Register sums[kVectors][kPixels];
-      unrolled<kVectors>(QRT_UNROLLED(v) {
-        const Register begin =
-            bias_ == nullptr ? Vector::zero() : Vector::load(bias_ + v * Vector::kLanes);
-        unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = begin; });
-      });
-      const float* weight = weight_;
-      const float* input = input_ + first * kBlock;
-      for (size_t k = plane_.in_blocks; k != 0; --k, input += in_plane) {
-        unrolled<kBlock / 2>(
-            QRT_UNROLLED(fetch) { _mm_prefetch(next_ + fetch * next_step_, _MM_HINT_T1); });
-        next_ += kBlock / 2 * next_step_;
-        const float* const end = input + kBlock;
-        for (const float* at = input; at != end; ++at, weight += kRow) {
-          Register weights[kVectors];
-          unrolled<kVectors>(QRT_UNROLLED(v) {
-            weights[v] = Vector::load(weight + v / kPacked * width + v % kPacked * Vector::kLanes);
-          });
-          unrolled<kPixels>(QRT_UNROLLED(pixel) {
-            const Register x = Vector::splat(at + pixel * kBlock);
-            unrolled<kVectors>(QRT_UNROLLED(v) {
-              sums[v][pixel] = Vector::plus_product(sums[v][pixel], x, weights[v]);
-            });
-          });
-        }
-      }
-      store_tile<Vector>(plane_.ending, sums, output_ + first * kBlock, plane_.out_plane);
-    }
-  }
-
-  const WindowPlane& plane_;
-  const float* input_;
-  const float* weight_;
-  const float* bias_;
-  float* output_;
-  const char* next_;  // as in WindowChannels
-  size_t next_step_ = 0;
 };
 
 /// Calls `run(band)` for the parts of a plane whose inputs stay in L2 while all output channels
@@ -582,7 +381,7 @@ struct ChannelRange {
                                           const WindowBand& band) noexcept {
     using Channels = PointChannels<Vector, kPacked>;
     constexpr size_t kBlocks = Channels::kWidth / kChannelBlock;
-    if (!plane.is_row_of_points || plane.out_step != kChannelBlock) return;
+    if (!plane.is_row_of_points) return;
     while (blocks >= kBlocks) {
       Channels(plane, input, weight, bias, output).run(band.column, band.end_column);
       weight += plane.in_blocks * kChannelBlock * Channels::kWidth;
@@ -591,6 +390,11 @@ struct ChannelRange {
       blocks -= kBlocks;
     }
   }
+
+  /// Windows in parts, of a transposed convolution, are taken as others are.
+  template <typename Vector, size_t kPacked, typename Plane>
+  [[gnu::always_inline]] void take_points(const Plane& /*plane*/,
+                                          const WindowBand& /*band*/) noexcept {}
 
   template <typename Vector, size_t kVectors, typename Plane>
   [[gnu::always_inline]] void take(const Plane& plane, const WindowBand& band) noexcept {

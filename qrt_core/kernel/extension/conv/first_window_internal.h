@@ -1,6 +1,7 @@
 #pragma once
 
-#include "qrt_core/kernel/extension/conv/block_window_internal.h"
+#include "qrt_core/kernel/conv/steps/conv_params.h"
+#include "qrt_core/kernel/extension/conv/pixel_sums_internal.h"
 
 // Convolutions from a few planes to C8HW8. The lines under the windows of a row of outputs are copied
 // with their margins, which stay in L1; each of their numbers is broadcast and meets vectors of output
@@ -133,11 +134,7 @@ class FirstWindow {
     const float* bias = task_.bias == nullptr ? nullptr : task_.bias + block_ * kChannelBlock;
     for (size_t end = first + tiles * kPixels; first != end; first += kPixels) {
       Register sums[kVectors][kPixels];
-      unrolled<kVectors>(QRT_UNROLLED(v) {
-        const Register begin =
-            bias == nullptr ? Vector::zero() : Vector::load(bias + v * Vector::kLanes);
-        unrolled<kPixels>(QRT_UNROLLED(pixel) { sums[v][pixel] = begin; });
-      });
+      begin_sums<Vector>(bias, sums);
       const float* weight = weight_;
       const float* plane = lines_ + first * stride;
       for (size_t c = task_.in_blocks; c != 0; --c, plane += kernel_y * line) {
@@ -148,17 +145,12 @@ class FirstWindow {
           next += line;
           if (next == end_of_plane) next = plane;
           for (size_t x = kernel_x; x != 0; --x, at += step, weight += kWidth) {
-            Register weights[kVectors];
-            unrolled<kVectors>(QRT_UNROLLED(v) {
-              weights[v] =
-                  Vector::load(weight + v / kPacked * packed + v % kPacked * Vector::kLanes);
-            });
-            unrolled<kPixels>(QRT_UNROLLED(pixel) {
-              const Register input = Vector::splat(at + pixel * stride);
-              unrolled<kVectors>(QRT_UNROLLED(v) {
-                sums[v][pixel] = Vector::plus_product(sums[v][pixel], input, weights[v]);
-              });
-            });
+            add_products<Vector>(
+                sums,
+                [&](size_t v) __attribute__((always_inline)) {
+                  return weight + v / kPacked * packed + v % kPacked * Vector::kLanes;
+                },
+                [&](size_t pixel) __attribute__((always_inline)) { return at + pixel * stride; });
           }
         }
       }
