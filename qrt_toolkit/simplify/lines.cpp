@@ -31,8 +31,7 @@ bool moves_row(const Graph& graph, const Node& node, const char* op) {
 }
 
 Node row_node(Graph& graph, const Node& like, const char* op, ValueId value) {
-  return node_like(like, op,
-                   {value, graph.add_constant("", constant_of(Numbers::integers_1d({kRow})))});
+  return node_like(like, op, {value, add_integers(graph, {kRow})});
 }
 
 /// An axis of a line, counted from the front, as one of a plane.

@@ -86,6 +86,17 @@ void put(Graph& graph, NodeId old, Node node) {
   replace_output(graph, out, std::move(node));
 }
 
+ValueId add_integers(Graph& graph, std::vector<int64_t> numbers) {
+  return graph.add_constant("", constant_of(Numbers::integers_1d(std::move(numbers))));
+}
+
+ValueId add_node(Graph& graph, Node node, ElementType type) {
+  const ValueId made = graph.add_value("", type);
+  node.outputs = {made};
+  graph.add_node(std::move(node));
+  return made;
+}
+
 NodeId replace_output(Graph& graph, ValueId out, Node node) {
   const Value old = graph.value(out);
   const ValueId made = graph.add_value(old.name, old.type, old.shape);

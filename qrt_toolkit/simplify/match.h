@@ -58,6 +58,12 @@ bool everywhere(Graph& graph) {
 /// A node to stand in the place of `like`, whose name and origin it keeps.
 Node node_like(const Node& like, const char* op, std::vector<ValueId> inputs);
 
+/// A constant list.
+ValueId add_integers(Graph& graph, std::vector<int64_t> numbers);
+
+/// Adds a node of one output, which nothing reads yet. @return the output
+ValueId add_node(Graph& graph, Node node, ElementType type);
+
 /// Puts a node in the place of an old one, whose output's name it keeps.
 void put(Graph& graph, NodeId old, Node node);
 

@@ -26,17 +26,6 @@ ValueId add_number(Graph& graph, ElementType type, double number) {
   return graph.add_constant("", constant_of(numbers));
 }
 
-ValueId add_integers(Graph& graph, std::vector<int64_t> numbers) {
-  return graph.add_constant("", constant_of(Numbers::integers_1d(std::move(numbers))));
-}
-
-ValueId add_node(Graph& graph, Node node, ElementType type) {
-  const ValueId made = graph.add_value("", type);
-  node.outputs = {made};
-  graph.add_node(std::move(node));
-  return made;
-}
-
 /// Trilu keeps what a constant picture of its triangle lets through.
 bool choose_triangle(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const Node node = graph.node(id);

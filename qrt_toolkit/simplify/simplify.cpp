@@ -96,12 +96,26 @@ void settle(Graph& graph, int64_t most) {
     changed = drop_unused(graph);
     changed = take_branches(graph) || changed;
     changed = fold_constants(graph, most) || changed;
-    for (bool (*rule)(Graph&) :
-         {drop_identities, find_gelus, find_layer_normalizations, expand_einsums,
-          choose_by_conditions, unroll_recurrences, join_idle_window_axes, join_transposes,
-          push_transposes_down, move_rows_down, make_gemms, fold_paddings, fold_scales_behind,
-          fold_scales_in_front, join_clips, find_leaky_rectifiers, find_hard_swishes, find_swishes,
-          find_hard_sigmoids}) {
+    for (bool (*rule)(Graph&) : {drop_identities,
+                                 find_gelus,
+                                 find_layer_normalizations,
+                                 expand_einsums,
+                                 choose_by_conditions,
+                                 unroll_recurrences,
+                                 join_idle_window_axes,
+                                 join_transposes,
+                                 push_transposes_down,
+                                 move_rows_down,
+                                 make_gemms,
+                                 cut_products,
+                                 fold_paddings,
+                                 fold_scales_behind,
+                                 fold_scales_in_front,
+                                 join_clips,
+                                 find_leaky_rectifiers,
+                                 find_hard_swishes,
+                                 find_swishes,
+                                 find_hard_sigmoids}) {
       changed = rule(graph) || changed;
     }
   }

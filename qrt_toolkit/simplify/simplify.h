@@ -33,6 +33,10 @@ bool fold_scales_in_front(Graph& graph);
 /// MatMul with a third input, which the operator table takes for a bias.
 bool make_gemms(Graph& graph);
 
+/// A product with a constant matrix whose columns Slice or Split take apart, at once or behind a
+/// Reshape and a Transpose, becomes products with parts of the matrix.
+bool cut_products(Graph& graph);
+
 /// Pad with zeros goes into the convolution behind it, or the average that counts it.
 bool fold_paddings(Graph& graph);
 

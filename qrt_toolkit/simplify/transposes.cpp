@@ -194,8 +194,7 @@ bool push_down_axes(Graph& graph, NodeId id) {
         moved[axes.size() + static_cast<size_t>(axes[i])] = given[axes.size() + i];
       }
     }
-    graph.set_input(id, 1,
-                    graph.add_constant("", constant_of(Numbers::integers_1d(std::move(moved)))));
+    graph.set_input(id, 1, add_integers(graph, std::move(moved)));
   }
   graph.set_input(id, 0, like.inputs[0]);
   if (keeps) transpose_output(graph, id, axes, like);
@@ -224,7 +223,7 @@ bool pull_over_padding(Graph& graph, NodeId id) {
   first.outputs = {graph.add_value("", graph.value(pad.inputs[0]).type)};
   Node second = pad;
   second.inputs[0] = first.outputs[0];
-  second.inputs[1] = graph.add_constant("", constant_of(Numbers::integers_1d(std::move(moved))));
+  second.inputs[1] = add_integers(graph, std::move(moved));
   graph.add_node(std::move(first));
   put(graph, id, std::move(second));
   graph.remove_node(source);
