@@ -62,6 +62,13 @@ constexpr Row on_avx512(Row row) {
   return row;
 }
 
+/// `row` for a kernel that writes over its first input.
+template <typename Row>
+constexpr Row in_place(Row row) {
+  row.input_use = runtime::InputUse::overwrites;
+  return row;
+}
+
 /// `row` with an activation of its own.
 template <typename Row>
 constexpr Row with_epilogue(Epilogue epilogue, Row row) {

@@ -33,6 +33,9 @@ struct Work {
   QRT_API std::string key() const;
 };
 
+/// Whether a kernel touches no number of its first input and hands that on, be it under other dims.
+bool hands_on(runtime::InputUse use, const std::string& kernel);
+
 /// Says what work costs. One thread at a time asks.
 class QRT_API Costs {
  public:

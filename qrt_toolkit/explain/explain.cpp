@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "qrt_core/runtime/engine/kernel_facts.h"
+#include "qrt_toolkit/assign/costs.h"
 #include "qrt_toolkit/assign/description.h"
 #include "qrt_toolkit/assign/network.h"
 #include "qrt_toolkit/explain/html_parts.h"
@@ -20,7 +21,6 @@ namespace marlo::toolkit {
 namespace {
 
 using runtime::IKernelFacts;
-using runtime::InputUse;
 using runtime::TensorShape;
 
 std::vector<uint32_t> first_dims(const std::vector<TensorShape>& shapes) {
@@ -178,7 +178,7 @@ class Explainer {
             .value_or(0);
     const auto* facts = dynamic_cast<const IKernelFacts*>(place.kernel.get());
     // A tensor that is handed on isn't touched, whatever its size.
-    if (layer.is_input || (facts != nullptr && facts->input_use() == InputUse::passes_on)) return;
+    if (layer.is_input || (facts != nullptr && hands_on(facts->input_use(), row.kernel))) return;
     layer.work.read = bytes_of(row.inputs);
     layer.work.written = bytes_of(row.outputs);
   }
@@ -194,8 +194,8 @@ class Explainer {
       for (const std::string& id : layer.sources) {
         if (makers.count(id) != 0) last[makers[id]] = i;
       }
-      const bool hands_on = !layer.is_input && layer.work.written == 0 && !layer.sources.empty();
-      const auto source = hands_on ? makers.find(layer.sources[0]) : makers.end();
+      const bool is_handed_on = !layer.is_input && layer.work.written == 0 && !layer.sources.empty();
+      const auto source = is_handed_on ? makers.find(layer.sources[0]) : makers.end();
       const size_t maker = source != makers.end() ? source->second : i;
       makers[layer.id] = maker;
       last[maker] = layer.is_output ? layers.size() : std::max(last[maker], i);

@@ -80,6 +80,7 @@ std::set<std::string> walked_rows(const std::vector<std::string>& tests) {
   QRT_ADD_LIST(first_window_rows);
   QRT_ADD_LIST(last_window_rows);
   QRT_ADD_LIST(rectified_sum_rows);
+  QRT_ADD_LIST(reshape_in_place_rows);
   QRT_ADD_LIST(element_function_rows);
   QRT_ADD_LIST(axis_softmax_rows);
   QRT_ADD_LIST(layer_norm_rows);

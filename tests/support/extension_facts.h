@@ -44,7 +44,9 @@ KernelFacts facts_of(const kernel::ElementFunctionRow& row) {
 }
 
 KernelFacts facts_of(const kernel::AxisSoftmaxRow& row) {
-  return facts_in_order(row, "any axis, its logarithm too");
+  KernelFacts facts = facts_in_order(row, "any axis, its logarithm too");
+  if (row.input_use != runtime::InputUse::reads) facts.difference = "writes in place";
+  return facts;
 }
 
 KernelFacts facts_of(const kernel::LayerNormRow& row) {
@@ -90,8 +92,10 @@ KernelFacts facts_of(const kernel::EmbeddingRow&) {
   return {"a table", "any but blocks", "FLEXIABLE", "", "moves"};
 }
 
-KernelFacts facts_of(const kernel::ReshapeToRow&) {
-  return {"new dims", "any but blocks", "as described", "", "moves"};
+KernelFacts facts_of(const kernel::ReshapeToRow& row) {
+  const bool copies = row.input_use == runtime::InputUse::reads;
+  return {"new dims", "any but blocks", "as described", copies ? "" : "gives its input the dims",
+          "moves"};
 }
 
 KernelFacts facts_of(const kernel::ResizeRow& row) {

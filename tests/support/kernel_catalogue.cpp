@@ -159,7 +159,9 @@ KernelFacts facts_of(const kernel::GridSampleRow&) {
 }
 
 KernelFacts facts_of(const kernel::ReshapeRow& row) {
-  return {"a reshape", "any", layout_name(row.layout), "copies bytes as they stand", kMoves};
+  const bool copies = row.input_use == runtime::InputUse::reads;
+  return {"a reshape", "any", layout_name(row.layout),
+          copies ? "copies bytes as they stand" : "gives its input the dims", kMoves};
 }
 
 KernelFacts facts_of(const kernel::RankedReshapeRow& row) {

@@ -286,6 +286,7 @@ const bool registered = [] {
     if (row->input_use == runtime::InputUse::reads) register_moving(row->name, described(*row));
   }
   for (const auto* row : kernel::axis_softmax_rows) {
+    if (row->input_use != runtime::InputUse::reads) continue;
     register_moving(row->name, std::make_shared<runtime::AxisSoftmaxInfo>());
   }
   for (const auto* row : kernel::layer_norm_rows) {

@@ -43,13 +43,6 @@ struct ElementwiseRow : KernelRow {
     row.output = what;
     return row;
   }
-
-  /// The same row writing over its first input.
-  constexpr ElementwiseRow in_place() const {
-    ElementwiseRow row = *this;
-    row.input_use = runtime::InputUse::overwrites;
-    return row;
-  }
 };
 
 /// See `ElementwiseRow`. The first input is the left operand. `Forward` replaces what is in its

@@ -20,6 +20,7 @@
 #include "qrt_core/kernel/extension/elementary/rectified_sum.h"
 #include "qrt_core/kernel/extension/layout/axis_map.h"
 #include "qrt_core/kernel/extension/layout/constant.h"
+#include "qrt_core/kernel/extension/layout/reshape_in_place.h"
 #include "qrt_core/kernel/extension/layout/resize.h"
 #include "qrt_core/kernel/extension/layout/resize_like.h"
 #include "qrt_core/kernel/extension/matrix/dense.h"
@@ -39,6 +40,7 @@
   QRT_RESIZE_LIKE_KERNELS_PORTABLE(KERNEL)      \
   QRT_STATED_SEQUENCES_PORTABLE(KERNEL)         \
   QRT_TENSOR_KERNELS(KERNEL)                    \
+  QRT_RESHAPE_IN_PLACE_KERNELS(KERNEL)          \
   QRT_AXIS_REDUCTION_KERNELS_PORTABLE(KERNEL)   \
   QRT_BINARY_KERNELS_PORTABLE(KERNEL)           \
   QRT_ELEMENT_FUNCTION_KERNELS_PORTABLE(KERNEL) \

@@ -54,4 +54,18 @@ inline void append_copy(const char* kernel, const runtime::TensorCPU& input,
   outputs.push_back(std::move(output));
 }
 
+/// Appends an output of `shape` with the first bytes of the input: the input itself, if `row` may
+/// write over it, or a copy.
+inline void append_reshaped(const KernelRow& row, const runtime::IKernel::Tensors& inputs,
+                            runtime::TensorShape shape, const Pass& pass,
+                            runtime::IKernel::Tensors& outputs) {
+  if (row.input_use == runtime::InputUse::reads) {
+    append_copy(row.name, any_input(inputs), std::move(shape), pass, outputs);
+    return;
+  }
+  refuse_growth(row.name, inputs[0]->shape, shape);
+  outputs.push_back(inputs[0]);
+  static_cast<runtime::TensorCPU&>(*outputs.back()).TakeShape(std::move(shape));
+}
+
 }  // namespace marlo::kernel

@@ -115,7 +115,7 @@ int Reshape::CheckOutputs(const Tensors& tensors) const {
 int Reshape::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pass) const {
   const runtime::TensorCPU& input = any_input(inputs);
   Shapes shapes = InferOutputShapes({input.shape});
-  append_copy(row_.name, input, std::move(shapes[0]), pass, outputs);
+  append_reshaped(row_, inputs, std::move(shapes[0]), pass, outputs);
   return runtime::KERNEL_OK;
 }
 

@@ -5,8 +5,8 @@
 
 #include "qrt_core/kernel/kernel_class.h"
 
-// Kernels that give planar data any other dims. The bytes are copied as they stand: a blocked input
-// keeps its block order.
+// Kernels that give planar data any other dims. The bytes stay as they stand, copied or in place: a
+// blocked input keeps its block order.
 
 namespace marlo::kernel {
 

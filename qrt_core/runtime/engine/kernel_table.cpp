@@ -1,3 +1,5 @@
+#include <unordered_map>
+
 #include "qrt_core/kernel/extension/kernels.h"
 #include "qrt_core/kernel/kernels.h"
 #include "qrt_core/runtime/engine/kernel_facts.h"
@@ -25,13 +27,16 @@ const char* PrintedName(InstructionSet set) {
 }
 
 InstructionSet needs_of(std::string_view kernel) {
-  InstructionSet needs = InstructionSet::baseline;
-  const auto read = [&](const kernel::KernelRow& row) {
-    if (kernel == row.name) needs = row.needs;
-  };
-  kernel::for_each_row(read);
-  kernel::for_each_extension_row(read);
-  return needs;
+  // Tools ask for every kernel of every layer, so the names are looked up and not walked through.
+  static const auto* const table = [] {
+    auto* const made = new std::unordered_map<std::string_view, InstructionSet>;
+    const auto add = [made](const kernel::KernelRow& row) { made->emplace(row.name, row.needs); };
+    kernel::for_each_row(add);
+    kernel::for_each_extension_row(add);
+    return made;
+  }();
+  const auto found = table->find(kernel);
+  return found != table->end() ? found->second : InstructionSet::baseline;
 }
 
 // By the names alone: loading asks, and rows would keep every kernel in programs that register few.

@@ -126,6 +126,15 @@ void* TensorCPU::Locate(const std::vector<uint32_t>& indices) {
   return const_cast<void*>(std::as_const(*this).Locate(indices));
 }
 
+void TensorCPU::TakeShape(TensorShape new_shape) {
+  Assert(ByteSize(new_shape) <= ByteSize(shape),
+         "a shape of %u bytes doesn't fit into a buffer of %u", ByteSize(new_shape),
+         ByteSize(shape));
+  std::vector<uint32_t> new_strides = row_major_strides(new_shape.dims);
+  shape = std::move(new_shape);
+  strides = std::move(new_strides);
+}
+
 std::shared_ptr<TensorCPU> TensorCPU::Reshape(std::vector<int32_t> new_dims) {
   std::vector<uint32_t> sizes(new_dims.size());
   // 64 bits and a stop above the element count, so that a product can't wrap to a size that fits.

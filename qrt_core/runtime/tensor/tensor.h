@@ -95,6 +95,10 @@ class QRT_API TensorCPU final : public Tensor {
   ///   isn't divisible by the product of the given ones, or for a tensor on a null pointer
   std::shared_ptr<TensorCPU> Reshape(std::vector<int32_t> dims);
 
+  /// Gives the buffer another shape, as a kernel does that works in place.
+  /// @throws std::runtime_error if that needs more bytes than the shape that it has
+  void TakeShape(TensorShape new_shape);
+
   /// A copy with transposed axes: dims[i] of the result is dims[axes[i]]. Its layout is FLEXIABLE.
   /// @throws std::runtime_error if `axes` isn't as long as the dims, or names an axis twice or
   ///   one that isn't there

@@ -42,6 +42,18 @@ class ReshapeTest : public ::testing::Test {
   test::LogCapture log_;
 };
 
+TEST_F(ReshapeTest, AShapeThatFitsTakesOverTheBuffer) {
+  const auto tensor = counted({2, 3, 4});
+  const void* const buffer = tensor->RawPointer();
+  tensor->TakeShape(TensorShape({4, 6}, DataType::FLOAT32, LayoutType::FLEXIABLE));
+  EXPECT_EQ(tensor->shape, TensorShape({4, 6}, DataType::FLOAT32, LayoutType::FLEXIABLE));
+  EXPECT_EQ(tensor->strides, (std::vector<uint32_t>{6, 1}));
+  EXPECT_EQ(tensor->RawPointer(), buffer);
+  EXPECT_THROW(tensor->TakeShape(TensorShape({25}, DataType::FLOAT32, LayoutType::C)),
+               std::runtime_error);
+  EXPECT_EQ(tensor->shape.dims, (std::vector<uint32_t>{4, 6}));
+}
+
 using PermuteTest = ReshapeTest;
 
 TEST_F(ReshapeTest, CopiesIntoNewDimsAndNeverSharesTheBuffer) {

@@ -28,13 +28,6 @@ struct ElementFunctionRow : KernelRow {
   runtime::ElementFunction function = runtime::ElementFunction::Abs;  ///< of an ElementFunctionInfo
   uint16_t label = 0;               ///< the activation_type of the function, where it is known
   elementary::Core core = nullptr;  ///< what computes it
-
-  /// The same row writing over its input: the output is the input's tensor object.
-  constexpr ElementFunctionRow in_place() const {
-    ElementFunctionRow row = *this;
-    row.input_use = runtime::InputUse::overwrites;
-    return row;
-  }
 };
 
 /// See `ElementFunctionRow`. Portable kernels compute in double precision and round once; those of
@@ -82,7 +75,7 @@ constexpr ElementFunctionRow plain_activation(std::string_view function, element
 /// @{
 #define QRT_FUNCTION_ROWS(KERNEL, Name, set, row) \
   KERNEL(Name##_##set##_Float_M1, row)            \
-  KERNEL(Name##_Inplace_##set##_Float_M1, (row).in_place())
+  KERNEL(Name##_Inplace_##set##_Float_M1, in_place(row))
 
 #define QRT_PORTABLE_FUNCTION(KERNEL, Name)                                   \
   QRT_FUNCTION_ROWS(KERNEL, Name, Fallback,                                   \

@@ -7,7 +7,8 @@
 
 namespace marlo::kernel::elementary {
 
-/// Softmax, or its logarithm, of lines [count, columns], each along the count.
+/// Softmax, or its logarithm, of lines [count, columns], each along the count. The output may be the
+/// input.
 struct SoftmaxTask {
   const float* input = nullptr;
   float* output = nullptr;

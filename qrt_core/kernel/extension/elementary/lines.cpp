@@ -80,7 +80,8 @@ int AxisSoftmax::Forward(const Tensors& inputs, Tensors& outputs, const Pass& pa
          row_.name, axis_);
   const axes::Dims& dims = inputs[0]->shape.dims;
   const size_t axis = axes::axis_of(axis_, dims.size());
-  auto output = pass.create(inputs[0]->shape);
+  std::shared_ptr<runtime::Tensor> output = inputs[0];
+  if (row_.input_use == runtime::InputUse::reads) output = pass.create(inputs[0]->shape);
   elementary::SoftmaxTask task;
   task.input = floats_of(*inputs[0]);
   task.output = floats_of(*output);

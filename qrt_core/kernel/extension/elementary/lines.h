@@ -113,6 +113,8 @@ constexpr Row over_lines(elementary::LineCores cores) {
 
 #define QRT_LINE_KERNELS(KERNEL, set, on_set, cores)                                          \
   KERNEL(AxisSoftmax_##set##_Float_M1, on_set(over_lines<AxisSoftmaxRow>(elementary::cores))) \
+  KERNEL(AxisSoftmax_Inplace_##set##_Float_M1,                                                \
+         in_place(on_set(over_lines<AxisSoftmaxRow>(elementary::cores))))                     \
   KERNEL(LayerNorm_##set##_Float_M1, on_set(over_lines<LayerNormRow>(elementary::cores)))     \
   KERNEL(GroupNorm_##set##_Float_M1, on_set(over_lines<GroupNormRow>(elementary::cores)))
 #define QRT_LINE_KERNELS_PORTABLE(KERNEL) QRT_LINE_KERNELS(KERNEL, Fallback, , kLinesPortable)
@@ -125,8 +127,9 @@ QRT_IF_AVX(QRT_LINE_KERNELS_AVX512(QRT_KERNEL))
 
 /// The rows of the kernels that this build contains, by family.
 inline constexpr std::initializer_list<const AxisSoftmaxRow*> axis_softmax_rows = {
-    &rows::AxisSoftmax_Fallback_Float_M1,
-    QRT_IF_AVX(&rows::AxisSoftmax_FMA_Float_M1, &rows::AxisSoftmax_AVX512_Float_M1)};
+    &rows::AxisSoftmax_Fallback_Float_M1, &rows::AxisSoftmax_Inplace_Fallback_Float_M1,
+    QRT_IF_AVX(&rows::AxisSoftmax_FMA_Float_M1, &rows::AxisSoftmax_Inplace_FMA_Float_M1,
+               &rows::AxisSoftmax_AVX512_Float_M1, &rows::AxisSoftmax_Inplace_AVX512_Float_M1)};
 inline constexpr std::initializer_list<const LayerNormRow*> layer_norm_rows = {
     &rows::LayerNorm_Fallback_Float_M1,
     QRT_IF_AVX(&rows::LayerNorm_FMA_Float_M1, &rows::LayerNorm_AVX512_Float_M1)};

@@ -15,11 +15,11 @@ constexpr ElementwiseRow rectified_sum_avx() {
       with_epilogue(Epilogue::relu, elementwise_blocks("Add", 8, add_relu_avx, add_relu_scalar)));
 }
 
-#define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)                                  \
-  KERNEL(Elementwise_Add_AVX_Float_ReLU_M1, rectified_sum_avx())               \
-  KERNEL(Elementwise_Add_Inplace_AVX_Float_M1,                                 \
-         on_avx(elementwise_blocks("Add", 8, add_avx, add_scalar).in_place())) \
-  KERNEL(Elementwise_Add_Inplace_AVX_Float_ReLU_M1, rectified_sum_avx().in_place())
+#define QRT_RECTIFIED_SUM_KERNELS_AVX(KERNEL)                                 \
+  KERNEL(Elementwise_Add_AVX_Float_ReLU_M1, rectified_sum_avx())              \
+  KERNEL(Elementwise_Add_Inplace_AVX_Float_M1,                                \
+         on_avx(in_place(elementwise_blocks("Add", 8, add_avx, add_scalar)))) \
+  KERNEL(Elementwise_Add_Inplace_AVX_Float_ReLU_M1, in_place(rectified_sum_avx()))
 
 QRT_IF_AVX(QRT_RECTIFIED_SUM_KERNELS_AVX(QRT_KERNEL))
 

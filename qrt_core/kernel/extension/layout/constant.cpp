@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qrt_core/kernel/layout/one_tensor.h"
 #include "qrt_core/kernel/misfits_internal.h"
 #include "qrt_core/kernel/tensor_checks.h"
 #include "qrt_core/runtime/model/extension_info.h"
@@ -219,13 +220,7 @@ int ReshapeToKernel::Forward(const Tensors& inputs, Tensors& outputs, const Pass
          "%s: the input must be a FLOAT32 or INT32 tensor of as many elements as the new dims, "
          "neither in C4HW4 nor in C8HW8",
          row_.name);
-  const auto output = pass.create(InferOutputShapes({inputs[0]->shape})[0]);
-  const size_t bytes = runtime::ByteSize(output->shape);
-  if (bytes != 0) {
-    std::memcpy(output->RawPointer(),
-                static_cast<const runtime::TensorCPU&>(*inputs[0]).RawPointer(), bytes);
-  }
-  outputs.push_back(output);
+  append_reshaped(row_, inputs, InferOutputShapes({inputs[0]->shape})[0], pass, outputs);
   return runtime::KERNEL_OK;
 }
 

@@ -73,7 +73,7 @@ class EmbeddingKernel : public KernelFamily {
   std::vector<float> table_;
 };
 
-/// See `runtime::ReshapeToInfo`. Copies.
+/// See `runtime::ReshapeToInfo`. Copies, or gives its input the dims.
 class ReshapeToKernel : public KernelFamily {
  public:
   explicit ReshapeToKernel(const ReshapeToRow& row) : row_(row) {}
@@ -98,7 +98,8 @@ class ReshapeToKernel : public KernelFamily {
 #define QRT_TENSOR_KERNELS(KERNEL)                      \
   KERNEL(Constant_Fallback_Float_M1, (ConstantRow{}))   \
   KERNEL(Embedding_Fallback_Float_M1, (EmbeddingRow{})) \
-  KERNEL(ReshapeTo_Fallback_Float_M1, (ReshapeToRow{}))
+  KERNEL(ReshapeTo_Fallback_Float_M1, (ReshapeToRow{})) \
+  KERNEL(ReshapeTo_Inplace_Fallback_Float_M1, in_place(ReshapeToRow()))
 
 QRT_TENSOR_KERNELS(QRT_KERNEL)
 

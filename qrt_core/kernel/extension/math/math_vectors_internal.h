@@ -29,6 +29,19 @@ struct FusedMath : FusedVector {
   static Register select(Mask mask, Register yes, Register no) noexcept {
     return _mm256_blendv_ps(no, yes, mask);
   }
+  /// The first lanes, of which `count` is less than all.
+  static Mask first(size_t count) noexcept {
+    return less(_mm256_setr_ps(0, 1, 2, 3, 4, 5, 6, 7),
+                splat(static_cast<float>(static_cast<int>(count))));
+  }
+  /// All lanes put together by a function of two vectors that doesn't care for their order, in every
+  /// lane: halves with halves, until one is left.
+  template <typename Join>
+  static Register across(Register x, Join join) noexcept {
+    x = join(x, _mm256_permute2f128_ps(x, x, 1));
+    x = join(x, _mm256_permute_ps(x, 0x4E));
+    return join(x, _mm256_permute_ps(x, 0xB1));
+  }
 
   static Register absolute(Register x) noexcept { return _mm256_andnot_ps(splat(-0.0f), x); }
   static Register negated(Register x) noexcept { return _mm256_xor_ps(splat(-0.0f), x); }
@@ -96,6 +109,14 @@ struct Avx512Math : Avx512Vector {
   static Mask is_nan(Register x) noexcept { return _mm512_cmp_ps_mask(x, x, _CMP_UNORD_Q); }
   static Register select(Mask mask, Register yes, Register no) noexcept {
     return _mm512_mask_blend_ps(mask, no, yes);
+  }
+  static Mask first(size_t count) noexcept { return static_cast<Mask>((1u << count) - 1u); }
+  template <typename Join>
+  static Register across(Register x, Join join) noexcept {
+    x = join(x, _mm512_shuffle_f32x4(x, x, 0x4E));
+    x = join(x, _mm512_shuffle_f32x4(x, x, 0xB1));
+    x = join(x, _mm512_permute_ps(x, 0x4E));
+    return join(x, _mm512_permute_ps(x, 0xB1));
   }
 
   static Register absolute(Register x) noexcept { return _mm512_andnot_ps(splat(-0.0f), x); }

@@ -65,6 +65,7 @@ constexpr char kGather[] = "Gather_Fallback_Float_M1";
 constexpr char kSpread[] = "BroadcastTo_Fallback_Float_M1";
 constexpr char kSlice[] = "StridedSlice_Fallback_Float_M1";
 constexpr char kReshape[] = "ReshapeTo_Fallback_Float_M1";
+constexpr char kReshapeInPlace[] = "ReshapeTo_Inplace_Fallback_Float_M1";
 constexpr char kEmbedding[] = "Embedding_Fallback_Float_M1";
 constexpr char kConstant[] = "Constant_Fallback_Float_M1";
 
@@ -162,17 +163,34 @@ TEST(StridedSliceKernel, StepsForwardAndBackwardWithinTheAxis) {
 }
 
 TEST(ReshapeToKernel, TakesOverDimsAndFindsOne) {
+  for (const char* const kernel : {kReshape, kReshapeInPlace}) {
+    SCOPED_TRACE(kernel);
+    const auto info = std::make_shared<runtime::ReshapeToInfo>();
+    info->dims = {0, -1, 2};
+    EXPECT_EQ(run(kernel, info, {2, 6}, Floats(12, 5.0f)), (Result{{2, 3, 2}, Floats(12, 5.0f)}));
+    EXPECT_EQ(verdict(kernel, info, {3, 3}), -2);
+    info->dims = {4};
+    EXPECT_EQ(verdict(kernel, info, {3}), -2);
+    info->dims = {-1, -1};
+    EXPECT_EQ(make_kernel(kernel)->CheckConfig(info, nullptr), -1);
+    info->dims = {1};
+    info->layout = static_cast<uint32_t>(LayoutType::C8HW8);
+    EXPECT_EQ(make_kernel(kernel)->CheckConfig(info, nullptr), -1);
+  }
+}
+
+TEST(ReshapeToKernel, InPlaceHandsOnItsInput) {
   const auto info = std::make_shared<runtime::ReshapeToInfo>();
-  info->dims = {0, -1, 2};
-  EXPECT_EQ(run(kReshape, info, {2, 6}, Floats(12, 5.0f)), (Result{{2, 3, 2}, Floats(12, 5.0f)}));
-  EXPECT_EQ(verdict(kReshape, info, {3, 3}), -2);
-  info->dims = {4};
-  EXPECT_EQ(verdict(kReshape, info, {3}), -2);
-  info->dims = {-1, -1};
-  EXPECT_EQ(make_kernel(kReshape)->CheckConfig(info, nullptr), -1);
-  info->dims = {1};
-  info->layout = static_cast<uint32_t>(LayoutType::C8HW8);
-  EXPECT_EQ(make_kernel(kReshape)->CheckConfig(info, nullptr), -1);
+  info->dims = {3, -1};
+  TestContext context;
+  for (const char* const name : {kReshape, kReshapeInPlace}) {
+    const auto kernel = make_kernel(name);
+    ASSERT_TRUE(kernel->Config(info, nullptr, context));
+    const auto input = context.floats({2, 6}, LayoutType::FLEXIABLE, Floats(12, 5.0f));
+    IKernel::Tensors outputs;
+    ASSERT_EQ(kernel->Forward({input}, outputs, context), runtime::KERNEL_OK);
+    EXPECT_EQ(outputs.at(0) == input, name == kReshapeInPlace);
+  }
 }
 
 TEST(EmbeddingKernel, LooksRowsUp) {
