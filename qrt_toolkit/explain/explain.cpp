@@ -194,7 +194,8 @@ class Explainer {
       for (const std::string& id : layer.sources) {
         if (makers.count(id) != 0) last[makers[id]] = i;
       }
-      const bool is_handed_on = !layer.is_input && layer.work.written == 0 && !layer.sources.empty();
+      const bool is_handed_on =
+          !layer.is_input && layer.work.written == 0 && !layer.sources.empty();
       const auto source = is_handed_on ? makers.find(layer.sources[0]) : makers.end();
       const size_t maker = source != makers.end() ? source->second : i;
       makers[layer.id] = maker;

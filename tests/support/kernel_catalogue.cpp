@@ -229,8 +229,10 @@ KernelFacts facts_of(const kernel::RecurrentSequenceRow& row) {
 
 template <typename Geometry>
 KernelFacts facts_of(const kernel::ConvolutionRow<Geometry>& row) {
+  const bool overwrites = row.input_use == runtime::InputUse::overwrites;
   return {kernel::words_for(row.accepts, Geometry::kDims == 2), layout_name(row.input.layout),
-          layout_name(row.output.layout), "", portable_defines(row.name, kFreeOrder)};
+          layout_name(row.output.layout), overwrites ? "writes in place" : "",
+          portable_defines(row.name, kFreeOrder)};
 }
 
 [[maybe_unused]] KernelFacts facts_of(const kernel::Int16ConvolutionRow& row) {

@@ -129,7 +129,7 @@ void add_extensions() {
       const auto epilogue = row->epilogue;
       const bool is_one = epilogue == kernel::Epilogue::none ||
                           epilogue == kernel::Epilogue::relu || epilogue == kernel::Epilogue::silu;
-      if (is_one) some.push_back(row);
+      if (is_one && row->input_use == runtime::InputUse::reads) some.push_back(row);
     }
     register_on_shapes(some, fits, run);
   }

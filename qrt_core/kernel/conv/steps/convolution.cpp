@@ -227,7 +227,8 @@ int Convolution<Geometry>::Forward(const Tensors& inputs, Tensors& outputs,
   const Frame surplus = Geometry::surplus_of(params_);
   TensorShape shape = output_shape(inputs[0]->shape);
   Geometry::enlarge(surplus, shape.dims);
-  auto output = initial_output(shape, device);
+  auto output = row_.input_use == runtime::InputUse::overwrites ? source.memory
+                                                                : initial_output(shape, device);
   // A transposed output may have no columns and billions of rows.
   if (runtime::ElementCount(output->shape) != 0) {
     const ConvTask task = task_of(source, *output);

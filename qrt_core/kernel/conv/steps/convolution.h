@@ -53,7 +53,9 @@ struct ConvolutionRow : KernelRow {
   bool starts_from_bias = false;
   Computes computes = Computes::first_group;  ///< of the channels
   bool leaves_odd_ends = false;               ///< an odd last row and column stay as they begin
-  conv::Core core = nullptr;                  ///< adds the products onto the output
+  /// Adds the products onto the output; in place it writes over its input, of which it reads each
+  /// number before, and starts from the bias.
+  conv::Core core = nullptr;
   conv::Method method = nullptr;  ///< takes the place of `core` where scratch memory is needed
 
   /// The same kernel with one layout on both sides.

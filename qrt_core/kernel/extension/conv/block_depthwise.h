@@ -23,6 +23,14 @@ constexpr ConvolutionRow<PlaneGeometry> block_depthwise_any(conv::Core core) {
   return row;
 }
 
+/// One factor and one summand for each channel, as a normalisation becomes that follows no
+/// convolution.
+constexpr ConvolutionRow<PlaneGeometry> block_scale(conv::Core core) {
+  auto row = block_depthwise(window_of(1, 1, 1, Paddings::none), nullptr);
+  row.core = core;
+  return row;
+}
+
 // clang-format off
 #define QRT_BLOCK_DEPTHWISE_KERNELS(KERNEL, ISA, on, suffix) \
   QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K3x3_S1x1_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(3, 3, 1), over_blocks<8, conv::block_depthwise_3x3_##suffix>))) \
@@ -32,10 +40,14 @@ constexpr ConvolutionRow<PlaneGeometry> block_depthwise_any(conv::Core core) {
   QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K7x7_S1x1_D1x1_##ISA##_C8HW8_FLOAT, on(block_depthwise(window_of(7, 7, 1), over_blocks<8, conv::block_depthwise_7x7_##suffix>)))
 // clang-format on
 
-#define QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)                               \
-  QRT_BLOCK_DEPTHWISE_KERNELS(KERNEL, FMA, on_fma, fma)                       \
-  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_Knxm_Snxm_Dnxm_FMA_C8HW8_FLOAT, \
-                     on_fma(block_depthwise_any(conv::block_depthwise_any_fma)))
+#define QRT_BLOCK_DEPTHWISE_KERNELS_FMA(KERNEL)                                       \
+  QRT_BLOCK_DEPTHWISE_KERNELS(KERNEL, FMA, on_fma, fma)                               \
+  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_Knxm_Snxm_Dnxm_FMA_C8HW8_FLOAT,         \
+                     on_fma(block_depthwise_any(conv::block_depthwise_any_fma)))      \
+  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K1x1_S1x1_D1x1_FMA_C8HW8_FLOAT,         \
+                     on_fma(block_scale(conv::block_scale_fma)))                      \
+  QRT_WITH_EPILOGUES(KERNEL, Depthwise_Conv2D_K1x1_S1x1_D1x1_Inplace_FMA_C8HW8_FLOAT, \
+                     in_place(on_fma(block_scale(conv::block_scale_fma))))
 #define QRT_BLOCK_DEPTHWISE_KERNELS_AVX512(KERNEL) \
   QRT_BLOCK_DEPTHWISE_KERNELS(KERNEL, AVX512, on_avx512, avx512)
 
