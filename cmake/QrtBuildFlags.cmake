@@ -90,7 +90,7 @@ target_compile_options(qrt_together_flags INTERFACE -Wno-shadow $<$<CXX_COMPILER
 # compiled as one. Sources with flags or definitions of their own stay alone. Where two clash after an edit, CMake has to
 # look again.
 function(qrt_compile_together target)
-  if(NOT QRT_COMPILE_TOGETHER OR (QRT_COMPILE_TOGETHER STREQUAL "TESTS" AND target STREQUAL "qrt_objects_base"))
+  if(NOT QRT_COMPILE_TOGETHER)
     return()
   endif()
   find_package(Python3 REQUIRED COMPONENTS Interpreter)
