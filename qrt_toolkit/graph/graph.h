@@ -61,6 +61,9 @@ class Graph {
   Node& node(NodeId id) { return *nodes_.at(static_cast<size_t>(id)); }
   const Node& node(NodeId id) const { return *nodes_.at(static_cast<size_t>(id)); }
 
+  /// Whether a node that was added is still there.
+  bool has_node(NodeId id) const { return nodes_.at(static_cast<size_t>(id)).has_value(); }
+
   /// The number of values, counted with those that nothing reads any more.
   size_t value_count() const noexcept { return values_.size(); }
 

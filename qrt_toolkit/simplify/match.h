@@ -32,11 +32,13 @@ bool works_on_single_numbers(const Node& node);
 /// Whether an operator works on operands that are broadcast from the last axis on, or joins them.
 bool combines(const Node& node);
 
-/// Tries a rule at every node. @return whether it changed anything
+/// Tries a rule at every node that is still there. @return whether it changed anything
 template <bool (*rule)(Graph&, NodeId)>
 bool everywhere(Graph& graph) {
   bool changed = false;
-  for (const NodeId id : graph.order()) changed = rule(graph, id) || changed;
+  for (const NodeId id : graph.order()) {
+    changed = (graph.has_node(id) && rule(graph, id)) || changed;
+  }
   return changed;
 }
 
@@ -50,7 +52,8 @@ bool everywhere(Graph& graph) {
   bool changed = false;
   const std::vector<Facts> facts = infer_facts(graph);
   for (const NodeId id : graph.order()) {
-    changed = (is_known_to(facts, graph.node(id)) && rule(graph, id, facts)) || changed;
+    const bool is_there = graph.has_node(id) && is_known_to(facts, graph.node(id));
+    changed = (is_there && rule(graph, id, facts)) || changed;
   }
   return changed;
 }
