@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "qrt_toolkit/shapes/infer.h"
+#include "qrt_toolkit/simplify/match.h"
 
 namespace marlo::toolkit {
 namespace {
@@ -22,6 +23,12 @@ bool is_straight(const Node& node, size_t rank) {
   return perm.size() == rank;
 }
 
+/// Whether a node gives the same numbers other axes.
+bool reshapes(const Node& node) {
+  return node.op == "Reshape" || node.op == "Flatten" || node.op == "Squeeze" ||
+         node.op == "Unsqueeze";
+}
+
 /// Whether the node's first output is its first input, number for number.
 bool hands_on(const Node& node, const Facts& in, const Facts& out) {
   if (node.op == "Identity" || node.op == "Dropout") return true;
@@ -29,9 +36,14 @@ bool hands_on(const Node& node, const Facts& in, const Facts& out) {
     return in.type == out.type || (is_real(in.type) && is_real(out.type));
   }
   if (node.op == "Transpose") return in.shape && is_straight(node, in.shape->size());
-  const bool reshapes = node.op == "Reshape" || node.op == "Flatten" || node.op == "Squeeze" ||
-                        node.op == "Unsqueeze" || node.op == "Expand";
-  return reshapes && same_shape(in, out);
+  return (reshapes(node) || node.op == "Expand") && same_shape(in, out);
+}
+
+/// What a node's first input was reshaped from, if anything was, or else that input.
+ValueId before_reshape(const Graph& graph, const Node& node) {
+  const NodeId source = source_of(graph, node, 0);
+  const bool is_reshaped = source != kAbsent && reshapes(graph.node(source));
+  return is_reshaped ? graph.node(source).inputs[0] : node.inputs[0];
 }
 
 /// A small file may ask for large constants; what it holds bounds what is computed of it.
@@ -58,12 +70,13 @@ bool drop_identities(Graph& graph) {
     const bool others = std::any_of(node.outputs.begin() + 1, node.outputs.end(), [&](ValueId out) {
       return out != kAbsent && !graph.is_unused(out);
     });
-    const ValueId in = node.inputs[0];
     const ValueId out = node.outputs[0];
-    if (others ||
-        !hands_on(node, facts[static_cast<size_t>(in)], facts[static_cast<size_t>(out)])) {
-      continue;
-    }
+    const auto gives = [&](ValueId in) {
+      return hands_on(node, facts[static_cast<size_t>(in)], facts[static_cast<size_t>(out)]);
+    };
+    ValueId in = node.inputs[0];
+    if (!gives(in) && reshapes(node)) in = before_reshape(graph, node);
+    if (others || !gives(in)) continue;
     graph.remove_node(id);
     graph.replace(out, in);
     changed = true;

@@ -19,7 +19,7 @@ bool fold_constants(Graph& graph, int64_t most = Numbers::kMostElements);
 bool take_branches(Graph& graph);
 
 /// Nodes that hand their input on are left out: Identity, Dropout, Cast between floating-point
-/// types, Reshape and Transpose that change nothing.
+/// types, Reshape and Transpose that change nothing, reshapes back to what was reshaped.
 bool drop_identities(Graph& graph);
 
 /// BatchNormalization, and a constant that is added to, subtracted from, multiplied with or divides

@@ -104,6 +104,30 @@ TEST(DropIdentities, LeavesOutWhatHandsItsInputOn) {
   expect_same(model.graph, graph, {random_numbers({2, 3})});
 }
 
+TEST(DropIdentities, LeavesOutAReshapeBackAgain) {
+  const std::string start =
+      "g (float[2,3,4] x) => (float[a,b,c] y) <int64[1] axis = {1}, int64[3] back = {2, 3, 4}, "
+      "int64[2] flat = {6, 4}, int64[3] other = {3, 2, 4}> ";
+  const auto left_of = [&](const std::string& body) {
+    const OnnxModel model = model_of(start + body);
+    Graph graph = model.graph;
+    drop_identities(graph);
+    drop_unused(graph);
+    expect_same(model.graph, graph, {random_numbers({2, 3, 4})});
+    return operators_of(graph);
+  };
+  EXPECT_THAT(left_of("{ u = Unsqueeze(x, axis) s = Squeeze(u, axis) y = Relu(s) }"),
+              ElementsAre("Relu"));
+  EXPECT_THAT(left_of("{ f = Reshape(x, flat) b = Reshape(f, back) y = Relu(b) }"),
+              ElementsAre("Relu"));
+  EXPECT_THAT(left_of("{ f = Reshape(x, flat) b = Reshape(f, other) y = Relu(b) }"),
+              ElementsAre("Reshape", "Reshape", "Relu"));
+  EXPECT_THAT(left_of("{ f = Reshape(x, other) b = Reshape(f, other) y = Relu(b) }"),
+              ElementsAre("Reshape", "Relu"));
+  EXPECT_THAT(left_of("{ r = Relu(x) u = Unsqueeze(r, axis) y = Squeeze(u, axis) }"),
+              ElementsAre("Relu"));
+}
+
 TEST(DropIdentities, KeepsAMaskThatIsRead) {
   Graph graph = model_of("g (float[2] x) => (float[2] y, bool[2] m) { y, m = Dropout(x) }").graph;
   EXPECT_FALSE(drop_identities(graph));
