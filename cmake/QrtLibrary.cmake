@@ -115,23 +115,21 @@ function(qrt_add_objects name sources)
   set(QRT_OBJECT_SETS ${QRT_OBJECT_SETS} ${name} PARENT_SCOPE)
 endfunction()
 
-# Functions that know many kernels, each in a section of its own: a linker then takes what a program calls, and leaves out
-# the kernels that only the others know. See qrt_core/runtime/engine/kernel_entries.h.
+# Stay alone where sources are compiled together, as others put something in their place, and a linker leaves out whole
+# objects only: programs that register a few kernels, as `qrt select` writes them, and the test of docs/add-a-kernel.md.
 file(GLOB registration_sources CONFIGURE_DEPENDS
   "${PROJECT_SOURCE_DIR}/qrt_core/runtime/engine/register_*.cpp"
   "${PROJECT_SOURCE_DIR}/qrt_core/runtime/engine/kernel_table.cpp")
-set_source_files_properties(${registration_sources} PROPERTIES COMPILE_OPTIONS "-ffunction-sections;-fdata-sections")
-
-# What others put in the place of the library's: programs that register a few kernels, as `qrt select` writes them, and
-# the test of docs/add-a-kernel.md. A linker leaves out whole objects only.
 set_source_files_properties(
+  ${registration_sources}
   "${PROJECT_SOURCE_DIR}/qrt_core/utility/register_operators.cpp"
   "${PROJECT_SOURCE_DIR}/qrt_core/kernel/extension/elementary/element_function.cpp"
   "${PROJECT_SOURCE_DIR}/qrt_core/kernel/extension/elementary/element_functions_portable.cpp"
   PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 
 qrt_add_objects(base base_sources)
-# Where sources are compiled together, a linker still takes what a program needs of them.
+# Each function in a section of its own: a linker then takes what a program calls, and leaves out the kernels that only
+# others know. See qrt_core/runtime/engine/kernel_entries.h.
 target_compile_options(qrt_objects_base PRIVATE -ffunction-sections -fdata-sections)
 qrt_compile_together(qrt_objects_base)
 qrt_precompile_standard_library(qrt_objects_base)

@@ -91,10 +91,11 @@ std::vector<ValueId> Graph::reads(const Node& reader) const {
   return ids;
 }
 
-bool Graph::is_unused(ValueId id) const {
-  return value(id).readers.empty() &&
-         std::find(outputs.begin(), outputs.end(), id) == outputs.end();
+bool Graph::is_output(ValueId id) const {
+  return std::find(outputs.begin(), outputs.end(), id) != outputs.end();
 }
+
+bool Graph::is_unused(ValueId id) const { return value(id).readers.empty() && !is_output(id); }
 
 void Graph::connect(NodeId id) {
   for (const ValueId read : reads(node(id))) value(read).readers.push_back(id);

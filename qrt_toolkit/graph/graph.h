@@ -74,6 +74,9 @@ class Graph {
   /// All that a node reads: its inputs, and what its nested graphs capture.
   std::vector<ValueId> reads(const Node& node) const;
 
+  /// Whether the caller gets the value.
+  bool is_output(ValueId id) const;
+
   /// Whether nothing reads the value and it is no output.
   bool is_unused(ValueId id) const;
 

@@ -387,9 +387,7 @@ std::optional<size_t> Lowering::remembered_below() const {
                                                 "Flatten"};
   for (ValueId id = input_id(0);;) {
     const Value& value = graph_.value(id);
-    const bool read_elsewhere =
-        value.readers.size() != 1 ||
-        std::find(graph_.outputs.begin(), graph_.outputs.end(), id) != graph_.outputs.end();
+    const bool read_elsewhere = value.readers.size() != 1 || graph_.is_output(id);
     if (read_elsewhere || value.producer == kAbsent) return std::nullopt;
     const Node& producer = graph_.node(value.producer);
     if (shaping.count(producer.op) != 0) {

@@ -36,9 +36,7 @@ NodeId only_source(const Graph& graph, const Node& node, size_t place) {
   if (!node.has_input(place)) return kAbsent;
   const ValueId id = node.inputs[place];
   const Value& value = graph.value(id);
-  const bool is_output =
-      std::find(graph.outputs.begin(), graph.outputs.end(), id) != graph.outputs.end();
-  return value.readers.size() == 1 && !is_output ? value.producer : kAbsent;
+  return value.readers.size() == 1 && !graph.is_output(id) ? value.producer : kAbsent;
 }
 
 std::optional<size_t> tensor_beside_constant(const Graph& graph, const Node& node) {

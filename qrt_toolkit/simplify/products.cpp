@@ -32,10 +32,6 @@ std::optional<int64_t> columns_axis(const Graph& graph, const Node& node) {
   return bias != nullptr && bias->shape == columns ? std::optional(axis) : std::nullopt;
 }
 
-bool is_output(const Graph& graph, ValueId id) {
-  return std::find(graph.outputs.begin(), graph.outputs.end(), id) != graph.outputs.end();
-}
-
 /// Whether all of a node's inputs behind the first are constants.
 bool is_fixed(const Graph& graph, const Node& node) {
   for (size_t place = 1; place < node.inputs.size(); ++place) {
@@ -90,7 +86,7 @@ bool cut_product(Graph& graph, NodeId id, const std::vector<Facts>& facts) {
   const ValueId made = product.outputs[0];
   const auto& shape = facts[static_cast<size_t>(made)].shape;
   const std::vector<NodeId> readers = graph.value(made).readers;
-  if (!shape || shape->empty() || readers.empty() || is_output(graph, made)) return false;
+  if (!shape || shape->empty() || readers.empty() || graph.is_output(made)) return false;
   int64_t columns = constant_input(graph, product, 1)->shape[static_cast<size_t>(*axis)];
   for (const NodeId reader : readers) {
     const Node& node = graph.node(reader);
@@ -186,7 +182,7 @@ std::vector<int64_t> parts_taken(const Graph& graph, const Node& node, const Spl
     return {};
   }
   const Constant* places = constant_input(graph, node, 1);
-  if (places == nullptr || !places->shape.empty() || is_output(graph, node.outputs[0])) return {};
+  if (places == nullptr || !places->shape.empty() || graph.is_output(node.outputs[0])) return {};
   return {index_from_front(places->numbers().integer(0), split.parts)};
 }
 
@@ -220,7 +216,7 @@ bool part_before_transposing(Graph& graph, NodeId id, const std::vector<Facts>& 
   const ValueId made = split->transposition.outputs[0];
   const size_t rank = split->columns + 1 + split->sizes.size();
   const std::vector<NodeId> readers = graph.value(made).readers;
-  if (readers.empty() || is_output(graph, made)) return false;
+  if (readers.empty() || graph.is_output(made)) return false;
   for (const NodeId reader : readers) {
     if (parts_taken(graph, graph.node(reader), *split, rank).empty()) return false;
   }

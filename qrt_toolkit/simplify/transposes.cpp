@@ -88,7 +88,7 @@ NodeId movable_source(const Graph& graph, const Node& node, size_t place) {
   const NodeId source = source_of(graph, node, place);
   if (source == kAbsent || axes_of(graph.node(source)).empty()) return kAbsent;
   const ValueId id = node.inputs[place];
-  if (std::find(graph.outputs.begin(), graph.outputs.end(), id) != graph.outputs.end()) {
+  if (graph.is_output(id)) {
     return kAbsent;
   }
   const auto& readers = graph.value(id).readers;

@@ -28,6 +28,7 @@ const char* PrintedName(InstructionSet set) {
 
 InstructionSet needs_of(std::string_view kernel) {
   // Tools ask for every kernel of every layer, so the names are looked up and not walked through.
+  // Kept to the end of the process, as whoever asks may go after what is static here.
   static const auto* const table = [] {
     auto* const made = new std::unordered_map<std::string_view, InstructionSet>;
     const auto add = [made](const kernel::KernelRow& row) { made->emplace(row.name, row.needs); };

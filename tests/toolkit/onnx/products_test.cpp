@@ -67,6 +67,14 @@ TEST(CutProducts, SlicesOfTheLastAxis) {
   expect_products(wide("m = MatMul(x, w) p = Add(m, b) " + parts, output), "MatMul", 3);
 }
 
+TEST(CutProducts, PartsOfUnevenSizes) {
+  expect_products(wide(R"(sizes = Constant<value_ints=[17, 48, 31]>() m = MatMul(x, w)
+                          p = Add(m, b) q, k, v = Split<axis=-1>(p, sizes)
+                          y = Concat<axis=-1>(v, q, k))",
+                       "float[u,v,w] y"),
+                  "MatMul", 3);
+}
+
 TEST(CutProducts, APartThatNobodyReadsIsNotComputed) {
   expect_products(
       wide("p = MatMul(x, w) q = Slice(p, first, end, last) y = Relu(q)", "float[u,v,w] y"),
