@@ -75,11 +75,16 @@ if(NOT QRT_SANITIZE)
   target_link_options(qrt_hardening INTERFACE LINKER:-z,relro LINKER:-z,now)
 endif()
 
-# The builds for AddressSanitizer are large and made to be run once, by Clang, whose linker takes a tenth of the time.
+# What is made to be run here, and once, is linked by Clang's linker where there is one: it takes a tenth of the time, and
+# half of that for programs without a sanitizer.
 find_program(QRT_LLD NAMES ld.lld)
 mark_as_advanced(QRT_LLD)
-if(QRT_SANITIZE MATCHES "address" AND QRT_LLD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_link_options(qrt_build_flags INTERFACE -fuse-ld=lld)
+add_library(qrt_quick_link INTERFACE)
+if(QRT_LLD)
+  target_link_options(qrt_quick_link INTERFACE -fuse-ld=lld)
+endif()
+if(QRT_SANITIZE MATCHES "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_link_libraries(qrt_build_flags INTERFACE qrt_quick_link)
 endif()
 
 # A name of one source may hide that of another, and GCC takes them all for headers. Stands behind the flags of all.

@@ -10,14 +10,26 @@
 namespace marlo::kernel {
 namespace {
 
+/// The numbers 0 to `count` - 1 as a type.
+template <size_t... numbers>
+struct Counted {};
+template <size_t count, size_t... numbers>
+struct CountedTo : CountedTo<count - 1, count - 1, numbers...> {};
+template <size_t... numbers>
+struct CountedTo<0, numbers...> {
+  using Type = Counted<numbers...>;
+};
+
+template <typename Body, size_t... numbers>
+[[gnu::always_inline]] inline void call_with(const Body& body, Counted<numbers...>) noexcept {
+  (body(numbers), ...);
+}
+
 /// Calls `body(0)` to `body(count - 1)` without a loop, so that arrays that are indexed by the
-/// argument can be registers.
+/// argument can be registers. (Not by recursion: what is inlined would be copied once for each number above it.)
 template <size_t count, typename Body>
-[[gnu::always_inline]] inline void unrolled(Body body) noexcept {
-  if constexpr (count > 0) {
-    unrolled<count - 1>(body);
-    body(count - 1);
-  }
+[[gnu::always_inline]] inline void unrolled(const Body& body) noexcept {
+  call_with(body, typename CountedTo<count>::Type());
 }
 
 /// A number as a type, for the argument of a generic lambda.

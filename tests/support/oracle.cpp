@@ -17,11 +17,6 @@ struct Index {
     return (channel * sizes.height + static_cast<size_t>(y)) * sizes.width + static_cast<size_t>(x);
   }
 
-  bool inside(int y, int x) const {
-    return y >= 0 && x >= 0 && y < static_cast<int>(sizes.height) &&
-           x < static_cast<int>(sizes.width);
-  }
-
   // `first` and `second` are the channels within the group, in the order of the weights.
   size_t weight(size_t group, size_t first, size_t second, size_t seconds, int ky, int kx) const {
     const size_t filters = size_t{sizes.outs()} * sizes.ins();
@@ -42,6 +37,11 @@ ConvOracle begin(const ConvCase& sizes, const ConvData& data, int height, int wi
     result.sums[i].add(data.bias[i / plane]);
   }
   return result;
+}
+
+Sum* row_of(ConvOracle& result, size_t channel, int y) {
+  const auto row = channel * static_cast<size_t>(result.height) + static_cast<size_t>(y);
+  return result.sums.data() + row * static_cast<size_t>(result.width);
 }
 
 // Calls `visit` with every group, pair of channels in it and tap.
@@ -80,14 +80,15 @@ ConvOracle convolution(const ConvCase& sizes, const ConvData& data) {
   const Index at{sizes};
   for_each_tap(sizes, [&](size_t group, size_t in, size_t out, int ky, int kx) {
     const double weight = data.weight[at.weight(group, out, in, sizes.ins(), ky, kx)];
-    const size_t plane = group * sizes.outs() + out;
-    size_t index = plane * static_cast<size_t>(result.height) * static_cast<size_t>(result.width);
     for (int oy = 0; oy < result.height; ++oy) {
-      for (int ox = 0; ox < result.width; ++ox, ++index) {
-        const int y = oy * stride_y + ky * static_cast<int>(sizes.dilation_y) - sizes.padding_t;
+      const int y = oy * stride_y + ky * static_cast<int>(sizes.dilation_y) - sizes.padding_t;
+      if (y < 0 || y >= static_cast<int>(sizes.height)) continue;
+      const float* inputs = data.input.data() + at.input(group * sizes.ins() + in, y, 0);
+      Sum* sums = row_of(result, group * sizes.outs() + out, oy);
+      for (int ox = 0; ox < result.width; ++ox) {
         const int x = ox * stride_x + kx * static_cast<int>(sizes.dilation_x) - sizes.padding_l;
-        if (!at.inside(y, x)) continue;
-        result.sums[index].add(data.input[at.input(group * sizes.ins() + in, y, x)] * weight);
+        if (x < 0 || x >= static_cast<int>(sizes.width)) continue;
+        sums[ox].add(inputs[x] * weight);
       }
     }
   });
@@ -108,15 +109,15 @@ ConvOracle transposed_convolution(const ConvCase& sizes, const ConvData& data) {
   const Index at{sizes};
   for_each_tap(sizes, [&](size_t group, size_t in, size_t out, int ky, int kx) {
     const double weight = data.weight[at.weight(group, in, out, sizes.outs(), ky, kx)];
-    const size_t plane = group * sizes.outs() + out;
     for (int y = 0; y < static_cast<int>(sizes.height); ++y) {
+      const int oy = y * stride_y + ky * static_cast<int>(sizes.dilation_y) - cut_t;
+      if (oy < 0 || oy >= result.height) continue;
+      const float* inputs = data.input.data() + at.input(group * sizes.ins() + in, y, 0);
+      Sum* sums = row_of(result, group * sizes.outs() + out, oy);
       for (int x = 0; x < static_cast<int>(sizes.width); ++x) {
-        const int oy = y * stride_y + ky * static_cast<int>(sizes.dilation_y) - cut_t;
         const int ox = x * stride_x + kx * static_cast<int>(sizes.dilation_x) - cut_l;
-        if (oy < 0 || ox < 0 || oy >= result.height || ox >= result.width) continue;
-        const size_t row = plane * static_cast<size_t>(result.height) + static_cast<size_t>(oy);
-        const size_t index = row * static_cast<size_t>(result.width) + static_cast<size_t>(ox);
-        result.sums[index].add(data.input[at.input(group * sizes.ins() + in, y, x)] * weight);
+        if (ox < 0 || ox >= result.width) continue;
+        sums[ox].add(inputs[x] * weight);
       }
     }
   });

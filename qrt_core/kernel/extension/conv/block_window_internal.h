@@ -129,7 +129,8 @@ class WindowChannels {
   template <size_t kPixels, typename At>
   [[gnu::always_inline]] void add_tap(const float* weight, At at, const char*& next,
                                       Register (&sums)[kVectors][kPixels]) const noexcept {
-    unrolled<kBlock>(QRT_UNROLLED(lane) {
+#pragma GCC unroll 8
+    for (size_t lane = 0; lane < kBlock; ++lane) {
       if (lane % 2 == 0) {
         _mm_prefetch(next, _MM_HINT_T1);
         next += next_step_;
@@ -140,7 +141,7 @@ class WindowChannels {
             return weight + lane * kWidth + v * Vector::kLanes;
           },
           [&](size_t pixel) __attribute__((always_inline)) { return at(pixel) + lane; });
-    });
+    }
   }
 
   // Stores a tile of rows.
