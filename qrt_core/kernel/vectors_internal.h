@@ -10,7 +10,8 @@
 namespace marlo::kernel {
 namespace {
 
-/// The numbers 0 to `count` - 1 as a type.
+/// The numbers 0 to `count` - 1 as a type. (The standard library's comes in a header with inline functions, which all
+/// files would share, whatever instructions they were compiled for.)
 template <size_t... numbers>
 struct Counted {};
 template <size_t count, size_t... numbers>

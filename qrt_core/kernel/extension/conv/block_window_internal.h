@@ -129,6 +129,8 @@ class WindowChannels {
   template <size_t kPixels, typename At>
   [[gnu::always_inline]] void add_tap(const float* weight, At at, const char*& next,
                                       Register (&sums)[kVectors][kPixels]) const noexcept {
+    // A loop for the compiler to unroll: no array of registers is indexed by the channel, and `unrolled` would have all
+    // below inlined eight times before anything is simplified.
 #pragma GCC unroll 8
     for (size_t lane = 0; lane < kBlock; ++lane) {
       if (lane % 2 == 0) {
